@@ -1,0 +1,75 @@
+# One folder, one library, one target: vexa_add_library() is the only way a folder of ours
+# becomes a library, so that warnings, header sets, tests and installation are said once.
+include(GNUInstallDirs)
+include(GoogleTest)
+
+# Warnings are ours alone: they do not travel to whoever links the installed libraries.
+function(vexa_own_code target)
+  target_compile_features(${target} PUBLIC cxx_std_20)
+  target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wshadow
+                         -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-qual)
+  # Reports name sources without their directory; nor should what we ship tell where it was built.
+  target_compile_options(${target} PRIVATE -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL GNU AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
+    # False alarms over the concatenation of strings, at -O3 only (GCC bug 105651).
+    target_compile_options(${target} PRIVATE -Wno-restrict)
+  endif()
+  if(VEXA_WARNINGS_AS_ERRORS)
+    target_compile_options(${target} PRIVATE -Werror)
+  endif()
+endfunction()
+
+# vexa_add_library(<name> [REGISTERS] SOURCES ... HEADERS ... [DEPENDS ...] [PRIVATE_DEPENDS ...]
+#                  [TESTS ...] [TEST_DEPENDS ...])
+#
+# Makes the static library Vexa::<name> of the current folder and, from TESTS, the test program
+# <name>Test, which links that library only (and what TEST_DEPENDS adds). With REGISTERS the
+# library is linked whole: a linker drops archive members that nobody refers to, and with them
+# the objects that enter the folder's classes into the class registry.
+function(vexa_add_library name)
+  cmake_parse_arguments(ARG "REGISTERS" ""
+                        "SOURCES;HEADERS;DEPENDS;PRIVATE_DEPENDS;TESTS;TEST_DEPENDS" ${ARGN})
+  set(library Vexa_${name})
+  set(exported ${name})
+  if(ARG_REGISTERS)
+    set(library Vexa_${name}Archive)
+    set(exported ${name}Archive)
+  endif()
+  add_library(${library} STATIC ${ARG_SOURCES})
+  add_library(Vexa::${exported} ALIAS ${library})
+  vexa_own_code(${library})
+  target_sources(${library} PUBLIC FILE_SET HEADERS BASE_DIRS ${PROJECT_SOURCE_DIR}
+                                   FILES ${ARG_HEADERS})
+  target_include_directories(${library} INTERFACE
+                             $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/Vexa>)
+  target_link_libraries(${library} PUBLIC ${ARG_DEPENDS} PRIVATE ${ARG_PRIVATE_DEPENDS})
+  set_target_properties(${library} PROPERTIES EXPORT_NAME ${exported} OUTPUT_NAME Vexa${exported})
+  install(TARGETS ${library} EXPORT VexaTargets
+          ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT Development
+          FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/Vexa COMPONENT Development)
+
+  if(ARG_REGISTERS)
+    add_library(Vexa_${name} INTERFACE)
+    add_library(Vexa::${name} ALIAS Vexa_${name})
+    # The include directories and the libraries below travel with the archive itself.
+    target_link_libraries(Vexa_${name} INTERFACE
+                          "$<LINK_LIBRARY:WHOLE_ARCHIVE,Vexa::${exported}>" ${ARG_DEPENDS})
+    set_target_properties(Vexa_${name} PROPERTIES EXPORT_NAME ${name})
+    install(TARGETS Vexa_${name} EXPORT VexaTargets)
+  endif()
+
+  if(VEXA_BUILD_TESTS AND ARG_TESTS)
+    vexa_add_test(${name}Test SOURCES ${ARG_TESTS} DEPENDS Vexa::${name} ${ARG_TEST_DEPENDS})
+  endif()
+endfunction()
+
+# vexa_add_test(<program> SOURCES ... DEPENDS ...): a GoogleTest program and its tests in ctest.
+# Death tests read the report of a process that ended; a backtrace in it is only noise.
+function(vexa_add_test program)
+  cmake_parse_arguments(ARG "" "" "SOURCES;DEPENDS" ${ARGN})
+  add_executable(${program} ${ARG_SOURCES})
+  vexa_own_code(${program})
+  target_link_libraries(${program} PRIVATE ${ARG_DEPENDS} GTest::gmock GTest::gtest_main)
+  gtest_discover_tests(${program} DISCOVERY_TIMEOUT 60
+                       PROPERTIES ENVIRONMENT "VEXA_NO_BACKTRACE=1" TIMEOUT 300)
+endfunction()
