@@ -1,0 +1,51 @@
+#include "Utils/Process/Files.hpp"
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+namespace {
+
+// The file type bits of the mode, or 0 if there is nothing.
+mode_t FileType(const std::string& path) {
+  struct stat status;
+  return stat(path.c_str(), &status) == 0 ? status.st_mode & S_IFMT : 0;
+}
+
+}  // namespace
+
+bool FileExists(const std::string& path) {
+  return FileType(path) != 0;
+}
+
+bool DirectoryExists(const std::string& path) {
+  return FileType(path) == S_IFDIR;
+}
+
+bool IsRegularFile(const std::string& path) {
+  return FileType(path) == S_IFREG;
+}
+
+int FlushToDisk(const std::string& path) {
+  const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (descriptor < 0) {
+    return errno;
+  }
+  int error = fsync(descriptor) == 0 ? 0 : errno;
+  if (error == EINVAL && DirectoryExists(path)) {
+    error = 0;
+  }
+  close(descriptor);
+  return error;
+}
+
+void RaiseOpenFileLimit() {
+  rlimit limit;
+  if (getrlimit(RLIMIT_NOFILE, &limit) == 0) {
+    limit.rlim_cur = limit.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &limit);
+  }
+}

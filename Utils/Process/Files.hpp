@@ -1,0 +1,23 @@
+// Questions about paths, getting files safely onto the disk, and the limit on open files.
+// All follow symbolic links, and none throws.
+#pragma once
+
+#include <string>
+
+/// Whether something is there, of whatever kind, a directory included; access rights are not
+/// checked. A symbolic link that leads nowhere does not exist.
+bool FileExists(const std::string& path);
+
+bool DirectoryExists(const std::string& path);
+
+/// Whether it can be opened and read like a file: no directory, FIFO, socket or device.
+bool IsRegularFile(const std::string& path);
+
+/// Returns once the contents of the file, or the entries of the directory, are on the disk: 0, or
+/// the errno of the call that failed. A file system that cannot flush a directory counts as
+/// flushed, since there is nothing a caller could do about it.
+int FlushToDisk(const std::string& path);
+
+/// Raises the soft limit on open files of this process to the hard limit, as far as the system
+/// lets it.
+void RaiseOpenFileLimit();

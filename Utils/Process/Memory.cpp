@@ -1,0 +1,84 @@
+#include "Utils/Process/Memory.hpp"
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
+#include <fstream>
+#include <limits>
+#include <sstream>
+
+#include "Utils/Process/Formatting.hpp"
+
+std::uint64_t GetCurrentRSS() {
+  const int descriptor = open("/proc/self/statm", O_RDONLY | O_CLOEXEC);
+  if (descriptor < 0) {
+    return 0;
+  }
+  std::array<char, 256> text{};
+  const ssize_t length = read(descriptor, text.data(), text.size() - 1);
+  close(descriptor);
+  long pages = 0;
+  if (length <= 0 || std::sscanf(text.data(), "%*s%ld", &pages) != 1) {
+    return 0;
+  }
+  return static_cast<std::uint64_t>(pages) * static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE));
+}
+
+std::uint64_t GetPeakRSS() {
+  rusage usage{};
+  getrusage(RUSAGE_SELF, &usage);
+  return static_cast<std::uint64_t>(usage.ru_maxrss) << 10;
+}
+
+void GetSystemMemoryBytes(std::uint64_t& total, std::uint64_t& available, std::uint64_t& committed,
+                          std::uint64_t& commitLimit) {
+  total = available = committed = commitLimit = 0;
+  std::ifstream file("/proc/meminfo");
+  std::string key;
+  std::uint64_t kilobytes = 0;
+  while (file >> key >> kilobytes) {
+    if (key == "MemTotal:") {
+      total = kilobytes << 10;
+    } else if (key == "MemFree:" || key == "Buffers:" || key == "Cached:" || key == "SwapCached:") {
+      available += kilobytes << 10;
+    } else if (key == "Committed_AS:") {
+      committed = kilobytes << 10;
+    } else if (key == "CommitLimit:") {
+      commitLimit = kilobytes << 10;
+    }
+    file.ignore(std::numeric_limits<std::streamsize>::max(), '\n');
+  }
+}
+
+void GetMemoryUsageBytes(std::uint64_t& virtualBytes, std::uint64_t& residentBytes) {
+  virtualBytes = residentBytes = 0;
+  std::ifstream file("/proc/self/stat");
+  std::string line;
+  std::getline(file, line);
+  // The second field is the program's name in parentheses, and a name may hold anything.
+  const std::size_t nameEnd = line.rfind(')');
+  if (nameEnd == std::string::npos) {
+    return;
+  }
+  std::istringstream fields(line.substr(nameEnd + 1));
+  std::string skipped;
+  for (int field = 3; field < 23; ++field) {
+    fields >> skipped;
+  }
+  std::uint64_t residentPages = 0;
+  if (std::uint64_t bytes = 0; fields >> bytes >> residentPages) {
+    virtualBytes = bytes;
+    residentBytes = residentPages * static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE));
+  }
+}
+
+std::string MemoryUsage() {
+  std::uint64_t virtualBytes = 0;
+  std::uint64_t residentBytes = 0;
+  GetMemoryUsageBytes(virtualBytes, residentBytes);
+  return BytesToAscii(static_cast<std::int64_t>(virtualBytes)) + " vm, " +
+         BytesToAscii(static_cast<std::int64_t>(residentBytes)) + " res";
+}

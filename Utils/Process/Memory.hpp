@@ -1,0 +1,23 @@
+// How much memory the process and the machine use. All sizes are in bytes.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+/// Resident set of this process now; 0 if the system does not tell. Allocates nothing, so that it
+/// serves when memory is exhausted.
+std::uint64_t GetCurrentRSS();
+
+/// Largest resident set so far. Allocates nothing either.
+std::uint64_t GetPeakRSS();
+
+/// Memory of the machine; all 0 if the system does not tell. `available` is what is free plus what
+/// buffers and caches could give back; `committed` is what all processes have been promised.
+void GetSystemMemoryBytes(std::uint64_t& total, std::uint64_t& available, std::uint64_t& committed,
+                          std::uint64_t& commitLimit);
+
+/// Address space and resident set of this process; both 0 if the system does not tell.
+void GetMemoryUsageBytes(std::uint64_t& virtualBytes, std::uint64_t& residentBytes);
+
+/// The same on one line, without a newline: "53.816 MiB vm, 7.2031 MiB res".
+std::string MemoryUsage();
