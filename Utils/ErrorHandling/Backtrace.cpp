@@ -1,0 +1,97 @@
+#include "Utils/ErrorHandling/Backtrace.hpp"
+
+#include <cxxabi.h>
+#include <dlfcn.h>
+#include <execinfo.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <memory>
+#include <span>
+#include <sstream>
+#include <utility>
+#include <vector>
+
+namespace {
+
+constexpr int sMaxFrames = 100;
+using Frames = std::array<void*, sMaxFrames>;
+
+bool IsSuppressed() {
+  const char* value = std::getenv("VEXA_NO_BACKTRACE");
+  return value != nullptr && *value != '\0';
+}
+
+// From the frame with this return address outwards, less `skip` frames. The address is found rather
+// than counted, for a sanitizer puts frames of its own on top.
+std::span<void* const> FramesFrom(const Frames& frames, int count, void* caller, int skip) {
+  const auto end = frames.begin() + count;
+  auto first = std::find(frames.begin(), end, caller);
+  first = first == end ? frames.begin() : first;
+  return {first + std::clamp<std::ptrdiff_t>(skip, 0, end - first), end};
+}
+
+// The object file and the place in it.
+std::pair<std::string, std::string> Describe(void* address) {
+  Dl_info info{};
+  // Looked up one byte back: a return address behind a call that never returns can already belong
+  // to the next function.
+  const bool isKnown = dladdr(static_cast<char*>(address) - 1, &info) != 0;
+  std::ostringstream place;
+  if (isKnown && info.dli_sname != nullptr) {
+    place << Demangle(info.dli_sname) << " + 0x" << std::hex
+          << static_cast<char*>(address) - static_cast<char*>(info.dli_saddr);
+  } else {
+    place << "0x0 + " << address;
+  }
+  return {isKnown && info.dli_fname != nullptr ? info.dli_fname : "???", place.str()};
+}
+
+}  // namespace
+
+std::string Demangle(const char* name) {
+  int status = 0;
+  const std::unique_ptr<char, decltype(&std::free)> demangled(
+      abi::__cxa_demangle(name, nullptr, nullptr, &status), &std::free);
+  return status == 0 ? demangled.get() : name;
+}
+
+[[gnu::noinline]] std::string Backtrace(int skipFrames) {
+  static bool sInBacktrace = false;
+  if (std::exchange(sInBacktrace, true) || IsSuppressed()) {
+    return "";
+  }
+  Frames frames;
+  const int count = backtrace(frames.data(), sMaxFrames);
+  std::vector<std::pair<std::string, std::string>> table;
+  std::size_t width = 0;
+  for (void* address : FramesFrom(frames, count, __builtin_return_address(0), skipFrames)) {
+    table.push_back(Describe(address));
+    width = std::max(width, table.back().first.size());
+  }
+  std::string text;
+  for (auto& [object, place] : table) {
+    object.resize(width, ' ');
+    text += object + "  " + place + "\n";
+  }
+  return text;
+}
+
+[[gnu::noinline]] void PrintSimpleBacktrace(int skipFrames) {
+  static bool sInBacktrace = false;
+  if (std::exchange(sInBacktrace, true) || IsSuppressed()) {
+    return;
+  }
+  Frames frames;
+  const int count = backtrace(frames.data(), sMaxFrames);
+  const std::span<void* const> shown =
+      FramesFrom(frames, count, __builtin_return_address(0), skipFrames);
+  backtrace_symbols_fd(shown.data(), static_cast<int>(shown.size()), STDERR_FILENO);
+}
+
+void PrepareBacktrace() {
+  void* frame = nullptr;
+  backtrace(&frame, 1);
+}

@@ -1,0 +1,21 @@
+// The calling stack as text for error reports. Each function works once per process, so that a
+// failure inside of it cannot recurse; any further call yields nothing. So does a value of the
+// environment variable VEXA_NO_BACKTRACE that is not empty.
+#pragma once
+
+#include <string>
+
+/// One line per frame, innermost first: the object file, and symbol + offset in it. Drops this
+/// function's own frame and `skipFrames` more; goes up to 100 frames deep.
+std::string Backtrace(int skipFrames);
+
+/// The same straight to standard error in the C library's format. Allocates nothing, for use when
+/// memory is exhausted.
+void PrintSimpleBacktrace(int skipFrames);
+
+/// Has the unwinder loaded, which allocates, so that neither function has to do it in a process
+/// that is in trouble.
+void PrepareBacktrace();
+
+/// The name as it stands in the source; what cannot be demangled is returned as it is.
+std::string Demangle(const char* name);

@@ -1,0 +1,14 @@
+#include "Utils/ErrorHandling/CodeError.hpp"
+
+#include <exception>
+#include <utility>
+
+#include "Utils/ErrorHandling/Backtrace.hpp"
+#include "Utils/ErrorHandling/TerminateHandler.hpp"
+
+CodeError::CodeError(std::string message, bool withBacktrace) : mMessage(std::move(message)) {
+  std::set_terminate(TerminateHandler);
+  if (withBacktrace) {
+    mMessage += "\n" + Backtrace(1);
+  }
+}

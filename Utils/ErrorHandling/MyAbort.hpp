@@ -1,0 +1,15 @@
+// The end of every run that failed.
+#pragma once
+
+/// Has cached output written and ends the whole job with status 255, by exit(), so that destructors
+/// of static objects run. In a parallel job every process is asked to write, and given some time
+/// to do so before the job is aborted. A second call, for instance by a destructor that exit()
+/// runs, ends the process at once. A failure to write is reported like any other.
+[[noreturn]] void MyAbort() noexcept;
+
+/// How long a parallel job waits for its processes to write; 10 seconds at start.
+void MyAbort_ChangeSleepSeconds(int seconds);
+
+/// Whether the run is ending through MyAbort, so that clean-up at exit can leave out what would
+/// hang or fail.
+bool MyAbortCalled_UncleanShutdown();

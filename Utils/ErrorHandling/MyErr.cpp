@@ -1,0 +1,31 @@
+#include "Utils/ErrorHandling/MyErr.hpp"
+
+#include <iomanip>
+#include <ios>
+#include <sstream>
+#include <string>
+
+#include "Utils/ErrorHandling/ParallelRuntime.hpp"
+#include "Utils/ErrorHandling/ProcID.hpp"
+#include "Utils/Process/RunInformation.hpp"
+
+namespace {
+
+std::string ErrorFile() {
+  const ParallelRuntime& runtime = ParallelRuntime::Instance();
+  std::ostringstream path;
+  path << RunDirectory() << "/Errors" << std::setw(3) << std::setfill('0')
+       << (runtime.IsInitialized() ? runtime.Rank() : 0) << ".txt";
+  return path.str();
+}
+
+}  // namespace
+
+MyErrProxy::MyErrProxy()
+    : mpFile(std::make_unique<std::ofstream>(ErrorFile(), std::ios::out | std::ios::app)) {
+  // Reports can come from static initialisers that run before those of the standard streams.
+  const std::ios_base::Init streams;
+  if (ParallelRuntime::Instance().IsInitialized()) {
+    std::cerr << ProcID_();
+  }
+}

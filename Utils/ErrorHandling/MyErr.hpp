@@ -1,0 +1,46 @@
+// The stream of error reports: MyErr << "text" << value; writes to standard error and appends to
+// this process's error file, "Errors" + rank in at least three digits + ".txt" in the directory in
+// which the program was started ("Errors000.txt" of a single process).
+#pragma once
+
+#include <fstream>
+#include <iostream>
+#include <memory>
+
+/// One statement's output. An error file that cannot be opened stays silent; standard error gets
+/// everything in any case.
+class MyErrProxy {
+ public:
+  /// Opens the error file, and begins the line on standard error with ProcID_() once this process
+  /// has a rank.
+  MyErrProxy();
+
+  template <class T>
+  MyErrProxy& Output(const T& x) {
+    std::cerr << x;
+    *mpFile << x;
+    return *this;
+  }
+
+  template <class T>
+  MyErrProxy& operator<<(const T& x) {
+    return Output(x);
+  }
+  MyErrProxy& operator<<(std::ostream& (*manipulator)(std::ostream&)) {
+    return Output(manipulator);
+  }
+
+ private:
+  std::unique_ptr<std::ofstream> mpFile;
+};
+
+struct MyErrType {
+  template <class T>
+  MyErrProxy operator<<(const T& x) const {
+    MyErrProxy proxy;
+    proxy.Output(x);
+    return proxy;
+  }
+};
+
+inline constexpr MyErrType MyErr{};

@@ -1,0 +1,61 @@
+#include "Utils/ErrorHandling/Require.hpp"
+
+#include <string_view>
+
+#include "Utils/ErrorHandling/Breakpoint.hpp"
+#include "Utils/ErrorHandling/CodeError.hpp"
+
+namespace {
+thread_local const ReportContext* pInnermostContext = nullptr;
+}  // namespace
+
+void RequireFail(const char* condition, const char* file, int line, const std::string& message) {
+  std::ostringstream report;
+  report << "\n#######################  REQUIRE  FAILED  #######################\n"
+         << "#### " << condition << "  violated\n"
+         << "#### " << file << " (line " << line << ")\n"
+         << message;
+  if (const std::string context = ReportContext::Current(); !context.empty()) {
+    report << (message.empty() || message.back() == '\n' ? "" : "\n") << context;
+  }
+  report << "\n#################################################################\n";
+  Breakpoint();
+  throw CodeError(report.str(), true);
+}
+
+std::string ReportLabel(const char* path) {
+  std::string_view name(path);
+  if (const std::size_t slash = name.rfind('/'); slash != std::string_view::npos) {
+    name.remove_prefix(slash + 1);
+  }
+  return std::string(name.substr(0, name.rfind('.')));
+}
+
+ReportContext::ReportContext(const std::string& dataset, const std::string& file)
+    : mDataset(dataset), mFile(file), mpOuter(pInnermostContext) {
+  pInnermostContext = this;
+}
+
+ReportContext::~ReportContext() {
+  pInnermostContext = mpOuter;
+}
+
+bool ReportContext::IsAboutAnotherFile(const std::string& file) {
+  return pInnermostContext != nullptr && pInnermostContext->mFile != file;
+}
+
+std::string ReportContext::Current() {
+  if (pInnermostContext == nullptr) {
+    return "";
+  }
+  const std::string& dataset = pInnermostContext->mDataset;
+  const std::string& file = pInnermostContext->mFile;
+  std::string line;
+  if (!dataset.empty()) {
+    line = "Object '" + dataset + "'";
+  }
+  if (!file.empty()) {
+    line += (line.empty() ? "File '" : " of file '") + file + "'";
+  }
+  return line;
+}

@@ -1,0 +1,82 @@
+#include "Utils/ErrorHandling/TerminateHandler.hpp"
+
+#include <exception>
+#include <iostream>
+#include <new>
+#include <typeinfo>
+
+#include "Utils/ErrorHandling/Backtrace.hpp"
+#include "Utils/ErrorHandling/CodeError.hpp"
+#include "Utils/ErrorHandling/MyAbort.hpp"
+#include "Utils/ErrorHandling/MyErr.hpp"
+#include "Utils/Process/Memory.hpp"
+
+namespace {
+
+// Neither MyErr nor Backtrace, which allocate.
+void ReportBadAlloc() {
+  std::cerr << "\n######## std::bad_alloc caught in TerminateHandler ##########\n"
+            << "New ran out of memory.\n"
+            << "Peak RSS memory    = " << GetPeakRSS() << " bytes \n"
+            << "Current RSS memory = " << GetCurrentRSS() << " bytes " << std::endl;
+  PrintSimpleBacktrace(0);
+  std::cerr << "#############################################################" << std::endl;
+}
+
+void ReportBadCast() {
+  MyErr << "\n########## std::bad_cast caught in TerminateHandler ##########\n"
+        << "dynamic_cast<.> to a reference failed.\n"
+        << Backtrace(1) << "##############################################################\n";
+}
+
+void ReportStandardException(const std::exception& error) {
+  MyErr << "\n########################   ERROR   ###########################\n"
+        << "TerminateHandler: std::exception (or class derived from it) "
+        << "caught\n"
+        << error.what() << "\n"
+        << Backtrace(1) << "################################################################"
+        << std::endl;
+}
+
+void ReportUnknownException() {
+  MyErr << "\n#########################   ERROR   #########################\n"
+        << "TerminateHandler: Unknown exception was thrown.\n"
+        << "All exceptions should be derived from CodeError; STL and other\n"
+        << "libraries should throw std::exception.\n"
+        << Backtrace(1) << "################################################################"
+        << std::endl;
+}
+
+}  // namespace
+
+void TerminateHandler() {
+  std::set_terminate(DumbTerminateHandler);
+  try {
+    throw;  // without a current exception this leads to DumbTerminateHandler
+  } catch (const CodeError& error) {
+    MyErr << error.Message();
+    MyAbort();
+  } catch (const std::bad_alloc&) {
+    ReportBadAlloc();
+    MyAbort();
+  } catch (const std::bad_cast&) {
+    ReportBadCast();
+    MyAbort();
+  } catch (const std::exception& error) {
+    ReportStandardException(error);
+    MyAbort();
+  } catch (...) {
+    ReportUnknownException();
+    MyAbort();
+  }
+}
+
+void DumbTerminateHandler() {
+  MyErr << "\n"
+        << "#####################    ---  ERROR  ---    ####################\n"
+        << "Exception was thrown, but we were unable to recover the type of \n"
+        << "the exception with the trick inside TerminateHandler\n"
+        << "################################################################\n"
+        << Backtrace(1) << std::endl;
+  MyAbort();
+}

@@ -1,0 +1,34 @@
+// For tests: cached output that tells on standard error when it is written, and the answers of a
+// parallel runtime.
+#pragma once
+
+#include <unistd.h>
+
+#include <iostream>
+#include <string>
+
+#include "Utils/ErrorHandling/CachedOutput.hpp"
+#include "Utils/ErrorHandling/ParallelRuntime.hpp"
+
+struct ToldOutput : CachedOutputObject {
+  void WriteCache() const override { std::cerr << "written;"; }
+};
+
+/// A process of the given rank in a job of the given size.
+struct FakeRuntime : ParallelRuntime {
+  explicit FakeRuntime(int rank, int size = 2) : mRank(rank), mSize(size) { Install(this); }
+  FakeRuntime(const FakeRuntime&) = delete;
+  ~FakeRuntime() override { Install(nullptr); }
+
+  bool IsInitialized() const override { return true; }
+  int Rank() const override { return mRank; }
+  int NumberOfProcesses() const override { return mSize; }
+  void RequestFlushOfOthers() const override { std::cerr << "others asked;"; }
+  void Abort(int code) const override {
+    std::cerr << "job aborted with " << code;
+    _exit(3);
+  }
+
+  int mRank;
+  int mSize;
+};
