@@ -1,0 +1,147 @@
+#include "Utils/StringParsing/ParseFormula.hpp"
+
+#include <muParser.h>
+
+#include <cmath>
+#include <cstddef>
+#include <numbers>
+#include <vector>
+
+#include "Utils/ErrorHandling/Require.hpp"
+#include "Utils/StringParsing/QuietFloatingPoint.hpp"
+
+namespace {
+
+bool IsDigit(char c) {
+  return c >= '0' && c <= '9';
+}
+
+bool IsNameCharacter(char c) {
+  return IsDigit(c) || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_';
+}
+
+// The position after the number or name that begins at i. The sign of an exponent belongs to the
+// number and is no operator.
+std::size_t EndOfOperand(const std::string& formula, std::size_t i) {
+  const bool isNumber = !IsNameCharacter(formula[i]) || IsDigit(formula[i]);
+  const auto at = [&formula](std::size_t k) { return k < formula.size() ? formula[k] : '\0'; };
+  if (isNumber) {
+    while (IsDigit(at(i)) || at(i) == '.') {
+      ++i;
+    }
+    const bool isSigned = at(i + 1) == '+' || at(i + 1) == '-';
+    if ((at(i) == 'e' || at(i) == 'E') && IsDigit(at(isSigned ? i + 2 : i + 1))) {
+      i += isSigned ? 2 : 1;
+    }
+  }
+  while (IsNameCharacter(at(i))) {
+    ++i;
+  }
+  return i;
+}
+
+// Why the evaluator must not see the formula, or an empty text. It would take comparisons, strings
+// and assignments, and it would evaluate a chained '^' from the right without a word.
+std::string WhatIsRefused(const std::string& formula) {
+  std::vector<bool> powerIsOpen{false};  // per depth: would another '^' be chained?
+  bool operandBefore = false;            // else a '+' or '-' is a sign
+  for (std::size_t i = 0; i < formula.size(); ++i) {
+    const char c = formula[i];
+    if (IsNameCharacter(c) || c == '.') {
+      i = EndOfOperand(formula, i) - 1;
+      operandBefore = true;
+      continue;
+    }
+    switch (c) {
+      case ' ':
+      case '\t':
+      case '\n':
+      case '\r':
+        continue;
+      case '(':
+        powerIsOpen.push_back(false);
+        break;
+      case ')':
+        if (powerIsOpen.size() > 1) {  // one too many is left to the evaluator's own report
+          powerIsOpen.pop_back();
+        }
+        operandBefore = true;
+        continue;
+      case '^':
+        if (powerIsOpen.back()) {
+          return "Please use parentheses to disambiguate: 'a^b^c' -> '(a^b)^c'";
+        }
+        powerIsOpen.back() = true;
+        break;
+      case '+':
+      case '-':
+        powerIsOpen.back() = powerIsOpen.back() && !operandBefore;
+        break;
+      case '*':
+      case '/':
+      case ',':
+        powerIsOpen.back() = false;
+        break;
+      default:
+        return "Unexpected text '" + formula.substr(i) + "'";
+    }
+    operandBefore = false;
+  }
+  return "";
+}
+
+// The evaluator's own functions stay; these are the rounding ones and others that it lacks.
+void DefineNames(mu::Parser& parser) {
+  parser.ClearConst();
+  parser.DefineConst("Pi", std::numbers::pi);
+  const struct {
+    const char* mName;
+    double (*mpFunction)(double);
+  } functions[] = {{"fabs", std::fabs},
+                   {"cbrt", std::cbrt},
+                   {"floor", std::floor},
+                   {"ceil", std::ceil},
+                   {"round", std::round}};
+  for (const auto& function : functions) {
+    parser.DefineFun(function.mName, function.mpFunction);
+  }
+}
+
+// The value, or nan with the reason in `problem`.
+double Evaluate(const std::string& formula, std::string& problem) {
+  problem = WhatIsRefused(formula);
+  if (!problem.empty()) {
+    return std::nan("");
+  }
+  try {
+    mu::Parser parser;
+    DefineNames(parser);
+    parser.SetExpr(formula);
+    int numberOfValues = 0;
+    const double* values = parser.Eval(numberOfValues);
+    if (numberOfValues != 1) {
+      problem = "Expected one value, got several separated by commas";
+    } else if (!std::isfinite(values[0])) {
+      problem = "The value is not a finite number";
+    }
+    return values[numberOfValues - 1];
+  } catch (const mu::Parser::exception_type& error) {
+    problem = error.GetMsg();
+    return std::nan("");
+  }
+}
+
+}  // namespace
+
+double ParseFormula(const std::string& formula, const std::string& context) {
+  std::string problem;
+  double value = 0;
+  {
+    const QuietFloatingPoint quiet;
+    value = Evaluate(formula, problem);
+  }
+  REQUIRE(problem.empty(), "ParseFormula could not evaluate '" << formula << "': " << problem
+                                                               << "\n"
+                                                               << context);
+  return value;
+}
