@@ -1,0 +1,138 @@
+#include "Utils/Factory/FactoryBackbone.hpp"
+
+#include <algorithm>
+#include <sstream>
+
+#include "Utils/ErrorHandling/CodeError.hpp"
+#include "Utils/ErrorHandling/MyAbort.hpp"
+#include "Utils/ErrorHandling/MyErr.hpp"
+#include "Utils/Factory/FactoryReporter.hpp"
+
+namespace Factory {
+
+namespace {
+
+constexpr char sErrorBanner[] =
+    "##########################   ERROR   ###########################\n";
+constexpr char sErrorEnd[] = "################################################################\n";
+
+bool AsksForHelp(std::string_view id) {
+  return id.find("help") != id.npos || id.find("Help") != id.npos || id.find("HELP") != id.npos;
+}
+
+void WarnOfManyClasses(std::size_t count) {
+  MyErr << "WARNING WARNING WARNING\n"
+        << "Requesting FactoryBackboneImpl::RegisteredClassIDs() for\n"
+        << "a class with " << count << " registered classes.\n"
+        << "An excessively large number of RegisteredClassIDs was \n"
+        << "previously found as an indication of erroneous calls to \n"
+        << "this function during shutdown, **after** Factory had\n"
+        << "been deleted.\n"
+        << "Please check reasonability of this large number of\n"
+        << "registered classes, and if ok, adjust this message.\n";
+}
+
+}  // namespace
+
+std::vector<FactoryBackbone::Thingy>::const_iterator FactoryBackbone::LowerBound(
+    std::string_view id) const {
+  return std::lower_bound(
+      mEntries.begin(), mEntries.end(), id,
+      [](const Thingy& entry, std::string_view wanted) { return entry.mID < wanted; });
+}
+
+const FactoryBackbone::Thingy* FactoryBackbone::Find(std::string_view id) const {
+  const auto it = LowerBound(id);
+  return it != mEntries.end() && it->mID == id ? &*it : nullptr;
+}
+
+bool FactoryBackbone::Register(const std::string& id, CreateFunction function,
+                               const std::string& help, const std::string& title) {
+  if (ShouldInhibitFactoryRegistration(function)) {
+    return false;
+  }
+  if (KeyExists(id)) {
+    MyErr << sErrorBanner << "Trying to register ID=" << id << " for the second time!\n"
+          << sErrorEnd;
+    MyAbort();
+  }
+  mEntries.insert(LowerBound(id), Thingy{id, function, help});
+  mTitle = title;
+  return true;
+}
+
+void FactoryBackbone::RegisterDeprecated(const std::string& id) {
+  const auto it = std::lower_bound(mDeprecated.begin(), mDeprecated.end(), id);
+  if (it == mDeprecated.end() || *it != id) {
+    mDeprecated.insert(it, id);
+  }
+}
+
+CreateFunction FactoryBackbone::Retrieve(std::string_view id, const std::string& heading) const {
+  if (const Thingy* entry = Find(id); entry != nullptr) {
+    if (FactoryReporter::ReportingEnabled()) {
+      FactoryReporter::ReportClass(mTitle + " " + entry->mID);
+    }
+    return entry->mFunction;
+  }
+  if (AsksForHelp(id)) {
+    MyErr << "Known ClassIDs & Documentation:\n" << Help();
+  } else {
+    MyErr << sErrorBanner << heading << "\n"
+          << "ClassID '" << id << "' not found. Known ClassIDs:\n"
+          << FormatRegisteredClassIDs(RegisteredClassIDs()) << sErrorEnd;
+  }
+  throw CodeError("", false);  // everything is said
+}
+
+bool FactoryBackbone::KeyIsDeprecated(std::string_view id) const {
+  return std::binary_search(mDeprecated.begin(), mDeprecated.end(), id);
+}
+
+MyVector<std::string> FactoryBackbone::RegisteredClassIDs() const {
+  constexpr std::size_t implausible = 10000;
+  if (mEntries.size() > implausible) {
+    WarnOfManyClasses(mEntries.size());
+  }
+  std::vector<std::string> ids;
+  ids.reserve(mEntries.size());
+  for (const Thingy& entry : mEntries) {
+    ids.push_back(entry.mID);
+  }
+  return MyVector<std::string>(ids);
+}
+
+MyVector<std::string> FactoryBackbone::DeprecatedClassIDs() const {
+  return MyVector<std::string>(mDeprecated);
+}
+
+std::string FactoryBackbone::Help() const {
+  std::string text;
+  for (const Thingy& entry : mEntries) {
+    text += entry.mID + "\n" + entry.mHelp + (entry.mHelp.ends_with('\n') ? "" : "\n");
+  }
+  return text;
+}
+
+std::string FormatRegisteredClassIDs(const MyVector<std::string>& ids) {
+  if (ids.empty()) {
+    return "-- no classes registered --\n"
+           "-- LIKELY FIX:  Add the source-code directory that defines the\n"
+           "--              classes to Executables/Makefile::FACTORY_LIBS\n";
+  }
+  std::string text;
+  for (const std::string& id : ids) {
+    text += id + "\n";
+  }
+  return text;
+}
+
+std::string FormatRegisteredClassIDs(const MyVector<MyVector<std::string>>& lists) {
+  std::vector<std::string> all;
+  for (const MyVector<std::string>& ids : lists) {
+    all.insert(all.end(), ids.begin(), ids.end());
+  }
+  return FormatRegisteredClassIDs(MyVector<std::string>(all));
+}
+
+}  // namespace Factory
