@@ -1,0 +1,93 @@
+#include "Utils/ChunkCodec/ChunkDecoder.hpp"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+
+#include "Utils/ChunkCodec/Fletcher32.hpp"
+#include "Utils/ChunkCodec/Inflate.hpp"
+#include "Utils/ChunkCodec/Shuffle.hpp"
+
+namespace ChunkCodec {
+
+namespace {
+
+constexpr std::size_t ChecksumBytes = 4;
+
+DecodeStatus StripChecksum(std::span<const std::byte>& stored) {
+  if (stored.size() < ChecksumBytes) {
+    return DecodeStatus::ShortStream;
+  }
+  const auto tail = stored.last(ChecksumBytes);
+  stored = stored.first(stored.size() - ChecksumBytes);
+  std::uint32_t expected = 0;
+  for (std::size_t i = 0; i < ChecksumBytes; ++i) {
+    expected |= std::to_integer<std::uint32_t>(tail[i]) << 8 * i;
+  }
+  const std::uint32_t checksum = Fletcher32(stored);
+  return expected == checksum || expected == Fletcher32OfOldFiles(checksum)
+             ? DecodeStatus::Ok
+             : DecodeStatus::WrongChecksum;
+}
+
+DecodeStatus CheckSize(std::size_t actual, std::size_t expected) {
+  return actual < expected   ? DecodeStatus::TooFewValues
+         : actual > expected ? DecodeStatus::TooManyValues
+                             : DecodeStatus::Ok;
+}
+
+}  // namespace
+
+const char* Describe(DecodeStatus status) {
+  switch (status) {
+    case DecodeStatus::Ok:
+      return "ok";
+    case DecodeStatus::WrongChecksum:
+      return "wrong checksum";
+    case DecodeStatus::ShortStream:
+      return "short stream";
+    case DecodeStatus::CorruptStream:
+      return "corrupt stream";
+    case DecodeStatus::TooFewValues:
+      return "too few values";
+    case DecodeStatus::TooManyValues:
+      return "too many values";
+    case DecodeStatus::TrailingData:
+      return "trailing data";
+  }
+  return "unknown";
+}
+
+DecodeStatus DecodeChunk(std::span<const std::byte> stored, const Filters& filters,
+                         std::span<double> values) {
+  if (filters.mFletcher32) {
+    if (const DecodeStatus status = StripChecksum(stored); status != DecodeStatus::Ok) {
+      return status;
+    }
+  }
+  const std::span<std::byte> bytes = std::as_writable_bytes(values);
+  std::unique_ptr<std::byte[]> inflated;
+  if (filters.mDeflate) {
+    std::span<std::byte> target = bytes;
+    if (filters.mShuffle) {
+      inflated = std::make_unique_for_overwrite<std::byte[]>(bytes.size());
+      target = {inflated.get(), bytes.size()};
+    }
+    if (const DecodeStatus status = Inflate(stored, target); status != DecodeStatus::Ok) {
+      return status;
+    }
+    stored = target;
+  } else if (const DecodeStatus status = CheckSize(stored.size(), bytes.size());
+             status != DecodeStatus::Ok) {
+    return status;
+  }
+  if (filters.mShuffle) {
+    Unshuffle(reinterpret_cast<const std::uint8_t*>(stored.data()), values);
+  } else if (!filters.mDeflate) {
+    std::copy(stored.begin(), stored.end(), bytes.begin());
+  }
+  return DecodeStatus::Ok;
+}
+
+}  // namespace ChunkCodec

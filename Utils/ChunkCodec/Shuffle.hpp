@@ -1,0 +1,21 @@
+// The byte transposition of HDF5's shuffle filter, for elements of eight bytes: plane p, of one
+// byte per value, holds byte p of every value, and the planes follow one another. Bytes of equal
+// weight then lie together, where exponents compress and mantissa noise is known as such.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+namespace ChunkCodec {
+
+inline constexpr std::size_t PlaneCount = sizeof(double);
+
+/// Writes byte p of values[i] to planes[p * stride + i]. The filter's own layout has a stride of
+/// values.size(); nothing is written between the planes of a larger one.
+void Shuffle(std::span<const double> values, std::uint8_t* planes, std::size_t stride);
+
+/// The inverse, of the filter's own layout: 8 * values.size() bytes.
+void Unshuffle(const std::uint8_t* planes, std::span<double> values);
+
+}  // namespace ChunkCodec
