@@ -1,0 +1,235 @@
+#include "Utils/H5/H5_File.hpp"
+
+#include <algorithm>
+#include <ostream>
+
+#include "Utils/ErrorHandling/MyAbort.hpp"
+#include "Utils/ErrorHandling/Require.hpp"
+#include "Utils/H5/H5_Utils.hpp"
+
+namespace {
+
+void CountNodes(const H5_Node* ptr, std::uint64_t& dirs, std::uint64_t& objects) {
+  if (ptr->Type() == "dir") {
+    ++dirs;
+    for (const auto& [name, child] : ptr->Children()) {
+      CountNodes(&child, dirs, objects);
+    }
+    return;
+  }
+  REQUIRE(ptr->Children().empty(), "Inconsistency.  non-directory with children");
+  ++objects;
+}
+
+}  // namespace
+
+H5_File::H5_File(const std::string& fullPath, H5AccessType access, int verbosity)
+    : mFilename(fullPath), mTrace(verbosity), mAtype(access) {
+  OpenFile();
+}
+
+H5_File::~H5_File() {
+  if (mpHandle != nullptr) {
+    *mpHandle = nullptr;
+  }
+  if (mpTotal != nullptr) {
+    *mpTotal -= CummulativeCacheSize();
+    mpTotal = nullptr;
+  }
+  if (HasWriteFailed()) {
+    return;
+  }
+  AbandonWrite();
+  if (CummulativeCacheSize() != 0) {
+    WriteCache();
+  }
+  CloseFile();
+}
+
+void H5_File::OpenFile() {
+  REQUIRE(!IsFileOpen(), "Internal error: " << mFilename << " is open already");
+  const std::string noDataset;
+  const ReportContext context(noDataset, mFilename);
+  mFile_id = Vexa_H5::OpenFile(mFilename, mAtype, mTrace.Verbosity());
+  if (mpRoot == nullptr) {
+    BuildTree();
+  }
+}
+
+void H5_File::BuildTree() {
+  hsize_t fileSize = 0;
+  const herr_t err = H5Fget_filesize(mFile_id, &fileSize);
+  REQUIRE(err>=0, "H5Fget_filesize failed");
+  // A link takes some bytes of the file, however small, unless it leads to another file; and a new
+  // file may grow.
+  const hsize_t harmless = 250000;
+  mMostNodes = mAtype == ReadOnly ? std::max(fileSize, harmless) : ~std::uint64_t{0};
+  mpRoot = std::make_unique<H5_Node>(*this, mFile_id, mTrace.Verbosity());
+}
+
+void H5_File::CountNode() {
+  ++mNodes;
+  REQUIRE(mNodes<=mMostNodes, "File " << mFilename << " leads to more objects than it has room for; "
+                                      << "its links go round in circles");
+}
+
+void H5_File::CloseNodes(const H5_Node& top) {
+  const auto isBelow = [&top](const H5_Node* node) {
+    while (node != nullptr && node != &top) {
+      node = node->Parent();
+    }
+    return node != nullptr;
+  };
+  // Backwards, so that members are closed before their groups. Usually what is to be closed was
+  // opened last; the walk stops at the node itself, below which nothing was opened earlier.
+  for (std::size_t i = mOpenNodes.size(); i-- > 0;) {
+    const H5_Node* node = mOpenNodes[i];
+    if (!isBelow(node)) {
+      continue;
+    }
+    mOpenNodes.erase(mOpenNodes.begin() + static_cast<std::ptrdiff_t>(i));
+    if (node->IsObjectOpen()) {
+      node->Object().CloseObject();
+    }
+    if (node == &top) {
+      break;
+    }
+  }
+}
+
+void H5_File::CloseFile() {
+  if (!IsFileOpen()) {
+    return;
+  }
+  const std::string noDataset;
+  const ReportContext context(noDataset, mFilename);
+  if (mpRoot != nullptr) {
+    mpRoot->CloseObject();
+  }
+  // An identifier that is still open would keep the file open without a word, unflushed.
+  // After a failure the calls that were interrupted have theirs open, which nobody can mend.
+  const bool isChecked = mAtype == ReadWrite && !MyAbortCalled_UncleanShutdown();
+  const ssize_t leaked =
+      isChecked ? H5Fget_obj_count(mFile_id, H5F_OBJ_ALL | H5F_OBJ_LOCAL) - 1 : 0;
+  REQUIRE(leaked==0, "Internal error: " << leaked << " identifiers open while closing the file");
+  const hid_t file_id = mFile_id;
+  mFile_id = -1;
+  const herr_t err = mTrace(5, H5Fclose(file_id), "H5Fclose(", file_id, ")");
+  REQUIRE(err==0, "H5Fclose returned err=" << err);
+}
+
+std::uint64_t H5_File::CummulativeCacheSize() const {
+  return mpRoot == nullptr ? 0 : mpRoot->CummulativeCacheSize();
+}
+
+void H5_File::WriteCache() {
+  AbandonWrite();
+  const std::uint64_t size = CummulativeCacheSize();
+  if (size == 0) {
+    return;
+  }
+  REQUIRE(mAtype==ReadWrite, "Consistency error: Called WriteCache() on ReadOnly file "
+                                 << mFilename << "\nwith a non-zero cache size " << size);
+  BeginWriting();
+  mpRoot->WriteCache();
+  mIsWriting = false;
+}
+
+void H5_File::BeginWriting() {
+  mIsWriting = true;
+  if (!IsFileOpen()) {
+    OpenFile();
+  }
+}
+
+void H5_File::WriteImmediately(H5_Node& node, const std::function<void()>& write) {
+  const std::string name = node.FullName();
+  const ReportContext context(name, mFilename);
+  BeginWriting();
+  mpBeingWritten = &node;
+  const std::size_t openBefore = mOpenNodes.size();
+  if (!node.IsObjectOpen()) {
+    node.OpenObject();
+  }
+  write();
+  // The groups above were opened for this object, and are many if each object has its own.
+  while (mOpenNodes.size() > openBefore) {
+    mOpenNodes.back()->CloseObject();
+  }
+  mpBeingWritten = nullptr;
+  mIsWriting = false;
+}
+
+bool H5_File::HasWriteFailed() const {
+  // A failure ends the process without unwinding, so what was being worked on is still known: a
+  // write that waited for values of another file is unfinished, but has done no harm to this one.
+  return mIsWriting && (mpBeingWritten == nullptr || !ReportContext::IsAboutAnotherFile(mFilename));
+}
+
+void H5_File::AbandonWrite() {
+  if (mpBeingWritten == nullptr || !IsFileOpen()) {
+    return;
+  }
+  // Half a dataset must not be taken for a whole one.
+  const std::string name = mpBeingWritten->FullName();
+  CloseNodes(*mpBeingWritten);
+  mpBeingWritten = nullptr;
+  mIsWriting = false;
+  const herr_t err = H5Ldelete(mFile_id, name.c_str(), H5P_DEFAULT);
+  REQUIRE(err>=0, "H5Ldelete failed on '" << name << "'");
+}
+
+void H5_File::CountIn(std::uint64_t& total) {
+  mpTotal = &total;
+  total += CummulativeCacheSize();
+}
+
+void H5_File::CacheChanged(std::uint64_t before, std::uint64_t now) {
+  if (mpTotal != nullptr) {
+    *mpTotal = *mpTotal - before + now;
+  }
+}
+
+void H5_File::Statistics(std::uint64_t& dirs, std::uint64_t& objects,
+                         std::uint64_t& objectsWithCache, std::uint64_t& timeSteps,
+                         std::uint64_t& bytes) const {
+  dirs = objects = objectsWithCache = timeSteps = bytes = 0;
+  if (mpRoot != nullptr) {
+    CountNodes(mpRoot.get(), dirs, objects);
+    mpRoot->CacheStatistics(objectsWithCache, timeSteps, bytes);
+  }
+}
+
+void H5_File::WriteInfo(std::ostream& os, int verbosity) const {
+  std::uint64_t dirs = 0;
+  std::uint64_t objects = 0;
+  std::uint64_t objectsWithCache = 0;
+  std::uint64_t timeSteps = 0;
+  std::uint64_t bytes = 0;
+  Statistics(dirs, objects, objectsWithCache, timeSteps, bytes);
+  const double average = objectsWithCache == 0 ? 0.
+                                               : static_cast<double>(timeSteps) /
+                                                     static_cast<double>(objectsWithCache);
+  os << mFilename << "  id=" << mFile_id << "\n"
+     << "|  " << dirs << " dir(s) with " << objects << " dataset(s) (" << objectsWithCache
+     << " with cached data)\n"
+     << "|  " << bytes << " bytes, " << timeSteps << " timesteps cached (average " << average
+     << " steps/dataset)\n";
+  if (verbosity > 2 && mpRoot != nullptr) {
+    mpRoot->WriteInfo(os, "", verbosity, 10, true);
+  }
+}
+
+std::ostream& operator<<(std::ostream& os, const H5_File& file) {
+  file.WriteInfo(os, 3);
+  return os;
+}
+
+MyVector<std::string> H5_File::GetNames(const std::string& glob, bool recursive) const {
+  std::vector<std::string> names;
+  if (mpRoot != nullptr) {
+    mpRoot->AppendDataSets(glob, names, recursive);
+  }
+  std::sort(names.begin(), names.end());
+  return MyVector<std::string>(names);
+}

@@ -1,0 +1,97 @@
+#pragma once
+
+#include <hdf5.h>
+
+#include <cstdint>
+#include <functional>
+#include <iosfwd>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Utils/Containers/MyVector.hpp"
+#include "Utils/ErrorHandling/Trace.hpp"
+#include "Utils/H5/H5AccessType.hpp"
+#include "Utils/H5/H5_Node.hpp"
+
+/// One HDF5 file as the store sees it: its path, its access, its identifier while it is open, and
+/// the tree of its objects, which stays in memory while the file is closed.
+class H5_File {
+ public:
+  /// Opens the file, or creates it if it is missing and the access is ReadWrite, and reads its
+  /// tree. `fullPath` is the real path.
+  H5_File(const std::string& fullPath, H5AccessType access, int verbosity);
+  H5_File(const H5_File&) = delete;
+  H5_File& operator=(const H5_File&) = delete;
+  /// Writes what is held and closes the file. Does neither after a write has failed: what is on
+  /// disk then is not a whole file and must not look like one.
+  ~H5_File();
+
+  /// Opens again with the stored access; the tree stays as it is.
+  void OpenFile();
+  /// Closes all objects and the file; what is held stays in memory.
+  void CloseFile();
+  bool IsFileOpen() const { return mFile_id >= 0; }
+  hid_t FileId() const { return mFile_id; }
+  const std::string& Filename() const { return mFilename; }
+
+  void SetAccess(H5AccessType access) { mAtype = access; }
+
+  H5_Node* Root() { return mpRoot.get(); }
+  const H5_Node* Root() const { return mpRoot.get(); }
+  std::uint64_t CummulativeCacheSize() const;
+
+  /// Writes what all objects hold; opens a closed file and leaves it open. Does nothing, not even
+  /// open, when nothing is held. Fails on a ReadOnly file that holds data.
+  void WriteCache();
+  /// Opens the object of `node`, which is new, calls `write`, and closes the object again.
+  void WriteImmediately(H5_Node& node, const std::function<void()>& write);
+  /// Whether writing to the file failed. A failure to read what was to be written is none: the
+  /// dataset that waited for it is then taken out of the file again.
+  bool HasWriteFailed() const;
+
+  /// Counts by a walk over the whole tree: groups; objects; objects that hold data; their time
+  /// steps; their bytes.
+  void Statistics(std::uint64_t& dirs, std::uint64_t& objects, std::uint64_t& objectsWithCache,
+                  std::uint64_t& timeSteps, std::uint64_t& bytes) const;
+  void WriteInfo(std::ostream& os, int verbosity) const;
+  friend std::ostream& operator<<(std::ostream& os, const H5_File& file);
+
+  /// The full names, such as "/Run.dir/a.dat", of the objects that match the glob, ascending by
+  /// bytes. Groups are descended into, whatever `recursive` says, and never listed.
+  MyVector<std::string> GetNames(const std::string& glob, bool recursive) const;
+
+  /// At most one CachedH5File at a time stands for a file.
+  bool HasHandle() const { return mpHandle != nullptr; }
+  /// The handle's pointer to this file, or null when the handle goes; nulled when the file goes.
+  void SetHandle(H5_File** handle) { mpHandle = handle; }
+
+  /// Keeps the bytes that this file holds counted in `total` from now on.
+  void CountIn(std::uint64_t& total);
+
+ private:
+  friend class H5_Node;
+
+  void BuildTree();
+  void BeginWriting();
+  void AbandonWrite();
+  void CacheChanged(std::uint64_t before, std::uint64_t now);
+  // The nodes tell what is open and how many they are, so that closing costs what was opened and
+  // links that lead in circles through a graph of groups are noticed.
+  void NodeOpened(const H5_Node& node) { mOpenNodes.push_back(&node); }
+  void CloseNodes(const H5_Node& top);
+  void CountNode();
+
+  std::string mFilename;
+  Trace mTrace;
+  H5AccessType mAtype;
+  hid_t mFile_id = -1;
+  H5_File** mpHandle = nullptr;
+  std::uint64_t* mpTotal = nullptr;
+  H5_Node* mpBeingWritten = nullptr;  // by WriteImmediately
+  bool mIsWriting = false;
+  std::uint64_t mNodes = 0;
+  std::uint64_t mMostNodes = 0;            // a file of this size has no room for more
+  std::vector<const H5_Node*> mOpenNodes;  // in the order of opening
+  std::unique_ptr<H5_Node> mpRoot;
+};
