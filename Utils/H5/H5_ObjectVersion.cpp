@@ -1,0 +1,146 @@
+#include "Utils/H5/H5_ObjectVersion.hpp"
+
+#include <ostream>
+
+#include "Utils/ErrorHandling/Require.hpp"
+#include "Utils/H5/H5Type.hpp"
+#include "Utils/H5/H5_Utils.hpp"
+
+template struct Factory::Register<H5_Objects::Version>;
+
+namespace H5_Objects {
+
+std::string Version::Help() {
+  return "H5_Object::Version. Holds the version number as an attribute,  \n"
+         "and holds a list of strings of the form:                       \n"
+         "git-hash-of-commit-before-this-version : help-text             \n"
+         "that contain a history of what was changed with every version. \n";
+}
+
+Version::Version(const std::string& name, bool existsOnDisk, int verbosity)
+    : DataSet(name, existsOnDisk, verbosity) {}
+
+Version::~Version() {
+  if (MayCheckInDestructor()) {
+    REQUIRE(not IsObjectOpen(), "Encountered destructor while object still open");
+  }
+  CloseSilently();
+}
+
+void Version::Initialize(const History& history) {
+  REQUIRE(mHist.size()==0 and (not IsObjectOpen()), "Please call initialize only once");
+  mHist = history;
+  mCurrentVersion = history.size();
+  mCharacters = 0;
+  for (const auto& [hash, help] : mHist) {
+    mCharacters += hash.size() + help.size();
+  }
+  ReportCacheSize();
+}
+
+void Version::OpenObject(hid_t parentGroupId) {
+  const bool h5_exists = LinkExists(parentGroupId, mName, mTrace);
+  RequireConsistentExistence(h5_exists, Location::current());
+  mTrace.Line(5, "Ver open ", mName);
+  if (h5_exists) {
+    OpenExisting(parentGroupId);
+  } else {
+    CreateNew(parentGroupId);
+  }
+  mIsKnown = true;
+}
+
+void Version::OpenExisting(hid_t parentGroupId) {
+  mMy_id = mTrace(5, H5Dopen2(parentGroupId, mName.c_str(), H5P_DEFAULT), "H5Dopen2(",
+                  parentGroupId, ", \"", mName, "\")");
+  REQUIRE(mMy_id>=0, "H5Dopen2 failed");
+  const std::vector<hsize_t> currdims = FileExtents(Location::current());
+  const std::size_t ndims = currdims.size();
+  REQUIRE(ndims==2, "Expected dim of 2, got " << ndims);
+  mSize = currdims[0];
+  const std::vector<unsigned long> version =
+      Vexa_H5::RetrieveAttributes<unsigned long>(mMy_id, "Version", false, mTrace.Verbosity());
+  REQUIRE(version.size()==1, "Bad size " << version.size());
+  mCurrentVersion = version[0];
+  REQUIRE(mCurrentVersion == currdims[0]+mHist.size(),
+          "oops: CurrentVersion = " << mCurrentVersion << ", expected "
+                                    << currdims[0] + mHist.size());
+}
+
+void Version::CreateNew(hid_t parentGroupId) {
+  DatatypeHandle type_id(H5Type<std::string>());
+  mMy_id = Create(parentGroupId, mName, {0, 2}, {1, 2}, type_id, false, Location::current());
+  const herr_t status = mTrace(5, type_id.Close(), "H5Tclose(type_id)");
+  REQUIRE(status==0, "H5Tclose failed");
+  Vexa_H5::AttachAttributes<unsigned long>(mMy_id, "Version", {mCurrentVersion},
+                                           mTrace.Verbosity());
+  mExistsInFile = true;
+  mSize = 0;
+}
+
+void Version::CloseObject() {
+  REQUIRE(IsObjectOpen(), "Calling CloseObject on closed ObjectVersion!");
+  Close(Location::current());
+}
+
+void Version::WriteCache() {
+  mTrace.Line(5, "Ver WriteCache ", mName);
+  REQUIRE(IsObjectOpen(), "Consistency error: Called WriteCache on a closed object");
+  if (SizeOfCache() == 0) {
+    return;
+  }
+  REQUIRE(mSize==0, "This can be written only once, ");
+  const std::vector<hsize_t> dims = {mHist.size(), 2};
+  mTrace.Line(5, "Txt append ", dims[0], " strings to '", mName, "' (new size=", dims[0], ")");
+  Extend(dims, "H5Dextent failed", Location::current());
+  std::vector<const char*> wdata;
+  wdata.reserve(2 * mHist.size());
+  for (const auto& [hash, help] : mHist) {
+    wdata.push_back(hash.c_str());
+    wdata.push_back(help.c_str());
+  }
+  DatatypeHandle type_id(H5Type<std::string>());
+  WriteBlock({0, 0}, dims, type_id, wdata.data(), Location::current());
+  const herr_t status = mTrace(5, type_id.Close(), "H5Tclose(type_id)");
+  REQUIRE(status==0, "H5Tclose failed");
+  mSize = mHist.size();
+  mHist.clear();
+  mCharacters = 0;
+  ReportCacheSize();
+}
+
+unsigned long Version::GetCurrentVersion() const {
+  REQUIRE(mHist.size()>0 || IsObjectOpen(), "Must call Initialize or OpenObject first");
+  return mCurrentVersion;
+}
+
+Version::History Version::RetrieveVersionHistory() const {
+  REQUIRE(IsObjectOpen(), "Dataset must be opened first");
+  const std::vector<hsize_t> dims = FileExtents(Location::current());
+  const std::size_t ndims = dims.size();
+  REQUIRE(ndims == 2, "Expected dim of 2, got " << ndims);
+  REQUIRE(dims[0]==mSize, "Extents inconsistent between memory and file");
+  REQUIRE(dims[1]==2, "Expected 2 columns, got " << dims[1]);
+  std::vector<std::string> strings = ReadAllStrings(2 * dims[0], Location::current());
+  History history;
+  history.reserve(dims[0]);
+  for (std::size_t i = 0; i < strings.size(); i += 2) {
+    history.emplace_back(std::move(strings[i]), std::move(strings[i + 1]));
+  }
+  return history;
+}
+
+std::string Version::RetrieveVersionHistorySingleString() const {
+  std::string text;
+  for (const auto& [hash, help] : RetrieveVersionHistory()) {
+    text += "Hash " + hash + ":\n" + help + "\n";
+  }
+  return text;
+}
+
+std::ostream& Version::Output(std::ostream& os, const std::string& indent) const {
+  os << indent;
+  return mIsKnown || !mHist.empty() ? os << "Version " << mCurrentVersion : os << "Version unknown";
+}
+
+}  // namespace H5_Objects
