@@ -1,0 +1,194 @@
+#include "Utils/H5/H5_Columns.hpp"
+
+#include <algorithm>
+#include <memory>
+
+#include "Utils/ErrorHandling/Require.hpp"
+#include "Utils/H5/H5_Chunks.hpp"
+#include "Utils/H5/H5_Utils.hpp"
+#include "Utils/H5/Handle.hpp"
+
+namespace {
+
+using Location = std::source_location;
+
+// Selects a block of the dataset and hands the library its file and memory spaces. The memory
+// space has rank 2 like the file's: with a one-dimensional one the library is ten times slower.
+class Selection {
+ public:
+  Selection(hid_t dataset_id, Location where) : mWhere(where), mFile(H5Dget_space(dataset_id)) {
+    REQUIRE_AT(mWhere, mFile>=0, "H5Dget_space failed");
+  }
+
+  void Select(const ColumnBlock& block) {
+    const hsize_t start[2] = {block.mFirstRow, block.mFirstColumn};
+    const hsize_t count[2] = {block.mRows, block.mColumns};
+    herr_t err = H5Sselect_hyperslab(mFile, H5S_SELECT_SET, start, nullptr, count, nullptr);
+    REQUIRE_AT(mWhere, err>=0, "H5Sselect_hyperslab failed");
+    if (mMemory < 0) {
+      mMemory = DataspaceHandle(H5Screate_simple(2, count, nullptr));
+      REQUIRE_AT(mWhere, mMemory>=0, "H5Screate_simple failed");
+    } else {
+      err = H5Sset_extent_simple(mMemory, 2, count, nullptr);
+      REQUIRE_AT(mWhere, err>=0, "H5Sset_extent_simple failed");
+    }
+  }
+
+  hid_t FileSpace() const { return mFile; }
+  hid_t MemorySpace() const { return mMemory; }
+
+  void Close() {
+    herr_t err = mMemory < 0 ? 0 : mMemory.Close();
+    REQUIRE_AT(mWhere, 0==err, "H5Sclose failed");
+    err = mFile.Close();
+    REQUIRE_AT(mWhere, 0==err, "H5Sclose failed");
+  }
+
+ private:
+  Location mWhere;
+  DataspaceHandle mFile;
+  DataspaceHandle mMemory;
+};
+
+// Rows that are read together from a dataset whose chunks, or whose contiguous rows, hold several
+// columns: whole chunks, so that each is inflated once, and about a mebibyte of values at least.
+std::uint64_t RowsPerPass(const TableLayout& layout, const ColumnBlock& block) {
+  const std::uint64_t valuesPerPass = 131072;
+  const std::uint64_t chunkRows = std::max<std::uint64_t>(layout.mChunkRows, 1);
+  const std::uint64_t rows = std::max<std::uint64_t>(valuesPerPass / block.mColumns, 1);
+  return std::max<std::uint64_t>(rows / chunkRows, 1) * chunkRows;
+}
+
+void Transpose(const double* rowMajor, std::uint64_t rows, std::uint64_t columns, double* values,
+               std::uint64_t stride) {
+  for (std::uint64_t c = 0; c < columns; ++c) {
+    double* column = values + c * stride;
+    for (std::uint64_t r = 0; r < rows; ++r) {
+      column[r] = rowMajor[r * columns + c];
+    }
+  }
+}
+
+}  // namespace
+
+TableLayout ReadTableLayout(hid_t dataset_id, const std::string& name, Location where) {
+  DataspaceHandle dataspace_id(H5Dget_space(dataset_id));
+  REQUIRE_AT(where, dataspace_id>=0, "H5Dget_space failed");
+  const std::vector<hsize_t> dims = Vexa_H5::Extents(dataspace_id, where);
+  herr_t err = dataspace_id.Close();
+  REQUIRE_AT(where, 0==err, "H5Sclose failed");
+  const std::size_t ndims = dims.size();
+  REQUIRE_AT(where, ndims==2, "Dimension mismatch.");
+
+  TableLayout layout;
+  layout.mRows = dims[0];
+  layout.mColumns = dims[1];
+  PropertyListHandle cparms_id(H5Dget_create_plist(dataset_id));
+  REQUIRE_AT(where, cparms_id>=0, "H5Dget_create_plist failed");
+  if (H5Pget_layout(cparms_id) == H5D_CHUNKED) {
+    hsize_t chunk[2] = {0, 0};
+    const int chunkRank = H5Pget_chunk(cparms_id, 2, chunk);
+    REQUIRE_AT(where, chunkRank==2, "H5Pget_chunk failed");
+    layout.mChunkRows = chunk[0];
+    layout.mChunkColumns = chunk[1];
+    layout.mMovesChunks = chunk[1] == 1 && CanMoveChunks(dataset_id, cparms_id, layout.mFilters);
+  }
+  err = cparms_id.Close();
+  REQUIRE_AT(where, 0==err, "H5Pclose failed");
+
+  // Legends and rows are held per column, whatever the file has of them.
+  const hsize_t mostColumns = 1000000;
+  REQUIRE_AT(where, layout.mColumns<=mostColumns,
+             name << " claims " << layout.mColumns << " columns");
+  const std::uint64_t stored = H5Dget_storage_size(dataset_id);
+  const long double valueSize = sizeof(double);
+  Vexa_H5::RequirePlausibleSize(valueSize * layout.mRows * layout.mColumns, stored, name, where);
+  if (layout.mRows > 0) {
+    // One chunk is what the library holds at least; a single row may stand in a chunk of millions.
+    Vexa_H5::RequirePlausibleSize(valueSize * layout.mChunkRows * layout.mChunkColumns / 64, stored,
+                                  name, where);
+  }
+  return layout;
+}
+
+void ReadColumns(hid_t dataset_id, const TableLayout& layout, const ColumnBlock& block,
+                 double* values, const std::string& name, Location where) {
+  if (block.mRows == 0 || block.mColumns == 0) {
+    return;
+  }
+  if (layout.mMovesChunks) {
+    ReadChunks(dataset_id, layout, block, values, name, where);
+  } else {
+    ReadColumnsByLibrary(dataset_id, layout, block, values, name, where);
+  }
+}
+
+void ReadColumnsByLibrary(hid_t dataset_id, const TableLayout& layout, const ColumnBlock& block,
+                          double* values, const std::string& name, Location where) {
+  Selection selection(dataset_id, where);
+  const auto read = [&](const ColumnBlock& part, double* buffer) {
+    selection.Select(part);
+    const herr_t err = H5Dread(dataset_id, H5T_NATIVE_DOUBLE, selection.MemorySpace(),
+                               selection.FileSpace(), H5P_DEFAULT, buffer);
+    REQUIRE_AT(where, err>=0, "H5Dread failed for name=" << name);
+  };
+  if (layout.mChunkColumns == 1 || layout.mColumns == 1) {
+    for (std::uint64_t c = 0; c < block.mColumns; ++c) {
+      read({block.mFirstColumn + c, 1, block.mFirstRow, block.mRows}, values + c * block.mRows);
+    }
+  } else {
+    const std::uint64_t rowsPerPass = RowsPerPass(layout, block);
+    const std::uint64_t bufferRows = std::min(rowsPerPass, block.mRows);
+    const auto rowMajor = std::make_unique_for_overwrite<double[]>(bufferRows * block.mColumns);
+    std::uint64_t done = 0;
+    while (done < block.mRows) {
+      // Passes end where chunks end, wherever the block begins.
+      const std::uint64_t row = block.mFirstRow + done;
+      const std::uint64_t rows = std::min(rowsPerPass - row % rowsPerPass, block.mRows - done);
+      read({block.mFirstColumn, block.mColumns, row, rows}, rowMajor.get());
+      Transpose(rowMajor.get(), rows, block.mColumns, values + done, block.mRows);
+      done += rows;
+    }
+  }
+  selection.Close();
+}
+
+namespace {
+
+// Through the library's own filters: rows that do not fill their chunks.
+void WriteColumnsByLibrary(hid_t dataset_id, const TableLayout& layout, std::uint64_t firstRow,
+                           std::uint64_t rows, const ColumnSource& source, Location where) {
+  Selection selection(dataset_id, where);
+  const auto scratch = std::make_unique_for_overwrite<double[]>(rows);
+  for (std::uint64_t c = 0; c < layout.mColumns; ++c) {
+    const double* column = source(c, scratch.get());
+    selection.Select({c, 1, firstRow, rows});
+    const herr_t err = H5Dwrite(dataset_id, H5T_NATIVE_DOUBLE, selection.MemorySpace(),
+                                selection.FileSpace(), H5P_DEFAULT, column);
+    REQUIRE_AT(where, err>=0, "H5Dwrite failed");
+  }
+  selection.Close();
+}
+
+}  // namespace
+
+void WriteColumns(hid_t dataset_id, const TableLayout& layout, std::uint64_t firstRow,
+                  std::uint64_t rows, const ColumnSource& source, Location where) {
+  // Of one column, the part that fills its chunks can go without the rest.
+  const bool startsChunk = layout.mMovesChunks && firstRow % layout.mChunkRows == 0;
+  const std::uint64_t rest = startsChunk ? rows % layout.mChunkRows : rows;
+  if (rest == 0) {
+    WriteChunks(dataset_id, layout, firstRow, rows, source, where);
+  } else if (rest == rows || layout.mColumns > 1) {
+    WriteColumnsByLibrary(dataset_id, layout, firstRow, rows, source, where);
+  } else {
+    const auto scratch = std::make_unique_for_overwrite<double[]>(rows);
+    const double* column = source(0, scratch.get());
+    const auto part = [&](std::uint64_t begin) {
+      return [values = column + begin](std::uint64_t, double*) { return values; };
+    };
+    WriteChunks(dataset_id, layout, firstRow, rows - rest, part(0), where);
+    WriteColumnsByLibrary(dataset_id, layout, firstRow + rows - rest, rest, part(rows - rest),
+                          where);
+  }
+}

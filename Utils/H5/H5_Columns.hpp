@@ -1,0 +1,54 @@
+// Moves columns of doubles between memory and an open two-dimensional dataset. On disk a table of
+// ours keeps each column in chunks of its own, and in memory a column is contiguous, so columns
+// move as blocks; the library's element-by-element walk through a row is what is avoided here.
+#pragma once
+
+#include <hdf5.h>
+
+#include <cstdint>
+#include <functional>
+#include <source_location>
+#include <string>
+
+#include "Utils/ChunkCodec/Filters.hpp"
+
+/// Rows and columns to move: [mFirstRow, mFirstRow + mRows) of [mFirstColumn, ... + mColumns).
+struct ColumnBlock {
+  std::uint64_t mFirstColumn = 0;
+  std::uint64_t mColumns = 0;
+  std::uint64_t mFirstRow = 0;
+  std::uint64_t mRows = 0;
+};
+
+/// How an open table lies on disk.
+struct TableLayout {
+  std::uint64_t mRows = 0;
+  std::uint64_t mColumns = 0;
+  std::uint64_t mChunkRows = 0;     // 0: not chunked
+  std::uint64_t mChunkColumns = 0;  // 1: a chunk holds a single column, as in every table of ours
+  bool mMovesChunks = false;        // chunks can be moved past the library's filters
+  ChunkCodec::Filters mFilters;     // of such chunks
+};
+
+/// Reads extents and chunking of an open dataset; fails with "Dimension mismatch." unless its rank
+/// is 2, and when it claims more than can be stored (see RequirePlausibleSize).
+TableLayout ReadTableLayout(hid_t dataset_id, const std::string& name, std::source_location where);
+
+/// Reads the block into `values`, column after column: values[c * mRows + r]. Any numeric type on
+/// disk is converted; any layout is read chunk by chunk, each chunk once where rows of a chunk fit
+/// into memory along with the block. Fails with "H5Dread failed for name=...".
+void ReadColumns(hid_t dataset_id, const TableLayout& layout, const ColumnBlock& block,
+                 double* values, const std::string& name, std::source_location where);
+
+/// The same through the library's own filters, whatever the layout.
+void ReadColumnsByLibrary(hid_t dataset_id, const TableLayout& layout, const ColumnBlock& block,
+                          double* values, const std::string& name, std::source_location where);
+
+/// Gives the values of one column when asked, as many as rows are written: either where they lie
+/// already, or gathered into `scratch`, which has room for them, and that pointer.
+using ColumnSource = std::function<const double*(std::uint64_t column, double* scratch)>;
+
+/// Writes rows [firstRow, firstRow + rows) of all columns, asking for one column at a time. The
+/// dataset is large enough already. Fails with "H5Dwrite failed".
+void WriteColumns(hid_t dataset_id, const TableLayout& layout, std::uint64_t firstRow,
+                  std::uint64_t rows, const ColumnSource& source, std::source_location where);
