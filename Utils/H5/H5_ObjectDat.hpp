@@ -1,0 +1,97 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <iosfwd>
+#include <string>
+#include <vector>
+
+#include "Utils/Containers/MyVector.hpp"
+#include "Utils/Factory/Register.hpp"
+#include "Utils/H5/H5_Columns.hpp"
+#include "Utils/H5/H5_DataSet.hpp"
+
+namespace H5_Objects {
+
+/// A Dat is a table that grows by rows: one two-dimensional dataset of doubles, a row per time
+/// step, a named column per quantity. Appended rows wait in memory until the file cache has them
+/// written. On disk every chunk is a run of rows of a single column.
+///
+/// A table that is not in the file yet is given its shape by Initialize(); one that is in the file
+/// gets it from there in OpenObject(). The operations that read or write the file need the object
+/// open; Append() does not.
+class Dat : public DataSet, public Factory::Register<Dat> {
+ public:
+  static std::string ClassID() { return "dat"; }
+  static std::string Help();
+
+  Dat(const std::string& name, bool existsOnDisk, int verbosity);
+  /// Ends the process if rows are still waiting.
+  ~Dat() override;
+
+  /// Shapes a new table: one column per legend. `chunkRows` is the length of a chunk; 0 counts as
+  /// 1, and what exceeds HDF5's limit of 4 GiB for a chunk as the longest that is accepted.
+  /// Writes nothing. Fails with "DataSet already initialized".
+  void Initialize(const MyVector<std::string>& legend, bool compress, std::size_t chunkRows);
+  bool IsInitialized() const { return mExistsInFile || !mExtents.empty(); }
+
+  /// Opens the table, or creates it with its legend. Files that carry the older, misspelled link
+  /// names "DimensionfullInertialSpin[Mag].dat" are read under the right ones.
+  void OpenObject(hid_t parentGroupId) override;
+  void CloseObject() override;
+  bool AreAttributesKnown() const override { return !mExtents.empty(); }
+
+  /// Adds one row to the cache: one value per column in legend order, the time first.
+  void Append(const MyVector<double>& row);
+
+  /// Writes all waiting rows to the open table.
+  void WriteCache() override;
+
+  /// Writes the waiting rows, then `data` at once as data.size() rows of a one-column table.
+  void WriteManyStepsImmediately(const std::vector<double>& data);
+
+  /// Writes the waiting rows, then `rows` rows at once, asking for one column at a time: no more
+  /// than one column need be in memory.
+  void WriteManyStepsImmediately_(std::uint64_t rows, const ColumnSource& source);
+
+  /// {rows, columns}, waiting rows included, so it can exceed what is in the file.
+  /// Fails with "Must call Initialize or OpenObject first".
+  MyVector<unsigned long long> GetExtents() const;
+  /// One name per column. Fails like GetExtents.
+  MyVector<std::string> GetLegend() const;
+
+  std::uint64_t NTimeStepsCached() const override;
+  /// 8 bytes per waiting value, and the legend's characters while the table is not in the file.
+  std::uint64_t SizeOfCache() const override;
+  std::ostream& Output(std::ostream& os, const std::string& indent) const override;
+
+  /// All rows in the file, one vector per row; waiting rows are not included.
+  MyVector<MyVector<double>> RetrieveData() const;
+
+  /// Rows [first, one_past_last) of the listed columns, one vector per listed column. Columns are
+  /// listed in ascending order. Waiting rows cannot be read.
+  MyVector<MyVector<double>> RetrieveColumns(const MyVector<int>& columns, unsigned long long first,
+                                             unsigned long long one_past_last) const;
+
+  /// The same for neighbouring columns into memory of the caller: values[c * rows + r].
+  void RetrieveColumns_(const ColumnBlock& block, double* values) const;
+  /// How the open table lies on disk.
+  const TableLayout& Layout() const { return mLayout; }
+
+ private:
+  hid_t CreateDataSet(hid_t parentId, const std::string& name, std::uint64_t columns,
+                      std::uint64_t chunkRows);
+  void WriteCacheDetail(std::uint64_t rows, const ColumnSource& source);
+  void RequireFileExtents(const char* message) const;
+
+  bool mCompress = false;
+  MyVector<unsigned long long> mExtents;  // empty while unknown, else {rows in the file, columns}
+  MyVector<std::string> mLegends;         // one per column
+  std::uint64_t mLegendCharacters = 0;    // of all legends together
+  unsigned long long mChunkRows = 0;      // of a new table
+  unsigned long long mNumberOfColumnsPerRow = 1;  // of the waiting rows; 1 while there are none
+  std::vector<double> mCachedData;                // waiting rows, row after row
+  TableLayout mLayout;                            // of the open table
+};
+
+}  // namespace H5_Objects
