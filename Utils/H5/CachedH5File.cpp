@@ -1,0 +1,116 @@
+#include "Utils/H5/CachedH5File.hpp"
+
+#include <ostream>
+
+#include "Utils/H5/CachedH5FileHolder.hpp"
+#include "Utils/H5/H5_ObjectVersion.hpp"
+#include "Utils/Process/Files.hpp"
+#include "Utils/StringParsing/PathUtilities.hpp"
+
+namespace {
+
+std::string FullPath(const std::string& filename, H5AccessType atype) {
+  if (FileExists(filename)) {
+    return Realpath(filename);
+  }
+  REQUIRE(atype == ReadWrite, "Tried to open nonexistent file " << filename << " for reading");
+  const std::string dir = GetDirectoryFromPath(filename);
+  REQUIRE(DirectoryExists(dir),
+          "Tried to create file " << filename << " in nonexistent directory");
+  const std::string path = Realpath(dir);
+  return (path == "/" ? "" : path) + "/" + GetFilenameFromPath(filename);
+}
+
+void RequireType(const H5_Node* ptr, const std::string& typ) {
+  REQUIRE(typ==ptr->Type(), "Type of name and OBJECT inconsistent.  ptr->Type()='"
+                                << ptr->Type() << "', but OBJECT::ClassID()='" << typ << "'");
+}
+
+}  // namespace
+
+CachedH5File::CachedH5File(const std::string& filename, H5AccessType access,
+                           const VersionHistory& versionHistory, int verbosity, bool keepOpen)
+    : mAtype(access) {
+  const bool existed = FileExists(filename);
+  mpFile = &TheCachedH5FileHolder().GetH5_File(FullPath(filename, access), access, verbosity);
+  mpFile->SetHandle(&mpFile);
+  if (!existed && !versionHistory.empty()) {
+    GetObjectForWrite<H5_Objects::Version>("VersionHist.ver").Initialize(versionHistory);
+  }
+  if (!keepOpen) {
+    mpFile->CloseFile();
+  }
+}
+
+CachedH5File::~CachedH5File() {
+  if (mpFile == nullptr) {
+    return;  // the cache was purged
+  }
+  // Not while a failure is on its way, whose report another one would displace.
+  if (MayCheckInDestructor() && !mpFile->HasWriteFailed()) {
+    TheCachedH5FileHolder().CheckForEmergencyWriteCache();
+    mpFile->CloseFile();
+  }
+  mpFile->SetHandle(nullptr);
+}
+
+std::string CachedH5File::Path(const std::string& name) const {
+  return mpFile->Root()->GetNode(name).FullName();
+}
+
+std::string CachedH5File::Name(const std::string& name) const {
+  return mpFile->Root()->GetNode(name).Name();
+}
+
+bool CachedH5File::Exists(const std::string& name) const {
+  return mpFile->Root()->Exists(name);
+}
+
+MyVector<std::string> CachedH5File::GetNames(const std::string& glob, bool recursive) const {
+  return mpFile->GetNames(glob, recursive);
+}
+
+H5_Object& CachedH5File::GetObjectForRead_(const std::string& name, const std::string& typ) {
+  const ReportContext context(name, mpFile->Filename());
+  if (!mpFile->IsFileOpen()) {
+    mpFile->OpenFile();
+  }
+  REQUIRE(mpFile->Root()->Exists(name),
+          "Requesting non-existent dataset '" << name << "' in file " << mpFile->Filename());
+  const H5_Node* ptr = &mpFile->Root()->GetNode(name);
+  RequireType(ptr, typ);
+  if (!ptr->IsObjectOpen()) {
+    ptr->OpenObject();
+  }
+  return ptr->Object();
+}
+
+H5_Object& CachedH5File::GetObjectForWrite_(const std::string& name, const std::string& typ) {
+  const ReportContext context(name, mpFile->Filename());
+  REQUIRE(mAtype==ReadWrite, "Called GetObjectForWrite on an CachedH5File that is ReadOnly");
+  mpFile->SetAccess(ReadWrite);
+  const H5_Node* ptr = &mpFile->Root()->CreateNode(name);
+  RequireType(ptr, typ);
+  return ptr->Object();
+}
+
+void CachedH5File::WriteImmediately(const std::string& name, const std::function<void()>& write) {
+  mpFile->WriteImmediately(mpFile->Root()->GetNode(name), write);
+}
+
+void CachedH5File::CloseObjects() {
+#if H5_VERSION_GE(1, 10, 1)
+  mpFile->Root()->CloseObject();
+#else
+  // Only closing the file makes such a library let go of what it read.
+  mpFile->CloseFile();
+#endif
+}
+
+void CachedH5File::CloseFile() {
+  mpFile->CloseFile();
+}
+
+std::ostream& operator<<(std::ostream& os, const CachedH5File& file) {
+  return os << *file.mpFile;
+}

@@ -1,0 +1,82 @@
+// How programs reach HDF5 files: a CachedH5File is made for a file name, lends typed objects, and
+// goes away again; what was appended stays in memory until the file cache writes it.
+#pragma once
+
+#include <functional>
+#include <iosfwd>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "Utils/Containers/MyVector.hpp"
+#include "Utils/ErrorHandling/Require.hpp"
+#include "Utils/H5/H5AccessType.hpp"
+#include "Utils/H5/H5_File.hpp"
+
+/// A light handle on one of the holder's files. Only one handle per file may be alive. Names are
+/// paths in the file, such as "/Run.dir/a.dat"; leading, trailing and doubled slashes do nothing.
+/// Objects are lent: they are the file's, and valid until the cache is purged.
+class CachedH5File {
+ public:
+  using VersionHistory = std::vector<std::pair<std::string, std::string>>;
+
+  /// Opens the file, and reads its names when it is opened for the first time. A missing file is
+  /// created if the access is ReadWrite; with a version history that is not empty it then gets a
+  /// record "VersionHist.ver". Fails with "Tried to open nonexistent file <name> for reading" or
+  /// "Tried to create file <name> in nonexistent directory".
+  /// Without `keepOpen` the file is closed again when its names are read, and opened on demand.
+  CachedH5File(const std::string& filename, H5AccessType access,
+               const VersionHistory& versionHistory, int verbosity, bool keepOpen = true);
+  CachedH5File(const CachedH5File&) = delete;
+  CachedH5File& operator=(const CachedH5File&) = delete;
+  /// Checks the memory bound, then closes the file; what is held stays in memory.
+  ~CachedH5File();
+
+  /// The real path of the file.
+  const std::string& Filename() const { return mpFile->Filename(); }
+
+  /// The full in-file path and the own name of the node that `name` denotes.
+  std::string Path(const std::string& name) const;
+  std::string Name(const std::string& name) const;
+  bool Exists(const std::string& name) const;
+  /// See H5_File::GetNames.
+  MyVector<std::string> GetNames(const std::string& glob, bool recursive) const;
+
+  /// The object for reading, open. Fails if it does not exist, or is not of the kind.
+  template <class OBJECT>
+  OBJECT& GetObjectForRead(const std::string& name) {
+    return Cast<OBJECT>(GetObjectForRead_(name, OBJECT::ClassID()));
+  }
+  /// The object for appending, made with the groups above it if it does not exist. The file is not
+  /// touched. Fails if this handle is ReadOnly, or the object is not of the kind.
+  template <class OBJECT>
+  OBJECT& GetObjectForWrite(const std::string& name) {
+    return Cast<OBJECT>(GetObjectForWrite_(name, OBJECT::ClassID()));
+  }
+  H5_Object& GetObjectForRead_(const std::string& name, const std::string& type);
+  H5_Object& GetObjectForWrite_(const std::string& name, const std::string& type);
+
+  /// Opens the object of that name, which GetObjectForWrite made known, hands it to `write`, and
+  /// closes it again: for what is written at once because holding it in the cache serves nothing.
+  void WriteImmediately(const std::string& name, const std::function<void()>& write);
+
+  /// Closes the objects that were opened for reading, so that a long-lived handle holds no more
+  /// than a new one.
+  void CloseObjects();
+  /// Closes the file besides; it is opened again when something is read.
+  void CloseFile();
+
+  friend std::ostream& operator<<(std::ostream& os, const CachedH5File& file);
+
+ private:
+  template <class OBJECT>
+  static OBJECT& Cast(H5_Object& object) {
+    OBJECT* ptr2 = dynamic_cast<OBJECT*>(&object);
+    REQUIRE_LABELLED("../../Utils/H5/CachedH5File", __LINE__, ptr2!=0,
+                     "consistency error dynamic_cast failed");
+    return *ptr2;
+  }
+
+  H5AccessType mAtype;
+  H5_File* mpFile = nullptr;  // the holder's; null once the cache was purged
+};

@@ -1,0 +1,173 @@
+#include "Utils/H5/CachedH5FileHolder.hpp"
+
+#include <hdf5.h>
+
+#include <iostream>
+#include <sstream>
+
+#include "Utils/ErrorHandling/MyAbort.hpp"
+#include "Utils/ErrorHandling/MyErr.hpp"
+#include "Utils/ErrorHandling/Require.hpp"
+#include "Utils/Process/Formatting.hpp"
+
+CachedH5FileHolder::CachedH5FileHolder() {
+  // The holder writes when the process exits. The library must not have shut down by then, so its
+  // own exit handler is left out; after a close that failed on a full disk that handler would
+  // crash besides.
+  herr_t err = H5dont_atexit();
+  REQUIRE(err>=0, "H5dont_atexit failed; was the library used before the file cache?");
+  err = H5open();
+  REQUIRE(err>=0, "H5open failed");
+}
+
+CachedH5FileHolder::~CachedH5FileHolder() {
+  // What fails from here on must not be answered by asking this object to write again.
+  Unregister();
+  ClearWriteLog();
+  mFiles.clear();
+}
+
+CachedH5FileHolder& TheCachedH5FileHolder() {
+  static CachedH5FileHolder holder;
+  return holder;
+}
+
+H5_File& CachedH5FileHolder::GetH5_File(const std::string& fullPath, H5AccessType access,
+                                        int verbosity) {
+  H5_File* ptr = mFiles.Find(fullPath);
+  if (ptr == nullptr) {
+    mFiles.Insert(fullPath, fullPath, access, verbosity);
+    mFiles.Sort();
+    H5_File& file = mFiles[fullPath];
+    file.CountIn(mTotalCacheSize);
+    return file;
+  }
+  const std::string noDataset;
+  const ReportContext context(noDataset, fullPath);
+  const char* message =
+      "Consistency error.  h5-file should be closed when creatingCachedH5File.\n"
+      "Do you use **multiple** instances of CachedH5File to access the same file?";
+  REQUIRE(!ptr->IsFileOpen(), message);
+  REQUIRE(!ptr->HasHandle(), message);
+  if (access == ReadWrite) {
+    return *ptr;
+  }
+  if (ptr->CummulativeCacheSize() != 0) {
+    MyErr << "CachedH5File(" << fullPath << ", ReadOnly):\n"
+          << "Write non-empty cache now,  before opening ReadOnly.\n";
+    ptr->SetAccess(ReadWrite);
+    ptr->OpenFile();
+    ptr->WriteCache();
+    // Closed while the access still says that it was written to.
+    ptr->CloseFile();
+  }
+  ptr->SetAccess(ReadOnly);
+  return *ptr;
+}
+
+void CachedH5FileHolder::CheckForEmergencyWriteCache() {
+  CachedOutput::FlushIfRequested();
+  const std::uint64_t total = mTotalCacheSize;
+  if (total <= mMaxCacheSize) {
+    return;
+  }
+  if (total / 2 > mMaxCacheSize || (total / 2 == mMaxCacheSize && total % 2 != 0)) {
+    WarnOfTwiceTheLimit();
+  }
+  H5_File* largest = nullptr;
+  for (auto [path, file] : mFiles) {
+    if (largest == nullptr || file.CummulativeCacheSize() > largest->CummulativeCacheSize()) {
+      largest = &file;
+    }
+  }
+  std::uint64_t objectsWithCache = 0;
+  std::uint64_t timeSteps = 0;
+  std::uint64_t bytes = 0;
+  largest->Root()->CacheStatistics(objectsWithCache, timeSteps, bytes);
+  mWriteLog.push_back({1, objectsWithCache, timeSteps, bytes, total - bytes});
+  WriteFile(*largest);
+}
+
+void CachedH5FileHolder::WriteFile(H5_File& file) {
+  file.WriteCache();
+  // A file that nobody has a handle on would stay open, and the next handle on it be refused.
+  if (!file.HasHandle()) {
+    file.CloseFile();
+  }
+}
+
+void CachedH5FileHolder::WarnOfTwiceTheLimit() const {
+  std::ostringstream info;
+  WriteInfo(info, 2);
+  MyErr << "CachedeH5FileHolder: GlobalCacheSize exceeds **two** times\n"
+        << "the specified limit " << mMaxCacheSize / 1000000 << "MB.  Cached files:\n"
+        << info.str() << "\n"
+        << "Please note that the h5-cachesize is only checked when a\n"
+        << "CachedH5File goes out of scope.  So you are likely writing\n"
+        << "a lot of data while keeping the CachedH5File around.  \n"
+        << "Consider to let the CachedH5File go out of scope, and re-\n"
+        << "create it when needed (this is an inexpensive operation).\n";
+}
+
+void CachedH5FileHolder::WriteCache() const {
+  std::uint64_t written = 0;
+  std::uint64_t objectsWithCache = 0;
+  std::uint64_t timeSteps = 0;
+  std::uint64_t bytes = 0;
+  for (auto [path, file] : mFiles) {
+    if (file.HasWriteFailed()) {
+      continue;
+    }
+    const std::uint64_t before = bytes;
+    file.Root()->CacheStatistics(objectsWithCache, timeSteps, bytes);
+    written += bytes != before ? 1 : 0;
+    WriteFile(file);
+  }
+  if (written != 0) {
+    mWriteLog.push_back({written, objectsWithCache, timeSteps, bytes, 0});
+  }
+}
+
+void CachedH5FileHolder::PurgeCache() {
+  // Written before the files are destroyed: a failure ends in a report, not in a destructor.
+  for (auto [path, file] : mFiles) {
+    file.WriteCache();
+    file.CloseFile();
+  }
+  mFiles.clear();
+}
+
+void CachedH5FileHolder::Statistics(std::uint64_t& files, std::uint64_t& dirs,
+                                    std::uint64_t& objects, std::uint64_t& filesWithCache,
+                                    std::uint64_t& objectsWithCache, std::uint64_t& timeSteps,
+                                    std::uint64_t& bytes) const {
+  files = dirs = objects = filesWithCache = objectsWithCache = timeSteps = bytes = 0;
+  for (const auto& [path, file] : mFiles) {
+    std::uint64_t fileDirs = 0;
+    std::uint64_t fileObjects = 0;
+    std::uint64_t fileObjectsWithCache = 0;
+    std::uint64_t fileSteps = 0;
+    std::uint64_t fileBytes = 0;
+    file.Statistics(fileDirs, fileObjects, fileObjectsWithCache, fileSteps, fileBytes);
+    ++files;
+    dirs += fileDirs;
+    objects += fileObjects;
+    filesWithCache += fileBytes != 0 ? 1 : 0;
+    objectsWithCache += fileObjectsWithCache;
+    timeSteps += fileSteps;
+    bytes += fileBytes;
+  }
+}
+
+void CachedH5FileHolder::WriteInfo(std::ostream& os, int verbosity) const {
+  if (verbosity < 0) {
+    return;
+  }
+  os << "CachedH5FileHolder holds " << mFiles.size() << " h5-files with "
+     << DoubleToStringDecimal(static_cast<double>(mTotalCacheSize) / 1e6, 5) << " MB cached data\n";
+  if (verbosity != 0) {
+    for (const auto& [path, file] : mFiles) {
+      file.WriteInfo(os, verbosity);
+    }
+  }
+}
