@@ -1,0 +1,154 @@
+#include "Utils/H5/H5_ObjectTxt.hpp"
+
+#include <ostream>
+#include <vector>
+
+#include "Utils/ErrorHandling/Require.hpp"
+#include "Utils/H5/H5Type.hpp"
+#include "Utils/H5/H5_Utils.hpp"
+
+template struct Factory::Register<H5_Objects::Txt>;
+
+namespace H5_Objects {
+
+std::string Txt::Help() {
+  return "H5_Object::Txt                                                 \n"
+         "   Writes ASCII text, i.e. a string, into a data-set           \n"
+         "   new text is appended via operator<<                         \n"
+         "                                                               \n"
+         "   Data is stored by default as an array of strings, and the   \n"
+         "   class can append new text by adding a new string to the     \n"
+         "   array.                                                      \n"
+         "   The class can also read data if it is stored as either      \n"
+         "   a single string (as Quillon does), or an array of char's   \n"
+         "   (as Vexa used to do in the past). However, for these formats\n"
+         "   the dataset cannot be extended.                             \n";
+}
+
+Txt::Txt(const std::string& name, bool existsOnDisk, int verbosity)
+    : DataSet(name, existsOnDisk, verbosity) {}
+
+Txt::~Txt() {
+  if (MayCheckInDestructor()) {
+    REQUIRE(not IsObjectOpen(), "Encountered destructor while object still open");
+  }
+  CloseSilently();
+}
+
+void Txt::OpenObject(hid_t parentGroupId) {
+  const bool h5_exists = LinkExists(parentGroupId, mName, mTrace);
+  RequireConsistentExistence(h5_exists, Location::current());
+  mTrace.Line(5, "Txt open ", mName);
+  if (h5_exists) {
+    OpenExisting(parentGroupId);
+  } else {
+    CreateNew(parentGroupId);
+  }
+  mIsKnown = true;
+}
+
+void Txt::OpenExisting(hid_t parentGroupId) {
+  mMy_id = mTrace(5, H5Dopen2(parentGroupId, mName.c_str(), H5P_DEFAULT), "H5Dopen2(",
+                  parentGroupId, ", \"", mName, "\")");
+  REQUIRE(mMy_id>=0, "H5Dopen2 failed");
+  const std::vector<hsize_t> dims = FileExtents(Location::current());
+  const std::size_t ndims = dims.size();
+  REQUIRE(ndims==0 || ndims==1, "Expected dim of 0 or 1, got " << ndims);
+  mSize = ndims == 0 ? 1 : dims[0];
+}
+
+void Txt::CreateNew(hid_t parentGroupId) {
+  DatatypeHandle type_id(H5Type<std::string>());
+  mMy_id = Create(parentGroupId, mName, {0}, {16}, type_id, false, Location::current());
+  const herr_t status = mTrace(5, type_id.Close(), "H5Tclose(type_id)");
+  REQUIRE(status==0, "H5Tclose failed");
+  mExistsInFile = true;
+  mSize = 0;
+}
+
+void Txt::CloseObject() {
+  REQUIRE(IsObjectOpen(), "Calling CloseObject on closed ObjectTxt!");
+  Close(Location::current());
+}
+
+void Txt::WriteCache() {
+  REQUIRE(!mOldDatatype, "Cannot write new Txt format into "
+                             << mName << ",\nwhich has existing data in the old Txt format.");
+  mTrace.Line(5, "Txt WriteCache ", mName);
+  REQUIRE(IsObjectOpen(), "Consistency error: Called WriteCache on a closed object");
+  if (SizeOfCache() == 0) {
+    return;
+  }
+  const std::vector<hsize_t> dims = FileExtents(Location::current());
+  const std::size_t ndims = dims.size();
+  REQUIRE(ndims!=0, "H5_ObjectTxt attempting to append to a *scalar* string dataset\n"
+                        << "Such datasets are not written by H5_ObjectTxt, but could be created\n"
+                        << "by e.g. Quillon\n"
+                        << "Appending to such strings in H5_ObjectTxt is not supported");
+  REQUIRE(ndims==1, "Dimension mismatch.");
+  REQUIRE(dims[0]==mSize, "Extents inconsistent between memory and file");
+  const std::string text = mText.str();
+  REQUIRE(text.find('\0')==std::string::npos,
+          "Text of " << mName << " holds a null character, which a string in a file cannot");
+  mTrace.Line(5, "Txt append 1 string to '", mName, "' (new size=", mSize + 1, ")");
+  Extend({mSize + 1}, "H5Dextent failed", Location::current());
+  const char* wdata = text.c_str();
+  DatatypeHandle type_id(H5Type<std::string>());
+  WriteBlock({mSize}, {1}, type_id, &wdata, Location::current());
+  const herr_t status = mTrace(5, type_id.Close(), "H5Tclose(type_id)");
+  REQUIRE(status==0, "H5Tclose failed");
+  mSize += 1;
+  mText.str("");
+  ReportCacheSize();
+}
+
+std::string Txt::RetrieveData() {
+  REQUIRE(IsObjectOpen(), "Dataset must be opened first");
+  const std::vector<hsize_t> dims = FileExtents(Location::current());
+  const std::size_t ndims = dims.size();
+  REQUIRE(ndims==1 or ndims==0, "Expected dim of 0 or 1, got " << ndims);
+  REQUIRE(ndims==0 or dims[0]==mSize, "Extents inconsistent between memory and file");
+  if (H5TypesEqual(mMy_id, H5Type<char>())) {
+    mOldDatatype = true;
+    return RetrieveCharacters();
+  }
+  if (ndims == 0) {
+    REQUIRE(mSize==1, "dataset-size inconsistent with expected size");
+  }
+  std::string text;
+  for (const std::string& piece : ReadAllStrings(mSize, Location::current())) {
+    text += piece;
+  }
+  return text;
+}
+
+std::string Txt::RetrieveCharacters() const {
+  Vexa_H5::RequirePlausibleSize(mSize, StoredBytes(), mName);
+  std::string text(mSize, '\0');
+  if (mSize > 0) {
+    const herr_t err =
+        mTrace(5, H5Dread(mMy_id, H5Type<char>(), H5S_ALL, H5S_ALL, H5P_DEFAULT, text.data()),
+               "H5Dread(", mMy_id, ", ...)");
+    REQUIRE(err>=0, "H5Dread failed");
+  }
+  // Null characters at the end are what the writer ended or filled its array with.
+  text.erase(text.find_last_not_of('\0') + 1);
+  return text;
+}
+
+unsigned long long Txt::GetSize() const {
+  REQUIRE(AreAttributesKnown(), "Must OpenObject before calling GetSize");
+  return mSize + NTimeStepsCached();
+}
+
+std::ostream& Txt::Output(std::ostream& os, const std::string& indent) const {
+  os << indent;
+  if (AreAttributesKnown()) {
+    os << GetSize() << " strings";
+  } else {
+    os << "size unknown";
+  }
+  return mText.good() ? os : os << ", internal stringstream reports NOT good()";
+}
+
+}  // namespace H5_Objects

@@ -1,0 +1,64 @@
+#pragma once
+
+#include <cstdint>
+#include <iosfwd>
+#include <sstream>
+#include <string>
+
+#include "Utils/Factory/Register.hpp"
+#include "Utils/H5/H5_DataSet.hpp"
+
+namespace H5_Objects {
+
+/// Text. New text is appended with <<, waits in memory, and becomes one further string of an array
+/// of strings each time the cache is written. Two other formats are read but never appended to: a
+/// single scalar string, as other tools write it, and the older array of characters.
+class Txt : public DataSet, public Factory::Register<Txt> {
+ public:
+  static std::string ClassID() { return "txt"; }
+  static std::string Help();
+
+  Txt(const std::string& name, bool existsOnDisk, int verbosity);
+  /// Ends the process if the object is still open.
+  ~Txt() override;
+
+  /// Appends any printable value to the text in memory.
+  template <class T>
+  Txt& operator<<(const T& value) {
+    mText << value;
+    ReportCacheSize();
+    return *this;
+  }
+
+  void OpenObject(hid_t parentGroupId) override;
+  void CloseObject() override;
+  bool AreAttributesKnown() const override { return mIsKnown; }
+
+  /// Writes the text in memory as one string. A string ends at its first null character, so text
+  /// that holds one is refused. Fails on the formats that cannot be appended to.
+  void WriteCache() override;
+
+  /// The whole text in the file: all strings without anything between them.
+  std::string RetrieveData();
+
+  /// Number of strings, text in memory counted as one more. Fails with "Must OpenObject before
+  /// calling GetSize".
+  unsigned long long GetSize() const;
+
+  /// Characters in memory.
+  std::uint64_t SizeOfCache() const override { return mText.view().size(); }
+  std::uint64_t NTimeStepsCached() const override { return SizeOfCache() > 0 ? 1 : 0; }
+  std::ostream& Output(std::ostream& os, const std::string& indent) const override;
+
+ private:
+  void OpenExisting(hid_t parentGroupId);
+  void CreateNew(hid_t parentGroupId);
+  std::string RetrieveCharacters() const;
+
+  std::ostringstream mText;      // not yet written
+  unsigned long long mSize = 0;  // strings in the file, or characters of the older format
+  bool mOldDatatype = false;     // an array of characters; known after RetrieveData
+  bool mIsKnown = false;
+};
+
+}  // namespace H5_Objects
