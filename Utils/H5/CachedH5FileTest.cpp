@@ -1,0 +1,169 @@
+#include "Utils/H5/CachedH5File.hpp"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <memory>
+#include <sstream>
+
+#include "Utils/H5/CachedH5FileHolder.hpp"
+#include "Utils/H5/H5_ObjectDat.hpp"
+#include "Utils/H5/H5_ObjectVersion.hpp"
+#include "Utils/H5/TestSupport/PlainH5.hpp"
+
+namespace {
+
+using H5_Objects::Dat;
+using PlainH5::IsReport;
+using PlainH5::ReportOf;
+
+class CachedH5FileTest : public testing::Test {
+ protected:
+  CachedH5FileTest() { TheCachedH5FileHolder().SetMaxCacheSize(1000); }
+  ~CachedH5FileTest() override { TheCachedH5FileHolder().PurgeCache(); }
+
+  std::string Path(const std::string& name) const { return mDir / name; }
+
+  // Appends rows of one value to "x.dat" of a file, which stays in memory. The first call on a file
+  // holds one byte more, for the legend.
+  void Append(const std::string& name, int rows) {
+    CachedH5File file(Path(name), ReadWrite, {}, 0);
+    auto& dat = file.GetObjectForWrite<Dat>("x.dat");
+    if (!dat.IsInitialized()) {
+      dat.Initialize({"t"}, false, 16);
+    }
+    for (int i = 0; i < rows; ++i) {
+      dat.Append({static_cast<double>(i)});
+    }
+  }
+  std::uint64_t RowsOnDisk(const std::string& name) const {
+    const auto file = PlainH5::File::Open(Path(name));
+    return file.Has("/x.dat") ? file.Dims("x.dat")[0] : 0;
+  }
+
+  PlainH5::TempDir mDir;
+};
+
+TEST_F(CachedH5FileTest, DataOutlivesHandlesAndIsWrittenWhenPurged) {
+  Append("a.h5", 3);
+  EXPECT_EQ(RowsOnDisk("a.h5"), 0u);
+  Append("a.h5", 2);
+  {
+    // Two spellings of one file are one file.
+    CachedH5File file(mDir / "../" + mDir.Path().filename().string() + "/a.h5", ReadWrite, {}, 0);
+    EXPECT_EQ(file.GetObjectForWrite<Dat>("/x.dat").NTimeStepsCached(), 5u);
+    EXPECT_EQ(file.Path("x.dat"), "/x.dat");
+  }
+  TheCachedH5FileHolder().PurgeCache();
+  EXPECT_EQ(RowsOnDisk("a.h5"), 5u);
+}
+
+TEST_F(CachedH5FileTest, TheLargestFileIsWrittenAboveTheLimit) {
+  // 1 byte of legend and 8 a row: b holds most, and a and b together exactly the limit of 1000.
+  TheCachedH5FileHolder().ClearWriteLog();
+  TheCachedH5FileHolder().SetMaxCacheSize(2 + 8 * 100);
+  Append("a.h5", 40);
+  Append("b.h5", 60);
+  EXPECT_EQ(RowsOnDisk("b.h5"), 0u) << "the limit itself is allowed";
+  Append("a.h5", 1);
+  EXPECT_EQ(RowsOnDisk("a.h5"), 0u);
+  EXPECT_EQ(RowsOnDisk("b.h5"), 60u);
+  const auto& log = TheCachedH5FileHolder().WriteLog();
+  ASSERT_EQ(log.size(), 1u);
+  EXPECT_EQ(log[0], (MyVector<unsigned long>{1, 1, 60, 481, 329}));
+}
+
+TEST_F(CachedH5FileTest, OfEqualFilesTheFirstByPathIsWritten) {
+  TheCachedH5FileHolder().SetMaxCacheSize(1000000);
+  Append("b.h5", 10);
+  Append("a.h5", 10);
+  TheCachedH5FileHolder().SetMaxCacheSize(100);
+  TheCachedH5FileHolder().CheckForEmergencyWriteCache();
+  EXPECT_EQ(RowsOnDisk("a.h5"), 10u);
+  EXPECT_EQ(RowsOnDisk("b.h5"), 0u);
+}
+
+TEST_F(CachedH5FileTest, WarnsAboveTwiceTheLimit) {
+  TheCachedH5FileHolder().SetMaxCacheSize(100);
+  testing::internal::CaptureStderr();
+  Append("a.h5", 30);
+  const std::string warning = testing::internal::GetCapturedStderr();
+  EXPECT_NE(warning.find("CachedeH5FileHolder: GlobalCacheSize exceeds **two** times\n"
+                         "the specified limit 0MB.  Cached files:\n"),
+            std::string::npos)
+      << warning;
+  EXPECT_EQ(RowsOnDisk("a.h5"), 30u);
+}
+
+TEST_F(CachedH5FileTest, ReadingWhatIsStillHeldWritesItFirst) {
+  Append("a.h5", 3);
+  testing::internal::CaptureStderr();
+  CachedH5File file(Path("a.h5"), ReadOnly, {}, 0);
+  EXPECT_NE(testing::internal::GetCapturedStderr().find(
+                "CachedH5File(" + Path("a.h5") +
+                ", ReadOnly):\nWrite non-empty cache now,  before opening ReadOnly.\n"),
+            std::string::npos);
+  EXPECT_EQ(file.GetObjectForRead<Dat>("x.dat").RetrieveData().size(), 3u);
+  file.CloseObjects();
+  EXPECT_EQ(file.GetObjectForRead<Dat>("x.dat").RetrieveData().size(), 3u);
+  file.CloseFile();
+  EXPECT_EQ(file.GetObjectForRead<Dat>("x.dat").RetrieveData().size(), 3u);
+  EXPECT_TRUE(IsReport(ReportOf([&] { file.GetObjectForWrite<Dat>("x.dat"); }), "mAtype==ReadWrite",
+                       "Called GetObjectForWrite on an CachedH5File that is ReadOnly"));
+}
+
+TEST_F(CachedH5FileTest, ANewFileGetsItsVersionHistory) {
+  { const CachedH5File with(Path("with.h5"), ReadWrite, {{"h", "text"}}, 0); }
+  { const CachedH5File without(Path("without.h5"), ReadWrite, {}, 0); }
+  TheCachedH5FileHolder().PurgeCache();
+  EXPECT_EQ(PlainH5::File::Open(Path("with.h5")).ReadStrings("VersionHist.ver"),
+            (std::vector<std::string>{"h", "text"}));
+  EXPECT_FALSE(PlainH5::File::Open(Path("without.h5")).Has("/VersionHist.ver"));
+}
+
+TEST_F(CachedH5FileTest, Refusals) {
+  const auto open = [&](const std::string& name, H5AccessType access) {
+    return ReportOf([&] { const CachedH5File file(Path(name), access, {}, 0); });
+  };
+  EXPECT_TRUE(IsReport(open("no.h5", ReadOnly), "atype == ReadWrite",
+                       "Tried to open nonexistent file " + Path("no.h5") + " for reading"));
+  EXPECT_TRUE(IsReport(open("no/x.h5", ReadWrite), "DirectoryExists(dir)",
+                       "Tried to create file " + Path("no/x.h5") + " in nonexistent directory"));
+  Append("a.h5", 1);
+  {
+    CachedH5File file(Path("a.h5"), ReadWrite, {}, 0);
+    const std::string message =
+        "Consistency error.  h5-file should be closed when creatingCachedH5File.\n";
+    file.GetObjectForRead<Dat>("x.dat");
+    EXPECT_TRUE(IsReport(open("a.h5", ReadOnly), "!ptr->IsFileOpen()", message));
+    file.CloseFile();
+    EXPECT_TRUE(IsReport(open("a.h5", ReadOnly), "!ptr->HasHandle()", message));
+    EXPECT_TRUE(IsReport(ReportOf([&] { file.GetObjectForRead<Dat>("y.dat"); }),
+                         "mpFile->Root()->Exists(name)",
+                         "Requesting non-existent dataset 'y.dat' in file " + Path("a.h5")));
+    EXPECT_TRUE(IsReport(ReportOf([&] { file.GetObjectForWrite<H5_Objects::Version>("x.dat"); }),
+                         "typ==ptr->Type()",
+                         "Type of name and OBJECT inconsistent.  ptr->Type()='dat', but "
+                         "OBJECT::ClassID()='ver'"));
+  }
+}
+
+TEST_F(CachedH5FileTest, WhatIsWrittenImmediatelyIsOnDiskWithoutAPurge) {
+  {
+    CachedH5File file(Path("a.h5"), ReadWrite, {}, 0);
+    auto& dat = file.GetObjectForWrite<Dat>("G.dir/x.dat");
+    dat.Initialize({"t", "x"}, true, 2);
+    file.WriteImmediately("G.dir/x.dat", [&] {
+      dat.WriteManyStepsImmediately_(2, [](std::uint64_t column, double* scratch) {
+        scratch[0] = static_cast<double>(column);
+        scratch[1] = scratch[0] + 10;
+        return scratch;
+      });
+    });
+    EXPECT_FALSE(dat.IsObjectOpen());
+  }
+  EXPECT_EQ(PlainH5::File::Open(Path("a.h5")).ReadTable("G.dir/x.dat"),
+            (PlainH5::Rows{{0, 1}, {10, 11}}));
+}
+
+}  // namespace

@@ -1,0 +1,90 @@
+// Files built and looked at with plain HDF5 calls, so that what the store writes and reads is
+// checked by another than itself; and what tests of failures need.
+#pragma once
+
+#include <hdf5.h>
+
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace PlainH5 {
+
+/// A folder that goes away with its contents.
+class TempDir {
+ public:
+  TempDir();
+  ~TempDir();
+  TempDir(const TempDir&) = delete;
+  TempDir& operator=(const TempDir&) = delete;
+  std::string operator/(const std::string& name) const { return (mPath / name).string(); }
+  const std::filesystem::path& Path() const { return mPath; }
+
+ private:
+  std::filesystem::path mPath;
+};
+
+using Rows = std::vector<std::vector<double>>;
+
+/// How a table is laid out; the defaults are those of the store.
+struct TableOptions {
+  hid_t mType = -1;                       // file type; native double if negative
+  std::vector<hsize_t> mChunk = {16, 1};  // contiguous if empty
+  bool mCompress = false;                 // shuffle, deflate 1, Fletcher-32
+  std::vector<std::string> mLegend = {};  // no attribute if empty
+};
+
+/// An open file; groups on the way to an object are made.
+class File {
+ public:
+  /// Creates the file, in the newest format or (if `oldFormat`) in the oldest.
+  static File Create(const std::string& path, bool oldFormat = false);
+  static File Open(const std::string& path);
+  File(File&& other) noexcept : mId(std::exchange(other.mId, -1)) {}
+  ~File();
+  hid_t Id() const { return mId; }
+
+  void Group(const std::string& path);
+  /// `columns` matters for a table without rows.
+  void Table(const std::string& path, const Rows& rows, const TableOptions& options = {},
+             hsize_t columns = 0);
+  /// A record with that many entries, {"hash0", "help0"} and so on.
+  void Version(const std::string& path, int entries);
+  void VersionNumber(const std::string& path, unsigned long long number);
+  /// Strings of variable length with the character set; a scalar if `dims` is empty.
+  void Strings(const std::string& path, const std::vector<std::string>& strings,
+               const std::vector<hsize_t>& dims, H5T_cset_t set = H5T_CSET_ASCII);
+  void Characters(const std::string& path, const std::string& text);
+  void StringAttribute(const std::string& path, const std::string& name,
+                       const std::vector<std::string>& strings);
+  void FixedStringAttribute(const std::string& path, const std::string& name,
+                            const std::vector<std::string>& strings, std::size_t length);
+  void RemoveAttribute(const std::string& path, const std::string& name);
+
+  bool Has(const std::string& path) const;
+  Rows ReadTable(const std::string& path) const;
+  std::vector<std::string> ReadStrings(const std::string& path) const;
+  std::vector<std::string> ReadStringAttribute(const std::string& path,
+                                               const std::string& name) const;
+  std::vector<hsize_t> Dims(const std::string& path) const;
+  std::vector<hsize_t> MaxDims(const std::string& path) const;
+  std::vector<hsize_t> Chunk(const std::string& path) const;
+  std::vector<H5Z_filter_t> Filters(const std::string& path) const;
+  unsigned SuperblockVersion() const;
+
+ private:
+  explicit File(hid_t id) : mId(id) {}
+  hid_t mId;
+};
+
+std::string Bytes(const std::string& path);
+
+/// The text of the report in which `action` ends; empty if it ends in none.
+std::string ReportOf(const std::function<void()>& action);
+
+/// Whether a report is about that condition and has that message, both in full or their beginning.
+bool IsReport(const std::string& report, const std::string& condition, const std::string& message);
+
+}  // namespace PlainH5
