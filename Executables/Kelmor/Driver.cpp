@@ -1,0 +1,93 @@
+#include "Executables/Kelmor/Driver.hpp"
+
+#include <cerrno>
+#include <iostream>
+#include <memory>
+
+#include "Executables/Kelmor/Join.hpp"
+#include "Utils/ErrorHandling/Require.hpp"
+#include "Utils/H5/CachedH5FileHolder.hpp"
+#include "Utils/Process/Files.hpp"
+#include "Utils/StringParsing/PathUtilities.hpp"
+
+namespace {
+
+Holders Discover(const Inputs& inputs, const Options& options, const std::string& kind,
+                 const std::string& skip) {
+  Holders found = FindEntries(inputs.Files(), "*." + kind, skip);
+  if (!found.empty() && options.mVerbose) {
+    std::cout << "found " << found.size() << " " << kind << "-datasets" << std::endl;
+  }
+  return found;
+}
+
+void FlushOutputToDisk(const std::string& path) {
+  int error = FlushToDisk(path);
+  REQUIRE(error==0, "Flushing " << path << " to disk failed: " << StrError(error));
+  const std::string directory = GetDirectoryFromPath(path);
+  error = FlushToDisk(directory);
+  // A directory may be written to but not read, and some file systems flush no directories.
+  const bool isPossible = error != EACCES && error != EINVAL;
+  REQUIRE(error==0 || !isPossible, "Flushing directory " << directory << " to disk failed: " << StrError(error));
+}
+
+void CleanUp(Inputs& inputs, std::unique_ptr<CachedH5File>& output, bool verbose) {
+  if (verbose) {
+    std::cout << "all data processed, starting cleanup\n"
+              << "clearing input H5-Files" << std::endl;
+  }
+  inputs.Clear();
+  const std::string outputPath = output->Filename();
+  output.reset();
+  CachedH5FileHolder& holder = TheCachedH5FileHolder();
+  if (verbose) {
+    holder.WriteInfo(std::cout, 0);
+    std::cout << "purging H5-caches though PurgeCache()" << std::endl;
+  }
+  holder.PurgeCache();
+  FlushOutputToDisk(outputPath);
+  if (verbose) {
+    std::cout << "H5-caches purged.\n";
+    holder.WriteInfo(std::cout, 2);
+    std::cout << "exit" << std::endl;
+  }
+}
+
+}  // namespace
+
+void JoinFiles(const CommandLineParser& parser) {
+  const Options options(parser);
+  if (options.mVerbose) {
+    std::cout << "opening " << options.mInputs.Size() << " input files" << std::endl;
+  }
+  Inputs inputs(options.mInputs);
+  const std::string& OutputFile = options.mOutput;
+  REQUIRE(!FileExists(OutputFile), "OutputFile " << OutputFile << " already exists.\n"
+                                                 << "Cowardly refusing to write into it.");
+
+  // Version records are never skipped, and are joined first.
+  const Holders dat = Discover(inputs, options, "dat", options.mSkip);
+  const Holders coef = Discover(inputs, options, "coef", options.mSkip);
+  const Holders tdm = Discover(inputs, options, "tdm", options.mSkip);
+  const Holders txt = Discover(inputs, options, "txt", options.mSkip);
+  const Holders ver = Discover(inputs, options, "ver", "");
+  if (dat.size() + coef.size() + tdm.size() + txt.size() + ver.size() == 0) {
+    if (options.mVerbose) {
+      std::cout << "no datasets found.  Will not create " << OutputFile << std::endl;
+    }
+    return;
+  }
+
+  auto output =
+      std::make_unique<CachedH5File>(OutputFile, ReadWrite, CachedH5File::VersionHistory{}, 0);
+  JoinRun run{options, inputs, *output};
+  ForEachDataset(run, ver, JoinVersion);
+  ForEachDataset(run, dat, JoinDat);
+  ForEachDataset(run, coef, JoinCoef);
+  ForEachDataset(run, tdm, JoinTdm);
+  if (options.mVerbose) {
+    std::cout << "all Tdm sets joined and written" << std::endl;
+  }
+  ForEachDataset(run, txt, JoinTxt);
+  CleanUp(inputs, output, options.mVerbose);
+}

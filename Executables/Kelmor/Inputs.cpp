@@ -1,0 +1,61 @@
+#include "Executables/Kelmor/Inputs.hpp"
+
+#include <exception>
+#include <ranges>
+
+#include "Utils/StringParsing/GlobMatches.hpp"
+
+namespace {
+constexpr int sFilesKeptOpen = 32;
+}  // namespace
+
+Inputs::Inputs(const MyVector<std::string>& filenames) {
+  // Handles can be neither copied nor moved; the view makes each in its place.
+  int opened = 0;
+  const auto open = [&](const std::string& filename) {
+    return CachedH5File(filename, ReadOnly, {}, 0, ++opened <= sFilesKeptOpen);
+  };
+  const auto files = std::views::transform(filenames, open);
+  mFiles.assign(MV::Sequence(files.begin(), filenames.size()));
+}
+
+Inputs::Visitor::~Visitor() noexcept(false) {
+  if (std::uncaught_exceptions() == 0) {
+    mInputs.Release(mFile);
+  }
+}
+
+void Inputs::Release(int file) {
+  if (file < sFilesKeptOpen) {
+    mFiles[file].CloseObjects();
+  } else {
+    mFiles[file].CloseFile();
+  }
+}
+
+Holders FindEntries(const MyVector<CachedH5File>& inputs, const std::string& pattern,
+                    const std::string& skip) {
+  Holders holders;
+  for (int file = 0; file < inputs.Size(); ++file) {
+    for (const std::string& name : inputs[file].GetNames(pattern, false)) {
+      if (!skip.empty() && GlobMatches(skip, name)) {
+        continue;
+      }
+      if (std::vector<int>* files = holders.Find(name)) {
+        files->push_back(file);
+      } else {
+        holders.Insert(name, 1, file);
+      }
+    }
+  }
+  return holders;
+}
+
+MyMap<std::string, int> ParseEntries(const MyVector<CachedH5File>& inputs,
+                                     const std::string& pattern, const std::string& skip) {
+  MyMap<std::string, int> entries;
+  for (const auto& [name, files] : FindEntries(inputs, pattern, skip)) {
+    entries.Insert(name, static_cast<int>(files.size()));
+  }
+  return entries;
+}

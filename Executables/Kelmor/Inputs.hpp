@@ -1,0 +1,61 @@
+#pragma once
+
+#include <string>
+
+#include "Utils/Containers/MyMap.hpp"
+#include "Utils/Containers/MyVector.hpp"
+#include "Utils/H5/CachedH5File.hpp"
+
+/// The input files of a join, in command-line order, and what they hold. Of every input the names
+/// stay in memory; a file that is open takes the HDF5 library half a megabyte, so only the first
+/// few stay open, and the others are opened when something is read from them.
+class Inputs {
+ public:
+  /// Opens every file and reads its names.
+  explicit Inputs(const MyVector<std::string>& filenames);
+
+  int Size() const { return static_cast<int>(mFiles.size()); }
+  CachedH5File& operator[](int file) { return mFiles[file]; }
+  const MyVector<CachedH5File>& Files() const { return mFiles; }
+
+  /// Lends an object of a file to `read`, under a context that names both in reports, and lets go
+  /// of what was opened for it.
+  template <class OBJECT, class Read>
+  auto Visit(int file, const std::string& name, const Read& read) {
+    const ReportContext context(name, mFiles[file].Filename());
+    const Visitor visitor(*this, file);
+    return read(mFiles[file].template GetObjectForRead<OBJECT>(name));
+  }
+
+  /// Closes all files.
+  void Clear() { mFiles.Clear(); }
+
+ private:
+  // Closes what was opened in a file, unless a failure is on its way.
+  class Visitor {
+   public:
+    Visitor(Inputs& inputs, int file) : mInputs(inputs), mFile(file) {}
+    ~Visitor() noexcept(false);
+    Visitor(const Visitor&) = delete;
+    Visitor& operator=(const Visitor&) = delete;
+
+   private:
+    Inputs& mInputs;
+    int mFile;
+  };
+
+  void Release(int file);
+
+  MyVector<CachedH5File> mFiles;
+};
+
+/// For each dataset name that matches the pattern and not the skip glob, the files that hold it,
+/// ascending. Names come in the order of joining: those of the first file that has any, ascending,
+/// then those that a later file adds.
+using Holders = MyMap<std::string, std::vector<int>>;
+Holders FindEntries(const MyVector<CachedH5File>& inputs, const std::string& pattern,
+                    const std::string& skip);
+
+/// The same with the number of files for each name.
+MyMap<std::string, int> ParseEntries(const MyVector<CachedH5File>& inputs,
+                                     const std::string& pattern, const std::string& skip);

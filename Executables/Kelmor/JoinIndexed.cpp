@@ -1,0 +1,131 @@
+#include "Executables/Kelmor/JoinIndexed.hpp"
+
+#include <algorithm>
+#include <numeric>
+
+#include "Utils/ErrorHandling/Require.hpp"
+
+using H5_Objects::IndexedGroup;
+using H5_Objects::StepIndex;
+
+namespace {
+
+constexpr std::uint64_t sSmallSetBytes = 1024 * 1024;
+// Values read or written at a time, unless a chunk is longer.
+constexpr std::uint64_t sBlockValues = 2 * 1024 * 1024;
+
+}  // namespace
+
+void IndexedInputs::ReadInput(const IndexedGroup& set, StepIndex setIndex) {
+  if (mIndices.empty()) {
+    mTimeDescription = set.GetTimeDescription();
+    mDataDescription = set.GetDataDescription();
+  }
+  mIndices.push_back(std::move(setIndex));
+  mHeld.emplace_back();
+  const StepIndex& index = mIndices.back();
+  const std::uint64_t values = index.Size() == 0 ? 0 : index.mEnds.back();
+  const std::uint64_t bytes = values * sizeof(double);
+  if (bytes <= sSmallSetBytes && mHeldBytes + bytes <= mRun.mOptions.mCacheSize) {
+    mHeld.back().resize(values);
+    set.RetrieveValues_(0, values, mHeld.back().data());
+    mHeldBytes += bytes;
+  }
+}
+
+void IndexedInputs::Select() {
+  std::vector<MyVector<double>> times;
+  for (const StepIndex& index : mIndices) {
+    times.emplace_back(index.mTimes);
+  }
+  mSteps = SelectSteps(mRun.mOptions, times);
+}
+
+std::uint64_t IndexedInputs::KeptValues(std::size_t i) const {
+  std::uint64_t values = 0;
+  for (const StepRun& run : mSteps.mRuns[i]) {
+    values += mIndices[i].mEnds[run.mOnePastLast - 1] - mIndices[i].Begin(run.mFirst);
+  }
+  return values;
+}
+
+std::uint64_t IndexedInputs::KeptValues() const {
+  std::uint64_t values = 0;
+  for (std::size_t i = 0; i < mIndices.size(); ++i) {
+    values += KeptValues(i);
+  }
+  return values;
+}
+
+StepIndex IndexedInputs::KeptIndex() const {
+  StepIndex kept;
+  kept.mExtras.resize(mIndices.empty() ? 0 : mIndices[0].mExtras.size());
+  std::uint64_t end = 0;
+  for (std::size_t i = 0; i < mIndices.size(); ++i) {
+    const StepIndex& index = mIndices[i];
+    for (const StepRun& run : mSteps.mRuns[i]) {
+      for (std::uint64_t step = run.mFirst; step < run.mOnePastLast; ++step) {
+        end += index.Values(step);
+        kept.mTimes.push_back(index.mTimes[step]);
+        kept.mEnds.push_back(end);
+        for (std::size_t k = 0; k < kept.mExtras.size(); ++k) {
+          kept.mExtras[k].push_back(index.mExtras[k][step]);
+        }
+      }
+    }
+  }
+  return kept;
+}
+
+void IndexedInputs::CopyFromFile(std::size_t i, const IndexedGroup& set,
+                                 ValueWriter& writer) const {
+  // Reads end where the input's chunks end, so that each chunk is inflated once.
+  const std::uint64_t chunk = std::max<std::uint64_t>(set.ValuesPerChunk(), 1);
+  const std::uint64_t pass = std::max<std::uint64_t>(sBlockValues / chunk, 1) * chunk;
+  const StepIndex& index = mIndices[i];
+  for (const StepRun& run : mSteps.mRuns[i]) {
+    std::uint64_t first = index.Begin(run.mFirst);
+    const std::uint64_t end = index.mEnds[run.mOnePastLast - 1];
+    while (first < end) {
+      const std::uint64_t count = std::min(pass - first % pass, end - first);
+      set.RetrieveValues_(first, count, writer.Room(count));
+      first += count;
+    }
+  }
+}
+
+void IndexedInputs::CopyHeld(std::size_t i, ValueWriter& writer) const {
+  const StepIndex& index = mIndices[i];
+  for (const StepRun& run : mSteps.mRuns[i]) {
+    const std::uint64_t first = index.Begin(run.mFirst);
+    const std::uint64_t count = index.mEnds[run.mOnePastLast - 1] - first;
+    std::copy_n(mHeld[i].data() + first, count, writer.Room(count));
+  }
+}
+
+IndexedInputs::ValueWriter::ValueWriter(IndexedGroup& output)
+    : mOutput(output),
+      mChunkValues(output.ValuesPerChunk()),
+      mBlockValues(std::max<std::uint64_t>(sBlockValues / mChunkValues, 1) * mChunkValues) {}
+
+double* IndexedInputs::ValueWriter::Room(std::uint64_t count) {
+  if (mValues.size() >= mBlockValues) {
+    WriteFullChunks();
+  }
+  const std::size_t begin = mValues.size();
+  // Exactly what a chunk needs if chunks are long: doubling would hold twice as much.
+  mValues.reserve(std::max(mBlockValues, begin + count));
+  mValues.resize(begin + count);
+  return mValues.data() + begin;
+}
+
+void IndexedInputs::ValueWriter::WriteFullChunks() {
+  const std::uint64_t full = mValues.size() / mChunkValues * mChunkValues;
+  mOutput.WriteValuesImmediately_(std::span(mValues).first(full));
+  mValues.erase(mValues.begin(), mValues.begin() + static_cast<std::ptrdiff_t>(full));
+}
+
+void IndexedInputs::ValueWriter::Finish() {
+  mOutput.WriteValuesImmediately_(mValues);
+  mValues = {};
+}

@@ -1,0 +1,84 @@
+// What the joins of Coef and Tdm sets share: both are an index table and one long column of values,
+// of which the kept steps are copied as runs.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Executables/Kelmor/Join.hpp"
+#include "Utils/H5/H5_IndexedGroup.hpp"
+
+/// One set in all files that hold it. The indices are in memory; so are the values of small sets,
+/// which saves opening them twice.
+class IndexedInputs {
+ public:
+  IndexedInputs(JoinRun& run, const JoinTask& task) : mRun(run), mTask(task) {}
+
+  /// Takes in the next holder's set and its index.
+  void ReadInput(const H5_Objects::IndexedGroup& set, H5_Objects::StepIndex setIndex);
+
+  /// Runs the selection over what was taken in.
+  void Select();
+  void ReportSelection() const { PrintSelection(mRun, mTask, mSteps); }
+
+  const std::string& TimeDescription() const { return mTimeDescription; }
+  const std::string& DataDescription() const { return mDataDescription; }
+  std::int64_t KeptSteps() const { return mSteps.mKept; }
+  /// Values of the kept steps: of the i-th holder, and of all.
+  std::uint64_t KeptValues(std::size_t i) const;
+  std::uint64_t KeptValues() const;
+  std::size_t Size() const { return mIndices.size(); }
+
+  /// Writes index and values of the kept steps to the open set in the output. Values go out in
+  /// whole chunks; besides one of them, or some mebibytes, nothing is held.
+  template <class KIND>
+  void Write(KIND& output) {
+    output.WriteIndexImmediately_(KeptIndex());
+    ValueWriter writer(output);
+    for (std::size_t i = 0; i < mIndices.size(); ++i) {
+      if (KeptValues(i) == 0) {
+        continue;
+      }
+      if (mHeld[i].empty()) {
+        mRun.mInputs.Visit<KIND>(mTask.mHolders[i], mTask.mName,
+                                 [&](const KIND& set) { CopyFromFile(i, set, writer); });
+      } else {
+        CopyHeld(i, writer);
+      }
+    }
+    writer.Finish();
+  }
+
+ private:
+  // Collects values and writes them in whole chunks.
+  class ValueWriter {
+   public:
+    explicit ValueWriter(H5_Objects::IndexedGroup& output);
+    /// Room for `count` values, which the caller fills before the next call.
+    double* Room(std::uint64_t count);
+    void Finish();
+
+   private:
+    void WriteFullChunks();
+
+    H5_Objects::IndexedGroup& mOutput;
+    std::uint64_t mChunkValues;
+    std::uint64_t mBlockValues;  // written at a time: whole chunks
+    std::vector<double> mValues;
+  };
+
+  H5_Objects::StepIndex KeptIndex() const;
+  void CopyFromFile(std::size_t i, const H5_Objects::IndexedGroup& set, ValueWriter& writer) const;
+  void CopyHeld(std::size_t i, ValueWriter& writer) const;
+
+  JoinRun& mRun;
+  const JoinTask& mTask;
+  std::string mTimeDescription;
+  std::string mDataDescription;
+  std::vector<H5_Objects::StepIndex> mIndices;  // one per holder
+  std::vector<std::vector<double>> mHeld;       // values of small sets, else empty
+  std::uint64_t mHeldBytes = 0;
+  SelectedSteps mSteps;
+};
