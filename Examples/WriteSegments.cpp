@@ -1,0 +1,147 @@
+// Writes the files of a small run, as a simulation would write them: two bodies that orbit each
+// other, in segments that each have a file of their own. A segment starts from a checkpoint of the
+// one before, a little earlier than that one ended, so that neighbouring files overlap in time.
+//
+//   WriteSegments folder        makes folder/segment1.h5 to folder/segment3.h5
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <iostream>
+#include <numbers>
+#include <string>
+
+#include "Utils/Containers/MyVector.hpp"
+#include "Utils/H5/CachedH5File.hpp"
+#include "Utils/H5/CachedH5FileHolder.hpp"
+#include "Utils/H5/H5_ObjectCoef.hpp"
+#include "Utils/H5/H5_ObjectDat.hpp"
+#include "Utils/H5/H5_ObjectTdm.hpp"
+#include "Utils/H5/H5_ObjectTxt.hpp"
+#include "Utils/Tensors/DataMesh.hpp"
+#include "Utils/Tensors/Tensor.hpp"
+#include "Utils/Tensors/TensorIndexTable.hpp"
+
+namespace {
+
+using H5_Objects::Coef;
+using H5_Objects::Dat;
+using H5_Objects::Tdm;
+using H5_Objects::Txt;
+
+constexpr double sTimeStep = 0.125;
+constexpr int sStepsPerSegment = 64;
+constexpr int sStepsRepeated = 8;  // that a segment does again after its checkpoint
+constexpr int sStepsPerMetric = 8;
+
+// Positions and speeds follow from the time alone: every run writes the same numbers.
+struct Body {
+  Body(double time, double phaseShift) {
+    const double phase = 0.1 * time + phaseShift;
+    const double radius = 10 - 0.05 * time;
+    mX = radius * std::cos(phase);
+    mY = radius * std::sin(phase);
+    mSpeed = 0.1 * radius;
+  }
+  double mX;
+  double mY;
+  double mSpeed;
+};
+
+// The table of that name, with its columns named by whoever gets there first.
+Dat& Table(CachedH5File& file, const std::string& name, const MyVector<std::string>& legend) {
+  auto& table = file.GetObjectForWrite<Dat>(name);
+  if (!table.IsInitialized()) {
+    table.Initialize(legend, /*compress=*/true, /*chunkRows=*/512);
+  }
+  return table;
+}
+
+void WriteEnergy(CachedH5File& file, double time) {
+  const Body body(time, 0);
+  const double kinetic = body.mSpeed * body.mSpeed;
+  const double potential = -1 / std::hypot(body.mX, body.mY);
+  Table(file, "/Run.dir/energy.dat", {"time", "kinetic", "potential", "total"})
+      .Append({time, kinetic, potential, kinetic + potential});
+}
+
+void WriteBody(CachedH5File& file, const std::string& group, double time, double phaseShift) {
+  const Body body(time, phaseShift);
+  Table(file, "/" + group + "/position.dat", {"time", "x", "y"}).Append({time, body.mX, body.mY});
+  Table(file, "/" + group + "/speed.dat", {"time", "speed"}).Append({time, body.mSpeed});
+}
+
+// The surface of a body as a series whose terms become more as the body is deformed.
+void WriteShape(CachedH5File& file, double time) {
+  auto& shape = file.GetObjectForWrite<Coef>("/BodyA.dir/shape.coef");
+  if (!shape.AreAttributesKnown()) {
+    shape.Initialize("time", "coefficients of the radius", /*compress=*/true,
+                     /*indexChunkRows=*/512, /*coefChunkRows=*/4096);
+  }
+  MyVector<double> coefficients(MV::Size(4 + static_cast<std::uint64_t>(time / 4)));
+  for (int l = 0; l < coefficients.Size(); ++l) {
+    coefficients[l] = std::exp(-l) * std::cos(0.1 * l * time);
+  }
+  shape.Append(time, coefficients);
+}
+
+// A symmetric tensor of rank 2 on a grid of 6 x 6 x 6 points.
+void WriteMetric(CachedH5File& file, double time) {
+  const TensorStructure structure(3, "11");
+  const Mesh mesh({6, 6, 6});
+  auto& metric = file.GetObjectForWrite<Tdm>("/Run.dir/metric.tdm");
+  if (!metric.IsInitialized()) {
+    metric.Initialize("time", "metric", structure, mesh.Dim(), /*compress=*/true,
+                      /*indexChunkRows=*/64, /*dataChunkRows=*/16384);
+  }
+  Tensor<DataMesh> tensor(structure, mesh);
+  for (int component = 0; component < tensor.Size(); ++component) {
+    for (int point = 0; point < mesh.Size(); ++point) {
+      tensor[component][point] = 1 + 0.1 * component * std::sin(0.02 * point - 0.1 * time);
+    }
+  }
+  metric.Append(time, tensor);
+}
+
+void WriteStep(CachedH5File& file, int step) {
+  const double time = step * sTimeStep;
+  WriteEnergy(file, time);
+  WriteBody(file, "BodyA.dir", time, 0);
+  WriteBody(file, "BodyB.dir", time, std::numbers::pi);
+  WriteShape(file, time);
+  if (step % sStepsPerMetric == 0) {
+    WriteMetric(file, time);
+  }
+}
+
+void WriteSegment(const std::string& filename, int firstStep) {
+  const CachedH5File::VersionHistory history = {
+      {"3f2a91c", "Energies and positions."},
+      {"b0c47de", "Speeds have a table of their own."},
+  };
+  CachedH5File file(filename, ReadWrite, history, /*verbosity=*/0);
+  for (int step = firstStep; step < firstStep + sStepsPerSegment; ++step) {
+    WriteStep(file, step);
+  }
+  file.GetObjectForWrite<Txt>("/Run.dir/log.txt")
+      << "did steps " << firstStep << " to " << firstStep + sStepsPerSegment - 1 << '\n';
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc != 2) {
+    std::cerr << "usage: WriteSegments folder\n";
+    return 2;
+  }
+  for (int segment = 1; segment <= 3; ++segment) {
+    const std::string filename =
+        std::string(argv[1]) + "/segment" + std::to_string(segment) + ".h5";
+    const int firstStep = std::max(0, (segment - 1) * (sStepsPerSegment - sStepsRepeated));
+    WriteSegment(filename, firstStep);
+    std::cout << filename << ": times " << firstStep * sTimeStep << " to "
+              << (firstStep + sStepsPerSegment - 1) * sTimeStep << '\n';
+  }
+  // What is appended reaches the files here, or when the process ends.
+  TheCachedH5FileHolder().PurgeCache();
+  return 0;
+}
