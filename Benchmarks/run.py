@@ -1,0 +1,165 @@
+#!/usr/bin/env python3
+"""Runs Kelmor and its peers over the workloads and prints what each of them cost.
+
+This process stays small (neither numpy nor h5py), because a child's peak memory is never reported
+below what its parent had when it started it.
+"""
+
+import argparse
+import os
+import pathlib
+import shutil
+import statistics
+import subprocess
+import sys
+import time
+
+HERE = pathlib.Path(__file__).resolve().parent
+WORKLOADS = {
+    "MANY": "20 segments of 500 tables, 400 rows of 3 columns",
+    "BIG": "8 segments of 6 tables, 60000 rows of 25 columns",
+    "VALUES": "10 segments of 4 coefficient sets, 2000000 values",
+    "COEF": "20 segments of 1000 coefficient sets, 50 steps of 9 values",
+    "TDM": "8 segments of 250 MB, symmetric tensors on 24 x 24 x 24 points",
+}
+PLAIN = "-NoGzip"
+REJOIN = "REJOIN"  # BIG, joined without compression, joined again
+
+
+def parse_arguments():
+    names = [name + suffix for name in WORKLOADS for suffix in ("", PLAIN)] + [REJOIN]
+    parser = argparse.ArgumentParser(
+        prog="scripts/bench",
+        description="Joins generated segments with Kelmor, with an h5py script, and without HDF5.",
+        epilog="workloads: all, " + ", ".join(names))
+    parser.add_argument("workloads", nargs="*", default=["MANY", "BIG"])
+    parser.add_argument("--scale", type=float, default=1, help="size of the inputs (default 1)")
+    parser.add_argument("--runs", type=int, default=5, help="runs of each (default 5)")
+    parser.add_argument("--threads", default="1", help="VEXA_THREADS for Kelmor (default 1)")
+    parser.add_argument("--build", type=pathlib.Path, required=True, help=argparse.SUPPRESS)
+    arguments = parser.parse_args()
+    if "all" in arguments.workloads:
+        arguments.workloads = names
+    for name in arguments.workloads:
+        if name not in names:
+            parser.error(f"no workload '{name}'")
+    return arguments
+
+
+class Cost:
+    """Of one process: seconds of CPU and of wall clock, peak resident bytes."""
+
+    def __init__(self, command, environment):
+        start = time.perf_counter()
+        with open(os.devnull, "r+b") as null:
+            child = subprocess.Popen(command, env=environment, stdin=null, stdout=null)
+        _, status, usage = os.wait4(child.pid, 0)
+        child.returncode = os.waitstatus_to_exitcode(status)
+        if child.returncode != 0:
+            sys.exit(f"'{' '.join(map(str, command))}' ended with {child.returncode}")
+        self.wall = time.perf_counter() - start
+        self.cpu = usage.ru_utime + usage.ru_stime
+        self.rss = usage.ru_maxrss * 1024
+
+
+def python(script, *arguments):
+    return [sys.executable, HERE / script, *arguments]
+
+
+def make_inputs(workload, scale, folder):
+    """Generates the segments of a workload once; they are complete when their folder has its name."""
+    inputs = folder / f"{workload}-{scale:g}"
+    if not inputs.exists():
+        print(f"generating {workload} ...", flush=True)
+        partial = inputs.with_suffix(".partial")
+        shutil.rmtree(partial, ignore_errors=True)
+        partial.mkdir(parents=True)
+        if workload == REJOIN:
+            segments = make_inputs("BIG", scale, folder)
+            subprocess.run(python("peer.py", PLAIN, partial / "joined.h5", *segments), check=True)
+        else:
+            subprocess.run(python("generate.py", workload, str(scale), partial), check=True)
+        partial.rename(inputs)
+    return sorted(inputs.glob("*.h5"))
+
+
+def output_folder(build, inputs):
+    """Memory, if the outputs fit."""
+    memory = pathlib.Path("/dev/shm")
+    needed = 4 * sum(path.stat().st_size for path in inputs) + 10**8
+    if memory.is_dir() and os.access(memory, os.W_OK) and shutil.disk_usage(memory).free > needed:
+        return memory / f"vexa-bench-{os.getpid()}"
+    return build.parent / "bench-data" / f"out-{os.getpid()}"
+
+
+def read_all(paths):
+    for path in paths:
+        with open(path, "rb", buffering=0) as file:
+            while file.read(1 << 20):
+                pass
+
+
+def report(costs, outputs):
+    def median(contender, quantity):
+        return statistics.median(getattr(cost, quantity) for cost in costs[contender])
+
+    print(f"  {'':8} {'CPU s':>8} {'wall s':>8} {'peak MB':>8} {'out MB':>8} {'CPU':>12}")
+    own = median("Kelmor", "cpu")
+    for contender in costs:
+        cpu = median(contender, "cpu")
+        ratio = {"Kelmor": "", "h5py": f"{cpu / own:.2f} x Kelmor",
+                 "floor": f"Kelmor {own / cpu:.2f} x"}[contender]
+        size = outputs[contender].stat().st_size
+        print(f"  {contender:8} {cpu:8.3f} {median(contender, 'wall'):8.3f} "
+              f"{median(contender, 'rss') / 1e6:8.0f} {size / 1e6:8.1f}  {ratio}")
+
+
+def run_workload(name, arguments):
+    data = arguments.build.parent / "bench-data"
+    base, plain = name.removesuffix(PLAIN), name.endswith(PLAIN) or name == REJOIN
+    inputs = make_inputs(base, arguments.scale, data)
+    options = [PLAIN] if plain else []
+    description = WORKLOADS.get(base, "the uncompressed join of BIG, joined again")
+    size = sum(path.stat().st_size for path in inputs)
+    print(f"{name}: {description}; inputs {size / 1e6:.1f} MB"
+          + (f", scale {arguments.scale:g}" if arguments.scale != 1 else ""), flush=True)
+
+    folder = output_folder(arguments.build, inputs)
+    folder.mkdir(parents=True)
+    try:
+        outputs = {who: folder / f"{who}.h5" for who in ("Kelmor", "h5py", "floor")}
+        chunk_list = folder / "chunks.txt"
+        commands = {
+            "Kelmor": [arguments.build / "Executables/Kelmor/Kelmor", *options, "-o",
+                       outputs["Kelmor"], *inputs],
+            "h5py": python("peer.py", *options, outputs["h5py"], *inputs),
+            "floor": [arguments.build / "Benchmarks/Floor", chunk_list, outputs["floor"], *inputs],
+        }
+        environment = {**os.environ, "VEXA_THREADS": arguments.threads,
+                       "OMP_NUM_THREADS": "1", "OPENBLAS_NUM_THREADS": "1"}
+
+        read_all(inputs)
+        for who in ("Kelmor", "h5py"):
+            Cost(commands[who], environment)
+        subprocess.run(python("compare.py", outputs["Kelmor"], outputs["h5py"]), check=True)
+        with open(chunk_list, "w", encoding="utf-8") as stream:
+            subprocess.run(python("chunks.py", *inputs, outputs["h5py"]), stdout=stream, check=True)
+
+        costs = {who: [] for who in commands}
+        for _ in range(arguments.runs):
+            for who, command in commands.items():
+                outputs[who].unlink(missing_ok=True)
+                costs[who].append(Cost(command, environment))
+        report(costs, outputs)
+    finally:
+        shutil.rmtree(folder)
+
+
+def main():
+    arguments = parse_arguments()
+    for name in arguments.workloads:
+        run_workload(name, arguments)
+
+
+if __name__ == "__main__":
+    main()
