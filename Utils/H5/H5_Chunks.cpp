@@ -16,7 +16,6 @@
 namespace {
 
 using ChunkCodec::ChunkEncoder;
-using Location = std::source_location;
 
 // Below this it costs more to wake the workers than they save.
 constexpr std::uint64_t sValuesWorthThreads = 64 * 1024;
@@ -32,9 +31,8 @@ struct ChunkToRead {
 
 class ChunkReader {
  public:
-  ChunkReader(hid_t dataset_id, const TableLayout& layout, const ColumnBlock& block,
-              const std::string& name, Location where)
-      : mDataset_id(dataset_id), mLayout(layout), mBlock(block), mName(name), mWhere(where) {}
+  ChunkReader(const OpenTable& table, const ColumnBlock& block)
+      : mTable(table), mLayout(table.mLayout), mBlock(block) {}
 
   // Reads `chunks` and leaves their values in place.
   void Read(std::span<ChunkToRead> chunks) {
@@ -50,8 +48,8 @@ class ChunkReader {
       ParallelFor(chunks.size(), decode);
     }
     for (const ChunkToRead& chunk : chunks) {
-      REQUIRE_AT(mWhere, chunk.mStatus==ChunkCodec::DecodeStatus::Ok,
-                 "Damaged chunk in " << mName << " at row " << chunk.mRow << " of column "
+      REQUIRE_AT(mTable.mWhere, chunk.mStatus==ChunkCodec::DecodeStatus::Ok,
+                 "Damaged chunk in " << mTable.mName << " at row " << chunk.mRow << " of column "
                                      << chunk.mColumn << ": "
                                      << ChunkCodec::Describe(chunk.mStatus));
     }
@@ -61,21 +59,25 @@ class ChunkReader {
   void Fetch(ChunkToRead& chunk) {
     const hsize_t offset[2] = {chunk.mRow, chunk.mColumn};
     hsize_t size = 0;
-    herr_t err = H5Dget_chunk_storage_size(mDataset_id, offset, &size);
-    REQUIRE_AT(mWhere, err>=0, "H5Dget_chunk_storage_size failed for name=" << mName);
+    herr_t err = mTable.mTrace(5, H5Dget_chunk_storage_size(mTable.mDataset_id, offset, &size),
+                               "H5Dget_chunk_storage_size(", mTable.mDataset_id, ", ...)");
+    REQUIRE_AT(mTable.mWhere, err>=0, "H5Dget_chunk_storage_size failed for name=" << mTable.mName);
     // No encoder makes a chunk much larger than it was; the library may say what is wrong.
     const std::uint64_t mostBytes = 2 * sizeof(double) * mLayout.mChunkRows + 65536;
     std::uint32_t filterMask = 0;
     if (size > 0 && size <= mostBytes) {
       chunk.mStored.resize(size);
-      err = H5Dread_chunk(mDataset_id, H5P_DEFAULT, offset, &filterMask, chunk.mStored.data());
-      REQUIRE_AT(mWhere, err>=0, "H5Dread_chunk failed for name=" << mName);
+      err = mTable.mTrace(
+          4,
+          H5Dread_chunk(mTable.mDataset_id, H5P_DEFAULT, offset, &filterMask, chunk.mStored.data()),
+          "H5Dread_chunk(", mTable.mDataset_id, ", ...)");
+      REQUIRE_AT(mTable.mWhere, err>=0, "H5Dread_chunk failed for name=" << mTable.mName);
     }
     if (chunk.mStored.empty() || filterMask != 0) {
       chunk.mStored.clear();
       const auto [first, rows] = Overlap(chunk);
-      ReadColumnsByLibrary(mDataset_id, mLayout, {chunk.mColumn, 1, first, rows},
-                           chunk.mpColumn + (first - mBlock.mFirstRow), mName, mWhere);
+      ReadColumnsByLibrary(mTable, {chunk.mColumn, 1, first, rows},
+                           chunk.mpColumn + (first - mBlock.mFirstRow));
     }
   }
 
@@ -104,11 +106,9 @@ class ChunkReader {
     chunk.mStored = {};
   }
 
-  hid_t mDataset_id;
+  const OpenTable& mTable;
   const TableLayout& mLayout;
   const ColumnBlock& mBlock;
-  const std::string& mName;
-  Location mWhere;
 };
 
 // Columns on their way to the file: as many at a time as there are threads.
@@ -119,8 +119,8 @@ struct ColumnToWrite {
 
 class ChunkWriter {
  public:
-  ChunkWriter(hid_t dataset_id, const TableLayout& layout, std::uint64_t firstRow, Location where)
-      : mDataset_id(dataset_id), mLayout(layout), mFirstRow(firstRow), mWhere(where) {}
+  ChunkWriter(const OpenTable& table, std::uint64_t firstRow)
+      : mTable(table), mLayout(table.mLayout), mFirstRow(firstRow) {}
 
   // Writes the chunk that begins `row` rows into each of the columns.
   void Write(std::uint64_t firstColumn, std::span<const ColumnToWrite> columns, std::uint64_t row) {
@@ -152,15 +152,16 @@ class ChunkWriter {
 
   void WriteStored(std::uint64_t column, std::uint64_t row, const void* stored, std::size_t size) {
     const hsize_t offset[2] = {mFirstRow + row, column};
-    const herr_t err = H5Dwrite_chunk(mDataset_id, H5P_DEFAULT, 0, offset, size, stored);
-    REQUIRE_AT(mWhere, err>=0, "H5Dwrite failed");
+    const herr_t err =
+        mTable.mTrace(4, H5Dwrite_chunk(mTable.mDataset_id, H5P_DEFAULT, 0, offset, size, stored),
+                      "H5Dwrite_chunk(", mTable.mDataset_id, ", ...)");
+    REQUIRE_AT(mTable.mWhere, err>=0, "H5Dwrite failed");
   }
 
  private:
-  hid_t mDataset_id;
+  const OpenTable& mTable;
   const TableLayout& mLayout;
   std::uint64_t mFirstRow;
-  Location mWhere;
 };
 
 bool IsFiltered(const ChunkCodec::Filters& filters) {
@@ -197,9 +198,9 @@ bool CanMoveChunks(hid_t dataset_id, hid_t cparms_id, ChunkCodec::Filters& filte
   return type_id >= 0 && H5Tequal(type_id, H5T_NATIVE_DOUBLE) > 0;
 }
 
-void ReadChunks(hid_t dataset_id, const TableLayout& layout, const ColumnBlock& block,
-                double* values, const std::string& name, Location where) {
-  ChunkReader reader(dataset_id, layout, block, name, where);
+void ReadChunks(const OpenTable& table, const ColumnBlock& block, double* values) {
+  const TableLayout& layout = table.mLayout;
+  ChunkReader reader(table, block);
   // As many at a time as the workers can take, but not a whole table: what is stored of these is
   // in memory besides the values.
   const std::size_t batch = NumberOfThreads();
@@ -221,9 +222,10 @@ void ReadChunks(hid_t dataset_id, const TableLayout& layout, const ColumnBlock& 
   reader.Read(chunks);
 }
 
-void WriteChunks(hid_t dataset_id, const TableLayout& layout, std::uint64_t firstRow,
-                 std::uint64_t rows, const ColumnSource& source, Location where) {
-  ChunkWriter writer(dataset_id, layout, firstRow, where);
+void WriteChunks(const OpenTable& table, std::uint64_t firstRow, std::uint64_t rows,
+                 const ColumnSource& source) {
+  const TableLayout& layout = table.mLayout;
+  ChunkWriter writer(table, firstRow);
   // One long column has pieces enough for all threads; of short ones, several go together.
   const bool isFiltered = IsFiltered(layout.mFilters);
   const std::uint64_t together =
@@ -257,14 +259,12 @@ bool CanMoveChunks(hid_t, hid_t, ChunkCodec::Filters&) {
   return false;
 }
 
-void ReadChunks(hid_t dataset_id, const TableLayout& layout, const ColumnBlock& block,
-                double* values, const std::string& name, std::source_location where) {
-  ReadColumnsByLibrary(dataset_id, layout, block, values, name, where);
+void ReadChunks(const OpenTable& table, const ColumnBlock& block, double* values) {
+  ReadColumnsByLibrary(table, block, values);
 }
 
-void WriteChunks(hid_t, const TableLayout&, std::uint64_t, std::uint64_t, const ColumnSource&,
-                 std::source_location where) {
-  REQUIRE_AT(where, false, "internal error: this HDF5 library cannot write chunks");
+void WriteChunks(const OpenTable& table, std::uint64_t, std::uint64_t, const ColumnSource&) {
+  REQUIRE_AT(table.mWhere, false, "internal error: this HDF5 library cannot write chunks");
 }
 
 #endif

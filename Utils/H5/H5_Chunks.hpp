@@ -6,8 +6,6 @@
 #include <hdf5.h>
 
 #include <cstdint>
-#include <source_location>
-#include <string>
 
 #include "Utils/H5/H5_Columns.hpp"
 
@@ -18,9 +16,8 @@ bool CanMoveChunks(hid_t dataset_id, hid_t cparms_id, ChunkCodec::Filters& filte
 /// Reads a block as ReadColumns does. Chunks that the codec cannot take (never written, or with a
 /// filter skipped) go through the library. Fails with "Damaged chunk ..." on bytes that do not
 /// decode.
-void ReadChunks(hid_t dataset_id, const TableLayout& layout, const ColumnBlock& block,
-                double* values, const std::string& name, std::source_location where);
+void ReadChunks(const OpenTable& table, const ColumnBlock& block, double* values);
 
 /// Writes rows as WriteColumns does; they begin and end where chunks do.
-void WriteChunks(hid_t dataset_id, const TableLayout& layout, std::uint64_t firstRow,
-                 std::uint64_t rows, const ColumnSource& source, std::source_location where);
+void WriteChunks(const OpenTable& table, std::uint64_t firstRow, std::uint64_t rows,
+                 const ColumnSource& source);

@@ -85,7 +85,9 @@ TableLayout ReadTableLayout(hid_t dataset_id, const std::string& name, Location 
   layout.mColumns = dims[1];
   PropertyListHandle cparms_id(H5Dget_create_plist(dataset_id));
   REQUIRE_AT(where, cparms_id>=0, "H5Dget_create_plist failed");
-  if (H5Pget_layout(cparms_id) == H5D_CHUNKED) {
+  const H5D_layout_t storage = H5Pget_layout(cparms_id);
+  REQUIRE_AT(where, storage>=0, "H5Pget_layout failed");
+  if (storage == H5D_CHUNKED) {
     hsize_t chunk[2] = {0, 0};
     const int chunkRank = H5Pget_chunk(cparms_id, 2, chunk);
     REQUIRE_AT(where, chunkRank==2, "H5Pget_chunk failed");
@@ -100,6 +102,9 @@ TableLayout ReadTableLayout(hid_t dataset_id, const std::string& name, Location 
   const hsize_t mostColumns = 1000000;
   REQUIRE_AT(where, layout.mColumns<=mostColumns,
              name << " claims " << layout.mColumns << " columns");
+  if (storage == H5D_VIRTUAL) {
+    return layout;  // what it has is stored elsewhere
+  }
   const std::uint64_t stored = H5Dget_storage_size(dataset_id);
   const long double valueSize = sizeof(double);
   Vexa_H5::RequirePlausibleSize(valueSize * layout.mRows * layout.mColumns, stored, name, where);
@@ -111,26 +116,28 @@ TableLayout ReadTableLayout(hid_t dataset_id, const std::string& name, Location 
   return layout;
 }
 
-void ReadColumns(hid_t dataset_id, const TableLayout& layout, const ColumnBlock& block,
-                 double* values, const std::string& name, Location where) {
+void ReadColumns(const OpenTable& table, const ColumnBlock& block, double* values) {
   if (block.mRows == 0 || block.mColumns == 0) {
     return;
   }
-  if (layout.mMovesChunks) {
-    ReadChunks(dataset_id, layout, block, values, name, where);
+  if (table.mLayout.mMovesChunks) {
+    ReadChunks(table, block, values);
   } else {
-    ReadColumnsByLibrary(dataset_id, layout, block, values, name, where);
+    ReadColumnsByLibrary(table, block, values);
   }
 }
 
-void ReadColumnsByLibrary(hid_t dataset_id, const TableLayout& layout, const ColumnBlock& block,
-                          double* values, const std::string& name, Location where) {
-  Selection selection(dataset_id, where);
+void ReadColumnsByLibrary(const OpenTable& table, const ColumnBlock& block, double* values) {
+  const TableLayout& layout = table.mLayout;
+  Selection selection(table.mDataset_id, table.mWhere);
   const auto read = [&](const ColumnBlock& part, double* buffer) {
     selection.Select(part);
-    const herr_t err = H5Dread(dataset_id, H5T_NATIVE_DOUBLE, selection.MemorySpace(),
-                               selection.FileSpace(), H5P_DEFAULT, buffer);
-    REQUIRE_AT(where, err>=0, "H5Dread failed for name=" << name);
+    const herr_t err =
+        table.mTrace(4,
+                     H5Dread(table.mDataset_id, H5T_NATIVE_DOUBLE, selection.MemorySpace(),
+                             selection.FileSpace(), H5P_DEFAULT, buffer),
+                     "H5Dread(", table.mDataset_id, ", ...)");
+    REQUIRE_AT(table.mWhere, err>=0, "H5Dread failed for name=" << table.mName);
   };
   if (layout.mChunkColumns == 1 || layout.mColumns == 1) {
     for (std::uint64_t c = 0; c < block.mColumns; ++c) {
@@ -156,39 +163,42 @@ void ReadColumnsByLibrary(hid_t dataset_id, const TableLayout& layout, const Col
 namespace {
 
 // Through the library's own filters: rows that do not fill their chunks.
-void WriteColumnsByLibrary(hid_t dataset_id, const TableLayout& layout, std::uint64_t firstRow,
-                           std::uint64_t rows, const ColumnSource& source, Location where) {
-  Selection selection(dataset_id, where);
+void WriteColumnsByLibrary(const OpenTable& table, std::uint64_t firstRow, std::uint64_t rows,
+                           const ColumnSource& source) {
+  Selection selection(table.mDataset_id, table.mWhere);
   const auto scratch = std::make_unique_for_overwrite<double[]>(rows);
-  for (std::uint64_t c = 0; c < layout.mColumns; ++c) {
+  for (std::uint64_t c = 0; c < table.mLayout.mColumns; ++c) {
     const double* column = source(c, scratch.get());
     selection.Select({c, 1, firstRow, rows});
-    const herr_t err = H5Dwrite(dataset_id, H5T_NATIVE_DOUBLE, selection.MemorySpace(),
-                                selection.FileSpace(), H5P_DEFAULT, column);
-    REQUIRE_AT(where, err>=0, "H5Dwrite failed");
+    const herr_t err =
+        table.mTrace(4,
+                     H5Dwrite(table.mDataset_id, H5T_NATIVE_DOUBLE, selection.MemorySpace(),
+                              selection.FileSpace(), H5P_DEFAULT, column),
+                     "H5Dwrite(", table.mDataset_id, ", ...)");
+    REQUIRE_AT(table.mWhere, err>=0, "H5Dwrite failed");
   }
   selection.Close();
 }
 
 }  // namespace
 
-void WriteColumns(hid_t dataset_id, const TableLayout& layout, std::uint64_t firstRow,
-                  std::uint64_t rows, const ColumnSource& source, Location where) {
-  // Of one column, the part that fills its chunks can go without the rest.
+void WriteColumns(const OpenTable& table, std::uint64_t firstRow, std::uint64_t rows,
+                  const ColumnSource& source) {
+  const TableLayout& layout = table.mLayout;
   const bool startsChunk = layout.mMovesChunks && firstRow % layout.mChunkRows == 0;
   const std::uint64_t rest = startsChunk ? rows % layout.mChunkRows : rows;
   if (rest == 0) {
-    WriteChunks(dataset_id, layout, firstRow, rows, source, where);
+    WriteChunks(table, firstRow, rows, source);
   } else if (rest == rows || layout.mColumns > 1) {
-    WriteColumnsByLibrary(dataset_id, layout, firstRow, rows, source, where);
+    WriteColumnsByLibrary(table, firstRow, rows, source);
   } else {
+    // Of a single column, the part that fills its chunks can go without the rest.
     const auto scratch = std::make_unique_for_overwrite<double[]>(rows);
     const double* column = source(0, scratch.get());
     const auto part = [&](std::uint64_t begin) {
       return [values = column + begin](std::uint64_t, double*) { return values; };
     };
-    WriteChunks(dataset_id, layout, firstRow, rows - rest, part(0), where);
-    WriteColumnsByLibrary(dataset_id, layout, firstRow + rows - rest, rest, part(rows - rest),
-                          where);
+    WriteChunks(table, firstRow, rows - rest, part(0));
+    WriteColumnsByLibrary(table, firstRow + rows - rest, rest, part(rows - rest));
   }
 }

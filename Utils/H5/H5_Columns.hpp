@@ -11,6 +11,7 @@
 #include <string>
 
 #include "Utils/ChunkCodec/Filters.hpp"
+#include "Utils/ErrorHandling/Trace.hpp"
 
 /// Rows and columns to move: [mFirstRow, mFirstRow + mRows) of [mFirstColumn, ... + mColumns).
 struct ColumnBlock {
@@ -34,15 +35,23 @@ struct TableLayout {
 /// is 2, and when it claims more than can be stored (see RequirePlausibleSize).
 TableLayout ReadTableLayout(hid_t dataset_id, const std::string& name, std::source_location where);
 
+/// An open table as the functions below are handed it: lent, by the object that has it open and
+/// under whose name they report.
+struct OpenTable {
+  hid_t mDataset_id;
+  const TableLayout& mLayout;
+  const std::string& mName;
+  const Trace& mTrace;
+  std::source_location mWhere;
+};
+
 /// Reads the block into `values`, column after column: values[c * mRows + r]. Any numeric type on
 /// disk is converted; any layout is read chunk by chunk, each chunk once where rows of a chunk fit
 /// into memory along with the block. Fails with "H5Dread failed for name=...".
-void ReadColumns(hid_t dataset_id, const TableLayout& layout, const ColumnBlock& block,
-                 double* values, const std::string& name, std::source_location where);
+void ReadColumns(const OpenTable& table, const ColumnBlock& block, double* values);
 
 /// The same through the library's own filters, whatever the layout.
-void ReadColumnsByLibrary(hid_t dataset_id, const TableLayout& layout, const ColumnBlock& block,
-                          double* values, const std::string& name, std::source_location where);
+void ReadColumnsByLibrary(const OpenTable& table, const ColumnBlock& block, double* values);
 
 /// Gives the values of one column when asked, as many as rows are written: either where they lie
 /// already, or gathered into `scratch`, which has room for them, and that pointer.
@@ -50,5 +59,5 @@ using ColumnSource = std::function<const double*(std::uint64_t column, double* s
 
 /// Writes rows [firstRow, firstRow + rows) of all columns, asking for one column at a time. The
 /// dataset is large enough already. Fails with "H5Dwrite failed".
-void WriteColumns(hid_t dataset_id, const TableLayout& layout, std::uint64_t firstRow,
-                  std::uint64_t rows, const ColumnSource& source, std::source_location where);
+void WriteColumns(const OpenTable& table, std::uint64_t firstRow, std::uint64_t rows,
+                  const ColumnSource& source);

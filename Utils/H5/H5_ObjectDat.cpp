@@ -174,7 +174,7 @@ void Dat::WriteCacheDetail(std::uint64_t rows, const ColumnSource& source) {
   mTrace.Line(3, "H5_ObjectDat append ", rows, " row(s) to '", mName, "' (new dims {", newDims[0],
               ",", newDims[1], "})");
   Extend(newDims, "H5Dset_extent failed", Location::current());
-  WriteColumns(mMy_id, mLayout, mExtents[0], rows, source, Location::current());
+  WriteColumns({mMy_id, mLayout, mName, mTrace, Location::current()}, mExtents[0], rows, source);
   mExtents[0] = newDims[0];
   mLayout.mRows = newDims[0];
 }
@@ -278,7 +278,7 @@ MyVector<MyVector<double>> Dat::RetrieveColumns(const MyVector<int>& columns,
 
 void Dat::RetrieveColumns_(const ColumnBlock& block, double* values) const {
   REQUIRE(IsObjectOpen(), "Object must be open to retrieve data");
-  ReadColumns(mMy_id, mLayout, block, values, mName, Location::current());
+  ReadColumns({mMy_id, mLayout, mName, mTrace, Location::current()}, block, values);
 }
 
 }  // namespace H5_Objects
