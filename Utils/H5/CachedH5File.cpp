@@ -80,6 +80,7 @@ H5_Object& CachedH5File::GetObjectForRead_(const std::string& name, const std::s
   const H5_Node* ptr = &mpFile->Root()->GetNode(name);
   RequireType(ptr, typ);
   if (!ptr->IsObjectOpen()) {
+    mpFile->CloseGroupsApartFrom(*ptr);
     ptr->OpenObject();
   }
   return ptr->Object();
@@ -100,7 +101,7 @@ void CachedH5File::WriteImmediately(const std::string& name, const std::function
 
 void CachedH5File::CloseObjects() {
 #if H5_VERSION_GE(1, 10, 1)
-  mpFile->Root()->CloseObject();
+  mpFile->CloseObjectsInGroups();
 #else
   // Only closing the file makes such a library let go of what it read.
   mpFile->CloseFile();

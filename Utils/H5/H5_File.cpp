@@ -118,6 +118,24 @@ void H5_File::CloseFile() {
   REQUIRE(err==0, "H5Fclose returned err=" << err);
 }
 
+void H5_File::CloseObjectsInGroups() {
+  for (std::size_t i = mOpenNodes.size(); i-- > 0;) {
+    const H5_Node& node = *mOpenNodes[i];
+    if (node.Type() != "dir") {
+      node.CloseObject();
+    }
+  }
+}
+
+void H5_File::CloseGroupsApartFrom(const H5_Node& node) {
+  const bool onlyGroups =
+      std::all_of(mOpenNodes.begin(), mOpenNodes.end(),
+                  [](const H5_Node* open) { return open->Type() == "dir"; });
+  if (onlyGroups && node.Parent() != nullptr && !node.Parent()->IsObjectOpen()) {
+    mpRoot->CloseObject();
+  }
+}
+
 std::uint64_t H5_File::CummulativeCacheSize() const {
   return mpRoot == nullptr ? 0 : mpRoot->CummulativeCacheSize();
 }

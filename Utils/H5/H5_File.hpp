@@ -50,6 +50,11 @@ class H5_File {
   /// dataset that waited for it is then taken out of the file again.
   bool HasWriteFailed() const;
 
+  /// Closes all objects but groups.
+  void CloseObjectsInGroups();
+  /// Closes the groups that do not lead to `node`, if nothing in them is open.
+  void CloseGroupsApartFrom(const H5_Node& node);
+
   /// Counts by a walk over the whole tree: groups; objects; objects that hold data; their time
   /// steps; their bytes.
   void Statistics(std::uint64_t& dirs, std::uint64_t& objects, std::uint64_t& objectsWithCache,
