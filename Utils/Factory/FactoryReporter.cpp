@@ -11,7 +11,9 @@ struct Record {
 };
 
 Record& TheRecord() {
-  static Record record;
+  // Never destroyed: output that is written while the process exits creates objects still. Every
+  // line is flushed.
+  static Record& record = *new Record;
   return record;
 }
 

@@ -67,7 +67,8 @@ const std::string& H5_Node::Filename() const {
 }
 
 const MyMap<std::string, H5_Node>& H5_Node::Children() const {
-  static const MyMap<std::string, H5_Node> none;
+  // Never destroyed: files are written while the process exits.
+  static const auto& none = *new MyMap<std::string, H5_Node>;
   return mpDirectory == nullptr ? none : mpDirectory->mChildren;
 }
 

@@ -7,6 +7,7 @@
 
 #include "Utils/ErrorHandling/CodeError.hpp"
 #include "Utils/ErrorHandling/MyErr.hpp"
+#include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/StringParsing/GlobalFlags.hpp"
 #include "Utils/StringParsing/SimpleConvert.hpp"
 #include "Utils/StringParsing/SplitStrings.hpp"
@@ -104,6 +105,10 @@ void OptionParser::Report(const std::string& banner, const std::string& body,
   std::string report = BannerLine(banner) + body + optionsTitle + mOptions + "\n";
   if (!mHelp.empty()) {
     report += BannerLine("==== Help: ") + mHelp;
+  }
+  // Options from a file: the report names neither it nor the object.
+  if (const std::string context = ReportContext::Current(); !context.empty()) {
+    report += (report.back() == '\n' ? "" : "\n") + context + "\n";
   }
   MyErr << report;
   ThrowError();
