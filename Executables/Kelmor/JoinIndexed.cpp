@@ -109,23 +109,29 @@ IndexedInputs::ValueWriter::ValueWriter(IndexedGroup& output)
       mBlockValues(std::max<std::uint64_t>(sBlockValues / mChunkValues, 1) * mChunkValues) {}
 
 double* IndexedInputs::ValueWriter::Room(std::uint64_t count) {
-  if (mValues.size() >= mBlockValues) {
+  if (mSize >= mBlockValues) {
     WriteFullChunks();
   }
-  const std::size_t begin = mValues.size();
-  // Exactly what a chunk needs if chunks are long: doubling would hold twice as much.
-  mValues.reserve(std::max(mBlockValues, begin + count));
-  mValues.resize(begin + count);
-  return mValues.data() + begin;
+  if (mSize + count > mCapacity) {
+    // What a block needs and no more: doubling would hold a long chunk twice.
+    mCapacity = std::max(mBlockValues, mSize + count);
+    auto larger = std::make_unique_for_overwrite<double[]>(mCapacity);
+    std::copy_n(mValues.get(), mSize, larger.get());
+    mValues = std::move(larger);
+  }
+  double* room = mValues.get() + mSize;
+  mSize += count;
+  return room;
 }
 
 void IndexedInputs::ValueWriter::WriteFullChunks() {
-  const std::uint64_t full = mValues.size() / mChunkValues * mChunkValues;
-  mOutput.WriteValuesImmediately_(std::span(mValues).first(full));
-  mValues.erase(mValues.begin(), mValues.begin() + static_cast<std::ptrdiff_t>(full));
+  const std::uint64_t full = mSize / mChunkValues * mChunkValues;
+  mOutput.WriteValuesImmediately_({mValues.get(), full});
+  std::copy(mValues.get() + full, mValues.get() + mSize, mValues.get());
+  mSize -= full;
 }
 
 void IndexedInputs::ValueWriter::Finish() {
-  mOutput.WriteValuesImmediately_(mValues);
-  mValues = {};
+  mOutput.WriteValuesImmediately_({mValues.get(), mSize});
+  mValues.reset();
 }

@@ -66,7 +66,10 @@ class IndexedInputs {
     H5_Objects::IndexedGroup& mOutput;
     std::uint64_t mChunkValues;
     std::uint64_t mBlockValues;  // written at a time: whole chunks
-    std::vector<double> mValues;
+    // Not a vector, which would fill room with zeros before it is filled with values.
+    std::unique_ptr<double[]> mValues;
+    std::uint64_t mSize = 0;
+    std::uint64_t mCapacity = 0;
   };
 
   H5_Objects::StepIndex KeptIndex() const;

@@ -61,8 +61,8 @@ class CachedH5File {
   void WriteImmediately(const std::string& name, const std::function<void()>& write);
 
   /// Closes the objects that were opened for reading, so that a long-lived handle holds hardly more
-  /// than a new one: at most the groups that lead to the last object, of which the next is likely to
-  /// be a neighbour.
+  /// than a new one: at most the groups that lead to the last object, of which the next is likely
+  /// to be a neighbour.
   void CloseObjects();
   /// Closes the file besides; it is opened again when something is read.
   void CloseFile();

@@ -24,8 +24,9 @@ constexpr std::uint64_t sValuesWorthThreads = 64 * 1024;
 struct ChunkToRead {
   std::uint64_t mRow = 0;  // of its first row
   std::uint64_t mColumn = 0;
-  double* mpColumn = nullptr;      // where the block's first row of the column goes
-  std::vector<std::byte> mStored;  // empty if it went through the library
+  double* mpColumn = nullptr;             // where the block's first row of the column goes
+  std::unique_ptr<std::byte[]> mpStored;  // null if it went through the library
+  std::uint64_t mStoredSize = 0;
   ChunkCodec::DecodeStatus mStatus = ChunkCodec::DecodeStatus::Ok;
 };
 
@@ -66,15 +67,16 @@ class ChunkReader {
     const std::uint64_t mostBytes = 2 * sizeof(double) * mLayout.mChunkRows + 65536;
     std::uint32_t filterMask = 0;
     if (size > 0 && size <= mostBytes) {
-      chunk.mStored.resize(size);
+      chunk.mpStored = std::make_unique_for_overwrite<std::byte[]>(size);
+      chunk.mStoredSize = size;
       err = mTable.mTrace(
           4,
-          H5Dread_chunk(mTable.mDataset_id, H5P_DEFAULT, offset, &filterMask, chunk.mStored.data()),
+          H5Dread_chunk(mTable.mDataset_id, H5P_DEFAULT, offset, &filterMask, chunk.mpStored.get()),
           "H5Dread_chunk(", mTable.mDataset_id, ", ...)");
       REQUIRE_AT(mTable.mWhere, err>=0, "H5Dread_chunk failed for name=" << mTable.mName);
     }
-    if (chunk.mStored.empty() || filterMask != 0) {
-      chunk.mStored.clear();
+    if (chunk.mpStored == nullptr || filterMask != 0) {
+      chunk.mpStored.reset();
       const auto [first, rows] = Overlap(chunk);
       ReadColumnsByLibrary(mTable, {chunk.mColumn, 1, first, rows},
                            chunk.mpColumn + (first - mBlock.mFirstRow));
@@ -90,20 +92,21 @@ class ChunkReader {
   }
 
   void Decode(ChunkToRead& chunk) const {
-    if (chunk.mStored.empty()) {
+    if (chunk.mpStored == nullptr) {
       return;
     }
     const auto [first, rows] = Overlap(chunk);
     double* values = chunk.mpColumn + (first - mBlock.mFirstRow);
+    const std::span<const std::byte> stored(chunk.mpStored.get(), chunk.mStoredSize);
     if (rows == mLayout.mChunkRows) {
-      chunk.mStatus = ChunkCodec::DecodeChunk(chunk.mStored, mLayout.mFilters, {values, rows});
+      chunk.mStatus = ChunkCodec::DecodeChunk(stored, mLayout.mFilters, {values, rows});
     } else {
       const auto whole = std::make_unique_for_overwrite<double[]>(mLayout.mChunkRows);
-      chunk.mStatus = ChunkCodec::DecodeChunk(chunk.mStored, mLayout.mFilters,
-                                              {whole.get(), mLayout.mChunkRows});
+      chunk.mStatus =
+          ChunkCodec::DecodeChunk(stored, mLayout.mFilters, {whole.get(), mLayout.mChunkRows});
       std::copy_n(whole.get() + (first - chunk.mRow), rows, values);
     }
-    chunk.mStored = {};
+    chunk.mpStored.reset();
   }
 
   const OpenTable& mTable;

@@ -45,18 +45,13 @@ hid_t DataSet::Create(hid_t parentId, const std::string& linkName, const std::ve
   DataspaceHandle dataspace_id(mTrace(5, H5Screate_simple(rank, dims.data(), maxDims.data()),
                                       "H5Screate_simple(", rank, ", ...)"));
   REQUIRE_AT(where, dataspace_id>=0, "H5Screate_simple failed");
-  PropertyListHandle cparms_id(
-      mTrace(5, H5Pcreate(H5P_DATASET_CREATE), "H5Pcreate(H5P_DATASET_CREATE)"));
-  REQUIRE_AT(where, cparms_id>=0, "H5Pcreate failed");
+  PropertyListHandle cparms_id = Vexa_H5::UntimedCreation(H5P_DATASET_CREATE, where);
   herr_t err = mTrace(5, H5Pset_chunk(cparms_id, rank, chunk.data()), "H5Pset_chunk(cparms_id, {",
                       chunk[0], ", ...})");
   REQUIRE_AT(where, 0==err, "H5P_set_chunk failed");
   if (compress) {
     SetCompressionH5(cparms_id, 1, linkName);
   }
-  // Without times, files written twice from the same data are identical.
-  err = mTrace(5, H5Pset_obj_track_times(cparms_id, false), "H5Pset_obj_track_times(cparms_id, 0)");
-  REQUIRE_AT(where, 0==err, "H5Pset_obj_track_times failed");
   DatasetHandle dataset_id(mTrace(4,
                                   H5Dcreate2(parentId, linkName.c_str(), type_id, dataspace_id,
                                              H5P_DEFAULT, cparms_id, H5P_DEFAULT),

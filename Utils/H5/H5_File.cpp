@@ -128,9 +128,8 @@ void H5_File::CloseObjectsInGroups() {
 }
 
 void H5_File::CloseGroupsApartFrom(const H5_Node& node) {
-  const bool onlyGroups =
-      std::all_of(mOpenNodes.begin(), mOpenNodes.end(),
-                  [](const H5_Node* open) { return open->Type() == "dir"; });
+  const bool onlyGroups = std::all_of(mOpenNodes.begin(), mOpenNodes.end(),
+                                      [](const H5_Node* open) { return open->Type() == "dir"; });
   if (onlyGroups && node.Parent() != nullptr && !node.Parent()->IsObjectOpen()) {
     mpRoot->CloseObject();
   }

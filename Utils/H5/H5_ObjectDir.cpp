@@ -39,10 +39,12 @@ void Dir::OpenObject(hid_t parentId) {
                        ", \"", mName, "\")");
     REQUIRE(mGroup_id>=0, "H5Gopen2 failed on group '" << mName << "'");
   } else {
-    mGroup_id =
-        mTrace(5, H5Gcreate2(parentId, mName.c_str(), H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT),
-               "H5Gcreate2(", parentId, ", \"", mName, "\")");
+    PropertyListHandle gcpl_id = Vexa_H5::UntimedCreation(H5P_GROUP_CREATE);
+    mGroup_id = mTrace(5, H5Gcreate2(parentId, mName.c_str(), H5P_DEFAULT, gcpl_id, H5P_DEFAULT),
+                       "H5Gcreate2(", parentId, ", \"", mName, "\")");
     REQUIRE(mGroup_id>=0, "H5Gcreate2 failed on group '" << mName << "'");
+    const herr_t err = gcpl_id.Close();
+    REQUIRE(err>=0, "H5Pclose failed");
     mExistsOnDisk = true;
     mTrace.Line(5, "H5_ObjectDir created ", mName);
   }

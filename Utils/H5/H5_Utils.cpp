@@ -123,6 +123,14 @@ void Vexa_H5::set_libver_bounds(hid_t fapl_id) {
                                                   << static_cast<int>(high) << ") failed: " << err);
 }
 
+PropertyListHandle Vexa_H5::UntimedCreation(hid_t propertyListClass, std::source_location where) {
+  PropertyListHandle cparms_id(H5Pcreate(propertyListClass));
+  REQUIRE_AT(where, cparms_id>=0, "H5Pcreate failed");
+  const herr_t err = H5Pset_obj_track_times(cparms_id, false);
+  REQUIRE_AT(where, 0==err, "H5Pset_obj_track_times failed");
+  return cparms_id;
+}
+
 hid_t Vexa_H5::OpenFile(const std::string& path, H5AccessType access, int verbosity) {
   const Trace trace(verbosity);
   H5open();
@@ -146,9 +154,12 @@ hid_t Vexa_H5::OpenFile(const std::string& path, H5AccessType access, int verbos
   } else {
     REQUIRE(access==ReadWrite,
             "Attempting to create non-existent file '" << path << "' in ReadOnly mode");
-    file_id = trace(4, H5Fcreate(path.c_str(), H5F_ACC_EXCL, H5P_DEFAULT, fapl_id), "H5Fcreate(",
-                    path, ")");
+    PropertyListHandle fcpl_id = UntimedCreation(H5P_FILE_CREATE);
+    file_id =
+        trace(4, H5Fcreate(path.c_str(), H5F_ACC_EXCL, fcpl_id, fapl_id), "H5Fcreate(", path, ")");
     REQUIRE(file_id>=0, "H5Fcreate(" << path << ", ...) failed");
+    const herr_t err = fcpl_id.Close();
+    REQUIRE(err>=0, "H5Pclose(fcpl_id) failed: " << err);
   }
   const herr_t err2 = fapl_id.Close();
   REQUIRE(err2>=0, "H5Pclose(fapl_id) failed: " << err2);

@@ -12,6 +12,7 @@
 
 #include "Utils/Containers/MyVector.hpp"
 #include "Utils/H5/H5AccessType.hpp"
+#include "Utils/H5/Handle.hpp"
 
 namespace Vexa_H5 {
 
@@ -19,6 +20,12 @@ namespace Vexa_H5 {
 /// since 1.8 can read what we write; high is the newest, so that inputs written by newer libraries
 /// open as well.
 void set_libver_bounds(hid_t fapl_id);
+
+/// A creation property list of the class (H5P_FILE_CREATE, H5P_GROUP_CREATE or H5P_DATASET_CREATE)
+/// that keeps no times with the object, so that files written twice from the same data are the
+/// same.
+PropertyListHandle UntimedCreation(hid_t propertyListClass,
+                                   std::source_location where = std::source_location::current());
 
 /// Opens an existing file, or creates a missing one if the access is ReadWrite; never truncates.
 /// Fails on anything that is not a regular file (opening a FIFO would wait for ever) with "'<path>'
