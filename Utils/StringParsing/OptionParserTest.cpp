@@ -6,8 +6,8 @@
 #include <thread>
 
 #include "Utils/ErrorHandling/CodeError.hpp"
-#include "Utils/StringParsing/GlobalFlags.hpp"
 #include "Utils/ErrorHandling/ReportOf.hpp"
+#include "Utils/StringParsing/GlobalFlags.hpp"
 
 namespace {
 

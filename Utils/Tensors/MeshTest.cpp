@@ -2,25 +2,15 @@
 
 #include <gmock/gmock.h>
 
-#include <functional>
 #include <limits>
 #include <string>
 
-#include "Utils/ErrorHandling/CodeError.hpp"
+#include "Utils/ErrorHandling/ReportOf.hpp"
 #include "Utils/Tensors/DataMesh.hpp"
 
 namespace {
 
 using testing::HasSubstr;
-
-std::string ReportOf(const std::function<void()>& action) {
-  try {
-    action();
-  } catch (const CodeError& error) {
-    return error.Message();
-  }
-  return "no report";
-}
 
 TEST(Mesh, TheFirstIndexVariesFastest) {
   const MyVector<int> extents{2, 3};

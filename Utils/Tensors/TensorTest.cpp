@@ -2,26 +2,16 @@
 
 #include <gmock/gmock.h>
 
-#include <functional>
 #include <sstream>
 #include <string>
 #include <thread>
 
-#include "Utils/ErrorHandling/CodeError.hpp"
+#include "Utils/ErrorHandling/ReportOf.hpp"
 #include "Utils/Tensors/DataMesh.hpp"
 
 namespace {
 
 using testing::HasSubstr;
-
-std::string ReportOf(const std::function<void()>& action) {
-  try {
-    action();
-  } catch (const CodeError& error) {
-    return error.Message();
-  }
-  return "no report";
-}
 
 TEST(TensorIndexTable, NumbersOneComponentPerCanonicalList) {
   struct Case {
