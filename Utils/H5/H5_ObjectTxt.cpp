@@ -26,49 +26,17 @@ std::string Txt::Help() {
 }
 
 Txt::Txt(const std::string& name, bool existsOnDisk, int verbosity)
-    : DataSet(name, existsOnDisk, verbosity) {}
+    : StringDataSet("Txt", name, existsOnDisk, verbosity) {}
 
-Txt::~Txt() {
-  if (MayCheckInDestructor()) {
-    REQUIRE(not IsObjectOpen(), "Encountered destructor while object still open");
-  }
-  CloseSilently();
-}
-
-void Txt::OpenObject(hid_t parentGroupId) {
-  const bool h5_exists = LinkExists(parentGroupId, mName, mTrace);
-  RequireConsistentExistence(h5_exists, Location::current());
-  mTrace.Line(5, "Txt open ", mName);
-  if (h5_exists) {
-    OpenExisting(parentGroupId);
-  } else {
-    CreateNew(parentGroupId);
-  }
-  mIsKnown = true;
-}
-
-void Txt::OpenExisting(hid_t parentGroupId) {
-  mMy_id = mTrace(5, H5Dopen2(parentGroupId, mName.c_str(), H5P_DEFAULT), "H5Dopen2(",
-                  parentGroupId, ", \"", mName, "\")");
-  REQUIRE(mMy_id>=0, "H5Dopen2 failed");
-  const std::vector<hsize_t> dims = FileExtents(Location::current());
+void Txt::TakeExisting(const std::vector<hsize_t>& dims) {
   const std::size_t ndims = dims.size();
   REQUIRE(ndims==0 || ndims==1, "Expected dim of 0 or 1, got " << ndims);
   mSize = ndims == 0 ? 1 : dims[0];
 }
 
-void Txt::CreateNew(hid_t parentGroupId) {
-  DatatypeHandle type_id(H5Type<std::string>());
-  mMy_id = Create(parentGroupId, mName, {0}, {16}, type_id, false, Location::current());
-  const herr_t status = mTrace(5, type_id.Close(), "H5Tclose(type_id)");
-  REQUIRE(status==0, "H5Tclose failed");
-  mExistsInFile = true;
-  mSize = 0;
-}
-
-void Txt::CloseObject() {
-  REQUIRE(IsObjectOpen(), "Calling CloseObject on closed ObjectTxt!");
-  Close(Location::current());
+void Txt::Shape(std::vector<hsize_t>& dims, std::vector<hsize_t>& chunk) const {
+  dims = {0};
+  chunk = {16};
 }
 
 void Txt::WriteCache() {
@@ -91,12 +59,7 @@ void Txt::WriteCache() {
   REQUIRE(text.find('\0')==std::string::npos,
           "Text of " << mName << " holds a null character, which a string in a file cannot");
   mTrace.Line(5, "Txt append 1 string to '", mName, "' (new size=", mSize + 1, ")");
-  Extend({mSize + 1}, "H5Dextent failed", Location::current());
-  const char* wdata = text.c_str();
-  DatatypeHandle type_id(H5Type<std::string>());
-  WriteBlock({mSize}, {1}, type_id, &wdata, Location::current());
-  const herr_t status = mTrace(5, type_id.Close(), "H5Tclose(type_id)");
-  REQUIRE(status==0, "H5Tclose failed");
+  WriteStrings({mSize + 1}, {mSize}, {1}, {text.c_str()});
   mSize += 1;
   mText.str("");
   ReportCacheSize();

@@ -6,21 +6,19 @@
 #include <string>
 
 #include "Utils/Factory/Register.hpp"
-#include "Utils/H5/H5_DataSet.hpp"
+#include "Utils/H5/H5_StringDataSet.hpp"
 
 namespace H5_Objects {
 
 /// Text. New text is appended with <<, waits in memory, and becomes one further string of an array
 /// of strings each time the cache is written. Two other formats are read but never appended to: a
 /// single scalar string, as other tools write it, and the older array of characters.
-class Txt : public DataSet, public Factory::Register<Txt> {
+class Txt : public StringDataSet, public Factory::Register<Txt> {
  public:
   static std::string ClassID() { return "txt"; }
   static std::string Help();
 
   Txt(const std::string& name, bool existsOnDisk, int verbosity);
-  /// Ends the process if the object is still open.
-  ~Txt() override;
 
   /// Appends any printable value to the text in memory.
   template <class T>
@@ -29,10 +27,6 @@ class Txt : public DataSet, public Factory::Register<Txt> {
     ReportCacheSize();
     return *this;
   }
-
-  void OpenObject(hid_t parentGroupId) override;
-  void CloseObject() override;
-  bool AreAttributesKnown() const override { return mIsKnown; }
 
   /// Writes the text in memory as one string. A string ends at its first null character, so text
   /// that holds one is refused. Fails on the formats that cannot be appended to.
@@ -50,15 +44,16 @@ class Txt : public DataSet, public Factory::Register<Txt> {
   std::uint64_t NTimeStepsCached() const override { return SizeOfCache() > 0 ? 1 : 0; }
   std::ostream& Output(std::ostream& os, const std::string& indent) const override;
 
+ protected:
+  void TakeExisting(const std::vector<hsize_t>& dims) override;
+  void Shape(std::vector<hsize_t>& dims, std::vector<hsize_t>& chunk) const override;
+
  private:
-  void OpenExisting(hid_t parentGroupId);
-  void CreateNew(hid_t parentGroupId);
   std::string RetrieveCharacters() const;
 
   std::ostringstream mText;      // not yet written
   unsigned long long mSize = 0;  // strings in the file, or characters of the older format
   bool mOldDatatype = false;     // an array of characters; known after RetrieveData
-  bool mIsKnown = false;
 };
 
 }  // namespace H5_Objects

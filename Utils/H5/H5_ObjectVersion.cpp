@@ -3,7 +3,6 @@
 #include <ostream>
 
 #include "Utils/ErrorHandling/Require.hpp"
-#include "Utils/H5/H5Type.hpp"
 #include "Utils/H5/H5_Utils.hpp"
 
 template struct Factory::Register<H5_Objects::Version>;
@@ -18,14 +17,7 @@ std::string Version::Help() {
 }
 
 Version::Version(const std::string& name, bool existsOnDisk, int verbosity)
-    : DataSet(name, existsOnDisk, verbosity) {}
-
-Version::~Version() {
-  if (MayCheckInDestructor()) {
-    REQUIRE(not IsObjectOpen(), "Encountered destructor while object still open");
-  }
-  CloseSilently();
-}
+    : StringDataSet("Ver", name, existsOnDisk, verbosity) {}
 
 void Version::Initialize(const History& history) {
   REQUIRE(mHist.size()==0 and (not IsObjectOpen()), "Please call initialize only once");
@@ -38,23 +30,7 @@ void Version::Initialize(const History& history) {
   ReportCacheSize();
 }
 
-void Version::OpenObject(hid_t parentGroupId) {
-  const bool h5_exists = LinkExists(parentGroupId, mName, mTrace);
-  RequireConsistentExistence(h5_exists, Location::current());
-  mTrace.Line(5, "Ver open ", mName);
-  if (h5_exists) {
-    OpenExisting(parentGroupId);
-  } else {
-    CreateNew(parentGroupId);
-  }
-  mIsKnown = true;
-}
-
-void Version::OpenExisting(hid_t parentGroupId) {
-  mMy_id = mTrace(5, H5Dopen2(parentGroupId, mName.c_str(), H5P_DEFAULT), "H5Dopen2(",
-                  parentGroupId, ", \"", mName, "\")");
-  REQUIRE(mMy_id>=0, "H5Dopen2 failed");
-  const std::vector<hsize_t> currdims = FileExtents(Location::current());
+void Version::TakeExisting(const std::vector<hsize_t>& currdims) {
   const std::size_t ndims = currdims.size();
   REQUIRE(ndims==2, "Expected dim of 2, got " << ndims);
   mSize = currdims[0];
@@ -67,20 +43,15 @@ void Version::OpenExisting(hid_t parentGroupId) {
                                     << currdims[0] + mHist.size());
 }
 
-void Version::CreateNew(hid_t parentGroupId) {
-  DatatypeHandle type_id(H5Type<std::string>());
-  mMy_id = Create(parentGroupId, mName, {0, 2}, {1, 2}, type_id, false, Location::current());
-  const herr_t status = mTrace(5, type_id.Close(), "H5Tclose(type_id)");
-  REQUIRE(status==0, "H5Tclose failed");
-  Vexa_H5::AttachAttributes<unsigned long>(mMy_id, "Version", {mCurrentVersion},
-                                           mTrace.Verbosity());
-  mExistsInFile = true;
-  mSize = 0;
+void Version::Shape(std::vector<hsize_t>& dims, std::vector<hsize_t>& chunk) const {
+  dims = {0, 2};
+  chunk = {1, 2};
 }
 
-void Version::CloseObject() {
-  REQUIRE(IsObjectOpen(), "Calling CloseObject on closed ObjectVersion!");
-  Close(Location::current());
+void Version::AttachAttributes() {
+  Vexa_H5::AttachAttributes<unsigned long>(mMy_id, "Version", {mCurrentVersion},
+                                           mTrace.Verbosity());
+  mSize = 0;
 }
 
 void Version::WriteCache() {
@@ -92,17 +63,13 @@ void Version::WriteCache() {
   REQUIRE(mSize==0, "This can be written only once, ");
   const std::vector<hsize_t> dims = {mHist.size(), 2};
   mTrace.Line(5, "Txt append ", dims[0], " strings to '", mName, "' (new size=", dims[0], ")");
-  Extend(dims, "H5Dextent failed", Location::current());
   std::vector<const char*> wdata;
   wdata.reserve(2 * mHist.size());
   for (const auto& [hash, help] : mHist) {
     wdata.push_back(hash.c_str());
     wdata.push_back(help.c_str());
   }
-  DatatypeHandle type_id(H5Type<std::string>());
-  WriteBlock({0, 0}, dims, type_id, wdata.data(), Location::current());
-  const herr_t status = mTrace(5, type_id.Close(), "H5Tclose(type_id)");
-  REQUIRE(status==0, "H5Tclose failed");
+  WriteStrings(dims, {0, 0}, dims, wdata);
   mSize = mHist.size();
   mHist.clear();
   mCharacters = 0;
@@ -140,7 +107,8 @@ std::string Version::RetrieveVersionHistorySingleString() const {
 
 std::ostream& Version::Output(std::ostream& os, const std::string& indent) const {
   os << indent;
-  return mIsKnown || !mHist.empty() ? os << "Version " << mCurrentVersion : os << "Version unknown";
+  return AreAttributesKnown() || !mHist.empty() ? os << "Version " << mCurrentVersion
+                                                : os << "Version unknown";
 }
 
 }  // namespace H5_Objects

@@ -7,14 +7,15 @@
 #include <vector>
 
 #include "Utils/Factory/Register.hpp"
-#include "Utils/H5/H5_DataSet.hpp"
+#include "Utils/H5/H5_StringDataSet.hpp"
 
 namespace H5_Objects {
 
 /// The version of the format that a writer used, and the history of how that format changed: pairs
 /// of (hash of the commit before this version, help text). The version number is the number of
-/// entries. The history is written once, in one piece.
-class Version : public DataSet, public Factory::Register<Version> {
+/// entries. The history is written once, in one piece. Opening fails with "oops: CurrentVersion =
+/// ..." if the stored version is not the number of entries.
+class Version : public StringDataSet, public Factory::Register<Version> {
  public:
   using History = std::vector<std::pair<std::string, std::string>>;
 
@@ -22,17 +23,9 @@ class Version : public DataSet, public Factory::Register<Version> {
   static std::string Help();
 
   Version(const std::string& name, bool existsOnDisk, int verbosity);
-  /// Ends the process if the object is still open.
-  ~Version() override;
 
   /// Holds the history of a new record. Fails with "Please call initialize only once".
   void Initialize(const History& history);
-
-  /// Opens or creates the record. Fails with "oops: CurrentVersion = ..." if the stored version is
-  /// not the number of entries.
-  void OpenObject(hid_t parentGroupId) override;
-  void CloseObject() override;
-  bool AreAttributesKnown() const override { return mIsKnown; }
 
   /// Fails with "This can be written only once, " if the file holds a history already.
   void WriteCache() override;
@@ -49,15 +42,16 @@ class Version : public DataSet, public Factory::Register<Version> {
   std::uint64_t NTimeStepsCached() const override { return mHist.size(); }
   std::ostream& Output(std::ostream& os, const std::string& indent) const override;
 
- private:
-  void OpenExisting(hid_t parentGroupId);
-  void CreateNew(hid_t parentGroupId);
+ protected:
+  void TakeExisting(const std::vector<hsize_t>& currdims) override;
+  void Shape(std::vector<hsize_t>& dims, std::vector<hsize_t>& chunk) const override;
+  void AttachAttributes() override;
 
+ private:
   unsigned long mCurrentVersion = 0;
   unsigned long long mSize = 0;   // rows in the file
   History mHist;                  // entries not yet written
   std::uint64_t mCharacters = 0;  // of all of mHist
-  bool mIsKnown = false;
 };
 
 }  // namespace H5_Objects

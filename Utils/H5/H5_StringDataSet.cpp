@@ -1,0 +1,55 @@
+#include "Utils/H5/H5_StringDataSet.hpp"
+
+#include "Utils/ErrorHandling/Require.hpp"
+#include "Utils/H5/H5Type.hpp"
+
+namespace H5_Objects {
+
+StringDataSet::~StringDataSet() {
+  if (MayCheckInDestructor()) {
+    REQUIRE_AT(mWhere, not IsObjectOpen(), "Encountered destructor while object still open");
+  }
+  CloseSilently();
+}
+
+void StringDataSet::OpenObject(hid_t parentGroupId) {
+  const bool h5_exists = LinkExists(parentGroupId, mName, mTrace, mWhere);
+  RequireConsistentExistence(h5_exists, mWhere);
+  mTrace.Line(5, mTraceName, " open ", mName);
+  if (h5_exists) {
+    mMy_id = mTrace(5, H5Dopen2(parentGroupId, mName.c_str(), H5P_DEFAULT), "H5Dopen2(",
+                    parentGroupId, ", \"", mName, "\")");
+    REQUIRE_AT(mWhere, mMy_id>=0, "H5Dopen2 failed");
+    TakeExisting(FileExtents(mWhere));
+  } else {
+    std::vector<hsize_t> dims;
+    std::vector<hsize_t> chunk;
+    Shape(dims, chunk);
+    DatatypeHandle type_id(H5Type<std::string>());
+    mMy_id = Create(parentGroupId, mName, dims, chunk, type_id, false, mWhere);
+    const herr_t status = mTrace(5, type_id.Close(), "H5Tclose(type_id)");
+    REQUIRE_AT(mWhere, status==0, "H5Tclose failed");
+    AttachAttributes();
+    mExistsInFile = true;
+  }
+  mIsKnown = true;
+}
+
+void StringDataSet::CloseObject() {
+  REQUIRE_AT(mWhere, IsObjectOpen(),
+             "Calling CloseObject on closed " << ReportLabel(mWhere.file_name()).substr(3) << "!");
+  Close(mWhere);
+}
+
+void StringDataSet::WriteStrings(const std::vector<hsize_t>& dims,
+                                 const std::vector<hsize_t>& start,
+                                 const std::vector<hsize_t>& count,
+                                 const std::vector<const char*>& strings) {
+  Extend(dims, "H5Dextent failed", mWhere);
+  DatatypeHandle type_id(H5Type<std::string>());
+  WriteBlock(start, count, type_id, strings.data(), mWhere);
+  const herr_t status = mTrace(5, type_id.Close(), "H5Tclose(type_id)");
+  REQUIRE_AT(mWhere, status==0, "H5Tclose failed");
+}
+
+}  // namespace H5_Objects
