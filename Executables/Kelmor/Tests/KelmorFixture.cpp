@@ -1,0 +1,118 @@
+#include "Executables/Kelmor/Tests/KelmorFixture.hpp"
+
+#include <gmock/gmock.h>
+
+#include <filesystem>
+#include <map>
+#include <tuple>
+
+namespace fs = std::filesystem;
+using PlainH5::File;
+using PlainH5::Rows;
+
+namespace {
+
+using Snapshot = std::map<std::string, std::tuple<fs::file_time_type, std::string>>;
+
+Snapshot SnapshotOf(const fs::path& directory) {
+  Snapshot snapshot;
+  for (const fs::directory_entry& entry : fs::directory_iterator(directory)) {
+    if (entry.is_regular_file() && entry.path().filename() != "Errors000.txt") {
+      snapshot[entry.path()] = {entry.last_write_time(), PlainH5::Bytes(entry.path())};
+    }
+  }
+  return snapshot;
+}
+
+Arguments WithOutput(const Arguments& arguments) {
+  Arguments all = {"-o", "out.h5"};
+  all.insert(all.end(), arguments.begin(), arguments.end());
+  return all;
+}
+
+hsize_t Columns(const Rows& rows, hsize_t ifEmpty) {
+  return rows.empty() ? ifEmpty : rows[0].size();
+}
+
+}  // namespace
+
+File& KelmorFixture::Input(const std::string& name, bool oldFormat) {
+  const auto found = mInputs.find(name);
+  return found != mInputs.end()
+             ? found->second
+             : mInputs.emplace(name, File::Create(Path(name), oldFormat)).first->second;
+}
+
+RunResult KelmorFixture::Run(const Arguments& arguments) {
+  CloseInputs();
+  const Snapshot before = SnapshotOf(mDir.Path());
+  RunResult result = RunKelmor(mDir.Path(), arguments);
+  const Snapshot after = SnapshotOf(mDir.Path());
+  for (const auto& [path, state] : before) {
+    // No EXPECT_EQ, which would print the files.
+    EXPECT_TRUE(after.contains(path) && after.at(path) == state) << path << " was touched";
+  }
+  return result;
+}
+
+std::string KelmorFixture::Join(const Arguments& arguments) {
+  fs::remove(Path("out.h5"));
+  const RunResult result = Run(WithOutput(arguments));
+  EXPECT_EQ(result.mStatus, 0);
+  EXPECT_EQ(result.mSignal, 0);
+  EXPECT_EQ(result.mErrors, "");
+  EXPECT_EQ(result.mReports, "");
+  return result.mOutput;
+}
+
+std::string KelmorFixture::Refuse(const Arguments& arguments) {
+  fs::remove(Path("out.h5"));
+  const RunResult result = Run(WithOutput(arguments));
+  EXPECT_EQ(result.mStatus, 255);
+  EXPECT_EQ(result.mSignal, 0);
+  EXPECT_NE(result.mReports, "");
+  EXPECT_THAT(result.mErrors, testing::HasSubstr(result.mReports));
+  // Whatever an input claims.
+  EXPECT_LT(result.mPeakBytes, std::uint64_t{512} << 20);
+  return result.mReports;
+}
+
+Rows TaggedRows(const std::vector<double>& times, int tag) {
+  Rows rows;
+  for (const double time : times) {
+    rows.push_back({time, 100.0 * tag + static_cast<double>(rows.size())});
+  }
+  return rows;
+}
+
+void WriteTimes(File& file, const std::string& path, const std::vector<double>& times, int tag) {
+  file.Table(path, TaggedRows(times, tag), {.mLegend = {"time", "value"}}, 2);
+}
+
+Rows Count(double first, std::size_t values) {
+  Rows rows;
+  for (std::size_t i = 0; i < values; ++i) {
+    rows.push_back({first + static_cast<double>(i)});
+  }
+  return rows;
+}
+
+void WriteCoef(File& file, const std::string& path, const Rows& index, const Rows& values) {
+  file.Table(path + "/index.dat", index, {.mLegend = {"t", "index one past current coeff-data"}},
+             2);
+  file.Table(path + "/coefs.dat", values, {.mLegend = {"power"}}, 1);
+}
+
+void WriteTdm(File& file, const std::string& path, const Rows& index, const Rows& values,
+              const std::string& spec) {
+  const hsize_t columns = Columns(index, 3);
+  Strings legend = {"t", "index one past this filestep"};
+  for (hsize_t i = 0; i + 2 < columns; ++i) {
+    legend.push_back("Extents[" + std::to_string(i) + "]");
+  }
+  file.Table(path + "/index.dat", index, {.mLegend = legend}, columns);
+  file.Table(path + "/data.dat", values, {.mLegend = {"shift"}}, 1);
+  if (!spec.empty()) {
+    file.StringAttribute(path, "TensorSpec", {spec});
+  }
+}

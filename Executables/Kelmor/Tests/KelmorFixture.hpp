@@ -1,0 +1,58 @@
+// A folder with inputs, and the tool run in it.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "Executables/Kelmor/Tests/RunKelmor.hpp"
+#include "Utils/H5/TestSupport/PlainH5.hpp"
+
+using Strings = std::vector<std::string>;
+
+class KelmorFixture : public testing::Test {
+ protected:
+  std::string Path(const std::string& name) const { return mDir / name; }
+
+  /// A file to write to before the next run, which closes it. Asked for after a run, a file of that
+  /// name begins anew.
+  PlainH5::File& Input(const std::string& name, bool oldFormat = false);
+  void CloseInputs() { mInputs.clear(); }
+
+  /// Runs the tool. Whatever is in the folder must have the same contents and the same time of
+  /// modification afterwards, but for the error file.
+  RunResult Run(const Arguments& arguments);
+
+  /// A run that must succeed and say nothing on standard error; it writes a new "out.h5". Returns
+  /// its standard output.
+  std::string Join(const Arguments& arguments);
+  PlainH5::File Output() const { return PlainH5::File::Open(Path("out.h5")); }
+
+  /// A run that must end with status 255 and a report, both on standard error and in the error
+  /// file. Its output would be "out.h5". Returns what the error file holds.
+  std::string Refuse(const Arguments& arguments);
+
+  PlainH5::TempDir mDir;
+
+ private:
+  std::map<std::string, PlainH5::File> mInputs;
+};
+
+/// Writes a table of times and, for each, 100 * `tag` + the number of its row; so every row tells
+/// where it comes from.
+void WriteTimes(PlainH5::File& file, const std::string& path, const std::vector<double>& times,
+                int tag = 0);
+/// The rows that WriteTimes() writes.
+PlainH5::Rows TaggedRows(const std::vector<double>& times, int tag);
+
+/// Values of a coefficient set or a series of tensors: first, first + 1, ... as a table of one
+/// column.
+PlainH5::Rows Count(double first, std::size_t values);
+void WriteCoef(PlainH5::File& file, const std::string& path, const PlainH5::Rows& index,
+               const PlainH5::Rows& values);
+/// `spec` is left out if empty; so are extents in `index` for meshes of dimension 0.
+void WriteTdm(PlainH5::File& file, const std::string& path, const PlainH5::Rows& index,
+              const PlainH5::Rows& values,
+              const std::string& spec = "TensorDim=3; TensorSymm=1; DataMeshDim=1;");

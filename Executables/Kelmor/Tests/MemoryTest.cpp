@@ -1,0 +1,117 @@
+#include <malloc.h>
+
+#include <filesystem>
+
+#include "Executables/Kelmor/Tests/KelmorFixture.hpp"
+#include "Utils/H5/Handle.hpp"
+
+namespace {
+
+using PlainH5::File;
+
+// Largest resident sets, in MiB.
+class MemoryTest : public KelmorFixture {
+ protected:
+  void SetUp() override {
+#ifdef __SANITIZE_ADDRESS__
+    GTEST_SKIP() << "A sanitizer's memory would be measured";
+#endif
+    WriteTimes(Input("small.h5"), "/x.dat", {0, 1, 2});
+  }
+
+  // Of a join that must succeed.
+  double Peak(Arguments arguments) {
+    CloseInputs();
+    std::filesystem::remove(Path("out.h5"));
+    arguments.insert(arguments.begin(), {"-o", "out.h5"});
+    // What this process has counts as the tool's, so it must be little.
+    H5garbage_collect();
+    malloc_trim(0);
+    const RunResult result = RunKelmor(mDir.Path(), arguments);
+    EXPECT_EQ(result.mStatus, 0) << result.mErrors;
+    return static_cast<double>(result.mPeakBytes) / (1024 * 1024);
+  }
+  // What the tool takes for next to no data.
+  double LeastPeak() {
+    const double least = Peak({"small.h5"});
+    EXPECT_LT(least, 30) << "too much to see what data take";
+    return least;
+  }
+};
+
+void WriteValues(File& file, const std::string& path, hsize_t rows, hsize_t columns) {
+  file.Table(path, {}, {.mChunk = {131072, 1}}, columns);
+  std::vector<double> values(rows * columns);
+  for (std::size_t i = 0; i < values.size(); ++i) {
+    values[i] = static_cast<double>(i / columns * columns);
+  }
+  const hsize_t dims[2] = {rows, columns};
+  const DatasetHandle dataset(H5Dopen2(file.Id(), path.c_str(), H5P_DEFAULT));
+  EXPECT_GE(H5Dset_extent(dataset, dims), 0);
+  EXPECT_GE(H5Dwrite(dataset, H5T_NATIVE_DOUBLE, H5S_ALL, H5S_ALL, H5P_DEFAULT, values.data()), 0);
+}
+
+TEST_F(MemoryTest, TablesBeyondTheLimitAreHeldOneAtATime) {
+  const int tables = 10;  // of 4 MiB each, in either file
+  for (const char* name : {"0.h5", "1.h5"}) {
+    File& file = Input(name);
+    for (int i = 0; i < tables; ++i) {
+      WriteValues(file, "/x" + std::to_string(i) + ".dat", 65536, 8);
+    }
+  }
+  const double rowsOfOneTable = 8;
+  const double limit = 1;
+  const double constant = 8;
+  const double most = LeastPeak() + rowsOfOneTable + limit + constant;
+  for (const char* gzip : {"-NoGzip", "-no-NoGzip"}) {
+    EXPECT_LT(Peak({gzip, "-NoWipe", "-cachesize", "1e6", "0.h5", "1.h5"}), most) << gzip;
+  }
+}
+
+TEST_F(MemoryTest, TensorsDoNotAddUpOverFiles) {
+  Arguments names;
+  for (int i = 0; i < 6; ++i) {
+    names.push_back(std::to_string(i) + ".h5");
+    File& file = Input(names.back());
+    const double values = 2e6;  // 15 MiB
+    file.Table("/t.tdm/index.dat", {{0, values / 2, values / 2}, {1, values, values / 2}});
+    WriteValues(file, "/t.tdm/data.dat", static_cast<hsize_t>(values), 1);
+    file.StringAttribute("/t.tdm", "TensorSpec", {"TensorDim=3; TensorSymm=; DataMeshDim=1;"});
+  }
+  const auto peak = [&](int files) {
+    Arguments arguments = {"-NoWipe", "-cachesize", "1e6"};
+    arguments.insert(arguments.end(), names.begin(), names.begin() + files);
+    return Peak(arguments);
+  };
+  const double ofTwo = peak(2);
+  EXPECT_LT(ofTwo, LeastPeak() + 64);
+  EXPECT_LT(peak(6), ofTwo + 24);
+}
+
+TEST_F(MemoryTest, ManyFilesTakeLittleEach) {
+  Arguments names;
+  for (int i = 0; i < 300; ++i) {
+    names.push_back(std::to_string(i) + ".h5");
+    File& file = Input(names.back());
+    for (const char* table : {"/G.dir/x.dat", "/G.dir/y.dat", "/z.dat"}) {
+      WriteTimes(file, table, {1. * i});
+    }
+  }
+  const double ofFew = Peak(Arguments(names.begin(), names.begin() + 40));
+  EXPECT_LT(ofFew, LeastPeak() + 32);
+  EXPECT_LT(Peak(names), ofFew + 260 * 0.05);
+}
+
+TEST_F(MemoryTest, ManyDatasetsTakeLittleEach) {
+  const int sets = 3000;
+  for (const char* name : {"0.h5", "1.h5"}) {
+    File& file = Input(name);
+    for (int i = 0; i < sets; ++i) {
+      const std::string group = "/G" + std::to_string(i % 50) + ".dir/";
+      WriteTimes(file, group + std::to_string(i) + ".dat", {1. * i});
+    }
+  }
+  EXPECT_LT(Peak({"0.h5", "1.h5"}), LeastPeak() + sets * 0.012);
+}
+
+}  // namespace

@@ -1,0 +1,21 @@
+// Runs the tool the way its users do, and tells what came of it.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+using Arguments = std::vector<std::string>;
+
+struct RunResult {
+  int mStatus = -1;              // exit status; -1 if a signal ended the run
+  int mSignal = 0;               // that signal; SIGKILL also for a run that took too long
+  std::string mOutput;           // standard output
+  std::string mErrors;           // standard error
+  std::string mReports;          // what the run left in the error file of its run directory
+  std::uint64_t mPeakBytes = 0;  // largest resident set, but never less than this process's own
+};
+
+/// Runs the tool in a directory and waits for its end. No file can grow beyond `largestFile` bytes.
+RunResult RunKelmor(const std::string& directory, const Arguments& arguments,
+                    std::uint64_t largestFile = ~std::uint64_t{0});
