@@ -1,3 +1,6 @@
+#include <cmath>
+#include <cstdlib>
+
 #include "Executables/Kelmor/Tests/KelmorFixture.hpp"
 #include "Utils/H5/Handle.hpp"
 
@@ -223,6 +226,26 @@ TEST_F(LayoutTest, InputsOfAnyLayoutGiveTheSameOutput) {
               (Rows{{0, 450}, {1, 450}, {2, 900}, {3, 1200}}));
     EXPECT_EQ(output.ReadTable("/c.coef/coefs.dat"), coefs);
   }
+}
+
+// Long enough columns for threads to share, of values that compress here and there.
+TEST_F(LayoutTest, TheNumberOfThreadsMakesNoDifference) {
+  Rows rows;
+  for (int r = 0; r < 150000; ++r) {
+    rows.push_back({r * 0.01, std::sin(r * 0.001), r % 7 * 1., std::sqrt(r)});
+  }
+  Input("0.h5").Table("/G.dir/x.dat", rows, {.mChunk = {100000, 1}, .mCompress = true});
+  CloseInputs();
+  std::string first;
+  for (const char* threads : {"1", "2", "5"}) {
+    ASSERT_EQ(setenv("VEXA_THREADS", threads, 1), 0);
+    Join({"0.h5"});
+    const std::string bytes = PlainH5::Bytes(Path("out.h5"));
+    EXPECT_TRUE(first.empty() || bytes == first) << threads;
+    first = bytes;
+  }
+  unsetenv("VEXA_THREADS");
+  EXPECT_TRUE(Output().ReadTable("/G.dir/x.dat") == rows);
 }
 
 }  // namespace
