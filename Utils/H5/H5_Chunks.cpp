@@ -49,6 +49,10 @@ class ChunkReader {
       ParallelFor(chunks.size(), decode);
     }
     for (const ChunkToRead& chunk : chunks) {
+      if (chunk.mStatus == ChunkCodec::DecodeStatus::TrailingData) {
+        ReadByLibrary(chunk);  // which takes no notice of it
+        continue;
+      }
       REQUIRE_AT(mTable.mWhere, chunk.mStatus==ChunkCodec::DecodeStatus::Ok,
                  "Damaged chunk in " << mTable.mName << " at row " << chunk.mRow << " of column "
                                      << chunk.mColumn << ": "
@@ -77,10 +81,14 @@ class ChunkReader {
     }
     if (chunk.mpStored == nullptr || filterMask != 0) {
       chunk.mpStored.reset();
-      const auto [first, rows] = Overlap(chunk);
-      ReadColumnsByLibrary(mTable, {chunk.mColumn, 1, first, rows},
-                           chunk.mpColumn + (first - mBlock.mFirstRow));
+      ReadByLibrary(chunk);
     }
+  }
+
+  void ReadByLibrary(const ChunkToRead& chunk) const {
+    const auto [first, rows] = Overlap(chunk);
+    ReadColumnsByLibrary(mTable, {chunk.mColumn, 1, first, rows},
+                         chunk.mpColumn + (first - mBlock.mFirstRow));
   }
 
   // The chunk's rows that the block asks for: the first, and their number.
