@@ -120,7 +120,10 @@ void ReadColumns(const OpenTable& table, const ColumnBlock& block, double* value
   if (block.mRows == 0 || block.mColumns == 0) {
     return;
   }
-  if (table.mLayout.mMovesChunks) {
+  // A chunk without checksum or compression does not tell whether all of it is there; and the
+  // library reads it as fast.
+  const ChunkCodec::Filters& filters = table.mLayout.mFilters;
+  if (table.mLayout.mMovesChunks && (filters.mDeflate || filters.mFletcher32)) {
     ReadChunks(table, block, values);
   } else {
     ReadColumnsByLibrary(table, block, values);

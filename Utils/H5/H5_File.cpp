@@ -60,10 +60,10 @@ void H5_File::BuildTree() {
   hsize_t fileSize = 0;
   const herr_t err = H5Fget_filesize(mFile_id, &fileSize);
   REQUIRE(err>=0, "H5Fget_filesize failed");
-  // A link takes some bytes of the file, however small, unless it leads to another file; and a new
-  // file may grow.
-  const hsize_t harmless = 250000;
-  mMostNodes = mAtype == ReadOnly ? std::max(fileSize, harmless) : ~std::uint64_t{0};
+  // An object and its link take some bytes of the file, unless the link leads to another file; and
+  // a new file may grow.
+  const hsize_t harmless = 50000;
+  mMostNodes = mAtype == ReadOnly ? std::max(fileSize / 32, harmless) : ~std::uint64_t{0};
   mpRoot = std::make_unique<H5_Node>(*this, mFile_id, mTrace.Verbosity());
 }
 

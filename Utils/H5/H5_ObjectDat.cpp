@@ -87,8 +87,8 @@ void Dat::OpenObject(hid_t parentGroupId) {
   RequireConsistentExistence(h5_exists, Location::current());
   if (h5_exists) {
     mTrace.Line(3, "H5_ObjectDat open ", mName);
-    mMy_id = mTrace(4, H5Dopen2(parentGroupId, group_name.c_str(), H5P_DEFAULT), "H5Dopen2(",
-                    parentGroupId, ", \"", group_name, "\")");
+    mMy_id = mTrace(4, H5Dopen2(parentGroupId, group_name.c_str(), Vexa_H5::DatasetAccess()),
+                    "H5Dopen2(", parentGroupId, ", \"", group_name, "\")");
     REQUIRE(mMy_id>=0, "Opening of dataset " << group_name << " failed");
     mLayout = ReadTableLayout(mMy_id, mName, Location::current());
     mExtents = {mLayout.mRows, mLayout.mColumns};

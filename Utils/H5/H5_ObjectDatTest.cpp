@@ -93,6 +93,19 @@ TEST_F(DatTest, ReadsEveryLayoutAlike) {
   }
 }
 
+TEST_F(DatTest, ChunksThatWereNeverWrittenReadAsZeros) {
+  mFile.Table("a.dat", {{1, 2}, {3, 4}}, {.mChunk = {2, 1}, .mCompress = true});
+  {
+    const DatasetHandle dataset(H5Dopen2(mFile.Id(), "a.dat", H5P_DEFAULT));
+    const hsize_t dims[2] = {5, 2};
+    ASSERT_GE(H5Dset_extent(dataset, dims), 0);
+  }
+  Dat dat("a.dat", true, 0);
+  dat.OpenObject(mFile.Id());
+  EXPECT_EQ(dat.RetrieveColumns({1}, 1, 5)[0], (MyVector<double>{4, 0, 0, 0}));
+  dat.CloseObject();
+}
+
 TEST_F(DatTest, RetrievesColumnsUpToTheEndAndNoFurther) {
   mFile.Table("a.dat", {{0, 1, 2}, {3, 4, 5}, {6, 7, 8}});
   Dat dat("a.dat", true, 0);

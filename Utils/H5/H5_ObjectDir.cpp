@@ -35,8 +35,8 @@ void Dir::OpenObject(hid_t parentId) {
           "Existence of group is inconsistently reported by h5-library and\nH5_Node.  mName="
               << mName << ", h5_exists=" << h5_exists << ", mExistsOnDisk=" << mExistsOnDisk);
   if (h5_exists) {
-    mGroup_id = mTrace(5, H5Gopen2(parentId, mName.c_str(), H5P_DEFAULT), "H5Gopen2(", parentId,
-                       ", \"", mName, "\")");
+    mGroup_id = mTrace(5, H5Gopen2(parentId, mName.c_str(), Vexa_H5::GroupAccess()), "H5Gopen2(",
+                       parentId, ", \"", mName, "\")");
     REQUIRE(mGroup_id>=0, "H5Gopen2 failed on group '" << mName << "'");
   } else {
     PropertyListHandle gcpl_id = Vexa_H5::UntimedCreation(H5P_GROUP_CREATE);

@@ -2,6 +2,7 @@
 
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/H5/H5Type.hpp"
+#include "Utils/H5/H5_Utils.hpp"
 
 namespace H5_Objects {
 
@@ -17,8 +18,8 @@ void StringDataSet::OpenObject(hid_t parentGroupId) {
   RequireConsistentExistence(h5_exists, mWhere);
   mTrace.Line(5, mTraceName, " open ", mName);
   if (h5_exists) {
-    mMy_id = mTrace(5, H5Dopen2(parentGroupId, mName.c_str(), H5P_DEFAULT), "H5Dopen2(",
-                    parentGroupId, ", \"", mName, "\")");
+    mMy_id = mTrace(5, H5Dopen2(parentGroupId, mName.c_str(), Vexa_H5::DatasetAccess()),
+                    "H5Dopen2(", parentGroupId, ", \"", mName, "\")");
     REQUIRE_AT(mWhere, mMy_id>=0, "H5Dopen2 failed");
     TakeExisting(FileExtents(mWhere));
   } else {

@@ -8,6 +8,7 @@
 #include "Utils/H5/H5Type.hpp"
 #include "Utils/H5/Handle.hpp"
 #include "Utils/Process/Files.hpp"
+#include "Utils/StringParsing/PathUtilities.hpp"
 
 namespace {
 
@@ -114,6 +115,44 @@ std::string FixedLengthString(const char* text, std::size_t size, H5T_str_t padd
 }
 
 }  // namespace
+
+namespace {
+
+// Called before an external link is followed; a negative answer makes the library fail.
+herr_t RefuseIrregularFiles(const char* parentFile, const char*, const char* childFile, const char*,
+                            unsigned*, hid_t, void*) {
+  try {
+    const std::string beside = GetDirectoryFromPath(parentFile) + "/" + childFile;
+    for (const std::string& path : {std::string(childFile), beside}) {
+      if (FileExists(path) && !IsRegularFile(path)) {
+        return -1;
+      }
+    }
+    return 0;
+  } catch (...) {
+    return -1;  // an exception must not pass through the library
+  }
+}
+
+hid_t MakeGuardedAccess(hid_t propertyListClass) {
+  PropertyListHandle list(H5Pcreate(propertyListClass));
+  REQUIRE(list>=0, "H5Pcreate failed");
+  const herr_t err = H5Pset_elink_cb(list, RefuseIrregularFiles, nullptr);
+  REQUIRE(err>=0, "H5Pset_elink_cb failed");
+  return list.Release();
+}
+
+}  // namespace
+
+hid_t Vexa_H5::GroupAccess() {
+  static const hid_t list = MakeGuardedAccess(H5P_GROUP_ACCESS);
+  return list;
+}
+
+hid_t Vexa_H5::DatasetAccess() {
+  static const hid_t list = MakeGuardedAccess(H5P_DATASET_ACCESS);
+  return list;
+}
 
 void Vexa_H5::set_libver_bounds(hid_t fapl_id) {
   const H5F_libver_t low = H5F_LIBVER_V18;

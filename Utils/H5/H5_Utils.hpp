@@ -27,6 +27,12 @@ void set_libver_bounds(hid_t fapl_id);
 PropertyListHandle UntimedCreation(hid_t propertyListClass,
                                    std::source_location where = std::source_location::current());
 
+/// Access property lists for opening groups and datasets. An external link to something that is not
+/// a regular file is not followed: opening a FIFO would wait for ever. The lists are the library's
+/// for the life of the process.
+hid_t GroupAccess();
+hid_t DatasetAccess();
+
 /// Opens an existing file, or creates a missing one if the access is ReadWrite; never truncates.
 /// Fails on anything that is not a regular file (opening a FIFO would wait for ever) with "'<path>'
 /// is not a regular file", on a missing file that is to be read with "Attempting to create
