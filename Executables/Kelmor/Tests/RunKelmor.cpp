@@ -120,6 +120,8 @@ RunResult RunKelmor(const std::string& directory, const Arguments& arguments,
   result.mStatus = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   result.mSignal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
   result.mReports = PlainH5::Bytes(errorFile);
+#ifndef __SANITIZE_ADDRESS__
   result.mPeakBytes = static_cast<std::uint64_t>(usage.ru_maxrss) * 1024;
+#endif
   return result;
 }

@@ -8,12 +8,14 @@
 using Arguments = std::vector<std::string>;
 
 struct RunResult {
-  int mStatus = -1;              // exit status; -1 if a signal ended the run
-  int mSignal = 0;               // that signal; SIGKILL also for a run that took too long
-  std::string mOutput;           // standard output
-  std::string mErrors;           // standard error
-  std::string mReports;          // what the run left in the error file of its run directory
-  std::uint64_t mPeakBytes = 0;  // largest resident set, but never less than this process's own
+  int mStatus = -1;      // exit status; -1 if a signal ended the run
+  int mSignal = 0;       // that signal; SIGKILL also for a run that took too long
+  std::string mOutput;   // standard output
+  std::string mErrors;   // standard error
+  std::string mReports;  // what the run left in the error file of its run directory
+  // Largest resident set, but not less than what this process has when it starts the tool; 0 under
+  // a sanitizer, whose memory would be measured.
+  std::uint64_t mPeakBytes = 0;
 };
 
 /// Runs the tool in a directory and waits for its end. No file can grow beyond `largestFile` bytes.
