@@ -80,6 +80,7 @@ void CachedH5FileHolder::CheckForEmergencyWriteCache() {
       largest = &file;
     }
   }
+  REQUIRE(largest != nullptr, "Internal error: " << total << " bytes held without a file");
   std::uint64_t objectsWithCache = 0;
   std::uint64_t timeSteps = 0;
   std::uint64_t bytes = 0;
