@@ -5,7 +5,6 @@
 namespace {
 
 using PlainH5::File;
-using PlainH5::IsReport;
 using PlainH5::Rows;
 using testing::HasSubstr;
 

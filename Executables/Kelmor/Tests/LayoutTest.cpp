@@ -180,24 +180,24 @@ Rows Values(int first, int last) {
 TEST_F(LayoutTest, InputsOfAnyLayoutGiveTheSameOutput) {
   struct InputCase {
     const char* mName;
-    bool mIsOldFormat;
     TableOptions mOptions;
+    bool mIsOldFormat;
     bool mHasFixedLegend;
   };
   const Strings legend = {"time", "a", "b", "Größe"};
   const InputCase cases[] = {
-      {"as the store writes", false, {-1, {300, 1}, true}, false},
-      {"not compressed", false, {-1, {64, 1}, false}, false},
-      {"one chunk a value", false, {-1, {1, 1}, true}, false},
-      {"chunks longer than the data", true, {-1, {5000, 1}, true}, true},
-      {"chunks over columns", false, {-1, {7, 3}, true}, false},
-      {"chunks of rows, not compressed", true, {-1, {100, 4}, false}, false},
-      {"contiguous", false, {-1, {}, false}, false},
-      {"contiguous, oldest format", true, {-1, {}, false}, true},
-      {"big-endian", true, {H5T_IEEE_F64BE, {64, 1}, true}, false},
-      {"single precision", false, {H5T_IEEE_F32LE, {64, 2}, true}, false},
-      {"single precision, by columns", false, {H5T_IEEE_F32LE, {64, 1}, true}, true},
-      {"whole numbers", true, {H5T_STD_I32BE, {}, false}, false},
+      {"as the store writes", {-1, {300, 1}, true}, false, false},
+      {"not compressed", {-1, {64, 1}, false}, false, false},
+      {"one chunk a value", {-1, {1, 1}, true}, false, false},
+      {"chunks longer than the data", {-1, {5000, 1}, true}, true, true},
+      {"chunks over columns", {-1, {7, 3}, true}, false, false},
+      {"chunks of rows, not compressed", {-1, {100, 4}, false}, true, false},
+      {"contiguous", {-1, {}, false}, false, false},
+      {"contiguous, oldest format", {-1, {}, false}, true, true},
+      {"big-endian", {H5T_IEEE_F64BE, {64, 1}, true}, true, false},
+      {"single precision", {H5T_IEEE_F32LE, {64, 2}, true}, false, false},
+      {"single precision, by columns", {H5T_IEEE_F32LE, {64, 1}, true}, false, true},
+      {"whole numbers", {H5T_STD_I32BE, {}, false}, true, false},
   };
   Input("2.h5").Table("/x.dat", Values(400, 500), {.mLegend = legend});
   WriteCoef(Input("2.h5"), "/c.coef", {{3, 300}}, Count(1000, 300));

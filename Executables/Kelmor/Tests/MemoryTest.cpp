@@ -43,7 +43,7 @@ void WriteValues(File& file, const std::string& path, hsize_t rows, hsize_t colu
   file.Table(path, {}, {.mChunk = {131072, 1}}, columns);
   std::vector<double> values(rows * columns);
   for (std::size_t i = 0; i < values.size(); ++i) {
-    values[i] = static_cast<double>(i / columns * columns);
+    values[i] = static_cast<double>(i - i % columns);
   }
   const hsize_t dims[2] = {rows, columns};
   const DatasetHandle dataset(H5Dopen2(file.Id(), path.c_str(), H5P_DEFAULT));
