@@ -47,7 +47,13 @@ void JoinVersion(JoinRun& run, const JoinTask& task) {
                                    << version_number);
     });
   }
-  run.mOutput.GetObjectForWrite<H5_Objects::Version>(name).Initialize(version_history);
+  auto& ver = run.mOutput.GetObjectForWrite<H5_Objects::Version>(name);
+  ver.Initialize(version_history);
+  // Written at once, as everything is: if the output had to be opened again for it after it was
+  // closed, a run killed in between would leave a file that looks whole and lacks this record.
+  if (ver.SizeOfCache() > 0) {
+    run.mOutput.WriteImmediately(name, [&ver] { ver.WriteCache(); });
+  }
   if (run.mOptions.mVerbose) {
     std::cout << name << " writing version " << version_number << std::endl;
   }

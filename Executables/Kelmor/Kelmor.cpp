@@ -1,10 +1,15 @@
+#include <exception>
+
 #include "Executables/Kelmor/Driver.hpp"
 #include "Executables/Kelmor/Options.hpp"
 #include "Utils/CommandLine/CommandLineParser.hpp"
 #include "Utils/ErrorHandling/Signals.hpp"
+#include "Utils/ErrorHandling/TerminateHandler.hpp"
 #include "Utils/Process/Files.hpp"
 
 int main(int argc, char** argv) {
+  // Before the first failure: the one that memory runs out may be no CodeError.
+  std::set_terminate(TerminateHandler);
   IgnoreFileSizeSignal();
   RaiseOpenFileLimit();
   const CommandLineParser parser(argc, argv, HelpText(),
