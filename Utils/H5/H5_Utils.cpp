@@ -13,7 +13,7 @@
 namespace {
 
 // An attribute lies in the file whole, so a claim beyond the file's size is damage.
-void RequireRoomInFile(hid_t attr, hid_t id, const std::string& name) {
+void RequireRoomInFile(hid_t attr, hid_t id, hsize_t count, const std::string& name) {
   hsize_t fileSize = 0;
   Handle<H5Fclose> file_id(H5Iget_file_id(id));
   REQUIRE(file_id>=0, "H5Iget_file_id failed");
@@ -23,8 +23,11 @@ void RequireRoomInFile(hid_t attr, hid_t id, const std::string& name) {
   REQUIRE(0==err, "H5Fclose failed");
   const hsize_t attributeSize = H5Aget_storage_size(attr);
   // A file in the making has its attributes in memory still; what is small is never damage.
-  REQUIRE(attributeSize <= std::max<hsize_t>(fileSize, 65536),
-          "Attribute " << name << " claims " << attributeSize << " bytes, more than its file has");
+  const hsize_t most = std::max<hsize_t>(fileSize, 65536);
+  // The number of elements besides: its product with their size may have overflowed.
+  REQUIRE(attributeSize <= most && count <= most,
+          "Attribute " << name << " claims " << count << " elements in " << attributeSize
+                       << " bytes, more than its file has");
 }
 
 struct OpenedAttribute {
@@ -51,7 +54,7 @@ OpenedAttribute OpenAttribute(hid_t id, const std::string& name, bool allowMissi
   REQUIRE(ndims==1, "Dimensionality of Attribute is wrong");
   trace(5, H5Sget_simple_extent_dims(space, &opened.mCount, nullptr), "H5Sget_simple_extent_dims(",
         hid_t(space), ")");
-  RequireRoomInFile(attr, id, name);
+  RequireRoomInFile(attr, id, opened.mCount, name);
   opened.mAttribute = std::move(attr);
   opened.mSpace = std::move(space);
   return opened;
