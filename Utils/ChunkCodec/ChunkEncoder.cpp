@@ -6,16 +6,17 @@
 #include <memory>
 
 #include "Utils/ChunkCodec/Adler32.hpp"
+#include "Utils/ChunkCodec/BlockWriter.hpp"
 #include "Utils/ChunkCodec/Fletcher32.hpp"
-#include "Utils/ChunkCodec/PieceDeflate.hpp"
+#include "Utils/ChunkCodec/MatchSearch.hpp"
 
 namespace ChunkCodec {
 
 namespace {
 
 constexpr std::size_t PieceValues = std::size_t{1} << 18;
-// Chunks of no more bytes are deflated as one plane: the blocks of eight have a price.
-constexpr std::size_t SmallChunkBytes = 4096;
+// So few bytes share one code whatever they are: it would cost time to find out, and gain little.
+constexpr std::size_t OneBlockBytes = 4096;
 
 // The framing of a stream, as numbers of two bytes, the high one first: a window of 32 KiB, fastest
 // level and no dictionary; and an empty last block in the fixed code.
@@ -24,7 +25,8 @@ constexpr std::uint32_t LastBlock = 0x0300;
 
 // What a thread needs to encode pieces, kept from one to the next.
 struct Workspace {
-  PieceDeflate mDeflate;
+  MatchSearch mSearch;
+  BlockWriter mWriter;
   std::unique_ptr<std::uint8_t[]> mpPlanes;
   std::unique_ptr<std::uint8_t[]> mpEncoded;
   std::size_t mPlanesRoom = 0;
@@ -52,34 +54,41 @@ void AppendHighByteFirst(std::uint32_t number, int bytes, std::vector<std::byte>
   }
 }
 
-ChunkEncoder::Piece Copied(std::span<const PieceDeflate::Plane> planes) {
-  ChunkEncoder::Piece piece;
-  for (std::size_t p = 0; p < planes.size(); ++p) {
-    const auto bytes = std::as_bytes(planes[p].mBytes);
-    piece.mParts[p] = {bytes.size(), bytes.size(), AdlerOfNothing};
-    piece.mBytes.insert(piece.mBytes.end(), bytes.begin(), bytes.end());
-  }
-  return piece;
+// Bytes that follow one another in the stream, in planes of equal length, and before them, in
+// memory as in the stream, others within reach of a match.
+struct PlaneRun {
+  std::size_t mHistory;
+  std::span<const std::uint8_t> mBytes;
+  std::size_t mPlaneBytes;
+};
+
+std::size_t DeflatedBound(const PlaneRun& run) {
+  const std::size_t planes = run.mBytes.size() / run.mPlaneBytes + 1;
+  return BlockWriter::Bound(run.mBytes.size(),
+                            planes + run.mBytes.size() / MatchSearch::BlockSymbols);
 }
 
-ChunkEncoder::Piece Deflated(std::span<const PieceDeflate::Plane> planes, Workspace& workspace) {
-  Workspace::Reserve(planes.size() * PieceDeflate::Bound(planes[0].mBytes.size()),
-                     workspace.mpEncoded, workspace.mEncodedRoom);
-  std::uint8_t* const begin = workspace.mpEncoded.get();
-  std::array<std::uint8_t*, PlaneCount> ends;
-  workspace.mDeflate.Deflate(planes, begin, std::span(ends).first(planes.size()));
-
-  ChunkEncoder::Piece piece;
-  const std::uint8_t* end = begin;
-  for (std::size_t p = 0; p < planes.size(); ++p) {
-    const auto bytes = planes[p].mBytes;
-    piece.mParts[p] = {static_cast<std::size_t>(ends[p] - end), bytes.size(),
-                       Adler32(bytes.data(), bytes.size())};
-    end = ends[p];
+// Writes blocks from a byte boundary to a byte boundary and returns the end.
+std::uint8_t* Deflate(const PlaneRun& run, Workspace& workspace, std::uint8_t* out) {
+  MatchSearch& search = workspace.mSearch;
+  BlockWriter& writer = workspace.mWriter;
+  const std::uint8_t* const origin = run.mBytes.data() - run.mHistory;
+  const bool isOneBlock = run.mBytes.size() <= OneBlockBytes;
+  search.Start(origin,
+               isOneBlock ? MatchSearch::Looks::Everywhere : MatchSearch::Looks::ThinningOut);
+  search.Learn({origin, run.mHistory});
+  writer.Start(out);
+  const std::size_t planeBytes = isOneBlock ? run.mBytes.size() : run.mPlaneBytes;
+  for (std::size_t first = 0; first < run.mBytes.size(); first += planeBytes) {
+    auto plane = run.mBytes.subspan(first, planeBytes);
+    search.StartPlane();
+    while (!plane.empty()) {
+      const std::size_t taken = search.TakeBlock(plane, writer.Sequences());
+      writer.Add(plane.first(taken));
+      plane = plane.subspan(taken);
+    }
   }
-  piece.mBytes.assign(reinterpret_cast<const std::byte*>(begin),
-                      reinterpret_cast<const std::byte*>(end));
-  return piece;
+  return writer.Finish();
 }
 
 }  // namespace
@@ -108,33 +117,46 @@ ChunkEncoder::Piece ChunkEncoder::EncodePiece(std::size_t piece) const {
   const std::size_t first = FirstValue(piece);
   const std::size_t values = FirstValue(piece + 1) - first;
 
-  // The stream has the planes one after the other. Before a later piece of a plane stand the bytes
-  // of the same plane, and before the plane of an only piece the plane before it.
-  std::vector<PieceDeflate::Plane> planes;
+  const std::size_t most = MatchSearch::MaxDistance;
+  std::vector<PlaneRun> runs;
   if (mFilters.mShuffle) {
-    const std::size_t history = std::min(first, PieceDeflate::MaxHistory);
+    // The stream has the planes one after the other. Before a later piece of a plane stand bytes of
+    // the same plane, and before the plane of an only piece the planes before it.
+    const std::size_t history = std::min(first, most);
     const std::size_t stride = history + values;
     Workspace::Reserve(PlaneCount * stride, workspace.mpPlanes, workspace.mPlanesRoom);
+    const std::uint8_t* const planes = workspace.mpPlanes.get();
     Shuffle(mValues.subspan(first - history, stride), workspace.mpPlanes.get(), stride);
-    for (std::size_t p = 0; p < PlaneCount; ++p) {
-      const std::size_t before =
-          mPieceCount == 1 && p > 0 ? std::min(values, PieceDeflate::MaxHistory) : history;
-      const std::uint8_t* bytes = workspace.mpPlanes.get() + p * stride + history;
-      planes.push_back({{bytes - before, before}, {bytes, values}});
+    if (mPieceCount == 1) {
+      const std::size_t bytes = PlaneCount * values;
+      runs.push_back({0, {planes, bytes}, values});
+    } else {
+      for (std::size_t p = 0; p < PlaneCount; ++p) {
+        runs.push_back({history, {planes + p * stride + history, values}, values});
+      }
     }
   } else {
     const auto* bytes = reinterpret_cast<const std::uint8_t*>(mValues.data() + first);
-    const std::size_t before = std::min(first * sizeof(double), PieceDeflate::MaxHistory);
-    planes.push_back({{bytes - before, before}, {bytes, values * sizeof(double)}});
+    const std::size_t history = std::min(first * sizeof(double), most);
+    runs.push_back({history, {bytes, values * sizeof(double)}, values * sizeof(double)});
   }
-  if (!mFilters.mDeflate) {
-    return Copied(planes);
+
+  Piece result;
+  for (std::size_t r = 0; r < runs.size(); ++r) {
+    const auto bytes = runs[r].mBytes;
+    const auto* encoded = reinterpret_cast<const std::byte*>(bytes.data());
+    Piece::Part& part = result.mParts[r];
+    part = {bytes.size(), bytes.size(), AdlerOfNothing};
+    if (mFilters.mDeflate && !bytes.empty()) {
+      Workspace::Reserve(DeflatedBound(runs[r]), workspace.mpEncoded, workspace.mEncodedRoom);
+      std::uint8_t* const begin = workspace.mpEncoded.get();
+      part.mSize = static_cast<std::size_t>(Deflate(runs[r], workspace, begin) - begin);
+      part.mAdler32 = Adler32(bytes.data(), bytes.size());
+      encoded = reinterpret_cast<const std::byte*>(begin);
+    }
+    result.mBytes.insert(result.mBytes.end(), encoded, encoded + part.mSize);
   }
-  if (mValues.size_bytes() <= SmallChunkBytes) {
-    const std::span<const std::uint8_t> all(planes[0].mBytes.data(), mValues.size_bytes());
-    planes = {{{}, all}};
-  }
-  return Deflated(planes, workspace);
+  return result;
 }
 
 std::vector<std::byte> ChunkEncoder::Assemble(std::span<const Piece> pieces) const {
