@@ -6,12 +6,14 @@
 #include "Utils/ErrorHandling/Signals.hpp"
 #include "Utils/ErrorHandling/TerminateHandler.hpp"
 #include "Utils/Process/Files.hpp"
+#include "Utils/Process/Memory.hpp"
 
 int main(int argc, char** argv) {
   // Before the first failure: the one that memory runs out may be no CodeError.
   std::set_terminate(TerminateHandler);
   IgnoreFileSizeSignal();
   RaiseOpenFileLimit();
+  KeepFreedMemory();
   const CommandLineParser parser(argc, argv, HelpText(),
                                  MyVector<std::string>{"v", "NoWipe", "NoGzip"});
   JoinFiles(parser);

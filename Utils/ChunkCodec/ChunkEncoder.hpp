@@ -2,11 +2,11 @@
 // any HDF5 (H5Dwrite_chunk, filter mask 0), but is not byte for byte what its filters write.
 //
 // After the shuffle a chunk is eight byte planes, and those of mantissa noise do not compress. What
-// deflate is slow at is finding that out. Here the search for matches thins out where it finds none,
-// and each block of a plane is then stored, coded or written with matches, whichever is shortest.
-// All blocks form one ordinary stream of the zlib format (RFC 1950). Pieces end at byte boundaries,
-// and what stands in one depends on the values alone: they can be encoded on any number of threads,
-// in any order, with the same result.
+// deflate is slow at is finding that out. Here the search for matches thins out where it finds
+// none, and each block of a plane is then stored, coded or written with matches, whichever is
+// shortest. All blocks form one ordinary stream of the zlib format (RFC 1950). Pieces end at byte
+// boundaries, and what stands in one depends on the values alone: they can be encoded on any number
+// of threads, in any order, with the same result.
 //
 // The result is at most some 2 % larger than that of zlib's level 1 (for columns that shrink to
 // nearly nothing: 0.2 % of the values' size), and often smaller.

@@ -1,6 +1,7 @@
 #include "Utils/Process/Memory.hpp"
 
 #include <fcntl.h>
+#include <malloc.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -81,4 +82,11 @@ std::string MemoryUsage() {
   GetMemoryUsageBytes(virtualBytes, residentBytes);
   return BytesToAscii(static_cast<std::int64_t>(virtualBytes)) + " vm, " +
          BytesToAscii(static_cast<std::int64_t>(residentBytes)) + " res";
+}
+
+void KeepFreedMemory() {
+#if defined(__GLIBC__)
+  mallopt(M_MMAP_THRESHOLD, 32 << 20);
+  mallopt(M_TRIM_THRESHOLD, 64 << 20);
+#endif
 }
