@@ -4,7 +4,6 @@
 #include <cstddef>
 #include <cstdlib>
 #include <iostream>
-#include <iterator>
 #include <vector>
 
 #include "Utils/ErrorHandling/MyAbort.hpp"
@@ -41,9 +40,8 @@ void CommandLineParser::Initialize(int argc, char** argv, const std::string& hel
   }
 
   const auto endOfOptions = std::find(given.begin(), given.end(), "--");
-  std::vector<std::string> opts;  // what else stands before "--"
-  std::copy_if(given.begin(), endOfOptions, std::back_inserter(opts),
-               [&](const std::string& s) { return !ReadBooleanOption(s, booleanOptions); });
+  std::vector<std::string> opts(given.begin(), endOfOptions);
+  ReadBooleanOptions(opts, booleanOptions);
 
   std::vector<std::string> arguments;
   for (auto iter = opts.begin(); iter != opts.end(); ++iter) {
@@ -78,23 +76,22 @@ void CommandLineParser::Initialize(int argc, char** argv, const std::string& hel
   }
 }
 
-bool CommandLineParser::ReadBooleanOption(const std::string& argument,
-                                          const MyVector<std::string>& booleanOptions) {
+void CommandLineParser::ReadBooleanOptions(std::vector<std::string>& opts,
+                                           const MyVector<std::string>& booleanOptions) {
+  // Takes all arguments of one form out and returns their number.
+  const auto take = [&opts](const std::string& form) { return std::erase(opts, form); };
   for (const std::string& s : booleanOptions) {
-    if (argument == "-" + s) {
+    for (std::size_t n = take("-" + s); n > 0; --n) {
       REQUIRE(!mKeyValueMap.KeyExists(s), "Trying to define boolean option '"
                                               << s << "' for a second time.\n");
       mKeyValueMap.Insert(s, "true");
-      return true;
     }
-    if (argument == "-no-" + s) {
+    for (std::size_t n = take("-no-" + s); n > 0; --n) {
       REQUIRE(!mKeyValueMap.KeyExists(s), "Trying to define boolean option '"
                                               << s << "' the second time.\n");
       mKeyValueMap.Insert(s, "false");
-      return true;
     }
   }
-  return false;
 }
 
 bool CommandLineParser::KeyExists(const std::string& key) const {

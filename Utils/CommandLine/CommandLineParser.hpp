@@ -8,13 +8,15 @@
 // - Any other "-key" takes the next argument as its value. The value must not begin with '-'; one
 //   that is meant to is written with a blank in front, as in -x " -1": conversions trim it.
 // - All the rest are plain arguments, between the options too. After "--" everything is.
-// - A lone "-" and a number such as "-1" are no option keys, and fail where they stand for one.
+// - A lone "-", a number such as "-1" and "--key" are no option keys, and fail where they stand for
+//   one.
 // - "-h" or "-help" anywhere prints the help on standard output and exits with status 0.
 //
 // Each key may be given once. Errors on the command line are REQUIRE failures.
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "Utils/Containers/MyMap.hpp"
 #include "Utils/Containers/MyVector.hpp"
@@ -50,8 +52,9 @@ class CommandLineParser {
  private:
   void Initialize(int argc, char** argv, const std::string& help,
                   const MyVector<std::string>& booleanOptions);
-  /// Takes the argument in if it sets one of the boolean options.
-  bool ReadBooleanOption(const std::string& argument, const MyVector<std::string>& booleanOptions);
+  /// Takes what sets one of the boolean options out of the arguments.
+  void ReadBooleanOptions(std::vector<std::string>& opts,
+                          const MyVector<std::string>& booleanOptions);
 
   std::string mHelpText;
   MyVector<std::string> mArguments;

@@ -49,6 +49,12 @@ TEST(CommandLineParser, WhatCannotBeReadIsReported) {
       {{"-v", "-no-v"},
        "!mKeyValueMap.KeyExists(s)",
        "Trying to define boolean option 'v' the second time.\n"},
+      {{"-no-v", "-v"},
+       "!mKeyValueMap.KeyExists(s)",
+       "Trying to define boolean option 'v' the second time.\n"},
+      {{"-b", "-b", "-v", "-v"},  // in the order in which the program knows them
+       "!mKeyValueMap.KeyExists(s)",
+       "Trying to define boolean option 'v' for a second time.\n"},
       {{"-o", "a", "-o", "b"},
        "!mKeyValueMap.KeyExists(key)",
        "Trying to define option-key 'o' the second time.\n"},

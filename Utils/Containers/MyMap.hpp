@@ -51,24 +51,23 @@ class MyMap {
   template <class... Args>
   MyMap& Insert(const K& key, Args&&... args) {
     REQUIRE(!KeyExists(key), "Key '" << key << "' inserted twice into a MyMap");
-    // Room first: after the value is constructed nothing may throw, or it would be lost.
-    mKeys.reserve(GrownCapacity(mKeys));
-    mValues.reserve(GrownCapacity(mValues));
-    mKeys.push_back(key);
-    auto position = mIndex.end();
-    V* value = nullptr;
+    // The value first: the arguments may stand in this very map, where a growing list moves them.
+    V* const value = MyAllocatorProfiler::Allocate<V>(1);
     try {
-      position = mIndex.emplace(key, mValues.size()).first;
-      value = MyAllocatorProfiler::Allocate<V>(1);
       ::new (value) V(std::forward<Args>(args)...);
     } catch (...) {
-      if (value != nullptr) {
-        MyAllocatorProfiler::Release(value, 1);
-      }
-      if (position != mIndex.end()) {
-        mIndex.erase(position);
-      }
-      mKeys.pop_back();
+      MyAllocatorProfiler::Release(value, 1);
+      throw;
+    }
+    try {
+      K ownKey(key);
+      mValues.reserve(GrownCapacity(mValues));
+      mKeys.reserve(GrownCapacity(mKeys));
+      mIndex.emplace(ownKey, mValues.size());
+      mKeys.push_back(std::move(ownKey));
+    } catch (...) {
+      value->~V();
+      MyAllocatorProfiler::Release(value, 1);
       throw;
     }
     mValues.push_back(value);

@@ -68,6 +68,12 @@ class MyVector {
   /// n elements, value-initialised: numbers are zero.
   explicit MyVector(MV::internal::size_helper n) { assign(n); }
   MyVector(MV::internal::size_helper n, const T& fill) { assign(n, fill); }
+  MyVector(MV::FillTag_nonconst tag, MV::internal::size_helper n, T fill) { assign(tag, n, fill); }
+  template <class Inner = T>
+  requires std::constructible_from<Inner, MV::internal::size_helper> MyVector(
+      MV::internal::size_helper n, MV::internal::size_helper inner) {
+    assign(n, inner);
+  }
   template <class It>
   explicit MyVector(MV::internal::seq_helper<It> sequence) {
     assign(sequence);

@@ -1,5 +1,6 @@
 #include "Utils/ErrorHandling/CachedOutput.hpp"
 
+#include <algorithm>
 #include <atomic>
 #include <csignal>
 #include <exception>
@@ -46,10 +47,13 @@ void CachedOutputObject::Unregister() noexcept {
 
 void CachedOutput::FlushCachedOutput() {
   std::exception_ptr failure;
-  // By index, since writing may register or unregister objects.
-  for (std::size_t i = 0; i < Objects().size(); ++i) {
+  // Writing may register objects or unregister some, so each is looked up before its turn.
+  for (const CachedOutputObject* object : std::vector(Objects())) {
+    if (std::find(Objects().begin(), Objects().end(), object) == Objects().end()) {
+      continue;
+    }
     try {
-      Objects()[i]->WriteCache();
+      object->WriteCache();
     } catch (...) {
       failure = failure == nullptr ? std::current_exception() : failure;
     }

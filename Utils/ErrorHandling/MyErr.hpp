@@ -41,6 +41,11 @@ struct MyErrType {
     proxy.Output(x);
     return proxy;
   }
+  MyErrProxy operator<<(std::ostream& (*manipulator)(std::ostream&)) const {
+    MyErrProxy proxy;
+    proxy.Output(manipulator);
+    return proxy;
+  }
 };
 
 inline constexpr MyErrType MyErr{};

@@ -29,11 +29,18 @@ class EnableCreation : public virtual HasClassID {
   using CreationInterface = EnableCreation;
   using CreationBase = Base;
 
+  /// The registry of Base, made on first use, so that classes can register in any order of static
+  /// initialisation. There is one for each base class and list of constructor arguments.
+  static FactoryBackbone& Registry() {
+    static FactoryBackbone backbone;
+    return backbone;
+  }
+
   /// Creates a new object of the class that is registered for Base under this ID. Fails like
   /// FactoryBackbone::Retrieve(), with `heading` at the top of the report.
   static std::unique_ptr<Base> Create(std::string_view id, const std::string& heading,
                                       Args... args) {
-    const CreateFunction function = FactoryHolder<Base>::Instance().Retrieve(id, heading);
+    const CreateFunction function = Registry().Retrieve(id, heading);
     return std::unique_ptr<Base>(
         reinterpret_cast<Base* (*)(Args...)>(function)(std::forward<Args>(args)...));
   }

@@ -76,7 +76,7 @@ CreateFunction FactoryBackbone::Retrieve(std::string_view id, const std::string&
     return entry->mFunction;
   }
   if (AsksForHelp(id)) {
-    MyErr << "Known ClassIDs & Documentation:\n" << Help();
+    MyErr << "Known ClassIDs & Documentation:\n" << Help() << sErrorEnd;
   } else {
     MyErr << sErrorBanner << heading << "\n"
           << "ClassID '" << id << "' not found. Known ClassIDs:\n"

@@ -66,16 +66,6 @@ class FactoryBackbone {
   std::string mTitle;
 };
 
-/// The registry of Base, made on first use, so that classes can register in any order of static
-/// initialisation.
-template <class Base>
-struct FactoryHolder {
-  static FactoryBackbone& Instance() {
-    static FactoryBackbone backbone;
-    return backbone;
-  }
-};
-
 /// For messages: one ID a line, or advice if there is none.
 std::string FormatRegisteredClassIDs(const MyVector<std::string>& ids);
 /// The same for the IDs of several registries together.

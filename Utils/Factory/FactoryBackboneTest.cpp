@@ -59,7 +59,8 @@ TEST_F(FactoryBackboneTest, UnknownIDListsTheKnown) {
 TEST_F(FactoryBackboneTest, AskingForHelpListsDocumentation) {
   for (const char* id : {"help", "-Help", "HELPME"}) {
     EXPECT_EQ(ReportOfRetrieve(mRegistry, id),
-              "Known ClassIDs & Documentation:\nB\nMakes B.\na\nMakes a.\nb\nMakes b.\n");
+              "Known ClassIDs & Documentation:\nB\nMakes B.\na\nMakes a.\nb\nMakes b.\n"
+              "################################################################\n");
   }
   mRegistry.Register("helper", MakeA, "", "Letters");
   EXPECT_EQ(mRegistry.Retrieve("helper", ""), MakeA);

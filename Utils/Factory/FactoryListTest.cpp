@@ -18,7 +18,7 @@ bool Factory::ShouldInhibitFactoryRegistration(CreateFunction function) {
 namespace {
 
 TEST(FactoryListTest, OnlyListedClassesRegister) {
-  const Factory::FactoryBackbone& shapes = Factory::FactoryHolder<Shape>::Instance();
+  const Factory::FactoryBackbone& shapes = Shape::Registry();
   EXPECT_THAT(shapes.RegisteredClassIDs(), testing::ElementsAre("square"));
   EXPECT_TRUE(shapes.DeprecatedClassIDs().empty());
   EXPECT_FALSE(Factory::Register<Circle>::mregistered_);

@@ -26,7 +26,13 @@ void Report(const std::string& line) {
 }  // namespace
 
 void FactoryReporter::EnableReporting(const std::string& path) {
-  TheRecord().mFile.open(path, std::ios::app);
+  Record& record = TheRecord();
+  if (record.mFile.is_open()) {
+    record.mFile.close();
+  }
+  record.mFile.clear();
+  record.mReported.clear();
+  record.mFile.open(path, std::ios::app);
 }
 
 bool FactoryReporter::ReportingEnabled() {

@@ -31,14 +31,13 @@ TEST(FactoryTest, CreatesWithTheArgumentsOfTheBaseClass) {
 }
 
 TEST(FactoryTest, EveryClassRegistersWithItsBase) {
-  const Factory::FactoryBackbone& shapes = Factory::FactoryHolder<Shape>::Instance();
+  const Factory::FactoryBackbone& shapes = Shape::Registry();
   EXPECT_THAT(shapes.RegisteredClassIDs(), ElementsAre("circle", "square"));
   EXPECT_THAT(shapes.DeprecatedClassIDs(), ElementsAre("ellipse"));
   EXPECT_TRUE(shapes.KeyIsDeprecated("ellipse"));
   EXPECT_FALSE(shapes.KeyExists("ellipse"));
   EXPECT_EQ(shapes.Help(), "circle\nRound.\nsquare\nNot round.\n");
-  EXPECT_THAT(Factory::FactoryHolder<Animal>::Instance().RegisteredClassIDs(),
-              ElementsAre("circle"));
+  EXPECT_THAT(Animal::Registry().RegisteredClassIDs(), ElementsAre("circle"));
 }
 
 }  // namespace

@@ -35,15 +35,15 @@ struct Register : public virtual HasClassID {
  private:
   static bool RegisterClass() {
     using Base = typename Derived::CreationBase;
-    return FactoryHolder<Base>::Instance().Register(Derived::ClassID(), FunctionFor<Derived>(),
-                                                    Derived::Help(), Demangle(typeid(Base).name()));
+    return Derived::Registry().Register(Derived::ClassID(), FunctionFor<Derived>(), Derived::Help(),
+                                        Demangle(typeid(Base).name()));
   }
 
   static bool RegisterDeprecatedIDs() {
     if constexpr (requires { Derived::DeprecatedIDs(); }) {
       if (!ShouldInhibitFactoryRegistration(FunctionFor<Derived>())) {
         for (const std::string& id : Derived::DeprecatedIDs()) {
-          FactoryHolder<typename Derived::CreationBase>::Instance().RegisterDeprecated(id);
+          Derived::Registry().RegisterDeprecated(id);
         }
         return true;
       }

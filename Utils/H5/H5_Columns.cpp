@@ -132,6 +132,8 @@ void ReadColumns(const OpenTable& table, const ColumnBlock& block, double* value
 
 void ReadColumnsByLibrary(const OpenTable& table, const ColumnBlock& block, double* values) {
   const TableLayout& layout = table.mLayout;
+  Vexa_H5::RequireWholeChunks(table.mDataset_id, {block.mFirstRow, block.mFirstColumn},
+                              {block.mRows, block.mColumns}, table.mName, table.mWhere);
   Selection selection(table.mDataset_id, table.mWhere);
   const auto read = [&](const ColumnBlock& part, double* buffer) {
     selection.Select(part);

@@ -79,7 +79,7 @@ std::string_view H5_Node::GetExtension(std::string_view name) const {
               << name << "'.\nNames of H5_Objects must always have one of the "
               << "valid extensions:\n("
               << Factory::FormatRegisteredClassIDs(
-                     Factory::FactoryHolder<H5_Object>::Instance().RegisteredClassIDs())
+                     H5_Object::Registry().RegisteredClassIDs())
               << "). This error can occur when creating a new\ndata-set in a "
               << "CachedH5File without an extension (as in the name\nabove). This "
               << "error can also occur when a non-compatible .h5 file\nis processed "
@@ -102,7 +102,7 @@ void H5_Node::InitChildrenFromDir(const Ancestors* above) {
 
   std::vector<std::string> unidentified;
   for (const std::string& name : dir.ReadGroupsFromDisk()) {
-    if (!Factory::FactoryHolder<H5_Object>::Instance().KeyExists(GetExtension(name))) {
+    if (!H5_Object::Registry().KeyExists(GetExtension(name))) {
       unidentified.push_back(name);
       continue;
     }
@@ -151,7 +151,7 @@ H5_Node& H5_Node::CreateChild(const std::string& non_path_name) {
           "CreateChild must be called with a name w/o slashes. non_path_name=" << non_path_name);
   const std::string type(GetExtension(non_path_name));
   // Before anything is inserted; fails with the list of what is known.
-  Factory::FactoryHolder<H5_Object>::Instance().Retrieve(type, "Creating '" + non_path_name + "'");
+  H5_Object::Registry().Retrieve(type, "Creating '" + non_path_name + "'");
   return InsertChild(non_path_name, Origin::New);
 }
 

@@ -89,6 +89,7 @@ void Tdm::OpenAttributes(bool existedBefore) {
 
 void Tdm::Append(double time, const Tensor<DataMesh>& data) {
   REQUIRE(IsInitialized(), "Must initialize H5_PluginsTdm before appending data");
+  REQUIRE(data.Size()>0, "The tensor has no components");
   REQUIRE(mDataMeshDim==data.begin()->Dim(), "Tdm::Append dimension of DataMesh inconsistent");
   REQUIRE(*mpStructure==data.Structure(), "Tdm::Append TensorStructure inconsistent");
   const Mesh& mesh = data.begin()->Mesh();

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <tuple>
 
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/ErrorHandling/Trace.hpp"
@@ -329,6 +330,11 @@ std::vector<std::string> Vexa_H5::ReadStrings(hid_t fileType, hid_t space_id, st
   std::vector<std::string> result;
   result.reserve(count);
   if (isVariable) {
+    // Of other elements the library would make characters without a word.
+    const DatatypeHandle characterType(H5Tget_super(fileType));
+    REQUIRE_AT(where,
+               characterType>=0 && H5Tget_size(characterType)==1 && H5Tget_precision(characterType)==8,
+               messages.mRead << ": the strings do not consist of characters");
     herr_t err = H5Tset_size(memtype_id, HdfConst::H5T_Variable());
     REQUIRE_AT(where, 0==err, "H5Tset_size failed");
     err = H5Tset_cset(memtype_id, characterSet);
@@ -364,4 +370,77 @@ void Vexa_H5::RequirePlausibleSize(long double claimed, std::uint64_t stored,
   REQUIRE_AT(where, claimed<=largest, name << " claims " << static_cast<double>(claimed)
                                            << " bytes of values, but only " << stored
                                            << " bytes are stored");
+}
+
+#if H5_VERSION_GE(1, 10, 5)
+
+namespace {
+
+// What an element takes in the file. A string of variable length lies elsewhere: the element has
+// its length, the address of a collection, and an index in that.
+hsize_t ElementBytes(hid_t dataset_id, hid_t type_id, std::source_location where) {
+  if (H5Tis_variable_str(type_id) <= 0) {
+    return H5Tget_size(type_id);
+  }
+  Handle<H5Fclose> file_id(H5Iget_file_id(dataset_id));
+  REQUIRE_AT(where, file_id>=0, "H5Iget_file_id failed");
+  const PropertyListHandle fcpl_id(H5Fget_create_plist(file_id));
+  REQUIRE_AT(where, fcpl_id>=0, "H5Fget_create_plist failed");
+  std::size_t addressBytes = 0;
+  std::size_t sizeBytes = 0;
+  herr_t err = H5Pget_sizes(fcpl_id, &addressBytes, &sizeBytes);
+  REQUIRE_AT(where, err>=0, "H5Pget_sizes failed");
+  err = file_id.Close();
+  REQUIRE_AT(where, err>=0, "H5Fclose failed");
+  return 4 + addressBytes + 4;
+}
+
+}  // namespace
+
+#endif
+
+void Vexa_H5::RequireWholeChunks(hid_t dataset_id, const std::vector<hsize_t>& start,
+                                 const std::vector<hsize_t>& count, const std::string& name,
+                                 std::source_location where) {
+#if H5_VERSION_GE(1, 10, 5)
+  PropertyListHandle cparms_id(H5Dget_create_plist(dataset_id));
+  REQUIRE_AT(where, cparms_id>=0, "H5Dget_create_plist failed");
+  const std::size_t rank = start.size();
+  std::vector<hsize_t> chunk(rank);
+  if (H5Pget_layout(cparms_id) != H5D_CHUNKED ||
+      H5Pget_chunk(cparms_id, static_cast<int>(rank), chunk.data()) != static_cast<int>(rank) ||
+      std::find(count.begin(), count.end(), 0U) != count.end()) {
+    return;
+  }
+  const unsigned allSkipped = (1U << H5Pget_nfilters(cparms_id)) - 1;
+  const DatatypeHandle type_id(H5Dget_type(dataset_id));
+  REQUIRE_AT(where, type_id>=0, "H5Dget_type failed");
+  hsize_t expected = ElementBytes(dataset_id, type_id, where);
+  std::vector<hsize_t> offset(rank);
+  for (std::size_t d = 0; d < rank; ++d) {
+    expected *= chunk[d];
+    offset[d] = start[d] / chunk[d] * chunk[d];
+  }
+  for (std::size_t d = rank; d > 0;) {
+    unsigned skipped = 0;
+    haddr_t address = HADDR_UNDEF;
+    hsize_t size = 0;
+    const herr_t err =
+        H5Dget_chunk_info_by_coord(dataset_id, offset.data(), &skipped, &address, &size);
+    REQUIRE_AT(where, err>=0, "H5Dget_chunk_info_by_coord failed");
+    REQUIRE_AT(where, address==HADDR_UNDEF || skipped!=allSkipped || size==expected,
+               "Damaged chunk in " << name << " at row " << offset[0] << ": " << size
+                                   << " bytes instead of " << expected);
+    // The next chunk, the last index running fastest.
+    for (d = rank; d > 0; --d) {
+      offset[d - 1] += chunk[d - 1];
+      if (offset[d - 1] < start[d - 1] + count[d - 1]) {
+        break;
+      }
+      offset[d - 1] = start[d - 1] / chunk[d - 1] * chunk[d - 1];
+    }
+  }
+#else
+  static_cast<void>(std::tie(dataset_id, start, count, name, where));  // such a library cannot tell
+#endif
 }

@@ -91,5 +91,8 @@ MpiEnvironment::~MpiEnvironment() {
   if (!MyAbortCalled_UncleanShutdown()) {
     ParallelRuntime::Install(nullptr);
     MPI_Finalize();
+  } else {
+    // Still to be asked for the rank by whoever writes a report on the way out.
+    static_cast<void>(mpRuntime.release());
   }
 }

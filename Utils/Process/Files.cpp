@@ -18,7 +18,8 @@ mode_t FileType(const std::string& path) {
 }  // namespace
 
 bool FileExists(const std::string& path) {
-  return FileType(path) != 0;
+  struct stat status;
+  return stat(path.c_str(), &status) == 0;
 }
 
 bool DirectoryExists(const std::string& path) {

@@ -8,7 +8,6 @@
 #include <array>
 #include <cstdio>
 #include <fstream>
-#include <limits>
 #include <sstream>
 
 #include "Utils/Process/Formatting.hpp"
@@ -38,9 +37,14 @@ void GetSystemMemoryBytes(std::uint64_t& total, std::uint64_t& available, std::u
                           std::uint64_t& commitLimit) {
   total = available = committed = commitLimit = 0;
   std::ifstream file("/proc/meminfo");
-  std::string key;
-  std::uint64_t kilobytes = 0;
-  while (file >> key >> kilobytes) {
+  std::string line;
+  while (std::getline(file, line)) {
+    std::istringstream fields(line);
+    std::string key;
+    std::uint64_t kilobytes = 0;
+    if (!(fields >> key >> kilobytes)) {
+      continue;
+    }
     if (key == "MemTotal:") {
       total = kilobytes << 10;
     } else if (key == "MemFree:" || key == "Buffers:" || key == "Cached:" || key == "SwapCached:") {
@@ -50,7 +54,6 @@ void GetSystemMemoryBytes(std::uint64_t& total, std::uint64_t& available, std::u
     } else if (key == "CommitLimit:") {
       commitLimit = kilobytes << 10;
     }
-    file.ignore(std::numeric_limits<std::streamsize>::max(), '\n');
   }
 }
 
@@ -86,7 +89,7 @@ std::string MemoryUsage() {
 
 void KeepFreedMemory() {
 #if defined(__GLIBC__)
-  mallopt(M_MMAP_THRESHOLD, 32 << 20);
-  mallopt(M_TRIM_THRESHOLD, 64 << 20);
+  mallopt(M_MMAP_THRESHOLD, 16 << 20);
+  mallopt(M_TRIM_THRESHOLD, 128 << 20);
 #endif
 }

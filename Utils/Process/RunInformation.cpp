@@ -35,7 +35,7 @@ const std::string& RunDirectory() {
 std::string InfoAtCompile() {
   return "Compiled at " VEXA_BUILD_HOST ":" VEXA_BUILD_DIRECTORY
          "\n"
-#ifdef DEBUG
+#ifndef NDEBUG
          "Error checking enabled\n";
 #else
          "Error checking disabled (to activate add -DDEBUG to CPPFLAGS)\n";

@@ -12,6 +12,7 @@
 #include <mutex>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -56,8 +57,12 @@ std::size_t ChosenNumberOfThreads() {
 class WorkerPool {
  public:
   explicit WorkerPool(std::size_t workers) {
-    for (std::size_t i = 0; i < workers; ++i) {
-      mWorkers.emplace_back([this](const std::stop_token& stop) { Work(stop); });
+    try {
+      for (std::size_t i = 0; i < workers; ++i) {
+        mWorkers.emplace_back([this](const std::stop_token& stop) { Work(stop); });
+      }
+    } catch (const std::system_error&) {
+      // A limit on processes or memory: those that were started do all the work.
     }
   }
 

@@ -72,6 +72,12 @@ void OptionParser::Parse() {
                  "\" without an equals sign\n"
                  "==== Found after the last valid option.\n");
     }
+    if (key.find(';') != std::string::npos) {
+      Report("======== OptionParser: KEY WITH SEMICOLON ",
+             "==== The key \"" + key +
+                 "\" contains a semicolon.  Just before this\n"
+                 "==== option, you probably used a semicolon instead of a comma.\n");
+    }
     const std::size_t begin = equals + 1;
     const std::size_t semicolon = FindWhileParsingFast(mOptions, begin, ';');
     Insert(key, RemoveLeadingAndTrailingWhitespace(mOptions.substr(begin, semicolon - begin)));
@@ -80,12 +86,6 @@ void OptionParser::Parse() {
 }
 
 void OptionParser::Insert(const std::string& key, const std::string& value) {
-  if (key.find(';') != std::string::npos) {
-    Report("======== OptionParser: KEY WITH SEMICOLON ",
-           "==== The key \"" + key +
-               "\" contains a semicolon.  Just before this\n"
-               "==== option, you probably used a semicolon instead of a comma.\n");
-  }
   if (FindWhileParsingFast(value, 0, '=') != std::string::npos) {
     Report("======== OptionParser: VALUE WITH EQUAL SIGN",
            "#### The value of key \"" + key + "\" (" + value +

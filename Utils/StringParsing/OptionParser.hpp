@@ -45,7 +45,8 @@ class OptionParser {
   template <class T>
   T Get(const std::string& key, const T& defaultValue, bool defaultOnlyInReplay = false) const;
 
-  /// For a value "tag(text)": the text, trimmed. Reports KEY NOT FOUND and WRONG FORMAT.
+  /// For a value "tag(text)", with or without blanks before the '(': the text, trimmed. Reports KEY
+  /// NOT FOUND and WRONG FORMAT.
   std::string GetStringWithTag(const std::string& key, const std::string& tag) const;
   std::string GetStringWithTag(const std::string& key, const std::string& tag,
                                const std::string& defaultValue) const;

@@ -73,6 +73,8 @@ TEST(OptionParser, SyntaxErrorsAreReportedToTheCharacter) {
     EXPECT_EQ(parse(""), withoutHelp);
     EXPECT_EQ(parse("H\n"), withoutHelp + "==== Help: " + Equals(67) + "H\n");
   }
+  EXPECT_THAT(WrittenReport([] { OptionParser("A;B = (", "", true); }),
+              HasSubstr("OptionParser: KEY WITH SEMICOLON"));  // before what follows is looked at
   for (const char* options : {"A = (1; B = 2;", "A = 1); B = 2", "(A = 1;"}) {
     EXPECT_THAT(ReportOf([&] { OptionParser(options, "", false); }),
                 HasSubstr("FindWhileParsingFast: Unbalanced parentheses.\n"));

@@ -82,7 +82,7 @@ std::size_t FindWhileParsing(const std::string& text, char delimiter) {
 
 std::size_t FindWhileParsingFast(const std::string& text, std::size_t start, char delimiter) {
   const auto [position, depth] = FindAtDepthZero(text, start, delimiter);
-  REQUIRE(depth==0, "FindWhileParsingFast: Unbalanced parentheses.\n" << text);
+  REQUIRE(depth==0, "FindWhileParsingFast: Unbalanced parentheses.\n");
   return position;
 }
 
@@ -158,7 +158,7 @@ void SplitStringAtTokens(const std::string& text, const MyVector<std::string>& t
       ++i;
     }
   }
-  REQUIRE(depth==0, "SplitStringAtTokens: Unbalanced parentheses.\n" << text);
+  REQUIRE(depth==0, "SplitStringAtTokens: Unbalanced parentheses.\n");
   foundPieces.push_back(text.substr(start));
   pieces = MyVector<std::string>(foundPieces);
   foundTokens = MyVector<std::string>(found);

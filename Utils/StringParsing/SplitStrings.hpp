@@ -19,7 +19,7 @@ std::size_t FindWhileParsing(const std::string& text, char delimiter);
 
 /// The same from a start position, which is taken as depth 0. Any imbalance met before the
 /// delimiter, an unclosed '(' at the end of the text included, fails with
-/// "FindWhileParsingFast: Unbalanced parentheses.\n" and the text.
+/// "FindWhileParsingFast: Unbalanced parentheses.\n".
 std::size_t FindWhileParsingFast(const std::string& text, std::size_t start, char delimiter);
 
 /// Splits "head(inside)" at the first `left` and the last `right`; both parts are trimmed, and what

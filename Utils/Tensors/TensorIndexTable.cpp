@@ -119,6 +119,7 @@ std::shared_ptr<const TensorIndexTable> TensorIndexTableHolder::Find(int dim,
 }
 
 std::shared_ptr<const TensorIndexTable> FindTensorIndexTable(int dim, const std::string& symm) {
-  thread_local TensorIndexTableHolder holder;
+  // Never destroyed: what is written at the end of the process may need a table.
+  thread_local TensorIndexTableHolder& holder = *new TensorIndexTableHolder;
   return holder.Find(dim, symm);
 }
