@@ -158,7 +158,7 @@ void SplitStringAtTokens(const std::string& text, const MyVector<std::string>& t
       ++i;
     }
   }
-  REQUIRE(depth==0, "SplitStringAtTokens: Unbalanced parentheses.\n");
+  REQUIRE(depth==0, "SplitStringAtTokens: Unbalanced parentheses.\n" << text);
   foundPieces.push_back(text.substr(start));
   pieces = MyVector<std::string>(foundPieces);
   foundTokens = MyVector<std::string>(found);
