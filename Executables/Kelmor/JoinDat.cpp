@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <memory>
 
+#include "Executables/Kelmor/Agreement.hpp"
 #include "Executables/Kelmor/Join.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/H5/H5_ObjectDat.hpp"
@@ -34,13 +35,13 @@ struct Held {
 // the others only the times are held, and later as many neighbouring columns as fit.
 class TableInputs {
  public:
-  TableInputs(JoinRun& run, const JoinTask& task) : mRun(run), mTask(task) {
+  TableInputs(JoinRun& run, const JoinTask& task) : mRun(run), mTask(task), mAgreement(task.mName) {
     for (const int file : task.mHolders) {
       mRun.mInputs.Visit<Dat>(file, task.mName, [this](const Dat& dat) { ReadInput(dat); });
     }
   }
 
-  const MyVector<std::string>& Legend() const { return mLegend; }
+  const MyVector<std::string>& Legend() const { return mAgreement.Legend(); }
   const std::vector<MyVector<double>>& Times() const { return mTimes; }
 
   // The kept rows of one column, file after file.
@@ -61,21 +62,13 @@ class TableInputs {
 
  private:
   void ReadInput(const Dat& dat) {
-    const int columns = static_cast<int>(dat.GetExtents()[1]);
-    if (mInputs.empty()) {
-      Ncols = columns;
-      REQUIRE(Ncols>0, "Dataset " << mTask.mName << " has no columns");
-    }
-    REQUIRE(Ncols==static_cast<int>(dat.GetExtents()[1]),
-            "Dataset " << mTask.mName << " has different number of columns\nin different files.");
-    if (mLegend.empty() || mLegend[0] == "undefined") {
-      mLegend = dat.GetLegend();
-    }
+    mAgreement.Take(dat);
+    const auto columns = static_cast<std::uint64_t>(mAgreement.Columns());
     Held held;
     held.mRows = dat.GetExtents()[0];
-    const std::uint64_t bytes = held.mRows * Ncols * sizeof(double);
+    const std::uint64_t bytes = held.mRows * columns * sizeof(double);
     const bool fits = bytes <= mRun.mOptions.mCacheSize - mHeldBytes;
-    held.Read(dat, 0, fits ? Ncols : 1);
+    held.Read(dat, 0, fits ? columns : 1);
     mTimes.emplace_back(MV::Sequence(held.Column(0), held.mRows));
     if (fits) {
       mHeldBytes += bytes;
@@ -90,7 +83,8 @@ class TableInputs {
   void ReadGroup(std::size_t i, std::uint64_t column) {
     const std::uint64_t room = mRun.mOptions.mCacheSize - mHeldBytes;
     const std::uint64_t columns =
-        std::clamp<std::uint64_t>(room / (mRowsNotHeld * sizeof(double)), 1, Ncols - column);
+        std::clamp<std::uint64_t>(room / (mRowsNotHeld * sizeof(double)), 1,
+                                  static_cast<std::uint64_t>(mAgreement.Columns()) - column);
     mInputs[i].mValues.reset();
     mRun.mInputs.Visit<Dat>(mTask.mHolders[i], mTask.mName, [&](const Dat& dat) {
       REQUIRE(dat.GetExtents()[0]==mInputs[i].mRows, "The file changed while it was read");
@@ -100,8 +94,7 @@ class TableInputs {
 
   JoinRun& mRun;
   const JoinTask& mTask;
-  int Ncols = 0;  // named as reports show it
-  MyVector<std::string> mLegend;
+  TableAgreement mAgreement;
   std::vector<MyVector<double>> mTimes;
   std::vector<Held> mInputs;  // one per holder
   std::uint64_t mHeldBytes = 0;

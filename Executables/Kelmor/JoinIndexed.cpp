@@ -16,6 +16,43 @@ constexpr std::uint64_t sBlockValues = 2 * 1024 * 1024;
 
 }  // namespace
 
+std::vector<StepRun> ValueRuns(const StepIndex& index, const std::vector<StepRun>& steps) {
+  std::vector<StepRun> values;
+  values.reserve(steps.size());
+  for (const StepRun& run : steps) {
+    values.push_back({index.Begin(run.mFirst), index.mEnds[run.mOnePastLast - 1]});
+  }
+  return values;
+}
+
+std::uint64_t CountValues(const StepIndex& index, const std::vector<StepRun>& steps) {
+  std::uint64_t values = 0;
+  for (const StepRun& run : steps) {
+    values += index.mEnds[run.mOnePastLast - 1] - index.Begin(run.mFirst);
+  }
+  return values;
+}
+
+StepIndex KeptIndex(const std::vector<StepIndex>& indices, const SelectedSteps& steps) {
+  StepIndex kept;
+  kept.mExtras.resize(indices.empty() ? 0 : indices[0].mExtras.size());
+  std::uint64_t end = 0;
+  for (std::size_t i = 0; i < indices.size(); ++i) {
+    const StepIndex& index = indices[i];
+    for (const StepRun& run : steps.mRuns[i]) {
+      for (std::uint64_t step = run.mFirst; step < run.mOnePastLast; ++step) {
+        end += index.Values(step);
+        kept.mTimes.push_back(index.mTimes[step]);
+        kept.mEnds.push_back(end);
+        for (std::size_t k = 0; k < kept.mExtras.size(); ++k) {
+          kept.mExtras[k].push_back(index.mExtras[k][step]);
+        }
+      }
+    }
+  }
+  return kept;
+}
+
 void IndexedInputs::ReadInput(const IndexedGroup& set, StepIndex setIndex) {
   if (mIndices.empty()) {
     mTimeDescription = set.GetTimeDescription();
@@ -42,11 +79,7 @@ void IndexedInputs::Select() {
 }
 
 std::uint64_t IndexedInputs::KeptValues(std::size_t i) const {
-  std::uint64_t values = 0;
-  for (const StepRun& run : mSteps.mRuns[i]) {
-    values += mIndices[i].mEnds[run.mOnePastLast - 1] - mIndices[i].Begin(run.mFirst);
-  }
-  return values;
+  return CountValues(mIndices[i], mSteps.mRuns[i]);
 }
 
 std::uint64_t IndexedInputs::KeptValues() const {
@@ -57,37 +90,15 @@ std::uint64_t IndexedInputs::KeptValues() const {
   return values;
 }
 
-StepIndex IndexedInputs::KeptIndex() const {
-  StepIndex kept;
-  kept.mExtras.resize(mIndices.empty() ? 0 : mIndices[0].mExtras.size());
-  std::uint64_t end = 0;
-  for (std::size_t i = 0; i < mIndices.size(); ++i) {
-    const StepIndex& index = mIndices[i];
-    for (const StepRun& run : mSteps.mRuns[i]) {
-      for (std::uint64_t step = run.mFirst; step < run.mOnePastLast; ++step) {
-        end += index.Values(step);
-        kept.mTimes.push_back(index.mTimes[step]);
-        kept.mEnds.push_back(end);
-        for (std::size_t k = 0; k < kept.mExtras.size(); ++k) {
-          kept.mExtras[k].push_back(index.mExtras[k][step]);
-        }
-      }
-    }
-  }
-  return kept;
-}
-
 void IndexedInputs::CopyFromFile(std::size_t i, const IndexedGroup& set,
                                  ValueWriter& writer) const {
   // Reads end where the input's chunks end, so that each chunk is inflated once.
   const std::uint64_t chunk = std::max<std::uint64_t>(set.ValuesPerChunk(), 1);
   const std::uint64_t pass = std::max<std::uint64_t>(sBlockValues / chunk, 1) * chunk;
-  const StepIndex& index = mIndices[i];
-  for (const StepRun& run : mSteps.mRuns[i]) {
-    std::uint64_t first = index.Begin(run.mFirst);
-    const std::uint64_t end = index.mEnds[run.mOnePastLast - 1];
-    while (first < end) {
-      const std::uint64_t count = std::min(pass - first % pass, end - first);
+  for (const StepRun& run : ValueRuns(mIndices[i], mSteps.mRuns[i])) {
+    std::uint64_t first = run.mFirst;
+    while (first < run.mOnePastLast) {
+      const std::uint64_t count = std::min(pass - first % pass, run.mOnePastLast - first);
       set.RetrieveValues_(first, count, writer.Room(count));
       first += count;
     }
@@ -95,11 +106,8 @@ void IndexedInputs::CopyFromFile(std::size_t i, const IndexedGroup& set,
 }
 
 void IndexedInputs::CopyHeld(std::size_t i, ValueWriter& writer) const {
-  const StepIndex& index = mIndices[i];
-  for (const StepRun& run : mSteps.mRuns[i]) {
-    const std::uint64_t first = index.Begin(run.mFirst);
-    const std::uint64_t count = index.mEnds[run.mOnePastLast - 1] - first;
-    std::copy_n(mHeld[i].data() + first, count, writer.Room(count));
+  for (const StepRun& run : ValueRuns(mIndices[i], mSteps.mRuns[i])) {
+    std::copy_n(mHeld[i].data() + run.mFirst, run.Size(), writer.Room(run.Size()));
   }
 }
 

@@ -10,6 +10,16 @@
 #include "Executables/Kelmor/Join.hpp"
 #include "Utils/H5/H5_IndexedGroup.hpp"
 
+/// Where the values of runs of steps lie, as runs of values.
+std::vector<StepRun> ValueRuns(const H5_Objects::StepIndex& index,
+                               const std::vector<StepRun>& steps);
+/// How many they are.
+std::uint64_t CountValues(const H5_Objects::StepIndex& index, const std::vector<StepRun>& steps);
+
+/// The index of the kept steps of all inputs, as it stands in the output.
+H5_Objects::StepIndex KeptIndex(const std::vector<H5_Objects::StepIndex>& indices,
+                                const SelectedSteps& steps);
+
 /// One set in all files that hold it. The indices are in memory; so are the values of small sets,
 /// which saves opening them twice.
 class IndexedInputs {
@@ -35,7 +45,7 @@ class IndexedInputs {
   /// whole chunks; besides one of them, or some mebibytes, nothing is held.
   template <class KIND>
   void Write(KIND& output) {
-    output.WriteIndexImmediately_(KeptIndex());
+    output.WriteIndexImmediately_(KeptIndex(mIndices, mSteps));
     ValueWriter writer(output);
     for (std::size_t i = 0; i < mIndices.size(); ++i) {
       if (KeptValues(i) == 0) {
@@ -72,7 +82,6 @@ class IndexedInputs {
     std::uint64_t mCapacity = 0;
   };
 
-  H5_Objects::StepIndex KeptIndex() const;
   void CopyFromFile(std::size_t i, const H5_Objects::IndexedGroup& set, ValueWriter& writer) const;
   void CopyHeld(std::size_t i, ValueWriter& writer) const;
 

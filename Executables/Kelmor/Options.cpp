@@ -59,7 +59,7 @@ std::string HelpText() {
   return PaddedBlock(sUsage) + sSerialNote + PaddedBlock(sOptions);
 }
 
-Options::Options(const CommandLineParser& parser) {
+Options::Options(const CommandLineParser& parser, Output output) {
   const double DeltaT = parser.Get<double>("DeltaT", 1e-10);
   mDeltaT = DeltaT;
   mVerbose = parser.Get<bool>("v", false);
@@ -72,7 +72,8 @@ Options::Options(const CommandLineParser& parser) {
   TheCachedH5FileHolder().SetMaxCacheSize(mCacheSize);
   REQUIRE(DeltaT >= 0.0, "DeltaT most be non-negative.");
   mSkip = parser.Get<std::string>("skip", "");
-  mOutput = parser.Get<std::string>("o");
+  mOutput =
+      output == Output::Required ? parser.Get<std::string>("o") : parser.Get<std::string>("o", "");
   const MyVector<std::string> Filenames = parser.GetAllArguments();
   for (std::ptrdiff_t i = 0; i < Filenames.Size(); ++i) {
     REQUIRE(FileExists(Filenames[i]), "File " << Filenames[i] << " not found");

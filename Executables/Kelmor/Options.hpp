@@ -12,7 +12,9 @@ std::string HelpText();
 /// What a run of the tool was asked for.
 struct Options {
   /// Reads and checks the options in the documented order; the byte limit goes to the file cache.
-  explicit Options(const CommandLineParser& parser);
+  /// Programs that write no output do not need its name.
+  enum class Output { Required, Optional };
+  explicit Options(const CommandLineParser& parser, Output output = Output::Required);
 
   double mDeltaT;
   bool mVerbose;

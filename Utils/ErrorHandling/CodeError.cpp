@@ -6,7 +6,8 @@
 #include "Utils/ErrorHandling/Backtrace.hpp"
 #include "Utils/ErrorHandling/TerminateHandler.hpp"
 
-CodeError::CodeError(std::string message, bool withBacktrace) : mMessage(std::move(message)) {
+CodeError::CodeError(std::string message, bool withBacktrace, std::string reason)
+    : mMessage(std::move(message)), mReason(std::move(reason)) {
   std::set_terminate(TerminateHandler);
   if (withBacktrace) {
     mMessage += "\n" + Backtrace(1);

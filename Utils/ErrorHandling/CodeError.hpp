@@ -6,11 +6,15 @@
 /// catches it. It is not a std::exception, so that handlers for those let it pass.
 class CodeError {
  public:
-  /// With a backtrace, a newline and Backtrace(1) follow the message. Installs TerminateHandler.
-  CodeError(std::string message, bool withBacktrace);
+  /// With a backtrace, a newline and Backtrace(1) follow the message. `reason` is what the message
+  /// says without its frame. Installs TerminateHandler.
+  CodeError(std::string message, bool withBacktrace, std::string reason = "");
 
   const std::string& Message() const { return mMessage; }
+  /// For who lists several failures; empty if there is but the message.
+  const std::string& Reason() const { return mReason; }
 
  private:
   std::string mMessage;
+  std::string mReason;
 };

@@ -20,7 +20,7 @@ void RequireFail(const char* condition, const char* file, int line, const std::s
   }
   report << "\n#################################################################\n";
   Breakpoint();
-  throw CodeError(report.str(), true);
+  throw CodeError(report.str(), true, message);
 }
 
 std::string ReportLabel(const char* path) {

@@ -32,6 +32,16 @@ std::vector<hsize_t> DataSet::FileExtents(Location where) const {
   return dims;
 }
 
+H5_Storage DataSet::Storage() const {
+  REQUIRE(IsObjectOpen(), "Object must be open");
+  return ReadStorage(mMy_id, Location::current());
+}
+
+std::vector<hsize_t> DataSet::ExtentsInFile() const {
+  REQUIRE(IsObjectOpen(), "Object must be open");
+  return FileExtents(Location::current());
+}
+
 std::uint64_t DataSet::StoredBytes() const {
   return H5Dget_storage_size(mMy_id);
 }

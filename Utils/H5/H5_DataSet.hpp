@@ -12,6 +12,7 @@
 
 #include "Utils/ErrorHandling/Trace.hpp"
 #include "Utils/H5/H5_Object.hpp"
+#include "Utils/H5/H5_Storage.hpp"
 #include "Utils/H5/Handle.hpp"
 
 namespace H5_Objects {
@@ -23,6 +24,11 @@ bool LinkExists(hid_t parentId, const std::string& name, const Trace& trace,
 class DataSet : public H5_Object {
  public:
   bool IsObjectOpen() const override { return mMy_id >= 0; }
+
+  /// How the open dataset lies on disk.
+  H5_Storage Storage() const;
+  /// Extents of the open dataset in the file, now.
+  std::vector<hsize_t> ExtentsInFile() const;
 
  protected:
   using Location = std::source_location;

@@ -131,9 +131,7 @@ std::string IndexedGroup::GetDataDescription() const {
 }
 
 MyVector<double> IndexedGroup::RetrieveTimes() const {
-  MyVector<double> times{MV::Size(mIndex.Layout().mRows)};
-  mIndex.RetrieveColumns_({0, 1, 0, times.size()}, times.data());
-  return times;
+  return mIndex.RetrieveTimes();
 }
 
 std::uint64_t IndexedGroup::CheckedOffset(double offset, std::uint64_t previous) const {

@@ -48,6 +48,10 @@ class IndexedGroup : public H5_Object {
   /// The times of all steps in the file.
   MyVector<double> RetrieveTimes() const;
 
+  /// The two tables, lent: open while the object is.
+  const Dat& Index() const { return mIndex; }
+  const Dat& Values() const { return mValues; }
+
   /// The whole index, checked: offsets are whole, never decrease, and end where the values end.
   StepIndex RetrieveIndex_() const;
   /// `count` values from `first` on, of all steps' values one after the other.
@@ -66,8 +70,6 @@ class IndexedGroup : public H5_Object {
   IndexedGroup(const std::string& kind, const std::string& name, const std::string& valuesName,
                bool existsOnDisk, int verbosity);
 
-  /// The table of values, lent.
-  const Dat& Values() const { return mValues; }
   /// Columns of the index besides time and offset; known once the group's attributes are.
   virtual std::uint64_t ExtraColumns() const = 0;
   void InitializeTables(const MyVector<std::string>& indexLegend,

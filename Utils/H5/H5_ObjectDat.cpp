@@ -235,6 +235,17 @@ void Dat::RequireFileExtents(const char* message) const {
   REQUIRE(dims[0]==mExtents[0] && dims[1]==mExtents[1], message);
 }
 
+MyVector<double> Dat::RetrieveTimes() const {
+  MyVector<double> times{MV::Size(mLayout.mRows)};
+  RetrieveColumns_({0, 1, 0, times.size()}, times.data());
+  return times;
+}
+
+void Dat::RequireReadable() const {
+  REQUIRE(IsObjectOpen(), "Object must be open");
+  RequireReadableDoubles(mMy_id, mName, Location::current());
+}
+
 MyVector<MyVector<double>> Dat::RetrieveData() const {
   REQUIRE(IsObjectOpen(), "Object must be open to retrieve data");
   RequireFileExtents("consistency error");

@@ -65,6 +65,10 @@ class Dat : public DataSet, public Factory::Register<Dat> {
   std::uint64_t SizeOfCache() const override;
   std::ostream& Output(std::ostream& os, const std::string& indent) const override;
 
+  /// The times of all rows in the file: column 0.
+  MyVector<double> RetrieveTimes() const;
+  /// Fails if the values of the open table cannot be read for another reason than damage.
+  void RequireReadable() const;
   /// All rows in the file, one vector per row; waiting rows are not included.
   MyVector<MyVector<double>> RetrieveData() const;
 

@@ -1,0 +1,77 @@
+#include "Utils/H5/H5_Storage.hpp"
+
+#include <array>
+
+#include "Utils/ErrorHandling/Require.hpp"
+#include "Utils/H5/Handle.hpp"
+
+namespace {
+
+using Location = std::source_location;
+
+struct Filter {
+  H5Z_filter_t mNumber;
+  std::string mName;
+};
+
+std::string FilterName(H5Z_filter_t number, const std::string& storedName, unsigned level) {
+  switch (number) {
+    case H5Z_FILTER_SHUFFLE:
+      return "shuffle";
+    case H5Z_FILTER_DEFLATE:
+      return "deflate " + std::to_string(level);
+    case H5Z_FILTER_FLETCHER32:
+      return "fletcher32";
+    default:
+      return storedName.empty() ? "filter " + std::to_string(number) : storedName;
+  }
+}
+
+std::vector<Filter> ReadFilters(hid_t dataset_id, Location where) {
+  PropertyListHandle cparms_id(H5Dget_create_plist(dataset_id));
+  REQUIRE_AT(where, cparms_id>=0, "H5Dget_create_plist failed");
+  const int count = H5Pget_nfilters(cparms_id);
+  REQUIRE_AT(where, count>=0, "H5Pget_nfilters failed");
+  std::vector<Filter> filters;
+  for (int i = 0; i < count; ++i) {
+    unsigned flags = 0;
+    unsigned level = 0;
+    std::size_t values = 1;  // of the parameters only the first is of interest
+    std::array<char, 256> name{};
+    const H5Z_filter_t number = H5Pget_filter2(cparms_id, static_cast<unsigned>(i), &flags, &values,
+                                               &level, name.size() - 1, name.data(), nullptr);
+    REQUIRE_AT(where, number>=0, "H5Pget_filter2 failed");
+    filters.push_back({number, FilterName(number, name.data(), level)});
+  }
+  const herr_t err = cparms_id.Close();
+  REQUIRE_AT(where, 0==err, "H5Pclose failed");
+  return filters;
+}
+
+}  // namespace
+
+H5_Storage ReadStorage(hid_t dataset_id, Location where) {
+  H5_Storage storage;
+  for (Filter& filter : ReadFilters(dataset_id, where)) {
+    storage.mFilters.push_back(std::move(filter.mName));
+  }
+  storage.mBytes = H5Dget_storage_size(dataset_id);
+  return storage;
+}
+
+void RequireReadableDoubles(hid_t dataset_id, const std::string& name, Location where) {
+  for (const Filter& filter : ReadFilters(dataset_id, where)) {
+    REQUIRE_AT(where, H5Zfilter_avail(filter.mNumber)>0,
+               name << " was written with a filter that is not here: " << filter.mName);
+  }
+  DatatypeHandle type_id(H5Dget_type(dataset_id));
+  REQUIRE_AT(where, type_id>=0, "H5Dget_type failed");
+  {
+    const MuteH5Errors mute;
+    H5T_cdata_t* conversion = nullptr;
+    REQUIRE_AT(where, H5Tfind(type_id,H5T_NATIVE_DOUBLE,&conversion)!=nullptr,
+               name << " holds what is no number");
+  }
+  const herr_t err = type_id.Close();
+  REQUIRE_AT(where, 0==err, "H5Tclose failed");
+}
