@@ -12,9 +12,8 @@
 
 namespace {
 
-Holders Discover(const Inputs& inputs, const Options& options, const std::string& kind,
-                 const std::string& skip) {
-  Holders found = FindEntries(inputs.Files(), "*." + kind, skip);
+Holders Discover(const Inputs& inputs, const Options& options, const std::string& kind) {
+  Holders found = FindEntries(inputs.Files(), "*." + kind, options.mSkip);
   if (!found.empty() && options.mVerbose) {
     std::cout << "found " << found.size() << " " << kind << "-datasets" << std::endl;
   }
@@ -65,12 +64,12 @@ void JoinFiles(const CommandLineParser& parser) {
   REQUIRE(!FileExists(OutputFile), "OutputFile " << OutputFile << " already exists.\n"
                                                  << "Cowardly refusing to write into it.");
 
-  // Version records are never skipped, and are joined first.
-  const Holders dat = Discover(inputs, options, "dat", options.mSkip);
-  const Holders coef = Discover(inputs, options, "coef", options.mSkip);
-  const Holders tdm = Discover(inputs, options, "tdm", options.mSkip);
-  const Holders txt = Discover(inputs, options, "txt", options.mSkip);
-  const Holders ver = Discover(inputs, options, "ver", "");
+  // Version records are joined first.
+  const Holders dat = Discover(inputs, options, "dat");
+  const Holders coef = Discover(inputs, options, "coef");
+  const Holders tdm = Discover(inputs, options, "tdm");
+  const Holders txt = Discover(inputs, options, "txt");
+  const Holders ver = Discover(inputs, options, "ver");
   if (dat.size() + coef.size() + tdm.size() + txt.size() + ver.size() == 0) {
     if (options.mVerbose) {
       std::cout << "no datasets found.  Will not create " << OutputFile << std::endl;

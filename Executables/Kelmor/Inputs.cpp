@@ -33,12 +33,16 @@ void Inputs::Release(int file) {
   }
 }
 
+bool IsSkipped(const std::string& name, const std::string& skip) {
+  return !skip.empty() && !name.ends_with(".ver") && GlobMatches(skip, name);
+}
+
 Holders FindEntries(const MyVector<CachedH5File>& inputs, const std::string& pattern,
                     const std::string& skip) {
   Holders holders;
   for (int file = 0; file < inputs.Size(); ++file) {
     for (const std::string& name : inputs[file].GetNames(pattern, false)) {
-      if (!skip.empty() && GlobMatches(skip, name)) {
+      if (IsSkipped(name, skip)) {
         continue;
       }
       if (std::vector<int>* files = holders.Find(name)) {

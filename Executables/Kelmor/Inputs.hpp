@@ -49,7 +49,11 @@ class Inputs {
   MyVector<CachedH5File> mFiles;
 };
 
-/// For each dataset name that matches the pattern and not the skip glob, the files that hold it,
+/// Whether a join leaves the dataset out: its name matches the glob, which may be empty for none.
+/// Version records are never left out.
+bool IsSkipped(const std::string& name, const std::string& skip);
+
+/// For each dataset name that matches the pattern and is not skipped, the files that hold it,
 /// ascending. Names come in the order of joining: those of the first file that has any, ascending,
 /// then those that a later file adds.
 using Holders = MyMap<std::string, std::vector<int>>;

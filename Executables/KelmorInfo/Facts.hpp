@@ -1,0 +1,38 @@
+// What one file says about one dataset, read in one place for all that is printed of it.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Executables/Kelmor/Inputs.hpp"
+#include "Utils/H5/H5_ObjectVersion.hpp"
+
+struct TimeRange {
+  double mFirst;
+  double mLast;
+  /// Of times that are numbers; none if there are none.
+  static std::optional<TimeRange> Of(const MyVector<double>& times);
+  void Include(const TimeRange& other);
+};
+
+struct Facts {
+  std::string mName;
+  std::string mKind;                       // "dat", "coef", "tdm", "txt" or "ver"
+  std::vector<unsigned long long> mShape;  // extents in the file, of the values of coef and tdm
+  std::string mTensor;                     // structure and mesh dimension of tdm, as text
+  std::optional<std::uint64_t> mSteps;     // of the kinds that have times
+  std::optional<TimeRange> mTimes;         // smallest and largest
+  std::vector<std::string> mLegends;       // per column of dat; of time and data of coef and tdm
+  H5_Objects::Version::History mVersions;  // of ver
+  std::vector<std::string> mFilters;       // of the values
+  std::uint64_t mStoredBytes = 0;          // on disk
+  std::string mProblem;                    // why not all could be read; empty if all is well
+};
+
+/// Reads the facts. What fails does not end the run: it becomes the facts' problem.
+Facts ReadFacts(Inputs& inputs, int file, const std::string& name);
+
+/// The extension of a dataset's name.
+std::string KindOf(const std::string& name);

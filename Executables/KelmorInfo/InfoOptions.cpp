@@ -1,0 +1,102 @@
+#include "Executables/KelmorInfo/InfoOptions.hpp"
+
+#include <string_view>
+
+#include "Utils/ErrorHandling/Require.hpp"
+#include "Utils/Process/Files.hpp"
+
+namespace {
+
+using Mode = InfoOptions::Mode;
+
+Mode ModeOf(const CommandLineParser& parser) {
+  const bool plan = parser.Get<bool>("plan", false) || parser.KeyExists("svg");
+  const bool check = parser.KeyExists("check");
+  REQUIRE(!(plan && check), "-check goes neither with -plan nor with -svg.");
+  return plan ? Mode::Plan : check ? Mode::Check : Mode::List;
+}
+
+// Options that not every mode has.
+struct Restricted {
+  const char* mKey;
+  bool mInList;
+  bool mInPlan;
+  bool mInCheck;
+};
+constexpr Restricted sRestricted[] = {
+    {"DeltaT", false, true, true}, {"NoWipe", false, true, true},    {"json", true, true, false},
+    {"o", false, true, false},     {"NoGzip", false, true, true},    {"v", true, true, true},
+    {"svg", false, true, false},   {"cachesize", false, true, true},
+};
+
+void RequireOptionsOf(Mode mode, const CommandLineParser& parser) {
+  for (const Restricted& option : sRestricted) {
+    const bool isAllowed = mode == Mode::List   ? option.mInList
+                           : mode == Mode::Plan ? option.mInPlan
+                                                : option.mInCheck;
+    REQUIRE(isAllowed || !parser.KeyExists(option.mKey),
+            "Option '-" << option.mKey << "' means nothing "
+                        << (mode == Mode::Check  ? "with -check."
+                            : mode == Mode::Plan ? "with -plan."
+                                                 : "without -plan or -check."));
+  }
+}
+
+}  // namespace
+
+std::string InfoHelpText() {
+  return R"(
+Usage:  KelmorInfo [options] file [file ...]
+        KelmorInfo -plan [options] file [file ...]
+        KelmorInfo -check joined.h5 [options] file [file ...]
+
+Looks at h5-files that Kelmor joins.  Without -plan and -check, lists
+the datasets of each file and of all files together.  No file is ever
+changed.
+Note: the order of files is SIGNIFICANT with -plan and -check.
+
+BASIC OPTIONS:
+  -plan           # Say what Kelmor would do with these files: which
+                  # time-steps it would keep, and what disagrees.
+  -svg string     # With or instead of -plan: draw the plan to a new file.
+  -check string   # Prove that this file is what Kelmor makes of the others.
+  -json           # Print as JSON (not with -check).
+  -skip Glob      # skip datasets that match Glob
+  -v              # be verbose: legends and version histories
+  -h              # Show this help message and exit.
+OPTIONS OF THE JOIN, with -plan and -check as for Kelmor:
+  -DeltaT double  # Only time-steps separated by >=DeltaT will be kept
+                  # (default 1e-10)
+  -NoWipe         # Do **NOT** wipe non-monotonic time-steps
+  -o string       # with -plan: say if this output file exists already
+  -cachesize, -NoGzip   # accepted; they change no plan
+)";
+}
+
+MyVector<std::string> InfoBooleanOptions() {
+  return {"v", "NoWipe", "NoGzip", "plan", "json"};
+}
+
+InfoOptions::InfoOptions(const CommandLineParser& parser)
+    : mMode(ModeOf(parser)),
+      mJson(parser.Get<bool>("json", false)),
+      mPicture(parser.Get<std::string>("svg", "")),
+      mJoined(parser.Get<std::string>("check", "")),
+      mJoin(parser, Options::Output::Optional) {
+  RequireOptionsOf(mMode, parser);
+  parser.TerminateIfThereAreUnusedOptions();
+  REQUIRE(!mJoin.mInputs.empty(), "No file was given.");
+  REQUIRE(mMode!=Mode::Check || FileExists(mJoined), "File " << mJoined << " not found");
+  REQUIRE(mPicture.empty() || !FileExists(mPicture),
+          "File " << mPicture << " already exists.\nCowardly refusing to write into it.");
+}
+
+bool AsksForPlan(int argc, char** argv) {
+  for (int i = 1; i < argc && std::string_view(argv[i]) != "--"; ++i) {
+    const std::string_view argument = argv[i];
+    if (argument == "-plan" || argument == "-svg") {
+      return true;
+    }
+  }
+  return false;
+}

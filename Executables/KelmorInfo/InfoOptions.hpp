@@ -1,0 +1,29 @@
+#pragma once
+
+#include <string>
+
+#include "Executables/Kelmor/Options.hpp"
+#include "Utils/CommandLine/CommandLineParser.hpp"
+
+/// The help text of the program.
+std::string InfoHelpText();
+
+/// The names of the boolean options.
+MyVector<std::string> InfoBooleanOptions();
+
+/// What a run of the program was asked for.
+struct InfoOptions {
+  enum class Mode { List, Plan, Check };
+
+  /// Fails on an option that the mode does not have.
+  explicit InfoOptions(const CommandLineParser& parser);
+
+  Mode mMode;
+  bool mJson;
+  std::string mPicture;  // file to draw the plan to, or empty
+  std::string mJoined;   // file to check, or empty
+  Options mJoin;         // of the join that is planned or checked; the files
+};
+
+/// Whether the command line asks for a plan, as far as that can be said before it is read.
+bool AsksForPlan(int argc, char** argv);

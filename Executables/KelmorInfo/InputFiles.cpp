@@ -1,0 +1,88 @@
+#include "Executables/KelmorInfo/InputFiles.hpp"
+
+#include <filesystem>
+#include <system_error>
+
+#include "Executables/KelmorInfo/Text.hpp"
+#include "Utils/ErrorHandling/CodeError.hpp"
+#include "Utils/H5/H5_Utils.hpp"
+#include "Utils/Process/Files.hpp"
+
+namespace {
+
+// The innermost message of the library's error stack: the others only say who passed it on.
+std::string InnermostH5Error() {
+  std::string message;
+  const auto keep = [](unsigned, const H5E_error2_t* error, void* text) -> herr_t {
+    try {
+      *static_cast<std::string*>(text) = error->desc == nullptr ? "" : error->desc;
+    } catch (...) {
+      return -1;  // an exception must not pass through the library
+    }
+    return 0;
+  };
+  H5Ewalk2(H5E_DEFAULT, H5E_WALK_DOWNWARD, keep, &message);
+  return message;
+}
+
+// What the library says against opening the file; empty if it opens.
+std::string WhyNotOpened(const std::string& path) {
+  PropertyListHandle fapl_id(H5Pcreate(H5P_FILE_ACCESS));
+  Vexa_H5::set_libver_bounds(fapl_id);
+  Handle<H5Fclose> file_id(H5Fopen(path.c_str(), H5F_ACC_RDONLY, fapl_id));
+  return file_id >= 0 ? "" : InnermostH5Error();
+}
+
+std::string Advice(const std::string& reason, const std::string& path) {
+  if (reason.find("consistency flags") != std::string::npos) {
+    return "The program that wrote it still runs, or has crashed. After a crash, 'h5clear -s " +
+           Quoted(path) +
+           "' takes away the mark that the file is being written; run it on a copy. What had not "
+           "reached the disk stays lost.";
+  }
+  if (reason.starts_with("truncated file")) {
+    return "The file is shorter than it says it is. A copy of it may be incomplete; or the program "
+           "that wrote it has crashed, and then its data cannot be read.";
+  }
+  if (reason.find("unable to lock") != std::string::npos) {
+    return "Another program has the file open for writing. Try again when that has ended.";
+  }
+  return "";
+}
+
+OpenProblem Diagnose(const std::string& path, const CodeError& error) {
+  const std::string reason = IsRegularFile(path) ? WhyNotOpened(path) : "";
+  if (reason.empty()) {
+    return {OneLine(error.Reason()), ""};
+  }
+  return {OneLine(reason), Advice(reason, path)};
+}
+
+}  // namespace
+
+InputFiles::InputFiles(const MyVector<std::string>& names) {
+  const MuteH5Errors mute;
+  // All handles live to the end of the trial, so that a file that is given twice is noticed.
+  std::vector<std::unique_ptr<CachedH5File>> handles;
+  std::vector<std::string> opened;
+  for (const std::string& name : names) {
+    InputFile file;
+    file.mName = name;
+    try {
+      const bool keepOpen = false;
+      handles.push_back(std::make_unique<CachedH5File>(
+          name, ReadOnly, CachedH5File::VersionHistory{}, 0, keepOpen));
+      mNumbers.push_back(static_cast<int>(mFiles.size()));
+      opened.push_back(name);
+    } catch (const CodeError& error) {
+      file.mOpens = false;
+      file.mProblem = Diagnose(name, error);
+    }
+    std::error_code error;
+    const std::uintmax_t bytes = std::filesystem::file_size(name, error);
+    file.mBytes = error ? 0 : bytes;
+    mFiles.push_back(std::move(file));
+  }
+  handles.clear();
+  mpInputs = std::make_unique<Inputs>(MyVector<std::string>(opened));
+}

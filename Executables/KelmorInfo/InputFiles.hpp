@@ -1,0 +1,40 @@
+// The files that were named on the command line, and whether each can be opened.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Executables/Kelmor/Inputs.hpp"
+
+/// Why a file cannot be opened, and what may help; the latter may be empty.
+struct OpenProblem {
+  std::string mReason;
+  std::string mAdvice;
+};
+
+struct InputFile {
+  std::string mName;  // as given
+  std::uint64_t mBytes = 0;
+  bool mOpens = true;
+  OpenProblem mProblem;  // if it does not open
+};
+
+/// Tries every file, for reading only, and lends those that open to who reads them.
+class InputFiles {
+ public:
+  explicit InputFiles(const MyVector<std::string>& names);
+
+  const std::vector<InputFile>& Files() const { return mFiles; }
+  const InputFile& operator[](int file) const { return mFiles[static_cast<std::size_t>(file)]; }
+
+  /// Those that open, in order, and the number that each of them has among all files.
+  Inputs& Opened() { return *mpInputs; }
+  int NumberOf(int opened) const { return mNumbers[static_cast<std::size_t>(opened)]; }
+  const InputFile& OpenedFile(int opened) const { return (*this)[NumberOf(opened)]; }
+
+ private:
+  std::vector<InputFile> mFiles;
+  std::vector<int> mNumbers;
+  std::unique_ptr<Inputs> mpInputs;
+};

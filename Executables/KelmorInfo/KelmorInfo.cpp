@@ -1,0 +1,13 @@
+#include <exception>
+
+#include "Executables/KelmorInfo/InfoDriver.hpp"
+#include "Utils/ErrorHandling/Signals.hpp"
+#include "Utils/ErrorHandling/TerminateHandler.hpp"
+#include "Utils/Process/Files.hpp"
+
+int main(int argc, char** argv) {
+  std::set_terminate(TerminateHandler);
+  IgnoreFileSizeSignal();
+  RaiseOpenFileLimit();
+  return RunInfo(argc, argv);
+}

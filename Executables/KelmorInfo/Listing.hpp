@@ -1,0 +1,34 @@
+// The datasets of each file, and of all files together.
+#pragma once
+
+#include <iosfwd>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Executables/KelmorInfo/Facts.hpp"
+#include "Executables/KelmorInfo/InputFiles.hpp"
+
+/// One name in all files that have it.
+struct UnionFacts {
+  std::string mName;
+  std::string mKind;
+  std::uint64_t mFiles = 0;
+  std::optional<std::uint64_t> mSteps;  // of all files
+  std::optional<TimeRange> mTimes;
+  std::uint64_t mStoredBytes = 0;
+};
+
+struct Listing {
+  std::vector<InputFile> mFiles;
+  std::vector<std::vector<Facts>> mDatasets;  // per file, ascending by name
+  std::vector<UnionFacts> mUnion;             // ascending by name
+};
+
+Listing MakeListing(InputFiles& files, const std::string& skip);
+
+void PrintListing(std::ostream& os, const Listing& listing, bool verbose);
+void PrintListingAsJson(std::ostream& os, const Listing& listing);
+
+/// Fails, with all of them, if a file did not open or a dataset could not be read.
+void RequireNoProblems(const Listing& listing);

@@ -1,0 +1,48 @@
+// Numbers, names and tables as text for people.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <iosfwd>
+#include <string>
+#include <string_view>
+#include <vector>
+
+/// The shortest decimal that reads back as the same double.
+std::string RoundTrip(double value);
+
+/// "1 step", "2 steps".
+std::string Counted(std::uint64_t count, const std::string& noun);
+
+/// A number of bytes in a handy unit.
+std::string Size(std::uint64_t bytes);
+
+/// With bytes that are no UTF-8 replaced by U+FFFD.
+std::string ValidUtf8(std::string_view text);
+
+/// Valid UTF-8, with control characters as "\n", "\t" or "\x1b": fit for a terminal.
+std::string Printable(std::string_view text);
+
+/// A message of several lines as one.
+std::string OneLine(std::string_view message);
+
+/// As a shell takes it for one word.
+std::string Quoted(const std::string& word);
+
+/// Characters of a UTF-8 text, and the byte at which the n-th begins.
+std::size_t Characters(std::string_view text);
+std::size_t CharacterOffset(std::string_view text, std::size_t n);
+
+/// Lines whose cells stand under each other, two blanks apart.
+class AlignedLines {
+ public:
+  /// `rightAligned` numbers the columns of numbers.
+  explicit AlignedLines(std::vector<std::size_t> rightAligned = {})
+      : mRightAligned(std::move(rightAligned)) {}
+  void Add(std::vector<std::string> cells) { mLines.push_back(std::move(cells)); }
+  void Print(std::ostream& os, const std::string& indent) const;
+
+ private:
+  std::vector<std::size_t> mRightAligned;
+  std::vector<std::vector<std::string>> mLines;
+};
