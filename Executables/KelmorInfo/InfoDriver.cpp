@@ -5,10 +5,14 @@
 #include "Executables/KelmorInfo/InfoOptions.hpp"
 #include "Executables/KelmorInfo/InputFiles.hpp"
 #include "Executables/KelmorInfo/Listing.hpp"
+#include "Executables/KelmorInfo/Plan.hpp"
+#include "Executables/KelmorInfo/PlanReport.hpp"
+#include "Utils/ErrorHandling/CodeError.hpp"
+#include "Utils/ErrorHandling/MyErr.hpp"
 
-int RunInfo(int argc, char** argv) {
-  const CommandLineParser parser(argc, argv, InfoHelpText(), InfoBooleanOptions());
-  const InfoOptions options(parser);
+namespace {
+
+void List(const InfoOptions& options) {
   InputFiles files(options.mJoin.mInputs);
   const Listing listing = MakeListing(files, options.mJoin.mSkip);
   if (options.mJson) {
@@ -18,5 +22,43 @@ int RunInfo(int argc, char** argv) {
   }
   std::cout.flush();
   RequireNoProblems(listing);
+}
+
+Plan ReadAndPlan(int argc, char** argv, bool& json, bool& verbose) {
+  const CommandLineParser parser(argc, argv, InfoHelpText(), InfoBooleanOptions());
+  const InfoOptions options(parser);
+  json = options.mJson;
+  verbose = options.mJoin.mVerbose;
+  InputFiles files(options.mJoin.mInputs);
+  return MakePlan(files, options.mJoin);
+}
+
+// What fails here fails because of the command line: failures of files are part of the plan.
+int PlanJoin(int argc, char** argv) {
+  Plan plan;
+  bool json = false;
+  bool verbose = false;
+  try {
+    plan = ReadAndPlan(argc, argv, json, verbose);
+  } catch (const CodeError& error) {
+    MyErr << error.Message();
+    return 2;
+  }
+  if (json) {
+    PrintPlanAsJson(std::cout, plan);
+  } else {
+    PrintPlan(std::cout, plan, verbose);
+  }
+  return plan.Joins() ? 0 : 1;
+}
+
+}  // namespace
+
+int RunInfo(int argc, char** argv) {
+  if (AsksForPlan(argc, argv)) {
+    return PlanJoin(argc, argv);
+  }
+  const CommandLineParser parser(argc, argv, InfoHelpText(), InfoBooleanOptions());
+  List(InfoOptions(parser));
   return 0;
 }

@@ -119,13 +119,17 @@ std::size_t CharacterOffset(std::string_view text, std::size_t n) {
 
 void AlignedLines::Print(std::ostream& os, const std::string& indent) const {
   std::vector<std::size_t> widths;
-  for (const std::vector<std::string>& cells : mLines) {
+  for (const auto& [cells, text] : mLines) {
     widths.resize(std::max(widths.size(), cells.size()));
     for (std::size_t i = 0; i < cells.size(); ++i) {
       widths[i] = std::max(widths[i], Characters(cells[i]));
     }
   }
-  for (const std::vector<std::string>& cells : mLines) {
+  for (const auto& [cells, text] : mLines) {
+    if (cells.empty()) {
+      os << text;
+      continue;
+    }
     std::string line = indent;
     for (std::size_t i = 0; i < cells.size(); ++i) {
       const std::string padding(widths[i] - Characters(cells[i]), ' ');

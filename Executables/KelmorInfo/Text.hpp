@@ -39,10 +39,16 @@ class AlignedLines {
   /// `rightAligned` numbers the columns of numbers.
   explicit AlignedLines(std::vector<std::size_t> rightAligned = {})
       : mRightAligned(std::move(rightAligned)) {}
-  void Add(std::vector<std::string> cells) { mLines.push_back(std::move(cells)); }
+  void Add(std::vector<std::string> cells) { mLines.push_back({std::move(cells), ""}); }
+  /// Lines between them, which have no cells; each ends with a newline.
+  void AddText(std::string text) { mLines.push_back({{}, std::move(text)}); }
   void Print(std::ostream& os, const std::string& indent) const;
 
  private:
+  struct Line {
+    std::vector<std::string> mCells;
+    std::string mText;  // if there are no cells
+  };
   std::vector<std::size_t> mRightAligned;
-  std::vector<std::vector<std::string>> mLines;
+  std::vector<Line> mLines;
 };

@@ -1,0 +1,80 @@
+// What a join would do with some files: which steps of each it would keep, and what disagrees. It
+// is made with the join's own discovery, checks and selection, reads times but no other values
+// (texts and version records apart), and is plain data that is then printed or drawn.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "Executables/Kelmor/Options.hpp"
+#include "Executables/KelmorInfo/InputFiles.hpp"
+
+/// Neighbouring steps of one file that are all kept, without a gap between them, or all wiped.
+struct PlanPiece {
+  bool mIsKept;
+  std::uint64_t mSteps;
+  double mFirst;  // times of the first step and the last
+  double mLast;
+  friend bool operator==(const PlanPiece&, const PlanPiece&) = default;
+};
+
+/// The part of one file in a dataset.
+struct PlannedFile {
+  int mFile;  // its number among the files of the plan
+  std::uint64_t mKept = 0;
+  std::uint64_t mTotal = 0;
+  std::vector<PlanPiece> mPieces;  // in the order of the steps
+  friend bool operator==(const PlannedFile&, const PlannedFile&) = default;
+};
+
+/// Two kept steps, one after the other, that lie more than four times as far apart as either does
+/// from its other neighbour.
+struct PlanGap {
+  double mFrom;
+  double mTo;
+  friend bool operator==(const PlanGap&, const PlanGap&) = default;
+};
+
+/// What becomes of the steps of a dataset. Of datasets without times it tells the files only.
+struct PlannedSteps {
+  std::vector<PlannedFile> mFiles;  // that hold it and agree, in order
+  bool mHasTimes = false;
+  std::uint64_t mKept = 0;
+  std::uint64_t mTotal = 0;
+  double mMaximumGap = 0;
+  std::vector<PlanGap> mGaps;
+  friend bool operator==(const PlannedSteps&, const PlannedSteps&) = default;
+};
+
+struct PlannedDataset {
+  std::string mName;
+  std::string mKind;
+  std::size_t mSteps = 0;    // which of the plan's
+  std::uint64_t mBytes = 0;  // of all that is kept, uncompressed
+  bool mAgrees = true;
+};
+
+struct Disagreement {
+  std::string mDataset;  // empty if it is about a file as a whole
+  std::string mFile;     // empty if it is about none
+  std::string mReason;
+};
+
+struct Plan {
+  std::vector<InputFile> mFiles;
+  double mDeltaT = 0;
+  bool mNoWipe = false;
+  std::vector<PlannedDataset> mDatasets;  // in the order of joining
+  std::vector<PlannedSteps> mSteps;       // each different from the others
+  std::vector<Disagreement> mDisagreements;
+  std::uint64_t mBytes = 0;
+
+  bool Joins() const { return mDisagreements.empty(); }
+  const PlannedSteps& StepsOf(const PlannedDataset& dataset) const {
+    return mSteps[dataset.mSteps];
+  }
+};
+
+/// Fails only if the glob of datasets to be skipped is none.
+Plan MakePlan(InputFiles& files, const Options& options);

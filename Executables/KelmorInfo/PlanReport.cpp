@@ -1,0 +1,142 @@
+#include "Executables/KelmorInfo/PlanReport.hpp"
+
+#include <nlohmann/json.hpp>
+#include <ostream>
+#include <sstream>
+
+#include "Executables/KelmorInfo/Text.hpp"
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+std::string Range(double from, double to) {
+  return from == to ? RoundTrip(from) : RoundTrip(from) + " ... " + RoundTrip(to);
+}
+
+// "8 steps at t = 7 ... 7.875", one after the other.
+std::string Wiped(const PlannedFile& file, bool verbose) {
+  constexpr std::size_t mostRanges = 4;
+  std::string text;
+  std::size_t ranges = 0;
+  for (const PlanPiece& piece : file.mPieces) {
+    if (!piece.mIsKept && (++ranges <= mostRanges || verbose)) {
+      text += (text.empty() ? "" : ", ") + Counted(piece.mSteps, "step") +
+              " at t = " + Range(piece.mFirst, piece.mLast);
+    }
+  }
+  if (ranges > mostRanges && !verbose) {
+    text += ", and " + Counted(ranges - mostRanges, "more range");
+  }
+  return text.empty() ? "nothing" : text;
+}
+
+void PrintSteps(std::ostream& os, const Plan& plan, const PlannedSteps& steps, bool verbose) {
+  os << "    keeping " << steps.mKept << " of " << Counted(steps.mTotal, "step");
+  if (!plan.mNoWipe) {
+    os << ", maximum time-gap is " << RoundTrip(steps.mMaximumGap);
+  }
+  os << '\n';
+  AlignedLines lines({1});
+  for (const PlannedFile& file : steps.mFiles) {
+    lines.Add({Printable(plan.mFiles[static_cast<std::size_t>(file.mFile)].mName),
+               std::to_string(file.mKept) + " of " + std::to_string(file.mTotal),
+               "wiping " + Wiped(file, verbose)});
+  }
+  lines.Print(os, "      ");
+  for (const PlanGap& gap : steps.mGaps) {
+    os << "      gap between t = " << RoundTrip(gap.mFrom) << " and " << RoundTrip(gap.mTo) << '\n';
+  }
+}
+
+void PrintDisagreements(std::ostream& os, const Plan& plan) {
+  for (const Disagreement& disagreement : plan.mDisagreements) {
+    os << "  " << Printable(disagreement.mDataset)
+       << (disagreement.mDataset.empty() || disagreement.mFile.empty() ? "" : " in ")
+       << Printable(disagreement.mFile) << ":\n    " << disagreement.mReason << '\n';
+  }
+}
+
+}  // namespace
+
+void PrintPlan(std::ostream& os, const Plan& plan, bool verbose) {
+  if (!plan.Joins()) {
+    os << "Kelmor would refuse these files:\n";
+    PrintDisagreements(os, plan);
+    os << '\n';
+  } else if (plan.mDatasets.empty()) {
+    os << "Kelmor would find no datasets and write no output.\n";
+    return;
+  } else {
+    os << "Kelmor would join " << Counted(plan.mFiles.size(), "file") << " into "
+       << Counted(plan.mDatasets.size(), "dataset") << ", " << Size(plan.mBytes)
+       << " uncompressed.\n\n";
+  }
+  // What shares its steps stands together.
+  AlignedLines lines({2});
+  for (std::size_t number = 0; number < plan.mSteps.size(); ++number) {
+    const PlannedSteps& steps = plan.mSteps[number];
+    for (const PlannedDataset& dataset : plan.mDatasets) {
+      if (dataset.mSteps == number) {
+        lines.Add({dataset.mKind, Printable(dataset.mName), Size(dataset.mBytes),
+                   "from " + Counted(steps.mFiles.size(), "file"),
+                   dataset.mAgrees ? "" : "DISAGREES"});
+      }
+    }
+    if (steps.mHasTimes) {
+      std::ostringstream text;
+      PrintSteps(text, plan, steps, verbose);
+      lines.AddText(text.str());
+    }
+  }
+  lines.Print(os, "  ");
+}
+
+void PrintPlanAsJson(std::ostream& os, const Plan& plan) {
+  Json json = {{"joins", plan.Joins()},    {"bytes", plan.mBytes},
+               {"DeltaT", plan.mDeltaT},   {"NoWipe", plan.mNoWipe},
+               {"files", Json::array()},   {"disagreements", Json::array()},
+               {"datasets", Json::array()}};
+  for (const InputFile& file : plan.mFiles) {
+    json["files"].push_back(file.mName);
+  }
+  for (const Disagreement& disagreement : plan.mDisagreements) {
+    json["disagreements"].push_back({{"dataset", disagreement.mDataset},
+                                     {"file", disagreement.mFile},
+                                     {"reason", disagreement.mReason}});
+  }
+  for (const PlannedDataset& dataset : plan.mDatasets) {
+    const PlannedSteps& steps = plan.StepsOf(dataset);
+    Json entry = {{"name", dataset.mName},
+                  {"kind", dataset.mKind},
+                  {"bytes", dataset.mBytes},
+                  {"agrees", dataset.mAgrees}};
+    if (steps.mHasTimes) {
+      entry["kept"] = steps.mKept;
+      entry["total"] = steps.mTotal;
+      entry["maximum_gap"] = steps.mMaximumGap;
+      entry["gaps"] = Json::array();
+      for (const PlanGap& gap : steps.mGaps) {
+        entry["gaps"].push_back({gap.mFrom, gap.mTo});
+      }
+    }
+    entry["files"] = Json::array();
+    for (const PlannedFile& file : steps.mFiles) {
+      Json part = {{"file", plan.mFiles[static_cast<std::size_t>(file.mFile)].mName}};
+      if (steps.mHasTimes) {
+        part["kept"] = file.mKept;
+        part["total"] = file.mTotal;
+        part["pieces"] = Json::array();
+        for (const PlanPiece& piece : file.mPieces) {
+          part["pieces"].push_back({{"kept", piece.mIsKept},
+                                    {"steps", piece.mSteps},
+                                    {"from", piece.mFirst},
+                                    {"to", piece.mLast}});
+        }
+      }
+      entry["files"].push_back(std::move(part));
+    }
+    json["datasets"].push_back(std::move(entry));
+  }
+  os << json.dump(2, ' ', false, Json::error_handler_t::replace) << '\n';
+}

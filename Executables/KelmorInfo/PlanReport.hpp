@@ -1,0 +1,10 @@
+// A plan as text and as JSON.
+#pragma once
+
+#include <iosfwd>
+
+#include "Executables/KelmorInfo/Plan.hpp"
+
+/// Of many time ranges that are wiped, all are named only if `verbose`.
+void PrintPlan(std::ostream& os, const Plan& plan, bool verbose);
+void PrintPlanAsJson(std::ostream& os, const Plan& plan);
