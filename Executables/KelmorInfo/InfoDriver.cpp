@@ -2,11 +2,13 @@
 
 #include <iostream>
 
+#include "Executables/KelmorInfo/Check.hpp"
 #include "Executables/KelmorInfo/InfoOptions.hpp"
 #include "Executables/KelmorInfo/InputFiles.hpp"
 #include "Executables/KelmorInfo/Listing.hpp"
 #include "Executables/KelmorInfo/Plan.hpp"
 #include "Executables/KelmorInfo/PlanReport.hpp"
+#include "Executables/KelmorInfo/Text.hpp"
 #include "Utils/ErrorHandling/CodeError.hpp"
 #include "Utils/ErrorHandling/MyErr.hpp"
 
@@ -22,6 +24,21 @@ void List(const InfoOptions& options) {
   }
   std::cout.flush();
   RequireNoProblems(listing);
+}
+
+int Check(const InfoOptions& options) {
+  InputFiles joined({options.mJoined});
+  InputFiles files(options.mJoin.mInputs);
+  const CheckResult result = CheckJoin(joined, files, options.mJoin);
+  if (!result.mDifference.empty()) {
+    std::cout << result.mDifference << '\n';
+    return 1;
+  }
+  std::cout << Printable(options.mJoined) << " is the join of "
+            << Counted(files.Files().size(), "file") << ": " << Counted(result.mDatasets, "dataset")
+            << ", " << Counted(result.mSteps, "step") << ", " << Size(result.mBytes)
+            << " compared\n";
+  return 0;
 }
 
 Plan ReadAndPlan(int argc, char** argv, bool& json, bool& verbose) {
@@ -59,6 +76,10 @@ int RunInfo(int argc, char** argv) {
     return PlanJoin(argc, argv);
   }
   const CommandLineParser parser(argc, argv, InfoHelpText(), InfoBooleanOptions());
-  List(InfoOptions(parser));
+  const InfoOptions options(parser);
+  if (options.mMode == InfoOptions::Mode::Check) {
+    return Check(options);
+  }
+  List(options);
   return 0;
 }

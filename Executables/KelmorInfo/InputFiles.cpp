@@ -5,6 +5,7 @@
 
 #include "Executables/KelmorInfo/Text.hpp"
 #include "Utils/ErrorHandling/CodeError.hpp"
+#include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/H5/H5_Utils.hpp"
 #include "Utils/Process/Files.hpp"
 
@@ -26,7 +27,7 @@ std::string InnermostH5Error() {
 }
 
 // What the library says against opening the file; empty if it opens.
-std::string WhyNotOpened(const std::string& path) {
+std::string OpenError(const std::string& path) {
   PropertyListHandle fapl_id(H5Pcreate(H5P_FILE_ACCESS));
   Vexa_H5::set_libver_bounds(fapl_id);
   Handle<H5Fclose> file_id(H5Fopen(path.c_str(), H5F_ACC_RDONLY, fapl_id));
@@ -51,7 +52,7 @@ std::string Advice(const std::string& reason, const std::string& path) {
 }
 
 OpenProblem Diagnose(const std::string& path, const CodeError& error) {
-  const std::string reason = IsRegularFile(path) ? WhyNotOpened(path) : "";
+  const std::string reason = IsRegularFile(path) ? OpenError(path) : "";
   if (reason.empty()) {
     return {OneLine(error.Reason()), ""};
   }
@@ -59,6 +60,23 @@ OpenProblem Diagnose(const std::string& path, const CodeError& error) {
 }
 
 }  // namespace
+
+std::string WhyNotOpened(const InputFile& file) {
+  if (file.mOpens) {
+    return "";
+  }
+  const std::string& advice = file.mProblem.mAdvice;
+  return "File '" + file.mName + "' cannot be opened: " + file.mProblem.mReason + "\n" + advice +
+         (advice.empty() ? "" : "\n");
+}
+
+void InputFiles::RequireAllOpen() const {
+  std::string problems;
+  for (const InputFile& file : mFiles) {
+    problems += WhyNotOpened(file);
+  }
+  REQUIRE(problems.empty(), problems);
+}
 
 InputFiles::InputFiles(const MyVector<std::string>& names) {
   const MuteH5Errors mute;

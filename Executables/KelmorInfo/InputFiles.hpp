@@ -20,6 +20,9 @@ struct InputFile {
   OpenProblem mProblem;  // if it does not open
 };
 
+/// What is said of a file that does not open, ending with a newline; empty for one that does.
+std::string WhyNotOpened(const InputFile& file);
+
 /// Tries every file, for reading only, and lends those that open to who reads them.
 class InputFiles {
  public:
@@ -27,6 +30,9 @@ class InputFiles {
 
   const std::vector<InputFile>& Files() const { return mFiles; }
   const InputFile& operator[](int file) const { return mFiles[static_cast<std::size_t>(file)]; }
+
+  /// Fails, with all of them, unless all files open.
+  void RequireAllOpen() const;
 
   /// Those that open, in order, and the number that each of them has among all files.
   Inputs& Opened() { return *mpInputs; }

@@ -207,11 +207,7 @@ void RequireNoProblems(const Listing& listing) {
   std::string problems;
   for (std::size_t i = 0; i < listing.mFiles.size(); ++i) {
     const InputFile& file = listing.mFiles[i];
-    const std::string inFile = "File '" + file.mName + "'";
-    if (!file.mOpens) {
-      problems += inFile + " cannot be opened: " + file.mProblem.mReason + "\n";
-      problems += file.mProblem.mAdvice.empty() ? "" : file.mProblem.mAdvice + "\n";
-    }
+    problems += WhyNotOpened(file);
     for (const Facts& facts : listing.mDatasets[i]) {
       if (!facts.mProblem.empty()) {
         problems += "Object '" + facts.mName + "' of file '" + file.mName + "': ";
