@@ -105,8 +105,8 @@ class Checker {
                    const T& expected) const {
     if (!(joined == expected)) {
       std::ostringstream text;
-      text << task.mName << " has " << what << " " << joined << " in " << mJoinedName
-           << ", but the files joined give " << expected;
+      text << task.mName << ": the " << what << " is " << joined << " in " << mJoinedName
+           << ", but should be " << expected;
       throw Difference{text.str()};
     }
   }
@@ -141,8 +141,8 @@ class Checker {
       for (std::size_t i = 0; i < history.size(); ++i) {
         const auto& [hash, help] = agreement.History()[i];
         const std::string entry = "entry " + std::to_string(i);
-        RequireSame(task, "the hash of " + entry, history[i].first, hash);
-        RequireSame(task, "the text of " + entry, history[i].second, help);
+        RequireSame(task, "hash of " + entry, history[i].first, hash);
+        RequireSame(task, "text of " + entry, history[i].second, help);
       }
     });
     mResult.mBytes += characters;
@@ -170,7 +170,7 @@ class Checker {
       position += part.size();
     }
     RequirePresence(task, position > 0);
-    RequireSame(task, "a text of this length:", text.size(), position);
+    RequireSame(task, "length of the text", text.size(), position);
     mResult.mBytes += position;
   }
 
@@ -186,8 +186,8 @@ class Checker {
     const SelectedSteps steps = SelectSteps(mOptions, times);
     RequirePresence(task, true);
     mJoined.Visit<Dat>(0, task.mName, [&](const Dat& dat) {
-      RequireSame(task, "the legend", dat.GetLegend(), agreement.Legend());
-      RequireSame(task, "this many steps:", dat.GetExtents()[0],
+      RequireSame(task, "legend", dat.GetLegend(), agreement.Legend());
+      RequireSame(task, "number of steps", dat.GetExtents()[0],
                   static_cast<unsigned long long>(steps.mKept));
     });
     const TableView view = {[&](std::size_t holder, std::uint64_t row) {
@@ -211,8 +211,8 @@ class Checker {
     }
     RequirePresence(task, true);
     const StepIndex index = mJoined.Visit<Coef>(0, task.mName, [&](const Coef& coef) {
-      RequireSame(task, "the time", coef.GetTimeDescription(), timeDescription);
-      RequireSame(task, "the data", coef.GetDataDescription(), dataDescription);
+      RequireSame(task, "description of the time", coef.GetTimeDescription(), timeDescription);
+      RequireSame(task, "description of the data", coef.GetDataDescription(), dataDescription);
       return coef.RetrieveIndex_();
     });
     CheckIndexed<Coef>(task, indices, index);
@@ -232,10 +232,10 @@ class Checker {
     }
     RequirePresence(task, true);
     const StepIndex index = mJoined.Visit<Tdm>(0, task.mName, [&](const Tdm& tdm) {
-      RequireSame(task, "the tensor structure", tdm.GetStructure(), *agreement.Structure());
-      RequireSame(task, "meshes of the dimension", tdm.GetDataMeshDim(), agreement.DataMeshDim());
-      RequireSame(task, "the time", tdm.GetTimeDescription(), timeDescription);
-      RequireSame(task, "the data", tdm.GetDataDescription(), dataDescription);
+      RequireSame(task, "tensor structure", tdm.GetStructure(), *agreement.Structure());
+      RequireSame(task, "dimension of the meshes", tdm.GetDataMeshDim(), agreement.DataMeshDim());
+      RequireSame(task, "description of the time", tdm.GetTimeDescription(), timeDescription);
+      RequireSame(task, "description of the data", tdm.GetDataDescription(), dataDescription);
       return tdm.RetrieveCheckedIndex_();
     });
     CheckIndexed<Tdm>(task, indices, index);
@@ -277,13 +277,13 @@ class Checker {
 
   void CompareIndex(const JoinTask& task, const StepIndex& joined,
                     const StepIndex& expected) const {
-    RequireSame(task, "this many steps:", joined.Size(), expected.Size());
+    RequireSame(task, "number of steps", joined.Size(), expected.Size());
     for (std::uint64_t i = 0; i < joined.Size(); ++i) {
-      const std::string ofStep = " of step " + std::to_string(i) + ":";
-      RequireSameBits(task, "the time" + ofStep, joined.mTimes[i], expected.mTimes[i]);
-      RequireSame(task, "the number of values" + ofStep, joined.Values(i), expected.Values(i));
+      const std::string ofStep = " of step " + std::to_string(i);
+      RequireSameBits(task, "time" + ofStep, joined.mTimes[i], expected.mTimes[i]);
+      RequireSame(task, "number of values" + ofStep, joined.Values(i), expected.Values(i));
       for (std::size_t k = 0; k < expected.mExtras.size(); ++k) {
-        RequireSameBits(task, "the extent " + std::to_string(k) + " of the mesh" + ofStep,
+        RequireSameBits(task, "extent " + std::to_string(k) + " of the mesh" + ofStep,
                         joined.mExtras[k][i], expected.mExtras[k][i]);
       }
     }
