@@ -7,6 +7,7 @@
 #include "Executables/KelmorInfo/InputFiles.hpp"
 #include "Executables/KelmorInfo/Listing.hpp"
 #include "Executables/KelmorInfo/Plan.hpp"
+#include "Executables/KelmorInfo/PlanPicture.hpp"
 #include "Executables/KelmorInfo/PlanReport.hpp"
 #include "Executables/KelmorInfo/Text.hpp"
 #include "Utils/ErrorHandling/CodeError.hpp"
@@ -41,32 +42,38 @@ int Check(const InfoOptions& options) {
   return 0;
 }
 
-Plan ReadAndPlan(int argc, char** argv, bool& json, bool& verbose) {
+struct PlanRun {
+  bool mJson = false;
+  bool mVerbose = false;
+  std::string mPicture;
+  Plan mPlan;
+};
+
+PlanRun ReadAndPlan(int argc, char** argv) {
   const CommandLineParser parser(argc, argv, InfoHelpText(), InfoBooleanOptions());
   const InfoOptions options(parser);
-  json = options.mJson;
-  verbose = options.mJoin.mVerbose;
   InputFiles files(options.mJoin.mInputs);
-  return MakePlan(files, options.mJoin);
+  return {options.mJson, options.mJoin.mVerbose, options.mPicture, MakePlan(files, options.mJoin)};
 }
 
 // What fails here fails because of the command line: failures of files are part of the plan.
 int PlanJoin(int argc, char** argv) {
-  Plan plan;
-  bool json = false;
-  bool verbose = false;
+  PlanRun run;
   try {
-    plan = ReadAndPlan(argc, argv, json, verbose);
+    run = ReadAndPlan(argc, argv);
   } catch (const CodeError& error) {
     MyErr << error.Message();
     return 2;
   }
-  if (json) {
-    PrintPlanAsJson(std::cout, plan);
+  if (run.mJson) {
+    PrintPlanAsJson(std::cout, run.mPlan);
   } else {
-    PrintPlan(std::cout, plan, verbose);
+    PrintPlan(std::cout, run.mPlan, run.mVerbose);
   }
-  return plan.Joins() ? 0 : 1;
+  if (!run.mPicture.empty()) {
+    WritePicture(run.mPicture, DrawPlan(run.mPlan));
+  }
+  return run.mPlan.Joins() ? 0 : 1;
 }
 
 }  // namespace

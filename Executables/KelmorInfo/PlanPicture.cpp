@@ -1,0 +1,504 @@
+#include "Executables/KelmorInfo/PlanPicture.hpp"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+#include <memory>
+#include <optional>
+#include <set>
+
+#include "Executables/KelmorInfo/Svg.hpp"
+#include "Executables/KelmorInfo/Text.hpp"
+#include "Utils/ErrorHandling/Require.hpp"
+#include "Utils/StringParsing/PathUtilities.hpp"
+
+namespace {
+
+constexpr double sWidth = 960;
+constexpr double sMargin = 24;
+constexpr double sCountsWidth = 72;  // right of the bars
+constexpr std::size_t sMostPanels = 60;
+constexpr std::size_t sMostDisagreements = 8;
+
+constexpr char sInk[] = "fill=\"#222\"";
+constexpr char sGrey[] = "fill=\"#767676\"";
+constexpr char sRed[] = "fill=\"#b3261e\"";
+constexpr char sKept[] = "fill=\"#2f6690\"";
+constexpr char sJoined[] = "fill=\"#1b2f40\"";
+constexpr char sWiped[] = "fill=\"url(#wiped)\" stroke=\"#c8553d\" stroke-width=\"0.7\"";
+constexpr char sGap[] = "fill=\"#f6d57a\" fill-opacity=\"0.45\"";
+constexpr char sGrid[] = "stroke=\"#e4e4e4\" stroke-width=\"1\"";
+constexpr char sRow[] = "stroke=\"#efefef\" stroke-width=\"0.8\"";
+constexpr char sAxis[] = "stroke=\"#444\" stroke-width=\"1\"";
+constexpr char sHatching[] =
+    "<pattern id=\"wiped\" width=\"4\" height=\"4\" patternUnits=\"userSpaceOnUse\" "
+    "patternTransform=\"rotate(45)\"><rect width=\"4\" height=\"4\" fill=\"#fbe9e4\"/>"
+    "<line x1=\"0\" y1=\"0\" x2=\"0\" y2=\"4\" stroke=\"#c8553d\" stroke-width=\"2\"/>"
+    "</pattern>";
+
+std::string Anchored(const char* style, const char* anchor) {
+  return std::string(style) + " text-anchor=\"" + anchor + "\"";
+}
+
+// Times, and where they lie from left to right.
+class TimeScale {
+ public:
+  TimeScale(const Plan& plan, double left, double right) : mLeft(left), mRight(right) {
+    bool isFirst = true;
+    for (const PlannedSteps& steps : plan.mSteps) {
+      for (const PlannedFile& file : steps.mFiles) {
+        for (const PlanPiece& piece : file.mPieces) {
+          for (const double time : {piece.mFirst, piece.mLast}) {
+            if (std::isfinite(time)) {
+              mFrom = isFirst ? time : std::min(mFrom, time);
+              mTo = isFirst ? time : std::max(mTo, time);
+              isFirst = false;
+            }
+          }
+        }
+      }
+    }
+    if (mFrom == mTo) {
+      mFrom -= 0.5;
+      mTo += 0.5;
+    }
+  }
+
+  double At(double time) const {
+    if (std::isnan(time)) {
+      return mLeft;
+    }
+    // Halved first: the distance of the largest doubles is infinite.
+    const double part = (time / 2 - mFrom / 2) / (mTo / 2 - mFrom / 2);
+    return mLeft + std::clamp(part, 0.0, 1.0) * (mRight - mLeft);
+  }
+
+  struct Tick {
+    double mX;
+    std::string mLabel;
+  };
+  // Of round times, about eight of them.
+  std::vector<Tick> Ticks() const {
+    const double aim = (mTo / 8 - mFrom / 8);
+    const double power = std::pow(10.0, std::floor(std::log10(aim)));
+    const double step = power * (aim / power < 1.5   ? 1
+                                 : aim / power < 3.5 ? 2
+                                 : aim / power < 7.5 ? 5
+                                                     : 10);
+    std::vector<Tick> ticks;
+    const double first = std::ceil(mFrom / step);
+    for (int i = 0; i < 20; ++i) {
+      const double time = (first + i) * step;
+      if (!(time <= mTo)) {
+        break;
+      }
+      ticks.push_back({At(time), Label(time, step)});
+    }
+    return ticks;
+  }
+
+ private:
+  // A multiple of `step`, with the digits that tell it from its neighbours.
+  std::string Label(double time, double step) const {
+    const double largest = std::max(std::abs(mFrom), std::abs(mTo));
+    const int power = static_cast<int>(std::floor(std::log10(step) + 1e-9));
+    std::array<char, 64> text;
+    std::to_chars_result result{};
+    if (largest < 1e7 && power >= -6) {
+      result = std::to_chars(text.begin(), text.end(), time + 0.0, std::chars_format::fixed,
+                             std::max(0, -power));
+    } else {
+      const int digits = std::clamp(static_cast<int>(std::log10(largest)) - power + 1, 1, 17);
+      result =
+          std::to_chars(text.begin(), text.end(), time + 0.0, std::chars_format::general, digits);
+    }
+    return {text.data(), result.ptr};
+  }
+
+  double mLeft;
+  double mRight;
+  double mFrom = 0;
+  double mTo = 0;
+};
+
+// Bars that would touch are one: a long series of single steps is drawn as what one sees of it.
+struct Bar {
+  double mFrom;
+  double mTo;
+};
+void AddBar(std::vector<Bar>& bars, double from, double to) {
+  constexpr double thinnest = 1.2;
+  constexpr double touching = 0.6;
+  if (to - from < thinnest) {
+    const double middle = (from + to) / 2;
+    from = middle - thinnest / 2;
+    to = middle + thinnest / 2;
+  }
+  if (!bars.empty() && from >= bars.back().mFrom && from - bars.back().mTo < touching) {
+    bars.back().mTo = std::max(bars.back().mTo, to);
+  } else {
+    bars.push_back({from, to});
+  }
+}
+
+class Picture {
+ public:
+  explicit Picture(const Plan& plan)
+      : mPlan(plan),
+        mLabels(FileLabels(plan)),
+        mLeft(sMargin + LabelWidth() + 10),
+        mRight(sWidth - sMargin - sCountsWidth),
+        mScale(plan, mLeft, mRight) {}
+
+  std::string Draw() {
+    DrawHeader();
+    const std::vector<std::size_t> panels = Panels();
+    if (!panels.empty()) {
+      const double top = mY;
+      // What lies under the bars is known when they are drawn.
+      Svg header;
+      std::swap(header, mSvg);
+      for (std::size_t i = 0; i < std::min(panels.size(), sMostPanels); ++i) {
+        DrawPanel(panels[i]);
+      }
+      std::swap(header, mSvg);
+      DrawGrid(top, mY);
+      mSvg.Append(header);
+      DrawAxis();
+    }
+    if (panels.size() > sMostPanels) {
+      DrawNote("and " + Counted(panels.size() - sMostPanels, "more panel") + " like these", sGrey);
+    }
+    DrawWhatHasNoTimes();
+    DrawDisagreements();
+    return mSvg.Document(sWidth, mY + sMargin, sHatching);
+  }
+
+ private:
+  static std::vector<std::string> FileLabels(const Plan& plan) {
+    std::vector<std::string> labels;
+    for (const InputFile& file : plan.mFiles) {
+      labels.push_back(GetFilenameFromPath(file.mName));
+    }
+    // Names that are not distinct without their folders get them.
+    if (std::set<std::string>(labels.begin(), labels.end()).size() < labels.size()) {
+      for (std::size_t i = 0; i < labels.size(); ++i) {
+        labels[i] = plan.mFiles[i].mName;
+      }
+    }
+    return labels;
+  }
+
+  double LabelWidth() const {
+    double width = Svg::TextWidth("joined", sLabelSize);
+    for (const std::string& label : mLabels) {
+      width = std::max(width, Svg::TextWidth(label, sLabelSize));
+    }
+    return std::min(width, sWidth / 4);
+  }
+
+  void DrawHeader() {
+    mY = sMargin + 12;
+    const std::string files = Counted(mPlan.mFiles.size(), "file");
+    mSvg.Rect(0, 0, sWidth, 1e5, "fill=\"#fff\"");
+    mSvg.Text(sMargin, mY, 16,
+              mPlan.Joins() ? "Plan of a join of " + files
+                            : "Plan of a join of " + files + " that would fail",
+              std::string(mPlan.Joins() ? sInk : sRed) + " font-weight=\"bold\"");
+    std::string options =
+        mPlan.mNoWipe ? "no step is wiped" : "DeltaT = " + RoundTrip(mPlan.mDeltaT);
+    mSvg.Text(sMargin, mY + 18, 11,
+              Counted(mPlan.mDatasets.size(), "dataset") + ", " + Size(mPlan.mBytes) +
+                  " uncompressed; " + options,
+              sGrey);
+    DrawLegend();
+    mY += 34;
+  }
+
+  void DrawLegend() {
+    double x = mRight + sCountsWidth - 218;
+    const double y = mY - 9;
+    const auto entry = [&](const char* style, const char* text) {
+      mSvg.Rect(x, y, 26, 10, style);
+      x = mSvg.Text(x + 32, y + 9, 11, text, sInk) + 18;
+    };
+    entry(sKept, "kept");
+    entry(sWiped, "wiped");
+    entry(sGap, "gap");
+  }
+
+  std::vector<std::size_t> Panels() const {
+    std::vector<std::size_t> panels;
+    for (std::size_t i = 0; i < mPlan.mSteps.size(); ++i) {
+      if (mPlan.mSteps[i].mHasTimes) {
+        panels.push_back(i);
+      }
+    }
+    return panels;
+  }
+
+  // Names of the datasets of a panel, bold the first, and how many steps are kept.
+  void DrawHeading(std::size_t number) {
+    const PlannedSteps& steps = mPlan.mSteps[number];
+    std::vector<std::string> names;
+    std::string all;
+    bool agree = true;
+    for (const PlannedDataset& dataset : mPlan.mDatasets) {
+      if (dataset.mSteps == number) {
+        names.push_back(dataset.mName);
+        all += (all.empty() ? "" : "\n") + dataset.mName;
+        agree = agree && dataset.mAgrees;
+      }
+    }
+    const double size = 12;
+    const double room = sWidth - 2 * sMargin - 180;
+    const std::string first = Svg::Fitted(names.front(), size, room * 0.6);
+    mSvg.Text(sMargin, mY, size, first, std::string(agree ? sInk : sRed) + " font-weight=\"bold\"",
+              all);
+    // Bold letters are wider.
+    const double x = sMargin + Svg::TextWidth(first, size) * 1.1 + 10;
+    std::string others;
+    for (std::size_t i = 1; i < names.size(); ++i) {
+      const std::string longer = others + (others.empty() ? "" : ", ") + names[i];
+      if (x + Svg::TextWidth(longer, 11) + 90 > sMargin + room) {
+        others += (others.empty() ? "and " : " and ") + Counted(names.size() - i, "other");
+        break;
+      }
+      others = longer;
+    }
+    if (!agree) {
+      others += others.empty() ? "disagrees" : "; not all agree";
+    }
+    mSvg.Text(x, mY, 11, others, agree ? sGrey : sRed, all);
+    mSvg.Text(sWidth - sMargin, mY, 11,
+              std::to_string(steps.mKept) + " of " + Counted(steps.mTotal, "step") + " kept",
+              Anchored(sInk, "end"));
+  }
+
+  // Rows become lower the more there are.
+  static double RowHeight(std::size_t files) {
+    return files <= 6    ? 20
+           : files <= 16 ? 15
+           : files <= 60 ? 11
+                         : std::max(3.0, 660.0 / static_cast<double>(files));
+  }
+
+  void DrawPanel(std::size_t number) {
+    const PlannedSteps& steps = mPlan.mSteps[number];
+    mY += 20;
+    DrawHeading(number);
+    mY += 9;
+    const double row = RowHeight(steps.mFiles.size());
+    const double bottom = mY + row * static_cast<double>(steps.mFiles.size()) + 20;
+    for (const PlanGap& gap : steps.mGaps) {
+      DrawGap(gap, mY, bottom);
+    }
+    double labelled = -1e9;
+    for (const PlannedFile& file : steps.mFiles) {
+      const double size = std::min(sLabelSize, std::max(8.0, row * 0.78));
+      const double base = mY + row / 2 + size * 0.36;
+      // As many labels as have room.
+      if (base - labelled >= size) {
+        DrawLabels(mLabels[static_cast<std::size_t>(file.mFile)], CountText(file), base, size);
+        labelled = base;
+      }
+      mSvg.Line(mLeft, mY + row / 2, mRight, mY + row / 2, sRow);
+      DrawBars(file, mY + row * 0.17, row * 0.66);
+      mY += row;
+    }
+    mSvg.Line(mLeft, mY + 1.5, mRight, mY + 1.5, "stroke=\"#bbb\" stroke-width=\"0.7\"");
+    mY += 3;
+    DrawLabels("joined", std::to_string(steps.mKept), mY + 12.5, sLabelSize);
+    DrawJoined(steps, mY + 4.5, 8);
+    for (const PlanGap& gap : steps.mGaps) {
+      const double from = mScale.At(gap.mFrom);
+      const double to = mScale.At(gap.mTo);
+      const std::string label = "gap " + Rounded(gap.mTo - gap.mFrom);
+      if (Svg::TextWidth(label, 9) * 0.95 < to - from) {
+        mSvg.Text((from + to) / 2, mY + 12, 9, label, Anchored("fill=\"#7a5c00\"", "middle"));
+      }
+    }
+    mY = bottom;
+  }
+
+  static std::string CountText(const PlannedFile& file) {
+    return std::to_string(file.mKept) + " of " + std::to_string(file.mTotal);
+  }
+
+  static std::string Rounded(double value) {
+    std::array<char, 40> text;
+    const auto end = std::to_chars(text.begin(), text.end(), value, std::chars_format::general, 4);
+    return {text.data(), end.ptr};
+  }
+
+  void DrawLabels(const std::string& left, const std::string& right, double base, double size) {
+    mSvg.Text(mLeft - 10, base, size, Svg::Fitted(left, size, mLeft - 10 - sMargin),
+              Anchored(sInk, "end"), left);
+    mSvg.Text(sWidth - sMargin, base, size, right, Anchored(sGrey, "end"));
+  }
+
+  void DrawGap(const PlanGap& gap, double top, double bottom) {
+    const double from = mScale.At(gap.mFrom);
+    const double to = std::max(mScale.At(gap.mTo), from + 1);
+    mSvg.Rect(from, top, to - from, bottom - top, sGap,
+              "gap between " + RoundTrip(gap.mFrom) + " and " + RoundTrip(gap.mTo));
+  }
+
+  static bool HasPlace(const PlanPiece& piece) {
+    return !std::isnan(piece.mFirst) && !std::isnan(piece.mLast);
+  }
+
+  void DrawBars(const PlannedFile& file, double y, double height) {
+    std::vector<Bar> kept;
+    std::vector<Bar> wiped;
+    for (std::size_t i = 0; i < file.mPieces.size(); ++i) {
+      const PlanPiece& piece = file.mPieces[i];
+      if (!HasPlace(piece)) {
+        continue;
+      }
+      double from = mScale.At(piece.mFirst);
+      double to = mScale.At(piece.mLast);
+      // Between kept and wiped steps the bars meet half-way: what is white is a gap.
+      const auto meets = [&](const PlanPiece& other, double here, double there) {
+        return other.mIsKept != piece.mIsKept && HasPlace(other) ? (here + there) / 2 : here;
+      };
+      if (i > 0) {
+        from = meets(file.mPieces[i - 1], from, mScale.At(file.mPieces[i - 1].mLast));
+      }
+      if (i + 1 < file.mPieces.size()) {
+        to = meets(file.mPieces[i + 1], to, mScale.At(file.mPieces[i + 1].mFirst));
+      }
+      AddBar(piece.mIsKept ? kept : wiped, std::min(from, to), std::max(from, to));
+    }
+    const std::string tooltip =
+        mPlan.mFiles[static_cast<std::size_t>(file.mFile)].mName + ": " + CountText(file);
+    for (const Bar& bar : wiped) {
+      mSvg.Rect(bar.mFrom, y, bar.mTo - bar.mFrom, height, sWiped, tooltip);
+    }
+    for (const Bar& bar : kept) {
+      mSvg.Rect(bar.mFrom, y, bar.mTo - bar.mFrom, height, sKept, tooltip);
+    }
+  }
+
+  void DrawJoined(const PlannedSteps& steps, double y, double height) {
+    std::optional<Bar> whole;
+    std::vector<Bar> bars;
+    std::size_t gap = 0;
+    const auto finish = [&] {
+      if (whole) {
+        AddBar(bars, whole->mFrom, whole->mTo);
+      }
+      whole.reset();
+    };
+    for (const PlannedFile& file : steps.mFiles) {
+      for (const PlanPiece& piece : file.mPieces) {
+        if (!piece.mIsKept || !HasPlace(piece)) {
+          continue;
+        }
+        while (gap < steps.mGaps.size() && piece.mFirst >= steps.mGaps[gap].mTo) {
+          finish();
+          ++gap;
+        }
+        const double from = std::min(mScale.At(piece.mFirst), mScale.At(piece.mLast));
+        const double to = std::max(mScale.At(piece.mFirst), mScale.At(piece.mLast));
+        whole = whole ? Bar{std::min(whole->mFrom, from), std::max(whole->mTo, to)} : Bar{from, to};
+      }
+    }
+    finish();
+    for (const Bar& bar : bars) {
+      mSvg.Rect(bar.mFrom, y, bar.mTo - bar.mFrom, height, sJoined);
+    }
+  }
+
+  void DrawGrid(double top, double bottom) {
+    for (const TimeScale::Tick& tick : mScale.Ticks()) {
+      mSvg.Line(tick.mX, top, tick.mX, bottom, sGrid);
+    }
+  }
+
+  void DrawAxis() {
+    mY += 4;
+    mSvg.Line(mLeft, mY, mRight, mY, sAxis);
+    double labelled = 0;
+    for (const TimeScale::Tick& tick : mScale.Ticks()) {
+      mSvg.Line(tick.mX, mY, tick.mX, mY + 5, sAxis);
+      const double half = Svg::TextWidth(tick.mLabel, 11) / 2;
+      if (tick.mX - half > labelled) {
+        mSvg.Text(tick.mX, mY + 18, 11, tick.mLabel, Anchored(sInk, "middle"));
+        labelled = tick.mX + half + 6;
+      }
+    }
+    mSvg.Text((mLeft + mRight) / 2, mY + 36, 12, "time", Anchored(sInk, "middle"));
+    mY += 44;
+  }
+
+  void DrawNote(const std::string& text, const char* style) {
+    mY += 16;
+    mSvg.Text(sMargin, mY, 11, Svg::Fitted(text, 11, sWidth - 2 * sMargin), style, text);
+  }
+
+  void DrawWhatHasNoTimes() {
+    std::string names;
+    std::size_t left = 0;
+    for (const PlannedDataset& dataset : mPlan.mDatasets) {
+      if (mPlan.StepsOf(dataset).mHasTimes) {
+        continue;
+      }
+      if (Svg::TextWidth(names + dataset.mName, 11) > sWidth - 2 * sMargin - 260) {
+        ++left;
+        continue;
+      }
+      names += (names.empty() ? "" : ", ") + dataset.mName;
+    }
+    if (!names.empty() || left > 0) {
+      DrawNote("joined whole, without times: " + names +
+                   (left > 0 ? " and " + Counted(left, "other") : ""),
+               sGrey);
+    }
+  }
+
+  void DrawDisagreements() {
+    const std::vector<Disagreement>& all = mPlan.mDisagreements;
+    mY += all.empty() ? 0 : 6;
+    for (std::size_t i = 0; i < std::min(all.size(), sMostDisagreements); ++i) {
+      const std::string about = all[i].mDataset +
+                                (all[i].mDataset.empty() || all[i].mFile.empty() ? "" : " in ") +
+                                GetFilenameFromPath(all[i].mFile);
+      DrawNote(about + ": " + all[i].mReason, sRed);
+    }
+    if (all.size() > sMostDisagreements) {
+      DrawNote("and " + Counted(all.size() - sMostDisagreements, "more disagreement"), sRed);
+    }
+  }
+
+  static constexpr double sLabelSize = 11;
+
+  const Plan& mPlan;
+  std::vector<std::string> mLabels;
+  double mLeft;  // of the bars
+  double mRight;
+  TimeScale mScale;
+  Svg mSvg;
+  double mY = 0;  // how far down the picture is drawn
+};
+
+}  // namespace
+
+std::string DrawPlan(const Plan& plan) {
+  return Picture(plan).Draw();
+}
+
+void WritePicture(const std::string& path, const std::string& picture) {
+  std::FILE* file = std::fopen(path.c_str(), "wx");
+  REQUIRE(file!=nullptr, "Cannot create picture " << path << ": " << StrError(errno));
+  const bool isWritten = std::fwrite(picture.data(), 1, picture.size(), file) == picture.size();
+  const bool isClosed = std::fclose(file) == 0;
+  const int error = errno;
+  if (!isWritten || !isClosed) {
+    std::remove(path.c_str());
+  }
+  REQUIRE(isWritten && isClosed, "Writing picture " << path << " failed: " << StrError(error));
+}

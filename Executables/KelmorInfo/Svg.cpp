@@ -1,0 +1,101 @@
+#include "Executables/KelmorInfo/Svg.hpp"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+
+#include "Executables/KelmorInfo/Text.hpp"
+
+namespace {
+
+// Of a character of a sans-serif font, compared with its size: rather too much than too little.
+constexpr double sCharacterWidth = 0.58;
+
+std::string Attribute(const char* name, double value) {
+  std::array<char, 64> text;
+  const auto end = std::to_chars(text.begin(), text.end(), value, std::chars_format::fixed, 2);
+  return " " + std::string(name) + "=\"" + std::string(text.data(), end.ptr) + "\"";
+}
+
+}  // namespace
+
+void Svg::Add(const std::string& element, const std::string& content, const std::string& tooltip) {
+  const std::string name = element.substr(0, element.find(' '));
+  const std::string title = tooltip.empty() ? "" : "<title>" + Escaped(tooltip) + "</title>";
+  mBody += "<" + element;
+  mBody += title.empty() && content.empty() ? "/>\n" : ">" + title + content + "</" + name + ">\n";
+}
+
+void Svg::Rect(double x, double y, double width, double height, const std::string& style,
+               const std::string& tooltip) {
+  Add("rect" + Attribute("x", x) + Attribute("y", y) + Attribute("width", width) +
+          Attribute("height", height) + " " + style,
+      "", tooltip);
+}
+
+void Svg::Line(double x1, double y1, double x2, double y2, const std::string& style) {
+  Add("line" + Attribute("x1", x1) + Attribute("y1", y1) + Attribute("x2", x2) +
+          Attribute("y2", y2) + " " + style,
+      "", "");
+}
+
+double Svg::Text(double x, double y, double size, const std::string& text, const std::string& style,
+                 const std::string& tooltip) {
+  Add("text" + Attribute("x", x) + Attribute("y", y) + Attribute("font-size", size) + " " + style,
+      Escaped(text), tooltip);
+  return x + TextWidth(text, size);
+}
+
+std::string Svg::Document(double width, double height, const std::string& definitions) const {
+  return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<svg xmlns=\"http://www.w3.org/2000/svg\"" +
+         Attribute("width", width) + Attribute("height", height) +
+         " font-family=\"Helvetica, Arial, 'DejaVu Sans', sans-serif\">\n<defs>" + definitions +
+         "</defs>\n" + mBody + "</svg>\n";
+}
+
+double Svg::TextWidth(std::string_view text, double size) {
+  return static_cast<double>(Characters(text)) * size * sCharacterWidth;
+}
+
+std::string Svg::Fitted(const std::string& given, double size, double width) {
+  const std::string text = ValidUtf8(given);
+  const std::size_t characters = Characters(text);
+  const auto room =
+      static_cast<std::size_t>(std::max(0.0, width / (size * sCharacterWidth) + 0.01));
+  if (characters <= room || room < 4) {
+    return text;
+  }
+  // The end of a name tells more than its beginning.
+  const std::size_t tail = (room - 1) * 3 / 5;
+  const std::size_t head = room - 1 - tail;
+  return text.substr(0, CharacterOffset(text, head)) + "\xE2\x80\xA6" +
+         text.substr(CharacterOffset(text, characters - tail));
+}
+
+std::string Svg::Escaped(std::string_view text) {
+  const std::string valid = ValidUtf8(text);
+  std::string escaped;
+  for (std::size_t i = 0; i < valid.size(); ++i) {
+    const char c = valid[i];
+    const std::string_view rest = std::string_view(valid).substr(i);
+    if (c == '&') {
+      escaped += "&amp;";
+    } else if (c == '<') {
+      escaped += "&lt;";
+    } else if (c == '>') {
+      escaped += "&gt;";
+    } else if (c == '"') {
+      escaped += "&quot;";
+    } else if (c == '\n' || c == '\t') {
+      escaped += c;
+    } else if (static_cast<unsigned char>(c) < 0x20) {
+      escaped += "\xEF\xBF\xBD";  // XML has no control characters
+    } else if (rest.starts_with("\xEF\xBF\xBE") || rest.starts_with("\xEF\xBF\xBF")) {
+      escaped += "\xEF\xBF\xBD";  // nor these two
+      i += 2;
+    } else {
+      escaped += c;
+    }
+  }
+  return escaped;
+}
