@@ -70,7 +70,8 @@ void JoinFiles(const CommandLineParser& parser) {
   const Holders tdm = Discover(inputs, options, "tdm");
   const Holders txt = Discover(inputs, options, "txt");
   const Holders ver = Discover(inputs, options, "ver");
-  if (dat.size() + coef.size() + tdm.size() + txt.size() + ver.size() == 0) {
+  const std::uint64_t datasets = dat.size() + coef.size() + tdm.size() + txt.size() + ver.size();
+  if (datasets == 0) {
     if (options.mVerbose) {
       std::cout << "no datasets found.  Will not create " << OutputFile << std::endl;
     }
@@ -79,14 +80,20 @@ void JoinFiles(const CommandLineParser& parser) {
 
   auto output =
       std::make_unique<CachedH5File>(OutputFile, ReadWrite, CachedH5File::VersionHistory{}, 0);
-  JoinRun run{options, inputs, *output};
+  Progress progress(!options.mVerbose, datasets, inputs.TotalBytes());
+  JoinRun run{options, inputs, *output, progress};
+  progress.Stage("joining version records");
   ForEachDataset(run, ver, JoinVersion);
+  progress.Stage("joining tables");
   ForEachDataset(run, dat, JoinDat);
+  progress.Stage("joining sets of coefficients");
   ForEachDataset(run, coef, JoinCoef);
+  progress.Stage("joining tensor series");
   ForEachDataset(run, tdm, JoinTdm);
   if (options.mVerbose) {
     std::cout << "all Tdm sets joined and written" << std::endl;
   }
+  progress.Stage("joining texts");
   ForEachDataset(run, txt, JoinTxt);
   CleanUp(inputs, output, options.mVerbose);
 }

@@ -1,7 +1,9 @@
 #include "Executables/Kelmor/Inputs.hpp"
 
 #include <exception>
+#include <filesystem>
 #include <ranges>
+#include <system_error>
 
 #include "Utils/StringParsing/GlobMatches.hpp"
 
@@ -17,6 +19,16 @@ Inputs::Inputs(const MyVector<std::string>& filenames) {
   };
   const auto files = std::views::transform(filenames, open);
   mFiles.assign(MV::Sequence(files.begin(), filenames.size()));
+}
+
+std::uint64_t Inputs::TotalBytes() const {
+  std::uint64_t bytes = 0;
+  for (const CachedH5File& file : mFiles) {
+    std::error_code error;
+    const std::uintmax_t size = std::filesystem::file_size(file.Filename(), error);
+    bytes += error ? 0 : size;
+  }
+  return bytes;
 }
 
 Inputs::Visitor::~Visitor() noexcept(false) {

@@ -17,6 +17,8 @@ class Inputs {
   int Size() const { return static_cast<int>(mFiles.size()); }
   CachedH5File& operator[](int file) { return mFiles[file]; }
   const MyVector<CachedH5File>& Files() const { return mFiles; }
+  /// Of all files on disk.
+  std::uint64_t TotalBytes() const;
 
   /// Lends an object of a file to `read`, under a context that names both in reports, and lets go
   /// of what was opened for it.

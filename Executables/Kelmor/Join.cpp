@@ -25,6 +25,7 @@ void PrintSelection(const JoinRun& run, const JoinTask& task, const SelectedStep
 void ForEachDataset(JoinRun& run, const Holders& datasets,
                     const std::function<void(JoinRun&, const JoinTask&)>& join) {
   for (const auto& [name, holders] : datasets) {
+    run.mProgress.NextDataset();
     join(run, {name, holders});
     TheCachedH5FileHolder().CheckForEmergencyWriteCache();
   }

@@ -8,6 +8,7 @@
 
 #include "Executables/Kelmor/Inputs.hpp"
 #include "Executables/Kelmor/Options.hpp"
+#include "Executables/Kelmor/Progress.hpp"
 #include "Executables/Kelmor/SelectTimeSteps.hpp"
 
 /// Everything that a stage works with.
@@ -15,6 +16,7 @@ struct JoinRun {
   const Options& mOptions;
   Inputs& mInputs;
   CachedH5File& mOutput;
+  Progress& mProgress;
 };
 
 /// One dataset to be joined, and the files that hold it.
@@ -36,7 +38,8 @@ SelectedSteps SelectSteps(const Options& options, const std::vector<MyVector<dou
 /// Tells its result, if verbose.
 void PrintSelection(const JoinRun& run, const JoinTask& task, const SelectedSteps& steps);
 
-/// Joins the datasets one after the other, and lets the file cache check its size after each.
+/// Joins the datasets one after the other, tells the progress, and lets the file cache check its
+/// size after each.
 void ForEachDataset(JoinRun& run, const Holders& datasets,
                     const std::function<void(JoinRun&, const JoinTask&)>& join);
 

@@ -13,6 +13,7 @@ using H5_Objects::Dat;
 // Columns of one input's copy of a table, as far as they are in memory.
 struct Held {
   std::uint64_t mRows = 0;
+  std::uint64_t mStoredBytes = 0;
   std::uint64_t mFirstColumn = 0;
   std::uint64_t mColumns = 0;
   std::unique_ptr<double[]> mValues;  // column after column
@@ -47,6 +48,9 @@ class TableInputs {
   // The kept rows of one column, file after file.
   void Gather(std::uint64_t column, const SelectedSteps& steps, double* values) {
     for (std::size_t i = 0; i < mInputs.size(); ++i) {
+      // Told when a column is written, which takes longer than to read it.
+      mRun.mProgress.Advance(mInputs[i].mStoredBytes, 1,
+                             static_cast<std::uint64_t>(mAgreement.Columns()));
       if (steps.mRuns[i].empty()) {
         continue;
       }
@@ -66,6 +70,7 @@ class TableInputs {
     const auto columns = static_cast<std::uint64_t>(mAgreement.Columns());
     Held held;
     held.mRows = dat.GetExtents()[0];
+    held.mStoredBytes = dat.Layout().mStoredBytes;
     const std::uint64_t bytes = held.mRows * columns * sizeof(double);
     const bool fits = bytes <= mRun.mOptions.mCacheSize - mHeldBytes;
     held.Read(dat, 0, fits ? columns : 1);

@@ -63,6 +63,7 @@ void IndexedInputs::ReadInput(const IndexedGroup& set, StepIndex setIndex) {
   const StepIndex& index = mIndices.back();
   const std::uint64_t values = index.Size() == 0 ? 0 : index.mEnds.back();
   const std::uint64_t bytes = values * sizeof(double);
+  mStoredBytes.push_back(set.Index().Layout().mStoredBytes + set.Values().Layout().mStoredBytes);
   if (bytes <= sSmallSetBytes && mHeldBytes + bytes <= mRun.mOptions.mCacheSize) {
     mHeld.back().resize(values);
     set.RetrieveValues_(0, values, mHeld.back().data());
@@ -92,6 +93,7 @@ std::uint64_t IndexedInputs::KeptValues() const {
 
 void IndexedInputs::CopyFromFile(std::size_t i, const IndexedGroup& set,
                                  ValueWriter& writer) const {
+  const std::uint64_t kept = KeptValues(i);
   // Reads end where the input's chunks end, so that each chunk is inflated once.
   const std::uint64_t chunk = std::max<std::uint64_t>(set.ValuesPerChunk(), 1);
   const std::uint64_t pass = std::max<std::uint64_t>(sBlockValues / chunk, 1) * chunk;
@@ -100,6 +102,7 @@ void IndexedInputs::CopyFromFile(std::size_t i, const IndexedGroup& set,
     while (first < run.mOnePastLast) {
       const std::uint64_t count = std::min(pass - first % pass, run.mOnePastLast - first);
       set.RetrieveValues_(first, count, writer.Room(count));
+      mRun.mProgress.Advance(mStoredBytes[i], count, kept);
       first += count;
     }
   }
@@ -107,8 +110,11 @@ void IndexedInputs::CopyFromFile(std::size_t i, const IndexedGroup& set,
 
 void IndexedInputs::CopyHeld(std::size_t i, ValueWriter& writer) const {
   for (const StepRun& run : ValueRuns(mIndices[i], mSteps.mRuns[i])) {
-    std::copy_n(mHeld[i].data() + run.mFirst, run.Size(), writer.Room(run.Size()));
+    if (run.Size() > 0) {
+      std::copy_n(mHeld[i].data() + run.mFirst, run.Size(), writer.Room(run.Size()));
+    }
   }
+  mRun.mProgress.Advance(mStoredBytes[i]);
 }
 
 IndexedInputs::ValueWriter::ValueWriter(IndexedGroup& output)

@@ -48,14 +48,11 @@ class IndexedInputs {
     output.WriteIndexImmediately_(KeptIndex(mIndices, mSteps));
     ValueWriter writer(output);
     for (std::size_t i = 0; i < mIndices.size(); ++i) {
-      if (KeptValues(i) == 0) {
-        continue;
-      }
-      if (mHeld[i].empty()) {
+      if (KeptValues(i) == 0 || !mHeld[i].empty()) {
+        CopyHeld(i, writer);
+      } else {
         mRun.mInputs.Visit<KIND>(mTask.mHolders[i], mTask.mName,
                                  [&](const KIND& set) { CopyFromFile(i, set, writer); });
-      } else {
-        CopyHeld(i, writer);
       }
     }
     writer.Finish();
@@ -92,5 +89,6 @@ class IndexedInputs {
   std::vector<H5_Objects::StepIndex> mIndices;  // one per holder
   std::vector<std::vector<double>> mHeld;       // values of small sets, else empty
   std::uint64_t mHeldBytes = 0;
+  std::vector<std::uint64_t> mStoredBytes;  // on disk, one per holder
   SelectedSteps mSteps;
 };

@@ -39,16 +39,21 @@ std::string WithBits(double value, double other) {
 class Checker {
  public:
   Checker(InputFiles& joined, InputFiles& files, const Options& options)
-      : mJoined(joined.Opened()), mJoinedName(joined[0].mName), mFiles(files), mOptions(options) {}
+      : mJoined(joined.Opened()),
+        mJoinedName(joined[0].mName),
+        mFiles(files),
+        mOptions(options),
+        mProgress(!options.mVerbose, CountDatasets(),
+                  mJoined.TotalBytes() + files.Opened().TotalBytes()) {}
 
   CheckResult Check() {
     try {
       CheckNames();
-      CheckKind("ver", &Checker::CheckVersion);
-      CheckKind("dat", &Checker::CheckDat);
-      CheckKind("coef", &Checker::CheckCoef);
-      CheckKind("tdm", &Checker::CheckTdm);
-      CheckKind("txt", &Checker::CheckTxt);
+      CheckKind("ver", "checking version records", &Checker::CheckVersion);
+      CheckKind("dat", "checking tables", &Checker::CheckDat);
+      CheckKind("coef", "checking sets of coefficients", &Checker::CheckCoef);
+      CheckKind("tdm", "checking tensor series", &Checker::CheckTdm);
+      CheckKind("txt", "checking texts", &Checker::CheckTxt);
     } catch (const Difference& difference) {
       mResult.mDifference = OneLine(difference.mText);
     }
@@ -65,6 +70,10 @@ class Checker {
     MyVector<std::string> mLegend;  // empty if columns are not told
   };
 
+  std::uint64_t CountDatasets() const {
+    return FindEntries(mFiles.Opened().Files(), "*", mOptions.mSkip).size();
+  }
+
   void CheckNames() const {
     std::set<std::string> expected;
     for (const auto& [name, holders] : FindEntries(mFiles.Opened().Files(), "*", mOptions.mSkip)) {
@@ -77,9 +86,11 @@ class Checker {
     }
   }
 
-  void CheckKind(const std::string& kind, Stage stage) {
+  void CheckKind(const std::string& kind, const std::string& title, Stage stage) {
+    mProgress.Stage(title);
     const Holders found = FindEntries(mFiles.Opened().Files(), "*." + kind, mOptions.mSkip);
     for (const auto& [name, holders] : found) {
+      mProgress.NextDataset();
       (this->*stage)({name, holders});
       ++mResult.mDatasets;
     }
@@ -305,12 +316,27 @@ class Checker {
             mFiles.Opened().Visit<KIND>(task.mHolders[i], task.mName, [&](const KIND& input) {
               RequireNoDifference(task, i, view,
                                   CompareParts(tableOf(input), parts, {block, values.get()}));
+              TellProgress(tableOf(input), block.mColumns, CountRows(parts));
             });
           }
         }
+        TellProgress(joined, block.mColumns, block.mRows);
         mResult.mBytes += block.mRows * block.mColumns * sizeof(double);
       }
     });
+  }
+
+  static std::uint64_t CountRows(const std::vector<JoinedPart>& parts) {
+    std::uint64_t rows = 0;
+    for (const JoinedPart& part : parts) {
+      rows += part.mRows;
+    }
+    return rows;
+  }
+
+  void TellProgress(const Dat& table, std::uint64_t columns, std::uint64_t rows) {
+    const TableLayout& layout = table.Layout();
+    mProgress.Advance(layout.mStoredBytes, columns * rows, layout.mColumns * layout.mRows);
   }
 
   void RequireNoDifference(const JoinTask& task, std::size_t holder, const TableView& view,
@@ -334,6 +360,7 @@ class Checker {
   InputFiles& mFiles;
   const Options& mOptions;
   CheckResult mResult;
+  Progress mProgress;
 };
 
 }  // namespace

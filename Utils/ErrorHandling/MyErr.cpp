@@ -19,12 +19,25 @@ std::string ErrorFile() {
   return path.str();
 }
 
+void (*sBeforeMyErr)() = nullptr;
+
 }  // namespace
+
+void SetBeforeMyErr(void (*function)()) {
+  sBeforeMyErr = function;
+}
+
+void PrepareForErrors() {
+  if (sBeforeMyErr != nullptr) {
+    sBeforeMyErr();
+  }
+}
 
 MyErrProxy::MyErrProxy()
     : mpFile(std::make_unique<std::ofstream>(ErrorFile(), std::ios::out | std::ios::app)) {
   // Reports can come from static initialisers that run before those of the standard streams.
   const std::ios_base::Init streams;
+  PrepareForErrors();
   if (ParallelRuntime::Instance().IsInitialized()) {
     std::cerr << ProcID_();
   }

@@ -7,6 +7,12 @@
 #include <iostream>
 #include <memory>
 
+/// Has a function called before anything goes to standard error this way, for who keeps something
+/// on the terminal that must go first; null for none.
+void SetBeforeMyErr(void (*function)());
+/// Calls it; for who must write to standard error another way.
+void PrepareForErrors();
+
 /// One statement's output. An error file that cannot be opened stays silent; standard error gets
 /// everything in any case.
 class MyErrProxy {

@@ -15,6 +15,7 @@ namespace {
 
 // Neither MyErr nor Backtrace, which allocate.
 void ReportBadAlloc() {
+  PrepareForErrors();
   std::cerr << "\n######## std::bad_alloc caught in TerminateHandler ##########\n"
             << "New ran out of memory.\n"
             << "Peak RSS memory    = " << GetPeakRSS() << " bytes \n"

@@ -107,6 +107,7 @@ TableLayout ReadTableLayout(hid_t dataset_id, const std::string& name, Location 
   }
   const std::uint64_t stored = H5Dget_storage_size(dataset_id);
   const long double valueSize = sizeof(double);
+  layout.mStoredBytes = stored;
   Vexa_H5::RequirePlausibleSize(valueSize * layout.mRows * layout.mColumns, stored, name, where);
   if (layout.mRows > 0) {
     // One chunk is what the library holds at least; a single row may stand in a chunk of millions.

@@ -27,6 +27,7 @@ struct TableLayout {
   std::uint64_t mColumns = 0;
   std::uint64_t mChunkRows = 0;     // 0: not chunked
   std::uint64_t mChunkColumns = 0;  // 1: a chunk holds a single column, as in every table of ours
+  std::uint64_t mStoredBytes = 0;   // on disk; 0 if they are in other files
   bool mMovesChunks = false;        // chunks can be moved past the library's filters
   ChunkCodec::Filters mFilters;     // of such chunks
 };

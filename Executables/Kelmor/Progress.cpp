@@ -1,0 +1,119 @@
+#include "Executables/Kelmor/Progress.hpp"
+
+#include <hdf5.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <string_view>
+
+#include "Utils/ErrorHandling/MyErr.hpp"
+#include "Utils/Process/Formatting.hpp"
+
+namespace {
+
+constexpr std::chrono::milliseconds sInterval(100);
+
+void WriteToTerminal(std::string_view text) {
+  // What does not get there is not missed.
+  [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, text.data(), text.size());
+}
+
+void EraseLine() {
+  WriteToTerminal("\r\x1b[K");
+}
+
+// The library prints its own account of a failure before ours is made.
+herr_t PrintH5Error(hid_t stack, void*) {
+  EraseLine();
+  return H5Eprint2(stack, stderr);
+}
+
+bool CanErase() {
+  const char* terminal = std::getenv("TERM");
+  return isatty(STDERR_FILENO) == 1 && terminal != nullptr && std::string_view(terminal) != "dumb";
+}
+
+// A longer line would wrap, and could not be erased.
+std::size_t LineWidth() {
+  winsize size{};
+  const bool isKnown = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 1;
+  return (isKnown ? size.ws_col : 80) - 1;
+}
+
+}  // namespace
+
+std::string ProgressText(const std::string& stage, std::uint64_t dataset, std::uint64_t datasets,
+                         std::uint64_t bytes, std::uint64_t totalBytes, double seconds) {
+  const auto size = [](double value) { return BytesToAscii(static_cast<std::int64_t>(value), 7); };
+  std::string text = stage;
+  if (dataset > 0) {
+    text += ": dataset " + std::to_string(dataset) + " of " + std::to_string(datasets);
+  }
+  // Files hold more than values, but not all values need be read: the sum is an estimate.
+  const std::uint64_t done = std::min(bytes, totalBytes);
+  if (done == 0) {
+    return text;
+  }
+  text += ", " + size(static_cast<double>(done)) + " of " + size(static_cast<double>(totalBytes));
+  if (seconds >= 0.5) {
+    const double rate = static_cast<double>(done) / seconds;
+    text += ", " + size(rate) + "/s";
+    const double left = static_cast<double>(totalBytes - done) / rate;
+    text += left < 1 ? ", hardly any time left" : ", " + TimeIntervalToAscii(left, 6) + " left";
+  }
+  return text;
+}
+
+Progress::Progress(bool isWanted, std::uint64_t datasets, std::uint64_t totalBytes)
+    : mIsShown(isWanted && CanErase() && std::getenv("VEXA_NO_PROGRESS") == nullptr),
+      mDatasets(datasets),
+      mTotalBytes(totalBytes),
+      mStart(Clock::now()),
+      mNextUpdate(mStart) {
+  if (mIsShown) {
+    SetBeforeMyErr(EraseLine);
+    H5Eset_auto2(H5E_DEFAULT, PrintH5Error, nullptr);
+  }
+}
+
+Progress::~Progress() {
+  if (mIsShown) {
+    EraseLine();
+    SetBeforeMyErr(nullptr);
+    H5Eset_auto2(H5E_DEFAULT, reinterpret_cast<H5E_auto2_t>(H5Eprint2), stderr);
+  }
+}
+
+void Progress::Stage(const std::string& stage) {
+  mStage = stage;
+}
+
+void Progress::NextDataset() {
+  ++mDataset;
+  Update();
+}
+
+void Progress::Advance(std::uint64_t bytes, std::uint64_t done, std::uint64_t all) {
+  if (all > 0) {
+    mBytes += static_cast<double>(bytes) * static_cast<double>(done) / static_cast<double>(all);
+  }
+  Update();
+}
+
+void Progress::Update() {
+  if (!mIsShown) {
+    return;
+  }
+  const Clock::time_point now = Clock::now();
+  if (now < mNextUpdate) {
+    return;
+  }
+  mNextUpdate = now + sInterval;
+  const std::chrono::duration<double> elapsed = now - mStart;
+  const std::string text =
+      ProgressText(mStage, mDataset, mDatasets, static_cast<std::uint64_t>(mBytes), mTotalBytes,
+                   elapsed.count());
+  WriteToTerminal("\r" + text.substr(0, LineWidth()) + "\x1b[K");
+}

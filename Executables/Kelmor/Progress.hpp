@@ -1,0 +1,43 @@
+// One line on the terminal that tells how far a run has come, and is gone when the run ends.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+
+/// What the line says: "joining tensors: dataset 3 of 9, 1.23 MiB of 4.56 MiB, 20.5 MiB/s, 2.0 sec
+/// left". Rate and time left stay out of it while they would be guesses.
+std::string ProgressText(const std::string& stage, std::uint64_t dataset, std::uint64_t datasets,
+                         std::uint64_t bytes, std::uint64_t totalBytes, double seconds);
+
+/// Shows the line on standard error while that is a terminal that can erase it, unless the
+/// environment variable VEXA_NO_PROGRESS is set; else does nothing. It is drawn at most ten times a
+/// second, and makes room for error reports. There is one at a time.
+class Progress {
+ public:
+  /// Bytes are those of input files, as they lie on disk.
+  Progress(bool isWanted, std::uint64_t datasets, std::uint64_t totalBytes);
+  ~Progress();
+  Progress(const Progress&) = delete;
+  Progress& operator=(const Progress&) = delete;
+
+  /// The stage that the run is in from the next dataset on.
+  void Stage(const std::string& stage);
+  /// The next dataset begins.
+  void NextDataset();
+  /// The part `done` of `all` of something that takes that many bytes has been dealt with.
+  void Advance(std::uint64_t bytes, std::uint64_t done = 1, std::uint64_t all = 1);
+
+ private:
+  using Clock = std::chrono::steady_clock;
+  void Update();
+
+  bool mIsShown;
+  std::string mStage;
+  std::uint64_t mDataset = 0;
+  std::uint64_t mDatasets;
+  double mBytes = 0;
+  std::uint64_t mTotalBytes;
+  Clock::time_point mStart;
+  Clock::time_point mNextUpdate;
+};
