@@ -158,7 +158,7 @@ class Planner {
   }
 
   SelectedSteps Select(const std::vector<MyVector<double>>& times) {
-    const SelectedSteps steps = SelectSteps(mOptions, times);
+    SelectedSteps steps = SelectSteps(mOptions, times);
     mSteps.mHasTimes = true;
     mSteps.mKept = static_cast<std::uint64_t>(steps.mKept);
     mSteps.mTotal = static_cast<std::uint64_t>(steps.mTotal);

@@ -58,7 +58,7 @@ double Svg::TextWidth(std::string_view text, double size) {
 }
 
 std::string Svg::Fitted(const std::string& given, double size, double width) {
-  const std::string text = ValidUtf8(given);
+  std::string text = ValidUtf8(given);
   const std::size_t characters = Characters(text);
   const auto room =
       static_cast<std::size_t>(std::max(0.0, width / (size * sCharacterWidth) + 0.01));
@@ -86,9 +86,7 @@ std::string Svg::Escaped(std::string_view text) {
       escaped += "&gt;";
     } else if (c == '"') {
       escaped += "&quot;";
-    } else if (c == '\n' || c == '\t') {
-      escaped += c;
-    } else if (static_cast<unsigned char>(c) < 0x20) {
+    } else if (static_cast<unsigned char>(c) < 0x20 && c != '\n' && c != '\t') {
       escaped += "\xEF\xBF\xBD";  // XML has no control characters
     } else if (rest.starts_with("\xEF\xBF\xBE") || rest.starts_with("\xEF\xBF\xBF")) {
       escaped += "\xEF\xBF\xBD";  // nor these two

@@ -44,9 +44,13 @@ File& KelmorFixture::Input(const std::string& name, bool oldFormat) {
 }
 
 RunResult KelmorFixture::Run(const Arguments& arguments) {
+  return Run(KELMOR_PROGRAM, arguments);
+}
+
+RunResult KelmorFixture::Run(const std::string& program, const Arguments& arguments) {
   CloseInputs();
   const Snapshot before = SnapshotOf(mDir.Path());
-  RunResult result = RunKelmor(mDir.Path(), arguments);
+  RunResult result = RunProgram(program, mDir.Path(), arguments);
   const Snapshot after = SnapshotOf(mDir.Path());
   for (const auto& [path, state] : before) {
     // No EXPECT_EQ, which would print the files.

@@ -24,6 +24,8 @@ class KelmorFixture : public testing::Test {
   /// Runs the tool. Whatever is in the folder must have the same contents and the same time of
   /// modification afterwards, but for the error file.
   RunResult Run(const Arguments& arguments);
+  /// The same with another program.
+  RunResult Run(const std::string& program, const Arguments& arguments);
 
   /// A run that must succeed and say nothing on standard error; it writes a new "out.h5". Returns
   /// its standard output.

@@ -41,8 +41,8 @@ struct Pipe {
   int mEnds[2] = {-1, -1};
 };
 
-[[noreturn]] void BecomeKelmor(const std::string& directory, char* const* argv, const Pipe& output,
-                               const Pipe& errors, std::uint64_t largestFile) {
+[[noreturn]] void BecomeProgram(const std::string& directory, char* const* argv, const Pipe& output,
+                                const Pipe& errors, std::uint64_t largestFile) {
   const rlimit noCore = {0, 0};
   const rlimit fileSize = {largestFile, largestFile};
   const int input = open("/dev/null", O_RDONLY);
@@ -88,9 +88,14 @@ bool Collect(const Pipe& output, const Pipe& errors, RunResult& result) {
 
 RunResult RunKelmor(const std::string& directory, const Arguments& arguments,
                     std::uint64_t largestFile) {
+  return RunProgram(KELMOR_PROGRAM, directory, arguments, largestFile);
+}
+
+RunResult RunProgram(const std::string& program, const std::string& directory,
+                     const Arguments& arguments, std::uint64_t largestFile) {
   const std::string errorFile = directory + "/Errors000.txt";
   std::filesystem::remove(errorFile);
-  Arguments words = {KELMOR_PROGRAM};
+  Arguments words = {program};
   words.insert(words.end(), arguments.begin(), arguments.end());
   std::vector<char*> argv;
   for (std::string& word : words) {
@@ -105,7 +110,7 @@ RunResult RunKelmor(const std::string& directory, const Arguments& arguments,
   // of a forked one begins with what its parent has at the moment.
   const pid_t pid = fork();
   if (pid == 0) {
-    BecomeKelmor(directory, argv.data(), output, errors, largestFile);
+    BecomeProgram(directory, argv.data(), output, errors, largestFile);
   }
   EXPECT_GT(pid, 0);
   output.CloseWriteEnd();

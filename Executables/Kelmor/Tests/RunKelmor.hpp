@@ -1,4 +1,4 @@
-// Runs the tool the way its users do, and tells what came of it.
+// Runs a tool the way its users do, and tells what came of it.
 #pragma once
 
 #include <cstdint>
@@ -18,6 +18,9 @@ struct RunResult {
   std::uint64_t mPeakBytes = 0;
 };
 
-/// Runs the tool in a directory and waits for its end. No file can grow beyond `largestFile` bytes.
+/// Runs a program in a directory and waits for its end. No file can grow beyond `largestFile`
+/// bytes.
+RunResult RunProgram(const std::string& program, const std::string& directory,
+                     const Arguments& arguments, std::uint64_t largestFile = ~std::uint64_t{0});
 RunResult RunKelmor(const std::string& directory, const Arguments& arguments,
                     std::uint64_t largestFile = ~std::uint64_t{0});
