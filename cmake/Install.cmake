@@ -1,15 +1,18 @@
-# What `cmake --install` puts in place beyond the program and the libraries, which install
+# What `cmake --install` puts in place beyond the programs and the libraries, which install
 # themselves: man page and completions, the documents, and the CMake package that
 # find_package(Vexa) loads.
 include(CMakePackageConfigHelpers)
 include(GNUInstallDirs)
 
-if(TARGET Kelmor)
-  install(FILES man/Kelmor.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
-  install(FILES completions/Kelmor.bash RENAME Kelmor
-          DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
-  install(FILES completions/_Kelmor DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions)
-endif()
+foreach(program Kelmor KelmorInfo)
+  if(TARGET ${program})
+    install(FILES man/${program}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT Runtime)
+    install(FILES completions/${program}.bash RENAME ${program}
+            DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT Runtime)
+    install(FILES completions/_${program} DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions
+            COMPONENT Runtime)
+  endif()
+endforeach()
 install(FILES README.md CHANGELOG.md LICENSE docs/design.md docs/file-format.md
         DESTINATION ${CMAKE_INSTALL_DOCDIR})
 

@@ -105,7 +105,7 @@ Facts ReadFacts(Inputs& inputs, int file, const std::string& name) {
   try {
     read(inputs, file, facts);
   } catch (const CodeError& error) {
-    facts.mProblem = OneLine(error.Reason());
+    facts.mProblem = ReasonOf(error);
     // What the failure left open.
     inputs[file].CloseFile();
   }

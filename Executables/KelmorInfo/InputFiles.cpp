@@ -7,7 +7,6 @@
 #include "Utils/ErrorHandling/CodeError.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/H5/H5_Utils.hpp"
-#include "Utils/Process/Files.hpp"
 
 namespace {
 
@@ -52,11 +51,14 @@ std::string Advice(const std::string& reason, const std::string& path) {
 }
 
 OpenProblem Diagnose(const std::string& path, const CodeError& error) {
-  const std::string reason = IsRegularFile(path) ? OpenError(path) : "";
-  if (reason.empty()) {
-    return {OneLine(error.Reason()), ""};
+  // Only what the library does not open is asked for its reasons; else our own are better.
+  if (!error.Reason().starts_with("H5Fopen(")) {
+    const bool isAboutObject = error.Context().starts_with("Object");
+    return {ReasonOf(error) + (isAboutObject ? " (" + Printable(error.Context()) + ")" : ""), ""};
   }
-  return {OneLine(reason), Advice(reason, path)};
+  const std::string reason = OpenError(path);
+  return reason.empty() ? OpenProblem{ReasonOf(error), ""}
+                        : OpenProblem{OneLine(reason), Advice(reason, path)};
 }
 
 }  // namespace

@@ -129,7 +129,7 @@ class Planner {
   }
 
   void Disagree(const std::string& dataset, const std::string& file, const std::string& reason) {
-    mPlan.mDisagreements.push_back({dataset, file, OneLine(reason)});
+    mPlan.mDisagreements.push_back({dataset, file, reason});
   }
 
   // Does something for one file. A failure is noted, and the next file has its turn.
@@ -139,7 +139,7 @@ class Planner {
       action();
       return true;
     } catch (const CodeError& error) {
-      Disagree(dataset, mFiles.OpenedFile(opened).mName, error.Reason());
+      Disagree(dataset, mFiles.OpenedFile(opened).mName, ReasonOf(error));
       // What the failure left open.
       mFiles.Opened()[opened].CloseFile();
       return false;

@@ -5,6 +5,7 @@
 #include <charconv>
 #include <ostream>
 
+#include "Utils/ErrorHandling/CodeError.hpp"
 #include "Utils/Process/Formatting.hpp"
 
 namespace {
@@ -88,6 +89,10 @@ std::string OneLine(std::string_view message) {
   std::string line(message);
   std::replace(line.begin(), line.end(), '\n', ' ');
   return Printable(line);
+}
+
+std::string ReasonOf(const CodeError& error) {
+  return error.Reason().empty() ? "see the report on standard error" : OneLine(error.Reason());
 }
 
 std::string Quoted(const std::string& word) {

@@ -8,6 +8,8 @@
 #include <string_view>
 #include <vector>
 
+class CodeError;
+
 /// The shortest decimal that reads back as the same double.
 std::string RoundTrip(double value);
 
@@ -25,6 +27,9 @@ std::string Printable(std::string_view text);
 
 /// A message of several lines as one.
 std::string OneLine(std::string_view message);
+
+/// What a failure says, on one line.
+std::string ReasonOf(const CodeError& error);
 
 /// As a shell takes it for one word.
 std::string Quoted(const std::string& word);

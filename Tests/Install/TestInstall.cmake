@@ -16,6 +16,9 @@ run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${prefix})
 foreach(file
         ${BINDIR}/Kelmor ${MANDIR}/man1/Kelmor.1
         ${DATADIR}/bash-completion/completions/Kelmor ${DATADIR}/zsh/site-functions/_Kelmor
+        ${BINDIR}/KelmorInfo ${MANDIR}/man1/KelmorInfo.1
+        ${DATADIR}/bash-completion/completions/KelmorInfo
+        ${DATADIR}/zsh/site-functions/_KelmorInfo
         ${DOCDIR}/README.md ${DOCDIR}/file-format.md
         ${LIBDIR}/cmake/Vexa/VexaConfig.cmake ${LIBDIR}/cmake/Vexa/VexaConfigVersion.cmake
         ${LIBDIR}/libVexaH5Archive.a ${INCLUDEDIR}/Vexa/Utils/H5/CachedH5File.hpp)
@@ -42,6 +45,7 @@ run(${CMAKE_COMMAND} --build ${consumer})
 run(${consumer}/Consumer ${consumer}/table.h5)
 run(${prefix}/${BINDIR}/Kelmor -o ${consumer}/joined.h5 ${consumer}/table.h5)
 run(${consumer}/Consumer ${consumer}/joined.h5)
+run(${prefix}/${BINDIR}/KelmorInfo -check ${consumer}/joined.h5 ${consumer}/table.h5)
 
 run(${prefix}/${BINDIR}/Kelmor -h)
 if(NOT output MATCHES "Usage:  Kelmor \\[options\\] file")

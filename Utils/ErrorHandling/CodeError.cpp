@@ -6,8 +6,9 @@
 #include "Utils/ErrorHandling/Backtrace.hpp"
 #include "Utils/ErrorHandling/TerminateHandler.hpp"
 
-CodeError::CodeError(std::string message, bool withBacktrace, std::string reason)
-    : mMessage(std::move(message)), mReason(std::move(reason)) {
+CodeError::CodeError(std::string message, bool withBacktrace, std::string reason,
+                     std::string context)
+    : mMessage(std::move(message)), mReason(std::move(reason)), mContext(std::move(context)) {
   std::set_terminate(TerminateHandler);
   if (withBacktrace) {
     mMessage += "\n" + Backtrace(1);

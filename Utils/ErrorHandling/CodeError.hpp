@@ -7,14 +7,17 @@
 class CodeError {
  public:
   /// With a backtrace, a newline and Backtrace(1) follow the message. `reason` is what the message
-  /// says without its frame. Installs TerminateHandler.
-  CodeError(std::string message, bool withBacktrace, std::string reason = "");
+  /// says without its frame, `context` what it is about. Installs TerminateHandler.
+  CodeError(std::string message, bool withBacktrace, std::string reason = "",
+            std::string context = "");
 
   const std::string& Message() const { return mMessage; }
   /// For who lists several failures; empty if there is but the message.
   const std::string& Reason() const { return mReason; }
+  const std::string& Context() const { return mContext; }
 
  private:
   std::string mMessage;
   std::string mReason;
+  std::string mContext;
 };

@@ -15,12 +15,13 @@ void RequireFail(const char* condition, const char* file, int line, const std::s
          << "#### " << condition << "  violated\n"
          << "#### " << file << " (line " << line << ")\n"
          << message;
-  if (const std::string context = ReportContext::Current(); !context.empty()) {
+  const std::string context = ReportContext::Current();
+  if (!context.empty()) {
     report << (message.empty() || message.back() == '\n' ? "" : "\n") << context;
   }
   report << "\n#################################################################\n";
   Breakpoint();
-  throw CodeError(report.str(), true, message);
+  throw CodeError(report.str(), true, message, context);
 }
 
 std::string ReportLabel(const char* path) {

@@ -100,6 +100,23 @@ void OptionParser::Insert(const std::string& key, const std::string& value) {
   mKeyWasUsed.Insert(key, false);
 }
 
+namespace {
+
+// A report's text without what frames it: the signs before each line.
+std::string WithoutFrame(const std::string& text) {
+  std::string bare;
+  bool isFrame = true;
+  for (const char c : text) {
+    isFrame = c == '\n' || (isFrame && (c == '=' || c == '#' || c == ' '));
+    if (!isFrame || c == '\n') {
+      bare += c;
+    }
+  }
+  return bare.substr(0, bare.find_last_not_of(" \n") + 1);
+}
+
+}  // namespace
+
 void OptionParser::Report(const std::string& banner, const std::string& body,
                           const std::string& optionsTitle) const {
   std::string report = BannerLine(banner) + body + optionsTitle + mOptions + "\n";
@@ -111,12 +128,12 @@ void OptionParser::Report(const std::string& banner, const std::string& body,
     report += (report.back() == '\n' ? "" : "\n") + context + "\n";
   }
   MyErr << report;
-  ThrowError();
+  ThrowError(WithoutFrame(banner) + ": " + WithoutFrame(body));
 }
 
-void OptionParser::ThrowError() const {
+void OptionParser::ThrowError(const std::string& reason) const {
   mErrorThrown = true;
-  throw CodeError("", false);
+  throw CodeError("", false, reason);
 }
 
 void OptionParser::CheckKeyExists(const std::string& key) const {

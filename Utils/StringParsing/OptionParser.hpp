@@ -66,9 +66,9 @@ class OptionParser {
   /// Reports UNUSED OPTIONS with all keys that nobody has read successfully, if there are any.
   void TerminateIfThereAreUnusedOptions() const;
 
-  /// Throws a CodeError with an empty message, for when the report has been written already. From
-  /// then on the destructor keeps silent.
-  [[noreturn]] void ThrowError() const;
+  /// Throws a CodeError with an empty message, for when the report has been written already, of
+  /// which `reason` may be a short form. From then on the destructor keeps silent.
+  [[noreturn]] void ThrowError(const std::string& reason = "") const;
 
  private:
   void Parse();

@@ -1,0 +1,123 @@
+#include <gmock/gmock.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "Executables/Kelmor/Tests/BadInputs.hpp"
+#include "Executables/KelmorInfo/Tests/InfoFixture.hpp"
+
+namespace {
+
+namespace fs = std::filesystem;
+using PlainH5::File;
+using testing::HasSubstr;
+
+class ListingTest : public InfoFixture {
+ protected:
+  // A file that was being written when its writer stopped: its bytes are copied meanwhile.
+  void WriteMarked(const std::string& name) {
+    File& file = Input("source.h5");
+    WriteTimes(file, "/x.dat", {0, 1});
+    EXPECT_GE(H5Fflush(file.Id(), H5F_SCOPE_GLOBAL), 0);
+    fs::copy_file(Path("source.h5"), Path(name));
+  }
+};
+
+TEST_F(ListingTest, TellsWhatFilesHold) {
+  for (const char* name : {"a.h5", "b.h5"}) {
+    const double first = *name == 'a' ? 0.1 : 3;
+    File& file = Input(name);
+    file.Table("/R.dir/x.dat", {{first, 1, 2}, {first + 1, 1, 2}, {first - 2, 1, 2}},
+               {.mCompress = true, .mLegend = {"time", "größe", "z"}});
+    WriteCoef(file, "/c.coef", {{first, 2}, {first + 1, 5}}, Count(0, 5));
+    WriteTdm(file, "/t.tdm", {{first, 12, 2, 2}}, Count(0, 12), sTwoDimensionalSpec);
+    file.Strings("/s.txt", {"a", "b"}, {2});
+    file.Version("/V.ver", 2);
+  }
+  Input("b.h5").Table("/empty.dat", {}, {}, 4);
+  const Json json = PrintJson({"a.h5", "b.h5"});
+  const Json& datasets = json["files"][0]["datasets"];
+  EXPECT_EQ(datasets[0], Json::parse(R"({
+    "name": "/R.dir/x.dat", "kind": "dat", "shape": [3, 3], "steps": 3, "times": [-1.9, 1.1],
+    "legends": ["time", "größe", "z"], "filters": ["shuffle", "deflate 1", "fletcher32"],
+    "stored_bytes": )" + datasets[0]["stored_bytes"].dump() +
+                                     "}"));
+  EXPECT_EQ(datasets[1]["versions"][1]["hash"], "hash1");
+  EXPECT_EQ(datasets[2]["shape"], Json({5}));
+  EXPECT_EQ(datasets[2]["steps"], 2);
+  EXPECT_EQ(datasets[2]["legends"], Json({"t", "power"}));
+  EXPECT_EQ(datasets[3]["name"], "/s.txt");
+  EXPECT_EQ(datasets[3]["steps"], Json());
+  EXPECT_EQ(datasets[4]["tensor"], "dimension 3, symmetry '1', mesh of dimension 2");
+  EXPECT_EQ(datasets[4]["times"], Json({0.1, 0.1}));
+  const Json& united = json["union"];
+  EXPECT_EQ(united[0]["files"], 2);
+  EXPECT_EQ(united[0]["steps"], 6);
+  EXPECT_EQ(united[0]["times"], Json({-1.9, 4.0}));
+  EXPECT_EQ(united[3]["files"], 1);
+  EXPECT_EQ(united[3]["times"], Json());
+
+  const std::string text = Print({"-v", "-skip", "*.coef", "a.h5", "b.h5"});
+  EXPECT_THAT(text, HasSubstr("  dat  /R.dir/x.dat      3 x 3  3 steps  t = -1.9 ... 1.1  "));
+  EXPECT_THAT(text, HasSubstr("shuffle+deflate 1+fletcher32  time, größe, z\n"));
+  EXPECT_THAT(text, HasSubstr("hash0: help0; hash1: help1\n"));
+  EXPECT_THAT(text, HasSubstr("\nall 2 files\n"));
+  EXPECT_THAT(text, testing::Not(HasSubstr(".coef")));
+}
+
+TEST_F(ListingTest, AFileThatDoesNotOpenGetsAdvice) {
+  WriteMarked("left open.h5");
+  fs::copy_file(Path("left open.h5"), Path("short.h5"));
+  fs::resize_file(Path("short.h5"), 100);
+  std::ofstream(Path("text.h5")) << "no HDF5";
+  WriteTimes(Input("good.h5"), "/x.dat", {0, 1});
+  const RunResult result = Info({"left open.h5", "short.h5", "good.h5", "text.h5", "good.h5"});
+  EXPECT_EQ(result.mStatus, 255);
+  for (const char* text : {"'h5clear -s 'left open.h5''", "The file is shorter than it says it is.",
+                           "signature not found", "multiple** instances"}) {
+    EXPECT_THAT(result.mOutput, HasSubstr(text));
+    EXPECT_THAT(result.mReports, HasSubstr(text));
+  }
+  // What can be read is listed.
+  EXPECT_THAT(result.mOutput, HasSubstr("  dat  /x.dat  2 x 2  2 steps  t = 0 ... 1"));
+}
+
+TEST_F(ListingTest, WhatCannotBeReadIsNamedAndTheRestListed) {
+  for (const BadInput& bad : BadInputs()) {
+    SCOPED_TRACE(bad.mObject + (": " + std::string(bad.mName)));
+    fs::remove_all(Path("bad.h5"));
+    bad.mBuild(Path("bad.h5"));
+    WriteTimes(Input("good.h5"), "/good.dat", {0, 1});
+    const RunResult result = Info({"bad.h5", "good.h5"});
+    // Values are not read, and what is found damaged must be named.
+    EXPECT_TRUE(result.mStatus == 0 || result.mStatus == 255);
+    EXPECT_EQ(result.mStatus == 255, !result.mReports.empty());
+    if (result.mStatus == 255) {
+      EXPECT_THAT(result.mReports, HasSubstr("bad.h5"));
+    }
+    EXPECT_TRUE(result.mOutput.find("/good.dat") != std::string::npos ||
+                result.mReports.find("not found") != std::string::npos);
+  }
+}
+
+TEST_F(ListingTest, MistakesOnTheCommandLineHaveReports) {
+  WriteTimes(Input("a.h5"), "/x.dat", {0, 1});
+  const std::pair<Arguments, const char*> cases[] = {
+      {{}, "No file was given."},
+      {{"no.h5"}, "File no.h5 not found"},
+      {{"-typo", "1", "a.h5"}, "Option-key 'typo' was not used."},
+      {{"-DeltaT", "1", "a.h5"}, "Option '-DeltaT' means nothing without -plan or -check."},
+      {{"-check", "a.h5", "-json", "a.h5"}, "Option '-json' means nothing with -check."},
+      {{"-check", "no.h5", "a.h5"}, "File no.h5 not found"},
+  };
+  for (const auto& [arguments, text] : cases) {
+    const RunResult result = Info(arguments);
+    EXPECT_EQ(result.mStatus, 255) << text;
+    EXPECT_EQ(result.mOutput, "");
+    EXPECT_THAT(result.mReports, HasSubstr(text));
+  }
+  EXPECT_THAT(Print({"-plan", "-h"}),
+              HasSubstr("\nUsage:  KelmorInfo [options] file [file ...]\n"));
+}
+
+}  // namespace

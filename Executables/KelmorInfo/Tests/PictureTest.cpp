@@ -1,0 +1,158 @@
+#include <gmock/gmock.h>
+
+#include <cmath>
+#include <filesystem>
+#include <limits>
+#include <regex>
+
+#include "Executables/KelmorInfo/PlanPicture.hpp"
+#include "Executables/KelmorInfo/Tests/InfoFixture.hpp"
+#include "Executables/KelmorInfo/Text.hpp"
+
+namespace {
+
+namespace fs = std::filesystem;
+using testing::DoubleNear;
+using testing::HasSubstr;
+
+struct Bar {
+  double mX;
+  double mY;
+  double mWidth;
+};
+
+// Bars of a fill, in the order of drawing, without the one that explains them.
+std::vector<Bar> Bars(const std::string& picture, const std::string& fill) {
+  const std::regex rect(
+      "<rect x=\"([-.0-9]+)\" y=\"([-.0-9]+)\" width=\"([-.0-9]+)\" "
+      "height=\"[-.0-9]+\" fill=\"" +
+      fill + "\"");
+  std::vector<Bar> bars;
+  for (std::sregex_iterator it(picture.begin(), picture.end(), rect), end; it != end; ++it) {
+    bars.push_back({std::stod((*it)[1]), std::stod((*it)[2]), std::stod((*it)[3])});
+  }
+  if (!bars.empty()) {
+    bars.erase(bars.begin());
+  }
+  return bars;
+}
+constexpr char sKept[] = "#2f6690";
+constexpr char sWiped[] = "url\\(#wiped\\)";
+constexpr char sGap[] = "#f6d57a";
+
+PlannedFile Part(int file, const std::vector<PlanPiece>& pieces) {
+  return {file, 0, 0, pieces};
+}
+
+Plan PlanOf(const std::vector<PlannedSteps>& steps, int files) {
+  Plan plan;
+  for (int i = 0; i < files; ++i) {
+    plan.mFiles.push_back({"segment" + std::to_string(i) + ".h5", 0, true, {}});
+  }
+  plan.mSteps = steps;
+  for (std::size_t i = 0; i < steps.size(); ++i) {
+    plan.mSteps[i].mHasTimes = true;
+    plan.mDatasets.push_back({"/set" + std::to_string(i) + ".dat", "dat", i, 0, true});
+  }
+  return plan;
+}
+
+TEST(PlanPicture, BarsLieAlongTime) {
+  PlannedSteps steps;
+  steps.mFiles = {Part(0, {{true, 5, 0, 40}, {false, 2, 45, 50}}), Part(1, {{true, 6, 44, 60}}),
+                  Part(2, {{true, 2, 80, 100}})};
+  steps.mGaps = {{60, 80}};
+  const std::string picture = DrawPlan(PlanOf({steps}, 3));
+  const std::vector<Bar> kept = Bars(picture, sKept);
+  const std::vector<Bar> wiped = Bars(picture, sWiped);
+  const std::vector<Bar> gaps = Bars(picture, sGap);
+  ASSERT_EQ(kept.size(), 3u);
+  ASSERT_EQ(wiped.size(), 1u);
+  ASSERT_EQ(gaps.size(), 1u);
+  const double left = kept[0].mX;
+  const double scale = (kept[2].mX + kept[2].mWidth - left) / 100;
+  EXPECT_GT(scale, 3);  // most of the width is for the bars
+  const auto near = [](double x) { return DoubleNear(x, 0.02); };
+  EXPECT_THAT(kept[1].mX, near(left + 44 * scale));
+  EXPECT_THAT(kept[1].mWidth, near(16 * scale));
+  // Between kept and wiped steps of a file there is no gap.
+  EXPECT_THAT(kept[0].mWidth, near(42.5 * scale));
+  EXPECT_THAT(wiped[0].mX, near(left + 42.5 * scale));
+  EXPECT_THAT(wiped[0].mWidth, near(7.5 * scale));
+  EXPECT_EQ(wiped[0].mY, kept[0].mY);
+  EXPECT_LT(kept[0].mY, kept[1].mY);
+  EXPECT_THAT(gaps[0].mX, near(left + 60 * scale));
+  EXPECT_THAT(gaps[0].mWidth, near(20 * scale));
+  for (const char* text : {">segment1.h5</text>", ">gap 20</text>", ">time</text>", ">100</text>",
+                           ">/set0.dat</text>"}) {
+    EXPECT_THAT(picture, HasSubstr(text));
+  }
+}
+
+TEST(PlanPicture, StaysReadableWhateverThePlan) {
+  PlannedSteps many;
+  for (int i = 0; i < 300; ++i) {
+    many.mFiles.push_back(Part(i, {{true, 2, 10.0 * i, 10.0 * i + 10}}));
+  }
+  PlannedSteps comb;
+  comb.mFiles = {Part(0, {})};
+  for (int i = 0; i < 100000; ++i) {
+    comb.mFiles[0].mPieces.push_back({i % 2 == 0, 1, 0.03 * i, 0.03 * i});
+  }
+  const double infinity = std::numeric_limits<double>::infinity();
+  PlannedSteps odd;
+  odd.mFiles = {Part(0, {{true, 1, 5, 5}}), Part(1, {{true, 2, -infinity, infinity}}),
+                Part(2, {{true, 1, std::nan(""), std::nan("")}})};
+  Plan failing = PlanOf({odd, comb, many}, 300);
+  failing.mDisagreements.assign(1000, {"/<a>&\"b\x01\xff.dat", "f.h5", std::string(5000, 'x')});
+  failing.mDatasets[0].mName = "/<a>&\"b\x01\xff.dat";
+  for (const Plan& plan :
+       {PlanOf({odd}, 3), PlanOf({comb}, 1), PlanOf({many}, 300), failing, Plan()}) {
+    const std::string picture = DrawPlan(plan);
+    EXPECT_THAT(picture, testing::Not(HasSubstr("nan\"")));
+    EXPECT_THAT(picture, testing::Not(HasSubstr("inf\"")));
+    EXPECT_THAT(picture, testing::Not(HasSubstr("<a>")));
+    EXPECT_EQ(ValidUtf8(picture), picture);
+    // Not an element for each of very many steps, and labels no closer than they are high.
+    EXPECT_LT(picture.size(), 400000u);
+    const std::regex label(
+        " y=\"([.0-9]+)\" font-size=\"([.0-9]+)\"[^>]*>(?:<title>[^<]*</title>)?"
+        "segment[0-9]+.h5</text>");
+    double above = -100;
+    for (std::sregex_iterator it(picture.begin(), picture.end(), label), end; it != end; ++it) {
+      const double y = std::stod((*it)[1]);
+      EXPECT_GE(y - above, std::stod((*it)[2]) - 0.01);
+      above = y;
+    }
+    const std::regex height("height=\"([.0-9]+)\"");
+    std::smatch match;
+    ASSERT_TRUE(std::regex_search(picture, match, height));
+    EXPECT_LT(std::stod(match[1]), 3000);
+  }
+}
+
+class PictureTest : public InfoFixture {};
+
+TEST_F(PictureTest, GoesToANewFile) {
+  WriteTimes(Input("1.h5"), "/<x>.dat", {0, 1, 2, 3}, 1);
+  WriteTimes(Input("1.h5"), "/y.dat", {0, 1, 2, 3}, 2);
+  WriteTimes(Input("2.h5"), "/<x>.dat", {2.5, 3.5}, 1);
+  WriteTimes(Input("2.h5"), "/y.dat", {2.5, 3.5}, 2);
+  EXPECT_EQ(Print({"-svg", "plan.svg", "1.h5", "2.h5"}), Print({"-plan", "1.h5", "2.h5"}));
+  const std::string picture = PlainH5::Bytes(Path("plan.svg"));
+  EXPECT_THAT(picture, HasSubstr(">/&lt;x&gt;.dat</text>"));
+  // One panel for both, a bar for each file.
+  EXPECT_EQ(Bars(picture, sKept).size(), 2u);
+  EXPECT_EQ(Bars(picture, sWiped).size(), 1u);
+
+  EXPECT_EQ(Info({"-svg", "plan.svg", "1.h5"}).mStatus, 2);  // which checks that files stay
+  fs::create_symlink("nowhere.svg", Path("link.svg"));
+  for (const char* path : {"link.svg", "missing/plan.svg"}) {
+    const RunResult result = Info({"-svg", path, "1.h5"});
+    EXPECT_EQ(result.mStatus, 255);
+    EXPECT_THAT(result.mReports, HasSubstr(std::string("Cannot create picture ") + path));
+  }
+  EXPECT_FALSE(fs::exists(Path("nowhere.svg")));
+}
+
+}  // namespace

@@ -1,0 +1,73 @@
+#include "Executables/KelmorInfo/Text.hpp"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <limits>
+#include <sstream>
+#include <utility>
+
+#include "Executables/KelmorInfo/Svg.hpp"
+
+namespace {
+
+TEST(Text, TimesRoundTrip) {
+  const double values[] = {
+      0.1, 1.0 / 3, 1e22, 123456789.123, 5e-324, -2.5, std::numeric_limits<double>::max()};
+  for (const double value : values) {
+    EXPECT_EQ(std::strtod(RoundTrip(value).c_str(), nullptr), value) << RoundTrip(value);
+  }
+  EXPECT_EQ(RoundTrip(0.1), "0.1");
+}
+
+TEST(Text, NamesOfAnyBytesCanBeShown) {
+  const std::string no = "\xEF\xBF\xBD";
+  struct Case {
+    std::string mGiven;
+    std::string mPrintable;
+    std::string mXml;
+  };
+  const Case cases[] = {
+      {"größe 中 \xF0\x9F\x98\x80", "größe 中 \xF0\x9F\x98\x80", "größe 中 \xF0\x9F\x98\x80"},
+      {"a\xFF", "a" + no, "a" + no},
+      {"\xC3", no, no},                                            // cut short
+      {"\xC0\xAF", no + no, no + no},                              // longer than need be
+      {"\xED\xA0\x80", no + no + no, no + no + no},                // half a surrogate
+      {"\xF4\x90\x80\x80", no + no + no + no, no + no + no + no},  // past the last character
+      {"\xEF\xBF\xBE", "\xEF\xBF\xBE", no},                        // no character in XML
+      {"a\nb\tc\x1b[K\x7F", "a\\nb\\tc\\x1b[K\\x7f", "a\nb\tc" + no + "[K\x7F"},
+      {"<a & 'b'> \"c\"", "<a & 'b'> \"c\"", "&lt;a &amp; 'b'&gt; &quot;c&quot;"},
+  };
+  for (const Case& c : cases) {
+    EXPECT_EQ(Printable(c.mGiven), c.mPrintable);
+    EXPECT_EQ(Svg::Escaped(c.mGiven), c.mXml);
+  }
+  EXPECT_EQ(OneLine("two\nlines\n\n"), "two lines");
+}
+
+TEST(Text, AShellTakesAQuotedNameForOneWord) {
+  EXPECT_EQ(Quoted("run/a-1.h5"), "run/a-1.h5");
+  EXPECT_EQ(Quoted("a b.h5"), "'a b.h5'");
+  EXPECT_EQ(Quoted("it's $HOME"), "'it'\\''s $HOME'");
+  EXPECT_EQ(Quoted(""), "''");
+}
+
+TEST(Text, ColumnsAreAsWideAsTheirCharacters) {
+  AlignedLines lines({1});
+  lines.Add({"größe", "5", "", "x"});
+  lines.AddText("between\n");
+  lines.Add({"a", "123", "", ""});
+  std::ostringstream os;
+  lines.Print(os, " ");
+  EXPECT_EQ(os.str(), " größe    5  x\nbetween\n a      123\n");
+}
+
+TEST(Text, LongNamesAreShortenedBetweenCharacters) {
+  EXPECT_EQ(Svg::Fitted("short", 10, 1000), "short");
+  const std::string fitted = Svg::Fitted("ääääääääääääääääääääEnde", 10, 60);
+  EXPECT_EQ(ValidUtf8(fitted), fitted);
+  EXPECT_LE(Svg::TextWidth(fitted, 10), 60);
+  EXPECT_TRUE(fitted.ends_with("Ende")) << fitted;
+}
+
+}  // namespace
