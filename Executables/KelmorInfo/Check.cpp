@@ -269,6 +269,7 @@ class Checker {
     }
     const SelectedSteps steps = SelectSteps(mOptions, times);
     CompareIndex(task, index, KeptIndex(indices, steps));
+    mResult.mBytes += index.Size() * (2 + index.mExtras.size()) * sizeof(double);
     Runs runs;
     for (std::size_t i = 0; i < indices.size(); ++i) {
       runs.push_back(ValueRuns(indices[i], steps.mRuns[i]));

@@ -16,7 +16,7 @@
 namespace {
 
 void List(const InfoOptions& options) {
-  InputFiles files(options.mJoin.mInputs);
+  const InputFiles files(options.mJoin.mInputs);
   const Listing listing = MakeListing(files, options.mJoin.mSkip);
   if (options.mJson) {
     PrintListingAsJson(std::cout, listing);

@@ -84,7 +84,6 @@ InputFiles::InputFiles(const MyVector<std::string>& names) {
   const MuteH5Errors mute;
   // All handles live to the end of the trial, so that a file that is given twice is noticed.
   std::vector<std::unique_ptr<CachedH5File>> handles;
-  std::vector<std::string> opened;
   for (const std::string& name : names) {
     InputFile file;
     file.mName = name;
@@ -93,7 +92,6 @@ InputFiles::InputFiles(const MyVector<std::string>& names) {
       handles.push_back(std::make_unique<CachedH5File>(
           name, ReadOnly, CachedH5File::VersionHistory{}, 0, keepOpen));
       mNumbers.push_back(static_cast<int>(mFiles.size()));
-      opened.push_back(name);
     } catch (const CodeError& error) {
       file.mOpens = false;
       file.mProblem = Diagnose(name, error);
@@ -103,6 +101,15 @@ InputFiles::InputFiles(const MyVector<std::string>& names) {
     file.mBytes = error ? 0 : bytes;
     mFiles.push_back(std::move(file));
   }
-  handles.clear();
-  mpInputs = std::make_unique<Inputs>(MyVector<std::string>(opened));
+}
+
+Inputs& InputFiles::Opened() {
+  if (mpInputs == nullptr) {
+    std::vector<std::string> names;
+    for (const int number : mNumbers) {
+      names.push_back((*this)[number].mName);
+    }
+    mpInputs = std::make_unique<Inputs>(MyVector<std::string>(names));
+  }
+  return *mpInputs;
 }

@@ -35,12 +35,16 @@ class InputFiles {
   void RequireAllOpen() const;
 
   /// Those that open, in order, and the number that each of them has among all files.
-  Inputs& Opened() { return *mpInputs; }
+  Inputs& Opened();
   int NumberOf(int opened) const { return mNumbers[static_cast<std::size_t>(opened)]; }
   const InputFile& OpenedFile(int opened) const { return (*this)[NumberOf(opened)]; }
+
+  /// One of all files, which opens, for who reads one after the other: it then stays open between
+  /// its datasets however many files there are. Not along with Opened().
+  Inputs OpenAlone(int file) const { return Inputs({(*this)[file].mName}); }
 
  private:
   std::vector<InputFile> mFiles;
   std::vector<int> mNumbers;
-  std::unique_ptr<Inputs> mpInputs;
+  std::unique_ptr<Inputs> mpInputs;  // once they are asked for
 };

@@ -142,17 +142,18 @@ Json ToJson(const Facts& facts) {
 
 }  // namespace
 
-Listing MakeListing(InputFiles& files, const std::string& skip) {
+Listing MakeListing(const InputFiles& files, const std::string& skip) {
   Listing listing;
   listing.mFiles = files.Files();
   listing.mDatasets.resize(listing.mFiles.size());
-  Inputs& inputs = files.Opened();
-  for (int file = 0; file < inputs.Size(); ++file) {
-    std::vector<Facts>& datasets =
-        listing.mDatasets[static_cast<std::size_t>(files.NumberOf(file))];
-    for (const std::string& name : inputs[file].GetNames("*", false)) {
+  for (std::size_t i = 0; i < listing.mFiles.size(); ++i) {
+    if (!listing.mFiles[i].mOpens) {
+      continue;
+    }
+    Inputs inputs = files.OpenAlone(static_cast<int>(i));
+    for (const std::string& name : inputs[0].GetNames("*", false)) {
       if (!IsSkipped(name, skip)) {
-        datasets.push_back(ReadFacts(inputs, file, name));
+        listing.mDatasets[i].push_back(ReadFacts(inputs, 0, name));
       }
     }
   }

@@ -25,7 +25,7 @@ struct Listing {
   std::vector<UnionFacts> mUnion;             // ascending by name
 };
 
-Listing MakeListing(InputFiles& files, const std::string& skip);
+Listing MakeListing(const InputFiles& files, const std::string& skip);
 
 void PrintListing(std::ostream& os, const Listing& listing, bool verbose);
 void PrintListingAsJson(std::ostream& os, const Listing& listing);
