@@ -124,6 +124,8 @@ TEST(PlanPicture, StaysReadableWhateverThePlan) {
   PlannedSteps odd;
   odd.mFiles = {Part(0, {{true, 1, 5, 5}}), Part(1, {{true, 2, -infinity, infinity}}),
                 Part(2, {{true, 1, std::nan(""), std::nan("")}})};
+  // What has no time has no place.
+  EXPECT_EQ(Bars(DrawPlan(PlanOf({odd}, 3)), sKept).size(), 2u);
   Plan failing = PlanOf({odd, comb, many}, 300);
   failing.mDisagreements.assign(1000, {"/<a>&\"b\x01\xff.dat", "f.h5", std::string(5000, 'x')});
   failing.mDatasets[0].mName = "/<a>&\"b\x01\xff.dat";
