@@ -63,6 +63,8 @@ void JoinFiles(const CommandLineParser& parser) {
   const std::string& OutputFile = options.mOutput;
   REQUIRE(!FileExists(OutputFile), "OutputFile " << OutputFile << " already exists.\n"
                                                  << "Cowardly refusing to write into it.");
+  const bool isFileName = !OutputFile.empty() && !OutputFile.ends_with('/');
+  REQUIRE(isFileName, "OutputFile '" << OutputFile << "' is not the name of a file");
 
   // Version records are joined first.
   const Holders dat = Discover(inputs, options, "dat");

@@ -7,6 +7,7 @@
 
 #include "Utils/ErrorHandling/ParallelRuntime.hpp"
 #include "Utils/ErrorHandling/ProcID.hpp"
+#include "Utils/Process/Files.hpp"
 #include "Utils/Process/RunInformation.hpp"
 
 namespace {
@@ -33,8 +34,11 @@ void PrepareForErrors() {
   }
 }
 
-MyErrProxy::MyErrProxy()
-    : mpFile(std::make_unique<std::ofstream>(ErrorFile(), std::ios::out | std::ios::app)) {
+MyErrProxy::MyErrProxy() : mpFile(std::make_unique<std::ofstream>()) {
+  // A pipe of that name would wait for a reader.
+  if (const std::string path = ErrorFile(); !FileExists(path) || IsRegularFile(path)) {
+    mpFile->open(path, std::ios::out | std::ios::app);
+  }
   // Reports can come from static initialisers that run before those of the standard streams.
   const std::ios_base::Init streams;
   PrepareForErrors();

@@ -109,6 +109,7 @@ TableLayout ReadTableLayout(hid_t dataset_id, const std::string& name, Location 
   const long double valueSize = sizeof(double);
   layout.mStoredBytes = stored;
   Vexa_H5::RequirePlausibleSize(valueSize * layout.mRows * layout.mColumns, stored, name, where);
+  Vexa_H5::RequireWholeChunks(dataset_id, name, where);
   if (layout.mRows > 0) {
     // One chunk is what the library holds at least; a single row may stand in a chunk of millions.
     Vexa_H5::RequirePlausibleSize(valueSize * layout.mChunkRows * layout.mChunkColumns / 64, stored,
@@ -133,8 +134,6 @@ void ReadColumns(const OpenTable& table, const ColumnBlock& block, double* value
 
 void ReadColumnsByLibrary(const OpenTable& table, const ColumnBlock& block, double* values) {
   const TableLayout& layout = table.mLayout;
-  Vexa_H5::RequireWholeChunks(table.mDataset_id, {block.mFirstRow, block.mFirstColumn},
-                              {block.mRows, block.mColumns}, table.mName, table.mWhere);
   Selection selection(table.mDataset_id, table.mWhere);
   const auto read = [&](const ColumnBlock& part, double* buffer) {
     selection.Select(part);

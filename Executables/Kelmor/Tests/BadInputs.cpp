@@ -71,6 +71,21 @@ void DamageChunk(const std::string& path) {
   stream.put('\x5a').put('\xa5');
 }
 
+// A chunk that no filter made, with fewer bytes than its values have. Only files of the older
+// format tell so.
+void CutChunk(const std::string& path) {
+  const Handle<H5Fclose> file(H5Fcreate(path.c_str(), H5F_ACC_TRUNC, H5P_DEFAULT, H5P_DEFAULT));
+  const hsize_t extents[2] = {4, 2};
+  const PropertyListHandle list(H5Pcreate(H5P_DATASET_CREATE));
+  H5Pset_chunk(list, 2, extents);
+  const DataspaceHandle space(H5Screate_simple(2, extents, nullptr));
+  const DatasetHandle dataset(
+      H5Dcreate2(file, "/x.dat", H5T_NATIVE_DOUBLE, space, H5P_DEFAULT, list, H5P_DEFAULT));
+  const hsize_t offset[2] = {};
+  const double values[2] = {0, 1};
+  EXPECT_GE(H5Dwrite_chunk(dataset, H5P_DEFAULT, 0, offset, sizeof(values), values), 0);
+}
+
 // Twenty groups, each linked twice in the one before: a million names in a small file.
 void LinkTwiceEach(File& file) {
   std::string group = "/G0.dir";
@@ -172,6 +187,8 @@ const std::vector<BadInput>& BadInputs() {
       {"vector", "/x.dat", NoData("/x.dat", {5}, doubles), "Dimension mismatch."},
       {"table of texts", "/x.dat", Text("/x.dat", {"a", "b"}, {1, 2}), "H5Dread failed"},
       {"table of texts", "/s.txt", Text("/s.txt", {"a", "b"}, {1, 2}), "of 0 or 1, got 2"},
+      {"text of fixed length", "/s.txt", NoData("/s.txt", {5}, H5T_C_S1), "of fixed length"},
+      {"short chunk", "/x.dat", CutChunk, "Damaged chunks in x.dat: 16 bytes"},
       {"text of numbers", "/s.txt", NoData("/s.txt", {5}, doubles), "H5Dread failed: expected"},
       {"vector", "/v.ver", Version({"a"}, {1}, 1), "Expected dim of 2, got 1"},
       {"three columns", "/v.ver", Version({"a", "b", "c"}, {1, 3}, 1), "dims[1]==2"},

@@ -142,6 +142,9 @@ TEST_F(CommandLineTest, WhatExistsIsNeverWrittenTo) {
   fs::create_symlink("nowhere.h5", Path("dangling"));
   const std::pair<const char*, const char*> outputs[] = {
       {"old.h5", "OutputFile old.h5 already exists.\nCowardly refusing to write into it."},
+      {"old.h5/", "OutputFile 'old.h5/' is not the name of a file"},
+      {"new.h5/", "OutputFile 'new.h5/' is not the name of a file"},
+      {"", "OutputFile '' is not the name of a file"},
       {"a.h5", "OutputFile a.h5 already exists.\n"},
       {"folder", "OutputFile folder already exists.\n"},
       {"link", "OutputFile link already exists.\n"},
