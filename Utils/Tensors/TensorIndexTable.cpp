@@ -119,7 +119,6 @@ std::shared_ptr<const TensorIndexTable> TensorIndexTableHolder::Find(int dim,
 }
 
 std::shared_ptr<const TensorIndexTable> FindTensorIndexTable(int dim, const std::string& symm) {
-  // Never destroyed: what is written at the end of the process may need a table.
-  thread_local TensorIndexTableHolder& holder = *new TensorIndexTableHolder;
+  thread_local TensorIndexTableHolder holder;
   return holder.Find(dim, symm);
 }
