@@ -95,6 +95,6 @@ class TensorIndexTableHolder {
 };
 
 /// The calling thread's table for (dim, symm): one and the same on every call. Whoever keeps the
-/// pointer keeps the table, also beyond the end of the thread. Not to be called while static objects
-/// are destroyed, when the tables of the main thread are gone.
+/// pointer keeps the table, also beyond the end of the thread. Not to be called while static
+/// objects are destroyed, when the tables of the main thread are gone.
 std::shared_ptr<const TensorIndexTable> FindTensorIndexTable(int dim, const std::string& symm);
