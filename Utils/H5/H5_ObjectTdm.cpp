@@ -4,6 +4,7 @@
 #include <cmath>
 #include <limits>
 #include <ostream>
+#include <utility>
 
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/H5/H5_Utils.hpp"
@@ -45,23 +46,13 @@ void Tdm::Initialize(const std::string& timeDescription, const std::string& data
   InitializeTables(legend, dataDescription, compress, indexChunkRows, dataChunkRows);
 }
 
-std::string Tdm::StructureText() const {
-  return "TensorDim=" + std::to_string(mpStructure->Dim()) +
-         "; TensorSymm=" + mpStructure->Symmetry() +
+std::string TensorSpec::Text() const {
+  return "TensorDim=" + std::to_string(mDim) + "; TensorSymm=" + mSymm +
          "; DataMeshDim=" + std::to_string(mDataMeshDim) + ";";
 }
 
-void Tdm::OpenAttributes(bool existedBefore) {
-  if (!existedBefore) {
-    REQUIRE(IsInitialized(), "Called OpenObject on a H5_Object::Tdm, which is not initialized");
-    Vexa_H5::AttachStringsToAttributes(GroupId(), "TensorSpec",
-                                       MyVector<std::string>{StructureText()}, mTrace.Verbosity());
-    return;
-  }
-  const MyVector<std::string> spec =
-      Vexa_H5::RetrieveStringsFromAttributes(GroupId(), "TensorSpec", false, mTrace.Verbosity());
-  REQUIRE(spec.Size()==1, "Attribute TensorSpec holds " << spec.Size() << " strings, not one");
-  const OptionParser parser(spec[0],
+TensorSpec TensorSpec::FromText(const std::string& text) {
+  const OptionParser parser(text,
                             "H5_Objects::Tdm::OpenObject. Parsing tensor structure.\n"
                             "OPTIONS\n"
                             "  TensorDim  = int;  # Dimension of tensor\n"
@@ -69,11 +60,25 @@ void Tdm::OpenAttributes(bool existedBefore) {
                             "  DataMeshDim= int;  # dimension of the DataMeshes stored inside\n",
                             false);
   const int TDim = parser.Get<int>("TensorDim");
-  const auto Tsymm = parser.Get<std::string>("TensorSymm");
+  auto Tsymm = parser.Get<std::string>("TensorSymm");
   const int DmDim = parser.Get<int>("DataMeshDim");
   parser.TerminateIfThereAreUnusedOptions();
   REQUIRE(DmDim>=0 && DmDim<=Mesh::MaxDim,
           "A DataMesh has 0 to " << Mesh::MaxDim << " dimensions, got " << DmDim);
+  return {TDim, std::move(Tsymm), DmDim};
+}
+
+void Tdm::OpenAttributes(bool existedBefore) {
+  if (!existedBefore) {
+    REQUIRE(IsInitialized(), "Called OpenObject on a H5_Object::Tdm, which is not initialized");
+    Vexa_H5::AttachStringsToAttributes(GroupId(), "TensorSpec",
+                                       MyVector<std::string>{Spec().Text()}, mTrace.Verbosity());
+    return;
+  }
+  const MyVector<std::string> spec =
+      Vexa_H5::RetrieveStringsFromAttributes(GroupId(), "TensorSpec", false, mTrace.Verbosity());
+  REQUIRE(spec.Size()==1, "Attribute TensorSpec holds " << spec.Size() << " strings, not one");
+  const auto [TDim, Tsymm, DmDim] = TensorSpec::FromText(spec[0]);
   if (IsInitialized()) {
     REQUIRE(mDataMeshDim==DmDim,
             "Inconsistency in DataMesh dimension.\n"

@@ -13,6 +13,19 @@
 
 namespace H5_Objects {
 
+/// What is the same in all steps of a Tdm, as its attribute "TensorSpec" says it:
+/// "TensorDim=3; TensorSymm=11; DataMeshDim=2;".
+struct TensorSpec {
+  int mDim = 0;
+  std::string mSymm;
+  int mDataMeshDim = 0;
+
+  std::string Text() const;
+  /// Reads the text as OptionParser does, and fails as it does; also if there is another key, or if
+  /// no mesh has so many dimensions. Whether a tensor has that structure is left to its table.
+  static TensorSpec FromText(const std::string& text);
+};
+
 /// A time series of tensors whose components are values on a mesh. Dimension and symmetry of the
 /// tensor and the dimension of the mesh are the same for all steps, and stand in the attribute
 /// "TensorSpec" of the group; the mesh's extents may change from step to step, and stand in the
@@ -56,7 +69,7 @@ class Tdm : public IndexedGroup, public Factory::Register<Tdm> {
   std::uint64_t ExtraColumns() const override { return static_cast<std::uint64_t>(mDataMeshDim); }
 
  private:
-  std::string StructureText() const;
+  TensorSpec Spec() const { return {mpStructure->Dim(), mpStructure->Symmetry(), mDataMeshDim}; }
   Mesh CheckedMesh(const std::vector<double>& extents, std::uint64_t step, std::uint64_t begin,
                    std::uint64_t end) const;
   Mesh CheckedMesh(const StepIndex& index, std::uint64_t step) const;
