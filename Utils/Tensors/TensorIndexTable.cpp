@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <utility>
+#include <vector>
 
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/Tensors/Mesh.hpp"
@@ -23,6 +24,28 @@ int CheckedFlatEntries(int dim, const std::string& symm) {
   return entries;
 }
 
+// Two slots that are symmetric with each other, with none between them that is, and by how much
+// more the later one counts in a flat index.
+struct Neighbours {
+  std::size_t mEarlier;
+  std::size_t mLater;
+  int mWeightDifference;
+};
+
+// All of them; a list that is in order for each pair is canonical.
+std::vector<Neighbours> FindNeighbours(int dim, const std::string& symm) {
+  std::vector<Neighbours> neighbours;
+  std::vector<int> weights;
+  for (std::size_t slot = 0; slot < symm.size(); ++slot) {
+    weights.push_back(slot == 0 ? 1 : weights.back() * dim);
+    const std::size_t earlier = slot == 0 ? std::string::npos : symm.rfind(symm[slot], slot - 1);
+    if (earlier != std::string::npos) {
+      neighbours.push_back({earlier, slot, weights[slot] - weights[earlier]});
+    }
+  }
+  return neighbours;
+}
+
 // The next index list in the order of the flat index.
 void Advance(MyVector<int>& indices, int dim) {
   for (int& index : indices) {
@@ -40,14 +63,18 @@ TensorIndexTable::TensorIndexTable(int dim, const std::string& symm) : mDim(dim)
   mSymm = symm;
   mExtents.assign(MV::Size(symm.size()), dim);
   mComponents.assign(MV::Size(static_cast<std::uint64_t>(entries)));
+  const std::vector<Neighbours> neighbours = FindNeighbours(dim, symm);
   MyVector<int> indices(MV::Size(symm.size()));
-  MyVector<int> canonical;
-  for (int& component : mComponents) {
-    ApplySymmToIndexList(symm, indices, canonical);
-    // A canonical form has its large values in the slots of small weight, hence never stands later
-    // in this walk than the lists it stands for.
-    component = indices == canonical ? mNumberOfComponents++
-                                     : mComponents[ComputeIndex(canonical, mExtents)];
+  for (int flat = 0; flat < entries; ++flat) {
+    // A list that is not in order has the component of the list with those two values exchanged,
+    // which stands earlier in this walk: its larger value is in the slot of smaller weight.
+    const auto n = std::find_if(neighbours.begin(), neighbours.end(), [&](const Neighbours& pair) {
+      return indices[pair.mLater] > indices[pair.mEarlier];
+    });
+    mComponents[flat] = n == neighbours.end()
+                            ? mNumberOfComponents++
+                            : mComponents[flat - (indices[n->mLater] - indices[n->mEarlier]) *
+                                                     n->mWeightDifference];
     Advance(indices, dim);
   }
 }

@@ -44,6 +44,12 @@ TEST(TensorIndexTable, SortsEveryGroupOfSlotsByItself) {
   MyVector<int> canonical;
   TensorIndexTable::ApplySymmToIndexList("12121", {0, 0, 1, 3, 2}, canonical);
   EXPECT_EQ(canonical, (MyVector<int>{2, 3, 1, 0, 0}));
+  const TensorIndexTable table(3, "12121");
+  for (int flat = 0; flat < 243; ++flat) {
+    const MyVector<int> list = ComputeIndex(flat, {3, 3, 3, 3, 3});
+    TensorIndexTable::ApplySymmToIndexList("12121", list, canonical);
+    EXPECT_EQ(table.Index(list), table.Index(canonical)) << list;
+  }
   EXPECT_THAT(ReportOf([&] { TensorIndexTable::ApplySymmToIndexList("11", {0}, canonical); }),
               HasSubstr("1 indices for a symmetry of 2 slots"));
 }
