@@ -1,0 +1,57 @@
+// What the fuzz targets share. A target is one function from bytes to nothing: libFuzzer calls it
+// with bytes that it makes up, Replay.cpp with the files of the target's corpus.
+//
+// For bad input the code under test throws a CodeError. Whatever else ends a call is a finding:
+// another exception, a signal, the end of the process, a sanitizer's report, too much time or
+// memory, and a FUZZ_CHECK that does not hold.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <exception>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "Utils/ErrorHandling/CodeError.hpp"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
+
+namespace Fuzz {
+
+/// Writes the text to standard error and aborts.
+[[noreturn]] void Fail(const char* file, int line, const std::string& text);
+
+inline std::string_view Text(const std::uint8_t* data, std::size_t size) {
+  return {reinterpret_cast<const char*>(data), size};
+}
+
+/// The text up to the first separator, and the text after it; empty if there is none.
+inline std::pair<std::string, std::string> SplitOnce(std::string_view text, char separator) {
+  const std::size_t at = text.find(separator);
+  return {std::string(text.substr(0, at)),
+          std::string(at == std::string_view::npos ? "" : text.substr(at + 1))};
+}
+
+/// False if the action throws a CodeError, true if it throws nothing.
+template <class Action>
+bool Succeeds(Action&& action) {
+  try {
+    std::forward<Action>(action)();
+    return true;
+  } catch (const CodeError&) {
+    return false;
+  } catch (const std::exception& error) {
+    Fail(__FILE__, __LINE__, std::string("an exception that is no CodeError: ") + error.what());
+  }
+}
+
+}  // namespace Fuzz
+
+/// Not REQUIRE, whose failure is a normal answer here.
+#define FUZZ_CHECK(condition, text)                                                     \
+  do {                                                                                  \
+    if (!(condition)) {                                                                 \
+      Fuzz::Fail(__FILE__, __LINE__, std::string(#condition) + " violated: " + (text)); \
+    }                                                                                   \
+  } while (false)
