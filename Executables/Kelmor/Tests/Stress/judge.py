@@ -1,0 +1,250 @@
+"""Runs Kelmor in a folder of its own, and holds every run to the same rules:
+
+- It ends in time with status 0 or 255, never with a signal that it was not sent, and needs no more
+  memory than its data account for.
+- Status 0 means that the output is what check.py makes of the inputs.
+- Status 255 means a framed report on standard error and in Errors000.txt.
+- Inputs and an existing output stay as they were, to the time of modification. No other file appears.
+- After a failure or a kill, the output is whole, or cannot be read. If an input could not be read, the
+  datasets that were joined before may be there, and whole.
+
+Damage within HDF5's own global heap may crash the library: such runs are counted, not faults.
+"""
+
+import collections
+import contextlib
+import hashlib
+import os
+import pathlib
+import pickle
+import re
+import resource
+import shutil
+import signal
+import stat
+import tempfile
+
+import check
+import h5py
+from run import Launcher
+
+MB = 1 << 20
+LIBRARY_CRASH = "in HDF5's global heap"
+UNREADABLE = "unjudged, for h5py crashed"
+DIAGNOSTICS = re.compile(r"^(HDF5-DIAG|  #\d|    (major|minor)).*\n", re.MULTILINE)
+FRAME = re.compile(r"^(#{4}|={4})", re.MULTILINE)
+
+
+class Died(Exception):
+    """A child ended before it had an answer."""
+
+
+def in_child(function, *arguments, seconds=60):
+    """The result of a function that may crash, hang, or leave the HDF5 library in disorder."""
+    readable, writable = os.pipe()
+    child = os.fork()
+    if child == 0:
+        with contextlib.suppress(BaseException):
+            os.dup2(os.open(os.devnull, os.O_WRONLY), 2)
+            signal.alarm(seconds)
+            resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
+            with os.fdopen(writable, "wb") as stream:
+                pickle.dump(function(*arguments), stream)
+        os._exit(0)
+    os.close(writable)
+    with os.fdopen(readable, "rb") as stream:
+        answer = stream.read()
+    os.waitpid(child, 0)
+    if not answer:
+        raise Died
+    return pickle.loads(answer)
+
+
+def expectation(folder, inputs, options):
+    """What check.join() says, or why it refuses."""
+    try:
+        return check.join([check.read(os.path.join(folder, path)) for path in inputs], options)
+    except Exception as error:  # also h5py's own, on damaged files
+        return repr(error)
+
+
+def judged_output(output, wanted):
+    """Differences; a string if the output cannot be read."""
+    try:
+        return check.differences(output, wanted)
+    except Exception as error:  # whatever h5py makes of it
+        return repr(error)
+
+
+def snapshot(folder):
+    entries = {}
+    for path in pathlib.Path(folder).iterdir():
+        info = path.lstat()
+        content = None
+        if stat.S_ISREG(info.st_mode) and info.st_size < 64 * MB:
+            content = hashlib.sha1(path.read_bytes()).digest()
+        entries[path.name] = info.st_mode, info.st_size, info.st_mtime_ns, info.st_ino, content
+    return entries
+
+
+class Judge:
+    def __init__(self, program, scratch, kept, is_sanitized):
+        self.program, self.kept, self.is_sanitized = program, pathlib.Path(kept), is_sanitized
+        self.launcher = Launcher()
+        self.folder = pathlib.Path(tempfile.mkdtemp(prefix="judge", dir=scratch))
+        self.memory = 100 * MB
+        self.cache = {}
+        self.begin("")
+
+    def begin(self, case):
+        self.case, self.faults = case, []
+        self.statuses, self.notes = collections.Counter(), collections.Counter()
+        self.clear()
+
+    def clear(self, *names):
+        """Removes what is in the folder, or these names from it."""
+        for path in [self.folder / name for name in names] or self.folder.iterdir():
+            if path.is_dir() and not path.is_symlink():
+                shutil.rmtree(path)
+            else:
+                path.unlink(missing_ok=True)
+
+    def fault(self, what, outcome=None):
+        """Keeps the folder as it is, under the name of the case."""
+        self.faults.append(f"{self.case}: {what}")
+        if len(self.faults) > 3:
+            return
+        place = self.kept / re.sub(r"[^\w.-]+", "_", f"{self.case} {len(self.faults)}")[:120]
+        shutil.rmtree(place, ignore_errors=True)
+        place.mkdir(parents=True)
+        for path in self.folder.iterdir():
+            if path.is_file() and path.stat().st_size < 64 * MB:
+                shutil.copy2(path, place)
+        told = f"{what}\n{self.command}\n"
+        if outcome:
+            told += f"status {outcome.status}, {outcome.rss} bytes, {outcome.seconds} s\n"
+            told += outcome.out + outcome.err
+        (place / "run.txt").write_text(told, errors="surrogateescape")
+
+    def join(self, inputs, options=check.Options(), more=(), output="out.h5", about=(),
+             allowed=(0, 255), is_broken_off=False, may_leave_part=False, reports_to_file=True,
+             reference=None, launchers=(), **how):
+        """Runs one join and judges it, with its input files unless `reference` is the output that
+        there must be. Returns its outcome; with launchers, an outcome for each of as many that run
+        at the same time."""
+        launchers = launchers or (self.launcher,)
+        before = snapshot(self.folder)
+        self.command = [self.program, *options.arguments(), *more, "-o", output, *inputs]
+        for launcher in launchers:
+            launcher.start(self.command, self.folder, **how)
+        outcomes = [launcher.finish() for launcher in launchers]
+        self.judge_files(before, output)
+        is_new = output not in before
+        for outcome in outcomes:
+            self.judge_status(outcome, allowed)
+            if outcome.status == 0:
+                self.judge_output(outcome, inputs, options, output, reference)
+            elif outcome.status == 255:
+                self.judge_report(outcome, about, reports_to_file)
+            if outcome.status != 0 and is_broken_off and is_new and 0 not in [
+                    other.status for other in outcomes]:
+                self.judge_remains(outcome, inputs, options, output, reference, may_leave_part)
+        return outcomes if len(launchers) > 1 else outcomes[0]
+
+    def judge_status(self, outcome, allowed):
+        self.statuses[outcome.status] += 1
+        if outcome.status not in allowed:
+            is_crash = outcome.status not in (0, 255)
+            if is_crash and "H5HG_" in outcome.err.partition("Received signal")[2]:
+                self.notes[LIBRARY_CRASH] += 1
+            else:
+                self.fault(f"status {outcome.status}, not one of {allowed}", outcome)
+        if outcome.rss > self.memory and not self.is_sanitized:
+            self.fault(f"{outcome.rss // MB} MB of memory, more than {self.memory // MB}", outcome)
+
+    def judge_files(self, before, output):
+        after = snapshot(self.folder)
+        changed = {name for name in before if after.get(name) != before[name]}
+        found = changed | (after.keys() - before.keys() - {output})
+        if found - {"Errors000.txt"}:
+            self.fault(f"files changed or new: {sorted(found - {'Errors000.txt'})}")
+
+    def judge_report(self, outcome, about, reports_to_file):
+        message = DIAGNOSTICS.sub("", outcome.err)
+        frame = FRAME.search(message)
+        if not frame:
+            self.fault("status 255 without a framed report", outcome)
+            return
+        report = message[frame.start():]
+        missing = [name for name in about if name not in report]
+        if missing:
+            self.fault(f"the report does not name {missing}", outcome)
+        errors = self.folder / "Errors000.txt"
+        kept = errors.read_text(errors="replace") if reports_to_file and errors.exists() else ""
+        # A report that memory has run out needs no memory, and so no file.
+        if reports_to_file and "std::bad_alloc" not in report and not all(
+                line in kept for line in report.splitlines()):
+            self.fault("the report is not in Errors000.txt", outcome)
+
+    def wanted(self, inputs, options):
+        """Computed once for inputs that the case calls the same."""
+        try:
+            return in_child(expectation, self.folder, inputs, options)
+        except Died:
+            return None
+
+    def judge_output(self, outcome, inputs, options, output, reference):
+        path = self.folder / output
+        if reference is not None and path.exists() and path.read_bytes() == reference:
+            return
+        wanted = self.wanted(inputs, options)
+        if wanted is None:
+            self.notes[UNREADABLE] += 1
+        elif isinstance(wanted, str):
+            self.fault(f"status 0, but the inputs cannot be joined: {wanted}", outcome)
+        else:
+            objects, lines = wanted
+            if "-v" in self.command:
+                told = [line for line in outcome.out.splitlines()
+                        if re.search(" (keeping|writing) [0-9v]", line)]
+                if told != [line for text in lines for line in text.splitlines()]:
+                    self.fault(f"told {told}, not {lines}", outcome)
+            if not lines:
+                if path.exists():
+                    self.fault("an output without a dataset", outcome)
+            elif not path.exists():
+                self.fault("status 0 without an output", outcome)
+            elif found := in_child(judged_output, path, objects):
+                self.fault(f"the output is wrong: {found[:3]}", outcome)
+
+    def judge_remains(self, outcome, inputs, options, output, reference, may_leave_part):
+        """Of a run that was broken off."""
+        path = self.folder / output
+        if not path.exists():
+            self.notes["left none"] += 1
+        elif reference is not None and path.read_bytes() == reference:
+            self.notes["left all"] += 1
+        else:
+            objects, _ = self.wanted(inputs, options)
+            try:
+                found = in_child(judged_output, path, objects)
+            except Died:
+                found = "crashes h5py"
+            if isinstance(found, str):
+                self.notes["left what cannot be read"] += 1
+                return
+            # A file that was not closed says so, and may be whole all the same.
+            found = [line for line in found if not line.startswith("superblock")]
+            if found and may_leave_part and all(line.endswith(check.MISSING) for line in found):
+                self.notes["left a part"] += 1
+            elif found:
+                self.fault(f"an incomplete output can be read: {found[:3]}", outcome)
+            else:
+                self.notes["left all"] += 1
+
+    def reference(self, inputs, options=check.Options(), **how):
+        """The output of a join without trouble, which is judged too."""
+        self.join(inputs, options, allowed=(0,), output="reference.h5", **how)
+        content = (self.folder / "reference.h5").read_bytes()
+        self.clear("reference.h5")
+        return content

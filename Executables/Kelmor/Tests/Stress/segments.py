@@ -1,0 +1,251 @@
+"""Writes segments with h5py: plain ones, and random ones in all the forms that are read.
+
+The segments of one random set are drawn from one plan, so that what must agree between them does.
+"""
+
+import dataclasses
+
+import h5py
+import numpy as np
+from check import component_count, in_bytes
+from h5py import h5d, h5p, h5s, h5t
+
+ASCII, UTF8 = h5py.string_dtype("ascii"), h5py.string_dtype("utf-8")
+KINDS = ("dat", "coef", "tdm", "txt", "ver")
+FILTERS = {"shuffle": True, "compression": "gzip", "compression_opts": 1, "fletcher32": True}
+
+
+# Plain segments.
+
+def write_table(group, name, rows, legend, dtype=ASCII, **keywords):
+    rows = np.asarray(rows, "f8")
+    keywords = {"maxshape": (None, rows.shape[1]), "chunks": (max(len(rows), 1), 1)} | keywords
+    table = group.create_dataset(name, data=rows, **keywords)
+    table.attrs.create("Legend", legend, dtype=dtype)
+
+
+def write_plain(path, start=0.0, kinds=KINDS, steps=3, tables=1, legends=ASCII, libver="v108",
+                filters=True, **keywords):
+    """An object of each kind, and `tables` tables; further keywords say how tables are stored. No
+    values are random."""
+    keywords = {"dtype": legends} | (FILTERS if filters else {}) | keywords
+    times = start + np.arange(steps)
+    with h5py.File(path, "w", libver=(libver, "latest")) as file:
+        for i in range(tables if "dat" in kinds else 0):
+            write_table(file.require_group("A.dir"), f"a{i or ''}.dat",
+                        np.column_stack([times, np.sin(times + i)]), ["t", "x"], **keywords)
+        if "coef" in kinds:
+            lengths = 2 + np.arange(steps) % 3
+            group = file.create_group("c.coef")
+            write_table(group, "index.dat", np.column_stack([times, np.cumsum(lengths)]),
+                        ["t", "index"], **keywords)
+            write_table(group, "coefs.dat", np.cos(np.arange(sum(lengths))).reshape(-1, 1), ["c"],
+                        **keywords)
+        if "tdm" in kinds:
+            group = file.create_group("m.tdm")
+            ends = 24 * np.arange(1, steps + 1)
+            write_table(group, "index.dat",
+                        np.column_stack([times, ends, np.full((steps, 2), 2)]),
+                        ["t", "index", "n", "m"], **keywords)
+            write_table(group, "data.dat", np.sqrt(np.arange(24 * steps)).reshape(-1, 1), ["v"],
+                        **keywords)
+            group.attrs.create("TensorSpec", ["TensorDim=3; TensorSymm=11; DataMeshDim=2;"],
+                               dtype=ASCII)
+        if "txt" in kinds:
+            file.create_dataset("l.txt", data=["step\n", "done\n"], dtype=ASCII, maxshape=(None,),
+                                chunks=(16,))
+        if "ver" in kinds:
+            record = file.create_dataset("v.ver", data=np.array([["h", "first"]], object),
+                                         dtype=ASCII, maxshape=(None, 2), chunks=(1, 2))
+            record.attrs.create("Version", [1], dtype="u8")
+
+
+# Random ones. `rng` is a random.Random.
+
+FOLDERS = ("", "", "A.dir/", "A.dir/B b.dir/", "Zé*.dir/", "x|y.dir/", "de.dir/ep.dir/er.dir/")
+STEMS = ("a", "b", "q.r", " c", "Z", "ü", "[x]", "f?", "*")
+
+
+@dataclasses.dataclass
+class Plan:
+    """Of one object in all segments."""
+    columns: int
+    legend: str
+    spec: tuple
+    entries: list
+
+
+def random_plans(rng):
+    plans = {}
+    for kind in KINDS:
+        for i in range(rng.choice((0, 1, 1, 2, 3))):
+            plans[f"{rng.choice(FOLDERS)}{rng.choice(STEMS)}{i}.{kind}"] = Plan(
+                columns=rng.choice((1, 2, 3, 7, 25)),
+                legend=rng.choice(("plain", "missing", "undefined", "accents", "empty")),
+                spec=(rng.choice((1, 2, 3)), rng.choice(("", "1", "11", "12", "112", "aa")),
+                      rng.choice((0, 1, 2, 3))),
+                entries=[("h" * rng.randrange(3), rng.choice(("", "text", "ä" * 5, "x" * 300)))
+                         for _ in range(rng.choice((0, 1, 3)))])
+    return plans
+
+
+def random_times(rng, start):
+    count = rng.choice((0, 1, 2, 5, 20, rng.randrange(60)))
+    times = start + rng.choice((0.25, 0.5, 1.0)) * np.arange(count)
+    if count > 2:
+        oddity = rng.randrange(9)
+        if oddity == 0:
+            times[rng.randrange(count)] = rng.choice((np.nan, np.inf, -np.inf))
+        elif oddity == 1:
+            times[-1] = rng.choice((np.nan, np.inf, -np.inf, -3.0))
+        elif oddity == 2:
+            times = np.repeat(times, 2)[:count]
+        elif oddity == 3:
+            times = np.array(rng.sample(list(times), count))
+        elif oddity == 4:
+            times += np.array([rng.choice((0, 1e-11, -1e-11, 1e-10)) for _ in times])
+    return times
+
+
+def random_values(rng, count):
+    values = np.random.default_rng(rng.randrange(1 << 30)).standard_normal(count)
+    if count and rng.random() < 0.3:
+        values[rng.randrange(count)] = rng.choice((np.nan, np.inf, -0.0, 5e-324))
+    if rng.random() < 0.3:
+        values = np.floor(values * 20)
+    return values if rng.random() < 0.9 else np.zeros(count)
+
+
+def random_strings(rng, node, name, values):
+    """As an attribute: of fixed length, UTF-8, or ASCII where that is possible."""
+    form = rng.choice(("fixed", UTF8, ASCII))
+    if form == "fixed":
+        node.attrs.create(name, np.array(values, f"S{max(map(len, values)) or 1}"))
+    else:
+        is_ascii = all(map(bytes.isascii, values))
+        node.attrs.create(name, np.array([value.decode() for value in values], object),
+                          dtype=form if is_ascii else UTF8)
+
+
+def random_table(rng, group, name, rows, legend, must_be_exact=False):
+    types = ["f8", "f8", "f8", ">f8"]
+    if not must_be_exact:
+        types += ["f4", ">f4", "f2"]
+    if rows.size and np.all(np.isfinite(rows)) and np.all(rows == np.floor(rows)):
+        if np.max(np.abs(rows)) < 100:
+            types += ["i4", ">i8", "i1", ">i2"] + (["u2"] if np.min(rows) >= 0 else [])
+    dtype = np.dtype(rng.choice(types))
+    with np.errstate(all="ignore"):
+        rows = rows.astype(dtype)
+    layout = rng.choice(("contiguous", "compact", "chunked", "chunked", "chunked"))
+    if layout == "compact" and 0 < rows.nbytes < 60000:
+        plist = h5p.create(h5p.DATASET_CREATE)
+        plist.set_layout(h5d.COMPACT)
+        space = h5s.create_simple(rows.shape)
+        table_id = h5d.create(group.id, in_bytes(name), h5t.py_create(dtype), space, plist)
+        table_id.write(h5s.ALL, h5s.ALL, rows)
+        table = group[name]
+    else:
+        keywords, written = {}, len(rows)
+        if layout == "chunked":
+            columns = rows.shape[1]
+            chunk = (rng.choice((1, 2, 3, 7, 64, max(1, len(rows)))), rng.choice((1, 1, columns)))
+            largest = [(None, columns), (None, None)]
+            if chunk[0] <= len(rows):
+                largest.append((len(rows) + 5, columns))
+            keywords = {"chunks": chunk, "maxshape": rng.choice(largest)} | rng.choice((
+                {}, FILTERS, FILTERS, {"compression": rng.randrange(10)}, {"fletcher32": True},
+                {"shuffle": True, "fletcher32": True}))
+            if not must_be_exact and rng.random() < 0.2:  # rows that were never written
+                keywords["fillvalue"] = 7
+                written //= 2
+        table = group.create_dataset(name, shape=rows.shape, dtype=dtype, **keywords)
+        if written:
+            table[:written] = rows[:written]
+    if legend is not None:
+        random_strings(rng, table, "Legend", legend)
+    if rng.random() < 0.1:
+        table.attrs["another"] = np.arange(3)
+
+
+def random_legend(rng, plan):
+    legend = [b"c%d" % c for c in range(plan.columns)]
+    if plan.legend == "missing" and rng.random() < 0.5:
+        return None
+    if plan.legend == "undefined" and rng.random() < 0.5:
+        legend[0] = b"undefined"
+    if plan.legend == "accents":
+        legend = [in_bytes(f"côl {c}") for c in range(plan.columns)]
+    if plan.legend == "empty":
+        legend[1:] = [b""] * (plan.columns - 1)
+    return legend
+
+
+def random_steps(rng, group, values_name, start, lengths_of):
+    """lengths_of(times) gives {name of further column: values} and the length of every step."""
+    times = random_times(rng, start)
+    more, lengths = lengths_of(times)
+    index = np.column_stack([times, np.cumsum(lengths, dtype="f8"), more])
+    legend = [b"time", b"index"] + [b"Extents"] * more.shape[1]
+    random_table(rng, group, "index.dat", index, rng.choice((legend, legend, None)), True)
+    random_table(rng, group, values_name, random_values(rng, int(sum(lengths))).reshape(-1, 1),
+                 rng.choice(([b"values"], [b""], None)))
+
+
+def write_random_object(rng, group, name, plan, start):
+    kind = name.rpartition(".")[2]
+    if kind == "dat":
+        times = random_times(rng, start)
+        rows = random_values(rng, len(times) * plan.columns).reshape(-1, plan.columns)
+        rows[:, 0] = times
+        random_table(rng, group, name, rows, random_legend(rng, plan))
+    elif kind == "coef":
+        usual = rng.choice((0, 4))
+        random_steps(rng, group.create_group(name), "coefs.dat", start, lambda times: (
+            np.empty((len(times), 0)), [rng.choice((usual, usual, 1, 200)) for _ in times]))
+    elif kind == "tdm":
+        dimension, symmetry, mesh_dimension = plan.spec
+        components = component_count(dimension, symmetry)
+
+        def lengths_of(times):
+            extents = np.array([[rng.choice((0, 1, 2, 3, 5)) for _ in range(mesh_dimension)]
+                                for _ in times], "f8").reshape(len(times), mesh_dimension)
+            return extents, components * np.prod(extents, axis=1)
+
+        series = group.create_group(name)
+        random_steps(rng, series, "data.dat", start, lengths_of)
+        random_strings(rng, series, "TensorSpec", [rng.choice((
+            b"TensorDim=%d; TensorSymm=%s; DataMeshDim=%d;",
+            b" TensorDim = %d ;\n TensorSymm=%s; # indices\n DataMeshDim=%d")) % (
+                dimension, in_bytes(symmetry), mesh_dimension)])
+    elif kind == "txt":
+        text = rng.choice(("", "abc", "line\n", "x" * 5000, "naïve "))
+        form = rng.choice(("scalar", "characters", "strings", "strings"))
+        if form == "scalar":
+            group.create_dataset(name, data=text, dtype=UTF8)
+        elif form == "characters":
+            group.create_dataset(name, data=np.frombuffer(in_bytes(text), "i1"))
+        else:
+            pieces = group.create_dataset(name, (rng.choice((0, 1, 4)),), maxshape=(None,),
+                                          chunks=(16,), dtype=ASCII if text.isascii() else UTF8)
+            for i in range(len(pieces)):
+                if rng.random() < 0.9:  # or never written
+                    pieces[i] = text
+    else:
+        is_ascii = all(text.isascii() for entry in plan.entries for text in entry)
+        record = group.create_dataset(name, (len(plan.entries), 2), maxshape=(None, 2),
+                                      chunks=(1, 2), dtype=ASCII if is_ascii else UTF8)
+        for i, (commit, text) in enumerate(plan.entries):
+            record[i, 0], record[i, 1] = commit, text
+        record.attrs.create("Version", [len(plan.entries)], dtype=rng.choice(("u8", "i4", ">u8")))
+
+
+def write_random(rng, path, plans, start):
+    libver = rng.choice(("earliest", ("earliest", "v108"), ("v108", "v108"), "latest"))
+    keywords = rng.choice(({}, {}, {}, {"userblock_size": 512}, {"track_order": True}))
+    with h5py.File(path, "w", libver=libver, **keywords) as file:
+        for name, plan in plans.items():
+            if rng.random() < 0.8:
+                folder, _, base = name.rpartition("/")
+                write_random_object(rng, file.require_group(folder) if folder else file, base,
+                                    plan, start)
