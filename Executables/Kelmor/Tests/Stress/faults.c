@@ -1,6 +1,7 @@
 /* Preloaded, makes one call of a program fail, to see that the failure is reported.
 
    FAULT_CALLS   a list of names, as in ":read:pread:", or ":malloc:" for all that allocate
+   FAULT_AFTER   name of a call before whose first none is counted, as ":open:"; empty for none
    FAULT_AT      the number of the call that fails, from 1; 0 for none
    FAULT_ERROR   errno, or 0 for a transfer of half the bytes
    FAULT_ALWAYS  1 if all calls after it fail too
@@ -18,7 +19,7 @@
 #include <sys/types.h>
 #include <unistd.h>
 
-static const char* sCalls;
+static const char *sCalls, *sAfter;
 static long sAt, sCount;
 static int sError, sAlways;
 
@@ -26,6 +27,7 @@ __attribute__((constructor)) static void Start(void) {
   sAt = atol(getenv("FAULT_AT"));
   sError = atoi(getenv("FAULT_ERROR"));
   sAlways = atoi(getenv("FAULT_ALWAYS"));
+  sAfter = getenv("FAULT_AFTER");
   sCalls = getenv("FAULT_CALLS");
 }
 
@@ -40,7 +42,10 @@ __attribute__((destructor)) static void Stop(void) {
 }
 
 static int Fails(const char* call) {
-  if (!sCalls || !strstr(sCalls, call)) {
+  if (sCalls && sAfter && strcmp(sAfter, call) == 0) {
+    sAfter = NULL;
+  }
+  if (!sCalls || (sAfter && *sAfter) || !strstr(sCalls, call)) {
     return 0;
   }
   const long number = __atomic_add_fetch(&sCount, 1, __ATOMIC_RELAXED);

@@ -8,12 +8,14 @@
 - After a failure or a kill, the output is whole, or cannot be read. If an input could not be read, the
   datasets that were joined before may be there, and whole.
 
-Damage within HDF5's own global heap may crash the library: such runs are counted, not faults.
+Damage within HDF5's own global heap may crash the library, and so may a failing allocation: where
+the stack says so, the run is counted and is no fault.
 """
 
 import collections
 import contextlib
 import hashlib
+import itertools
 import os
 import pathlib
 import pickle
@@ -29,9 +31,11 @@ import h5py
 from run import Launcher
 
 MB = 1 << 20
-LIBRARY_CRASH = "in HDF5's global heap"
+LIBRARY_CRASH = "crashed within HDF5"
 UNREADABLE = "unjudged, for h5py crashed"
 DIAGNOSTICS = re.compile(r"^(HDF5-DIAG|  #\d|    (major|minor)).*\n", re.MULTILINE)
+C_LIBRARY = re.compile(r" (at|from) (\./|\.\./sysdeps|.*/lib(c|stdc\+\+|gcc_s)\.|.*faults\.so)|"
+                       "signal handler called")
 FRAME = re.compile(r"^(#{4}|={4})", re.MULTILINE)
 
 
@@ -128,7 +132,7 @@ class Judge:
 
     def join(self, inputs, options=check.Options(), more=(), output="out.h5", about=(),
              allowed=(0, 255), is_broken_off=False, may_leave_part=False, reports_to_file=True,
-             reference=None, launchers=(), **how):
+             library_may_crash=False, reference=None, launchers=(), **how):
         """Runs one join and judges it, with its input files unless `reference` is the output that
         there must be. Returns its outcome; with launchers, an outcome for each of as many that run
         at the same time."""
@@ -141,9 +145,11 @@ class Judge:
         self.judge_files(before, output)
         is_new = output not in before
         for outcome in outcomes:
-            self.judge_status(outcome, allowed)
+            self.judge_status(outcome, allowed, output if is_new else "", library_may_crash, how)
             if outcome.status == 0:
                 self.judge_output(outcome, inputs, options, output, reference)
+            elif outcome.status == 255 and library_may_crash and not outcome.err:
+                self.notes["ended by HDF5 itself"] += 1
             elif outcome.status == 255:
                 self.judge_report(outcome, about, reports_to_file)
             if outcome.status != 0 and is_broken_off and is_new and 0 not in [
@@ -151,16 +157,36 @@ class Judge:
                 self.judge_remains(outcome, inputs, options, output, reference, may_leave_part)
         return outcomes if len(launchers) > 1 else outcomes[0]
 
-    def judge_status(self, outcome, allowed):
+    def judge_status(self, outcome, allowed, output, library_may_crash, how):
         self.statuses[outcome.status] += 1
         if outcome.status not in allowed:
-            is_crash = outcome.status not in (0, 255)
-            if is_crash and "H5HG_" in outcome.err.partition("Received signal")[2]:
+            stack = []
+            if outcome.status == "hang":
+                stack = outcome.err.partition("Received signal 3")[2].splitlines()
+            elif outcome.status < 0:
+                stack = self.crash_stack(output, how.get("environment") or {})
+            is_in_library = library_may_crash and stack and "libhdf5" in stack[0]
+            if is_in_library or any("H5HG_" in frame for frame in stack):
                 self.notes[LIBRARY_CRASH] += 1
             else:
-                self.fault(f"status {outcome.status}, not one of {allowed}", outcome)
+                where = f" in {stack[0]}" if stack else ""
+                self.fault(f"status {outcome.status}{where}, not one of {allowed}", outcome)
         if outcome.rss > self.memory and not self.is_sanitized:
             self.fault(f"{outcome.rss // MB} MB of memory, more than {self.memory // MB}", outcome)
+
+    def crash_stack(self, output, environment):
+        """Frames of the same run under a debugger, without those of the C library at its top."""
+        with tempfile.TemporaryDirectory() as copy:
+            for path in self.folder.iterdir():
+                if path.is_file() and path.name != output:
+                    shutil.copy(path, copy)
+            command = ["/usr/bin/gdb", "-q", "-batch", "-ex", "handle SIGTRAP nostop noprint"]
+            for text in [f"set environment {name} {value}" for name, value in environment.items()
+                         ] + ["set startup-with-shell off", "run", "bt 200"]:
+                command += ["-ex", text]
+            told = self.launcher.run([*command, "--args", *self.command], copy, seconds=60).out
+        frames = re.findall(r"^#\d+ .*", told, re.MULTILINE)
+        return list(itertools.dropwhile(C_LIBRARY.search, frames))
 
     def judge_files(self, before, output):
         after = snapshot(self.folder)

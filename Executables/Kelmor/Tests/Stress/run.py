@@ -5,6 +5,7 @@ a child's peak memory below what its parent had when it started it.
 """
 
 import dataclasses
+import fcntl
 import json
 import os
 import pathlib
@@ -13,7 +14,6 @@ import select
 import signal
 import subprocess
 import sys
-import tempfile
 import time
 
 
@@ -28,9 +28,7 @@ class Outcome:
 
 class Launcher:
     def __init__(self):
-        self.folder = tempfile.TemporaryDirectory(prefix="launcher")
-        os.chmod(self.folder.name, 0o755)
-        self.process = subprocess.Popen([sys.executable, "-S", "-E", __file__, self.folder.name],
+        self.process = subprocess.Popen([sys.executable, "-S", "-E", __file__],
                                         stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
 
     def start(self, command, folder, environment=None, limits=None, seconds=10, cpu_seconds=10,
@@ -45,10 +43,7 @@ class Launcher:
         self.process.stdin.flush()
 
     def finish(self):
-        answer = json.loads(self.process.stdout.readline())
-        texts = {name: pathlib.Path(self.folder.name, name).read_text(errors="replace")
-                 for name in ("out", "err")}
-        return Outcome(**answer, **texts)
+        return Outcome(**json.loads(self.process.stdout.readline()))
 
     def run(self, command, folder, **how):
         self.start(command, folder, **how)
@@ -57,13 +52,22 @@ class Launcher:
 
 # The launching process.
 
-def become(request, own_folder):
-    def stream(name, flags, number):
-        os.dup2(os.open(name, flags, 0o666), number)
+def pipe():
+    """Of which a megabyte needs no reader. Files would count against a limit of their size."""
+    readable, writable = os.pipe()
+    fcntl.fcntl(writable, fcntl.F_SETPIPE_SZ, 1 << 20)
+    os.set_blocking(readable, False)
+    return readable, writable
 
-    stream(os.devnull, os.O_RDONLY, 0)
-    for number, name in (1, "out"), (2, "err"):
-        stream(os.path.join(own_folder, name), os.O_CREAT | os.O_TRUNC | os.O_WRONLY, number)
+
+def text_in(readable):
+    with os.fdopen(readable, "rb") as stream:
+        return (stream.read() or b"").decode(errors="replace")
+
+
+def become(request, out, err):
+    for number, stream in enumerate((os.open(os.devnull, os.O_RDONLY), out, err)):
+        os.dup2(stream, number)
     os.chdir(request["folder"])
     if request["user"] is not None:
         os.setgroups([])
@@ -82,23 +86,25 @@ def cpu_seconds_of(child):
     return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
 
 
-def run(request, own_folder):
+def run(request):
     begin = time.monotonic()
+    (out, child_out), (err, child_err) = pipe(), pipe()
     child = os.fork()
     if child == 0:
         try:
-            become(request, own_folder)
+            become(request, child_out, child_err)
         finally:
             os._exit(126)
+    os.close(child_out)
+    os.close(child_err)
     ended = os.pidfd_open(child)
-    signals, is_late, output = request["signals"], False, os.path.join(own_folder, "out")
+    signals, is_late = request["signals"], False
 
     def wait(seconds):
         return bool(select.select([ended], [], [], max(seconds, 0))[0])
 
     if signals and signals["after"] is None:
-        while not wait(0.0005) and not os.path.getsize(output):
-            pass
+        select.select([out], [], [])
     elif signals:
         wait(signals["after"])
     while signals and not wait(0):
@@ -115,12 +121,13 @@ def run(request, own_folder):
     _, status, usage = os.wait4(child, 0)
     os.close(ended)
     return {"status": "hang" if is_late else os.waitstatus_to_exitcode(status),
-            "rss": usage.ru_maxrss * 1024, "seconds": time.monotonic() - begin}
+            "rss": usage.ru_maxrss * 1024, "seconds": time.monotonic() - begin,
+            "out": text_in(out), "err": text_in(err)}
 
 
 def main():
     for line in sys.stdin:
-        print(json.dumps(run(json.loads(line), sys.argv[1])), flush=True)
+        print(json.dumps(run(json.loads(line))), flush=True)
 
 
 if __name__ == "__main__":
