@@ -97,7 +97,6 @@ class Judge:
         self.launcher = Launcher()
         self.folder = pathlib.Path(tempfile.mkdtemp(prefix="judge", dir=scratch))
         self.memory = 100 * MB
-        self.cache = {}
         self.begin("")
 
     def begin(self, case):
@@ -162,7 +161,7 @@ class Judge:
         if outcome.status not in allowed:
             stack = []
             if outcome.status == "hang":
-                stack = outcome.err.partition("Received signal 3")[2].splitlines()
+                stack = outcome.err.partition("Received signal 3")[2].splitlines()[1:]
             elif outcome.status < 0:
                 stack = self.crash_stack(output, how.get("environment") or {})
             is_in_library = library_may_crash and stack and "libhdf5" in stack[0]
@@ -213,7 +212,6 @@ class Judge:
             self.fault("the report is not in Errors000.txt", outcome)
 
     def wanted(self, inputs, options):
-        """Computed once for inputs that the case calls the same."""
         try:
             return in_child(expectation, self.folder, inputs, options)
         except Died:

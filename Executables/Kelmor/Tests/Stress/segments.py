@@ -49,8 +49,8 @@ def write_plain(path, start=0.0, kinds=KINDS, steps=3, tables=1, legends=ASCII, 
                         ["t", "index", "n", "m"], **keywords)
             write_table(group, "data.dat", np.sqrt(np.arange(24 * steps)).reshape(-1, 1), ["v"],
                         **keywords)
-            group.attrs.create("TensorSpec", ["TensorDim=3; TensorSymm=11; DataMeshDim=2;"],
-                               dtype=ASCII)
+            spec = b"TensorDim=3; TensorSymm=11; DataMeshDim=2;"
+            group.attrs.create("TensorSpec", [spec], dtype=ASCII if legends == ASCII else "S60")
         if "txt" in kinds:
             file.create_dataset("l.txt", data=["step\n", "done\n"], dtype=ASCII, maxshape=(None,),
                                 chunks=(16,))

@@ -261,23 +261,21 @@ DAMAGED = {  # small files, whose structures differ
 }
 
 
-def damaged_input(judge, kind):
-    path = judge.folder / "in.h5"
-    write_plain(path, **DAMAGED[kind])
-    content = path.read_bytes()
-    reference = judge.reference(["in.h5"])
-    return path, content, reference
-
-
-def size_of_damaged(kind):
+def undamaged(kind):
     with tempfile.NamedTemporaryFile() as file:
         write_plain(file.name, **DAMAGED[kind])
-        return os.path.getsize(file.name)
+        return pathlib.Path(file.name).read_bytes()
+
+
+def damaged_input(judge, kind):
+    path, content = judge.folder / "in.h5", undamaged(kind)
+    path.write_bytes(content)
+    return path, content, judge.reference(["in.h5"])
 
 
 def truncation_cases(share):
     return [(kind, lengths) for kind in ("dat", "tdm", "txt")
-            for lengths in chunked(spread(size_of_damaged(kind), share, 64), 64)]
+            for lengths in chunked(spread(len(undamaged(kind)), share, 64), 64)]
 
 
 def run_truncation(judge, kind, lengths):
@@ -289,8 +287,13 @@ def run_truncation(judge, kind, lengths):
 
 
 def flip_cases(share):
-    return [(kind, bits) for kind in DAMAGED
-            for bits in chunked(spread(8 * size_of_damaged(kind), share), 64)]
+    """Every bit of all bytes but zeros, of those one bit each: most are room that is not used."""
+    cases = []
+    for kind in DAMAGED:
+        bits = [8 * i + bit for i, byte in enumerate(undamaged(kind)) for bit in range(8)
+                if byte or bit == i % 8]
+        cases += [(kind, part) for part in chunked([bits[i] for i in spread(len(bits), share)], 64)]
+    return cases
 
 
 def run_flips(judge, kind, bits):
@@ -408,8 +411,12 @@ def run_mutation(judge, seeds):
         rng = random.Random(seed)
         judge.clear()
         judge.case = f"mutation [{seed}]"
-        write_pair(judge, filters=rng.random() < 0.5,
-                   libver=rng.choice(("earliest", "v108", "latest")))
+        form = rng.random() < 0.5, rng.choice(("earliest", "v108", "latest"))
+        if form not in judge.pairs:
+            write_pair(judge, filters=form[0], libver=form[1])
+            judge.pairs[form] = [(judge.folder / name).read_bytes() for name in PAIR]
+        for name, content in zip(PAIR, judge.pairs[form]):
+            (judge.folder / name).write_bytes(content)
         with h5py.File(judge.folder / PAIR[rng.randrange(2)], "r+") as file:
             for _ in range(rng.choice((1, 1, 2, 4))):
                 node = random_object(rng, file)
@@ -600,12 +607,13 @@ GROUPS = {  # name: its cases, what runs one, whether a program with sanitizers 
 }
 # Of its cases, in a quick run.
 QUICK = collections.defaultdict(lambda: 0.1, random=0.08, allocations=0.02, truncation=0.03,
-                                flips=0.005, mutation=0.02, signals=0.15, races=0.2)
+                                flips=0.03, mutation=0.02, signals=0.15, races=0.2)
 
 
 def prepare(settings, scratch):
     global judge
     judge = Judge(settings.program, scratch, settings.keep, settings.sanitized)
+    judge.pairs = {}  # files that are written once and then changed
     judge.shim = pathlib.Path(scratch) / "faults.so"
 
 
