@@ -34,8 +34,7 @@ MB = 1 << 20
 LIBRARY_CRASH = "crashed within HDF5"
 UNREADABLE = "unjudged, for h5py crashed"
 DIAGNOSTICS = re.compile(r"^(HDF5-DIAG|  #\d|    (major|minor)).*\n", re.MULTILINE)
-C_LIBRARY = re.compile(r" (at|from) (\./|\.\./sysdeps|.*/lib(c|stdc\+\+|gcc_s)\.|.*faults\.so)|"
-                       "signal handler called")
+C_LIBRARY = re.compile(r"/lib(c|stdc\+\+|gcc_s)\.so| at \.|faults\.so|signal handler called")
 FRAME = re.compile(r"^(#{4}|={4})", re.MULTILINE)
 
 
@@ -159,11 +158,7 @@ class Judge:
     def judge_status(self, outcome, allowed, output, library_may_crash, how):
         self.statuses[outcome.status] += 1
         if outcome.status not in allowed:
-            stack = []
-            if outcome.status == "hang":
-                stack = outcome.err.partition("Received signal 3")[2].splitlines()[1:]
-            elif outcome.status < 0:
-                stack = self.crash_stack(output, how.get("environment") or {})
+            stack = self.stack_of(outcome, output, how.get("environment") or {})
             is_in_library = library_may_crash and stack and "libhdf5" in stack[0]
             if is_in_library or any("H5HG_" in frame for frame in stack):
                 self.notes[LIBRARY_CRASH] += 1
@@ -173,8 +168,15 @@ class Judge:
         if outcome.rss > self.memory and not self.is_sanitized:
             self.fault(f"{outcome.rss // MB} MB of memory, more than {self.memory // MB}", outcome)
 
-    def crash_stack(self, output, environment):
-        """Frames of the same run under a debugger, without those of the C library at its top."""
+    def stack_of(self, outcome, output, environment):
+        """Frames of a run that crashed or was too late, without those of the C library at its top:
+        what it told itself, or else the same run tells a debugger."""
+        told = outcome.err.partition("Received signal")[2].splitlines()[1:]
+        if not told and outcome.status != "hang" and outcome.status < 0:
+            told = self.debug(output, environment)
+        return list(itertools.dropwhile(C_LIBRARY.search, told))
+
+    def debug(self, output, environment):
         with tempfile.TemporaryDirectory() as copy:
             for path in self.folder.iterdir():
                 if path.is_file() and path.name != output:
@@ -184,8 +186,7 @@ class Judge:
                          ] + ["set startup-with-shell off", "run", "bt 200"]:
                 command += ["-ex", text]
             told = self.launcher.run([*command, "--args", *self.command], copy, seconds=60).out
-        frames = re.findall(r"^#\d+ .*", told, re.MULTILINE)
-        return list(itertools.dropwhile(C_LIBRARY.search, frames))
+        return re.findall(r"^#\d+ .*", told, re.MULTILINE)
 
     def judge_files(self, before, output):
         after = snapshot(self.folder)
