@@ -416,6 +416,7 @@ def differences(output, objects):
 
     with h5py.File(output, "r") as file:
         walk(file["/"], "/")
+        found += [f"/: {what}" for what in node_differences(file["/"], Group())]
         found += [path + MISSING for path in sorted(objects.keys() - seen)]
         found += [path + " is in the output" for path in sorted(seen - objects.keys())]
         for path in sorted(seen & objects.keys()):

@@ -71,12 +71,18 @@ def expectation(folder, inputs, options):
         return repr(error)
 
 
-def judged_output(output, wanted):
-    """Differences; a string if the output cannot be read."""
+def verdict(folder, inputs, options, output):
+    """The lines that a join tells, and the differences of its output; strings instead, if the inputs
+    cannot be joined or the output cannot be read."""
+    wanted = expectation(folder, inputs, options)
+    if isinstance(wanted, str):
+        return wanted, []
+    if not os.path.exists(os.path.join(folder, output)):
+        return wanted[1], None
     try:
-        return check.differences(output, wanted)
-    except Exception as error:  # whatever h5py makes of it
-        return repr(error)
+        return wanted[1], check.differences(os.path.join(folder, output), wanted[0])
+    except Exception as error:
+        return wanted[1], repr(error)
 
 
 def snapshot(folder):
@@ -212,35 +218,33 @@ class Judge:
                 line in kept for line in report.splitlines()):
             self.fault("the report is not in Errors000.txt", outcome)
 
-    def wanted(self, inputs, options):
-        try:
-            return in_child(expectation, self.folder, inputs, options)
-        except Died:
-            return None
-
     def judge_output(self, outcome, inputs, options, output, reference):
         path = self.folder / output
         if reference is not None and path.exists() and path.read_bytes() == reference:
             return
-        wanted = self.wanted(inputs, options)
-        if wanted is None:
-            self.notes[UNREADABLE] += 1
-        elif isinstance(wanted, str):
-            self.fault(f"status 0, but the inputs cannot be joined: {wanted}", outcome)
-        else:
-            objects, lines = wanted
-            if "-v" in self.command:
-                told = [line for line in outcome.out.splitlines()
-                        if re.search(" (keeping|writing) [0-9v]", line)]
-                if told != [line for text in lines for line in text.splitlines()]:
-                    self.fault(f"told {told}, not {lines}", outcome)
-            if not lines:
-                if path.exists():
-                    self.fault("an output without a dataset", outcome)
-            elif not path.exists():
-                self.fault("status 0 without an output", outcome)
-            elif found := in_child(judged_output, path, objects):
-                self.fault(f"the output is wrong: {found[:3]}", outcome)
+        try:
+            lines, found = in_child(verdict, self.folder, inputs, options, output)
+        except Died:
+            try:
+                in_child(expectation, self.folder, inputs, options)
+                self.fault("status 0, but the output crashes h5py", outcome)
+            except Died:
+                self.notes[UNREADABLE] += 1
+            return
+        if isinstance(lines, str):
+            self.fault(f"status 0, but the inputs cannot be joined: {lines}", outcome)
+            return
+        if "-v" in self.command:
+            told = [line for line in outcome.out.splitlines()
+                    if re.search(" (keeping|writing) [0-9v]", line)]
+            if told != [line for text in lines for line in text.splitlines()]:
+                self.fault(f"told {told}, not {lines}", outcome)
+        if found is None and lines:
+            self.fault("status 0 without an output", outcome)
+        elif found is not None and not lines:
+            self.fault("an output without a dataset", outcome)
+        elif found:
+            self.fault(f"the output is wrong: {found if isinstance(found, str) else found[:3]}", outcome)
 
     def judge_remains(self, outcome, inputs, options, output, reference, may_leave_part):
         """Of a run that was broken off."""
@@ -250,9 +254,8 @@ class Judge:
         elif reference is not None and path.read_bytes() == reference:
             self.notes["left all"] += 1
         else:
-            objects, _ = self.wanted(inputs, options)
             try:
-                found = in_child(judged_output, path, objects)
+                _, found = in_child(verdict, self.folder, inputs, options, output)
             except Died:
                 found = "crashes h5py"
             if isinstance(found, str):
