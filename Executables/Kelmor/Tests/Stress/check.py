@@ -232,11 +232,11 @@ def select(times, options):
     last, gap, is_first = 0.0, 0.0, True
     if options.NoWipe:
         return keep, gap
-    for part, flags in zip(reversed(times), reversed(keep)):
+    for part, flags in zip(reversed([part.tolist() for part in times]), reversed(keep)):
         for i in range(len(part) - 1, -1, -1):
-            difference = last - float(part[i])
+            difference = last - part[i]
             if is_first or difference >= options.DeltaT:
-                is_first, last, gap = False, float(part[i]), max(gap, difference)
+                is_first, last, gap = False, part[i], max(gap, difference)
             else:
                 flags[i] = False
     return keep, gap

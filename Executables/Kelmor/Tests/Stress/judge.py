@@ -101,11 +101,11 @@ class Judge:
         self.program, self.kept, self.is_sanitized = program, pathlib.Path(kept), is_sanitized
         self.launcher = Launcher()
         self.folder = pathlib.Path(tempfile.mkdtemp(prefix="judge", dir=scratch))
-        self.memory = 100 * MB
         self.begin("")
 
     def begin(self, case):
         self.case, self.faults = case, []
+        self.memory, self.reading_seconds = 100 * MB, 60
         self.statuses, self.notes = collections.Counter(), collections.Counter()
         self.clear()
 
@@ -223,10 +223,11 @@ class Judge:
         if reference is not None and path.exists() and path.read_bytes() == reference:
             return
         try:
-            lines, found = in_child(verdict, self.folder, inputs, options, output)
+            lines, found = in_child(verdict, self.folder, inputs, options, output,
+                                    seconds=self.reading_seconds)
         except Died:
             try:
-                in_child(expectation, self.folder, inputs, options)
+                in_child(expectation, self.folder, inputs, options, seconds=self.reading_seconds)
                 self.fault("status 0, but the output crashes h5py", outcome)
             except Died:
                 self.notes[UNREADABLE] += 1

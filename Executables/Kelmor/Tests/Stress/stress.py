@@ -6,6 +6,7 @@ Ends with status 1 after any fault. What a faulty run worked on is kept, with wh
 """
 
 import argparse
+import ast
 import collections
 import contextlib
 import errno
@@ -26,7 +27,7 @@ import h5py
 import numpy as np
 from bad_inputs import CASES
 from check import Options
-from judge import LIBRARY_CRASH, MB, Judge
+from judge import LIBRARY_CRASH, MB, UNREADABLE, Judge
 from run import Launcher
 from segments import (ASCII, KINDS, random_plans, write_plain, write_random,
                       write_table)
@@ -305,7 +306,7 @@ def run_flips(judge, kind, bits):
         damaged = bytearray(content)
         damaged[bit // 8] ^= 1 << bit % 8
         path.write_bytes(damaged)
-        judge.case = f"flips {kind} {bit}"
+        judge.case = f"flips{(kind, [bit])}"
         judge.join(["in.h5"], about=("in.h5",), reference=reference, cpu_seconds=3)
 
 
@@ -412,7 +413,7 @@ def run_mutation(judge, seeds):
     for seed in seeds:
         rng = random.Random(seed)
         judge.clear()
-        judge.case = f"mutation [{seed}]"
+        judge.case = f"mutation{([seed],)}"
         form = rng.random() < 0.5, rng.choice(("earliest", "v108", "latest"))
         if form not in judge.pairs:
             write_pair(judge, filters=form[0], libver=form[1])
@@ -540,6 +541,7 @@ def load_cases(share):
 
 def run_load(judge, what, size):
     how = {"allowed": (0,), "seconds": 300, "cpu_seconds": 300}
+    judge.reading_seconds = 600
     if what == "inputs":
         inputs = [f"{i}.h5" for i in range(size)]
         for i, name in enumerate(inputs):
@@ -558,9 +560,11 @@ def run_load(judge, what, size):
             values[:, 0] = np.arange(rows)
             write_table(file, "a.dat", values, [f"c{i}" for i in range(10)], chunks=(rows, 1))
             del values
-        usual, judge.memory = judge.memory, 2 * 8 * rows + size + 100 * MB
+        # Times, a column, and that column's chunk in the file.
+        judge.memory += 3 * 8 * rows + size
         judge.join(["in.h5"], Options(NoGzip=size < 1e9), more=["-cachesize", str(size)], **how)
-        judge.memory = usual
+    if judge.statuses[0] and judge.notes[UNREADABLE]:
+        judge.fault("the output could not be checked")
 
 
 # Valgrind.
@@ -621,8 +625,7 @@ def prepare(settings, scratch):
 
 
 def run_case(group, case):
-    name = " ".join([group, *(str(part) for part in case)])
-    judge.begin(name)
+    judge.begin(f"{group}{case}")
     try:
         GROUPS[group][1](judge, *case)
     except Exception as error:
@@ -667,7 +670,7 @@ def main():
     parser.add_argument("--quick", action="store_true", help="a sample of each group")
     parser.add_argument("--sanitized", action="store_true",
                         help="the program has sanitizers: what they rule out is left out")
-    parser.add_argument("--case", help="the one case of this name, as a fault shows it")
+    parser.add_argument("--case", help="one case, as a fault shows it: \"mutation([2636],)\"")
     parser.add_argument("--jobs", type=int, default=len(os.sched_getaffinity(0)))
     settings = parser.parse_args()
     if unknown := set(settings.groups) - set(GROUPS):
@@ -681,15 +684,15 @@ def main():
         subprocess.run(["cc", "-shared", "-fPIC", "-O2", "-o", os.path.join(scratch, "faults.so"),
                         pathlib.Path(__file__).with_name("faults.c"), "-ldl"], check=True)
         with multiprocessing.Pool(settings.jobs, prepare, (settings, scratch)) as pool:
+            if settings.case:
+                group, _, case = settings.case.partition("(")
+                return run_group(pool, group, [ast.literal_eval("(" + case)]) > 0
             for group in settings.groups or GROUPS:
                 cases, _, runs_sanitized = GROUPS[group]
                 if settings.sanitized and not runs_sanitized:
                     print(f"{group}: skipped, for the program has sanitizers")
                     continue
                 selected = cases(QUICK[group] if settings.quick else 1)
-                if settings.case:
-                    selected = [case for case in selected if settings.case.startswith(
-                        " ".join([group, *(str(part) for part in case)]))]
                 found += run_group(pool, group, selected)
     return found > 0
 
