@@ -177,7 +177,8 @@ class Judge:
     def stack_of(self, outcome, output, environment):
         """Frames of a run that crashed or was too late, without those of the C library at its top:
         what it told itself, or else the same run tells a debugger."""
-        told = outcome.err.partition("Received signal")[2].splitlines()[1:]
+        told = re.findall(r"^\S+ +\S.* \+ 0?x?[0-9a-f]+$",
+                          outcome.err.partition("Received signal")[2], re.MULTILINE)
         if not told and outcome.status != "hang" and outcome.status < 0:
             told = self.debug(output, environment)
         return list(itertools.dropwhile(C_LIBRARY.search, told))

@@ -126,6 +126,7 @@ def run(request):
 
 
 def main():
+    signal.signal(signal.SIGINT, signal.SIG_DFL)  # for a child that it reaches too early
     for line in sys.stdin:
         print(json.dumps(run(json.loads(line))), flush=True)
 

@@ -247,6 +247,7 @@ def run_allocations(judge, always, part, parts, share):
         judge.fault("hardly any allocations: the faults do not reach the program")
     for i in list(spread(count, share))[part::parts]:
         judge.clear("out.h5", "Errors000.txt")
+        judge.case = f"allocations of which number {i + 1}{' and all later' * always} fails"
         judge.join(PAIR, is_broken_off=True, may_leave_part=True, reference=reference,
                    reports_to_file=False, library_may_crash=True,
                    environment=fault_environment(judge, "malloc", i + 1, errno.ENOMEM, always))
