@@ -161,8 +161,9 @@ for name, keywords in {
         "chunks of several columns": {"data": np.zeros((50, 2)), "chunks": (7, 2)},
 }.items():
     replace("table of " + name, TABLE, joins=True, **keywords)
-for name, times in {"NaN": [np.nan] * 3, "infinity": [0, np.inf, 1], "minus infinity": [-np.inf] * 3,
-                    "equal times": [1] * 3, "decreasing times": [3, 2, 1]}.items():
+for name, times in {"NaN": [np.nan] * 3, "infinity": [0, np.inf, 1],
+                    "minus infinity": [-np.inf] * 3, "equal times": [1] * 3,
+                    "decreasing times": [3, 2, 1]}.items():
     change("table with " + name,
            lambda file, times=times: file[TABLE].__setitem__((slice(None), 0), times), joins=True)
 
@@ -201,7 +202,8 @@ for name, value in {
         "too few": [b"a"], "too many": [b"a"] * 3, "compounds": np.zeros(2, [("x", "f8")]),
         "a number": 3.0, "no dataspace": h5py.Empty("S1")}.items():
     attribute("legend of " + name, TABLE, "Legend", value)
-for name, value, dtype in (("missing", None, None), ("bytes that are no text", np.array([b"\xff\xfe", b"a"], "S2"), None),
+for name, value, dtype in (("missing", None, None),
+                           ("bytes that are no text", np.array([b"\xff\xfe", b"a"], "S2"), None),
                            ("60000 characters", objects("x" * 60000, "y"), UTF8)):
     attribute("legend of " + name, TABLE, "Legend", value, True, dtype)
 
@@ -239,12 +241,15 @@ change("another member of a set", lambda file: file.create_dataset(COEF + "/x.da
 
 SPEC = "TensorDim=%s; TensorSymm=%s; DataMeshDim=%s;"
 for name, spec in {
-        "without a key": "TensorDim=3; DataMeshDim=2;", "with another key": SPEC % (3, 11, "2; X=1"),
-        "with a key twice": "TensorDim=3; " + SPEC % (3, 11, 2), "of no number": SPEC % ("x", 11, 2),
+        "without a key": "TensorDim=3; DataMeshDim=2;",
+        "with another key": SPEC % (3, 11, "2; X=1"),
+        "with a key twice": "TensorDim=3; " + SPEC % (3, 11, 2),
+        "of no number": SPEC % ("x", 11, 2),
         "of dimension -3": SPEC % (-3, 11, 2), "of dimension 0": SPEC % (0, 11, 2),
         "of dimension 2000000000": SPEC % (2000000000, 12, 2),
         "of dimension 99999999999999": SPEC % (99999999999999, "", 2),
-        "of rank 200": SPEC % (3, "1" * 200, 2), "of rank 200 and dimension 1": SPEC % (1, "1" * 200, 2),
+        "of rank 200": SPEC % (3, "1" * 200, 2),
+        "of rank 200 and dimension 1": SPEC % (1, "1" * 200, 2),
         "of another mesh": SPEC % (3, 11, 3), "of mesh -2": SPEC % (3, 11, -2),
         "of mesh 2000000000": SPEC % (3, 11, 2000000000), "of another structure": SPEC % (3, 12, 2),
         "empty": "", "of garbage": "((((;;;===",

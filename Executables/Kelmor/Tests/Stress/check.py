@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
-"""Recomputes a join from its inputs, by brute force and apart from the program, and compares it with
-an output: the objects and their layout on disk, values bit for bit, legends, texts and records.
+"""Recomputes a join from its inputs, by brute force and apart from the program, and compares it
+with an output: the objects and their layout on disk, values bit for bit, legends, texts and
+records.
 
     check.py OUTPUT [-DeltaT x] [-NoWipe] [-NoGzip] [-skip glob] -- INPUT ...
 

@@ -4,9 +4,10 @@
   memory than its data account for.
 - Status 0 means that the output is what check.py makes of the inputs.
 - Status 255 means a framed report on standard error and in Errors000.txt.
-- Inputs and an existing output stay as they were, to the time of modification. No other file appears.
-- After a failure or a kill, the output is whole, or cannot be read. If an input could not be read, the
-  datasets that were joined before may be there, and whole.
+- Inputs and an existing output stay as they were, to the time of modification. No other file
+  appears.
+- After a failure or a kill, the output is whole, or cannot be read. If an input could not be read,
+  the datasets that were joined before may be there, and whole.
 
 Damage within HDF5's own global heap may crash the library, and so may a failing allocation: where
 the stack says so, the run is counted and is no fault.
@@ -27,7 +28,6 @@ import stat
 import tempfile
 
 import check
-import h5py
 from run import Launcher
 
 MB = 1 << 20
@@ -72,8 +72,8 @@ def expectation(folder, inputs, options):
 
 
 def verdict(folder, inputs, options, output):
-    """The lines that a join tells, and the differences of its output; strings instead, if the inputs
-    cannot be joined or the output cannot be read."""
+    """The lines that a join tells, and the differences of its output; strings instead, if the
+    inputs cannot be joined or the output cannot be read."""
     wanted = expectation(folder, inputs, options)
     if isinstance(wanted, str):
         return wanted, []
@@ -246,7 +246,8 @@ class Judge:
         elif found is not None and not lines:
             self.fault("an output without a dataset", outcome)
         elif found:
-            self.fault(f"the output is wrong: {found if isinstance(found, str) else found[:3]}", outcome)
+            self.fault(f"the output is wrong: {[found] if isinstance(found, str) else found[:3]}",
+                       outcome)
 
     def judge_remains(self, outcome, inputs, options, output, reference, may_leave_part):
         """Of a run that was broken off."""

@@ -1,7 +1,7 @@
 """Runs programs, and says how they ended and what they cost.
 
-A Launcher keeps a small process of its own for that, this file as a program: the system never reports
-a child's peak memory below what its parent had when it started it.
+A Launcher keeps a small process of its own for that, this file as a program: the system never
+reports a child's peak memory below what its parent had when it started it.
 """
 
 import dataclasses

@@ -229,8 +229,8 @@ def run_calls(judge, call, error, always, share):
             environment=fault_environment(judge, call, i + 1, ERRORS[error], always))
         if outcome.status == 0 and error in ("EIO", "ENOSPC") and call in ("pwrite", "fsync"):
             judge.fault(f"the failure of {call} {i + 1} goes unnoticed", outcome)
-        if outcome.status == 255 and not re.search(r"(first|second|out)\.h5|[Ff]lushing directory /",
-                                                       outcome.err):
+        if outcome.status == 255 and not re.search(
+                r"(first|second|out)\.h5|[Ff]lushing directory /", outcome.err):
             judge.fault(f"no file is named when {call} {i + 1} fails", outcome)
 
 
