@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <filesystem>
 #include <functional>
 #include <numeric>
 #include <tuple>
@@ -200,8 +201,16 @@ hid_t Vexa_H5::OpenFile(const std::string& path, H5AccessType access, int verbos
     REQUIRE(access==ReadWrite,
             "Attempting to create non-existent file '" << path << "' in ReadOnly mode");
     PropertyListHandle fcpl_id = UntimedCreation(H5P_FILE_CREATE);
+    const int error = CreateEmptyFile(path);
+    REQUIRE(error==0, "H5Fcreate(" << path << ", ...) failed: " << StrError(error));
+    // The file is ours, so nothing of anybody's is truncated.
     file_id =
-        trace(4, H5Fcreate(path.c_str(), H5F_ACC_EXCL, fcpl_id, fapl_id), "H5Fcreate(", path, ")");
+        trace(4, H5Fcreate(path.c_str(), H5F_ACC_TRUNC, fcpl_id, fapl_id), "H5Fcreate(", path, ")");
+    if (file_id < 0) {
+      // What the library leaves can be a file without objects that opens well.
+      std::error_code ignored;
+      std::filesystem::remove(path, ignored);
+    }
     REQUIRE(file_id>=0, "H5Fcreate(" << path << ", ...) failed");
     const herr_t err = fcpl_id.Close();
     REQUIRE(err>=0, "H5Pclose(fcpl_id) failed: " << err);

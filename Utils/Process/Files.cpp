@@ -30,6 +30,11 @@ bool IsRegularFile(const std::string& path) {
   return FileType(path) == S_IFREG;
 }
 
+int CreateEmptyFile(const std::string& path) {
+  const int descriptor = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+  return descriptor >= 0 && close(descriptor) == 0 ? 0 : errno;
+}
+
 int FlushToDisk(const std::string& path) {
   const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
   if (descriptor < 0) {

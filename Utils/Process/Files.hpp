@@ -13,6 +13,10 @@ bool DirectoryExists(const std::string& path);
 /// Whether it can be opened and read like a file: no directory, FIFO, socket or device.
 bool IsRegularFile(const std::string& path);
 
+/// Creates an empty file: 0, or the errno of the call that failed; EEXIST of a name that is taken,
+/// by a symbolic link that leads nowhere too.
+int CreateEmptyFile(const std::string& path);
+
 /// Returns once the contents of the file, or the entries of the directory, are on the disk: 0, or
 /// the errno of the call that failed. A file system that cannot flush a directory counts as
 /// flushed, since there is nothing a caller could do about it.

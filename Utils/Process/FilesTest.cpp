@@ -53,4 +53,13 @@ TEST_F(FilesTest, FlushToDiskReturnsTheErrno) {
   EXPECT_EQ(FlushToDisk("/dev/null"), EINVAL) << "only a directory is excused";
 }
 
+TEST_F(FilesTest, WhatExistsIsNotCreated) {
+  EXPECT_EQ(CreateEmptyFile(mDirectory / "new"), 0);
+  EXPECT_TRUE(fs::is_empty(mDirectory / "new"));
+  for (const char* name : {"file", "link", "sub", "fifo", "dangling"}) {
+    EXPECT_EQ(CreateEmptyFile(mDirectory / name), EEXIST) << name;
+  }
+  EXPECT_EQ(fs::file_size(mDirectory / "file"), 4u);
+}
+
 }  // namespace
