@@ -37,6 +37,7 @@ void CleanUp(Inputs& inputs, std::unique_ptr<CachedH5File>& output, bool verbose
   }
   inputs.Clear();
   const std::string outputPath = output->Filename();
+  output->SetUnfinished(false);
   output.reset();
   CachedH5FileHolder& holder = TheCachedH5FileHolder();
   if (verbose) {
@@ -82,6 +83,7 @@ void JoinFiles(const CommandLineParser& parser) {
 
   auto output =
       std::make_unique<CachedH5File>(OutputFile, ReadWrite, CachedH5File::VersionHistory{}, 0);
+  output->SetUnfinished(true);
   Progress progress(!options.mVerbose, datasets, inputs.TotalBytes());
   JoinRun run{options, inputs, *output, progress};
   progress.Stage("joining version records");

@@ -41,10 +41,6 @@ ReportContext::~ReportContext() {
   pInnermostContext = mpOuter;
 }
 
-bool ReportContext::IsAboutAnotherFile(const std::string& file) {
-  return pInnermostContext != nullptr && pInnermostContext->mFile != file;
-}
-
 std::string ReportContext::Current() {
   if (pInnermostContext == nullptr) {
     return "";

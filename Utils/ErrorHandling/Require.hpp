@@ -64,9 +64,6 @@ class ReportContext {
   /// empty when nothing is being worked on.
   static std::string Current();
 
-  /// Whether a file is being worked on, and it is not this one.
-  static bool IsAboutAnotherFile(const std::string& file);
-
  private:
   const std::string& mDataset;
   const std::string& mFile;

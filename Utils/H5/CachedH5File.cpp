@@ -47,7 +47,7 @@ CachedH5File::~CachedH5File() {
     return;  // the cache was purged
   }
   // Not while a failure is on its way, whose report another one would displace.
-  if (MayCheckInDestructor() && !mpFile->HasWriteFailed()) {
+  if (MayCheckInDestructor() && !mpFile->IsIncomplete()) {
     TheCachedH5FileHolder().CheckForEmergencyWriteCache();
     mpFile->CloseFile();
   }
@@ -97,6 +97,10 @@ H5_Object& CachedH5File::GetObjectForWrite_(const std::string& name, const std::
 
 void CachedH5File::WriteImmediately(const std::string& name, const std::function<void()>& write) {
   mpFile->WriteImmediately(mpFile->Root()->GetNode(name), write);
+}
+
+void CachedH5File::SetUnfinished(bool isUnfinished) {
+  mpFile->SetUnfinished(isUnfinished);
 }
 
 void CachedH5File::CloseObjects() {

@@ -60,6 +60,11 @@ class CachedH5File {
   /// closes it again: for what is written at once because holding it in the cache serves nothing.
   void WriteImmediately(const std::string& name, const std::function<void()>& write);
 
+  /// Says that the file is of no use as it is, until it is said to be finished. If the process ends
+  /// before that, the file is left as it is then, not closed, and no reader takes it for a whole
+  /// one.
+  void SetUnfinished(bool isUnfinished);
+
   /// Closes the objects that were opened for reading, so that a long-lived handle holds hardly more
   /// than a new one: at most the groups that lead to the last object, of which the next is likely
   /// to be a neighbour.

@@ -116,7 +116,7 @@ void CachedH5FileHolder::WriteCache() const {
   std::uint64_t timeSteps = 0;
   std::uint64_t bytes = 0;
   for (auto [path, file] : mFiles) {
-    if (file.HasWriteFailed()) {
+    if (file.IsIncomplete()) {
       continue;
     }
     const std::uint64_t before = bytes;

@@ -34,7 +34,7 @@ class CachedH5FileHolder : public CachedOutputObject {
   /// for by a signal.
   void CheckForEmergencyWriteCache();
 
-  /// Writes the caches of all files, but for one whose last write failed.
+  /// Writes the caches of all files, but for those that are incomplete.
   void WriteCache() const override;
 
   /// Writes everything, closes and forgets all files. Handles that are alive are of no use any

@@ -36,10 +36,9 @@ H5_File::~H5_File() {
     *mpTotal -= CummulativeCacheSize();
     mpTotal = nullptr;
   }
-  if (HasWriteFailed()) {
+  if (IsIncomplete()) {
     return;
   }
-  AbandonWrite();
   if (CummulativeCacheSize() != 0) {
     WriteCache();
   }
@@ -140,7 +139,6 @@ std::uint64_t H5_File::CummulativeCacheSize() const {
 }
 
 void H5_File::WriteCache() {
-  AbandonWrite();
   const std::uint64_t size = CummulativeCacheSize();
   if (size == 0) {
     return;
@@ -163,7 +161,6 @@ void H5_File::WriteImmediately(H5_Node& node, const std::function<void()>& write
   const std::string name = node.FullName();
   const ReportContext context(name, mFilename);
   BeginWriting();
-  mpBeingWritten = &node;
   const std::size_t openBefore = mOpenNodes.size();
   if (!node.IsObjectOpen()) {
     node.OpenObject();
@@ -173,27 +170,7 @@ void H5_File::WriteImmediately(H5_Node& node, const std::function<void()>& write
   while (mOpenNodes.size() > openBefore) {
     mOpenNodes.back()->CloseObject();
   }
-  mpBeingWritten = nullptr;
   mIsWriting = false;
-}
-
-bool H5_File::HasWriteFailed() const {
-  // A failure ends the process without unwinding, so what was being worked on is still known: a
-  // write that waited for values of another file is unfinished, but has done no harm to this one.
-  return mIsWriting && (mpBeingWritten == nullptr || !ReportContext::IsAboutAnotherFile(mFilename));
-}
-
-void H5_File::AbandonWrite() {
-  if (mpBeingWritten == nullptr || !IsFileOpen()) {
-    return;
-  }
-  // Half a dataset must not be taken for a whole one.
-  const std::string name = mpBeingWritten->FullName();
-  CloseNodes(*mpBeingWritten);
-  mpBeingWritten = nullptr;
-  mIsWriting = false;
-  const herr_t err = H5Ldelete(mFile_id, name.c_str(), H5P_DEFAULT);
-  REQUIRE(err>=0, "H5Ldelete failed on '" << name << "'");
 }
 
 void H5_File::CountIn(std::uint64_t& total) {

@@ -23,8 +23,7 @@ class H5_File {
   H5_File(const std::string& fullPath, H5AccessType access, int verbosity);
   H5_File(const H5_File&) = delete;
   H5_File& operator=(const H5_File&) = delete;
-  /// Writes what is held and closes the file. Does neither after a write has failed: what is on
-  /// disk then is not a whole file and must not look like one.
+  /// Writes what is held and closes the file, unless that is incomplete.
   ~H5_File();
 
   /// Opens again with the stored access; the tree stays as it is.
@@ -46,9 +45,12 @@ class H5_File {
   void WriteCache();
   /// Opens the object of `node`, which is new, calls `write`, and closes the object again.
   void WriteImmediately(H5_Node& node, const std::function<void()>& write);
-  /// Whether writing to the file failed. A failure to read what was to be written is none: the
-  /// dataset that waited for it is then taken out of the file again.
-  bool HasWriteFailed() const;
+  /// While set, the file lacks something that the program has yet to add.
+  void SetUnfinished(bool isUnfinished) { mIsUnfinished = isUnfinished; }
+  /// Whether the file is unfinished, or writing to it failed. It is neither written nor closed then
+  /// when the process ends: what is on disk is not a whole file, and only because nobody closed it
+  /// does no reader take it for one.
+  bool IsIncomplete() const { return mIsUnfinished || mIsWriting; }
 
   /// Closes all objects but groups.
   void CloseObjectsInGroups();
@@ -79,7 +81,6 @@ class H5_File {
 
   void BuildTree();
   void BeginWriting();
-  void AbandonWrite();
   void CacheChanged(std::uint64_t before, std::uint64_t now);
   // The nodes tell what is open and how many they are, so that closing costs what was opened and
   // links that lead in circles through a graph of groups are noticed.
@@ -93,7 +94,7 @@ class H5_File {
   hid_t mFile_id = -1;
   H5_File** mpHandle = nullptr;
   std::uint64_t* mpTotal = nullptr;
-  H5_Node* mpBeingWritten = nullptr;  // by WriteImmediately
+  bool mIsUnfinished = false;
   bool mIsWriting = false;
   std::uint64_t mNodes = 0;
   std::uint64_t mMostNodes = 0;            // a file of this size has no room for more

@@ -6,6 +6,8 @@
 #include <map>
 #include <tuple>
 
+#include "Utils/H5/Handle.hpp"
+
 namespace fs = std::filesystem;
 using PlainH5::File;
 using PlainH5::Rows;
@@ -28,6 +30,12 @@ Arguments WithOutput(const Arguments& arguments) {
   Arguments all = {"-o", "out.h5"};
   all.insert(all.end(), arguments.begin(), arguments.end());
   return all;
+}
+
+bool IsReadable(const std::string& path) {
+  const MuteH5Errors muted;
+  const Handle<H5Fclose> file(H5Fopen(path.c_str(), H5F_ACC_RDONLY, H5P_DEFAULT));
+  return file >= 0 && GroupHandle(H5Gopen2(file, "/", H5P_DEFAULT)) >= 0;
 }
 
 hsize_t Columns(const Rows& rows, hsize_t ifEmpty) {
@@ -78,6 +86,8 @@ std::string KelmorFixture::Refuse(const Arguments& arguments) {
   EXPECT_THAT(result.mErrors, testing::HasSubstr(result.mReports));
   // Whatever an input claims.
   EXPECT_LT(result.mPeakBytes, std::uint64_t{512} << 20);
+  EXPECT_FALSE(fs::exists(Path("out.h5")) && IsReadable(Path("out.h5")))
+      << "a part of a join passes for a whole one";
   return result.mReports;
 }
 

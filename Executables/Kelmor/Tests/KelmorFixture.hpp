@@ -33,7 +33,8 @@ class KelmorFixture : public testing::Test {
   PlainH5::File Output() const { return PlainH5::File::Open(Path("out.h5")); }
 
   /// A run that must end with status 255 and a report, both on standard error and in the error
-  /// file. Its output would be "out.h5". Returns what the error file holds.
+  /// file. Its output would be "out.h5", and if there is one nobody can read it. Returns what the
+  /// error file holds.
   std::string Refuse(const Arguments& arguments);
 
   PlainH5::TempDir mDir;

@@ -22,7 +22,6 @@ from h5py import h5a, h5s, h5t
 sys.setrecursionlimit(100_000)  # groups may be nested deeply
 LARGEST_TABLE = 4 << 30  # bytes; a file that promises more is taken for a damaged one
 FILTERS = [h5py.h5z.FILTER_SHUFFLE, h5py.h5z.FILTER_DEFLATE, h5py.h5z.FILTER_FLETCHER32]
-MISSING = " is not in the output"
 OLD_NAMES = {"DimensionfullInertialSpin.dat": "DimensionfulInertialSpin.dat",
              "DimensionfullInertialSpinMag.dat": "DimensionfulInertialSpinMag.dat"}
 
@@ -418,7 +417,7 @@ def differences(output, objects):
     with h5py.File(output, "r") as file:
         walk(file["/"], "/")
         found += [f"/: {what}" for what in node_differences(file["/"], Group())]
-        found += [path + MISSING for path in sorted(objects.keys() - seen)]
+        found += [path + " is not in the output" for path in sorted(objects.keys() - seen)]
         found += [path + " is in the output" for path in sorted(seen - objects.keys())]
         for path in sorted(seen & objects.keys()):
             found += [f"{path}: {what}" for what in node_differences(file[in_bytes(path)],

@@ -6,8 +6,7 @@
 - Status 255 means a framed report on standard error and in Errors000.txt.
 - Inputs and an existing output stay as they were, to the time of modification. No other file
   appears.
-- After a failure or a kill, the output is whole, or cannot be read. If an input could not be read,
-  the datasets that were joined before may be there, and whole.
+- After a failure or a kill, the output is whole, or cannot be read.
 
 Damage within HDF5's own global heap may crash the library, and so may a failing allocation: where
 the stack says so, the run is counted and is no fault.
@@ -135,7 +134,7 @@ class Judge:
         (place / "run.txt").write_text(told, errors="surrogateescape")
 
     def join(self, inputs, options=check.Options(), more=(), output="out.h5", about=(),
-             allowed=(0, 255), is_broken_off=False, may_leave_part=False, reports_to_file=True,
+             allowed=(0, 255), is_broken_off=False, reports_to_file=True,
              library_may_crash=False, reference=None, launchers=(), **how):
         """Runs one join and judges it, with its input files unless `reference` is the output that
         there must be. Returns its outcome; with launchers, an outcome for each of as many that run
@@ -158,7 +157,7 @@ class Judge:
                 self.judge_report(outcome, about, reports_to_file)
             if outcome.status != 0 and is_broken_off and is_new and 0 not in [
                     other.status for other in outcomes]:
-                self.judge_remains(outcome, inputs, options, output, reference, may_leave_part)
+                self.judge_remains(outcome, inputs, options, output, reference)
         return outcomes if len(launchers) > 1 else outcomes[0]
 
     def judge_status(self, outcome, allowed, output, library_may_crash, how):
@@ -249,7 +248,7 @@ class Judge:
             self.fault(f"the output is wrong: {[found] if isinstance(found, str) else found[:3]}",
                        outcome)
 
-    def judge_remains(self, outcome, inputs, options, output, reference, may_leave_part):
+    def judge_remains(self, outcome, inputs, options, output, reference):
         """Of a run that was broken off."""
         path = self.folder / output
         if not path.exists():
@@ -266,9 +265,7 @@ class Judge:
                 return
             # A file that was not closed says so, and may be whole all the same.
             found = [line for line in found if not line.startswith("superblock")]
-            if found and may_leave_part and all(line.endswith(check.MISSING) for line in found):
-                self.notes["left a part"] += 1
-            elif found:
+            if found:
                 self.fault(f"an incomplete output can be read: {found[:3]}", outcome)
             else:
                 self.notes["left all"] += 1

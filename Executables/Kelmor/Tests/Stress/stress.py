@@ -223,8 +223,7 @@ def run_calls(judge, call, error, always, share):
     for i in spread(count, share):
         judge.clear("out.h5", "Errors000.txt")
         outcome = judge.join(
-            PAIR, is_broken_off=True, may_leave_part=call in ("open", "read", "pread", "any"),
-            reference=reference, reports_to_file=not always,
+            PAIR, is_broken_off=True, reference=reference, reports_to_file=not always,
             allowed=(0,) if error == "short" else (0, 255),
             environment=fault_environment(judge, call, i + 1, ERRORS[error], always))
         if outcome.status == 0 and error in ("EIO", "ENOSPC") and call in ("pwrite", "fsync"):
@@ -248,7 +247,7 @@ def run_allocations(judge, always, part, parts, share):
     for i in list(spread(count, share))[part::parts]:
         judge.clear("out.h5", "Errors000.txt")
         judge.case = f"allocations of which number {i + 1}{' and all later' * always} fails"
-        judge.join(PAIR, is_broken_off=True, may_leave_part=True, reference=reference,
+        judge.join(PAIR, is_broken_off=True, reference=reference,
                    reports_to_file=False, library_may_crash=True,
                    environment=fault_environment(judge, "malloc", i + 1, errno.ENOMEM, always))
 
@@ -482,7 +481,7 @@ def run_memory(judge, i):
     write_trio(judge)
     least = next(size for size in range(8 * MB, 1000 * MB, MB) if judge.launcher.run(
         [judge.program, "-h"], judge.folder, limits={"AS": size}).status == 0)
-    judge.join(TRIO, more=LIMITED if i % 2 else [], is_broken_off=True, may_leave_part=True,
+    judge.join(TRIO, more=LIMITED if i % 2 else [], is_broken_off=True,
                reference=judge.reference(TRIO), reports_to_file=False, library_may_crash=True,
                limits={"AS": least + i * MB // 2})
 
