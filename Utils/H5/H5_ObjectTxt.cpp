@@ -26,7 +26,10 @@ std::string Txt::Help() {
 }
 
 Txt::Txt(const std::string& name, bool existsOnDisk, int verbosity)
-    : StringDataSet("Txt", name, existsOnDisk, verbosity) {}
+    : StringDataSet("Txt", name, existsOnDisk, verbosity) {
+  // Or text would be lost without a word where memory is exhausted.
+  mText.exceptions(std::ios_base::badbit);
+}
 
 void Txt::TakeExisting(const std::vector<hsize_t>& dims) {
   const std::size_t ndims = dims.size();

@@ -20,7 +20,7 @@ class Txt : public StringDataSet, public Factory::Register<Txt> {
 
   Txt(const std::string& name, bool existsOnDisk, int verbosity);
 
-  /// Appends any printable value to the text in memory.
+  /// Appends any printable value to the text in memory. Throws what keeps it from being appended.
   template <class T>
   Txt& operator<<(const T& value) {
     mText << value;

@@ -39,6 +39,13 @@ TEST_F(TxtTest, EveryWriteOfTheCacheIsOneMoreString) {
   EXPECT_EQ(mFile.MaxDims("log.txt"), (std::vector<hsize_t>{H5S_UNLIMITED}));
 }
 
+TEST_F(TxtTest, NoTextIsLostWithoutAWord) {
+  Txt txt("log.txt", false, 0);
+  txt << "text";
+  EXPECT_THROW(txt << static_cast<const char*>(nullptr), std::ios_base::failure);
+  EXPECT_EQ(txt.SizeOfCache(), 4u);
+}
+
 TEST_F(TxtTest, ReadsOtherFormatsAndRefusesToExtendThem) {
   mFile.Strings("scalar.txt", {"whole text"}, {});
   mFile.Strings("utf8.txt", {"\xc3\xa9", "", "x"}, {3}, H5T_CSET_UTF8);
