@@ -72,10 +72,14 @@ class ChunkReader {
                         "H5Dget_chunk_storage_size(", mTable.mDataset_id, ", ...)");
       size = ignored < 0 ? 0 : size;
     }
-    // No encoder makes a chunk much larger than it was; the library may say what is wrong.
+    // No encoder makes a chunk much larger than it was. The library would inflate whatever there
+    // is.
     const std::uint64_t mostBytes = 2 * sizeof(double) * mLayout.mChunkRows + 65536;
+    REQUIRE_AT(mTable.mWhere, size<=mostBytes, "Damaged chunk in " << mTable.mName << " at row "
+                                                   << chunk.mRow << " of column " << chunk.mColumn
+                                                   << ": " << size << " bytes are stored");
     std::uint32_t filterMask = 0;
-    if (size > 0 && size <= mostBytes) {
+    if (size > 0) {
       chunk.mpStored = std::make_unique_for_overwrite<std::byte[]>(size);
       chunk.mStoredSize = size;
       const herr_t err = mTable.mTrace(
