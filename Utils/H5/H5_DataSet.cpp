@@ -1,6 +1,7 @@
 #include "Utils/H5/H5_DataSet.hpp"
 
 #include "Utils/ErrorHandling/Require.hpp"
+#include "Utils/H5/H5_StringLengths.hpp"
 #include "Utils/H5/H5_Utils.hpp"
 #include "Utils/H5/SetCompressionH5.hpp"
 
@@ -113,10 +114,13 @@ std::vector<std::string> DataSet::ReadAllStrings(std::size_t count, Location whe
   Vexa_H5::RequirePlausibleSize(static_cast<long double>(H5Tget_size(my_dtype_id)) * count,
                                 StoredBytes(), mName, where);
   std::vector<std::string> strings;
-  if (count > 0) {
+  if (count == 0) {
+    REQUIRE_AT(where, H5Tget_class(my_dtype_id)==H5T_STRING, mName << " is of another type");
+  } else {
     REQUIRE_AT(where, H5Tis_variable_str(my_dtype_id)>0 || H5Tget_class(my_dtype_id)!=H5T_STRING,
                "H5Dread failed: " << mName << " has strings of fixed length");
     Vexa_H5::RequireWholeChunks(mMy_id, mName, where);
+    Vexa_H5::RequireStringsInFile(mMy_id, mName, where);
     const auto read = [&](hid_t memoryType, void* buffer) {
       return mTrace(4, H5Dread(mMy_id, memoryType, H5S_ALL, H5S_ALL, H5P_DEFAULT, buffer),
                     "H5Dread(", mMy_id, ", ...)");

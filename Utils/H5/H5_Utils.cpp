@@ -10,6 +10,7 @@
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/ErrorHandling/Trace.hpp"
 #include "Utils/H5/H5Type.hpp"
+#include "Utils/H5/H5_StringLengths.hpp"
 #include "Utils/H5/Handle.hpp"
 #include "Utils/Process/Files.hpp"
 #include "Utils/StringParsing/PathUtilities.hpp"
@@ -112,6 +113,13 @@ class VariableLengthBuffer {
   hid_t mMemoryType;
   hid_t mSpace;
 };
+
+// As every string of variable length does, in a file that is not damaged.
+bool ConsistsOfCharacters(hid_t stringType) {
+  const DatatypeHandle type_id(H5Tget_super(stringType));
+  return type_id >= 0 && H5Tget_class(type_id) == H5T_INTEGER && H5Tget_size(type_id) == 1 &&
+         H5Tget_precision(type_id) == 8 && H5Tget_sign(type_id) == H5T_SGN_NONE;
+}
 
 std::string FixedLengthString(const char* text, std::size_t size, H5T_str_t padding) {
   std::string result(text, strnlen(text, size));
@@ -342,9 +350,7 @@ std::vector<std::string> Vexa_H5::ReadStrings(hid_t fileType, hid_t space_id, st
   result.reserve(count);
   if (isVariable) {
     // Of other elements the library would make characters without a word.
-    const DatatypeHandle characterType(H5Tget_super(fileType));
-    REQUIRE_AT(where,
-               characterType>=0 && H5Tget_size(characterType)==1 && H5Tget_precision(characterType)==8,
+    REQUIRE_AT(where, ConsistsOfCharacters(fileType),
                messages.mRead << ": the strings do not consist of characters");
     herr_t err = H5Tset_size(memtype_id, HdfConst::H5T_Variable());
     REQUIRE_AT(where, 0==err, "H5Tset_size failed");
@@ -382,33 +388,6 @@ void Vexa_H5::RequirePlausibleSize(long double claimed, std::uint64_t stored,
                                            << " bytes of values, but only " << stored
                                            << " bytes are stored");
 }
-
-#if H5_VERSION_GE(1, 10, 5)
-
-namespace {
-
-// What an element takes in the file. A string of variable length lies elsewhere: the element has
-// its length, the address of a collection, and an index in that.
-hsize_t ElementBytes(hid_t dataset_id, hid_t type_id, std::source_location where) {
-  if (H5Tis_variable_str(type_id) <= 0) {
-    return H5Tget_size(type_id);
-  }
-  Handle<H5Fclose> file_id(H5Iget_file_id(dataset_id));
-  REQUIRE_AT(where, file_id>=0, "H5Iget_file_id failed");
-  const PropertyListHandle fcpl_id(H5Fget_create_plist(file_id));
-  REQUIRE_AT(where, fcpl_id>=0, "H5Fget_create_plist failed");
-  std::size_t addressBytes = 0;
-  std::size_t sizeBytes = 0;
-  herr_t err = H5Pget_sizes(fcpl_id, &addressBytes, &sizeBytes);
-  REQUIRE_AT(where, err>=0, "H5Pget_sizes failed");
-  err = file_id.Close();
-  REQUIRE_AT(where, err>=0, "H5Fclose failed");
-  return 4 + addressBytes + 4;
-}
-
-}  // namespace
-
-#endif
 
 void Vexa_H5::RequireWholeChunks(hid_t dataset_id, const std::string& name,
                                  std::source_location where) {

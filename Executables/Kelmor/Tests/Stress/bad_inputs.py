@@ -271,12 +271,13 @@ for name, keywords in {
         "a null character": {"data": np.frombuffer(b"ab\0cd", "i1")},
         "characters of rank 2": {"data": np.zeros((2, 2), "i1")},
         "unsigned characters": {"data": np.frombuffer(b"abc", "u1")},
+        "no numbers": {"shape": (0,), "dtype": "u8"},
+        "fixed strings": {"data": np.array([b"abc"])},
+        "one fixed string": {"data": np.bytes_(b"abc")},
         "no dataspace": {"data": h5py.Empty(UTF8)}}.items():
     replace("text of " + name, TEXT, **keywords)
 for name, keywords in {"null strings": {"shape": (4,), "dtype": UTF8},
-                       "fixed strings": {"data": np.array([b"abc"])},
-                       "one character": {"data": np.int8(65)},
-                       "one fixed string": {"data": np.bytes_(b"abc")}}.items():
+                       "one character": {"data": np.int8(65)}}.items():
     replace("text of " + name, TEXT, joins=True, **keywords)
 
 
@@ -301,7 +302,7 @@ for name, data, version in (
         ("that is longer", np.vstack([ENTRY, ENTRY]), one + 1)):
     record(name, data, version)
 record("of numbers", np.zeros((1, 2)), one, dtype="f8")
-record("of fixed strings", np.array([[b"h", b"first"]]), one, True, "S5")
+record("of fixed strings", np.array([[b"h", b"first"]]), one, dtype="S5")
 record("of version 1.0", ENTRY, [1.0], True)
 change("record missing", lambda file: file.__delitem__(RECORD), joins=True)
 
@@ -313,6 +314,41 @@ def endless_record(file):
 
 
 change("record of 2^40 entries", endless_record, RECORD)
+
+
+def overwritten(name, path, place, content):
+    """With these bytes where place(object, bytes of the file) says."""
+    def write(name):
+        write_plain(name, libver="earliest", kinds=("txt", "ver"))  # without checksums
+        with h5py.File(name, "r+") as file:
+            file.create_dataset("scalar.txt", data="text")
+        whole = bytearray(pathlib.Path(name).read_bytes())
+        with h5py.File(name) as file:
+            at = place(file[path], whole)
+        whole[at:at + len(content)] = content
+        pathlib.Path(name).write_bytes(whole)
+    add(name, write, path)
+
+
+def first_chunk(dataset, _):
+    return dataset.id.get_chunk_info(0).byte_offset
+
+
+def base_type(dataset, whole):
+    """Of the strings' type: where its class, its bit field and its size lie."""
+    header = b"\x19\x01\x00\x00\x10\x00\x00\x00"
+    return whole.index(header, h5py.h5o.get_info(dataset.id).addr) + len(header)
+
+
+GIGABYTE = (1 << 30).to_bytes(4, "little")
+overwritten("text of a gigabyte", TEXT, first_chunk, GIGABYTE)
+overwritten("scalar text of a gigabyte", "scalar.txt", lambda text, _: text.id.get_offset(),
+            GIGABYTE)
+overwritten("record of a gigabyte", RECORD, first_chunk, GIGABYTE)
+overwritten("text of elements of a megabyte", TEXT, lambda *place: base_type(*place) + 4,
+            (1 << 20).to_bytes(4, "little"))
+overwritten("record of signed characters", RECORD, lambda *place: base_type(*place) + 1, b"\x08")
+overwritten("record of floating characters", RECORD, base_type, b"\x11")
 
 # Names, kinds and links.
 for path in TABLE, TEXT, RECORD:

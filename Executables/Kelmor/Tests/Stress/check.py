@@ -22,8 +22,6 @@ from h5py import h5a, h5s, h5t
 sys.setrecursionlimit(100_000)  # groups may be nested deeply
 LARGEST_TABLE = 4 << 30  # bytes; a file that promises more is taken for a damaged one
 FILTERS = [h5py.h5z.FILTER_SHUFFLE, h5py.h5z.FILTER_DEFLATE, h5py.h5z.FILTER_FLETCHER32]
-OLD_NAMES = {"DimensionfullInertialSpin.dat": "DimensionfulInertialSpin.dat",
-             "DimensionfullInertialSpinMag.dat": "DimensionfulInertialSpinMag.dat"}
 
 
 class Refused(Exception):
@@ -201,7 +199,7 @@ def read(path):
             else:
                 require(kind in READERS and "." in name, "no kind of object: " + name)
                 content = READERS[kind](node)
-                found[prefix + OLD_NAMES.get(name, name)] = kind, content
+                found[prefix + name] = kind, content
 
     with h5py.File(path, "r") as file:
         walk(file["/"], "/")

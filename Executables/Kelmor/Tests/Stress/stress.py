@@ -644,7 +644,7 @@ def run_group(pool, group, cases):
         notes += more_notes
         faults += more_faults
         for fault in more_faults:
-            kind = re.sub(r"0x[0-9a-f]+|\d+", "", fault.partition(": ")[2])
+            kind = re.sub(r"0x[0-9a-f]+|\d{4,}|\d+ MB", "", fault.partition(": ")[2])
             kinds[kind] += 1
             if kinds[kind] == 1:
                 print("  fault:", ascii(fault)[1:-1][:600], flush=True)
