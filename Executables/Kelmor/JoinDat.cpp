@@ -10,12 +10,15 @@ namespace {
 
 using H5_Objects::Dat;
 
+constexpr std::uint64_t sSmallTableBytes = 1024 * 1024;
+
 // Columns of one input's copy of a table, as far as they are in memory.
 struct Held {
   std::uint64_t mRows = 0;
   std::uint64_t mStoredBytes = 0;
   std::uint64_t mFirstColumn = 0;
   std::uint64_t mColumns = 0;
+  bool mIsStreamed = false;  // columns that are not in memory are read when they are written
   std::unique_ptr<double[]> mValues;  // column after column
 
   void Read(const Dat& dat, std::uint64_t firstColumn, std::uint64_t columns) {
@@ -32,8 +35,15 @@ struct Held {
   }
 };
 
-// One table in all files that hold it. Files are held whole while that stays within the limit; of
-// the others only the times are held, and later as many neighbouring columns as fit.
+// Whether any of its columns can be read without the others, at no more than the columns' own cost.
+bool HasColumnsApart(const TableLayout& layout) {
+  return layout.mChunkColumns == 1 || layout.mColumns == 1;
+}
+
+// One table in all files that hold it. The times of all are held. Of the values, those of small
+// tables are held, which saves opening them twice, and so are those whose columns lie mixed on
+// disk, while that stays within the limit. Others are read a few columns at a time: straight to
+// where they are written from, or, where columns lie mixed, as many neighbouring ones as fit.
 class TableInputs {
  public:
   TableInputs(JoinRun& run, const JoinTask& task) : mRun(run), mTask(task), mAgreement(task.mName) {
@@ -45,44 +55,90 @@ class TableInputs {
   const MyVector<std::string>& Legend() const { return mAgreement.Legend(); }
   const std::vector<MyVector<double>>& Times() const { return mTimes; }
 
-  // The kept rows of one column, file after file.
-  void Gather(std::uint64_t column, const SelectedSteps& steps, double* values) {
-    for (std::size_t i = 0; i < mInputs.size(); ++i) {
-      // Told when a column is written, which takes longer than to read it.
-      mRun.mProgress.Advance(mInputs[i].mStoredBytes, 1,
-                             static_cast<std::uint64_t>(mAgreement.Columns()));
-      if (steps.mRuns[i].empty()) {
-        continue;
-      }
-      if (!mInputs[i].Has(column)) {
-        ReadGroup(i, column);
-      }
-      const double* source = mInputs[i].Column(column);
-      for (const StepRun& run : steps.mRuns[i]) {
-        values = std::copy(source + run.mFirst, source + run.mOnePastLast, values);
+  // Hands over the kept rows, file after file within a column.
+  void Write(const SelectedSteps& steps, ColumnWriter& writer) {
+    const auto kept = static_cast<std::uint64_t>(steps.mKept);
+    const auto columns = static_cast<std::uint64_t>(mAgreement.Columns());
+    const std::uint64_t together =
+        std::clamp<std::uint64_t>(writer.BlockValues() / kept, 1, columns);
+    for (std::uint64_t first = 0; first < columns; first += together) {
+      const std::uint64_t count = std::min(together, columns - first);
+      auto [values, reads] = writer.Room(count * kept);
+      for (std::size_t i = 0; i < mInputs.size(); ++i) {
+        Gather(i, {first, count, 0, kept}, steps.mRuns[i], values, reads);
+        values += RowsIn(steps.mRuns[i]);
+        mRun.mProgress.Advance(mInputs[i].mStoredBytes, count, columns);
       }
     }
   }
 
  private:
+  static std::uint64_t RowsIn(const std::vector<StepRun>& runs) {
+    std::uint64_t rows = 0;
+    for (const StepRun& run : runs) {
+      rows += run.Size();
+    }
+    return rows;
+  }
+
   void ReadInput(const Dat& dat) {
     mAgreement.Take(dat);
     const auto columns = static_cast<std::uint64_t>(mAgreement.Columns());
     Held held;
     held.mRows = dat.GetExtents()[0];
     held.mStoredBytes = dat.Layout().mStoredBytes;
+    held.mIsStreamed = HasColumnsApart(dat.Layout());
     const std::uint64_t bytes = held.mRows * columns * sizeof(double);
-    const bool fits = bytes <= mRun.mOptions.mCacheSize - mHeldBytes;
-    held.Read(dat, 0, fits ? columns : 1);
+    const bool isWanted = !held.mIsStreamed || bytes <= sSmallTableBytes;
+    const bool isHeld = isWanted && bytes <= mRun.mOptions.mCacheSize - mHeldBytes;
+    held.Read(dat, 0, isHeld ? columns : 1);
     mTimes.emplace_back(MV::Sequence(held.Column(0), held.mRows));
-    if (fits) {
+    if (isHeld) {
       mHeldBytes += bytes;
     } else {
-      mRowsNotHeld += held.mRows;
+      mRowsNotHeld += held.mIsStreamed ? 0 : held.mRows;
       held.mValues.reset();
       held.mColumns = 0;
     }
     mInputs.push_back(std::move(held));
+  }
+
+  // The rows of the block that come from one input, as far apart as the block's columns are.
+  void Gather(std::size_t i, const ColumnBlock& block, const std::vector<StepRun>& runs,
+              double* values, PendingReads& reads) {
+    if (runs.empty()) {
+      return;
+    }
+    std::uint64_t column = block.mFirstColumn;
+    const std::uint64_t end = column + block.mColumns;
+    if (column == 0) {
+      Copy(mTimes[i].data(), runs, values);
+      ++column;
+      values += block.mRows;
+    }
+    if (mInputs[i].mIsStreamed && mInputs[i].mValues == nullptr) {
+      if (column < end) {
+        mRun.mInputs.Visit<Dat>(mTask.mHolders[i], mTask.mName, [&](const Dat& dat) {
+          RequireUnchanged(i, dat);
+          for (; column < end; ++column, values += block.mRows) {
+            dat.RetrieveRuns_(column, runs, values, reads);
+          }
+        });
+      }
+      return;
+    }
+    for (; column < end; ++column, values += block.mRows) {
+      if (!mInputs[i].Has(column)) {
+        ReadGroup(i, column);
+      }
+      Copy(mInputs[i].Column(column), runs, values);
+    }
+  }
+
+  static void Copy(const double* column, const std::vector<StepRun>& runs, double* values) {
+    for (const StepRun& run : runs) {
+      values = std::copy(column + run.mFirst, column + run.mOnePastLast, values);
+    }
   }
 
   void ReadGroup(std::size_t i, std::uint64_t column) {
@@ -92,9 +148,13 @@ class TableInputs {
                                   static_cast<std::uint64_t>(mAgreement.Columns()) - column);
     mInputs[i].mValues.reset();
     mRun.mInputs.Visit<Dat>(mTask.mHolders[i], mTask.mName, [&](const Dat& dat) {
-      REQUIRE(dat.GetExtents()[0]==mInputs[i].mRows, "The file changed while it was read");
+      RequireUnchanged(i, dat);
       mInputs[i].Read(dat, column, columns);
     });
+  }
+
+  void RequireUnchanged(std::size_t i, const Dat& dat) const {
+    REQUIRE(dat.GetExtents()[0]==mInputs[i].mRows, "The file changed while it was read");
   }
 
   JoinRun& mRun;
@@ -114,11 +174,9 @@ void JoinDat(JoinRun& run, const JoinTask& task) {
   PrintSelection(run, task, steps);
   auto& dat = run.mOutput.GetObjectForWrite<Dat>(task.mName);
   dat.Initialize(inputs.Legend(), !run.mOptions.mNoGzip, steps.mKept);
-  // Written at once, a column at a time: the table is complete, and holding it serves nothing.
+  // Written at once: the table is complete, and holding it serves nothing.
   run.mOutput.WriteImmediately(task.mName, [&] {
-    dat.WriteManyStepsImmediately_(steps.mKept, [&](std::uint64_t column, double* scratch) {
-      inputs.Gather(column, steps, scratch);
-      return scratch;
-    });
+    dat.WriteManyStepsImmediately_(steps.mKept,
+                                   [&](ColumnWriter& writer) { inputs.Write(steps, writer); });
   });
 }

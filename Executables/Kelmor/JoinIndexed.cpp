@@ -1,7 +1,7 @@
 #include "Executables/Kelmor/JoinIndexed.hpp"
 
 #include <algorithm>
-#include <numeric>
+#include <span>
 
 #include "Utils/ErrorHandling/Require.hpp"
 
@@ -11,16 +11,17 @@ using H5_Objects::StepIndex;
 namespace {
 
 constexpr std::uint64_t sSmallSetBytes = 1024 * 1024;
-// Values read or written at a time, unless a chunk is longer.
-constexpr std::uint64_t sBlockValues = 2 * 1024 * 1024;
 
 }  // namespace
 
-std::vector<StepRun> ValueRuns(const StepIndex& index, const std::vector<StepRun>& steps) {
-  std::vector<StepRun> values;
+std::vector<RowRun> ValueRuns(const StepIndex& index, const std::vector<StepRun>& steps) {
+  std::vector<RowRun> values;
   values.reserve(steps.size());
   for (const StepRun& run : steps) {
-    values.push_back({index.Begin(run.mFirst), index.mEnds[run.mOnePastLast - 1]});
+    const RowRun of{index.Begin(run.mFirst), index.mEnds[run.mOnePastLast - 1]};
+    if (of.Size() > 0) {
+      values.push_back(of);
+    }
   }
   return values;
 }
@@ -92,60 +93,40 @@ std::uint64_t IndexedInputs::KeptValues() const {
 }
 
 void IndexedInputs::CopyFromFile(std::size_t i, const IndexedGroup& set,
-                                 ValueWriter& writer) const {
+                                 ColumnWriter& writer) const {
   const std::uint64_t kept = KeptValues(i);
   // Reads end where the input's chunks end, so that each chunk is inflated once.
   const std::uint64_t chunk = std::max<std::uint64_t>(set.ValuesPerChunk(), 1);
-  const std::uint64_t pass = std::max<std::uint64_t>(sBlockValues / chunk, 1) * chunk;
-  for (const StepRun& run : ValueRuns(mIndices[i], mSteps.mRuns[i])) {
+  const std::uint64_t pass = std::max<std::uint64_t>(writer.BlockValues() / chunk, 1) * chunk;
+  std::vector<RowRun> inPass;
+  std::uint64_t values = 0;
+  const auto read = [&] {
+    const auto [place, reads] = writer.Room(values);
+    set.RetrieveRuns_(inPass, place, reads);
+    mRun.mProgress.Advance(mStoredBytes[i], values, kept);
+    inPass.clear();
+    values = 0;
+  };
+  for (const RowRun& run : ValueRuns(mIndices[i], mSteps.mRuns[i])) {
     std::uint64_t first = run.mFirst;
     while (first < run.mOnePastLast) {
-      const std::uint64_t count = std::min(pass - first % pass, run.mOnePastLast - first);
-      set.RetrieveValues_(first, count, writer.Room(count));
-      mRun.mProgress.Advance(mStoredBytes[i], count, kept);
-      first += count;
+      if (!inPass.empty() && first / pass > inPass.back().mFirst / pass) {
+        read();
+      }
+      const std::uint64_t end = std::min((first / pass + 1) * pass, run.mOnePastLast);
+      inPass.push_back({first, end});
+      values += end - first;
+      first = end;
     }
+  }
+  if (!inPass.empty()) {
+    read();
   }
 }
 
-void IndexedInputs::CopyHeld(std::size_t i, ValueWriter& writer) const {
-  for (const StepRun& run : ValueRuns(mIndices[i], mSteps.mRuns[i])) {
-    if (run.Size() > 0) {
-      std::copy_n(mHeld[i].data() + run.mFirst, run.Size(), writer.Room(run.Size()));
-    }
+void IndexedInputs::CopyHeld(std::size_t i, ColumnWriter& writer) const {
+  for (const RowRun& run : ValueRuns(mIndices[i], mSteps.mRuns[i])) {
+    writer.Append(std::span(mHeld[i]).subspan(run.mFirst, run.Size()));
   }
   mRun.mProgress.Advance(mStoredBytes[i]);
-}
-
-IndexedInputs::ValueWriter::ValueWriter(IndexedGroup& output)
-    : mOutput(output),
-      mChunkValues(output.ValuesPerChunk()),
-      mBlockValues(std::max<std::uint64_t>(sBlockValues / mChunkValues, 1) * mChunkValues) {}
-
-double* IndexedInputs::ValueWriter::Room(std::uint64_t count) {
-  if (mSize >= mBlockValues) {
-    WriteFullChunks();
-  }
-  if (mSize + count > mCapacity) {
-    // What a block needs and no more: doubling would hold a long chunk twice.
-    mCapacity = std::max(mBlockValues, mSize + count);
-    auto larger = std::make_unique_for_overwrite<double[]>(mCapacity);
-    std::copy_n(mValues.get(), mSize, larger.get());
-    mValues = std::move(larger);
-  }
-  double* room = mValues.get() + mSize;
-  mSize += count;
-  return room;
-}
-
-void IndexedInputs::ValueWriter::WriteFullChunks() {
-  const std::uint64_t full = mSize / mChunkValues * mChunkValues;
-  mOutput.WriteValuesImmediately_({mValues.get(), full});
-  std::copy(mValues.get() + full, mValues.get() + mSize, mValues.get());
-  mSize -= full;
-}
-
-void IndexedInputs::ValueWriter::Finish() {
-  mOutput.WriteValuesImmediately_({mValues.get(), mSize});
-  mValues.reset();
 }

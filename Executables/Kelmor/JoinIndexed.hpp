@@ -3,16 +3,17 @@
 #pragma once
 
 #include <cstdint>
-#include <memory>
 #include <string>
 #include <vector>
 
 #include "Executables/Kelmor/Join.hpp"
+#include "Utils/H5/H5_ColumnWriter.hpp"
 #include "Utils/H5/H5_IndexedGroup.hpp"
+#include "Utils/H5/RowRun.hpp"
 
-/// Where the values of runs of steps lie, as runs of values.
-std::vector<StepRun> ValueRuns(const H5_Objects::StepIndex& index,
-                               const std::vector<StepRun>& steps);
+/// Where the values of runs of steps lie, as runs of values; steps without values leave none.
+std::vector<RowRun> ValueRuns(const H5_Objects::StepIndex& index,
+                              const std::vector<StepRun>& steps);
 /// How many they are.
 std::uint64_t CountValues(const H5_Objects::StepIndex& index, const std::vector<StepRun>& steps);
 
@@ -41,46 +42,26 @@ class IndexedInputs {
   std::uint64_t KeptValues() const;
   std::size_t Size() const { return mIndices.size(); }
 
-  /// Writes index and values of the kept steps to the open set in the output. Values go out in
-  /// whole chunks; besides one of them, or some mebibytes, nothing is held.
+  /// Writes index and values of the kept steps to the open set in the output. Besides the blocks of
+  /// the writer, only small sets are held.
   template <class KIND>
   void Write(KIND& output) {
     output.WriteIndexImmediately_(KeptIndex(mIndices, mSteps));
-    ValueWriter writer(output);
-    for (std::size_t i = 0; i < mIndices.size(); ++i) {
-      if (KeptValues(i) == 0 || !mHeld[i].empty()) {
-        CopyHeld(i, writer);
-      } else {
-        mRun.mInputs.Visit<KIND>(mTask.mHolders[i], mTask.mName,
-                                 [&](const KIND& set) { CopyFromFile(i, set, writer); });
+    output.WriteValuesImmediately_(KeptValues(), [&](ColumnWriter& writer) {
+      for (std::size_t i = 0; i < mIndices.size(); ++i) {
+        if (KeptValues(i) == 0 || !mHeld[i].empty()) {
+          CopyHeld(i, writer);
+        } else {
+          mRun.mInputs.Visit<KIND>(mTask.mHolders[i], mTask.mName,
+                                   [&](const KIND& set) { CopyFromFile(i, set, writer); });
+        }
       }
-    }
-    writer.Finish();
+    });
   }
 
  private:
-  // Collects values and writes them in whole chunks.
-  class ValueWriter {
-   public:
-    explicit ValueWriter(H5_Objects::IndexedGroup& output);
-    /// Room for `count` values, which the caller fills before the next call.
-    double* Room(std::uint64_t count);
-    void Finish();
-
-   private:
-    void WriteFullChunks();
-
-    H5_Objects::IndexedGroup& mOutput;
-    std::uint64_t mChunkValues;
-    std::uint64_t mBlockValues;  // written at a time: whole chunks
-    // Not a vector, which would fill room with zeros before it is filled with values.
-    std::unique_ptr<double[]> mValues;
-    std::uint64_t mSize = 0;
-    std::uint64_t mCapacity = 0;
-  };
-
-  void CopyFromFile(std::size_t i, const H5_Objects::IndexedGroup& set, ValueWriter& writer) const;
-  void CopyHeld(std::size_t i, ValueWriter& writer) const;
+  void CopyFromFile(std::size_t i, const H5_Objects::IndexedGroup& set, ColumnWriter& writer) const;
+  void CopyHeld(std::size_t i, ColumnWriter& writer) const;
 
   JoinRun& mRun;
   const JoinTask& mTask;

@@ -53,41 +53,50 @@ const char* Describe(DecodeStatus status) {
       return "too few values";
     case DecodeStatus::TooManyValues:
       return "too many values";
-    case DecodeStatus::TrailingData:
-      return "trailing data";
   }
   return "unknown";
 }
 
 DecodeStatus DecodeChunk(std::span<const std::byte> stored, const Filters& filters,
-                         std::span<double> values) {
+                         std::size_t chunkValues, std::span<const ChunkPart> parts) {
   if (filters.mFletcher32) {
     if (const DecodeStatus status = StripChecksum(stored); status != DecodeStatus::Ok) {
       return status;
     }
   }
-  const std::span<std::byte> bytes = std::as_writable_bytes(values);
+  const std::size_t chunkBytes = chunkValues * sizeof(double);
   std::unique_ptr<std::byte[]> inflated;
   if (filters.mDeflate) {
-    std::span<std::byte> target = bytes;
-    if (filters.mShuffle) {
-      inflated = std::make_unique_for_overwrite<std::byte[]>(bytes.size());
-      target = {inflated.get(), bytes.size()};
+    if (!filters.mShuffle && parts.size() == 1 && parts[0].mValues.size() == chunkValues) {
+      return Inflate(stored, std::as_writable_bytes(parts[0].mValues));
     }
+    inflated = std::make_unique_for_overwrite<std::byte[]>(chunkBytes);
+    const std::span<std::byte> target(inflated.get(), chunkBytes);
     if (const DecodeStatus status = Inflate(stored, target); status != DecodeStatus::Ok) {
       return status;
     }
     stored = target;
-  } else if (const DecodeStatus status = CheckSize(stored.size(), bytes.size());
+  } else if (const DecodeStatus status = CheckSize(stored.size(), chunkBytes);
              status != DecodeStatus::Ok) {
     return status;
   }
-  if (filters.mShuffle) {
-    Unshuffle(reinterpret_cast<const std::uint8_t*>(stored.data()), values);
-  } else if (!filters.mDeflate) {
-    std::copy(stored.begin(), stored.end(), bytes.begin());
+  for (const ChunkPart& part : parts) {
+    if (filters.mShuffle) {
+      Unshuffle(reinterpret_cast<const std::uint8_t*>(stored.data()) + part.mFirst, chunkValues,
+                part.mValues);
+    } else {
+      const auto bytes = std::as_writable_bytes(part.mValues);
+      std::copy_n(stored.begin() + static_cast<std::ptrdiff_t>(part.mFirst * sizeof(double)),
+                  bytes.size(), bytes.begin());
+    }
   }
   return DecodeStatus::Ok;
+}
+
+DecodeStatus DecodeChunk(std::span<const std::byte> stored, const Filters& filters,
+                         std::span<double> values) {
+  const ChunkPart whole[] = {{0, values}};
+  return DecodeChunk(stored, filters, values.size(), whole);
 }
 
 }  // namespace ChunkCodec

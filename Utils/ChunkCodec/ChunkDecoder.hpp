@@ -14,17 +14,28 @@ enum class DecodeStatus {
   ShortStream,    // the bytes end before the stream, or before the checksum
   CorruptStream,  // not deflated data in the zlib format
   TooFewValues,   // all is well formed, but makes less than a chunk
-  TooManyValues,  // or more
-  TrailingData    // bytes follow the end of the compressed stream
+  TooManyValues   // or more
 };
 
-/// "wrong checksum", "short stream", "corrupt stream", "too few values", "too many values",
-/// "trailing data"; "ok".
+/// "wrong checksum", "short stream", "corrupt stream", "too few values", "too many values";
+/// "ok".
 const char* Describe(DecodeStatus status);
 
-/// Fills `values`, the whole chunk, from its stored bytes; no filter may have been skipped (filter
-/// mask 0). Damaged bytes are a status, never an exception, and `values` is then undefined. Needs,
-/// with deflate and shuffle both, one further chunk of memory while it runs.
+/// Where values of a chunk go: `mValues` receives those from the chunk's mFirst-th on.
+struct ChunkPart {
+  std::size_t mFirst = 0;
+  std::span<double> mValues;
+};
+
+/// Decodes the stored bytes of a chunk of `chunkValues` values, of which the parts, in ascending
+/// order, are wanted; no filter may have been skipped (filter mask 0). Bytes after the end of a
+/// compressed stream are taken no notice of, as by HDF5. Damaged bytes are a status, never an
+/// exception, and the parts' values are then undefined. Needs, with deflate, one further chunk of
+/// memory while it runs, unless there is no shuffle and the whole chunk is wanted.
+[[nodiscard]] DecodeStatus DecodeChunk(std::span<const std::byte> stored, const Filters& filters,
+                                       std::size_t chunkValues, std::span<const ChunkPart> parts);
+
+/// Decodes all values of a chunk.
 [[nodiscard]] DecodeStatus DecodeChunk(std::span<const std::byte> stored, const Filters& filters,
                                        std::span<double> values);
 

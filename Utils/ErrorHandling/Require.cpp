@@ -41,6 +41,14 @@ ReportContext::~ReportContext() {
   pInnermostContext = mpOuter;
 }
 
+std::string ReportContext::Dataset() {
+  return pInnermostContext == nullptr ? "" : pInnermostContext->mDataset;
+}
+
+std::string ReportContext::File() {
+  return pInnermostContext == nullptr ? "" : pInnermostContext->mFile;
+}
+
 std::string ReportContext::Current() {
   if (pInnermostContext == nullptr) {
     return "";

@@ -64,6 +64,10 @@ class ReportContext {
   /// empty when nothing is being worked on.
   static std::string Current();
 
+  /// What is being worked on, for a context that outlives this one; empty when nothing is.
+  static std::string Dataset();
+  static std::string File();
+
  private:
   const std::string& mDataset;
   const std::string& mFile;

@@ -154,10 +154,8 @@ TEST_F(CachedH5FileTest, WhatIsWrittenImmediatelyIsOnDiskWithoutAPurge) {
     auto& dat = file.GetObjectForWrite<Dat>("G.dir/x.dat");
     dat.Initialize({"t", "x"}, true, 2);
     file.WriteImmediately("G.dir/x.dat", [&] {
-      dat.WriteManyStepsImmediately_(2, [](std::uint64_t column, double* scratch) {
-        scratch[0] = static_cast<double>(column);
-        scratch[1] = scratch[0] + 10;
-        return scratch;
+      dat.WriteManyStepsImmediately_(2, [](ColumnWriter& writer) {
+        writer.Append(std::vector<double>{0, 10, 1, 11});
       });
     });
     EXPECT_FALSE(dat.IsObjectOpen());

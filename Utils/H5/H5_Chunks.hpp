@@ -5,19 +5,23 @@
 
 #include <hdf5.h>
 
+#include <cstddef>
 #include <cstdint>
+#include <span>
 
 #include "Utils/H5/H5_Columns.hpp"
+#include "Utils/H5/H5_PendingReads.hpp"
+#include "Utils/H5/RowRun.hpp"
 
 /// Whether chunks of the dataset can be moved so: each is a run of rows of a single column, of
 /// native doubles, under no filter or ours in our order. `filters` tells which.
 bool CanMoveChunks(hid_t dataset_id, hid_t cparms_id, ChunkCodec::Filters& filters);
 
-/// Reads a block as ReadColumns does. Chunks that the codec cannot take (never written, or with a
-/// filter skipped) go through the library. Fails with "Damaged chunk ..." on bytes that do not
-/// decode.
-void ReadChunks(const OpenTable& table, const ColumnBlock& block, double* values);
+/// Reads runs of a column as StartReading does. Chunks that the codec cannot take (never written,
+/// or with a filter skipped) go through the library.
+void StartReadingChunks(const OpenTable& table, std::uint64_t column, std::span<const RowRun> runs,
+                        double* values, PendingReads& reads);
 
-/// Writes rows as WriteColumns does; they begin and end where chunks do.
-void WriteChunks(const OpenTable& table, std::uint64_t firstRow, std::uint64_t rows,
-                 const ColumnSource& source);
+/// Stores the filtered bytes of the chunk that begins at this row. Fails with "H5Dwrite failed".
+void WriteStoredChunk(const OpenTable& table, std::uint64_t row, std::uint64_t column,
+                      std::span<const std::byte> stored);

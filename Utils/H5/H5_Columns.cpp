@@ -5,12 +5,15 @@
 
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/H5/H5_Chunks.hpp"
+#include "Utils/H5/H5_PendingReads.hpp"
 #include "Utils/H5/H5_Utils.hpp"
 #include "Utils/H5/Handle.hpp"
 
 namespace {
 
 using Location = std::source_location;
+
+constexpr std::uint64_t sValuesPerPass = 128 * 1024;
 
 // Selects a block of the dataset and hands the library its file and memory spaces. The memory
 // space has rank 2 like the file's: with a one-dimensional one the library is ten times slower.
@@ -53,9 +56,8 @@ class Selection {
 // Rows that are read together from a dataset whose chunks, or whose contiguous rows, hold several
 // columns: whole chunks, so that each is inflated once, and about a mebibyte of values at least.
 std::uint64_t RowsPerPass(const TableLayout& layout, const ColumnBlock& block) {
-  const std::uint64_t valuesPerPass = 131072;
   const std::uint64_t chunkRows = std::max<std::uint64_t>(layout.mChunkRows, 1);
-  const std::uint64_t rows = std::max<std::uint64_t>(valuesPerPass / block.mColumns, 1);
+  const std::uint64_t rows = std::max<std::uint64_t>(sValuesPerPass / block.mColumns, 1);
   return std::max<std::uint64_t>(rows / chunkRows, 1) * chunkRows;
 }
 
@@ -118,92 +120,119 @@ TableLayout ReadTableLayout(hid_t dataset_id, const std::string& name, Location 
   return layout;
 }
 
-void ReadColumns(const OpenTable& table, const ColumnBlock& block, double* values) {
-  if (block.mRows == 0 || block.mColumns == 0) {
-    return;
-  }
-  // A chunk without checksum or compression does not tell whether all of it is there; and the
-  // library reads it as fast.
-  const ChunkCodec::Filters& filters = table.mLayout.mFilters;
-  if (table.mLayout.mMovesChunks && (filters.mDeflate || filters.mFletcher32)) {
-    ReadChunks(table, block, values);
-  } else {
-    ReadColumnsByLibrary(table, block, values);
-  }
-}
-
-void ReadColumnsByLibrary(const OpenTable& table, const ColumnBlock& block, double* values) {
-  const TableLayout& layout = table.mLayout;
-  Selection selection(table.mDataset_id, table.mWhere);
-  const auto read = [&](const ColumnBlock& part, double* buffer) {
-    selection.Select(part);
-    const herr_t err =
-        table.mTrace(4,
-                     H5Dread(table.mDataset_id, H5T_NATIVE_DOUBLE, selection.MemorySpace(),
-                             selection.FileSpace(), H5P_DEFAULT, buffer),
-                     "H5Dread(", table.mDataset_id, ", ...)");
-    REQUIRE_AT(table.mWhere, err>=0, "H5Dread failed for name=" << table.mName);
-  };
-  if (layout.mChunkColumns == 1 || layout.mColumns == 1) {
-    for (std::uint64_t c = 0; c < block.mColumns; ++c) {
-      read({block.mFirstColumn + c, 1, block.mFirstRow, block.mRows}, values + c * block.mRows);
-    }
-  } else {
-    const std::uint64_t rowsPerPass = RowsPerPass(layout, block);
-    const std::uint64_t bufferRows = std::min(rowsPerPass, block.mRows);
-    const auto rowMajor = std::make_unique_for_overwrite<double[]>(bufferRows * block.mColumns);
-    std::uint64_t done = 0;
-    while (done < block.mRows) {
-      // Passes end where chunks end, wherever the block begins.
-      const std::uint64_t row = block.mFirstRow + done;
-      const std::uint64_t rows = std::min(rowsPerPass - row % rowsPerPass, block.mRows - done);
-      read({block.mFirstColumn, block.mColumns, row, rows}, rowMajor.get());
-      Transpose(rowMajor.get(), rows, block.mColumns, values + done, block.mRows);
-      done += rows;
-    }
-  }
-  selection.Close();
-}
-
 namespace {
 
-// Through the library's own filters: rows that do not fill their chunks.
-void WriteColumnsByLibrary(const OpenTable& table, std::uint64_t firstRow, std::uint64_t rows,
-                           const ColumnSource& source) {
-  Selection selection(table.mDataset_id, table.mWhere);
-  const auto scratch = std::make_unique_for_overwrite<double[]>(rows);
-  for (std::uint64_t c = 0; c < table.mLayout.mColumns; ++c) {
-    const double* column = source(c, scratch.get());
-    selection.Select({c, 1, firstRow, rows});
+// Reads blocks of a table one after the other.
+class BlockReader {
+ public:
+  explicit BlockReader(const OpenTable& table)
+      : mTable(table), mSelection(table.mDataset_id, table.mWhere) {}
+
+  // Values come as they lie in the file: row after row.
+  void Read(const ColumnBlock& block, double* values) {
+    mSelection.Select(block);
     const herr_t err =
-        table.mTrace(4,
-                     H5Dwrite(table.mDataset_id, H5T_NATIVE_DOUBLE, selection.MemorySpace(),
-                              selection.FileSpace(), H5P_DEFAULT, column),
-                     "H5Dwrite(", table.mDataset_id, ", ...)");
-    REQUIRE_AT(table.mWhere, err>=0, "H5Dwrite failed");
+        mTable.mTrace(4,
+                      H5Dread(mTable.mDataset_id, H5T_NATIVE_DOUBLE, mSelection.MemorySpace(),
+                              mSelection.FileSpace(), H5P_DEFAULT, values),
+                      "H5Dread(", mTable.mDataset_id, ", ...)");
+    REQUIRE_AT(mTable.mWhere, err>=0, "H5Dread failed for name=" << mTable.mName);
   }
-  selection.Close();
+
+  void Close() { mSelection.Close(); }
+
+ private:
+  const OpenTable& mTable;
+  Selection mSelection;
+};
+
+// A chunk without checksum or compression does not tell whether all of it is there; and the library
+// reads it as fast.
+bool ReadsChunks(const TableLayout& layout) {
+  return layout.mMovesChunks && (layout.mFilters.mDeflate || layout.mFilters.mFletcher32);
 }
 
 }  // namespace
 
-void WriteColumns(const OpenTable& table, std::uint64_t firstRow, std::uint64_t rows,
-                  const ColumnSource& source) {
-  const TableLayout& layout = table.mLayout;
-  const bool startsChunk = layout.mMovesChunks && firstRow % layout.mChunkRows == 0;
-  const std::uint64_t rest = startsChunk ? rows % layout.mChunkRows : rows;
-  if (rest == 0) {
-    WriteChunks(table, firstRow, rows, source);
-  } else if (rest == rows || layout.mColumns > 1) {
-    WriteColumnsByLibrary(table, firstRow, rows, source);
-  } else {
-    // Of a single column, the part that fills its chunks can go without the rest.
-    const auto scratch = std::make_unique_for_overwrite<double[]>(rows);
-    const double* column = source(0, scratch.get());
-    const auto part = [&](std::uint64_t begin) {
-      return [values = column + begin](std::uint64_t, double*) { return values; };
-    };
-    WriteChunks(table, firstRow, rows - rest, part(0));
-    WriteColumnsByLibrary(table, firstRow + rows - rest, rest, part(rows - rest));
+void ReadColumns(const OpenTable& table, const ColumnBlock& block, double* values) {
+  if (block.mRows == 0 || block.mColumns == 0) {
+    return;
   }
+  const TableLayout& layout = table.mLayout;
+  if (layout.mChunkColumns == 1 || layout.mColumns == 1) {
+    PendingReads reads;
+    const RowRun rows[] = {{block.mFirstRow, block.mFirstRow + block.mRows}};
+    for (std::uint64_t c = 0; c < block.mColumns; ++c) {
+      StartReading(table, block.mFirstColumn + c, rows, values + c * block.mRows, reads);
+    }
+    reads.Finish();
+    return;
+  }
+  BlockReader reader(table);
+  const std::uint64_t rowsPerPass = RowsPerPass(layout, block);
+  const std::uint64_t bufferRows = std::min(rowsPerPass, block.mRows);
+  const auto rowMajor = std::make_unique_for_overwrite<double[]>(bufferRows * block.mColumns);
+  std::uint64_t done = 0;
+  while (done < block.mRows) {
+    // Passes end where chunks end, wherever the block begins.
+    const std::uint64_t row = block.mFirstRow + done;
+    const std::uint64_t rows = std::min(rowsPerPass - row % rowsPerPass, block.mRows - done);
+    reader.Read({block.mFirstColumn, block.mColumns, row, rows}, rowMajor.get());
+    Transpose(rowMajor.get(), rows, block.mColumns, values + done, block.mRows);
+    done += rows;
+  }
+  reader.Close();
+}
+
+void StartReading(const OpenTable& table, std::uint64_t column, std::span<const RowRun> runs,
+                  double* values, PendingReads& reads) {
+  if (ReadsChunks(table.mLayout)) {
+    StartReadingChunks(table, column, runs, values, reads);
+  } else {
+    ReadByLibrary(table, column, runs, values);
+  }
+}
+
+void ReadByLibrary(const OpenTable& table, std::uint64_t column, std::span<const RowRun> runs,
+                   double* values) {
+  // Short runs that lie in a window of whole chunks are read along with what is between them.
+  const std::uint64_t chunkRows = std::max<std::uint64_t>(table.mLayout.mChunkRows, 1);
+  const std::uint64_t window = std::max<std::uint64_t>(sValuesPerPass / chunkRows, 1) * chunkRows;
+  BlockReader reader(table);
+  std::unique_ptr<double[]> together;
+  while (!runs.empty()) {
+    const std::uint64_t first = runs[0].mFirst;
+    const std::uint64_t windowEnd = (first / window + 1) * window;
+    const auto inWindow = [windowEnd](const RowRun& run) { return run.mOnePastLast <= windowEnd; };
+    const auto count =
+        static_cast<std::size_t>(std::ranges::find_if_not(runs, inWindow) - runs.begin());
+    if (count <= 1) {
+      reader.Read({column, 1, first, runs[0].Size()}, values);
+      values += runs[0].Size();
+      runs = runs.subspan(1);
+      continue;
+    }
+    if (together == nullptr) {
+      together = std::make_unique_for_overwrite<double[]>(std::min(window, table.mLayout.mRows));
+    }
+    reader.Read({column, 1, first, runs[count - 1].mOnePastLast - first}, together.get());
+    for (const RowRun& run : runs.first(count)) {
+      values = std::copy_n(together.get() + (run.mFirst - first), run.Size(), values);
+    }
+    runs = runs.subspan(count);
+  }
+  reader.Close();
+}
+
+void WriteByLibrary(const OpenTable& table, std::uint64_t column, std::uint64_t firstRow,
+                    std::span<const double> values) {
+  Selection selection(table.mDataset_id, table.mWhere);
+  selection.Select({column, 1, firstRow, values.size()});
+  const herr_t err =
+      table.mTrace(4,
+                   H5Dwrite(table.mDataset_id, H5T_NATIVE_DOUBLE, selection.MemorySpace(),
+                            selection.FileSpace(), H5P_DEFAULT, values.data()),
+                   "H5Dwrite(", table.mDataset_id, ", ...)");
+  REQUIRE_AT(table.mWhere, err>=0, "H5Dwrite failed");
+  selection.Close();
 }

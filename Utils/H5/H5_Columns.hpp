@@ -6,12 +6,13 @@
 #include <hdf5.h>
 
 #include <cstdint>
-#include <functional>
 #include <source_location>
+#include <span>
 #include <string>
 
 #include "Utils/ChunkCodec/Filters.hpp"
 #include "Utils/ErrorHandling/Trace.hpp"
+#include "Utils/H5/RowRun.hpp"
 
 /// Rows and columns to move: [mFirstRow, mFirstRow + mRows) of [mFirstColumn, ... + mColumns).
 struct ColumnBlock {
@@ -46,19 +47,24 @@ struct OpenTable {
   std::source_location mWhere;
 };
 
+class PendingReads;
+
 /// Reads the block into `values`, column after column: values[c * mRows + r]. Any numeric type on
 /// disk is converted; any layout is read chunk by chunk, each chunk once where rows of a chunk fit
 /// into memory along with the block. Fails with "H5Dread failed for name=...".
 void ReadColumns(const OpenTable& table, const ColumnBlock& block, double* values);
 
-/// The same through the library's own filters, whatever the layout.
-void ReadColumnsByLibrary(const OpenTable& table, const ColumnBlock& block, double* values);
+/// Reads runs of rows of one column, one after the other, into `values`, which are there when
+/// `reads` has finished. Runs ascend, and none is empty. Each chunk is read once, if it holds one
+/// column only.
+void StartReading(const OpenTable& table, std::uint64_t column, std::span<const RowRun> runs,
+                  double* values, PendingReads& reads);
 
-/// Gives the values of one column when asked, as many as rows are written: either where they lie
-/// already, or gathered into `scratch`, which has room for them, and that pointer.
-using ColumnSource = std::function<const double*(std::uint64_t column, double* scratch)>;
+/// The same through the library's own filters, whatever the layout, and at once.
+void ReadByLibrary(const OpenTable& table, std::uint64_t column, std::span<const RowRun> runs,
+                   double* values);
 
-/// Writes rows [firstRow, firstRow + rows) of all columns, asking for one column at a time. The
-/// dataset is large enough already. Fails with "H5Dwrite failed".
-void WriteColumns(const OpenTable& table, std::uint64_t firstRow, std::uint64_t rows,
-                  const ColumnSource& source);
+/// Writes values to the rows of a column from `firstRow` on through the library's own filters.
+/// Fails with "H5Dwrite failed".
+void WriteByLibrary(const OpenTable& table, std::uint64_t column, std::uint64_t firstRow,
+                    std::span<const double> values);

@@ -79,7 +79,8 @@ void IndexedGroup::WriteCache() {
     }
   }
   WriteIndexImmediately_(index);
-  WriteValuesImmediately_(mCachedValues);
+  WriteValuesImmediately_(mCachedValues.size(),
+                          [this](ColumnWriter& writer) { writer.Append(mCachedValues); });
   mCachedTimes = {};
   mCachedEnds = {};
   mCachedExtras = {};
@@ -89,23 +90,19 @@ void IndexedGroup::WriteCache() {
 
 void IndexedGroup::WriteIndexImmediately_(const StepIndex& steps) {
   const std::uint64_t offset = mValues.GetExtents()[0];
-  mIndex.WriteManyStepsImmediately_(steps.Size(), [&](std::uint64_t column, double* scratch) {
-    if (column == 0) {
-      return steps.mTimes.data();
+  mIndex.WriteManyStepsImmediately_(steps.Size(), [&](ColumnWriter& writer) {
+    writer.Append(steps.mTimes);
+    const auto toDouble = [offset](std::uint64_t end) { return static_cast<double>(offset + end); };
+    std::ranges::transform(steps.mEnds, writer.Room(steps.Size()).mpValues, toDouble);
+    for (const std::vector<double>& extra : steps.mExtras) {
+      writer.Append(extra);
     }
-    if (column > 1) {
-      return steps.mExtras[column - 2].data();
-    }
-    for (std::uint64_t i = 0; i < steps.Size(); ++i) {
-      scratch[i] = static_cast<double>(offset + steps.mEnds[i]);
-    }
-    return static_cast<const double*>(scratch);
   });
 }
 
-void IndexedGroup::WriteValuesImmediately_(std::span<const double> values) {
-  mValues.WriteManyStepsImmediately_(values.size(),
-                                     [values](std::uint64_t, double*) { return values.data(); });
+void IndexedGroup::WriteValuesImmediately_(std::uint64_t count,
+                                           const std::function<void(ColumnWriter&)>& fill) {
+  mValues.WriteManyStepsImmediately_(count, fill);
 }
 
 std::uint64_t IndexedGroup::SizeOfCache() const {
@@ -180,6 +177,11 @@ std::vector<double> IndexedGroup::RetrieveValuesOf(const StepIndex& index) const
 
 void IndexedGroup::RetrieveValues_(std::uint64_t first, std::uint64_t count, double* values) const {
   mValues.RetrieveColumns_({0, 1, first, count}, values);
+}
+
+void IndexedGroup::RetrieveRuns_(std::span<const RowRun> runs, double* values,
+                                 PendingReads& reads) const {
+  mValues.RetrieveRuns_(0, runs, values, reads);
 }
 
 IndexedGroup::Step IndexedGroup::RetrieveStepIndex(std::size_t filestep) const {

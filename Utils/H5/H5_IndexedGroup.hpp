@@ -7,6 +7,7 @@
 #include <hdf5.h>
 
 #include <cstdint>
+#include <functional>
 #include <span>
 #include <string>
 #include <vector>
@@ -56,13 +57,15 @@ class IndexedGroup : public H5_Object {
   StepIndex RetrieveIndex_() const;
   /// `count` values from `first` on, of all steps' values one after the other.
   void RetrieveValues_(std::uint64_t first, std::uint64_t count, double* values) const;
+  /// Runs of values, as Dat reads runs of rows.
+  void RetrieveRuns_(std::span<const RowRun> runs, double* values, PendingReads& reads) const;
   /// The length of the chunks in which the open object's values lie; 0 if they are not chunked.
   std::uint64_t ValuesPerChunk() const { return mValues.Layout().mChunkRows; }
 
   /// Write steps, and values, at once, bypassing the cache. mEnds count from the first value that
   /// is written along with these steps; the values may follow in several calls.
   void WriteIndexImmediately_(const StepIndex& steps);
-  void WriteValuesImmediately_(std::span<const double> values);
+  void WriteValuesImmediately_(std::uint64_t count, const std::function<void(ColumnWriter&)>& fill);
 
  protected:
   /// `kind` is the class's name: "Coef" traces as "Coef::..." and reports as "H5_ObjectCoef", also

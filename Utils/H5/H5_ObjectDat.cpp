@@ -157,24 +157,28 @@ void Dat::WriteCache() {
                                                  << ",\nbut Legends has length" << mLegends.size());
   const std::uint64_t columns = mNumberOfColumnsPerRow;
   const std::uint64_t rows = mCachedData.size() / columns;
-  WriteCacheDetail(rows, [&](std::uint64_t c, double* scratch) {
-    for (std::uint64_t r = 0; r < rows; ++r) {
-      scratch[r] = mCachedData[r * columns + c];
+  WriteCacheDetail(rows, [&](ColumnWriter& writer) {
+    for (std::uint64_t c = 0; c < columns; ++c) {
+      double* const values = writer.Room(rows).mpValues;
+      for (std::uint64_t r = 0; r < rows; ++r) {
+        values[r] = mCachedData[r * columns + c];
+      }
     }
-    return scratch;
   });
   std::vector<double>().swap(mCachedData);
   mNumberOfColumnsPerRow = 1;
   ReportCacheSize();
 }
 
-void Dat::WriteCacheDetail(std::uint64_t rows, const ColumnSource& source) {
+void Dat::WriteCacheDetail(std::uint64_t rows, const std::function<void(ColumnWriter&)>& fill) {
   RequireFileExtents("Extents inconsistent");
   const std::vector<hsize_t> newDims = {mExtents[0] + rows, mExtents[1]};
   mTrace.Line(3, "H5_ObjectDat append ", rows, " row(s) to '", mName, "' (new dims {", newDims[0],
               ",", newDims[1], "})");
   Extend(newDims, "H5Dset_extent failed", Location::current());
-  WriteColumns({mMy_id, mLayout, mName, mTrace, Location::current()}, mExtents[0], rows, source);
+  ColumnWriter writer({mMy_id, mLayout, mName, mTrace, Location::current()}, mExtents[0], rows);
+  fill(writer);
+  writer.Finish();
   mExtents[0] = newDims[0];
   mLayout.mRows = newDims[0];
 }
@@ -183,17 +187,18 @@ void Dat::WriteManyStepsImmediately(const std::vector<double>& data) {
   WriteCache();
   // Every double counts as one row, which only makes sense in a table of one column.
   REQUIRE(data.empty() || mExtents[1]==1, "WriteManyStepsImmediately needs a dataset of one column\nName=" << mName);
-  WriteManyStepsImmediately_(data.size(), [&data](std::uint64_t, double*) { return data.data(); });
+  WriteManyStepsImmediately_(data.size(), [&data](ColumnWriter& writer) { writer.Append(data); });
 }
 
-void Dat::WriteManyStepsImmediately_(std::uint64_t rows, const ColumnSource& source) {
+void Dat::WriteManyStepsImmediately_(std::uint64_t rows,
+                                     const std::function<void(ColumnWriter&)>& fill) {
   WriteCache();
   mTrace.Line(4, "Dat WriteManyStepsImmediately ", mName);
   REQUIRE(IsObjectOpen(),
           "Consistency error: Called WriteManyStepsImmediately on a closed object");
   REQUIRE(mExtents.Size()==2, "Internal error");
   if (rows > 0) {
-    WriteCacheDetail(rows, source);
+    WriteCacheDetail(rows, fill);
   }
 }
 
@@ -290,6 +295,12 @@ MyVector<MyVector<double>> Dat::RetrieveColumns(const MyVector<int>& columns,
 void Dat::RetrieveColumns_(const ColumnBlock& block, double* values) const {
   REQUIRE(IsObjectOpen(), "Object must be open to retrieve data");
   ReadColumns({mMy_id, mLayout, mName, mTrace, Location::current()}, block, values);
+}
+
+void Dat::RetrieveRuns_(std::uint64_t column, std::span<const RowRun> runs, double* values,
+                        PendingReads& reads) const {
+  REQUIRE(IsObjectOpen(), "Object must be open to retrieve data");
+  StartReading({mMy_id, mLayout, mName, mTrace, Location::current()}, column, runs, values, reads);
 }
 
 }  // namespace H5_Objects

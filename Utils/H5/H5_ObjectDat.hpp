@@ -3,13 +3,17 @@
 #include <cstdint>
 #include <functional>
 #include <iosfwd>
+#include <span>
 #include <string>
 #include <vector>
 
 #include "Utils/Containers/MyVector.hpp"
 #include "Utils/Factory/Register.hpp"
+#include "Utils/H5/H5_ColumnWriter.hpp"
 #include "Utils/H5/H5_Columns.hpp"
 #include "Utils/H5/H5_DataSet.hpp"
+#include "Utils/H5/H5_PendingReads.hpp"
+#include "Utils/H5/RowRun.hpp"
 
 namespace H5_Objects {
 
@@ -50,9 +54,10 @@ class Dat : public DataSet, public Factory::Register<Dat> {
   /// Writes the waiting rows, then `data` at once as data.size() rows of a one-column table.
   void WriteManyStepsImmediately(const std::vector<double>& data);
 
-  /// Writes the waiting rows, then `rows` rows at once, asking for one column at a time: no more
-  /// than one column need be in memory.
-  void WriteManyStepsImmediately_(std::uint64_t rows, const ColumnSource& source);
+  /// Writes the waiting rows, then `rows` rows at once, which `fill` hands over column after
+  /// column: no more than one column need be in memory.
+  void WriteManyStepsImmediately_(std::uint64_t rows,
+                                  const std::function<void(ColumnWriter&)>& fill);
 
   /// {rows, columns}, waiting rows included, so it can exceed what is in the file.
   /// Fails with "Must call Initialize or OpenObject first".
@@ -79,13 +84,17 @@ class Dat : public DataSet, public Factory::Register<Dat> {
 
   /// The same for neighbouring columns into memory of the caller: values[c * rows + r].
   void RetrieveColumns_(const ColumnBlock& block, double* values) const;
+  /// Runs of rows of one column, one after the other, which are in place when `reads` has finished.
+  /// Runs ascend, and none is empty.
+  void RetrieveRuns_(std::uint64_t column, std::span<const RowRun> runs, double* values,
+                     PendingReads& reads) const;
   /// How the open table lies on disk.
   const TableLayout& Layout() const { return mLayout; }
 
  private:
   hid_t CreateDataSet(hid_t parentId, const std::string& name, std::uint64_t columns,
                       std::uint64_t chunkRows);
-  void WriteCacheDetail(std::uint64_t rows, const ColumnSource& source);
+  void WriteCacheDetail(std::uint64_t rows, const std::function<void(ColumnWriter&)>& fill);
   void RequireFileExtents(const char* message) const;
 
   bool mCompress = false;

@@ -67,6 +67,7 @@ TEST_F(DatTest, ReadsEveryLayoutAlike) {
   const std::pair<const char*, PlainH5::TableOptions> layouts[] = {
       {"contiguous", {.mChunk = {}}},
       {"columns", {.mChunk = {16, 1}, .mCompress = true}},
+      {"plain columns", {.mChunk = {16, 1}}},
       {"rows", {.mChunk = {1, 3}}},
       {"blocks across edges", {.mChunk = {7, 2}, .mCompress = true}},
       {"float32", {.mType = H5T_IEEE_F32LE, .mChunk = {}}},
@@ -88,6 +89,19 @@ TEST_F(DatTest, ReadsEveryLayoutAlike) {
       EXPECT_EQ(block[r], rows[5 + r][1]) << name;
       EXPECT_EQ(block[11 + r], rows[5 + r][2]) << name;
     }
+    // Runs within a chunk, over several, and next to one another.
+    const std::vector<RowRun> runs = {{0, 1}, {3, 4}, {5, 38}, {38, 40}, {48, 50}};
+    std::vector<double> picked(1 + 1 + 33 + 2 + 2);
+    PendingReads reads;
+    dat.RetrieveRuns_(1, runs, picked.data(), reads);
+    reads.Finish();
+    std::vector<double> expected;
+    for (const RowRun& run : runs) {
+      for (std::uint64_t r = run.mFirst; r < run.mOnePastLast; ++r) {
+        expected.push_back(rows[r][1]);
+      }
+    }
+    EXPECT_EQ(picked, expected) << name;
     EXPECT_EQ(dat.GetLegend()[2], "undef 2");
     dat.CloseObject();
   }

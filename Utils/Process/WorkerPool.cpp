@@ -3,10 +3,10 @@
 #include <sched.h>
 
 #include <algorithm>
-#include <atomic>
 #include <charconv>
 #include <condition_variable>
 #include <cstdlib>
+#include <deque>
 #include <exception>
 #include <fstream>
 #include <mutex>
@@ -14,6 +14,7 @@
 #include <string_view>
 #include <system_error>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -54,94 +55,121 @@ std::size_t ChosenNumberOfThreads() {
                                  sMostThreads);
 }
 
+}  // namespace
+
+// The workers and the tasks that wait for one, first come, first served.
 class WorkerPool {
  public:
-  explicit WorkerPool(std::size_t workers) {
+  static WorkerPool& Instance() {
+    // Never destroyed: the process may end while a failure is reported from anywhere.
+    static WorkerPool& pool = *new WorkerPool(NumberOfThreads() - 1);
+    return pool;
+  }
+
+  void Add(TaskGroup& group, std::function<void()> task) {
+    std::unique_lock lock(mMutex);
+    if (mWaiting.size() >= mMostWaiting) {
+      RunNext(lock);
+    }
+    mWaiting.push_back({&group, std::move(task)});
+    ++group.mUnfinished;
+    lock.unlock();
+    mTaskWaits.notify_one();
+  }
+
+  void Wait(TaskGroup& group) {
+    std::unique_lock lock(mMutex);
+    while (group.mUnfinished > 0) {
+      if (mWaiting.empty()) {
+        mTaskEnded.wait(lock);
+      } else {
+        RunNext(lock);
+      }
+    }
+  }
+
+ private:
+  struct Task {
+    TaskGroup* mpGroup;
+    std::function<void()> mRun;
+  };
+
+  explicit WorkerPool(std::size_t workers) : mMostWaiting(2 * (workers + 1)) {
     try {
       for (std::size_t i = 0; i < workers; ++i) {
-        mWorkers.emplace_back([this](const std::stop_token& stop) { Work(stop); });
+        mWorkers.emplace_back([this] { Work(); });
       }
     } catch (const std::system_error&) {
       // A limit on processes or memory: those that were started do all the work.
     }
   }
 
-  void Run(std::size_t count, const std::function<void(std::size_t)>& task) {
-    {
-      const std::lock_guard lock(mMutex);
-      mpTask = &task;
-      mCount = count;
-      mNext = 0;
-      mFailure = nullptr;
-      mBusy = mWorkers.size();
-      ++mRound;
-    }
-    mWakeUp.notify_all();
-    RunTasks();
+  [[noreturn]] void Work() {
     std::unique_lock lock(mMutex);
-    mAllDone.wait(lock, [this] { return mBusy == 0; });
-    if (mFailure != nullptr) {
-      std::rethrow_exception(mFailure);
-    }
-  }
-
- private:
-  void RunTasks() {
-    for (std::size_t i = mNext++; i < mCount; i = mNext++) {
-      try {
-        (*mpTask)(i);
-      } catch (...) {
-        const std::lock_guard lock(mMutex);
-        mFailure = std::current_exception();
-      }
-    }
-  }
-
-  void Work(const std::stop_token& stop) {
-    std::size_t round = 0;
     while (true) {
-      {
-        std::unique_lock lock(mMutex);
-        if (!mWakeUp.wait(lock, stop, [&] { return mRound != round; })) {
-          return;
-        }
-        round = mRound;
-      }
-      RunTasks();
-      const std::lock_guard lock(mMutex);
-      if (--mBusy == 0) {
-        mAllDone.notify_one();
-      }
+      mTaskWaits.wait(lock, [this] { return !mWaiting.empty(); });
+      RunNext(lock);
+    }
+  }
+
+  // The lock is held before and after, but not while the task runs.
+  void RunNext(std::unique_lock<std::mutex>& lock) {
+    Task task = std::move(mWaiting.front());
+    mWaiting.pop_front();
+    lock.unlock();
+    std::exception_ptr failure;
+    try {
+      task.mRun();
+    } catch (...) {
+      failure = std::current_exception();
+    }
+    task.mRun = nullptr;
+    lock.lock();
+    if (failure != nullptr) {
+      task.mpGroup->mFailure = failure;
+    }
+    if (--task.mpGroup->mUnfinished == 0) {
+      mTaskEnded.notify_all();
     }
   }
 
   std::mutex mMutex;
-  std::condition_variable_any mWakeUp;
-  std::condition_variable mAllDone;
-  std::size_t mRound = 0;
-  std::size_t mBusy = 0;  // workers that have not ended their round
-  std::size_t mCount = 0;
-  std::atomic<std::size_t> mNext = 0;
-  const std::function<void(std::size_t)>* mpTask = nullptr;
-  std::exception_ptr mFailure;
-  std::vector<std::jthread> mWorkers;  // last, so that they end before what they use
+  std::condition_variable mTaskWaits;
+  std::condition_variable mTaskEnded;
+  std::deque<Task> mWaiting;
+  std::size_t mMostWaiting;
+  std::vector<std::jthread> mWorkers;
 };
-
-}  // namespace
 
 std::size_t NumberOfThreads() {
   static const std::size_t threads = ChosenNumberOfThreads();
   return threads;
 }
 
-void ParallelFor(std::size_t count, const std::function<void(std::size_t)>& task) {
-  if (count <= 1 || NumberOfThreads() == 1) {
-    for (std::size_t i = 0; i < count; ++i) {
-      task(i);
-    }
+TaskGroup::~TaskGroup() {
+  if (mUsesWorkers) {
+    WorkerPool::Instance().Wait(*this);
+  }
+}
+
+void TaskGroup::Add(std::function<void()> task) {
+  if (NumberOfThreads() > 1) {
+    mUsesWorkers = true;
+    WorkerPool::Instance().Add(*this, std::move(task));
     return;
   }
-  // Never destroyed: the process may end while a failure is reported from anywhere.
-  static WorkerPool& pool = *new WorkerPool(NumberOfThreads() - 1);
-  pool.Run(count, task);
+  try {
+    task();
+  } catch (...) {
+    mFailure = std::current_exception();
+  }
+}
+
+void TaskGroup::Wait() {
+  if (mUsesWorkers) {
+    WorkerPool::Instance().Wait(*this);
+  }
+  if (mFailure != nullptr) {
+    std::rethrow_exception(std::exchange(mFailure, nullptr));
+  }
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <exception>
 #include <functional>
 
 /// Threads that work may use, the calling one included: what the environment variable VEXA_THREADS
@@ -9,8 +10,30 @@
 /// may use (its affinity, and the quota of its control group).
 std::size_t NumberOfThreads();
 
-/// Calls task(0) ... task(count-1), each once, on up to NumberOfThreads() threads, and returns when
-/// all have ended. The workers are started at the first call that has use for them, and then wait
-/// for the next; with one thread none is started. If tasks throw, the exception of one of them is
-/// thrown on after all have ended. Tasks must not call ParallelFor.
-void ParallelFor(std::size_t count, const std::function<void(std::size_t)>& task);
+/// Tasks that are waited for together. They run on worker threads and, while it waits, on the
+/// thread that added them; with one thread each runs where it is added. The workers are started at
+/// the first use of them, and then wait for more.
+///
+/// Tasks share nothing that changes, and add no tasks. Only the thread that owns a group uses it.
+class TaskGroup {
+ public:
+  TaskGroup() = default;
+  /// Waits; a failure nobody waited for is dropped.
+  ~TaskGroup();
+  TaskGroup(const TaskGroup&) = delete;
+  TaskGroup& operator=(const TaskGroup&) = delete;
+
+  /// Hands the task over. When many are waiting, whatever group they belong to, works on one
+  /// first: what waiting tasks hold is bounded.
+  void Add(std::function<void()> task);
+
+  /// Returns when all tasks have ended. If some threw, the exception of one of them is thrown on.
+  void Wait();
+
+ private:
+  friend class WorkerPool;
+
+  bool mUsesWorkers = false;
+  std::size_t mUnfinished = 0;
+  std::exception_ptr mFailure;
+};

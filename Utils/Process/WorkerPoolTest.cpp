@@ -18,30 +18,62 @@ class WorkerPoolTest : public testing::Test {
   }
 };
 
-TEST_F(WorkerPoolTest, EveryTaskRunsOnceInEveryRound) {
+TEST_F(WorkerPoolTest, EveryTaskRunsOnceInEveryGroup) {
   for (int round = 0; round < 500; ++round) {
     std::vector<std::atomic<int>> runs(static_cast<std::size_t>(round % 17));
-    ParallelFor(runs.size(), [&](std::size_t i) { ++runs[i]; });
+    TaskGroup odd;
+    TaskGroup even;
+    for (std::size_t i = 0; i < runs.size(); ++i) {
+      (i % 2 == 0 ? even : odd).Add([&runs, i] { ++runs[i]; });
+    }
+    odd.Wait();
+    for (std::size_t i = 1; i < runs.size(); i += 2) {
+      ASSERT_EQ(runs[i], 1);
+    }
+    even.Wait();
     for (const std::atomic<int>& count : runs) {
       ASSERT_EQ(count, 1);
     }
   }
 }
 
-TEST_F(WorkerPoolTest, AFailureIsThrownOnAfterAllHaveEnded) {
+TEST_F(WorkerPoolTest, AFailureIsThrownOnByItsGroupAfterAllHaveEnded) {
   std::atomic<int> ended = 0;
-  const auto work = [&] {
-    ParallelFor(100, [&](std::size_t i) {
+  TaskGroup failing;
+  TaskGroup other;
+  for (int i = 0; i < 100; ++i) {
+    failing.Add([&ended, i] {
       ++ended;
       if (i == 50) {
         throw std::runtime_error("task 50");
       }
     });
-  };
-  EXPECT_THROW(work(), std::runtime_error);
-  EXPECT_EQ(ended, 100);
-  ParallelFor(10, [&](std::size_t) { ++ended; });
-  EXPECT_EQ(ended, 110);
+    other.Add([&ended] { ++ended; });
+  }
+  other.Wait();
+  EXPECT_THROW(failing.Wait(), std::runtime_error);
+  EXPECT_EQ(ended, 200);
+  failing.Add([&ended] { ++ended; });
+  failing.Wait();
+  EXPECT_EQ(ended, 201);
+}
+
+TEST_F(WorkerPoolTest, AGroupEndsWithItsTasks) {
+  for (int round = 0; round < 100; ++round) {
+    std::atomic<int> ended = 0;
+    {
+      TaskGroup group;
+      for (int i = 0; i < 20; ++i) {
+        group.Add([&ended, i] {
+          ++ended;
+          if (i == 3) {
+            throw std::runtime_error("nobody waits for this");
+          }
+        });
+      }
+    }
+    ASSERT_EQ(ended, 20);
+  }
 }
 
 }  // namespace

@@ -52,13 +52,13 @@ Builder NoData(const char* path, const std::vector<hsize_t>& dims, hid_t type) {
   });
 }
 
-void DamageChunk(const std::string& path) {
+void DamageChunkOf(std::size_t rows, const std::string& path) {
   haddr_t address = 0;
   hsize_t size = 0;
   {
     File file = File::Create(path);
-    file.Table("/x.dat", TaggedRows(std::vector<double>(1000, 1), 1),
-               {.mChunk = {1000, 1}, .mCompress = true});
+    file.Table("/x.dat", TaggedRows(std::vector<double>(rows, 1), 1),
+               {.mChunk = {rows, 1}, .mCompress = true});
     const DatasetHandle dataset(H5Dopen2(file.Id(), "/x.dat", H5P_DEFAULT));
     const DataspaceHandle space(H5Dget_space(dataset));
     hsize_t offset[2] = {};
@@ -69,6 +69,15 @@ void DamageChunk(const std::string& path) {
   std::fstream stream(path, std::ios::in | std::ios::out | std::ios::binary);
   stream.seekp(static_cast<std::streamoff>(address + size / 2));
   stream.put('\x5a').put('\xa5');
+}
+
+void DamageChunk(const std::string& path) {
+  DamageChunkOf(1000, path);
+}
+
+// One that is decoded when its file is closed again.
+void DamageLongChunk(const std::string& path) {
+  DamageChunkOf(100000, path);
 }
 
 // A chunk that no filter made, with fewer bytes than its values have. Only files of the older
@@ -200,6 +209,7 @@ const std::vector<BadInput>& BadInputs() {
       {"2^40 columns", "/x.dat", NoData("/x.dat", {2, many}, doubles), "x.dat claims 109951162"},
       {"2^40 letters", "/s.txt", NoData("/s.txt", {many}, H5T_NATIVE_SCHAR), "s.txt claims 1.0"},
       {"damage", "/x.dat", DamageChunk, "Damaged chunk in x.dat at row 0 of column 1"},
+      {"late damage", "/x.dat", DamageLongChunk, "Damaged chunk in x.dat at row 0 of column 1"},
       // Groups and links.
       {"cycle", "/A.dir/B.dir/C.dir", Link("/A.dir", "/A.dir/B.dir/C.dir", false),
        "itself through"},

@@ -109,7 +109,7 @@ TEST_F(PlanTest, RefusesWhatTheJoinRefuses) {
   file.Strings("/s.txt", {"good"}, {1});
   for (const BadInput& bad : BadInputs()) {
     SCOPED_TRACE(bad.mObject + (": " + std::string(bad.mName)));
-    if (bad.mName == std::string("damage")) {
+    if (std::string(bad.mName).ends_with("damage")) {
       continue;  // values are not read
     }
     fs::remove_all(Path("bad.h5"));

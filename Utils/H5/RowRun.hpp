@@ -1,0 +1,11 @@
+#pragma once
+
+#include <cstdint>
+
+/// Rows [mFirst, mOnePastLast) of one table.
+struct RowRun {
+  std::uint64_t mFirst;
+  std::uint64_t mOnePastLast;
+  std::uint64_t Size() const { return mOnePastLast - mFirst; }
+  friend bool operator==(const RowRun&, const RowRun&) = default;
+};
