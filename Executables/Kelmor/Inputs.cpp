@@ -1,5 +1,6 @@
 #include "Executables/Kelmor/Inputs.hpp"
 
+#include <algorithm>
 #include <exception>
 #include <filesystem>
 #include <ranges>
@@ -37,9 +38,20 @@ Inputs::Visitor::~Visitor() noexcept(false) {
   }
 }
 
+Inputs::KeptOpen::~KeptOpen() noexcept(false) {
+  mInputs.mKeepsObjectsOpen = false;
+  if (std::uncaught_exceptions() == 0) {
+    for (int file = 0; file < std::min(mInputs.Size(), sFilesKeptOpen); ++file) {
+      mInputs.Release(file);
+    }
+  }
+}
+
 void Inputs::Release(int file) {
   if (file < sFilesKeptOpen) {
-    mFiles[file].CloseObjects();
+    if (!mKeepsObjectsOpen) {
+      mFiles[file].CloseObjects();
+    }
   } else {
     mFiles[file].CloseFile();
   }

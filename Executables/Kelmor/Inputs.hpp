@@ -29,6 +29,19 @@ class Inputs {
     return read(mFiles[file].template GetObjectForRead<OBJECT>(name));
   }
 
+  /// While one lives, what is opened in the files that stay open stays open as well: for visits of
+  /// the same object again and again.
+  class KeptOpen {
+   public:
+    explicit KeptOpen(Inputs& inputs) : mInputs(inputs) { mInputs.mKeepsObjectsOpen = true; }
+    ~KeptOpen() noexcept(false);
+    KeptOpen(const KeptOpen&) = delete;
+    KeptOpen& operator=(const KeptOpen&) = delete;
+
+   private:
+    Inputs& mInputs;
+  };
+
   /// Closes all files.
   void Clear() { mFiles.Clear(); }
 
@@ -49,6 +62,7 @@ class Inputs {
   void Release(int file);
 
   MyVector<CachedH5File> mFiles;
+  bool mKeepsObjectsOpen = false;
 };
 
 /// Whether a join leaves the dataset out: its name matches the glob, which may be empty for none.

@@ -169,6 +169,7 @@ class TableInputs {
 }  // namespace
 
 void JoinDat(JoinRun& run, const JoinTask& task) {
+  const Inputs::KeptOpen keptOpen(run.mInputs);
   TableInputs inputs(run, task);
   const SelectedSteps steps = SelectSteps(run.mOptions, inputs.Times());
   PrintSelection(run, task, steps);
