@@ -1,0 +1,207 @@
+"""Tests kelmor-run as a program, with the real Kelmor and KelmorInfo, or with scripts in their place
+that fail as those hardly ever do.
+
+    TestKelmorRun.py KELMOR_RUN KELMOR KELMORINFO WRITE_SEGMENTS
+"""
+
+import hashlib
+import json
+import os
+import pathlib
+import shutil
+import signal
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+
+KELMOR_RUN, KELMOR, KELMORINFO, WRITE_SEGMENTS = sys.argv[1:]
+
+
+def files_in(folder):
+    return {path.name for path in folder.iterdir()}
+
+
+class TestKelmorRun(unittest.TestCase):
+    def setUp(self):
+        holder = tempfile.TemporaryDirectory()
+        self.addCleanup(holder.cleanup)
+        top = pathlib.Path(holder.name)
+        self.scripts, self.temporary, self.data = top / "scripts", top / "tmp", top / "data"
+        for folder in (self.scripts, self.temporary, self.data):
+            folder.mkdir()
+        subprocess.run([WRITE_SEGMENTS, self.data], check=True, stdout=subprocess.DEVNULL)
+        self.segments = sorted(files_in(self.data))
+        self.environment = dict(os.environ, KELMOR=KELMOR, KELMORINFO=KELMORINFO,
+                                TMPDIR=str(self.temporary), VEXA_NO_BACKTRACE="1")
+
+    def script(self, name, text):
+        path = self.scripts / name
+        path.write_text("#!/bin/sh\n" + text)
+        path.chmod(0o755)
+        return str(path)
+
+    def run_it(self, *arguments, **environment):
+        return subprocess.run([KELMOR_RUN, *arguments], cwd=self.data, text=True,
+                              stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=60,
+                              errors="surrogateescape", env=dict(self.environment, **environment))
+
+    def assert_fails(self, arguments, message, left=(), **environment):
+        """Status 1, a message that says why, and no file but those that were there before."""
+        before = files_in(self.data)
+        result = self.run_it(*arguments, **environment)
+        self.assertEqual((result.returncode, result.stdout), (1, ""), result.stderr)
+        self.assertIn(message, result.stderr)
+        self.assertEqual(files_in(self.data), before | set(left))
+        self.assertEqual(files_in(self.temporary), set())
+        return result.stderr
+
+    def test_joins_checks_and_tells_what_it_did(self):
+        options = ["-skip", "*.tdm", "-DeltaT", "0.5", "-NoGzip"]
+        result = self.run_it(*options, "run.h5", *self.segments)
+        self.assertEqual((result.returncode, result.stdout, result.stderr), (0, "", ""))
+        self.assertEqual(files_in(self.data), {*self.segments, "run.h5", "run.h5.json"})
+        self.assertEqual(files_in(self.temporary), set())
+
+        subprocess.run([KELMOR, *options, "-o", "plain.h5", *self.segments], cwd=self.data, check=True)
+        joined = (self.data / "run.h5").read_bytes()
+        self.assertEqual(joined, (self.data / "plain.h5").read_bytes())
+        told = json.loads((self.data / "run.h5.json").read_text())
+        self.assertEqual(told["options"], options)
+        expected = [(str(self.data / name), (self.data / name).read_bytes())
+                    for name in [*self.segments, "run.h5"]]
+        self.assertEqual([*told["inputs"], told["output"]],
+                         [{"path": path, "size": len(content),
+                           "sha256": hashlib.sha256(content).hexdigest()}
+                          for path, content in expected])
+        self.assertEqual([program["path"] for program in told["programs"]], [KELMOR, KELMORINFO])
+
+        plan = json.loads(subprocess.check_output(
+            [KELMORINFO, "-plan", "-json", *options, *self.segments], cwd=self.data))
+        self.assertEqual({name: (dataset["kept"], dataset["total"])
+                          for name, dataset in told["datasets"].items() if "kept" in dataset},
+                         {dataset["name"]: (dataset["kept"], dataset["total"])
+                          for dataset in plan["datasets"] if dataset["kind"] in ("dat", "coef")})
+        self.assertEqual(told["datasets"]["/VersionHist.ver"], {"version": 2})
+        self.assertEqual(told["datasets"]["/Run.dir/log.txt"], {"characters": 59})
+
+    def test_takes_any_file_name(self):
+        names = [b"-o", b"two words.h5", b"\xff \n'.h5"]
+        for name, segment in zip(names, self.segments):
+            shutil.copy(self.data / segment, os.fsencode(self.data) + b"/" + name)
+        result = self.run_it("-v", "--", b"-joined \xfe.h5", *names)
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertIn("/Run.dir/energy.dat keeping 176 steps out of 192", result.stdout)
+        told = json.loads(pathlib.Path(os.fsdecode(os.fsencode(self.data) + b"/-joined \xfe.h5.json"))
+                          .read_text())
+        self.assertEqual([os.fsencode(entry["path"]).rpartition(b"/")[2] for entry in told["inputs"]],
+                         names)
+
+    def test_replaces_nothing(self):
+        (self.data / "file.h5").write_text("precious")
+        (self.data / "link.h5").symlink_to("nowhere")
+        (self.data / "stale.h5.json").write_text("precious")
+        for output, name in (("file.h5", "file.h5"), ("link.h5", "link.h5"),
+                             ("stale.h5", "stale.h5.json")):
+            self.assert_fails([output, *self.segments], f"{self.data}/{name} exists already")
+        # A file that appears while the join runs.
+        late = self.script("KelmorInfo", 'echo precious >"$OUTPUT"\n')
+        for name in ("late.h5", "other.h5.json"):
+            self.assert_fails([name.replace(".json", ""), *self.segments],
+                              f"{name} has come to exist", left=[name],
+                              KELMORINFO=late, OUTPUT=str(self.data / name))
+            self.assertEqual((self.data / name).read_text(), "precious\n")
+
+    def test_hands_on_what_went_wrong(self):
+        (self.data / "broken.h5").write_text("no HDF5")
+        report = self.assert_fails(["run.h5", "segment1.h5", "broken.h5"],
+                                   f"Kelmor ended with status 255: no {self.data}/run.h5")
+        self.assertIn("file_id>=0  violated", report)
+        killed = self.script("killed", 'kill -KILL $$\n')
+        self.assert_fails(["run.h5", *self.segments], "Kelmor was ended by signal 9 (SIGKILL)",
+                          KELMOR=killed)
+        self.assert_fails(["-skip", "*", "run.h5", "segment1.h5"], "no datasets",
+                          KELMOR=self.script("nothing", ""))
+
+    def test_checks_the_result(self):
+        # Joins, but with other steps than it was asked for.
+        wrong = self.script("Kelmor", f'exec {KELMOR} -DeltaT 1 "$@"\n')
+        report = self.assert_fails(["run.h5", *self.segments], "KelmorInfo -check finds it wrong",
+                                   KELMOR=wrong)
+        self.assertIn("/BodyA.dir", report)    # the difference itself
+        self.assert_fails(["run.h5", *self.segments], "KelmorInfo -check ended with status 255",
+                          KELMORINFO=self.script("failing", "exit 255\n"))
+        changing = self.script("KelmorInfo", f'{KELMORINFO} "$@" && touch segment2.h5\n'
+                               .replace("segment2.h5", str(self.data / "segment2.h5")))
+        self.assert_fails(["run.h5", *self.segments], "segment2.h5 was changed while it was joined",
+                          KELMORINFO=changing)
+
+    def test_does_not_go_without_its_programs(self):
+        # A copy of the wrapper with no programs beside it.
+        alone = self.scripts / "kelmor-run"
+        shutil.copy(KELMOR_RUN, alone)
+        (self.scripts / "Kelmor").symlink_to(KELMOR)
+        environment = {name: value for name, value in self.environment.items()
+                       if name not in ("KELMOR", "KELMORINFO")}
+        environment["PATH"] = "/nowhere"
+
+        def attempt():
+            return subprocess.run([sys.executable, alone, "run.h5", *self.segments], cwd=self.data,
+                                  env=environment, text=True, stderr=subprocess.PIPE)
+        result = attempt()
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("KelmorInfo is not found", result.stderr)
+        self.assertEqual(files_in(self.data), set(self.segments))
+        (self.scripts / "KelmorInfo").symlink_to(KELMORINFO)
+        self.assertEqual(attempt().returncode, 0)
+        self.assert_fails(["other.h5", *self.segments], "KELMORINFO=/nowhere is no program",
+                          KELMORINFO="/nowhere")
+
+    def test_refuses_a_wrong_command_line(self):
+        for arguments, message in (
+                ([], "an output and at least one input are needed"),
+                (["run.h5"], "an output and at least one input are needed"),
+                (["-o", "run.h5", "segment1.h5"], "without -o"),
+                (["-DeltaT"], "no value for option -DeltaT"),
+                (["-skip", "--", "run.h5", "segment1.h5"], "no value for option -skip"),
+                (["run.h5", "segment1.h5", "-NoWipe"], "option -NoWipe stands after a file"),
+                (["run.h5", "segment1.h5", "segment9.h5"], "there is no input"),
+                (["nowhere/run.h5", "segment1.h5"], "there is no folder")):
+            self.assert_fails(arguments, message)
+
+    def test_leaves_nothing_when_it_is_ended(self):
+        hanging = self.script("Kelmor", 'for last; do :; done\necho $$ >"$last.pid"\n'
+                              'while [ "$1" != -o ]; do shift; done\necho begun >"$2"\n'
+                              'exec sleep 60\n')
+        pid_file = self.data / "segment3.h5.pid"
+        for number in (signal.SIGTERM, signal.SIGINT):
+            with subprocess.Popen([KELMOR_RUN, "run.h5", *self.segments], cwd=self.data,
+                                  env=dict(self.environment, KELMOR=hanging),
+                                  stderr=subprocess.PIPE, text=True) as process:
+                deadline = time.monotonic() + 30
+                while not any(name.startswith(".kelmor-run") for name in files_in(self.data)):
+                    self.assertLess(time.monotonic(), deadline)
+                    time.sleep(0.01)
+                process.send_signal(number)
+                report = process.communicate(timeout=30)[1]
+            self.assertEqual(process.returncode, -number)
+            self.assertIn(f"ended by signal {number.name}", report)
+            child = int(pid_file.read_text())
+            self.assertRaises(ProcessLookupError, os.kill, child, 0)
+            pid_file.unlink()
+            self.assertEqual(files_in(self.data), set(self.segments))
+            self.assertEqual(files_in(self.temporary), set())
+
+    def test_lets_xargs_go_on(self):
+        (self.data / "segment2.h5").write_text("no HDF5")
+        result = subprocess.run(["xargs", "-n", "2", KELMOR_RUN], cwd=self.data, text=True,
+                                env=self.environment, stderr=subprocess.PIPE,
+                                input="a.h5 segment1.h5 b.h5 segment2.h5 c.h5 segment3.h5")
+        self.assertEqual(result.returncode, 123, result.stderr)
+        self.assertEqual(files_in(self.data), {*self.segments, "a.h5", "a.h5.json", "c.h5",
+                                               "c.h5.json"})
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1], verbosity=2)
