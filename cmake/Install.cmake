@@ -1,25 +1,28 @@
 # What `cmake --install` puts in place beyond the programs and the libraries, which install
-# themselves: man page and completions, the documents, and the CMake package that
-# find_package(Vexa) loads.
+# themselves: man pages and completions, the documents, the CMake package that find_package(Vexa)
+# loads, and the same for pkg-config. The component Runtime is for those who join files,
+# Development for those who write them.
 include(CMakePackageConfigHelpers)
 include(GNUInstallDirs)
 
-foreach(program Kelmor KelmorInfo)
-  if(TARGET ${program})
-    install(FILES man/${program}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT Runtime)
-    install(FILES completions/${program}.bash RENAME ${program}
-            DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT Runtime)
-    install(FILES completions/_${program} DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions
-            COMPONENT Runtime)
-  endif()
+foreach(program Kelmor KelmorInfo kelmor-run)
+  install(FILES man/${program}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT Runtime)
+  install(FILES completions/${program}.bash RENAME ${program}
+          DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT Runtime)
+  install(FILES completions/_${program} DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions
+          COMPONENT Runtime)
 endforeach()
 install(FILES README.md CHANGELOG.md LICENSE docs/design.md docs/file-format.md
-        DESTINATION ${CMAKE_INSTALL_DOCDIR})
+        DESTINATION ${VEXA_DOCDIR} COMPONENT Runtime)
 
 set(VEXA_PACKAGE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/Vexa)
 set(VEXA_WITH_MPI OFF)
 if(TARGET Vexa_Parallel AND MPI_CXX_FOUND)
   set(VEXA_WITH_MPI ON)
+endif()
+get_property(VEXA_WITH_LIBDEFLATE GLOBAL PROPERTY VEXA_WITH_LIBDEFLATE)
+if(NOT VEXA_WITH_LIBDEFLATE)
+  set(VEXA_WITH_LIBDEFLATE OFF)
 endif()
 configure_package_config_file(cmake/VexaConfig.cmake.in ${PROJECT_BINARY_DIR}/VexaConfig.cmake
                               INSTALL_DESTINATION ${VEXA_PACKAGE_DIR}
@@ -28,5 +31,30 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/VexaConfigVersion.cmake
                                  COMPATIBILITY SameMinorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/VexaConfig.cmake ${PROJECT_BINARY_DIR}/VexaConfigVersion.cmake
         DESTINATION ${VEXA_PACKAGE_DIR} COMPONENT Development)
+if(VEXA_WITH_LIBDEFLATE)
+  install(FILES cmake/FindLibdeflate.cmake DESTINATION ${VEXA_PACKAGE_DIR} COMPONENT Development)
+endif()
 install(EXPORT VexaTargets NAMESPACE Vexa:: DESTINATION ${VEXA_PACKAGE_DIR}
+        COMPONENT Development)
+
+# Libraries were made from the bottom up, and are linked from the top down. The one that stands on
+# MPI is left out: its users need the compiler that MPI wraps.
+get_property(flags GLOBAL PROPERTY VEXA_LINK_FLAGS)
+list(REMOVE_ITEM flags -lVexaParallel)
+list(REVERSE flags)
+list(JOIN flags " " VEXA_LINK_FLAGS)
+set(VEXA_REQUIRES muparser zlib)
+if(VEXA_WITH_LIBDEFLATE)
+  list(APPEND VEXA_REQUIRES libdeflate)
+endif()
+# Debian has several builds of HDF5 side by side, and the plain name means any of them.
+if("${HDF5_C_INCLUDE_DIRS};${HDF5_INCLUDE_DIRS}" MATCHES "hdf5/serial")
+  list(PREPEND VEXA_REQUIRES hdf5-serial)
+else()
+  list(PREPEND VEXA_REQUIRES hdf5)
+endif()
+list(JOIN VEXA_REQUIRES ", " VEXA_REQUIRES)
+string(REGEX REPLACE "[^/]+" ".." VEXA_PREFIX_FROM_PKGCONFIG ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+configure_file(cmake/vexa.pc.in ${PROJECT_BINARY_DIR}/vexa.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/vexa.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
         COMPONENT Development)

@@ -48,6 +48,14 @@ function(vexa_add_library name)
           ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT Development
           FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/Vexa COMPONENT Development)
 
+  # For the link line of pkg-config. What is linked whole is a single word, so that nothing can be
+  # sorted out of its brackets.
+  set(flag -lVexa${exported})
+  if(ARG_REGISTERS)
+    set(flag -Wl,--push-state,--whole-archive,${flag},--pop-state)
+  endif()
+  set_property(GLOBAL APPEND PROPERTY VEXA_LINK_FLAGS ${flag})
+
   if(ARG_REGISTERS)
     add_library(Vexa_${name} INTERFACE)
     add_library(Vexa::${name} ALIAS Vexa_${name})

@@ -1,0 +1,206 @@
+"""Packs this build, unpacks both packages into an empty root, and uses them from there."""
+
+import argparse
+import os
+import pathlib
+import re
+import shutil
+import subprocess
+import sys
+import tarfile
+import unittest
+
+HEADERS = "usr/include/Vexa/"
+# Of a build whose libraries are not in the folder of an architecture; scripts/package has them there.
+LINTIAN_KNOWN = "pkg-config-unavailable-for-cross-compilation"
+
+parser = argparse.ArgumentParser()
+for name in ("sources", "build", "work", "libdir", "build-type", "compiler", "flags", "generator",
+             "features"):
+    parser.add_argument("--" + name, required=True)
+arguments = parser.parse_args()
+sources = pathlib.Path(arguments.sources)
+work = pathlib.Path(arguments.work)
+root = work / "root"
+
+
+def run(*command, **options):
+    result = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
+                            **options)
+    if result.returncode != 0:
+        raise AssertionError(f"{command} ended with {result.returncode}:\n{result.stdout}")
+    return result.stdout
+
+
+def members(package):
+    with subprocess.Popen(["dpkg-deb", "--fsys-tarfile", package], stdout=subprocess.PIPE) as tar:
+        with tarfile.open(fileobj=tar.stdout, mode="r|") as archive:
+            return list(archive)
+
+
+def expected_files(package):
+    features = arguments.features.split(",")
+    for line in (sources / f"Tests/Package/{package}.files").read_text().splitlines():
+        name, _, feature = line.partition(" if ")
+        if not feature or feature in features:
+            name = name.replace("LIBDIR", "usr/" + arguments.libdir)
+            yield name.replace("BUILDTYPE", arguments.build_type.lower())
+
+
+def field(package, name):
+    return run("dpkg-deb", "-f", package, name).strip()
+
+
+class TestPackage(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        shutil.rmtree(work, ignore_errors=True)
+        (root / "usr").mkdir(parents=True)
+        (root / "lib").symlink_to("usr/lib")    # as on any Debian of today
+        run("cpack", "--config", f"{arguments.build}/CPackConfig.cmake", "-B", work / "packages",
+            env=dict(os.environ, SOURCE_DATE_EPOCH="1700000000"))
+        cls.packages = {path.name.partition("_")[0]: path
+                        for path in (work / "packages").glob("*.deb")}
+        for package in cls.packages.values():
+            run("dpkg-deb", "-x", package, root)
+
+    def test_holds_what_it_should_and_nothing_else(self):
+        self.assertEqual(sorted(self.packages), ["kelmor", "libvexa-dev"])
+        for name, package in self.packages.items():
+            found = {}
+            for member in members(package):
+                where = f"{name}: {member.name}"
+                self.assertEqual((member.uname, member.gname), ("root", "root"), where)
+                isProgram = member.isdir() or "/bin/" in member.name
+                self.assertEqual(member.mode, 0o755 if isProgram else 0o644, where)
+                if not member.isdir():
+                    found[member.name.removeprefix("./")] = member
+            headers = {file for file in found if file.startswith(HEADERS)}
+            self.assertEqual(sorted(found.keys() - headers), sorted(expected_files(name)))
+            self.assertEqual(bool(headers), name == "libvexa-dev")
+            self.check_headers(headers)
+
+    def check_headers(self, headers):
+        """Whatever a header of ours includes must be there; nothing of the tests may be."""
+        for header in headers:
+            self.assertNotIn("Test", header)
+            text = (root / header).read_text()
+            self.assertEqual(text, (sources / header.removeprefix(HEADERS)).read_text(), header)
+            for included in re.findall(r'^ *# *include +"(.*)"', text, re.MULTILINE):
+                self.assertIn(HEADERS + included, headers, header)
+
+    def test_does_not_tell_where_it_was_built(self):
+        places = [str(sources).encode() + b"/", arguments.build.encode() + b"/"]
+        for path in filter(pathlib.Path.is_file, root.rglob("*")):
+            content = path.read_bytes()
+            self.assertFalse([place for place in places if place in content], path)
+
+    def test_names_what_it_needs_by_no_path(self):
+        """Libraries of others may lie elsewhere on the next machine."""
+        files = [path for path in (root / "usr" / arguments.libdir).rglob("*")
+                 if path.suffix in (".cmake", ".pc")]
+        self.assertGreater(len(files), 4)
+        for path in files:
+            for line in path.read_text().splitlines():
+                if not line.startswith("#"):
+                    self.assertNotRegex(line, r'(^|["; =])(-[IL])?/\w', path)
+
+    def test_pages_are_complete(self):
+        pages = sorted((root / "usr/share/man/man1").iterdir())
+        for page in pages:
+            text = run("gzip", "-dc", page)
+            for section in ("NAME", "SYNOPSIS", "EXIT STATUS", "EXAMPLES"):
+                self.assertRegex(text, rf'(?m)^\.SH "?{section}"?$', page)
+        programs = {path.name for path in (root / "usr/bin").iterdir()}
+        self.assertEqual({page.name.removesuffix(".1.gz") for page in pages}, programs)
+
+    def options_of(self, program):
+        """The options in the help text of a program; kelmor-run points to those of Kelmor."""
+        if program == "kelmor-run":
+            return self.options_of("Kelmor") - {"-o"}
+        text = run(root / "usr/bin" / program, "-h")
+        lines = re.findall(r"^  (-[A-Za-z].*)", text, re.MULTILINE)
+        return {"-help"}.union(*(re.findall(r"(?<!\S)-[A-Za-z]+", line.partition("#")[0])
+                                 for line in lines))
+
+    def test_completes_options_and_inputs(self):
+        (work / "inputs").mkdir()
+        for name in ("a1.h5", "a2.hdf5", "a3.txt", "b.h5"):
+            (work / "inputs" / name).touch()
+        script = """source "$1"
+                    function=$(complete -p "$2" | sed 's/.*-F \\([^ ]*\\).*/\\1/')
+                    COMP_WORDS=("$2" "${@:3}") COMP_CWORD=$(($# - 2))
+                    $function
+                    printf '%s\n' "${COMPREPLY[@]}" """
+        for program in ("Kelmor", "KelmorInfo", "kelmor-run"):
+            def completed(*words):
+                file = root / "usr/share/bash-completion/completions" / program
+                return sorted(run("bash", "-c", script, "bash", file, program, *words,
+                                  cwd=work / "inputs").split())
+
+            options = self.options_of(program)
+            self.assertGreater(len(options), 7, program)
+            self.assertEqual(completed("-"), sorted(options), program)
+            self.assertEqual(completed("-v", "a"), ["a1.h5", "a2.hdf5"], program)
+            self.assertEqual(completed("-skip", "a"), [], program)
+            zsh = (root / f"usr/share/zsh/vendor-completions/_{program}").read_text()
+            page = run("gzip", "-dc", root / f"usr/share/man/man1/{program}.1.gz")
+            for option in options:
+                self.assertRegex(zsh, rf"['){{,]{option}[[,}}]", program)
+                self.assertRegex(page.replace("\\-", "-"), rf"(?m)^\.[BT].*{option}\b", program)
+
+    def test_depends_on_what_it_needs(self):
+        self.assertRegex(field(self.packages["kelmor"], "Depends"), r"libhdf5.*python3|python3.*libhdf5")
+        depends = field(self.packages["libvexa-dev"], "Depends").split(", ")
+        run("dpkg-query", "-W", *depends)
+        modules = run("pkg-config", "--print-requires", "vexa", env=self.pkg_config()).split()
+        self.assertGreaterEqual(len(modules), 3)
+        for module in modules:
+            folder = run("pkg-config", "--variable=pcfiledir", module).strip()
+            owner = run("dpkg-query", "-S", f"{folder}/{module}.pc").partition(":")[0]
+            self.assertIn(owner, depends)
+
+    def pkg_config(self):
+        return dict(os.environ, PKG_CONFIG_PATH=f"{root}/usr/{arguments.libdir}/pkgconfig")
+
+    def use(self, consumer):
+        """The consumer writes a file, the installed programs join it, the consumer reads that."""
+        folder = consumer.parent
+        programs = root / "usr/bin"
+        run(consumer, folder / "table.h5")
+        run(programs / "Kelmor", "-o", "joined.h5", "table.h5", cwd=folder)
+        run(consumer, folder / "joined.h5")
+        environment = {name: value for name, value in os.environ.items()
+                       if name not in ("KELMOR", "KELMORINFO")}
+        run(programs / "kelmor-run", "run.h5", "table.h5", cwd=folder, env=environment)
+        self.assertEqual((folder / "run.h5").read_bytes(), (folder / "joined.h5").read_bytes())
+
+    def test_serves_cmake(self):
+        build = work / "cmake"
+        run("cmake", "-S", sources / "Tests/Install/Consumer", "-B", build,
+            "-G", arguments.generator, f"-DCMAKE_PREFIX_PATH={root}",
+            f"-DCMAKE_BUILD_TYPE={arguments.build_type}",
+            f"-DCMAKE_CXX_COMPILER={arguments.compiler}", f"-DCMAKE_CXX_FLAGS={arguments.flags}")
+        cache = (build / "CMakeCache.txt").read_text()
+        # Through the link, where the prefix is harder to find.
+        self.assertIn(f"Vexa_DIR:PATH={root}/{arguments.libdir}/cmake/Vexa", cache)
+        run("cmake", "--build", build)
+        self.use(build / "Consumer")
+
+    def test_serves_pkg_config(self):
+        (work / "pkg-config").mkdir()
+        consumer = work / "pkg-config/Consumer"
+        flags = run("pkg-config", "--cflags", "--libs", "vexa", env=self.pkg_config()).split()
+        run(arguments.compiler, "-std=c++20", *arguments.flags.split(),
+            sources / "Tests/Install/Consumer/Consumer.cpp", *flags, "-o", consumer)
+        self.use(consumer)
+
+    def test_pleases_lintian(self):
+        if not shutil.which("lintian"):
+            self.skipTest("lintian is not installed")
+        print(run("lintian", "--allow-root", "--fail-on", "error,warning", "--suppress-tags",
+                  LINTIAN_KNOWN, *self.packages.values()))
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1], verbosity=2)

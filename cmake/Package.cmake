@@ -1,0 +1,56 @@
+# `cpack` makes two Debian packages: kelmor with the programs, their man pages, completions and the
+# documents, and libvexa-dev with what a simulation needs to write such files.
+# scripts/package builds for that; any other build can be packed as well.
+set(VEXA_PACKAGE_CONTACT "Vexa maintainers <maintainers@vexa.invalid>" CACHE STRING
+    "Who looks after the packages")
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME kelmor)
+# Each package has a summary of its own, the first line of its description.
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")
+set(CPACK_PACKAGE_CONTACT ${VEXA_PACKAGE_CONTACT})
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_COMPONENTS_ALL Runtime Development)
+set(CPACK_COMPONENTS_GROUPING IGNORE)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE
+    GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/cmake/DebianFinish.cmake)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME kelmor)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION science)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS "python3:any")
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_RECOMMENDS "bash-completion")
+set(CPACK_COMPONENT_RUNTIME_DESCRIPTION
+"join the HDF5 files of a simulation's segments
+Kelmor joins the HDF5 files that the segments of a simulation wrote into one
+file of the same layout, and removes the time steps that a restarted segment
+repeats. KelmorInfo looks at such files, plans a join and checks one;
+kelmor-run makes a join safe to schedule.")
+
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libvexa-dev)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+set(needed libhdf5-dev libmuparser-dev zlib1g-dev)
+if(VEXA_WITH_LIBDEFLATE)
+  list(APPEND needed libdeflate-dev)
+endif()
+if(VEXA_WITH_MPI)
+  # Its library serves one MPI alone, the one that it was built with.
+  if(MPI_CXX_HEADER_DIR MATCHES mpich)
+    list(APPEND needed libmpich-dev)
+  else()
+    list(APPEND needed libopenmpi-dev)
+  endif()
+endif()
+list(JOIN needed ", " CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS)
+set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION
+"store through which simulations write HDF5 files
+Vexa keeps tables, sets of coefficients, tensor series, texts and version
+records in HDF5 files, which Kelmor joins. This package has its static
+libraries, its headers, and what CMake and pkg-config need to find them.")
+
+include(CPack)
