@@ -12,7 +12,8 @@ foreach(program Kelmor KelmorInfo kelmor-run)
   install(FILES completions/_${program} DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions
           COMPONENT Runtime)
 endforeach()
-install(FILES README.md CHANGELOG.md LICENSE docs/design.md docs/file-format.md
+install(FILES README.md CHANGELOG.md LICENSE docs/cluster.md docs/design.md docs/file-format.md
+              docs/python.md
         DESTINATION ${VEXA_DOCDIR} COMPONENT Runtime)
 
 set(VEXA_PACKAGE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/Vexa)

@@ -1,0 +1,88 @@
+"""Runs the snippets of docs/python.md on a joined file, and the join of what they write.
+
+    TestPython.py SOURCES KELMOR WRITE_SEGMENTS
+
+What they should find follows from the formulas in Examples/WriteSegments.cpp.
+"""
+
+import math
+import os
+import pathlib
+import re
+import subprocess
+import sys
+import tempfile
+import unittest
+
+import h5py
+import numpy as np
+
+SOURCES, KELMOR, WRITE_SEGMENTS = sys.argv[1:]
+TIMES = np.arange(176) * 0.125
+
+
+class TestPython(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        page = (pathlib.Path(SOURCES) / "docs/python.md").read_text(encoding="utf-8")
+        holder = tempfile.TemporaryDirectory()
+        cls.addClassCleanup(holder.cleanup)
+        os.chdir(holder.name)
+        subprocess.run([WRITE_SEGMENTS, "."], check=True, stdout=subprocess.DEVNULL)
+        cls.join("joined.h5", "segment1.h5", "segment2.h5", "segment3.h5")
+        cls.found = {}
+        exec("\n".join(re.findall(r"^```python\n(.*?)^```$", page, re.MULTILINE | re.DOTALL)),
+             cls.found)
+        command = re.search(r"^    Kelmor -o (.*)$", page, re.MULTILINE)[1]
+        cls.join(*command.split())
+
+    @staticmethod
+    def join(output, *inputs):
+        subprocess.run([KELMOR, "-o", output, *inputs], check=True)
+
+    def test_reads_tables(self):
+        radius = 10 - 0.05 * TIMES
+        total = (0.1 * radius) ** 2 - 1 / radius
+        energy = self.found["energy"]
+        self.assertEqual(list(energy), ["kinetic", "potential", "total"])
+        np.testing.assert_allclose(energy.index, TIMES)
+        np.testing.assert_allclose(energy["total"], total)
+        self.assertAlmostEqual(self.found["late"], total[TIMES >= 10].mean())
+        self.assertAlmostEqual(self.found["fastest"], 1)
+        self.assertEqual(sorted(self.found["tables"]),
+                         ["/BodyA.dir/position.dat", "/BodyA.dir/speed.dat", "/BodyB.dir/position.dat",
+                          "/BodyB.dir/speed.dat", "/Run.dir/energy.dat"])
+
+    def test_reads_coefficients(self):
+        shape = self.found["shape"]
+        np.testing.assert_allclose(shape.index, TIMES)
+        for time, vector in shape.items():
+            self.assertEqual(len(vector), 4 + int(time / 4))
+            np.testing.assert_allclose(vector, [math.exp(-l) * math.cos(0.1 * l * time)
+                                                for l in range(len(vector))])
+        self.assertEqual(self.found["table"].shape, (len(TIMES), 9))
+
+    def test_reads_a_tensor(self):
+        self.assertEqual(self.found["time"], 3.0)
+        metric = self.found["metric"]
+        self.assertEqual(list(metric), [(0, 0), (1, 0), (2, 0), (1, 1), (2, 1), (2, 2)])
+        point = np.arange(216).reshape(6, 6, 6, order="F")
+        for component, values in enumerate(metric.values()):
+            np.testing.assert_allclose(values, 1 + 0.1 * component * np.sin(0.02 * point - 0.3))
+        self.assertEqual(self.found["yx_at_corner"], metric[1, 0].ravel(order="F")[5])
+
+    def test_reads_texts_and_versions(self):
+        self.assertEqual(self.found["log"].splitlines()[1], "did steps 56 to 119")
+        self.assertEqual(self.found["history"].iloc[1].tolist(),
+                         ["b0c47de", "Speeds have a table of their own."])
+        self.assertEqual(self.found["version"], 2)
+
+    def test_writes_what_is_joined(self):
+        with h5py.File("own.h5", "r") as file:
+            table = file["Run.dir/matter.dat"]
+            self.assertEqual(list(table.attrs["Legend"]), ["time", "mass", "charge"])
+            np.testing.assert_allclose(table[:], [[t, 2 - 0.1 * t, 0.5 * t] for t in range(6)])
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1], verbosity=2)
