@@ -157,16 +157,9 @@ class Picture {
     DrawHeader();
     const std::vector<std::size_t> panels = Panels();
     if (!panels.empty()) {
-      const double top = mY;
-      // What lies under the bars is known when they are drawn.
-      Svg header;
-      std::swap(header, mSvg);
       for (std::size_t i = 0; i < std::min(panels.size(), sMostPanels); ++i) {
         DrawPanel(panels[i]);
       }
-      std::swap(header, mSvg);
-      DrawGrid(top, mY);
-      mSvg.Append(header);
       DrawAxis();
     }
     if (panels.size() > sMostPanels) {
@@ -290,9 +283,10 @@ class Picture {
     const PlannedSteps& steps = mPlan.mSteps[number];
     mY += 20;
     DrawHeading(number);
-    mY += 9;
+    mY += 12;
     const double row = RowHeight(steps.mFiles.size());
     const double bottom = mY + row * static_cast<double>(steps.mFiles.size()) + 20;
+    DrawGrid(mY, bottom);
     for (const PlanGap& gap : steps.mGaps) {
       DrawGap(gap, mY, bottom);
     }
@@ -317,7 +311,7 @@ class Picture {
       const double from = mScale.At(gap.mFrom);
       const double to = mScale.At(gap.mTo);
       const std::string label = "gap " + Rounded(gap.mTo - gap.mFrom);
-      if (Svg::TextWidth(label, 9) * 0.95 < to - from) {
+      if (Svg::TextWidth(label, 9) + 2 < to - from) {
         mSvg.Text((from + to) / 2, mY + 12, 9, label, Anchored("fill=\"#7a5c00\"", "middle"));
       }
     }

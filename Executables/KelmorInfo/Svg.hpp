@@ -15,9 +15,6 @@ class Svg {
   double Text(double x, double y, double size, const std::string& text, const std::string& style,
               const std::string& tooltip = "");
 
-  /// Draws all of another picture over this one.
-  void Append(const Svg& other) { mBody += other.mBody; }
-
   /// The whole picture; `definitions` are patterns and the like.
   std::string Document(double width, double height, const std::string& definitions) const;
 
