@@ -11,10 +11,14 @@ namespace {
 // Of a character of a sans-serif font, compared with its size: rather too much than too little.
 constexpr double sCharacterWidth = 0.58;
 
-std::string Attribute(const char* name, double value) {
+std::string Fixed(double value) {
   std::array<char, 64> text;
   const auto end = std::to_chars(text.begin(), text.end(), value, std::chars_format::fixed, 2);
-  return " " + std::string(name) + "=\"" + std::string(text.data(), end.ptr) + "\"";
+  return {text.data(), end.ptr};
+}
+
+std::string Attribute(const char* name, double value) {
+  return " " + std::string(name) + "=\"" + Fixed(value) + "\"";
 }
 
 }  // namespace
@@ -49,6 +53,8 @@ double Svg::Text(double x, double y, double size, const std::string& text, const
 std::string Svg::Document(double width, double height, const std::string& definitions) const {
   return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<svg xmlns=\"http://www.w3.org/2000/svg\"" +
          Attribute("width", width) + Attribute("height", height) +
+         // Lets a page that has less room show all of it.
+         " viewBox=\"0 0 " + Fixed(width) + " " + Fixed(height) + "\"" +
          " font-family=\"Helvetica, Arial, 'DejaVu Sans', sans-serif\">\n<defs>" + definitions +
          "</defs>\n" + mBody + "</svg>\n";
 }
