@@ -12,9 +12,9 @@ foreach(program Kelmor KelmorInfo kelmor-run)
   install(FILES completions/_${program} DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions
           COMPONENT Runtime)
 endforeach()
-install(FILES README.md CHANGELOG.md LICENSE docs/cluster.md docs/design.md docs/file-format.md
-              docs/python.md
-        DESTINATION ${VEXA_DOCDIR} COMPONENT Runtime)
+install(FILES README.md CHANGELOG.md LICENSE DESTINATION ${VEXA_DOCDIR} COMPONENT Runtime)
+install(FILES docs/cluster.md docs/design.md docs/file-format.md docs/plan.svg docs/python.md
+        DESTINATION ${VEXA_DOCDIR}/docs COMPONENT Runtime)
 
 set(VEXA_PACKAGE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/Vexa)
 set(VEXA_WITH_MPI OFF)

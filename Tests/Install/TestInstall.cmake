@@ -19,7 +19,8 @@ foreach(file
         ${BINDIR}/KelmorInfo ${MANDIR}/man1/KelmorInfo.1
         ${DATADIR}/bash-completion/completions/KelmorInfo
         ${DATADIR}/zsh/site-functions/_KelmorInfo
-        ${DOCDIR}/README.md ${DOCDIR}/file-format.md
+        ${BINDIR}/kelmor-run ${MANDIR}/man1/kelmor-run.1
+        ${DOCDIR}/README.md ${DOCDIR}/docs/file-format.md
         ${LIBDIR}/cmake/Vexa/VexaConfig.cmake ${LIBDIR}/cmake/Vexa/VexaConfigVersion.cmake
         ${LIBDIR}/libVexaH5Archive.a ${INCLUDEDIR}/Vexa/Utils/H5/CachedH5File.hpp)
   if(NOT EXISTS ${prefix}/${file})
