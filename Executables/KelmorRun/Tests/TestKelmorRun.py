@@ -175,7 +175,7 @@ class TestKelmorRun(unittest.TestCase):
                               'while [ "$1" != -o ]; do shift; done\necho begun >"$2"\n'
                               'exec sleep 60\n')
         pid_file = self.data / "segment3.h5.pid"
-        for number in (signal.SIGTERM, signal.SIGINT):
+        for number in (signal.SIGTERM, signal.SIGINT, signal.SIGHUP):
             with subprocess.Popen([KELMOR_RUN, "run.h5", *self.segments], cwd=self.data,
                                   env=dict(self.environment, KELMOR=hanging),
                                   stderr=subprocess.PIPE, text=True) as process:
