@@ -76,7 +76,17 @@ class TestCluster(unittest.TestCase):
 
     @unittest.skipUnless(shutil.which("snakemake"), "snakemake is not installed")
     def test_snakemake(self):
-        self.check(lambda: self.start("bash", "-c", line_of("snakemake")))
+        def start():
+            return self.start("bash", "-c", line_of("snakemake"))
+        self.check(start)
+
+        before = self.results()[1]
+        shutil.copy(self.top / "runs/b/segment2.h5", self.top / "runs/b/segment3.h5")
+        status, text = start()
+        self.assertEqual(status, 0, text)
+        after = self.results()[1]
+        self.assertEqual({name for name in before if before[name] != after[name]},
+                         {"b.h5", "b.h5.json"})
 
     @unittest.skipUnless(shutil.which("parallel"), "GNU parallel is not installed")
     def test_parallel(self):
