@@ -146,6 +146,8 @@ std::shared_ptr<const TensorIndexTable> TensorIndexTableHolder::Find(int dim,
 }
 
 std::shared_ptr<const TensorIndexTable> FindTensorIndexTable(int dim, const std::string& symm) {
-  thread_local TensorIndexTableHolder holder;
+  // Never destroyed: to register its destructor takes memory, and where there is none the C library
+  // aborts instead of throwing.
+  thread_local auto& holder = *new TensorIndexTableHolder;
   return holder.Find(dim, symm);
 }
