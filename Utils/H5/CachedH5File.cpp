@@ -37,6 +37,7 @@ CachedH5File::CachedH5File(const std::string& filename, H5AccessType access,
   if (!existed && !versionHistory.empty()) {
     GetObjectForWrite<H5_Objects::Version>("VersionHist.ver").Initialize(versionHistory);
   }
+  mpFile->SetUnfinished(false);
   if (!keepOpen) {
     mpFile->CloseFile();
   }

@@ -6,6 +6,7 @@
 #include "Utils/ErrorHandling/MyAbort.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/H5/H5_Utils.hpp"
+#include "Utils/Process/Files.hpp"
 
 namespace {
 
@@ -24,7 +25,7 @@ void CountNodes(const H5_Node* ptr, std::uint64_t& dirs, std::uint64_t& objects)
 }  // namespace
 
 H5_File::H5_File(const std::string& fullPath, H5AccessType access, int verbosity)
-    : mFilename(fullPath), mTrace(verbosity), mAtype(access) {
+    : mFilename(fullPath), mTrace(verbosity), mAtype(access), mIsUnfinished(!FileExists(fullPath)) {
   OpenFile();
 }
 

@@ -45,7 +45,7 @@ class H5_File {
   void WriteCache();
   /// Opens the object of `node`, which is new, calls `write`, and closes the object again.
   void WriteImmediately(H5_Node& node, const std::function<void()>& write);
-  /// While set, the file lacks something that the program has yet to add.
+  /// While set, as for a new file at first, the file lacks something that is still to be added.
   void SetUnfinished(bool isUnfinished) { mIsUnfinished = isUnfinished; }
   /// Whether the file is unfinished, or writing to it failed. It is neither written nor closed then
   /// when the process ends: what is on disk is not a whole file, and only because nobody closed it
@@ -94,7 +94,7 @@ class H5_File {
   hid_t mFile_id = -1;
   H5_File** mpHandle = nullptr;
   std::uint64_t* mpTotal = nullptr;
-  bool mIsUnfinished = false;
+  bool mIsUnfinished;  // a new file is, until it has a handle
   bool mIsWriting = false;
   std::uint64_t mNodes = 0;
   std::uint64_t mMostNodes = 0;            // a file of this size has no room for more
