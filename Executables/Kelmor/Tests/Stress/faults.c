@@ -6,6 +6,7 @@
    FAULT_ERROR   errno, or 0 for a transfer of half the bytes
    FAULT_ALWAYS  1 if all calls after it fail too
    FAULT_COUNT   file that gets the number of calls when the program ends
+   FAULT_CALLER  file that gets the name of the library whose allocation failed first
 
    Standard streams are left alone, so that a report can be read. */
 #define _GNU_SOURCE
@@ -93,6 +94,29 @@ int close(int fd) { /* the descriptor is gone either way, as after the system's 
 void* __libc_malloc(size_t);
 void* __libc_calloc(size_t, size_t);
 void* __libc_realloc(void*, size_t);
-void* malloc(size_t n) { return Fails(":malloc:") ? NULL : __libc_malloc(n); }
-void* calloc(size_t k, size_t n) { return Fails(":malloc:") ? NULL : __libc_calloc(k, n); }
-void* realloc(void* p, size_t n) { return Fails(":malloc:") ? NULL : __libc_realloc(p, n); }
+
+static int AllocationFails(void* caller) {
+  if (!Fails(":malloc:")) {
+    return 0;
+  }
+  static int sIsTold = 0;
+  const char* const path = getenv("FAULT_CALLER");
+  Dl_info info = {0};
+  if (!sIsTold && path && *path && dladdr(caller, &info) && info.dli_fname) {
+    sIsTold = 1;
+    const int file = REAL(int, "open", (const char*, int, ...))(path, O_WRONLY | O_CREAT, 0600);
+    if (REAL(ssize_t, "write", (int, const void*, size_t))(file, info.dli_fname,
+                                                           strlen(info.dli_fname)) < 0) {
+      abort();
+    }
+    REAL(int, "close", (int))(file);
+  }
+  errno = sError;
+  return 1;
+}
+
+#define CALLER __builtin_extract_return_addr(__builtin_return_address(0))
+
+void* malloc(size_t n) { return AllocationFails(CALLER) ? NULL : __libc_malloc(n); }
+void* calloc(size_t k, size_t n) { return AllocationFails(CALLER) ? NULL : __libc_calloc(k, n); }
+void* realloc(void* p, size_t n) { return AllocationFails(CALLER) ? NULL : __libc_realloc(p, n); }

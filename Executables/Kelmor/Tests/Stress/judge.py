@@ -8,8 +8,9 @@
   appears.
 - After a failure or a kill, the output is whole, or cannot be read.
 
-Damage within HDF5's own global heap may crash the library, and so may a failing allocation: where
-the stack says so, the run is counted and is no fault.
+Damage within HDF5's own global heap may crash the library, and so may a failing allocation, at once
+or by the disorder that the library leaves the heap in: where the stack, or whose allocation it was,
+says so, the run is counted and is no fault.
 """
 
 import collections
@@ -34,6 +35,8 @@ LIBRARY_CRASH = "crashed within HDF5"
 UNREADABLE = "unjudged, for h5py crashed"
 DIAGNOSTICS = re.compile(r"^(HDF5-DIAG|  #\d|    (major|minor)).*\n", re.MULTILINE)
 C_LIBRARY = re.compile(r"/lib(c|stdc\+\+|gcc_s)\.so| at \.|faults\.so|signal handler called")
+BROKEN_HEAP = re.compile(r"^(malloc|free|realloc|munmap_chunk|corrupted|double free)\b.*$",
+                         re.MULTILINE)
 FRAME = re.compile(r"^(#{4}|={4})", re.MULTILINE)
 
 
@@ -163,8 +166,12 @@ class Judge:
     def judge_status(self, outcome, allowed, output, library_may_crash, how):
         self.statuses[outcome.status] += 1
         if outcome.status not in allowed:
-            stack = self.stack_of(outcome, output, how.get("environment") or {})
-            is_in_library = library_may_crash and stack and "libhdf5" in stack[0]
+            environment = how.get("environment") or {}
+            stack = self.stack_of(outcome, output, environment)
+            is_in_library = library_may_crash and (
+                stack and "libhdf5" in stack[0] or
+                BROKEN_HEAP.search(outcome.err) and
+                "libhdf5" in pathlib.Path(environment["FAULT_CALLER"]).read_text())
             if is_in_library or any("H5HG_" in frame for frame in stack):
                 self.notes[LIBRARY_CRASH] += 1
             else:
@@ -176,7 +183,7 @@ class Judge:
     def stack_of(self, outcome, output, environment):
         """Frames of a run that crashed or was too late, without those of the C library at its top:
         what it told itself, or else the same run tells a debugger."""
-        told = re.findall(r"^\S+ +\S.* \+ 0?x?[0-9a-f]+$",
+        told = re.findall(r"^(?:\S+ +\S.* \+ 0?x?[0-9a-f]+|/\S+\(.*\)\[0x[0-9a-f]+\])$",
                           outcome.err.partition("Received signal")[2], re.MULTILINE)
         if not told and outcome.status != "hang" and outcome.status < 0:
             told = self.debug(output, environment)

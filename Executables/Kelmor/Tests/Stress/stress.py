@@ -191,12 +191,13 @@ CALLS = ("open", "read", "pread", "write", "pwrite", "ftruncate", "close", "fsyn
 ERRORS = {"EIO": errno.EIO, "ENOSPC": errno.ENOSPC, "EINTR": errno.EINTR, "short": 0}
 
 
-def fault_environment(judge, call, at, error=0, always=False, count=""):
+def fault_environment(judge, call, at, error=0, always=False, count="", caller=""):
     """The HDF5 library does not survive failing allocations while it starts."""
     names = ":" + ":".join(CALLS[:-1]) + ":" if call == "any" else f":{call}:"
     return {"LD_PRELOAD": str(judge.shim), "FAULT_CALLS": names, "FAULT_AT": str(at),
             "FAULT_AFTER": ":open:" if call == "malloc" else "",
-            "FAULT_ERROR": str(error), "FAULT_ALWAYS": str(int(always)), "FAULT_COUNT": count}
+            "FAULT_ERROR": str(error), "FAULT_ALWAYS": str(int(always)), "FAULT_COUNT": count,
+            "FAULT_CALLER": caller}
 
 
 def count_calls(judge, call):
@@ -247,9 +248,10 @@ def run_allocations(judge, always, part, parts, share):
     for i in list(spread(count, share))[part::parts]:
         judge.clear("out.h5", "Errors000.txt")
         judge.case = f"allocations of which number {i + 1}{' and all later' * always} fails"
-        judge.join(PAIR, is_broken_off=True, reference=reference,
-                   reports_to_file=False, library_may_crash=True,
-                   environment=fault_environment(judge, "malloc", i + 1, errno.ENOMEM, always))
+        with tempfile.NamedTemporaryFile() as caller:
+            judge.join(PAIR, is_broken_off=True, reference=reference, reports_to_file=False,
+                       library_may_crash=True, environment=fault_environment(
+                           judge, "malloc", i + 1, errno.ENOMEM, always, caller=caller.name))
 
 
 # Damage.
