@@ -6,6 +6,7 @@
 
 #include "Executables/Kelmor/Join.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
+#include "Utils/ErrorHandling/TerminateHandler.hpp"
 #include "Utils/H5/CachedH5FileHolder.hpp"
 #include "Utils/Process/Files.hpp"
 #include "Utils/StringParsing/PathUtilities.hpp"
@@ -57,6 +58,7 @@ void CleanUp(Inputs& inputs, std::unique_ptr<CachedH5File>& output, bool verbose
 
 void JoinFiles(const CommandLineParser& parser) {
   const Options options(parser);
+  ReportUnexpectedExit();
   if (options.mVerbose) {
     std::cout << "opening " << options.mInputs.Size() << " input files" << std::endl;
   }

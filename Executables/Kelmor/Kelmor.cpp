@@ -8,9 +8,13 @@
 #include "Utils/Process/Files.hpp"
 #include "Utils/Process/Memory.hpp"
 
-int main(int argc, char** argv) {
-  // Before the first failure: the one that memory runs out may be no CodeError.
+// Before the first failure: the one that memory runs out may be no CodeError, and may come from a
+// static initialiser.
+[[gnu::constructor(101)]] static void InstallTerminateHandler() {
   std::set_terminate(TerminateHandler);
+}
+
+int main(int argc, char** argv) {
   IgnoreFileSizeSignal();
   RaiseOpenFileLimit();
   KeepFreedMemory();

@@ -9,6 +9,7 @@
 #include <array>
 #include <cstdlib>
 #include <memory>
+#include <new>
 #include <span>
 #include <sstream>
 #include <utility>
@@ -49,6 +50,21 @@ std::pair<std::string, std::string> Describe(void* address) {
   return {isKnown && info.dli_fname != nullptr ? info.dli_fname : "???", place.str()};
 }
 
+std::string Table(std::span<void* const> frames) {
+  std::vector<std::pair<std::string, std::string>> table;
+  std::size_t width = 0;
+  for (void* address : frames) {
+    table.push_back(Describe(address));
+    width = std::max(width, table.back().first.size());
+  }
+  std::string text;
+  for (auto& [object, place] : table) {
+    object.resize(width, ' ');
+    text += object + "  " + place + "\n";
+  }
+  return text;
+}
+
 }  // namespace
 
 std::string Demangle(const char* name) {
@@ -65,18 +81,11 @@ std::string Demangle(const char* name) {
   }
   Frames frames;
   const int count = backtrace(frames.data(), sMaxFrames);
-  std::vector<std::pair<std::string, std::string>> table;
-  std::size_t width = 0;
-  for (void* address : FramesFrom(frames, count, __builtin_return_address(0), skipFrames)) {
-    table.push_back(Describe(address));
-    width = std::max(width, table.back().first.size());
+  try {
+    return Table(FramesFrom(frames, count, __builtin_return_address(0), skipFrames));
+  } catch (const std::bad_alloc&) {
+    return "";  // a report without it is better than none
   }
-  std::string text;
-  for (auto& [object, place] : table) {
-    object.resize(width, ' ');
-    text += object + "  " + place + "\n";
-  }
-  return text;
 }
 
 [[gnu::noinline]] void PrintSimpleBacktrace(int skipFrames) {

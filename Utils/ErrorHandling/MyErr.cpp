@@ -2,6 +2,7 @@
 
 #include <iomanip>
 #include <ios>
+#include <new>
 #include <sstream>
 #include <string>
 
@@ -34,10 +35,15 @@ void PrepareForErrors() {
   }
 }
 
-MyErrProxy::MyErrProxy() : mpFile(std::make_unique<std::ofstream>()) {
-  // A pipe of that name would wait for a reader.
-  if (const std::string path = ErrorFile(); !FileExists(path) || IsRegularFile(path)) {
-    mpFile->open(path, std::ios::out | std::ios::app);
+MyErrProxy::MyErrProxy() {
+  try {
+    mpFile = std::make_unique<std::ofstream>();
+    // A pipe of that name would wait for a reader.
+    if (const std::string path = ErrorFile(); !FileExists(path) || IsRegularFile(path)) {
+      mpFile->open(path, std::ios::out | std::ios::app);
+    }
+  } catch (const std::bad_alloc&) {
+    mpFile.reset();
   }
   // Reports can come from static initialisers that run before those of the standard streams.
   const std::ios_base::Init streams;

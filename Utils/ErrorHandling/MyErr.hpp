@@ -13,8 +13,8 @@ void SetBeforeMyErr(void (*function)());
 /// Calls it; for who must write to standard error another way.
 void PrepareForErrors();
 
-/// One statement's output. An error file that cannot be opened stays silent; standard error gets
-/// everything in any case.
+/// One statement's output. An error file that cannot be opened stays silent, as one does for which
+/// there is no memory; standard error gets everything in any case.
 class MyErrProxy {
  public:
   /// Opens the error file, and begins the line on standard error with ProcID_() once this process
@@ -24,7 +24,9 @@ class MyErrProxy {
   template <class T>
   MyErrProxy& Output(const T& x) {
     std::cerr << x;
-    *mpFile << x;
+    if (mpFile != nullptr) {
+      *mpFile << x;
+    }
     return *this;
   }
 

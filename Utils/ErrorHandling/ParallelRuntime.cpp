@@ -1,12 +1,17 @@
 #include "Utils/ErrorHandling/ParallelRuntime.hpp"
 
+#include <cstddef>
+#include <new>
+
 namespace {
 const ParallelRuntime* pInstalled = nullptr;
 }  // namespace
 
 const ParallelRuntime& ParallelRuntime::Instance() {
-  // Never destroyed: reports are written until the very end of the process.
-  static const ParallelRuntime& serial = *new ParallelRuntime;
+  // Never destroyed: reports are written until the very end of the process. And not from the heap:
+  // one of them says that there is no memory.
+  alignas(ParallelRuntime) static std::byte place[sizeof(ParallelRuntime)];
+  static const ParallelRuntime& serial = *new (place) ParallelRuntime;
   return pInstalled == nullptr ? serial : *pInstalled;
 }
 

@@ -1,6 +1,7 @@
 #include "Utils/ErrorHandling/Require.hpp"
 
 #include <string_view>
+#include <utility>
 
 #include "Utils/ErrorHandling/Breakpoint.hpp"
 #include "Utils/ErrorHandling/CodeError.hpp"
@@ -11,6 +12,7 @@ thread_local const ReportContext* pInnermostContext = nullptr;
 
 void RequireFail(const char* condition, const char* file, int line, const std::string& message) {
   std::ostringstream report;
+  report.exceptions(std::ios_base::badbit);  // where there is no memory, that is reported instead
   report << "\n#######################  REQUIRE  FAILED  #######################\n"
          << "#### " << condition << "  violated\n"
          << "#### " << file << " (line " << line << ")\n"
@@ -49,18 +51,28 @@ std::string ReportContext::File() {
   return pInnermostContext == nullptr ? "" : pInnermostContext->mFile;
 }
 
-std::string ReportContext::Current() {
+void ReportContext::PrintCurrent(std::ostream& os) {
   if (pInnermostContext == nullptr) {
-    return "";
+    return;
   }
   const std::string& dataset = pInnermostContext->mDataset;
   const std::string& file = pInnermostContext->mFile;
-  std::string line;
   if (!dataset.empty()) {
-    line = "Object '" + dataset + "'";
+    os << "Object '" << dataset << "'";
   }
   if (!file.empty()) {
-    line += (line.empty() ? "File '" : " of file '") + file + "'";
+    os << (dataset.empty() ? "File '" : " of file '") << file << "'";
   }
+  if (!dataset.empty() || !file.empty()) {
+    os << "\n";
+  }
+}
+
+std::string ReportContext::Current() {
+  std::ostringstream os;
+  os.exceptions(std::ios_base::badbit);
+  PrintCurrent(os);
+  std::string line = std::move(os).str();
+  line.resize(line.empty() ? 0 : line.size() - 1);
   return line;
 }

@@ -3,6 +3,7 @@
 // stands in the source, the source file and the line.
 #pragma once
 
+#include <ostream>
 #include <source_location>
 #include <sstream>
 #include <string>
@@ -63,6 +64,8 @@ class ReportContext {
   /// The line that a report gets, without a newline: "Object '/a.dat' of file 'x.h5'";
   /// empty when nothing is being worked on.
   static std::string Current();
+  /// The same and a newline, or nothing at all. Allocates nothing.
+  static void PrintCurrent(std::ostream& os);
 
   /// What is being worked on, for a context that outlives this one; empty when nothing is.
   static std::string Dataset();

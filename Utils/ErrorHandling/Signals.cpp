@@ -35,6 +35,8 @@ void BacktraceSignal(int signal) {
           << (description == nullptr ? "Unknown signal" : description) << ")\n";
     if (const std::string backtrace = Backtrace(2); !backtrace.empty()) {
       MyErr << backtrace;
+    } else {
+      PrintSimpleBacktrace(1);
     }
   }
   raise(signal);

@@ -1,5 +1,6 @@
 #include "Utils/ErrorHandling/TerminateHandler.hpp"
 
+#include <cstdlib>
 #include <exception>
 #include <iostream>
 #include <new>
@@ -9,17 +10,20 @@
 #include "Utils/ErrorHandling/CodeError.hpp"
 #include "Utils/ErrorHandling/MyAbort.hpp"
 #include "Utils/ErrorHandling/MyErr.hpp"
+#include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/Process/Memory.hpp"
 
 namespace {
 
 // Neither MyErr nor Backtrace, which allocate.
 void ReportBadAlloc() {
+  const std::ios_base::Init streams;  // a static initialiser may be what ran out of memory
   PrepareForErrors();
   std::cerr << "\n######## std::bad_alloc caught in TerminateHandler ##########\n"
             << "New ran out of memory.\n"
             << "Peak RSS memory    = " << GetPeakRSS() << " bytes \n"
             << "Current RSS memory = " << GetCurrentRSS() << " bytes " << std::endl;
+  ReportContext::PrintCurrent(std::cerr);
   PrintSimpleBacktrace(0);
   std::cerr << "#############################################################" << std::endl;
 }
@@ -48,7 +52,23 @@ void ReportUnknownException() {
         << std::endl;
 }
 
+void ReportExit(int status, void*) {
+  if (status == 0 || MyAbortCalled_UncleanShutdown()) {
+    return;
+  }
+  const std::string context = ReportContext::Current();
+  MyErr << "\n#########################   ERROR   #########################\n"
+        << "A library ended the process by exit(" << status << ").\n"
+        << context << (context.empty() ? "" : "\n") << Backtrace(1)
+        << "#############################################################\n";
+  MyAbort();
+}
+
 }  // namespace
+
+void ReportUnexpectedExit() {
+  on_exit(ReportExit, nullptr);
+}
 
 void TerminateHandler() {
   std::set_terminate(DumbTerminateHandler);

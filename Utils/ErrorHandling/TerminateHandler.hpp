@@ -5,6 +5,11 @@
 /// Reports the current exception and ends the run through MyAbort.
 [[noreturn]] void TerminateHandler();
 
+/// From this call on, an exit() with a failure status that MyAbort did not make is reported, and
+/// made to one of MyAbort: some libraries leave that way where memory is exhausted. To be called
+/// when the objects that hold output have been made, so that they are there to write.
+void ReportUnexpectedExit();
+
 /// Takes over while TerminateHandler runs: for failures inside of it, and when there is no
 /// exception to report.
 [[noreturn]] void DumbTerminateHandler();

@@ -10,6 +10,7 @@
 #include <typeinfo>
 
 #include "Utils/ErrorHandling/CodeError.hpp"
+#include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/ErrorHandling/TestOutput.hpp"
 
 namespace {
@@ -71,6 +72,22 @@ TEST_F(TerminateHandlerTest, BadAlloc) {
               "Peak RSS memory    = [1-9][0-9]* bytes \n"
               "Current RSS memory = [1-9][0-9]* bytes \n"
               "#############################################################\nwritten;$");
+}
+
+TEST_F(TerminateHandlerTest, ExitByALibrary) {
+  const auto leave = [](int status) {
+    ReportUnexpectedExit();
+    const std::string dataset = "/a.dat";
+    const std::string file = "a.h5";
+    const ReportContext context(dataset, file);
+    std::exit(status);
+  };
+  EXPECT_EXIT(leave(3), ExitedWithCode(255),
+              Eq("\n#########################   ERROR   #########################\n"
+                 "A library ended the process by exit(3).\n"
+                 "Object '/a.dat' of file 'a.h5'\n"
+                 "#############################################################\nwritten;"));
+  EXPECT_EXIT(leave(0), ExitedWithCode(0), Eq(""));
 }
 
 const std::string sDumbReport =
