@@ -133,9 +133,20 @@ std::string FixedLengthString(const char* text, std::size_t size, H5T_str_t padd
 
 namespace {
 
+// What the library holds of a dataset of a file that is only read goes when the dataset is closed,
+// so that reading many datasets takes no more memory than reading one. A file that is open already,
+// as an input to which an external link leads can be, must be opened again in the same way.
+herr_t EvictOnClose([[maybe_unused]] unsigned flags, [[maybe_unused]] hid_t fapl_id) {
+#if H5_VERSION_GE(1, 10, 1)
+  return (flags & H5F_ACC_RDWR) != 0 ? 0 : H5Pset_evict_on_close(fapl_id, true);
+#else
+  return 0;
+#endif
+}
+
 // Called before an external link is followed; a negative answer makes the library fail.
-herr_t RefuseIrregularFiles(const char* parentFile, const char*, const char* childFile, const char*,
-                            unsigned*, hid_t, void*) {
+herr_t PrepareForExternalFile(const char* parentFile, const char*, const char* childFile,
+                              const char*, unsigned* flags, hid_t fapl_id, void*) {
   try {
     const std::string beside = GetDirectoryFromPath(parentFile) + "/" + childFile;
     for (const std::string& path : {std::string(childFile), beside}) {
@@ -143,7 +154,7 @@ herr_t RefuseIrregularFiles(const char* parentFile, const char*, const char* chi
         return -1;
       }
     }
-    return 0;
+    return EvictOnClose(*flags, fapl_id);
   } catch (...) {
     return -1;  // an exception must not pass through the library
   }
@@ -152,7 +163,7 @@ herr_t RefuseIrregularFiles(const char* parentFile, const char*, const char* chi
 hid_t MakeGuardedAccess(hid_t propertyListClass) {
   PropertyListHandle list(H5Pcreate(propertyListClass));
   REQUIRE(list>=0, "H5Pcreate failed");
-  const herr_t err = H5Pset_elink_cb(list, RefuseIrregularFiles, nullptr);
+  const herr_t err = H5Pset_elink_cb(list, PrepareForExternalFile, nullptr);
   REQUIRE(err>=0, "H5Pset_elink_cb failed");
   return list.Release();
 }
@@ -191,18 +202,12 @@ hid_t Vexa_H5::OpenFile(const std::string& path, H5AccessType access, int verbos
   PropertyListHandle fapl_id(H5Pcreate(H5P_FILE_ACCESS));
   REQUIRE(fapl_id>=0, "H5Pcreate(H5P_FILE_ACCESS) failed: " << hid_t(fapl_id));
   set_libver_bounds(fapl_id);
-#if H5_VERSION_GE(1, 10, 1)
-  if (access == ReadOnly) {
-    // What the library holds of a dataset goes when the dataset is closed, so that reading many
-    // datasets of one file takes no more memory than reading one.
-    const herr_t err = H5Pset_evict_on_close(fapl_id, true);
-    REQUIRE(err>=0, "H5Pset_evict_on_close failed: " << err);
-  }
-#endif
+  const unsigned flags = access == ReadOnly ? H5F_ACC_RDONLY : H5F_ACC_RDWR;
+  herr_t err = EvictOnClose(flags, fapl_id);
+  REQUIRE(err>=0, "H5Pset_evict_on_close failed: " << err);
   hid_t file_id = -1;
   if (FileExists(path)) {
     REQUIRE(IsRegularFile(path), "'" << path << "' is not a regular file");
-    const unsigned flags = access == ReadOnly ? H5F_ACC_RDONLY : H5F_ACC_RDWR;
     file_id = trace(4, H5Fopen(path.c_str(), flags, fapl_id), "H5Fopen(", path, ")");
     REQUIRE(file_id>=0, "H5Fopen(" << path << ", ...) failed");
   } else {
@@ -220,7 +225,7 @@ hid_t Vexa_H5::OpenFile(const std::string& path, H5AccessType access, int verbos
       std::filesystem::remove(path, ignored);
     }
     REQUIRE(file_id>=0, "H5Fcreate(" << path << ", ...) failed");
-    const herr_t err = fcpl_id.Close();
+    err = fcpl_id.Close();
     REQUIRE(err>=0, "H5Pclose(fcpl_id) failed: " << err);
   }
   const herr_t err2 = fapl_id.Close();

@@ -383,7 +383,8 @@ link("external link to a device", "s.dat", External("/dev/zero", "/x"))
 link("external link to its own root", "s.dir",
      lambda file: External(os.path.basename(file.filename), "/"))
 link("external link to its own table", "s.dat",
-     lambda file: External(os.path.basename(file.filename), TABLE))
+     lambda file: External(os.path.basename(file.filename), TABLE), True)
+link("external link to a table of another input", "s.dat", External("first.h5", TABLE), True)
 link("soft link to a table", "s.dat", Soft(TABLE), True)
 
 
