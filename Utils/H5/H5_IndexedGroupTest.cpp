@@ -146,6 +146,27 @@ TEST_F(IndexedGroupTest, TensorsOnChangingMeshes) {
   }
 }
 
+TEST_F(IndexedGroupTest, SymmetriesThatCannotBeReadBackAreRefused) {
+  const auto refusal = [](const std::string& symmetry) {
+    Tdm tdm("t.tdm", false, 0);
+    const auto structure = FindTensorIndexTable(2, symmetry);
+    return ReportOf([&] { tdm.Initialize("t", "x", *structure, 1, false, 4, 8); });
+  };
+  for (const std::string& symmetry : {std::string("1;2"), std::string("1#"), std::string("1="),
+                                      std::string("("), std::string(" 1"), std::string("1\0", 2)}) {
+    EXPECT_TRUE(IsReport(refusal(symmetry), "canBeStored", "The symmetry '" + symmetry))
+        << symmetry;
+  }
+  for (char c = ' '; c <= '~'; ++c) {
+    const std::string symmetry = std::string("1") + c + "1";
+    if (std::string("#;=()").find(c) == std::string::npos) {
+      EXPECT_EQ(refusal(symmetry), "");
+      const H5_Objects::TensorSpec spec{2, symmetry, 1};
+      EXPECT_EQ(H5_Objects::TensorSpec::FromText(spec.Text()).mSymm, symmetry);
+    }
+  }
+}
+
 TEST_F(IndexedGroupTest, IndicesAreCheckedBeforeTheyAreUsed) {
   const double nan = std::numeric_limits<double>::quiet_NaN();
   const std::tuple<const char*, Rows, std::size_t> bad[] = {

@@ -9,6 +9,7 @@
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/H5/H5_Utils.hpp"
 #include "Utils/StringParsing/OptionParser.hpp"
+#include "Utils/StringParsing/SplitStrings.hpp"
 
 template struct Factory::Register<H5_Objects::Tdm>;
 
@@ -35,6 +36,11 @@ void Tdm::Initialize(const std::string& timeDescription, const std::string& data
   REQUIRE(!IsInitialized(), "Tdm already initialized");
   REQUIRE(dataMeshDim>=0 && dataMeshDim<=Mesh::MaxDim,
           "A DataMesh has 0 to " << Mesh::MaxDim << " dimensions, got " << dataMeshDim);
+  // What cannot be read back would be found out when the series has been written, and is lost.
+  const std::string& symmetry = structure.Symmetry();
+  const bool canBeStored = symmetry.find_first_of(std::string("#;=()\0", 6)) == std::string::npos &&
+                           RemoveLeadingAndTrailingWhitespace(symmetry) == symmetry;
+  REQUIRE(canBeStored, "The symmetry '" << symmetry << "' has characters with a meaning in TensorSpec");
   mpStructure = FindTensorIndexTable(structure.Dim(), structure.Symmetry());
   mDataMeshDim = dataMeshDim;
   MyVector<std::string> legend{MV::Size(static_cast<std::uint64_t>(dataMeshDim) + 2)};

@@ -40,7 +40,8 @@ class Tdm : public IndexedGroup, public Factory::Register<Tdm> {
   ~Tdm() override;
 
   /// Shapes a new series; the chunk lengths are those of its two tables, in rows. Fails with "Tdm
-  /// already initialized".
+  /// already initialized", and if characters of the symmetry have a meaning in "TensorSpec", so
+  /// that it could not be read back.
   void Initialize(const std::string& timeDescription, const std::string& dataDescription,
                   const TensorStructure& structure, int dataMeshDim, bool compress,
                   unsigned long indexChunkRows, unsigned long dataChunkRows);
