@@ -57,6 +57,8 @@ std::string WhatIsRefused(const std::string& formula) {
       case '\t':
       case '\n':
       case '\r':
+      case '\v':
+      case '\f':
         continue;
       case '(':
         powerIsOpen.push_back(false);

@@ -74,11 +74,12 @@ TEST(SimpleConvert, Formulas) {
                {"2^(3^2)", 512},
                {"sqrt(2^2)^2", 4},
                {"max(2^2,3^2)", 9},
-               {"cbrt(27) +\tfloor(-0.5)\n+ log(exp(1))", 3}};
+               {"cbrt(27) +\tfloor(-0.5)\n+\v\f log(exp(1))\r", 3}};
   for (const auto& c : cases) {
     EXPECT_DOUBLE_EQ(Converted<double>(c.mText), c.mValue) << c.mText;
   }
   EXPECT_EQ(Converted<int>("1e3"), 1000);
+  EXPECT_EQ(Converted<int>("1.\v"), 1);
   EXPECT_EQ(Converted<int>("2^31-1"), std::numeric_limits<int>::max());
   EXPECT_EQ(Converted<int>("-49*(1/49)"), -1);  // whole up to rounding
 }
