@@ -134,6 +134,9 @@ void Vexa_H5::RequireStringsInFile(hid_t dataset_id, const std::string& name, Lo
   REQUIRE_AT(where, cparms_id>=0, "H5Dget_create_plist failed");
   const DatatypeHandle type_id(H5Dget_type(dataset_id));
   REQUIRE_AT(where, type_id>=0, "H5Dget_type failed");
+  if (H5Tis_variable_str(type_id) <= 0) {
+    return;  // its elements hold no lengths
+  }
   const DataspaceHandle space_id(H5Dget_space(dataset_id));
   REQUIRE_AT(where, space_id>=0, "H5Dget_space failed");
   const std::vector<hsize_t> dims = Extents(space_id, where);
