@@ -15,6 +15,8 @@ std::uint64_t WantedBlockValues() {
   return 256 * 1024 * (NumberOfThreads() + 1);
 }
 
+// What is kept about a part on its way takes more than a short part itself.
+constexpr std::uint64_t sMostPartsInABlock = 1024;
 // A piece below this is encoded sooner than a worker is woken.
 constexpr std::uint64_t sValuesWorthAWorker = 16 * 1024;
 
@@ -28,7 +30,8 @@ ColumnWriter::ColumnWriter(const OpenTable& table, std::uint64_t firstRow, std::
       mLongestPart(mMovesChunks ? std::min(table.mLayout.mChunkRows, rows) : rows),
       mTotal(rows * table.mLayout.mColumns) {
   const std::uint64_t parts = WantedBlockValues() / std::max<std::uint64_t>(mLongestPart, 1);
-  mBlockValues = std::min(std::max<std::uint64_t>(parts, 1) * mLongestPart, mTotal);
+  mBlockValues =
+      std::min(std::clamp<std::uint64_t>(parts, 1, sMostPartsInABlock) * mLongestPart, mTotal);
 }
 
 void ColumnWriter::Reserve(Block& block, std::uint64_t values) const {
