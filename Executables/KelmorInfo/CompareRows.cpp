@@ -15,16 +15,24 @@ std::uint64_t RowsPerBlock(const TableLayout& layout, std::uint64_t columns) {
   return std::max<std::uint64_t>(sBlockValues / columns / chunk, 1) * chunk;
 }
 
-// Rows of an input in memory: those that are asked for and, up to the end of a block, those after
-// them.
+// How many columns make a block with the rows of one chunk: those of a chunk at least.
+std::uint64_t ColumnsPerBlock(const TableLayout& layout) {
+  const std::uint64_t rows =
+      std::max<std::uint64_t>(std::min<std::uint64_t>(layout.mChunkRows, layout.mRows), 1);
+  return std::max<std::uint64_t>({sBlockValues / rows, layout.mChunkColumns, 1});
+}
+
+// Rows of some columns of an input in memory: those that are asked for and, up to the end of a
+// block, those after them.
 class Window {
  public:
-  Window(const H5_Objects::Dat& input, const ColumnBlock& joined, std::uint64_t end)
+  Window(const H5_Objects::Dat& input, std::uint64_t firstColumn, std::uint64_t columns,
+         std::uint64_t end)
       : mInput(input),
-        mFirstColumn(joined.mFirstColumn),
-        mColumns(joined.mColumns),
+        mFirstColumn(firstColumn),
+        mColumns(columns),
         mEnd(end),
-        mBlockRows(RowsPerBlock(input.Layout(), joined.mColumns)) {}
+        mBlockRows(RowsPerBlock(input.Layout(), columns)) {}
 
   /// Sees to it that the row is there; returns how many are, from it on.
   std::uint64_t Reach(std::uint64_t row) {
@@ -53,6 +61,36 @@ class Window {
   std::uint64_t mFirst = 0;
   std::uint64_t mOnePastLast = 0;
 };
+
+// Compares `columns` columns of the block, the first of which is its `first`-th.
+std::optional<RowDifference> CompareColumns(const H5_Objects::Dat& input,
+                                            const std::vector<JoinedPart>& parts,
+                                            const JoinedBlock& joined, std::uint64_t first,
+                                            std::uint64_t columns) {
+  const ColumnBlock& block = joined.mWhere;
+  Window window(input, block.mFirstColumn + first, columns, parts.back().mRow + parts.back().mRows);
+  for (JoinedPart part : parts) {
+    while (part.mRows > 0) {
+      const std::uint64_t count = std::min(part.mRows, window.Reach(part.mRow));
+      for (std::uint64_t c = 0; c < columns; ++c) {
+        const double* values = window.At(c, part.mRow);
+        const double* there =
+            joined.mValues + (first + c) * block.mRows + (part.mJoinedRow - block.mFirstRow);
+        if (AreSameBits(values, there, count)) {
+          continue;
+        }
+        std::uint64_t i = 0;
+        while (AreSameBits(values + i, there + i, 1)) {
+          ++i;
+        }
+        return RowDifference{block.mFirstColumn + first + c, part.mRow + i, part.mJoinedRow + i,
+                             values[i], there[i]};
+      }
+      part = {part.mRow + count, part.mJoinedRow + count, part.mRows - count};
+    }
+  }
+  return {};
+}
 
 }  // namespace
 
@@ -93,26 +131,13 @@ std::vector<JoinedPart> PartsWithin(const std::vector<StepRun>& kept, const Colu
 std::optional<RowDifference> CompareParts(const H5_Objects::Dat& input,
                                           const std::vector<JoinedPart>& parts,
                                           const JoinedBlock& joined) {
-  const ColumnBlock& block = joined.mWhere;
-  Window window(input, block, parts.back().mRow + parts.back().mRows);
-  for (JoinedPart part : parts) {
-    while (part.mRows > 0) {
-      const std::uint64_t count = std::min(part.mRows, window.Reach(part.mRow));
-      for (std::uint64_t c = 0; c < block.mColumns; ++c) {
-        const double* values = window.At(c, part.mRow);
-        const double* there =
-            joined.mValues + c * block.mRows + (part.mJoinedRow - block.mFirstRow);
-        if (AreSameBits(values, there, count)) {
-          continue;
-        }
-        std::uint64_t i = 0;
-        while (AreSameBits(values + i, there + i, 1)) {
-          ++i;
-        }
-        return RowDifference{block.mFirstColumn + c, part.mRow + i, part.mJoinedRow + i, values[i],
-                             there[i]};
-      }
-      part = {part.mRow + count, part.mJoinedRow + count, part.mRows - count};
+  const std::uint64_t columns = joined.mWhere.mColumns;
+  // Rows that were kept may be few, and what lies between them much.
+  const std::uint64_t together = ColumnsPerBlock(input.Layout());
+  for (std::uint64_t first = 0; first < columns; first += together) {
+    const std::uint64_t count = std::min(together, columns - first);
+    if (const auto difference = CompareColumns(input, parts, joined, first, count)) {
+      return difference;
     }
   }
   return {};

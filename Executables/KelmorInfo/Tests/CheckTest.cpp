@@ -243,6 +243,34 @@ TEST_F(CheckTest, LongSeriesAreComparedToTheirEnd) {
                                          "999999 of step 2 (t = 3.5) of 2.h5 has 12999999\n"));
 }
 
+TEST_F(CheckTest, FewRowsOfLongColumnsAreComparedColumnByColumn) {
+  constexpr hsize_t rows = 2000000;
+  constexpr hsize_t columns = 32;
+  File& file = Input("1.h5");
+  file.Table("/x.dat", {}, {.mChunk = {rows, 1}}, columns);
+  Resize("/x.dat", rows, columns)(file.Id());
+  {
+    // Only times are written: the other columns take no room in the file.
+    std::vector<double> times(rows);
+    std::iota(times.begin(), times.end(), 0);
+    const DatasetHandle dataset(H5Dopen2(file.Id(), "/x.dat", H5P_DEFAULT));
+    const DataspaceHandle space(H5Dget_space(dataset));
+    const hsize_t start[2] = {0, 0};
+    const hsize_t count[2] = {rows, 1};
+    EXPECT_GE(H5Sselect_hyperslab(space, H5S_SELECT_SET, start, nullptr, count, nullptr), 0);
+    const DataspaceHandle memory(H5Screate_simple(2, count, nullptr));
+    EXPECT_GE(H5Dwrite(dataset, H5T_NATIVE_DOUBLE, memory, space, H5P_DEFAULT, times.data()), 0);
+  }
+  Join({"-DeltaT", "100000", "1.h5"});
+  const Arguments check = {"-check", "out.h5", "-DeltaT", "100000", "1.h5"};
+  const RunResult result = Info(check);
+  EXPECT_EQ(result.mStatus, 0) << result.mOutput;
+  EXPECT_LT(result.mPeakBytes, std::uint64_t{256} << 20);
+  Mutate(Set("/x.dat", 19, columns - 1, 5));
+  EXPECT_THAT(Print(check, 1), HasSubstr("/x.dat differs in column 31 (undef 31): row 19 of out.h5 "
+                                         "has 5, step 1999999 (t = 1999999) of 1.h5 has 0\n"));
+}
+
 TEST_F(CheckTest, BadFilesHaveReports) {
   WriteTimes(Input("1.h5"), "/x.dat", {0, 1});
   Input("2.h5").Table("/x.dat", {{1, 2, 3}});
