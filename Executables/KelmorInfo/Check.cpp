@@ -223,6 +223,8 @@ class Checker {
     RequirePresence(task, true);
     const StepIndex index = mJoined.Visit<Coef>(0, task.mName, [&](const Coef& coef) {
       RequireSame(task, "description of the time", coef.GetTimeDescription(), timeDescription);
+      RequireSame(task, "legend of the index", coef.Index().GetLegend(),
+                  Coef::IndexLegend(timeDescription));
       RequireSame(task, "description of the data", coef.GetDataDescription(), dataDescription);
       return coef.RetrieveIndex_();
     });
@@ -246,6 +248,8 @@ class Checker {
       RequireSame(task, "tensor structure", tdm.GetStructure(), *agreement.Structure());
       RequireSame(task, "dimension of the meshes", tdm.GetDataMeshDim(), agreement.DataMeshDim());
       RequireSame(task, "description of the time", tdm.GetTimeDescription(), timeDescription);
+      RequireSame(task, "legend of the index", tdm.Index().GetLegend(),
+                  Tdm::IndexLegend(timeDescription, agreement.DataMeshDim()));
       RequireSame(task, "description of the data", tdm.GetDataDescription(), dataDescription);
       return tdm.RetrieveCheckedIndex_();
     });

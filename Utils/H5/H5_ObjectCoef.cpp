@@ -24,10 +24,14 @@ Coef::~Coef() {
   RequireClosed("calling destructor ~H5_ObjectCoef while its h5-group is open.\n");
 }
 
+MyVector<std::string> Coef::IndexLegend(const std::string& timeDescription) {
+  return {timeDescription, "index one past current coeff-data"};
+}
+
 void Coef::Initialize(const std::string& timeDescription, const std::string& dataDescription,
                       bool compress, std::size_t indexChunkRows, std::size_t coefChunkRows) {
-  InitializeTables(MyVector<std::string>{timeDescription, "index one past current coeff-data"},
-                   dataDescription, compress, indexChunkRows, coefChunkRows);
+  InitializeTables(IndexLegend(timeDescription), dataDescription, compress, indexChunkRows,
+                   coefChunkRows);
 }
 
 void Coef::Append(double time, const MyVector<double>& coefs) {

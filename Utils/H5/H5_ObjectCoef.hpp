@@ -20,6 +20,9 @@ class Coef : public IndexedGroup, public Factory::Register<Coef> {
   /// Ends the process if the group is still open.
   ~Coef() override;
 
+  /// The names of a new set's index columns.
+  static MyVector<std::string> IndexLegend(const std::string& timeDescription);
+
   /// Shapes a new set; the chunk lengths are those of its two tables, in rows.
   void Initialize(const std::string& timeDescription, const std::string& dataDescription,
                   bool compress, std::size_t indexChunkRows, std::size_t coefChunkRows);

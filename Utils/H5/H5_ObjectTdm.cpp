@@ -30,6 +30,16 @@ Tdm::~Tdm() {
   RequireClosed("calling destructor ~H5_ObjectTdm while its h5-group is open.\n");
 }
 
+MyVector<std::string> Tdm::IndexLegend(const std::string& timeDescription, int dataMeshDim) {
+  MyVector<std::string> legend{MV::Size(static_cast<std::uint64_t>(dataMeshDim) + 2)};
+  legend[0] = timeDescription;
+  legend[1] = "index one past this filestep";
+  for (int i = 0; i < dataMeshDim; ++i) {
+    legend[i + 2] = "Extents[" + std::to_string(i) + "]";
+  }
+  return legend;
+}
+
 void Tdm::Initialize(const std::string& timeDescription, const std::string& dataDescription,
                      const TensorStructure& structure, int dataMeshDim, bool compress,
                      unsigned long indexChunkRows, unsigned long dataChunkRows) {
@@ -43,13 +53,8 @@ void Tdm::Initialize(const std::string& timeDescription, const std::string& data
   REQUIRE(canBeStored, "The symmetry '" << symmetry << "' has characters with a meaning in TensorSpec");
   mpStructure = FindTensorIndexTable(structure.Dim(), structure.Symmetry());
   mDataMeshDim = dataMeshDim;
-  MyVector<std::string> legend{MV::Size(static_cast<std::uint64_t>(dataMeshDim) + 2)};
-  legend[0] = timeDescription;
-  legend[1] = "index one past this filestep";
-  for (int i = 0; i < dataMeshDim; ++i) {
-    legend[i + 2] = "Extents[" + std::to_string(i) + "]";
-  }
-  InitializeTables(legend, dataDescription, compress, indexChunkRows, dataChunkRows);
+  InitializeTables(IndexLegend(timeDescription, dataMeshDim), dataDescription, compress,
+                   indexChunkRows, dataChunkRows);
 }
 
 std::string TensorSpec::Text() const {

@@ -39,6 +39,9 @@ class Tdm : public IndexedGroup, public Factory::Register<Tdm> {
   /// Ends the process if the group is still open.
   ~Tdm() override;
 
+  /// The names of a new series' index columns.
+  static MyVector<std::string> IndexLegend(const std::string& timeDescription, int dataMeshDim);
+
   /// Shapes a new series; the chunk lengths are those of its two tables, in rows. Fails with "Tdm
   /// already initialized", and if characters of the symmetry have a meaning in "TensorSpec", so
   /// that it could not be read back.

@@ -185,6 +185,13 @@ TEST_F(CheckTest, TheFirstDifferenceIsTold) {
        "/t.tdm: the description of the data is other in out.h5, but should be shift\n"},
       {Rewrite("/c.coef/index.dat", "Legend", {"other", "index one past current coeff-data"}),
        "/c.coef: the description of the time is other in out.h5, but should be t\n"},
+      {Rewrite("/c.coef/index.dat", "Legend", {"t", "other"}),
+       "/c.coef: the legend of the index is (t,other) in out.h5, but should be "
+       "(t,index one past current coeff-data)\n"},
+      {Rewrite("/t.tdm/index.dat", "Legend",
+               {"t", "index one past this filestep", "Extents[0]", "other"}),
+       "Extents[0],other) in out.h5, but should be (t,index one past this filestep,Extents[0],"
+       "Extents[1])\n"},
       {Rewrite("/V.ver", nullptr, {"hash0", "help0", "hash1", "other"}),
        "/V.ver: the text of entry 1 is other in out.h5, but should be help1\n"},
       {Rewrite("/s.txt", nullptr, {"text0texX1text2"}),
