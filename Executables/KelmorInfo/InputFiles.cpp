@@ -42,7 +42,13 @@ std::string Advice(const std::string& reason, const std::string& path) {
   }
   if (reason.starts_with("truncated file")) {
     return "The file is shorter than it says it is. A copy of it may be incomplete; or the program "
-           "that wrote it has crashed, and then its data cannot be read.";
+           "that wrote it has crashed. Then 'h5clear --increment=0 " +
+           Quoted(path) +
+           "' makes it that long, so that what had reached the disk may be read; run it on a copy.";
+  }
+  if (reason.starts_with("H5Gopen2 failed on group '/'")) {
+    return "The program that wrote it may have crashed before the rest of the file reached the "
+           "disk; h5clear cannot bring it back.";
   }
   if (reason.find("unable to lock") != std::string::npos) {
     return "Another program has the file open for writing. Try again when that has ended.";
@@ -54,7 +60,8 @@ OpenProblem Diagnose(const std::string& path, const CodeError& error) {
   // Only what the library does not open is asked for its reasons; else our own are better.
   if (!error.Reason().starts_with("H5Fopen(")) {
     const bool isAboutObject = error.Context().starts_with("Object");
-    return {ReasonOf(error) + (isAboutObject ? " (" + Printable(error.Context()) + ")" : ""), ""};
+    return {ReasonOf(error) + (isAboutObject ? " (" + Printable(error.Context()) + ")" : ""),
+            Advice(error.Reason(), path)};
   }
   const std::string reason = OpenError(path);
   return reason.empty() ? OpenProblem{ReasonOf(error), ""}

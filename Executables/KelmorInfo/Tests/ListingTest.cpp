@@ -5,6 +5,7 @@
 
 #include "Executables/Kelmor/Tests/BadInputs.hpp"
 #include "Executables/KelmorInfo/Tests/InfoFixture.hpp"
+#include "Utils/H5/Handle.hpp"
 
 namespace {
 
@@ -80,6 +81,24 @@ TEST_F(ListingTest, AFileThatDoesNotOpenGetsAdvice) {
   }
   // What can be read is listed.
   EXPECT_THAT(result.mOutput, HasSubstr("  dat  /x.dat  2 x 2  2 steps  t = 0 ... 1"));
+}
+
+TEST_F(ListingTest, AFileOfWhichOnlyTheBeginningReachedTheDiskGetsAdvice) {
+  {
+    const PropertyListHandle access(H5Pcreate(H5P_FILE_ACCESS));
+    EXPECT_GE(H5Pset_libver_bounds(access, H5F_LIBVER_V18, H5F_LIBVER_V18), 0);
+    const Handle<H5Fclose> file(
+        H5Fcreate(Path("a.h5").c_str(), H5F_ACC_TRUNC, H5P_DEFAULT, access));
+    EXPECT_GE(file, 0);
+  }
+  const auto size = fs::file_size(Path("a.h5"));
+  constexpr std::uintmax_t superblock = 48;
+  fs::resize_file(Path("a.h5"), superblock);
+  EXPECT_THAT(Info({"a.h5"}).mOutput, HasSubstr("'h5clear --increment=0 a.h5' makes it that long"));
+  fs::resize_file(Path("a.h5"), size);
+  const std::string advice = "h5clear cannot bring it back";
+  EXPECT_THAT(Info({"a.h5"}).mOutput, HasSubstr(advice));
+  EXPECT_THAT(Print({"-plan", "a.h5"}, 1), HasSubstr(advice));
 }
 
 TEST_F(ListingTest, WhatCannotBeReadIsNamedAndTheRestListed) {
