@@ -12,8 +12,15 @@
 #include "Executables/KelmorInfo/Text.hpp"
 #include "Utils/ErrorHandling/CodeError.hpp"
 #include "Utils/ErrorHandling/MyErr.hpp"
+#include "Utils/ErrorHandling/Require.hpp"
 
 namespace {
+
+// What was printed is the result of the run: a part of it must not pass for the whole.
+void FinishOutput() {
+  std::cout.flush();
+  REQUIRE(std::cout.good(), "Writing to standard output failed");
+}
 
 void List(const InfoOptions& options) {
   const InputFiles files(options.mJoin.mInputs);
@@ -23,7 +30,7 @@ void List(const InfoOptions& options) {
   } else {
     PrintListing(std::cout, listing, options.mJoin.mVerbose);
   }
-  std::cout.flush();
+  FinishOutput();
   RequireNoProblems(listing);
 }
 
@@ -33,12 +40,14 @@ int Check(const InfoOptions& options) {
   const CheckResult result = CheckJoin(joined, files, options.mJoin);
   if (!result.mDifference.empty()) {
     std::cout << result.mDifference << '\n';
+    FinishOutput();
     return 1;
   }
   std::cout << Printable(options.mJoined) << " is the join of "
             << Counted(files.Files().size(), "file") << ": " << Counted(result.mDatasets, "dataset")
             << ", " << Counted(result.mSteps, "step") << ", " << Size(result.mBytes)
             << " compared\n";
+  FinishOutput();
   return 0;
 }
 
@@ -70,6 +79,7 @@ int PlanJoin(int argc, char** argv) {
   } else {
     PrintPlan(std::cout, run.mPlan, run.mVerbose);
   }
+  FinishOutput();
   if (!run.mPicture.empty()) {
     WritePicture(run.mPicture, DrawPlan(run.mPlan));
   }

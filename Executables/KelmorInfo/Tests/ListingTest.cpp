@@ -119,6 +119,18 @@ TEST_F(ListingTest, WhatCannotBeReadIsNamedAndTheRestListed) {
   }
 }
 
+TEST_F(ListingTest, OutputThatGoesNowhereIsAFailure) {
+  WriteTimes(Input("a.h5"), "/x.dat", {0, 1});
+  CloseInputs();
+  fs::copy_file(Path("a.h5"), Path("b.h5"));
+  for (const char* mode : {"", "-json", "-plan", "-plan -json", "-check b.h5"}) {
+    const std::string run = std::string(KELMORINFO_PROGRAM) + " " + mode + " a.h5 >/dev/full";
+    const RunResult result = Run("/bin/sh", {"-c", run});
+    EXPECT_EQ(result.mStatus, 255) << mode;
+    EXPECT_THAT(result.mReports, HasSubstr("standard output"));
+  }
+}
+
 TEST_F(ListingTest, MistakesOnTheCommandLineHaveReports) {
   WriteTimes(Input("a.h5"), "/x.dat", {0, 1});
   const std::pair<Arguments, const char*> cases[] = {
