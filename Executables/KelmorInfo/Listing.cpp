@@ -1,5 +1,6 @@
 #include "Executables/KelmorInfo/Listing.hpp"
 
+#include <algorithm>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <ostream>
@@ -11,6 +12,46 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
+template <class T>
+void AddOnce(std::vector<T>& all, const T& one) {
+  if (std::find(all.begin(), all.end(), one) == all.end()) {
+    all.push_back(one);
+  }
+}
+
+void Include(UnionFacts& all, const Facts& facts) {
+  ++all.mFiles;
+  all.mStoredBytes += facts.mStoredBytes;
+  if (facts.mSteps) {
+    all.mSteps = all.mSteps.value_or(0) + *facts.mSteps;
+  }
+  if (facts.mTimes && all.mTimes) {
+    all.mTimes->Include(*facts.mTimes);
+  } else if (facts.mTimes) {
+    all.mTimes = facts.mTimes;
+  }
+  // Of a file that could not be read only what is known counts.
+  const bool isRead = facts.mProblem.empty();
+  if (facts.mKind != "ver" && (isRead || !facts.mShape.empty())) {
+    all.mLength = all.mLength.value_or(0) + (facts.mShape.empty() ? 1 : facts.mShape[0]);
+  }
+  if (facts.mKind == "dat" && !facts.mShape.empty()) {
+    AddOnce(all.mColumns, facts.mShape[1]);
+  }
+  if (!facts.mTensor.empty()) {
+    AddOnce(all.mTensors, facts.mTensor);
+  }
+  if (!facts.mLegends.empty()) {
+    AddOnce(all.mLegends, facts.mLegends);
+  }
+  if (facts.mKind == "ver" && isRead) {
+    AddOnce(all.mVersions, facts.mVersions);
+  }
+  if (isRead) {
+    AddOnce(all.mFilters, facts.mFilters);
+  }
+}
+
 std::vector<UnionFacts> Unite(const std::vector<std::vector<Facts>>& datasets) {
   std::map<std::string, UnionFacts> united;
   for (const std::vector<Facts>& ofFile : datasets) {
@@ -18,16 +59,7 @@ std::vector<UnionFacts> Unite(const std::vector<std::vector<Facts>>& datasets) {
       UnionFacts& all = united[facts.mName];
       all.mName = facts.mName;
       all.mKind = facts.mKind;
-      ++all.mFiles;
-      all.mStoredBytes += facts.mStoredBytes;
-      if (facts.mSteps) {
-        all.mSteps = all.mSteps.value_or(0) + *facts.mSteps;
-      }
-      if (facts.mTimes && all.mTimes) {
-        all.mTimes->Include(*facts.mTimes);
-      } else if (facts.mTimes) {
-        all.mTimes = facts.mTimes;
-      }
+      Include(all, facts);
     }
   }
   std::vector<UnionFacts> list;
@@ -45,17 +77,41 @@ std::string Joined(const std::vector<std::string>& texts, const std::string& bet
   return joined;
 }
 
+// Each form that something takes, side by side.
+template <class T, class ToText>
+std::string SideBySide(const std::vector<T>& forms, const ToText& toText) {
+  std::vector<std::string> texts;
+  for (const T& form : forms) {
+    AddOnce(texts, std::string(toText(form)));
+  }
+  return Joined(texts, " | ");
+}
+
+std::string Shape(const std::string& kind, std::uint64_t length, const std::string& columns) {
+  return kind == "dat"   ? std::to_string(length) + " x " + columns
+         : kind == "txt" ? Counted(length, "string")
+                         : Counted(length, "value");
+}
+
 std::string Shape(const Facts& facts) {
   if (facts.mShape.empty()) {
     return facts.mKind == "txt" && facts.mProblem.empty() ? "1 string" : "";
   }
-  const std::uint64_t count = facts.mShape[0];
-  if (facts.mKind == "dat") {
-    return std::to_string(count) + " x " + std::to_string(facts.mShape[1]);
+  if (facts.mKind == "ver") {
+    return "version " + std::to_string(facts.mShape[0]);
   }
-  return facts.mKind == "txt"   ? Counted(count, "string")
-         : facts.mKind == "ver" ? "version " + std::to_string(count)
-                                : Counted(count, "value");
+  return Shape(facts.mKind, facts.mShape[0],
+               facts.mKind == "dat" ? std::to_string(facts.mShape[1]) : "");
+}
+
+std::string Shape(const UnionFacts& all) {
+  if (!all.mVersions.empty()) {
+    return "version " + SideBySide(all.mVersions, [](const H5_Objects::Version::History& history) {
+             return std::to_string(history.size());
+           });
+  }
+  const auto toText = [](unsigned long long columns) { return std::to_string(columns); };
+  return all.mLength ? Shape(all.mKind, *all.mLength, SideBySide(all.mColumns, toText)) : "";
 }
 
 std::string Steps(const std::optional<std::uint64_t>& steps) {
@@ -66,30 +122,42 @@ std::string Times(const std::optional<TimeRange>& times) {
   return times ? "t = " + RoundTrip(times->mFirst) + " ... " + RoundTrip(times->mLast) : "";
 }
 
-std::string Compression(const Facts& facts) {
-  return facts.mFilters.empty() ? "not compressed" : Joined(facts.mFilters, "+");
+std::string Compression(const std::vector<std::string>& filters) {
+  return filters.empty() ? "not compressed" : Joined(filters, "+");
 }
 
-// What a line ends in: structure of tensors, legends and versions as far as they are asked for.
-std::string Details(const Facts& facts, bool verbose) {
-  std::vector<std::string> details;
-  if (!facts.mTensor.empty()) {
-    details.push_back(facts.mTensor);
+std::string Legends(const std::vector<std::string>& legends) {
+  return Joined(legends, ", ");
+}
+
+std::string Versions(const H5_Objects::Version::History& history, bool verbose) {
+  std::vector<std::string> entries;
+  for (const auto& [hash, help] : history) {
+    entries.push_back(hash + ": " + help);
   }
-  if (verbose && !facts.mLegends.empty()) {
-    details.push_back(Joined(facts.mLegends, ", "));
-  }
-  if (!facts.mVersions.empty()) {
-    std::vector<std::string> entries;
-    for (const auto& [hash, help] : facts.mVersions) {
-      entries.push_back(hash + ": " + help);
-    }
-    details.push_back(verbose ? Joined(entries, "; ") : entries.back());
-  }
-  if (!facts.mProblem.empty()) {
-    details.push_back("UNREADABLE: " + facts.mProblem);
-  }
+  return verbose || entries.empty() ? Joined(entries, "; ") : entries.back();
+}
+
+// What a line ends in.
+std::string Details(std::vector<std::string> details) {
+  std::erase(details, "");
   return Printable(Joined(details, "; "));
+}
+
+// Structure of tensors, legends and versions as far as they are asked for.
+std::string Details(const Facts& facts, bool verbose) {
+  return Details({facts.mTensor, verbose ? Legends(facts.mLegends) : "",
+                  Versions(facts.mVersions, verbose),
+                  facts.mProblem.empty() ? "" : "UNREADABLE: " + facts.mProblem});
+}
+
+std::string Details(const UnionFacts& all, bool verbose) {
+  const auto same = [](const std::string& tensor) { return tensor; };
+  const auto versions = [verbose](const H5_Objects::Version::History& history) {
+    return Versions(history, verbose);
+  };
+  return Details({SideBySide(all.mTensors, same), verbose ? SideBySide(all.mLegends, Legends) : "",
+                  SideBySide(all.mVersions, versions)});
 }
 
 void PrintFile(std::ostream& os, const InputFile& file, const std::vector<Facts>& datasets,
@@ -107,7 +175,7 @@ void PrintFile(std::ostream& os, const InputFile& file, const std::vector<Facts>
     const bool isRead = facts.mProblem.empty();
     lines.Add({facts.mKind, Printable(facts.mName), Shape(facts), Steps(facts.mSteps),
                Times(facts.mTimes), isRead ? Size(facts.mStoredBytes) : "",
-               isRead ? Compression(facts) : "", Details(facts, verbose)});
+               isRead ? Compression(facts.mFilters) : "", Details(facts, verbose)});
   }
   lines.Print(os, "  ");
 }
@@ -120,6 +188,14 @@ Json ToJson(const std::optional<std::uint64_t>& steps) {
   return steps ? Json(*steps) : Json();
 }
 
+Json ToJson(const H5_Objects::Version::History& history) {
+  Json json = Json::array();
+  for (const auto& [hash, help] : history) {
+    json.push_back({{"hash", hash}, {"text", help}});
+  }
+  return json;
+}
+
 Json ToJson(const Facts& facts) {
   Json json = {{"name", facts.mName},           {"kind", facts.mKind},
                {"shape", facts.mShape},         {"steps", ToJson(facts.mSteps)},
@@ -129,13 +205,44 @@ Json ToJson(const Facts& facts) {
     json["tensor"] = facts.mTensor;
   }
   if (facts.mKind == "ver") {
-    json["versions"] = Json::array();
-    for (const auto& [hash, help] : facts.mVersions) {
-      json["versions"].push_back({{"hash", hash}, {"text", help}});
-    }
+    json["versions"] = ToJson(facts.mVersions);
   }
   if (!facts.mProblem.empty()) {
     json["problem"] = facts.mProblem;
+  }
+  return json;
+}
+
+// The shape of all files' data together; columns that differ are null.
+Json UnionShape(const UnionFacts& all) {
+  Json shape = Json::array();
+  if (all.mLength) {
+    shape.push_back(*all.mLength);
+  }
+  if (!all.mColumns.empty()) {
+    shape.push_back(all.mColumns.size() == 1 ? Json(all.mColumns[0]) : Json());
+  }
+  return shape;
+}
+
+Json ToJson(const UnionFacts& all) {
+  Json json = {{"name", all.mName},
+               {"kind", all.mKind},
+               {"files", all.mFiles},
+               {"shape", UnionShape(all)},
+               {"steps", ToJson(all.mSteps)},
+               {"times", ToJson(all.mTimes)},
+               {"legends", all.mLegends},
+               {"filters", all.mFilters},
+               {"stored_bytes", all.mStoredBytes}};
+  if (!all.mTensors.empty()) {
+    json["tensors"] = all.mTensors;
+  }
+  if (all.mKind == "ver") {
+    json["versions"] = Json::array();
+    for (const H5_Objects::Version::History& history : all.mVersions) {
+      json["versions"].push_back(ToJson(history));
+    }
   }
   return json;
 }
@@ -170,10 +277,11 @@ void PrintListing(std::ostream& os, const Listing& listing, bool verbose) {
     return;
   }
   os << "\nall " << Counted(listing.mFiles.size(), "file") << '\n';
-  AlignedLines lines({3, 5});
+  AlignedLines lines({2, 4, 6});
   for (const UnionFacts& all : listing.mUnion) {
-    lines.Add({all.mKind, Printable(all.mName), "in " + Counted(all.mFiles, "file"),
-               Steps(all.mSteps), Times(all.mTimes), Size(all.mStoredBytes)});
+    lines.Add({all.mKind, Printable(all.mName), Shape(all), "in " + Counted(all.mFiles, "file"),
+               Steps(all.mSteps), Times(all.mTimes), Size(all.mStoredBytes),
+               SideBySide(all.mFilters, Compression), Details(all, verbose)});
   }
   lines.Print(os, "  ");
 }
@@ -194,12 +302,7 @@ void PrintListingAsJson(std::ostream& os, const Listing& listing) {
     json["files"].push_back(std::move(entry));
   }
   for (const UnionFacts& all : listing.mUnion) {
-    json["union"].push_back({{"name", all.mName},
-                             {"kind", all.mKind},
-                             {"files", all.mFiles},
-                             {"steps", ToJson(all.mSteps)},
-                             {"times", ToJson(all.mTimes)},
-                             {"stored_bytes", all.mStoredBytes}});
+    json["union"].push_back(ToJson(all));
   }
   os << json.dump(2, ' ', false, Json::error_handler_t::replace) << '\n';
 }

@@ -9,11 +9,18 @@
 #include "Executables/KelmorInfo/Facts.hpp"
 #include "Executables/KelmorInfo/InputFiles.hpp"
 
-/// One name in all files that have it.
+/// One name in all files that have it. What may differ between them is there once for each form
+/// that it takes, in the order of the files.
 struct UnionFacts {
   std::string mName;
   std::string mKind;
   std::uint64_t mFiles = 0;
+  std::optional<std::uint64_t> mLength;      // rows, values or strings of all; not of ver
+  std::vector<unsigned long long> mColumns;  // of dat
+  std::vector<std::string> mTensors;
+  std::vector<std::vector<std::string>> mLegends;
+  std::vector<H5_Objects::Version::History> mVersions;
+  std::vector<std::vector<std::string>> mFilters;
   std::optional<std::uint64_t> mSteps;  // of all files
   std::optional<TimeRange> mTimes;
   std::uint64_t mStoredBytes = 0;

@@ -57,13 +57,39 @@ TEST_F(ListingTest, TellsWhatFilesHold) {
   EXPECT_EQ(united[0]["times"], Json({-1.9, 4.0}));
   EXPECT_EQ(united[3]["files"], 1);
   EXPECT_EQ(united[3]["times"], Json());
+  EXPECT_EQ(united[0]["shape"], Json({6, 3}));
+  EXPECT_EQ(united[2]["shape"], Json({10}));
+  EXPECT_EQ(united[0]["legends"], Json::parse(R"([["time", "größe", "z"]])"));
+  EXPECT_EQ(united[0]["filters"], Json::parse(R"([["shuffle", "deflate 1", "fletcher32"]])"));
+  EXPECT_EQ(united[1]["versions"], Json::array({datasets[1]["versions"]}));
+  EXPECT_EQ(united[5]["tensors"], Json({"dimension 3, symmetry '1', mesh of dimension 2"}));
 
   const std::string text = Print({"-v", "-skip", "*.coef", "a.h5", "b.h5"});
   EXPECT_THAT(text, HasSubstr("  dat  /R.dir/x.dat      3 x 3  3 steps  t = -1.9 ... 1.1  "));
   EXPECT_THAT(text, HasSubstr("shuffle+deflate 1+fletcher32  time, größe, z\n"));
   EXPECT_THAT(text, HasSubstr("hash0: help0; hash1: help1\n"));
-  EXPECT_THAT(text, HasSubstr("\nall 2 files\n"));
   EXPECT_THAT(text, testing::Not(HasSubstr(".coef")));
+  const std::string all = text.substr(text.find("\nall 2 files\n") + 1);
+  EXPECT_THAT(all,
+              HasSubstr("  dat  /R.dir/x.dat      6 x 3  in 2 files  6 steps  t = -1.9 ... 4  "));
+  EXPECT_THAT(all, HasSubstr("shuffle+deflate 1+fletcher32  time, größe, z\n"));
+  EXPECT_THAT(all, HasSubstr("hash0: help0; hash1: help1\n"));
+}
+
+TEST_F(ListingTest, WhatDiffersBetweenFilesStandsSideBySideInTheirUnion) {
+  Input("a.h5").Table("/x.dat", {{0, 1}}, {.mCompress = true, .mLegend = {"t", "u"}});
+  Input("a.h5").Version("/V.ver", 2);
+  Input("b.h5").Table("/x.dat", {{1, 1, 2}}, {.mLegend = {"t", "u", "v"}});
+  Input("b.h5").Version("/V.ver", 3);
+  const std::string text = Print({"-v", "a.h5", "b.h5"});
+  const std::string all = text.substr(text.find("\nall 2 files\n") + 1);
+  EXPECT_THAT(all, HasSubstr("  ver  /V.ver  version 2 | 3  in 2 files"));
+  EXPECT_THAT(all, HasSubstr("hash1: help1 | hash0: help0; hash1: help1; hash2: help2\n"));
+  EXPECT_THAT(all, HasSubstr("  dat  /x.dat      2 x 2 | 3  in 2 files  2 steps  t = 0 ... 1"));
+  EXPECT_THAT(all, HasSubstr("shuffle+deflate 1+fletcher32 | not compressed  t, u | t, u, v\n"));
+  const Json json = PrintJson({"a.h5", "b.h5"})["union"][1];
+  EXPECT_EQ(json["shape"], Json({2, nullptr}));
+  EXPECT_EQ(json["legends"], Json::parse(R"([["t", "u"], ["t", "u", "v"]])"));
 }
 
 TEST_F(ListingTest, AFileThatDoesNotOpenGetsAdvice) {
