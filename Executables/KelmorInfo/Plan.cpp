@@ -84,6 +84,8 @@ class Planner {
     }
     if (const std::string& output = options.mOutput; FileExists(output)) {
       Disagree("", output, "The output file exists already");
+    } else if (output.ends_with('/')) {
+      Disagree("", output, "The output is not the name of a file");
     } else if (!output.empty() && !DirectoryExists(GetDirectoryFromPath(output))) {
       Disagree("", output, "The directory of the output file does not exist");
     }

@@ -192,6 +192,7 @@ TEST_F(PlanTest, TellsOfTheOutputAndOfNothing) {
   EXPECT_THAT(Print({"-plan", "-o", "a.h5", "a.h5"}, 1),
               HasSubstr("The output file exists already"));
   EXPECT_THAT(Print({"-plan", "-o", "no/b.h5", "a.h5"}, 1), HasSubstr("does not exist"));
+  EXPECT_THAT(Print({"-plan", "-o", "b/", "a.h5"}, 1), HasSubstr("is not the name of a file"));
   EXPECT_EQ(Print({"-plan", "-o", "b.h5", "empty.h5"}),
             "Kelmor would find no datasets and write no output.\n");
 }
