@@ -65,18 +65,23 @@ std::string ValidUtf8(std::string_view text) {
 }
 
 std::string Printable(std::string_view text) {
+  const std::string valid = ValidUtf8(text);
   std::string printable;
-  for (const char c : ValidUtf8(text)) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (c == '\n') {
+  for (std::size_t i = 0; i < valid.size(); ++i) {
+    // The control characters from U+0080 to U+009F follow this byte.
+    const bool isUpperControl =
+        valid[i] == '\xC2' && static_cast<unsigned char>(valid[i + 1]) < 0xA0;
+    i += isUpperControl ? 1 : 0;
+    const auto byte = static_cast<unsigned char>(valid[i]);
+    if (valid[i] == '\n') {
       printable += "\\n";
-    } else if (c == '\t') {
+    } else if (valid[i] == '\t') {
       printable += "\\t";
-    } else if (byte < 0x20 || byte == 0x7F) {
+    } else if (isUpperControl || byte < 0x20 || byte == 0x7F) {
       constexpr std::string_view digits = "0123456789abcdef";
       printable.append("\\x").append(1, digits[byte >> 4U]).append(1, digits[byte & 15U]);
     } else {
-      printable += c;
+      printable += valid[i];
     }
   }
   return printable;
