@@ -118,7 +118,8 @@ class VariableLengthBuffer {
 bool ConsistsOfCharacters(hid_t stringType) {
   const DatatypeHandle type_id(H5Tget_super(stringType));
   return type_id >= 0 && H5Tget_class(type_id) == H5T_INTEGER && H5Tget_size(type_id) == 1 &&
-         H5Tget_precision(type_id) == 8 && H5Tget_sign(type_id) == H5T_SGN_NONE;
+         H5Tget_precision(type_id) == 8 && H5Tget_offset(type_id) == 0 &&
+         H5Tget_sign(type_id) == H5T_SGN_NONE;
 }
 
 std::string FixedLengthString(const char* text, std::size_t size, H5T_str_t padding) {

@@ -348,6 +348,7 @@ overwritten("record of a gigabyte", RECORD, first_chunk, GIGABYTE)
 overwritten("text of elements of a megabyte", TEXT, lambda *place: base_type(*place) + 4,
             (1 << 20).to_bytes(4, "little"))
 overwritten("record of signed characters", RECORD, lambda *place: base_type(*place) + 1, b"\x08")
+overwritten("record of shifted characters", RECORD, lambda *place: base_type(*place) + 8, b"\x01")
 overwritten("record of floating characters", RECORD, base_type, b"\x11")
 
 # Names, kinds and links.

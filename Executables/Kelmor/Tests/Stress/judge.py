@@ -28,7 +28,7 @@ import stat
 import tempfile
 
 import check
-from run import Launcher
+from run import Launcher, Server
 
 MB = 1 << 20
 LIBRARY_CRASH = "crashed within HDF5"
@@ -136,6 +136,17 @@ class Judge:
             told += outcome.out + outcome.err
         (place / "run.txt").write_text(told, errors="surrogateescape")
 
+    def command_of(self, inputs, options=check.Options(), more=(), output="out.h5"):
+        return [self.program, *options.arguments(), *more, "-o", output, *inputs]
+
+    @contextlib.contextmanager
+    def server(self, inputs):
+        server = Server(self.server_shim, self.command_of(inputs), self.folder)
+        try:
+            yield server
+        finally:
+            server.close()
+
     def join(self, inputs, options=check.Options(), more=(), output="out.h5", about=(),
              allowed=(0, 255), is_broken_off=False, reports_to_file=True,
              library_may_crash=False, reference=None, launchers=(), **how):
@@ -144,7 +155,7 @@ class Judge:
         at the same time."""
         launchers = launchers or (self.launcher,)
         before = snapshot(self.folder)
-        self.command = [self.program, *options.arguments(), *more, "-o", output, *inputs]
+        self.command = self.command_of(inputs, options, more, output)
         for launcher in launchers:
             launcher.start(self.command, self.folder, **how)
         outcomes = [launcher.finish() for launcher in launchers]

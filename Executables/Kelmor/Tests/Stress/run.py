@@ -1,9 +1,11 @@
 """Runs programs, and says how they ended and what they cost.
 
 A Launcher keeps a small process of its own for that, this file as a program: the system never
-reports a child's peak memory below what its parent had when it started it.
+reports a child's peak memory below what its parent had when it started it. A Server runs one
+command many times.
 """
 
+import contextlib
 import dataclasses
 import fcntl
 import json
@@ -50,6 +52,67 @@ class Launcher:
         return self.finish()
 
 
+class Server:
+    """A Launcher of one command in one folder that loads the program only once; see server.c."""
+
+    def __init__(self, shim, command, folder):
+        self.command, self.folder = command, folder
+        asked, self.ask = os.pipe()
+        self.answers, answering = os.pipe()
+        self.out, self.err = os.memfd_create("out"), os.memfd_create("err")
+        pipes = asked, answering, self.out, self.err
+        environment = {"LD_PRELOAD": str(shim), "SERVER_PIPES": " ".join(map(str, pipes))}
+        self.process = subprocess.Popen(command, cwd=folder, env=os.environ | environment,
+                                        stdin=subprocess.DEVNULL, pass_fds=pipes)
+        os.close(asked)
+        os.close(answering)
+
+    def start(self, command, folder, seconds=10, cpu_seconds=10):
+        assert command == self.command and folder == self.folder
+        for stream in self.out, self.err:
+            os.ftruncate(stream, 0)
+            os.lseek(stream, 0, os.SEEK_SET)
+        self.begin, self.limits = time.monotonic(), (seconds, cpu_seconds)
+        os.write(self.ask, b".")
+
+    def answer(self):
+        return int.from_bytes(os.read(self.answers, 8), sys.byteorder, signed=True)
+
+    def finish(self):
+        child = self.answer()
+        is_late = end_in_time(
+            child, lambda seconds: bool(select.select([self.answers], [], [], seconds)[0]),
+            self.begin, *self.limits)
+        status, peak = self.answer(), self.answer()
+        out, err = (os.pread(stream, 1 << 20, 0).decode(errors="replace")
+                    for stream in (self.out, self.err))
+        return Outcome("hang" if is_late else os.waitstatus_to_exitcode(status), out, err,
+                       peak * 1024, time.monotonic() - self.begin)
+
+    def close(self):
+        for stream in self.ask, self.answers, self.out, self.err:
+            os.close(stream)
+        self.process.wait()
+
+
+def end_in_time(child, wait, begin, seconds, cpu_seconds):
+    """Whether a process had to be ended. wait(seconds) says whether it has ended."""
+    is_late = False
+    while not wait(0.25):
+        with contextlib.suppress(FileNotFoundError):  # ended at this moment
+            if time.monotonic() - begin > seconds or cpu_seconds_of(child) > cpu_seconds:
+                is_late = True
+                os.kill(child, signal.SIGQUIT)
+                if not wait(1):
+                    os.kill(child, signal.SIGKILL)
+    return is_late
+
+
+def cpu_seconds_of(child):
+    fields = pathlib.Path(f"/proc/{child}/stat").read_text().rpartition(")")[2].split()
+    return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
+
+
 # The launching process.
 
 def pipe():
@@ -81,11 +144,6 @@ def become(request, out, err):
     os.execve(request["command"][0], request["command"], environment)
 
 
-def cpu_seconds_of(child):
-    fields = pathlib.Path(f"/proc/{child}/stat").read_text().rpartition(")")[2].split()
-    return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
-
-
 def run(request):
     begin = time.monotonic()
     (out, child_out), (err, child_err) = pipe(), pipe()
@@ -98,7 +156,7 @@ def run(request):
     os.close(child_out)
     os.close(child_err)
     ended = os.pidfd_open(child)
-    signals, is_late = request["signals"], False
+    signals = request["signals"]
 
     def wait(seconds):
         return bool(select.select([ended], [], [], max(seconds, 0))[0])
@@ -111,13 +169,7 @@ def run(request):
         os.kill(child, signals["number"])
         if not signals["every"] or wait(signals["every"]):
             break
-    while not wait(0.25):
-        if (time.monotonic() - begin > request["seconds"] or
-                cpu_seconds_of(child) > request["cpu_seconds"]):
-            is_late = True
-            os.kill(child, signal.SIGQUIT)
-            if not wait(1):
-                os.kill(child, signal.SIGKILL)
+    is_late = end_in_time(child, wait, begin, request["seconds"], request["cpu_seconds"])
     _, status, usage = os.wait4(child, 0)
     os.close(ended)
     return {"status": "hang" if is_late else os.waitstatus_to_exitcode(status),

@@ -285,31 +285,30 @@ def truncation_cases(share):
 
 def run_truncation(judge, kind, lengths):
     path, content, reference = damaged_input(judge, kind)
-    for length in lengths:
-        judge.clear("out.h5", "Errors000.txt")
-        path.write_bytes(content[:length])
-        judge.join(["in.h5"], about=("in.h5",), allowed=(255,), reference=reference)
+    with judge.server(["in.h5"]) as server:
+        for length in lengths:
+            judge.clear("out.h5", "Errors000.txt")
+            path.write_bytes(content[:length])
+            judge.join(["in.h5"], about=("in.h5",), allowed=(255,), reference=reference,
+                       launchers=(server,))
 
 
 def flip_cases(share):
-    """Every bit of all bytes but zeros, of those one bit each: most are room that is not used."""
-    cases = []
-    for kind in DAMAGED:
-        bits = [8 * i + bit for i, byte in enumerate(undamaged(kind)) for bit in range(8)
-                if byte or bit == i % 8]
-        cases += [(kind, part) for part in chunked([bits[i] for i in spread(len(bits), share)], 64)]
-    return cases
+    return [(kind, bits) for kind in DAMAGED
+            for bits in chunked(spread(8 * len(undamaged(kind)), share), 512)]
 
 
 def run_flips(judge, kind, bits):
     path, content, reference = damaged_input(judge, kind)
-    for bit in bits:
-        judge.clear("out.h5", "Errors000.txt")
-        damaged = bytearray(content)
-        damaged[bit // 8] ^= 1 << bit % 8
-        path.write_bytes(damaged)
-        judge.case = f"flips{(kind, [bit])}"
-        judge.join(["in.h5"], about=("in.h5",), reference=reference, cpu_seconds=3)
+    with judge.server(["in.h5"]) as server:
+        for bit in bits:
+            judge.clear("out.h5", "Errors000.txt")
+            damaged = bytearray(content)
+            damaged[bit // 8] ^= 1 << bit % 8
+            path.write_bytes(damaged)
+            judge.case = f"flips{(kind, [bit])}"
+            judge.join(["in.h5"], about=("in.h5",), reference=reference, cpu_seconds=3,
+                       launchers=(server,))
 
 
 # Objects changed through the interface of HDF5.
@@ -624,6 +623,7 @@ def prepare(settings, scratch):
     judge = Judge(settings.program, scratch, settings.keep, settings.sanitized)
     judge.pairs = {}  # files that are written once and then changed
     judge.shim = pathlib.Path(scratch) / "faults.so"
+    judge.server_shim = pathlib.Path(scratch) / "server.so"
 
 
 def run_case(group, case):
@@ -683,8 +683,9 @@ def main():
     found = 0
     with tempfile.TemporaryDirectory(prefix="stress", dir=memory) as scratch:
         os.chmod(scratch, 0o755)
-        subprocess.run(["cc", "-shared", "-fPIC", "-O2", "-o", os.path.join(scratch, "faults.so"),
-                        pathlib.Path(__file__).with_name("faults.c"), "-ldl"], check=True)
+        for shim in "faults", "server":
+            subprocess.run(["cc", "-shared", "-fPIC", "-O2", "-o", f"{scratch}/{shim}.so",
+                            pathlib.Path(__file__).with_name(shim + ".c"), "-ldl"], check=True)
         with multiprocessing.Pool(settings.jobs, prepare, (settings, scratch)) as pool:
             if settings.case:
                 group, _, case = settings.case.partition("(")
