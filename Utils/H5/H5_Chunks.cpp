@@ -12,6 +12,19 @@
 
 namespace {
 
+// The filters that a chunk went through. A bit of its mask says that the dataset's first, second or
+// third filter was skipped. Left to the library, a chunk that makes less than it should is filled
+// up with memory that nobody wrote into.
+ChunkCodec::Filters WithoutSkipped(ChunkCodec::Filters filters, std::uint32_t filterMask) {
+  for (bool* isUsed : {&filters.mShuffle, &filters.mDeflate, &filters.mFletcher32}) {
+    if (*isUsed) {
+      *isUsed = (filterMask & 1) == 0;
+      filterMask >>= 1;
+    }
+  }
+  return filters;
+}
+
 // Fetches what is stored of the chunk that begins at the given place. There is nothing if the
 // library has to read it.
 StoredChunk FetchChunk(const OpenTable& table, std::uint64_t row, std::uint64_t column) {
@@ -43,9 +56,7 @@ StoredChunk FetchChunk(const OpenTable& table, std::uint64_t row, std::uint64_t 
       4, H5Dread_chunk(table.mDataset_id, H5P_DEFAULT, offset, &filterMask, chunk.mpBytes.get()),
       "H5Dread_chunk(", table.mDataset_id, ", ...)");
   REQUIRE_AT(table.mWhere, err>=0, "H5Dread_chunk failed for name=" << table.mName);
-  if (filterMask != 0) {
-    chunk.mpBytes.reset();
-  }
+  chunk.mFilters = WithoutSkipped(table.mLayout.mFilters, filterMask);
   return chunk;
 }
 

@@ -12,17 +12,16 @@ constexpr std::uint64_t sValuesWorthAWorker = 16 * 1024;
 
 void PendingReads::Decode(const OpenTable& table, StoredChunk chunk) {
   const std::uint64_t chunkRows = table.mLayout.mChunkRows;
-  const ChunkCodec::Filters filters = table.mLayout.mFilters;
   if (mOrigins.empty() || mOrigins.back().mName != table.mName ||
       mOrigins.back().mFile != ReportContext::File()) {
     mOrigins.push_back(
         {table.mName, ReportContext::Dataset(), ReportContext::File(), table.mWhere});
   }
   Item& item = mItems.emplace_back(Item{std::move(chunk), &mOrigins.back()});
-  const auto decode = [&item, filters, chunkRows] {
+  const auto decode = [&item, chunkRows] {
     StoredChunk& stored = item.mChunk;
-    item.mStatus = ChunkCodec::DecodeChunk(std::span(stored.mpBytes.get(), stored.mSize), filters,
-                                           chunkRows, stored.mParts);
+    item.mStatus = ChunkCodec::DecodeChunk(std::span(stored.mpBytes.get(), stored.mSize),
+                                           stored.mFilters, chunkRows, stored.mParts);
     stored.mpBytes.reset();
   };
   if (chunkRows < sValuesWorthAWorker) {

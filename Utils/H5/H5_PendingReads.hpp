@@ -19,6 +19,7 @@ struct StoredChunk {
   std::uint64_t mColumn = 0;
   std::unique_ptr<std::byte[]> mpBytes;
   std::size_t mSize = 0;
+  ChunkCodec::Filters mFilters;
   std::vector<ChunkCodec::ChunkPart> mParts;
 };
 

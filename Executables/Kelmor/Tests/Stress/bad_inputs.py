@@ -168,20 +168,23 @@ for name, times in {"NaN": [np.nan] * 3, "infinity": [0, np.inf, 1],
            lambda file, times=times: file[TABLE].__setitem__((slice(None), 0), times), joins=True)
 
 
-def stored_chunks(name, chunk, **keywords):
-    """A table each of whose columns is stored as these bytes."""
+def stored_chunks(name, chunk, joins=False, mask=0, **keywords):
+    """A table each of whose columns is stored as these bytes, past the filters in the mask."""
     def how(file):
         del file[TABLE]
         table = file.create_dataset(TABLE, (40, 2), "f8", maxshape=(None, 2), chunks=(40, 1),
                                     **keywords)
         for column in 0, 1:
-            table.id.write_direct_chunk((0, column), chunk)
-    change("chunks " + name, how, TABLE)
+            table.id.write_direct_chunk((0, column), chunk, mask)
+    change("chunks " + name, how, TABLE, joins)
 
 
 stored_chunks("shorter than they are", bytes(40))
 stored_chunks("that inflate to less", zlib.compress(bytes(40)), compression="gzip")
 stored_chunks("that inflate to 200 MB", zlib.compress(bytes(200_000_000)), compression="gzip")
+stored_chunks("that are not deflated", np.arange(40.0).tobytes(), True, 1, compression="gzip")
+stored_chunks("that are deflated and said not to be", zlib.compress(bytes(320)), mask=1,
+              compression="gzip")
 stored_chunks("that do not inflate", b"no deflate", compression="gzip")
 stored_chunks("with a wrong checksum", bytes(323) + b"x", fletcher32=True)
 
