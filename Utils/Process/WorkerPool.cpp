@@ -99,8 +99,9 @@ class WorkerPool {
       for (std::size_t i = 0; i < workers; ++i) {
         mWorkers.emplace_back([this] { Work(); });
       }
-    } catch (const std::system_error&) {
-      // A limit on processes or memory: those that were started do all the work.
+    } catch (const std::exception&) {
+      // A limit on processes, or on memory: those that were started do all the work. Passing it on
+      // would have them joined, and they never end.
     }
   }
 

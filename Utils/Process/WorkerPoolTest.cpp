@@ -4,8 +4,27 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <new>
 #include <stdexcept>
 #include <vector>
+
+namespace {
+
+// Allocations until one fails; negative if none does.
+std::atomic<int> sAllocationsLeft = -1;
+
+}  // namespace
+
+void* operator new(std::size_t size) {
+  void* storage = sAllocationsLeft >= 0 && sAllocationsLeft-- == 0 ? nullptr : std::malloc(size);
+  return storage != nullptr ? storage : throw std::bad_alloc();
+}
+void operator delete(void* storage) noexcept {
+  std::free(storage);
+}
+void operator delete(void* storage, std::size_t) noexcept {
+  std::free(storage);
+}
 
 namespace {
 
@@ -17,6 +36,27 @@ class WorkerPoolTest : public testing::Test {
     ASSERT_EQ(NumberOfThreads(), 4u);
   }
 };
+
+// Before others start the workers. A thread that has begun cannot be waited for.
+TEST_F(WorkerPoolTest, StartsWithWhatMemoryAllows) {
+  TaskGroup group;
+  bool isAdded = false;
+  std::atomic<int> ended = 0;
+  for (int allocations = 0; !isAdded; ++allocations) {
+    sAllocationsLeft = allocations;
+    try {
+      group.Add([&ended] { ++ended; });
+      isAdded = true;
+    } catch (const std::bad_alloc&) {
+    }
+    sAllocationsLeft = -1;
+  }
+  for (int i = 0; i < 100; ++i) {
+    group.Add([&ended] { ++ended; });
+  }
+  group.Wait();
+  EXPECT_EQ(ended, 101);
+}
 
 TEST_F(WorkerPoolTest, EveryTaskRunsOnceInEveryGroup) {
   for (int round = 0; round < 500; ++round) {
