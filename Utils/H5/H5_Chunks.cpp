@@ -93,29 +93,36 @@ bool CanMoveChunks(hid_t dataset_id, hid_t cparms_id, ChunkCodec::Filters& filte
 void StartReadingChunks(const OpenTable& table, std::uint64_t column, std::span<const RowRun> runs,
                         double* values, PendingReads& reads) {
   const std::uint64_t chunkRows = table.mLayout.mChunkRows;
-  std::size_t run = 0;
   std::uint64_t row = runs.empty() ? 0 : runs[0].mFirst;
-  while (run < runs.size()) {
+  while (!runs.empty()) {
     StoredChunk chunk = FetchChunk(table, row / chunkRows * chunkRows, column);
     const std::uint64_t chunkEnd = chunk.mRow + chunkRows;
-    // The runs, or what of them this chunk has.
-    std::vector<RowRun> inChunk;
+    const auto isBeyond = [chunkEnd](const RowRun& run) { return run.mFirst >= chunkEnd; };
+    const auto touched =
+        static_cast<std::size_t>(std::ranges::find_if(runs, isBeyond) - runs.begin());
+    chunk.mParts.reserve(touched);
     double* const chunkValues = values;
-    while (run < runs.size() && row < chunkEnd) {
-      const std::uint64_t end = std::min(chunkEnd, runs[run].mOnePastLast);
-      inChunk.push_back({row, end});
+    while (!runs.empty() && row < chunkEnd) {
+      const std::uint64_t end = std::min(chunkEnd, runs[0].mOnePastLast);
       chunk.mParts.push_back({row - chunk.mRow, {values, end - row}});
       values += end - row;
       row = end;
-      if (end == runs[run].mOnePastLast && ++run < runs.size()) {
-        row = runs[run].mFirst;
+      if (end == runs[0].mOnePastLast) {
+        runs = runs.subspan(1);
+        row = runs.empty() ? end : runs[0].mFirst;
       }
     }
-    if (chunk.mpBytes == nullptr) {
-      ReadByLibrary(table, column, inChunk, chunkValues);
-    } else {
+    if (chunk.mpBytes != nullptr) {
       reads.Decode(table, std::move(chunk));
+      continue;
     }
+    std::vector<RowRun> inChunk;
+    inChunk.reserve(touched);
+    for (const ChunkCodec::ChunkPart& part : chunk.mParts) {
+      const std::uint64_t first = chunk.mRow + part.mFirst;
+      inChunk.push_back({first, first + part.mValues.size()});
+    }
+    ReadByLibrary(table, column, inChunk, chunkValues);
   }
 }
 

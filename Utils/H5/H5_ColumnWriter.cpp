@@ -15,10 +15,12 @@ std::uint64_t WantedBlockValues() {
   return 256 * 1024 * (NumberOfThreads() + 1);
 }
 
-// What is kept about a part on its way takes more than a short part itself.
-constexpr std::uint64_t sMostPartsInABlock = 1024;
-// A piece below this is encoded sooner than a worker is woken.
+// A chunk below this is encoded sooner than a worker is woken.
 constexpr std::uint64_t sValuesWorthAWorker = 16 * 1024;
+
+bool IsFiltered(const ChunkCodec::Filters& filters) {
+  return filters.mShuffle || filters.mDeflate || filters.mFletcher32;
+}
 
 }  // namespace
 
@@ -27,11 +29,11 @@ ColumnWriter::ColumnWriter(const OpenTable& table, std::uint64_t firstRow, std::
       mFirstRow(firstRow),
       mRows(rows),
       mMovesChunks(table.mLayout.mMovesChunks && firstRow % table.mLayout.mChunkRows == 0),
+      mIsFiltered(IsFiltered(table.mLayout.mFilters)),
       mLongestPart(mMovesChunks ? std::min(table.mLayout.mChunkRows, rows) : rows),
       mTotal(rows * table.mLayout.mColumns) {
   const std::uint64_t parts = WantedBlockValues() / std::max<std::uint64_t>(mLongestPart, 1);
-  mBlockValues =
-      std::min(std::clamp<std::uint64_t>(parts, 1, sMostPartsInABlock) * mLongestPart, mTotal);
+  mBlockValues = std::min(std::max<std::uint64_t>(parts, 1) * mLongestPart, mTotal);
 }
 
 void ColumnWriter::Reserve(Block& block, std::uint64_t values) const {
@@ -65,24 +67,33 @@ void ColumnWriter::Append(std::span<const double> values) {
   }
 }
 
+ColumnWriter::Part ColumnWriter::PartAt(std::uint64_t position) const {
+  const std::uint64_t row = position % mRows;
+  const std::uint64_t rows = std::min(mLongestPart, mRows - row);
+  const bool isChunk = mMovesChunks && rows == mTable.mLayout.mChunkRows;
+  return {position / mRows, mFirstRow + row, rows, isChunk};
+}
+
 std::uint64_t ColumnWriter::Encode(Block& block) {
-  const ChunkCodec::Filters& filters = mTable.mLayout.mFilters;
-  const bool isFiltered = filters.mShuffle || filters.mDeflate || filters.mFletcher32;
   std::uint64_t first = 0;
   while (first < block.mSize) {
-    const std::uint64_t column = mEncoded / mRows;
-    const std::uint64_t row = mEncoded % mRows;
-    const std::uint64_t rows = std::min(mLongestPart, mRows - row);
-    if (first + rows > block.mSize) {
+    const Part part = PartAt(mEncoded);
+    if (first + part.mRows > block.mSize) {
       break;
     }
-    const bool isChunk = mMovesChunks && rows == mTable.mLayout.mChunkRows;
-    Outgoing& outgoing = block.mOutgoing.emplace_back(
-        column, mFirstRow + row, std::span(block.mpValues.get() + first, rows), isChunk);
-    first += rows;
-    mEncoded += rows;
-    if (isChunk && isFiltered) {
-      Encode(outgoing);
+    const std::span values(block.mpValues.get() + first, part.mRows);
+    const bool isForWorkers = part.mIsChunk && mIsFiltered && part.mRows >= sValuesWorthAWorker;
+    if (isForWorkers || block.mOutgoing.empty() || block.mOutgoing.back().mpEncoder != nullptr) {
+      block.mOutgoing.emplace_back(mEncoded, values);
+    } else {
+      // There may be as many short parts as values, so they do not stand alone.
+      std::span<const double>& together = block.mOutgoing.back().mValues;
+      together = {together.data(), together.size() + values.size()};
+    }
+    first += part.mRows;
+    mEncoded += part.mRows;
+    if (isForWorkers) {
+      Encode(block.mOutgoing.back());
     }
   }
   return first;
@@ -92,27 +103,32 @@ void ColumnWriter::Encode(Outgoing& outgoing) const {
   outgoing.mpEncoder = std::make_unique<ChunkEncoder>(outgoing.mValues, mTable.mLayout.mFilters);
   outgoing.mPieces.resize(outgoing.mpEncoder->PieceCount());
   for (std::size_t i = 0; i < outgoing.mPieces.size(); ++i) {
-    const auto encode = [&outgoing, i] {
-      outgoing.mPieces[i] = outgoing.mpEncoder->EncodePiece(i);
-    };
-    if (outgoing.mValues.size() < sValuesWorthAWorker) {
-      encode();
-    } else {
-      outgoing.mTasks.Add(encode);
-    }
+    outgoing.mTasks.Add(
+        [&outgoing, i] { outgoing.mPieces[i] = outgoing.mpEncoder->EncodePiece(i); });
   }
 }
 
 void ColumnWriter::Write(Outgoing& outgoing) const {
   if (outgoing.mpEncoder != nullptr) {
+    const Part part = PartAt(outgoing.mFirst);
     outgoing.mTasks.Wait();
     const std::vector<std::byte> stored = outgoing.mpEncoder->Assemble(outgoing.mPieces);
     outgoing.mPieces.clear();
-    WriteStoredChunk(mTable, outgoing.mRow, outgoing.mColumn, stored);
-  } else if (outgoing.mIsChunk) {
-    WriteStoredChunk(mTable, outgoing.mRow, outgoing.mColumn, std::as_bytes(outgoing.mValues));
-  } else {
-    WriteByLibrary(mTable, outgoing.mColumn, outgoing.mRow, outgoing.mValues);
+    WriteStoredChunk(mTable, part.mRow, part.mColumn, stored);
+    return;
+  }
+  for (std::uint64_t done = 0; done < outgoing.mValues.size();) {
+    const Part part = PartAt(outgoing.mFirst + done);
+    const auto values = outgoing.mValues.subspan(done, part.mRows);
+    if (!part.mIsChunk) {
+      WriteByLibrary(mTable, part.mColumn, part.mRow, values);
+    } else if (mIsFiltered) {
+      WriteStoredChunk(mTable, part.mRow, part.mColumn,
+                       ChunkCodec::EncodeChunk(values, mTable.mLayout.mFilters));
+    } else {
+      WriteStoredChunk(mTable, part.mRow, part.mColumn, std::as_bytes(values));
+    }
+    done += part.mRows;
   }
 }
 

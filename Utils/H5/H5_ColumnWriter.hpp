@@ -46,16 +46,22 @@ class ColumnWriter {
   void Finish();
 
  private:
-  // Rows of one column on their way to the file: a chunk, or those of one that is not full.
-  struct Outgoing {
-    Outgoing(std::uint64_t column, std::uint64_t row, std::span<const double> values, bool isChunk)
-        : mColumn(column), mRow(row), mValues(values), mIsChunk(isChunk) {}
-
+  // Rows of one column that go out together: a chunk, or those of one that is not full.
+  struct Part {
     std::uint64_t mColumn;
     std::uint64_t mRow;
+    std::uint64_t mRows;
+    bool mIsChunk;  // and can be moved past the library
+  };
+  // Values on their way to the file: a part that workers encode, or as many others as follow one
+  // another.
+  struct Outgoing {
+    Outgoing(std::uint64_t first, std::span<const double> values)
+        : mFirst(first), mValues(values) {}
+
+    std::uint64_t mFirst;  // of the stream
     std::span<const double> mValues;
-    bool mIsChunk;                                        // and can be moved past the library
-    std::unique_ptr<ChunkCodec::ChunkEncoder> mpEncoder;  // null if nothing is to encode
+    std::unique_ptr<ChunkCodec::ChunkEncoder> mpEncoder;  // null if no worker is to encode
     std::vector<ChunkCodec::ChunkEncoder::Piece> mPieces;
     TaskGroup mTasks;  // last: it waits for tasks that use the others
   };
@@ -68,6 +74,8 @@ class ColumnWriter {
   };
 
   void Reserve(Block& block, std::uint64_t values) const;
+  // The part that begins there in the stream.
+  Part PartAt(std::uint64_t position) const;
   void Turn();
   // Makes as much of the block outgoing as can be; returns how many values that is.
   std::uint64_t Encode(Block& block);
@@ -79,6 +87,7 @@ class ColumnWriter {
   std::uint64_t mFirstRow;
   std::uint64_t mRows;
   bool mMovesChunks;           // full ones, past the library
+  bool mIsFiltered;            // what chunks hold
   std::uint64_t mLongestPart;  // rows that go out together
   std::uint64_t mBlockValues;  // a block goes out before it holds more
   std::uint64_t mTotal;        // values of the whole stream

@@ -6,41 +6,50 @@
 #include "Utils/ErrorHandling/Require.hpp"
 
 namespace {
+
 // A chunk below this is decoded sooner than a worker is woken.
 constexpr std::uint64_t sValuesWorthAWorker = 16 * 1024;
+
+ChunkCodec::DecodeStatus DecodeNow(const StoredChunk& chunk, std::uint64_t chunkRows) {
+  return ChunkCodec::DecodeChunk(std::span(chunk.mpBytes.get(), chunk.mSize), chunk.mFilters,
+                                 chunkRows, chunk.mParts);
+}
+
+void RequireDecoded(const StoredChunk& chunk, ChunkCodec::DecodeStatus status,
+                    const std::string& name, std::source_location where) {
+  REQUIRE_AT(where, status==ChunkCodec::DecodeStatus::Ok,
+             "Damaged chunk in " << name << " at row " << chunk.mRow << " of column "
+                                 << chunk.mColumn << ": " << ChunkCodec::Describe(status));
+}
+
 }  // namespace
 
 void PendingReads::Decode(const OpenTable& table, StoredChunk chunk) {
   const std::uint64_t chunkRows = table.mLayout.mChunkRows;
+  if (chunkRows < sValuesWorthAWorker) {
+    RequireDecoded(chunk, DecodeNow(chunk, chunkRows), table.mName, table.mWhere);
+    return;
+  }
   if (mOrigins.empty() || mOrigins.back().mName != table.mName ||
       mOrigins.back().mFile != ReportContext::File()) {
     mOrigins.push_back(
         {table.mName, ReportContext::Dataset(), ReportContext::File(), table.mWhere});
   }
   Item& item = mItems.emplace_back(Item{std::move(chunk), &mOrigins.back()});
-  const auto decode = [&item, chunkRows] {
-    StoredChunk& stored = item.mChunk;
-    item.mStatus = ChunkCodec::DecodeChunk(std::span(stored.mpBytes.get(), stored.mSize),
-                                           stored.mFilters, chunkRows, stored.mParts);
-    stored.mpBytes.reset();
-  };
-  if (chunkRows < sValuesWorthAWorker) {
-    decode();
-  } else {
-    mTasks.Add(decode);
-  }
+  mTasks.Add([&item, chunkRows] {
+    item.mStatus = DecodeNow(item.mChunk, chunkRows);
+    // Of what is done only the place is kept, for reports.
+    item.mChunk.mpBytes.reset();
+    item.mChunk.mParts = {};
+  });
 }
 
 void PendingReads::Finish() {
   mTasks.Wait();
   for (const Item& item : mItems) {
-    const ChunkCodec::DecodeStatus status = item.mStatus;
     const Origin& origin = *item.mpOrigin;
     const ReportContext context(origin.mDataset, origin.mFile);
-    REQUIRE_AT(origin.mWhere, status==ChunkCodec::DecodeStatus::Ok,
-               "Damaged chunk in " << origin.mName << " at row " << item.mChunk.mRow
-                                   << " of column " << item.mChunk.mColumn << ": "
-                                   << ChunkCodec::Describe(status));
+    RequireDecoded(item.mChunk, item.mStatus, origin.mName, origin.mWhere);
   }
   mItems.clear();
   mOrigins.clear();

@@ -25,7 +25,8 @@ struct StoredChunk {
 
 class PendingReads {
  public:
-  /// Has the chunk decoded by whichever thread comes to it. Its table may be closed before it is.
+  /// Has the chunk decoded by whichever thread comes to it, or decodes it if it is short. Its table
+  /// may be closed before it is. Fails as Finish() does.
   void Decode(const OpenTable& table, StoredChunk chunk);
 
   /// Returns when all values are in place. Fails with "Damaged chunk ..." on bytes that do not
