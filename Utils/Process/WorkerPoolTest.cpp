@@ -15,14 +15,15 @@ std::atomic<int> sAllocationsLeft = -1;
 
 }  // namespace
 
-void* operator new(std::size_t size) {
+// Not inlined: compilers would see malloc() paired with delete.
+[[gnu::noinline]] void* operator new(std::size_t size) {
   void* storage = sAllocationsLeft >= 0 && sAllocationsLeft-- == 0 ? nullptr : std::malloc(size);
   return storage != nullptr ? storage : throw std::bad_alloc();
 }
-void operator delete(void* storage) noexcept {
+[[gnu::noinline]] void operator delete(void* storage) noexcept {
   std::free(storage);
 }
-void operator delete(void* storage, std::size_t) noexcept {
+[[gnu::noinline]] void operator delete(void* storage, std::size_t) noexcept {
   std::free(storage);
 }
 
