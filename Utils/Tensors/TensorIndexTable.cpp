@@ -146,8 +146,6 @@ std::shared_ptr<const TensorIndexTable> TensorIndexTableHolder::Find(int dim,
 }
 
 std::shared_ptr<const TensorIndexTable> FindTensorIndexTable(int dim, const std::string& symm) {
-  // Never destroyed: to register its destructor takes memory, and where there is none the C library
-  // aborts instead of throwing.
-  thread_local auto& holder = *new TensorIndexTableHolder;
+  thread_local TensorIndexTableHolder holder;
   return holder.Find(dim, symm);
 }
