@@ -34,7 +34,8 @@ MB = 1 << 20
 LIBRARY_CRASH = "crashed within HDF5"
 UNREADABLE = "unjudged, for h5py crashed"
 DIAGNOSTICS = re.compile(r"^(HDF5-DIAG|  #\d|    (major|minor)).*\n", re.MULTILINE)
-C_LIBRARY = re.compile(r"/lib(c|stdc\+\+|gcc_s)\.so| at \.|faults\.so|signal handler called")
+C_LIBRARY = re.compile(r"/lib(c|stdc\+\+|gcc_s)\.so| at \.|faults\.so|vgpreload|"
+                       r"signal handler called")
 BROKEN_HEAP = re.compile(r"^(malloc|free|realloc|munmap_chunk|corrupted|double free)\b.*$",
                          re.MULTILINE)
 FRAME = re.compile(r"^(#{4}|={4})", re.MULTILINE)
@@ -193,24 +194,37 @@ class Judge:
 
     def stack_of(self, outcome, output, environment):
         """Frames of a run that crashed or was too late, without those of the C library at its top:
-        what it told itself, or else the same run tells a debugger."""
+        what it told itself, or else the same run tells a debugger. Of a broken heap, frames of what
+        broke it, if that can be found out; the others are of who noticed."""
         told = re.findall(r"^(?:\S+ +\S.* \+ 0?x?[0-9a-f]+|/\S+\(.*\)\[0x[0-9a-f]+\])$",
                           outcome.err.partition("Received signal")[2], re.MULTILINE)
-        if not told and outcome.status != "hang" and outcome.status < 0:
+        valgrind = shutil.which("valgrind")
+        if BROKEN_HEAP.search(outcome.err) and valgrind and not environment:
+            told = self.first_bad_access(valgrind, output) or told
+        elif not told and outcome.status != "hang" and outcome.status < 0:
             told = self.debug(output, environment)
         return list(itertools.dropwhile(C_LIBRARY.search, told))
 
+    def first_bad_access(self, valgrind, output):
+        told = self.rerun([valgrind, "-q", "--num-callers=50", *self.command], output).err
+        error = re.search(r"^==\d+== Invalid (read|write|free).*\n((==\d+==    .*\n)+)", told,
+                          re.MULTILINE)
+        return re.findall(r"(?:at|by) 0x\w+: (.*)", error.group(2)) if error else []
+
     def debug(self, output, environment):
+        command = ["/usr/bin/gdb", "-q", "-batch", "-ex", "handle SIGTRAP nostop noprint"]
+        for text in [f"set environment {name} {value}" for name, value in environment.items()
+                     ] + ["set startup-with-shell off", "run", "bt 200"]:
+            command += ["-ex", text]
+        told = self.rerun([*command, "--args", *self.command], output).out
+        return re.findall(r"^#\d+ .*", told, re.MULTILINE)
+
+    def rerun(self, command, output):
         with tempfile.TemporaryDirectory() as copy:
             for path in self.folder.iterdir():
                 if path.is_file() and path.name != output:
                     shutil.copy(path, copy)
-            command = ["/usr/bin/gdb", "-q", "-batch", "-ex", "handle SIGTRAP nostop noprint"]
-            for text in [f"set environment {name} {value}" for name, value in environment.items()
-                         ] + ["set startup-with-shell off", "run", "bt 200"]:
-                command += ["-ex", text]
-            told = self.launcher.run([*command, "--args", *self.command], copy, seconds=60).out
-        return re.findall(r"^#\d+ .*", told, re.MULTILINE)
+            return self.launcher.run(command, copy, seconds=60)
 
     def judge_files(self, before, output):
         after = snapshot(self.folder)
