@@ -9,6 +9,7 @@
 #include "Utils/ChunkCodec/BlockWriter.hpp"
 #include "Utils/ChunkCodec/Fletcher32.hpp"
 #include "Utils/ChunkCodec/MatchSearch.hpp"
+#include "Utils/Process/PerThread.hpp"
 
 namespace ChunkCodec {
 
@@ -44,8 +45,7 @@ struct Workspace {
 };
 
 Workspace& ThreadWorkspace() {
-  thread_local Workspace workspace;
-  return workspace;
+  return PerThread<Workspace>();
 }
 
 void AppendHighByteFirst(std::uint32_t number, int bytes, std::vector<std::byte>& out) {

@@ -13,6 +13,8 @@
 #include <libdeflate.h>
 #endif
 
+#include "Utils/Process/PerThread.hpp"
+
 namespace ChunkCodec {
 
 namespace {
@@ -75,11 +77,13 @@ DecodeStatus InflateWithZlib(std::span<const std::byte> stream, std::span<std::b
 }
 
 #ifdef VEXA_HAVE_LIBDEFLATE
+struct Decompressor : std::unique_ptr<libdeflate_decompressor, void (*)(libdeflate_decompressor*)> {
+  Decompressor() : unique_ptr(libdeflate_alloc_decompressor(), libdeflate_free_decompressor) {}
+};
+
 // Twice as fast as zlib, but does not say what is wrong with a bad stream.
 bool InflateWithLibdeflate(std::span<const std::byte> stream, std::span<std::byte> out) {
-  using Decompressor = std::unique_ptr<libdeflate_decompressor, void (*)(libdeflate_decompressor*)>;
-  thread_local const Decompressor decompressor(libdeflate_alloc_decompressor(),
-                                               libdeflate_free_decompressor);
+  const Decompressor& decompressor = PerThread<Decompressor>();
   return decompressor != nullptr &&
          libdeflate_zlib_decompress_ex(decompressor.get(), stream.data(), stream.size(), out.data(),
                                        out.size(), nullptr, nullptr) == LIBDEFLATE_SUCCESS;

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "Utils/ErrorHandling/Require.hpp"
+#include "Utils/Process/PerThread.hpp"
 #include "Utils/Tensors/Mesh.hpp"
 
 namespace {
@@ -146,6 +147,5 @@ std::shared_ptr<const TensorIndexTable> TensorIndexTableHolder::Find(int dim,
 }
 
 std::shared_ptr<const TensorIndexTable> FindTensorIndexTable(int dim, const std::string& symm) {
-  thread_local TensorIndexTableHolder holder;
-  return holder.Find(dim, symm);
+  return PerThread<TensorIndexTableHolder>().Find(dim, symm);
 }
