@@ -20,12 +20,14 @@ void TensorAgreement::Take(const H5_Objects::Tdm& tdm) {
     mpStructure = FindTensorIndexTable(structure.Dim(), structure.Symmetry());
     mDataMeshDim = tdm.GetDataMeshDim();
   }
-  REQUIRE(structure==*mpStructure, "Dataset " << mName << " has different tensor structures\n"
-                                              << "in different files: " << structure
-                                              << "; before: " << *mpStructure);
-  REQUIRE(tdm.GetDataMeshDim()==mDataMeshDim,
-          "Dataset " << mName << " has meshes of different dimensions\nin different files: "
-                     << tdm.GetDataMeshDim() << "; before: " << mDataMeshDim);
+  REQUIRE_LABELLED("H5_ObjectTdm", __LINE__, tdm.GetDataMeshDim()==mDataMeshDim,
+                   "Tdm::Append dimension of DataMesh inconsistent\n"
+                       << "Dataset " << mName << " has meshes of " << tdm.GetDataMeshDim()
+                       << " dimension(s); in files before of " << mDataMeshDim);
+  REQUIRE_LABELLED("H5_ObjectTdm", __LINE__, structure==*mpStructure,
+                   "Tdm::Append TensorStructure inconsistent\n"
+                       << "Dataset " << mName << " has the structure " << structure
+                       << "; in files before " << *mpStructure);
 }
 
 void VersionAgreement::Take(const H5_Objects::Version& ver) {

@@ -43,9 +43,10 @@ StoredChunk FetchChunk(const OpenTable& table, std::uint64_t row, std::uint64_t 
   }
   // No encoder makes a chunk much larger than it was. The library would inflate whatever there is.
   const std::uint64_t mostBytes = 2 * sizeof(double) * table.mLayout.mChunkRows + 65536;
-  REQUIRE_AT(table.mWhere, size<=mostBytes, "Damaged chunk in " << table.mName << " at row " << row
-                                                << " of column " << column << ": " << size
-                                                << " bytes are stored");
+  REQUIRE_AT(table.mWhere, size<=mostBytes, "H5Dread failed for name=" << table.mName
+                                                       << ": damaged chunk at row " << row
+                                                       << " of column " << column << ": " << size
+                                                       << " bytes are stored");
   if (size == 0) {
     return chunk;
   }

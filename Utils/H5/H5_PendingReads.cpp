@@ -18,8 +18,9 @@ ChunkCodec::DecodeStatus DecodeNow(const StoredChunk& chunk, std::uint64_t chunk
 void RequireDecoded(const StoredChunk& chunk, ChunkCodec::DecodeStatus status,
                     const std::string& name, std::source_location where) {
   REQUIRE_AT(where, status==ChunkCodec::DecodeStatus::Ok,
-             "Damaged chunk in " << name << " at row " << chunk.mRow << " of column "
-                                 << chunk.mColumn << ": " << ChunkCodec::Describe(status));
+             "H5Dread failed for name=" << name << ": damaged chunk at row " << chunk.mRow
+                                        << " of column " << chunk.mColumn << ": "
+                                        << ChunkCodec::Describe(status));
 }
 
 }  // namespace

@@ -29,8 +29,8 @@ class PendingReads {
   /// may be closed before it is. Fails as Finish() does.
   void Decode(const OpenTable& table, StoredChunk chunk);
 
-  /// Returns when all values are in place. Fails with "Damaged chunk ..." on bytes that do not
-  /// decode, with the context in which they were fetched.
+  /// Returns when all values are in place. Fails with "H5Dread failed for name=..." on bytes that
+  /// do not decode, with the context in which they were fetched.
   void Finish();
 
  private:

@@ -208,8 +208,10 @@ const std::vector<BadInput>& BadInputs() {
       {"2^40 rows", "/x.dat", NoData("/x.dat", {many, 2}, doubles), "x.dat claims 1.7"},
       {"2^40 columns", "/x.dat", NoData("/x.dat", {2, many}, doubles), "x.dat claims 109951162"},
       {"2^40 letters", "/s.txt", NoData("/s.txt", {many}, H5T_NATIVE_SCHAR), "s.txt claims 1.0"},
-      {"damage", "/x.dat", DamageChunk, "Damaged chunk in x.dat at row 0 of column 1"},
-      {"late damage", "/x.dat", DamageLongChunk, "Damaged chunk in x.dat at row 0 of column 1"},
+      {"damage", "/x.dat", DamageChunk,
+       "H5Dread failed for name=x.dat: damaged chunk at row 0 of column 1"},
+      {"late damage", "/x.dat", DamageLongChunk,
+       "H5Dread failed for name=x.dat: damaged chunk at row 0 of column 1"},
       // Groups and links.
       {"cycle", "/A.dir/B.dir/C.dir", Link("/A.dir", "/A.dir/B.dir/C.dir", false),
        "itself through"},
