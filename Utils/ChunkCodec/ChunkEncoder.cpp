@@ -32,6 +32,7 @@ struct Workspace {
   std::unique_ptr<std::uint8_t[]> mpEncoded;
   std::size_t mPlanesRoom = 0;
   std::size_t mEncodedRoom = 0;
+  bool mIsInUse = false;  // and stays so if memory runs out: what it holds is of no use then
 
   static void Reserve(std::size_t room, std::unique_ptr<std::uint8_t[]>& buffer,
                       std::size_t& current) {
@@ -45,7 +46,11 @@ struct Workspace {
 };
 
 Workspace& ThreadWorkspace() {
-  return PerThread<Workspace>();
+  auto& workspace = PerThread<Workspace>();
+  if (workspace.mIsInUse) {
+    workspace = Workspace();
+  }
+  return workspace;
 }
 
 void AppendHighByteFirst(std::uint32_t number, int bytes, std::vector<std::byte>& out) {
@@ -114,6 +119,7 @@ std::size_t ChunkEncoder::FirstValue(std::size_t piece) const {
 
 ChunkEncoder::Piece ChunkEncoder::EncodePiece(std::size_t piece) const {
   Workspace& workspace = ThreadWorkspace();
+  workspace.mIsInUse = true;
   const std::size_t first = FirstValue(piece);
   const std::size_t values = FirstValue(piece + 1) - first;
 
@@ -156,6 +162,7 @@ ChunkEncoder::Piece ChunkEncoder::EncodePiece(std::size_t piece) const {
     }
     result.mBytes.insert(result.mBytes.end(), encoded, encoded + part.mSize);
   }
+  workspace.mIsInUse = false;
   return result;
 }
 

@@ -3,11 +3,32 @@
 #include <gmock/gmock.h>
 #include <zlib.h>
 
+#include <cstdlib>
+#include <new>
 #include <thread>
 #include <vector>
 
 #include "Utils/ChunkCodec/AwkwardColumns.hpp"
 #include "Utils/ChunkCodec/Shuffle.hpp"
+
+namespace {
+
+// Allocations of this thread until one fails; negative if none does.
+thread_local int sAllocationsLeft = -1;
+
+}  // namespace
+
+// Not inlined: compilers would see malloc() paired with delete.
+[[gnu::noinline]] void* operator new(std::size_t size) {
+  void* storage = sAllocationsLeft >= 0 && sAllocationsLeft-- == 0 ? nullptr : std::malloc(size);
+  return storage != nullptr ? storage : throw std::bad_alloc();
+}
+[[gnu::noinline]] void operator delete(void* storage) noexcept {
+  std::free(storage);
+}
+[[gnu::noinline]] void operator delete(void* storage, std::size_t) noexcept {
+  std::free(storage);
+}
 
 namespace {
 
@@ -40,6 +61,28 @@ TEST(ChunkEncoder, GivesTheSameBytesWhateverWasEncodedBefore) {
     std::vector<std::byte> fresh;
     std::thread([&] { fresh = EncodeChunk(values, AllFilters); }).join();
     EXPECT_EQ(EncodeChunk(values, AllFilters), fresh) << column.mName;
+  }
+}
+
+// Nor anything from one that failed.
+TEST(ChunkEncoder, GivesTheSameBytesAfterMemoryRanOut) {
+  const std::vector<double> values = AwkwardColumns().front().Values(5000);
+  const std::vector<std::byte> expected = EncodeChunk(values, AllFilters);
+  for (const AwkwardColumn& column : AwkwardColumns()) {
+    const std::vector<double> before = column.Values(60000);
+    bool hasFailed = true;
+    for (int allocations = 0; hasFailed; ++allocations) {
+      std::thread([&] {
+        sAllocationsLeft = allocations;
+        try {
+          EncodeChunk(before, AllFilters);
+          hasFailed = false;
+        } catch (const std::bad_alloc&) {
+        }
+        sAllocationsLeft = -1;
+        EXPECT_EQ(EncodeChunk(values, AllFilters), expected) << column.mName << allocations;
+      }).join();
+    }
   }
 }
 
