@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <memory>
 #include <sstream>
@@ -30,7 +31,7 @@ class CachedH5FileTest : public testing::Test {
     CachedH5File file(Path(name), ReadWrite, {}, 0);
     auto& dat = file.GetObjectForWrite<Dat>("x.dat");
     if (!dat.IsInitialized()) {
-      dat.Initialize({"t"}, false, 16);
+      dat.Initialize({"t"}, true, 16);
     }
     for (int i = 0; i < rows; ++i) {
       dat.Append({static_cast<double>(i)});
@@ -56,6 +57,18 @@ TEST_F(CachedH5FileTest, DataOutlivesHandlesAndIsWrittenWhenPurged) {
   }
   TheCachedH5FileHolder().PurgeCache();
   EXPECT_EQ(RowsOnDisk("a.h5"), 5u);
+}
+
+// After what the main thread keeps has gone; a chunk was encoded before.
+TEST_F(CachedH5FileTest, WhatWaitsIsWrittenWhenTheProcessEnds) {
+  const auto run = [this] {
+    Append("a.h5", 32);
+    TheCachedH5FileHolder().PurgeCache();
+    Append("a.h5", 32);
+    std::exit(0);
+  };
+  EXPECT_EXIT(run(), testing::ExitedWithCode(0), "");
+  EXPECT_EQ(RowsOnDisk("a.h5"), 64u);
 }
 
 TEST_F(CachedH5FileTest, TheLargestFileIsWrittenAboveTheLimit) {
