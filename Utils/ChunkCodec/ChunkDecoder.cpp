@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstring>
 #include <memory>
+#include <utility>
 
 #include "Utils/ChunkCodec/Fletcher32.hpp"
 #include "Utils/ChunkCodec/Inflate.hpp"
@@ -14,6 +15,8 @@ namespace ChunkCodec {
 namespace {
 
 constexpr std::size_t ChecksumBytes = 4;
+// A match of 258 bytes takes two bits at least.
+constexpr std::size_t MostDeflated = 1032;
 
 DecodeStatus StripChecksum(std::span<const std::byte>& stored) {
   if (stored.size() < ChecksumBytes) {
@@ -35,6 +38,21 @@ DecodeStatus CheckSize(std::size_t actual, std::size_t expected) {
   return actual < expected   ? DecodeStatus::TooFewValues
          : actual > expected ? DecodeStatus::TooManyValues
                              : DecodeStatus::Ok;
+}
+
+// As HDF5 does: what is left over by whole elements stays as it is, at the end.
+void UnshuffleElements(std::vector<std::byte>& bytes, std::size_t elementBytes) {
+  if (elementBytes <= 1) {
+    return;
+  }
+  std::vector<std::byte> whole = bytes;
+  const std::size_t elements = bytes.size() / elementBytes;
+  for (std::size_t k = 0; k < elementBytes; ++k) {
+    for (std::size_t i = 0; i < elements; ++i) {
+      whole[i * elementBytes + k] = bytes[k * elements + i];
+    }
+  }
+  bytes = std::move(whole);
 }
 
 }  // namespace
@@ -97,6 +115,41 @@ DecodeStatus DecodeChunk(std::span<const std::byte> stored, const Filters& filte
                          std::span<double> values) {
   const ChunkPart whole[] = {{0, values}};
   return DecodeChunk(stored, filters, values.size(), whole);
+}
+
+DecodeStatus UndoFilters(std::vector<std::byte>& bytes, std::span<const FilterStep> steps,
+                         std::size_t chunkBytes) {
+  for (; !steps.empty(); steps = steps.first(steps.size() - 1)) {
+    switch (steps.back().mKind) {
+      case FilterStep::Kind::Fletcher32: {
+        std::span<const std::byte> stored = bytes;
+        if (const DecodeStatus status = StripChecksum(stored); status != DecodeStatus::Ok) {
+          return status;
+        }
+        bytes.resize(stored.size());
+        break;
+      }
+      case FilterStep::Kind::Deflate: {
+        const auto checksums =
+            std::ranges::count(steps, FilterStep::Kind::Fletcher32, &FilterStep::mKind);
+        const std::size_t inflatedBytes =
+            chunkBytes + ChecksumBytes * static_cast<std::size_t>(checksums);
+        if (inflatedBytes / MostDeflated > bytes.size()) {
+          return DecodeStatus::TooFewValues;
+        }
+        std::vector<std::byte> inflated(inflatedBytes);
+        if (const DecodeStatus status = Inflate(bytes, inflated); status != DecodeStatus::Ok) {
+          return status;
+        }
+        bytes = std::move(inflated);
+        break;
+      }
+      case FilterStep::Kind::Shuffle:
+        UnshuffleElements(bytes, steps.back().mElementBytes);
+        break;
+    }
+  }
+  return CheckSize(bytes.size(), chunkBytes);
 }
 
 }  // namespace ChunkCodec

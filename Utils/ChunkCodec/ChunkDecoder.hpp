@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <span>
+#include <vector>
 
 #include "Utils/ChunkCodec/Filters.hpp"
 
@@ -38,5 +39,19 @@ struct ChunkPart {
 /// Decodes all values of a chunk.
 [[nodiscard]] DecodeStatus DecodeChunk(std::span<const std::byte> stored, const Filters& filters,
                                        std::span<double> values);
+
+/// A filter that a chunk went through; those of HDF5 may come in any order.
+struct FilterStep {
+  enum class Kind { Shuffle, Deflate, Fletcher32 };
+  Kind mKind;
+  std::size_t mElementBytes = 1;  // that shuffle took apart
+};
+
+/// Undoes all the steps, the last first, for a chunk of elements of any type, which has
+/// `chunkBytes` bytes without filters. Deflate may be among the steps once. Makes room for no more
+/// than deflate could have compressed to the bytes there are. What is in `bytes` after a failure is
+/// undefined.
+[[nodiscard]] DecodeStatus UndoFilters(std::vector<std::byte>& bytes,
+                                       std::span<const FilterStep> steps, std::size_t chunkBytes);
 
 }  // namespace ChunkCodec

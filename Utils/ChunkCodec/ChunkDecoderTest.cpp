@@ -3,18 +3,22 @@
 #include <gmock/gmock.h>
 #include <zlib.h>
 
+#include <algorithm>
 #include <cstring>
 #include <random>
+#include <string>
 #include <vector>
 
 #include "Utils/ChunkCodec/AwkwardColumns.hpp"
 #include "Utils/ChunkCodec/ChunkEncoder.hpp"
+#include "Utils/ChunkCodec/Fletcher32.hpp"
 #include "Utils/ChunkCodec/Shuffle.hpp"
 
 namespace {
 
 using ChunkCodec::DecodeStatus;
 using ChunkCodec::Filters;
+using ChunkCodec::FilterStep;
 
 constexpr Filters AllFilters{true, true, true};
 constexpr Filters NoChecksum{true, true, false};
@@ -144,6 +148,44 @@ TEST(ChunkDecoder, DecodesPartsOfAChunk) {
       EXPECT_TRUE(SameBits({part.begin(), part.end()},
                            {from, from + static_cast<std::ptrdiff_t>(part.size())}));
     }
+  }
+}
+
+TEST(ChunkDecoder, UndoesFiltersInAnyOrderForElementsOfAnySize) {
+  using Kind = FilterStep::Kind;
+  const std::vector<double> values = AwkwardColumns().front().Values(1000);
+  const auto plain = std::as_bytes(std::span(values));
+  const FilterStep all[] = {{Kind::Shuffle, 8}, {Kind::Deflate}, {Kind::Fletcher32}};
+  const std::vector<std::byte> encoded = EncodeChunk(values, AllFilters);
+  std::vector<std::byte> bytes = encoded;
+  ASSERT_EQ(UndoFilters(bytes, all, plain.size()), DecodeStatus::Ok);
+  EXPECT_TRUE(std::ranges::equal(bytes, plain));
+
+  // The checksum of what is deflated thereafter; elements of three bytes and two bytes left over.
+  const std::string text = "adgjbehkcfi..";
+  const std::string unshuffled = "abcdefghijk..";
+  const std::uint32_t sum = ChunkCodec::Fletcher32(std::as_bytes(std::span(text)));
+  std::string checked = text;
+  for (int i = 0; i < 4; ++i) {
+    checked += static_cast<char>(sum >> 8 * i);
+  }
+  const FilterStep other[] = {{Kind::Shuffle, 3}, {Kind::Fletcher32}, {Kind::Deflate}};
+  bytes.resize(100);
+  uLongf size = bytes.size();
+  ASSERT_EQ(compress(reinterpret_cast<Bytef*>(bytes.data()), &size,
+                     reinterpret_cast<const Bytef*>(checked.data()), checked.size()),
+            Z_OK);
+  bytes.resize(size);
+  const std::vector<std::byte> deflated = bytes;
+  ASSERT_EQ(UndoFilters(bytes, other, text.size()), DecodeStatus::Ok);
+  EXPECT_TRUE(std::ranges::equal(bytes, std::as_bytes(std::span(unshuffled))));
+
+  for (const auto& [chunkBytes, expected] :
+       {std::pair(text.size() + 1, DecodeStatus::TooFewValues),
+        std::pair(text.size() - 1, DecodeStatus::TooManyValues),
+        std::pair(std::size_t{1} << 60, DecodeStatus::TooFewValues)}) {
+    bytes = deflated;
+    EXPECT_EQ(UndoFilters(bytes, other, chunkBytes), expected) << chunkBytes;
   }
 }
 

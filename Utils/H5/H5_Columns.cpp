@@ -2,10 +2,13 @@
 
 #include <algorithm>
 #include <memory>
+#include <optional>
 
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/H5/H5_Chunks.hpp"
 #include "Utils/H5/H5_PendingReads.hpp"
+#include "Utils/H5/H5_RawChunks.hpp"
+#include "Utils/H5/H5_Storage.hpp"
 #include "Utils/H5/H5_Utils.hpp"
 #include "Utils/H5/Handle.hpp"
 
@@ -74,6 +77,9 @@ void Transpose(const double* rowMajor, std::uint64_t rows, std::uint64_t columns
 }  // namespace
 
 TableLayout ReadTableLayout(hid_t dataset_id, const std::string& name, Location where) {
+  PropertyListHandle cparms_id(H5Dget_create_plist(dataset_id));
+  REQUIRE_AT(where, cparms_id>=0, "H5Dget_create_plist failed");
+  RequireOwnStorage(cparms_id, name, where);
   DataspaceHandle dataspace_id(H5Dget_space(dataset_id));
   REQUIRE_AT(where, dataspace_id>=0, "H5Dget_space failed");
   const std::vector<hsize_t> dims = Vexa_H5::Extents(dataspace_id, where);
@@ -85,8 +91,6 @@ TableLayout ReadTableLayout(hid_t dataset_id, const std::string& name, Location 
   TableLayout layout;
   layout.mRows = dims[0];
   layout.mColumns = dims[1];
-  PropertyListHandle cparms_id(H5Dget_create_plist(dataset_id));
-  REQUIRE_AT(where, cparms_id>=0, "H5Dget_create_plist failed");
   const H5D_layout_t storage = H5Pget_layout(cparms_id);
   REQUIRE_AT(where, storage>=0, "H5Pget_layout failed");
   if (storage == H5D_CHUNKED) {
@@ -95,6 +99,7 @@ TableLayout ReadTableLayout(hid_t dataset_id, const std::string& name, Location 
     REQUIRE_AT(where, chunkRank==2, "H5Pget_chunk failed");
     layout.mChunkRows = chunk[0];
     layout.mChunkColumns = chunk[1];
+    layout.mHasFilters = H5Pget_nfilters(cparms_id) > 0;
     layout.mMovesChunks = chunk[1] == 1 && CanMoveChunks(dataset_id, cparms_id, layout.mFilters);
   }
   err = cparms_id.Close();
@@ -104,9 +109,6 @@ TableLayout ReadTableLayout(hid_t dataset_id, const std::string& name, Location 
   const hsize_t mostColumns = 1000000;
   REQUIRE_AT(where, layout.mColumns<=mostColumns,
              name << " claims " << layout.mColumns << " columns");
-  if (storage == H5D_VIRTUAL) {
-    return layout;  // what it has is stored elsewhere
-  }
   const std::uint64_t stored = H5Dget_storage_size(dataset_id);
   const long double valueSize = sizeof(double);
   layout.mStoredBytes = stored;
@@ -126,10 +128,15 @@ namespace {
 class BlockReader {
  public:
   explicit BlockReader(const OpenTable& table)
-      : mTable(table), mSelection(table.mDataset_id, table.mWhere) {}
+      : mTable(table), mSelection(table.mDataset_id, table.mWhere) {
+    if (table.mLayout.mHasFilters) {
+      mChunks.emplace(table.mDataset_id, table.mName, table.mWhere);
+    }
+  }
 
   // Values come as they lie in the file: row after row.
   void Read(const ColumnBlock& block, double* values) {
+    RequireWholeChunks(block);
     mSelection.Select(block);
     const herr_t err =
         mTable.mTrace(4,
@@ -142,8 +149,24 @@ class BlockReader {
   void Close() { mSelection.Close(); }
 
  private:
+  void RequireWholeChunks(const ColumnBlock& block) const {
+    if (!mChunks || !mChunks->CanRead()) {
+      return;
+    }
+    const std::uint64_t rows = mTable.mLayout.mChunkRows;
+    const std::uint64_t columns = mTable.mLayout.mChunkColumns;
+    for (std::uint64_t row = block.mFirstRow / rows * rows; row < block.mFirstRow + block.mRows;
+         row += rows) {
+      for (std::uint64_t column = block.mFirstColumn / columns * columns;
+           column < block.mFirstColumn + block.mColumns; column += columns) {
+        mChunks->Read({row, column});
+      }
+    }
+  }
+
   const OpenTable& mTable;
   Selection mSelection;
+  std::optional<H5_RawChunks> mChunks;  // if there are filters
 };
 
 // A chunk without checksum or compression does not tell whether all of it is there; and the library

@@ -28,13 +28,15 @@ struct TableLayout {
   std::uint64_t mColumns = 0;
   std::uint64_t mChunkRows = 0;     // 0: not chunked
   std::uint64_t mChunkColumns = 0;  // 1: a chunk holds a single column, as in every table of ours
-  std::uint64_t mStoredBytes = 0;   // on disk; 0 if they are in other files
-  bool mMovesChunks = false;        // chunks can be moved past the library's filters
-  ChunkCodec::Filters mFilters;     // of such chunks
+  std::uint64_t mStoredBytes = 0;   // on disk
+  bool mHasFilters = false;
+  bool mMovesChunks = false;     // chunks can be moved past the library's filters
+  ChunkCodec::Filters mFilters;  // of such chunks
 };
 
 /// Reads extents and chunking of an open dataset; fails with "Dimension mismatch." unless its rank
-/// is 2, and when it claims more than can be stored (see RequirePlausibleSize).
+/// is 2, and when it claims more than can be stored (see RequirePlausibleSize), or its values are
+/// in other files.
 TableLayout ReadTableLayout(hid_t dataset_id, const std::string& name, std::source_location where);
 
 /// An open table as the functions below are handed it: lent, by the object that has it open and

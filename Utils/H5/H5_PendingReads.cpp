@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "Utils/ErrorHandling/Require.hpp"
+#include "Utils/H5/H5_RawChunks.hpp"
 
 namespace {
 
@@ -15,20 +16,13 @@ ChunkCodec::DecodeStatus DecodeNow(const StoredChunk& chunk, std::uint64_t chunk
                                  chunkRows, chunk.mParts);
 }
 
-void RequireDecoded(const StoredChunk& chunk, ChunkCodec::DecodeStatus status,
-                    const std::string& name, std::source_location where) {
-  REQUIRE_AT(where, status==ChunkCodec::DecodeStatus::Ok,
-             "H5Dread failed for name=" << name << ": damaged chunk at row " << chunk.mRow
-                                        << " of column " << chunk.mColumn << ": "
-                                        << ChunkCodec::Describe(status));
-}
-
 }  // namespace
 
 void PendingReads::Decode(const OpenTable& table, StoredChunk chunk) {
   const std::uint64_t chunkRows = table.mLayout.mChunkRows;
   if (chunkRows < sValuesWorthAWorker) {
-    RequireDecoded(chunk, DecodeNow(chunk, chunkRows), table.mName, table.mWhere);
+    RequireDecoded(DecodeNow(chunk, chunkRows), table.mName, chunk.mRow, chunk.mColumn,
+                   table.mWhere);
     return;
   }
   if (mOrigins.empty() || mOrigins.back().mName != table.mName ||
@@ -50,7 +44,8 @@ void PendingReads::Finish() {
   for (const Item& item : mItems) {
     const Origin& origin = *item.mpOrigin;
     const ReportContext context(origin.mDataset, origin.mFile);
-    RequireDecoded(item.mChunk, item.mStatus, origin.mName, origin.mWhere);
+    RequireDecoded(item.mStatus, origin.mName, item.mChunk.mRow, item.mChunk.mColumn,
+                   origin.mWhere);
   }
   mItems.clear();
   mOrigins.clear();

@@ -9,11 +9,6 @@ namespace {
 
 using Location = std::source_location;
 
-struct Filter {
-  H5Z_filter_t mNumber;
-  std::string mName;
-};
-
 std::string FilterName(H5Z_filter_t number, const std::string& storedName, unsigned level) {
   switch (number) {
     case H5Z_FILTER_SHUFFLE:
@@ -27,40 +22,45 @@ std::string FilterName(H5Z_filter_t number, const std::string& storedName, unsig
   }
 }
 
-std::vector<Filter> ReadFilters(hid_t dataset_id, Location where) {
+}  // namespace
+
+std::vector<H5_Filter> ReadFilters(hid_t dataset_id, Location where) {
   PropertyListHandle cparms_id(H5Dget_create_plist(dataset_id));
   REQUIRE_AT(where, cparms_id>=0, "H5Dget_create_plist failed");
   const int count = H5Pget_nfilters(cparms_id);
   REQUIRE_AT(where, count>=0, "H5Pget_nfilters failed");
-  std::vector<Filter> filters;
+  std::vector<H5_Filter> filters;
   for (int i = 0; i < count; ++i) {
     unsigned flags = 0;
-    unsigned level = 0;
+    unsigned parameter = 0;
     std::size_t values = 1;  // of the parameters only the first is of interest
     std::array<char, 256> name{};
     const H5Z_filter_t number = H5Pget_filter2(cparms_id, static_cast<unsigned>(i), &flags, &values,
-                                               &level, name.size() - 1, name.data(), nullptr);
+                                               &parameter, name.size() - 1, name.data(), nullptr);
     REQUIRE_AT(where, number>=0, "H5Pget_filter2 failed");
-    filters.push_back({number, FilterName(number, name.data(), level)});
+    filters.push_back({number, parameter, FilterName(number, name.data(), parameter)});
   }
   const herr_t err = cparms_id.Close();
   REQUIRE_AT(where, 0==err, "H5Pclose failed");
   return filters;
 }
 
-}  // namespace
-
 H5_Storage ReadStorage(hid_t dataset_id, Location where) {
   H5_Storage storage;
-  for (Filter& filter : ReadFilters(dataset_id, where)) {
+  for (H5_Filter& filter : ReadFilters(dataset_id, where)) {
     storage.mFilters.push_back(std::move(filter.mName));
   }
   storage.mBytes = H5Dget_storage_size(dataset_id);
   return storage;
 }
 
+void RequireOwnStorage(hid_t cparms_id, const std::string& name, Location where) {
+  REQUIRE_AT(where, H5Pget_layout(cparms_id)!=H5D_VIRTUAL && H5Pget_external_count(cparms_id)==0,
+             name << " has its values in other files");
+}
+
 void RequireReadableDoubles(hid_t dataset_id, const std::string& name, Location where) {
-  for (const Filter& filter : ReadFilters(dataset_id, where)) {
+  for (const H5_Filter& filter : ReadFilters(dataset_id, where)) {
     REQUIRE_AT(where, H5Zfilter_avail(filter.mNumber)>0,
                name << " was written with a filter that is not here: " << filter.mName);
   }

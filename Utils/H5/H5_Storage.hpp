@@ -7,14 +7,30 @@
 #include <string>
 #include <vector>
 
+/// One that the chunks of a dataset pass when they are written.
+struct H5_Filter {
+  H5Z_filter_t mNumber;
+  unsigned mParameter;  // the first: of shuffle the bytes of an element, of deflate the level
+  std::string mName;
+};
+
+/// The filters of an open dataset, in their order, named as HDF5 and the makers of further filters
+/// name them.
+std::vector<H5_Filter> ReadFilters(hid_t dataset_id, std::source_location where);
+
 /// What a dataset takes on disk, and the filters that its chunks pass when they are written.
 struct H5_Storage {
   std::vector<std::string> mFilters;  // in their order: "shuffle", "deflate 1", "fletcher32", ...
   std::uint64_t mBytes = 0;
 };
 
-/// Of an open dataset. Filters are named as HDF5 and the makers of further filters name them.
+/// Of an open dataset.
 H5_Storage ReadStorage(hid_t dataset_id, std::source_location where);
+
+/// Fails if the values of a dataset, whose creation list this is, are not in its file: if it is
+/// virtual or has external storage. What such a dataset names may be anything, itself or a device,
+/// and is opened when the library is asked for extents or values.
+void RequireOwnStorage(hid_t cparms_id, const std::string& name, std::source_location where);
 
 /// Fails unless this library has all the filters of the dataset, and elements of its type can
 /// become doubles: then what is damaged is all that can keep it from being read.

@@ -2,6 +2,7 @@
 
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/H5/H5Type.hpp"
+#include "Utils/H5/H5_Storage.hpp"
 #include "Utils/H5/H5_Utils.hpp"
 
 namespace H5_Objects {
@@ -21,6 +22,11 @@ void StringDataSet::OpenObject(hid_t parentGroupId) {
     mMy_id = mTrace(5, H5Dopen2(parentGroupId, mName.c_str(), Vexa_H5::DatasetAccess()),
                     "H5Dopen2(", parentGroupId, ", \"", mName, "\")");
     REQUIRE_AT(mWhere, mMy_id>=0, "H5Dopen2 failed");
+    PropertyListHandle cparms_id(H5Dget_create_plist(mMy_id));
+    REQUIRE_AT(mWhere, cparms_id>=0, "H5Dget_create_plist failed");
+    RequireOwnStorage(cparms_id, mName, mWhere);
+    const herr_t err = cparms_id.Close();
+    REQUIRE_AT(mWhere, 0==err, "H5Pclose failed");
     TakeExisting(FileExtents(mWhere));
   } else {
     std::vector<hsize_t> dims;

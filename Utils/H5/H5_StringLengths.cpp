@@ -4,9 +4,11 @@
 #include <fstream>
 #include <functional>
 #include <numeric>
+#include <span>
 #include <vector>
 
 #include "Utils/ErrorHandling/Require.hpp"
+#include "Utils/H5/H5_RawChunks.hpp"
 #include "Utils/H5/H5_Utils.hpp"
 #include "Utils/H5/Handle.hpp"
 
@@ -28,11 +30,11 @@ class LengthSum {
     REQUIRE_AT(mWhere, err>=0, "H5Fget_filesize failed");
   }
 
-  void Add(const std::vector<unsigned char>& elements) {
+  void Add(std::span<const std::byte> elements) {
     for (std::size_t at = 0; at < elements.size(); at += mElementBytes) {
       std::uint64_t length = 0;
       for (std::size_t i = sLengthBytes; i-- > 0;) {
-        length = length << 8 | elements[at + i];
+        length = length << 8 | std::to_integer<std::uint64_t>(elements[at + i]);
       }
       mSum += length;
     }
@@ -61,56 +63,15 @@ std::string FileOf(hid_t dataset_id, Location where) {
 void AddContiguous(hid_t dataset_id, hsize_t bytes, LengthSum& sum, Location where) {
   const haddr_t address = H5Dget_offset(dataset_id);
   if (address == HADDR_UNDEF) {
-    return;  // never written, or in other files
+    return;  // never written
   }
-  std::vector<unsigned char> elements(bytes);
+  std::vector<std::byte> elements(bytes);
   std::ifstream file(FileOf(dataset_id, where), std::ios::binary);
   file.seekg(static_cast<std::streamoff>(address));
   file.read(reinterpret_cast<char*>(elements.data()), static_cast<std::streamsize>(bytes));
   REQUIRE_AT(where, static_cast<hsize_t>(file.gcount())==bytes, "The file ends within the dataset");
   sum.Add(elements);
 }
-
-#if H5_VERSION_GE(1, 10, 3)
-
-void AddChunk(hid_t dataset_id, const std::vector<hsize_t>& offset, hsize_t bytes, LengthSum& sum,
-              Location where) {
-  hsize_t stored = 0;
-  {
-    // Fails on a chunk that was never written.
-    const MuteH5Errors muted;
-    if (H5Dget_chunk_storage_size(dataset_id, offset.data(), &stored) < 0 || stored == 0) {
-      return;
-    }
-  }
-  REQUIRE_AT(where, stored==bytes, "Damaged chunk of strings: " << stored << " bytes instead of "
-                                                                << bytes);
-  std::vector<unsigned char> elements(bytes);
-  std::uint32_t filterMask = 0;
-  const herr_t err =
-      H5Dread_chunk(dataset_id, H5P_DEFAULT, offset.data(), &filterMask, elements.data());
-  REQUIRE_AT(where, err>=0, "H5Dread_chunk failed");
-  sum.Add(elements);
-}
-
-void AddChunks(hid_t dataset_id, const std::vector<hsize_t>& dims,
-               const std::vector<hsize_t>& chunk, hsize_t bytes, LengthSum& sum, Location where) {
-  std::vector<hsize_t> offset(dims.size(), 0);
-  for (std::size_t d = 0; d < dims.size();) {
-    AddChunk(dataset_id, offset, bytes, sum, where);
-    for (d = 0; d < dims.size() && (offset[d] += chunk[d]) >= dims[d]; ++d) {
-      offset[d] = 0;
-    }
-  }
-}
-
-#else
-
-// Such a library hands out no chunks.
-void AddChunks(hid_t, const std::vector<hsize_t>&, const std::vector<hsize_t>&, hsize_t, LengthSum&,
-               Location) {}
-
-#endif
 
 }  // namespace
 
@@ -139,19 +100,17 @@ void Vexa_H5::RequireStringsInFile(hid_t dataset_id, const std::string& name, Lo
   }
   const DataspaceHandle space_id(H5Dget_space(dataset_id));
   REQUIRE_AT(where, space_id>=0, "H5Dget_space failed");
-  const std::vector<hsize_t> dims = Extents(space_id, where);
   const hsize_t elementBytes = ElementBytes(dataset_id, type_id, where);
-  const auto bytesOf = [elementBytes](const std::vector<hsize_t>& extents) {
-    return std::accumulate(extents.begin(), extents.end(), elementBytes, std::multiplies<>());
-  };
   LengthSum sum(dataset_id, elementBytes, name, where);
   const H5D_layout_t layout = H5Pget_layout(cparms_id);
   if (layout == H5D_CONTIGUOUS) {
-    AddContiguous(dataset_id, bytesOf(dims), sum, where);
-  } else if (layout == H5D_CHUNKED && H5Pget_nfilters(cparms_id) == 0) {
-    std::vector<hsize_t> chunk(dims.size());
-    const int rank = H5Pget_chunk(cparms_id, static_cast<int>(chunk.size()), chunk.data());
-    REQUIRE_AT(where, rank==static_cast<int>(chunk.size()), "H5Pget_chunk failed");
-    AddChunks(dataset_id, dims, chunk, bytesOf(chunk), sum, where);
+    const std::vector<hsize_t> dims = Extents(space_id, where);
+    AddContiguous(dataset_id,
+                  std::accumulate(dims.begin(), dims.end(), elementBytes, std::multiplies<>()), sum,
+                  where);
+  } else {
+    H5_RawChunks(dataset_id, name, where).ForEach([&sum](const std::vector<std::byte>& elements) {
+      sum.Add(elements);
+    });
   }
 }

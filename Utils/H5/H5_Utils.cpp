@@ -1,10 +1,12 @@
 #include "Utils/H5/H5_Utils.hpp"
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <functional>
 #include <numeric>
+#include <sstream>
 #include <tuple>
 
 #include "Utils/ErrorHandling/Require.hpp"
@@ -145,12 +147,33 @@ herr_t EvictOnClose([[maybe_unused]] unsigned flags, [[maybe_unused]] hid_t fapl
 #endif
 }
 
+// Where the library looks for the file of an external link: in the folders of an environment
+// variable, beside the file with the link and beside what that is a link to, and at the path
+// itself; of an absolute path that leads nowhere, it looks for the last part.
+std::vector<std::string> PlacesOf(const std::string& childFile, const std::string& parentFile) {
+  std::vector<std::string> folders = {GetDirectoryFromPath(parentFile)};
+  std::error_code ignored;
+  folders.push_back(std::filesystem::canonical(parentFile, ignored).parent_path());
+  if (const char* prefixes = std::getenv("HDF5_EXT_PREFIX")) {
+    std::istringstream stream(prefixes);
+    for (std::string prefix; std::getline(stream, prefix, ':');) {
+      folders.push_back(prefix);
+    }
+  }
+  std::vector<std::string> places = {childFile};
+  const std::string name =
+      childFile.starts_with('/') ? childFile.substr(childFile.rfind('/') + 1) : childFile;
+  for (const std::string& folder : folders) {
+    places.push_back(folder + "/" + name);
+  }
+  return places;
+}
+
 // Called before an external link is followed; a negative answer makes the library fail.
 herr_t PrepareForExternalFile(const char* parentFile, const char*, const char* childFile,
                               const char*, unsigned* flags, hid_t fapl_id, void*) {
   try {
-    const std::string beside = GetDirectoryFromPath(parentFile) + "/" + childFile;
-    for (const std::string& path : {std::string(childFile), beside}) {
+    for (const std::string& path : PlacesOf(childFile, parentFile)) {
       if (FileExists(path) && !IsRegularFile(path)) {
         return -1;
       }

@@ -7,6 +7,7 @@
 #include <limits>
 
 #include "Executables/Kelmor/Tests/KelmorFixture.hpp"
+#include "Utils/ChunkCodec/ChunkEncoder.hpp"
 #include "Utils/H5/Handle.hpp"
 
 namespace {
@@ -93,6 +94,55 @@ void CutChunk(const std::string& path) {
   const hsize_t offset[2] = {};
   const double values[2] = {0, 1};
   EXPECT_GE(H5Dwrite_chunk(dataset, H5P_DEFAULT, 0, offset, sizeof(values), values), 0);
+}
+
+// A chunk that the library has to decode, for it holds two columns, and that inflates to half of
+// what it should.
+void DeflateHalfAChunk(File& file) {
+  const hsize_t extents[2] = {4, 2};
+  const PropertyListHandle list(H5Pcreate(H5P_DATASET_CREATE));
+  H5Pset_chunk(list, 2, extents);
+  H5Pset_deflate(list, 1);
+  const DataspaceHandle space(H5Screate_simple(2, extents, nullptr));
+  const DatasetHandle dataset(
+      H5Dcreate2(file.Id(), "/x.dat", H5T_NATIVE_DOUBLE, space, H5P_DEFAULT, list, H5P_DEFAULT));
+  const double values[4] = {0, 1, 2, 3};
+  const std::vector<std::byte> stored = ChunkCodec::EncodeChunk(values, {.mDeflate = true});
+  const hsize_t offset[2] = {};
+  EXPECT_GE(H5Dwrite_chunk(dataset, H5P_DEFAULT, 0, offset, stored.size(), stored.data()), 0);
+}
+
+// A virtual table that is made of itself; or one, or a text, whose values are in another file.
+void IsItsOwnSource(File& file) {
+  const hsize_t extents[2] = {4, 2};
+  const PropertyListHandle list(H5Pcreate(H5P_DATASET_CREATE));
+  const DataspaceHandle space(H5Screate_simple(2, extents, nullptr));
+  EXPECT_GE(H5Pset_virtual(list, space, ".", "/x.dat", space), 0);
+  const DatasetHandle dataset(
+      H5Dcreate2(file.Id(), "/x.dat", H5T_NATIVE_DOUBLE, space, H5P_DEFAULT, list, H5P_DEFAULT));
+  EXPECT_GE(dataset, 0);
+}
+Builder IsElsewhere(const char* path, const std::vector<hsize_t>& dims, hid_t type) {
+  return In([=](File& file) {
+    const PropertyListHandle list(H5Pcreate(H5P_DATASET_CREATE));
+    EXPECT_GE(H5Pset_external(list, "/dev/zero", 0, H5F_UNLIMITED), 0);
+    const DataspaceHandle space(
+        H5Screate_simple(static_cast<int>(dims.size()), dims.data(), nullptr));
+    const DatasetHandle dataset(
+        H5Dcreate2(file.Id(), path, type, space, H5P_DEFAULT, list, H5P_DEFAULT));
+    EXPECT_GE(dataset, 0);
+  });
+}
+
+// Where an absolute path leads nowhere, its last part is looked for beside the file.
+void LinkToFifo(const std::string& path) {
+  const std::string fifo = path + ".fifo";
+  mkfifo(fifo.c_str(), 0600);
+  File file = File::Create(path);
+  const std::string nowhere = "/nowhere/" + fs::path(fifo).filename().string();
+  EXPECT_GE(
+      H5Lcreate_external(nowhere.c_str(), "/x.dat", file.Id(), "/x.dat", H5P_DEFAULT, H5P_DEFAULT),
+      0);
 }
 
 // Twenty groups, each linked twice in the one before: a million names in a small file.
@@ -212,6 +262,11 @@ const std::vector<BadInput>& BadInputs() {
        "H5Dread failed for name=x.dat: damaged chunk at row 0 of column 1"},
       {"late damage", "/x.dat", DamageLongChunk,
        "H5Dread failed for name=x.dat: damaged chunk at row 0 of column 1"},
+      {"half a chunk", "/x.dat", In(DeflateHalfAChunk),
+       "H5Dread failed for name=x.dat: damaged chunk at row 0 of column 0: too few values"},
+      {"its own source", "/x.dat", In(IsItsOwnSource), "x.dat has its values in other files"},
+      {"external", "/x.dat", IsElsewhere("/x.dat", {4, 2}, doubles), "has its values in other"},
+      {"external", "/s.txt", IsElsewhere("/s.txt", {4}, H5T_NATIVE_CHAR), "has its values in oth"},
       // Groups and links.
       {"cycle", "/A.dir/B.dir/C.dir", Link("/A.dir", "/A.dir/B.dir/C.dir", false),
        "itself through"},
@@ -220,6 +275,7 @@ const std::vector<BadInput>& BadInputs() {
       {"link to itself", "/A.dir/x.dat", Link("/A.dir/x.dat", "/A.dir/x.dat", true), "Opening of"},
       {"link to nothing", "/C.dir", Link("/nothing", "/C.dir", true), "H5Gopen2 failed"},
       {"multiplying", "", In(LinkTwiceEach), "leads to more objects than it has room for"},
+      {"link to a FIFO", "/x.dat", LinkToFifo, "Opening of"},
       {"no extension", "", Group("/A.dir/plain"), "create H5_Object node with name 'plain'"},
       {"unknown", "", Table("/A.dir/x.data", {{0}}), "these unidentified objects:\nx.data"},
       // No HDF5 file.

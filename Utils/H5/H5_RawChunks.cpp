@@ -1,0 +1,128 @@
+#include "Utils/H5/H5_RawChunks.hpp"
+
+#include <algorithm>
+#include <numeric>
+
+#include "Utils/ErrorHandling/Require.hpp"
+#include "Utils/H5/H5_Storage.hpp"
+#include "Utils/H5/H5_StringLengths.hpp"
+#include "Utils/H5/H5_Utils.hpp"
+#include "Utils/H5/Handle.hpp"
+
+using ChunkCodec::DecodeStatus;
+using ChunkCodec::FilterStep;
+
+void RequireDecoded(DecodeStatus status, const std::string& name, std::uint64_t row,
+                    std::uint64_t column, std::source_location where) {
+  REQUIRE_AT(where, status==DecodeStatus::Ok,
+             "H5Dread failed for name=" << name << ": damaged chunk at row " << row << " of column "
+                                        << column << ": " << ChunkCodec::Describe(status));
+}
+
+#if H5_VERSION_GE(1, 10, 3)
+
+namespace {
+
+// Whether the codec has all the filters; those that it has go to `steps`.
+bool TakeSteps(const std::vector<H5_Filter>& filters, std::vector<FilterStep>& steps) {
+  for (const H5_Filter& filter : filters) {
+    switch (filter.mNumber) {
+      case H5Z_FILTER_SHUFFLE:
+        steps.push_back({FilterStep::Kind::Shuffle, filter.mParameter});
+        break;
+      case H5Z_FILTER_DEFLATE:
+        steps.push_back({FilterStep::Kind::Deflate});
+        break;
+      case H5Z_FILTER_FLETCHER32:
+        steps.push_back({FilterStep::Kind::Fletcher32});
+        break;
+      default:
+        return false;
+    }
+  }
+  return std::ranges::count(steps, FilterStep::Kind::Deflate, &FilterStep::mKind) <= 1;
+}
+
+}  // namespace
+
+H5_RawChunks::H5_RawChunks(hid_t dataset_id, const std::string& name, std::source_location where)
+    : mDataset_id(dataset_id), mName(name), mWhere(where) {
+  const PropertyListHandle cparms_id(H5Dget_create_plist(dataset_id));
+  REQUIRE_AT(where, cparms_id>=0, "H5Dget_create_plist failed");
+  if (H5Pget_layout(cparms_id) != H5D_CHUNKED) {
+    return;
+  }
+  const DataspaceHandle space_id(H5Dget_space(dataset_id));
+  REQUIRE_AT(where, space_id>=0, "H5Dget_space failed");
+  mExtents.resize(Vexa_H5::Extents(space_id, where).size());
+  const int rank = H5Pget_chunk(cparms_id, static_cast<int>(mExtents.size()), mExtents.data());
+  REQUIRE_AT(where, rank==static_cast<int>(mExtents.size()), "H5Pget_chunk failed");
+  const DatatypeHandle type_id(H5Dget_type(dataset_id));
+  REQUIRE_AT(where, type_id>=0, "H5Dget_type failed");
+  mBytes = std::accumulate(mExtents.begin(), mExtents.end(),
+                           Vexa_H5::ElementBytes(dataset_id, type_id, where), std::multiplies<>());
+  unsigned chunkOptions = 0;
+  const herr_t err = H5Pget_chunk_opts(cparms_id, &chunkOptions);
+  REQUIRE_AT(where, err>=0, "H5Pget_chunk_opts failed");
+  // Filters may be left out for chunks at the edges, which are then not told from others.
+  mCanRead = chunkOptions == 0 && TakeSteps(ReadFilters(dataset_id, where), mSteps);
+}
+
+std::vector<std::byte> H5_RawChunks::Read(const std::vector<hsize_t>& offset) const {
+  const std::uint64_t row = offset[0];
+  const std::uint64_t column = offset.size() > 1 ? offset[1] : 0;
+  hsize_t size = 0;
+  {
+    // Fails on a chunk that was never written.
+    const MuteH5Errors muted;
+    if (H5Dget_chunk_storage_size(mDataset_id, offset.data(), &size) < 0 || size == 0) {
+      return {};
+    }
+  }
+  // No filter of these makes a chunk much larger than it was.
+  RequireDecoded(size > 2 * mBytes + 65536 ? DecodeStatus::TooManyValues : DecodeStatus::Ok, mName,
+                 row, column, mWhere);
+  std::vector<std::byte> bytes(size);
+  std::uint32_t filterMask = 0;
+  const herr_t err =
+      H5Dread_chunk(mDataset_id, H5P_DEFAULT, offset.data(), &filterMask, bytes.data());
+  REQUIRE_AT(mWhere, err>=0, "H5Dread_chunk failed for name=" << mName);
+  std::vector<FilterStep> steps;
+  for (std::size_t i = 0; i < mSteps.size(); ++i) {
+    if ((filterMask >> i & 1) == 0) {  // not skipped
+      steps.push_back(mSteps[i]);
+    }
+  }
+  RequireDecoded(ChunkCodec::UndoFilters(bytes, steps, mBytes), mName, row, column, mWhere);
+  return bytes;
+}
+
+void H5_RawChunks::ForEach(const std::function<void(const std::vector<std::byte>&)>& take) const {
+  const DataspaceHandle space_id(H5Dget_space(mDataset_id));
+  REQUIRE_AT(mWhere, space_id>=0, "H5Dget_space failed");
+  const std::vector<hsize_t> dims = Vexa_H5::Extents(space_id, mWhere);
+  if (!mCanRead || std::ranges::count(dims, hsize_t{0}) > 0) {
+    return;
+  }
+  std::vector<hsize_t> offset(dims.size(), 0);
+  for (std::size_t d = 0; d < dims.size();) {
+    take(Read(offset));
+    for (d = 0; d < dims.size() && (offset[d] += mExtents[d]) >= dims[d]; ++d) {
+      offset[d] = 0;
+    }
+  }
+}
+
+#else
+
+// Such a library hands out no chunks.
+H5_RawChunks::H5_RawChunks(hid_t dataset_id, const std::string& name, std::source_location where)
+    : mDataset_id(dataset_id), mName(name), mWhere(where) {}
+
+std::vector<std::byte> H5_RawChunks::Read(const std::vector<hsize_t>&) const {
+  return {};
+}
+
+void H5_RawChunks::ForEach(const std::function<void(const std::vector<std::byte>&)>&) const {}
+
+#endif
