@@ -67,9 +67,12 @@ const std::string& H5_Node::Filename() const {
 }
 
 const MyMap<std::string, H5_Node>& H5_Node::Children() const {
+  if (mpDirectory != nullptr) {
+    return mpDirectory->mChildren;
+  }
   // Never destroyed: files are written while the process exits.
-  static const auto* none = new MyMap<std::string, H5_Node>;
-  return mpDirectory == nullptr ? *none : mpDirectory->mChildren;
+  static const auto& none = *new MyMap<std::string, H5_Node>;
+  return none;
 }
 
 std::string_view H5_Node::GetExtension(std::string_view name) const {
