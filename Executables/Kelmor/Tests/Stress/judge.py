@@ -36,8 +36,8 @@ UNREADABLE = "unjudged, for h5py crashed"
 DIAGNOSTICS = re.compile(r"^(HDF5-DIAG|  #\d|    (major|minor)).*\n", re.MULTILINE)
 C_LIBRARY = re.compile(r"/lib(c|stdc\+\+|gcc_s)\.so| at \.|faults\.so|vgpreload|"
                        r"signal handler called")
-BROKEN_HEAP = re.compile(r"^(malloc|free|realloc|munmap_chunk|corrupted|double free)\b.*$",
-                         re.MULTILINE)
+BROKEN_HEAP = re.compile(r"^(malloc|free|realloc|munmap_chunk|corrupted|double free|"
+                         r"Fatal glibc error: malloc).*$", re.MULTILINE)
 FRAME = re.compile(r"^(#{4}|={4})", re.MULTILINE)
 
 
