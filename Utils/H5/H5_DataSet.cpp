@@ -119,6 +119,7 @@ std::vector<std::string> DataSet::ReadAllStrings(std::size_t count, Location whe
   } else {
     REQUIRE_AT(where, H5Tis_variable_str(my_dtype_id)>0 || H5Tget_class(my_dtype_id)!=H5T_STRING,
                "H5Dread failed: " << mName << " has strings of fixed length");
+    Vexa_H5::RequireWholeChunks(mMy_id, mName, where);
     Vexa_H5::RequireStringsInFile(mMy_id, mName, where);
     const auto read = [&](hid_t memoryType, void* buffer) {
       return mTrace(4, H5Dread(mMy_id, memoryType, H5S_ALL, H5S_ALL, H5P_DEFAULT, buffer),

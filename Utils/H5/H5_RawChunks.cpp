@@ -61,6 +61,9 @@ H5_RawChunks::H5_RawChunks(hid_t dataset_id, const std::string& name, std::sourc
   REQUIRE_AT(where, type_id>=0, "H5Dget_type failed");
   mBytes = std::accumulate(mExtents.begin(), mExtents.end(),
                            Vexa_H5::ElementBytes(dataset_id, type_id, where), std::multiplies<>());
+  // One chunk is what the library holds at least; a single element may stand in one of millions.
+  Vexa_H5::RequirePlausibleSize(static_cast<long double>(mBytes) / 64,
+                                H5Dget_storage_size(dataset_id), name, where);
   unsigned chunkOptions = 0;
   const herr_t err = H5Pget_chunk_opts(cparms_id, &chunkOptions);
   REQUIRE_AT(where, err>=0, "H5Pget_chunk_opts failed");
