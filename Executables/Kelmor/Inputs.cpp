@@ -6,6 +6,8 @@
 #include <ranges>
 #include <system_error>
 
+#include "Utils/ErrorHandling/Require.hpp"
+#include "Utils/Process/Files.hpp"
 #include "Utils/StringParsing/GlobMatches.hpp"
 
 namespace {
@@ -16,10 +18,16 @@ Inputs::Inputs(const MyVector<std::string>& filenames) {
   // Handles can be neither copied nor moved; the view makes each in its place.
   int opened = 0;
   const auto open = [&](const std::string& filename) {
+    mStamps.push_back(FileStamp(filename));
     return CachedH5File(filename, ReadOnly, {}, 0, ++opened <= sFilesKeptOpen);
   };
   const auto files = std::views::transform(filenames, open);
   mFiles.assign(MV::Sequence(files.begin(), filenames.size()));
+}
+
+void Inputs::RequireUnchanged(int file) const {
+  REQUIRE(FileStamp(mFiles[file].Filename())==mStamps[static_cast<std::size_t>(file)],
+          "The file has changed since its names were read");
 }
 
 std::uint64_t Inputs::TotalBytes() const {

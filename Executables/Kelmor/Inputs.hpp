@@ -21,10 +21,11 @@ class Inputs {
   std::uint64_t TotalBytes() const;
 
   /// Lends an object of a file to `read`, under a context that names both in reports, and lets go
-  /// of what was opened for it.
+  /// of what was opened for it. Fails if the file is not as it was when its names were read.
   template <class OBJECT, class Read>
   auto Visit(int file, const std::string& name, const Read& read) {
     const ReportContext context(name, mFiles[file].Filename());
+    RequireUnchanged(file);
     const Visitor visitor(*this, file);
     return read(mFiles[file].template GetObjectForRead<OBJECT>(name));
   }
@@ -60,8 +61,10 @@ class Inputs {
   };
 
   void Release(int file);
+  void RequireUnchanged(int file) const;
 
   MyVector<CachedH5File> mFiles;
+  std::vector<std::string> mStamps;  // of the files
   bool mKeepsObjectsOpen = false;
 };
 

@@ -30,6 +30,21 @@ bool IsRegularFile(const std::string& path) {
   return FileType(path) == S_IFREG;
 }
 
+std::string FileStamp(const std::string& path) {
+  struct stat status {};
+  if (stat(path.c_str(), &status) != 0) {
+    return "";
+  }
+  std::string stamp;
+  for (const auto number :
+       {static_cast<long long>(status.st_dev), static_cast<long long>(status.st_ino),
+        static_cast<long long>(status.st_size), static_cast<long long>(status.st_mtim.tv_sec),
+        static_cast<long long>(status.st_mtim.tv_nsec)}) {
+    stamp += std::to_string(number) + " ";
+  }
+  return stamp;
+}
+
 int CreateEmptyFile(const std::string& path) {
   const int descriptor = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
   return descriptor >= 0 && close(descriptor) == 0 ? 0 : errno;

@@ -44,6 +44,9 @@ TEST_F(FilesTest, KindsOfPaths) {
     EXPECT_EQ(IsRegularFile(path), c.mIsRegular) << c.mName;
   }
   EXPECT_FALSE(FileExists(""));
+  EXPECT_EQ(FileStamp(mDirectory / "nowhere"), "");
+  EXPECT_EQ(FileStamp(mDirectory / "link"), FileStamp(mDirectory / "file"));
+  EXPECT_NE(FileStamp(mDirectory / "sub"), FileStamp(mDirectory / "file"));
 }
 
 TEST_F(FilesTest, FlushToDiskReturnsTheErrno) {

@@ -1,8 +1,11 @@
 #include <gmock/gmock.h>
 
+#include <filesystem>
 #include <sstream>
 
+#include "Executables/Kelmor/Inputs.hpp"
 #include "Executables/Kelmor/Tests/KelmorFixture.hpp"
+#include "Utils/H5/H5_ObjectDat.hpp"
 
 namespace {
 
@@ -12,6 +15,21 @@ using PlainH5::Rows;
 using testing::HasSubstr;
 
 class JoinTest : public KelmorFixture {};
+
+// Its columns would come from two files.
+TEST_F(JoinTest, AFileIsNotReadAfterAnotherTookItsPlace) {
+  for (const char* name : {"1.h5", "2.h5"}) {
+    WriteTimes(Input(name), "/x.dat", {0, 1, 2});
+  }
+  CloseInputs();
+  Inputs inputs(MyVector<std::string>{Path("1.h5")});
+  const auto read = [&inputs] {
+    inputs.Visit<H5_Objects::Dat>(0, "/x.dat", [](const auto& dat) { dat.RetrieveTimes(); });
+  };
+  EXPECT_EQ(PlainH5::ReportOf(read), "");
+  std::filesystem::rename(Path("2.h5"), Path("1.h5"));
+  EXPECT_THAT(PlainH5::ReportOf(read), HasSubstr("The file has changed since"));
+}
 
 TEST_F(JoinTest, RowsFollowTheirTimes) {
   struct TimesCase {

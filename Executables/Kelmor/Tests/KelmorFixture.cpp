@@ -6,6 +6,7 @@
 #include <map>
 #include <tuple>
 
+#include "Utils/H5/CachedH5FileHolder.hpp"
 #include "Utils/H5/Handle.hpp"
 
 namespace fs = std::filesystem;
@@ -43,6 +44,10 @@ hsize_t Columns(const Rows& rows, hsize_t ifEmpty) {
 }
 
 }  // namespace
+
+KelmorFixture::KelmorFixture() {
+  TheCachedH5FileHolder();
+}
 
 File& KelmorFixture::Input(const std::string& name, bool oldFormat) {
   const auto found = mInputs.find(name);

@@ -14,6 +14,9 @@ using Strings = std::vector<std::string>;
 
 class KelmorFixture : public testing::Test {
  protected:
+  /// Starts the store, which has to come before any other use of the HDF5 library.
+  KelmorFixture();
+
   std::string Path(const std::string& name) const { return mDir / name; }
 
   /// A file to write to before the next run, which closes it. Asked for after a run, a file of that
