@@ -148,10 +148,10 @@ herr_t EvictOnClose([[maybe_unused]] unsigned flags, [[maybe_unused]] hid_t fapl
 }
 
 // Where the library looks for the file of an external link: in the folders of an environment
-// variable, beside the file with the link and beside what that is a link to, and at the path
-// itself; of an absolute path that leads nowhere, it looks for the last part.
+// variable, beside the file with the link and beside what that is a link to, and in the current
+// folder; of an absolute path that leads nowhere, it looks for the last part.
 std::vector<std::string> PlacesOf(const std::string& childFile, const std::string& parentFile) {
-  std::vector<std::string> folders = {GetDirectoryFromPath(parentFile)};
+  std::vector<std::string> folders = {".", GetDirectoryFromPath(parentFile)};
   std::error_code ignored;
   folders.push_back(std::filesystem::canonical(parentFile, ignored).parent_path());
   if (const char* prefixes = std::getenv("HDF5_EXT_PREFIX")) {
