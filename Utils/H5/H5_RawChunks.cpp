@@ -23,24 +23,16 @@ void RequireDecoded(DecodeStatus status, const std::string& name, std::uint64_t 
 
 namespace {
 
-// Whether the codec has all the filters; those that it has go to `steps`.
-bool TakeSteps(const std::vector<H5_Filter>& filters, std::vector<FilterStep>& steps) {
+std::vector<FilterStep> StepsOf(const std::vector<H5_Filter>& filters) {
+  std::vector<FilterStep> steps;
   for (const H5_Filter& filter : filters) {
-    switch (filter.mNumber) {
-      case H5Z_FILTER_SHUFFLE:
-        steps.push_back({FilterStep::Kind::Shuffle, filter.mParameter});
-        break;
-      case H5Z_FILTER_DEFLATE:
-        steps.push_back({FilterStep::Kind::Deflate});
-        break;
-      case H5Z_FILTER_FLETCHER32:
-        steps.push_back({FilterStep::Kind::Fletcher32});
-        break;
-      default:
-        return false;
-    }
+    const FilterStep::Kind kind = filter.mNumber == H5Z_FILTER_SHUFFLE ? FilterStep::Kind::Shuffle
+                                  : filter.mNumber == H5Z_FILTER_DEFLATE
+                                      ? FilterStep::Kind::Deflate
+                                      : FilterStep::Kind::Fletcher32;
+    steps.push_back({kind, filter.mParameter});
   }
-  return std::ranges::count(steps, FilterStep::Kind::Deflate, &FilterStep::mKind) <= 1;
+  return steps;
 }
 
 }  // namespace
@@ -54,7 +46,8 @@ H5_RawChunks::H5_RawChunks(hid_t dataset_id, const std::string& name, std::sourc
   }
   const DataspaceHandle space_id(H5Dget_space(dataset_id));
   REQUIRE_AT(where, space_id>=0, "H5Dget_space failed");
-  mExtents.resize(Vexa_H5::Extents(space_id, where).size());
+  mDims = Vexa_H5::Extents(space_id, where);
+  mExtents.resize(mDims.size());
   const int rank = H5Pget_chunk(cparms_id, static_cast<int>(mExtents.size()), mExtents.data());
   REQUIRE_AT(where, rank==static_cast<int>(mExtents.size()), "H5Pget_chunk failed");
   const DatatypeHandle type_id(H5Dget_type(dataset_id));
@@ -67,8 +60,11 @@ H5_RawChunks::H5_RawChunks(hid_t dataset_id, const std::string& name, std::sourc
   unsigned chunkOptions = 0;
   const herr_t err = H5Pget_chunk_opts(cparms_id, &chunkOptions);
   REQUIRE_AT(where, err>=0, "H5Pget_chunk_opts failed");
-  // Filters may be left out for chunks at the edges, which are then not told from others.
-  mCanRead = chunkOptions == 0 && TakeSteps(ReadFilters(dataset_id, where), mSteps);
+  mIsPlainAtEdges = (chunkOptions & H5D_CHUNK_DONT_FILTER_PARTIAL_CHUNKS) != 0;
+  const std::vector<H5_Filter> filters = ReadFilters(dataset_id, where);
+  RequireKnownFilters(filters, name, where);
+  mSteps = StepsOf(filters);
+  mCanRead = true;
 }
 
 std::vector<std::byte> H5_RawChunks::Read(const std::vector<hsize_t>& offset) const {
@@ -91,7 +87,11 @@ std::vector<std::byte> H5_RawChunks::Read(const std::vector<hsize_t>& offset) co
       H5Dread_chunk(mDataset_id, H5P_DEFAULT, offset.data(), &filterMask, bytes.data());
   REQUIRE_AT(mWhere, err>=0, "H5Dread_chunk failed for name=" << mName);
   std::vector<FilterStep> steps;
-  for (std::size_t i = 0; i < mSteps.size(); ++i) {
+  bool isAtEdge = false;
+  for (std::size_t d = 0; d < mDims.size(); ++d) {
+    isAtEdge = isAtEdge || offset[d] + mExtents[d] > mDims[d];
+  }
+  for (std::size_t i = 0; i < mSteps.size() && !(isAtEdge && mIsPlainAtEdges); ++i) {
     if ((filterMask >> i & 1) == 0) {  // not skipped
       steps.push_back(mSteps[i]);
     }
@@ -101,16 +101,13 @@ std::vector<std::byte> H5_RawChunks::Read(const std::vector<hsize_t>& offset) co
 }
 
 void H5_RawChunks::ForEach(const std::function<void(const std::vector<std::byte>&)>& take) const {
-  const DataspaceHandle space_id(H5Dget_space(mDataset_id));
-  REQUIRE_AT(mWhere, space_id>=0, "H5Dget_space failed");
-  const std::vector<hsize_t> dims = Vexa_H5::Extents(space_id, mWhere);
-  if (!mCanRead || std::ranges::count(dims, hsize_t{0}) > 0) {
+  if (!mCanRead || std::ranges::count(mDims, hsize_t{0}) > 0) {
     return;
   }
-  std::vector<hsize_t> offset(dims.size(), 0);
-  for (std::size_t d = 0; d < dims.size();) {
+  std::vector<hsize_t> offset(mDims.size(), 0);
+  for (std::size_t d = 0; d < mDims.size();) {
     take(Read(offset));
-    for (d = 0; d < dims.size() && (offset[d] += mExtents[d]) >= dims[d]; ++d) {
+    for (d = 0; d < mDims.size() && (offset[d] += mExtents[d]) >= mDims[d]; ++d) {
       offset[d] = 0;
     }
   }

@@ -18,14 +18,14 @@
 void RequireDecoded(ChunkCodec::DecodeStatus status, const std::string& name, std::uint64_t row,
                     std::uint64_t column, std::source_location where);
 
-/// Of an open dataset, which is lent, as is its name.
+/// Of an open dataset, which is lent, as is its name. Fails on filters that are not known here (see
+/// RequireKnownFilters).
 class H5_RawChunks {
  public:
   H5_RawChunks(hid_t dataset_id, const std::string& name, std::source_location where);
 
-  /// Whether there are chunks, all filters are known here (shuffle, deflate at most once,
-  /// Fletcher-32), and the library hands out chunks (since 1.10.3). If not, there is nothing to
-  /// read.
+  /// Whether there are chunks, and the library hands them out (since 1.10.3). If not, there is
+  /// nothing to read.
   bool CanRead() const { return mCanRead; }
 
   /// The elements of the chunk that begins at this place, as they lie in the file; none if it was
@@ -39,8 +39,10 @@ class H5_RawChunks {
   hid_t mDataset_id;
   const std::string& mName;
   std::source_location mWhere;
-  std::vector<hsize_t> mExtents;
+  std::vector<hsize_t> mDims;
+  std::vector<hsize_t> mExtents;  // of a chunk
   std::vector<ChunkCodec::FilterStep> mSteps;
-  std::uint64_t mBytes = 0;  // of a chunk
+  std::uint64_t mBytes = 0;      // of a chunk
+  bool mIsPlainAtEdges = false;  // chunks that reach beyond the extents have no filters
   bool mCanRead = false;
 };

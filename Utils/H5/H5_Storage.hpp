@@ -18,6 +18,12 @@ struct H5_Filter {
 /// name them.
 std::vector<H5_Filter> ReadFilters(hid_t dataset_id, std::source_location where);
 
+/// Fails on a filter that is not ours. What HDF5 (1.10.8, tried) makes of a damaged chunk of
+/// another, such as scale-offset or szip, may be anything, and kill the process; and so may two
+/// deflates.
+void RequireKnownFilters(const std::vector<H5_Filter>& filters, const std::string& name,
+                         std::source_location where);
+
 /// What a dataset takes on disk, and the filters that its chunks pass when they are written.
 struct H5_Storage {
   std::vector<std::string> mFilters;  // in their order: "shuffle", "deflate 1", "fletcher32", ...
@@ -32,6 +38,6 @@ H5_Storage ReadStorage(hid_t dataset_id, std::source_location where);
 /// and is opened when the library is asked for extents or values.
 void RequireOwnStorage(hid_t cparms_id, const std::string& name, std::source_location where);
 
-/// Fails unless this library has all the filters of the dataset, and elements of its type can
-/// become doubles: then what is damaged is all that can keep it from being read.
+/// Fails unless all the filters of the dataset are known, and elements of its type can become
+/// doubles: then what is damaged is all that can keep it from being read.
 void RequireReadableDoubles(hid_t dataset_id, const std::string& name, std::source_location where);

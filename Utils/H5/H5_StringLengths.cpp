@@ -109,6 +109,7 @@ void Vexa_H5::RequireStringsInFile(hid_t dataset_id, const std::string& name, Lo
                   std::accumulate(dims.begin(), dims.end(), elementBytes, std::multiplies<>()), sum,
                   where);
   } else {
+    REQUIRE_AT(where, layout==H5D_CHUNKED, name << " has its strings in its header");
     H5_RawChunks(dataset_id, name, where).ForEach([&sum](const std::vector<std::byte>& elements) {
       sum.Add(elements);
     });

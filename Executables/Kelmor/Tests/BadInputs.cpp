@@ -112,6 +112,33 @@ void DeflateHalfAChunk(File& file) {
   EXPECT_GE(H5Dwrite_chunk(dataset, H5P_DEFAULT, 0, offset, stored.size(), stored.data()), 0);
 }
 
+// A filter whose damage the library does not notice.
+void ScaleOffset(File& file) {
+  const hsize_t extents[2] = {4, 2};
+  const PropertyListHandle list(H5Pcreate(H5P_DATASET_CREATE));
+  H5Pset_chunk(list, 2, extents);
+  H5Pset_scaleoffset(list, H5Z_SO_INT, 0);
+  const DataspaceHandle space(H5Screate_simple(2, extents, nullptr));
+  const DatasetHandle dataset(
+      H5Dcreate2(file.Id(), "/x.dat", H5T_NATIVE_INT, space, H5P_DEFAULT, list, H5P_DEFAULT));
+  const int values[8] = {};
+  EXPECT_GE(H5Dwrite(dataset, H5T_NATIVE_INT, H5S_ALL, H5S_ALL, H5P_DEFAULT, values), 0);
+}
+
+// Strings whose lengths nobody can see before the library reads them.
+void KeepInHeader(File& file) {
+  const hsize_t extent = 1;
+  const PropertyListHandle list(H5Pcreate(H5P_DATASET_CREATE));
+  H5Pset_layout(list, H5D_COMPACT);
+  const DataspaceHandle space(H5Screate_simple(1, &extent, nullptr));
+  const DatatypeHandle type(H5Tcopy(H5T_C_S1));
+  H5Tset_size(type, H5T_VARIABLE);
+  const DatasetHandle dataset(
+      H5Dcreate2(file.Id(), "/s.txt", type, space, H5P_DEFAULT, list, H5P_DEFAULT));
+  const char* const text = "text";
+  EXPECT_GE(H5Dwrite(dataset, type, H5S_ALL, H5S_ALL, H5P_DEFAULT, &text), 0);
+}
+
 // A virtual table that is made of itself; or one, or a text, whose values are in another file.
 void IsItsOwnSource(File& file) {
   const hsize_t extents[2] = {4, 2};
@@ -264,6 +291,8 @@ const std::vector<BadInput>& BadInputs() {
        "H5Dread failed for name=x.dat: damaged chunk at row 0 of column 1"},
       {"half a chunk", "/x.dat", In(DeflateHalfAChunk),
        "H5Dread failed for name=x.dat: damaged chunk at row 0 of column 0: too few values"},
+      {"scale-offset", "/x.dat", In(ScaleOffset), "with other filters than shuffle, deflate and"},
+      {"compact", "/s.txt", In(KeepInHeader), "s.txt has its strings in its header"},
       {"its own source", "/x.dat", In(IsItsOwnSource), "x.dat has its values in other files"},
       {"external", "/x.dat", IsElsewhere("/x.dat", {4, 2}, doubles), "has its values in other"},
       {"external", "/s.txt", IsElsewhere("/s.txt", {4}, H5T_NATIVE_CHAR), "has its values in oth"},
