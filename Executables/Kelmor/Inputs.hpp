@@ -21,7 +21,7 @@ class Inputs {
   std::uint64_t TotalBytes() const;
 
   /// Lends an object of a file to `read`, under a context that names both in reports, and lets go
-  /// of what was opened for it. Fails if the file is not as it was when its names were read.
+  /// of what was opened for it. Fails if it has to be opened again and is not as it was.
   template <class OBJECT, class Read>
   auto Visit(int file, const std::string& name, const Read& read) {
     const ReportContext context(name, mFiles[file].Filename());

@@ -18,16 +18,19 @@ class JoinTest : public KelmorFixture {};
 
 // Its columns would come from two files.
 TEST_F(JoinTest, AFileIsNotReadAfterAnotherTookItsPlace) {
-  for (const char* name : {"1.h5", "2.h5"}) {
-    WriteTimes(Input(name), "/x.dat", {0, 1, 2});
+  std::vector<std::string> names;
+  for (int i = 0; i < 40; ++i) {
+    WriteTimes(Input(std::to_string(i)), "/x.dat", {0, 1, 2});
+    names.push_back(Path(std::to_string(i)));
   }
+  WriteTimes(Input("other"), "/x.dat", {0, 1, 2});
   CloseInputs();
-  Inputs inputs(MyVector<std::string>{Path("1.h5")});
+  Inputs inputs{MyVector<std::string>(names)};
   const auto read = [&inputs] {
-    inputs.Visit<H5_Objects::Dat>(0, "/x.dat", [](const auto& dat) { dat.RetrieveTimes(); });
+    inputs.Visit<H5_Objects::Dat>(39, "/x.dat", [](const auto& dat) { dat.RetrieveTimes(); });
   };
   EXPECT_EQ(PlainH5::ReportOf(read), "");
-  std::filesystem::rename(Path("2.h5"), Path("1.h5"));
+  std::filesystem::rename(Path("other"), names.back());
   EXPECT_THAT(PlainH5::ReportOf(read), HasSubstr("The file has changed since"));
 }
 
