@@ -8,24 +8,7 @@
 #include <stdexcept>
 #include <vector>
 
-namespace {
-
-// Allocations until one fails; negative if none does.
-std::atomic<int> sAllocationsLeft = -1;
-
-}  // namespace
-
-// Not inlined: compilers would see malloc() paired with delete.
-[[gnu::noinline]] void* operator new(std::size_t size) {
-  void* storage = sAllocationsLeft >= 0 && sAllocationsLeft-- == 0 ? nullptr : std::malloc(size);
-  return storage != nullptr ? storage : throw std::bad_alloc();
-}
-[[gnu::noinline]] void operator delete(void* storage) noexcept {
-  std::free(storage);
-}
-[[gnu::noinline]] void operator delete(void* storage, std::size_t) noexcept {
-  std::free(storage);
-}
+#include "Utils/Process/FailingNew.hpp"
 
 namespace {
 
