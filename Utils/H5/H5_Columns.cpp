@@ -113,8 +113,10 @@ TableLayout ReadTableLayout(hid_t dataset_id, const std::string& name, Location 
   const long double valueSize = sizeof(double);
   layout.mStoredBytes = stored;
   Vexa_H5::RequirePlausibleSize(valueSize * layout.mRows * layout.mColumns, stored, name, where);
-  Vexa_H5::RequireWholeChunks(dataset_id, name, where);
   if (layout.mRows > 0) {
+    if (!layout.mHasFilters) {
+      Vexa_H5::RequireWholeChunks(dataset_id, name, where);
+    }
     // One chunk is what the library holds at least; a single row may stand in a chunk of millions.
     Vexa_H5::RequirePlausibleSize(valueSize * layout.mChunkRows * layout.mChunkColumns / 64, stored,
                                   name, where);

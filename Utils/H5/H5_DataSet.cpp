@@ -1,7 +1,7 @@
 #include "Utils/H5/H5_DataSet.hpp"
 
 #include "Utils/ErrorHandling/Require.hpp"
-#include "Utils/H5/H5_StringLengths.hpp"
+#include "Utils/H5/H5_RawChunks.hpp"
 #include "Utils/H5/H5_Utils.hpp"
 #include "Utils/H5/SetCompressionH5.hpp"
 
@@ -112,7 +112,7 @@ std::vector<std::string> DataSet::ReadAllStrings(std::size_t count, Location whe
   REQUIRE_AT(where, npoints>=0 && static_cast<std::size_t>(npoints)==count,
              "dataset-size inconsistent with expected size");
   // Of the library's memory and ours together, for a string of no length.
-  const long double bytesOfString = 280;
+  const long double bytesOfString = 320;
   Vexa_H5::RequirePlausibleSize(bytesOfString * static_cast<long double>(count), StoredBytes(),
                                 mName, where);
   std::vector<std::string> strings;
@@ -122,12 +122,12 @@ std::vector<std::string> DataSet::ReadAllStrings(std::size_t count, Location whe
     REQUIRE_AT(where, H5Tis_variable_str(my_dtype_id)>0 || H5Tget_class(my_dtype_id)!=H5T_STRING,
                "H5Dread failed: " << mName << " has strings of fixed length");
     Vexa_H5::RequireWholeChunks(mMy_id, mName, where);
-    Vexa_H5::RequireStringsInFile(mMy_id, mName, where);
+    H5_RawChunks(mMy_id, mName, where).ForEach([](const auto&) {});
     const auto read = [&](hid_t memoryType, void* buffer) {
       return mTrace(4, H5Dread(mMy_id, memoryType, H5S_ALL, H5S_ALL, H5P_DEFAULT, buffer),
                     "H5Dread(", mMy_id, ", ...)");
     };
-    strings = Vexa_H5::ReadStrings(my_dtype_id, dataspace_id, count, read,
+    strings = Vexa_H5::ReadStrings(mMy_id, my_dtype_id, dataspace_id, count, read,
                                    {"H5Dread failed", "H5Dvlen_reclaim failed"}, where);
   }
   herr_t status = mTrace(5, dataspace_id.Close(), "H5Sclose(dataspace_id)");

@@ -5,7 +5,7 @@
 
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/H5/H5_Storage.hpp"
-#include "Utils/H5/H5_StringLengths.hpp"
+#include "Utils/H5/H5_StringElements.hpp"
 #include "Utils/H5/H5_Utils.hpp"
 #include "Utils/H5/Handle.hpp"
 

@@ -12,7 +12,7 @@
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/ErrorHandling/Trace.hpp"
 #include "Utils/H5/H5Type.hpp"
-#include "Utils/H5/H5_StringLengths.hpp"
+#include "Utils/H5/H5_StringElements.hpp"
 #include "Utils/H5/Handle.hpp"
 #include "Utils/Process/Files.hpp"
 #include "Utils/StringParsing/PathUtilities.hpp"
@@ -298,7 +298,7 @@ MyVector<std::string> Vexa_H5::RetrieveStringsFromAttributes(hid_t id, const std
                                       hid_t(opened.mAttribute), ", ", memoryType, ", rdata)");
   };
   const std::vector<std::string> strings =
-      ReadStrings(fileType, opened.mSpace, opened.mCount, read,
+      ReadStrings(opened.mAttribute, fileType, opened.mSpace, opened.mCount, read,
                   {"H5Aread to read Legend of dat-set failed", "h5Dvlen_reclaim failed"});
   const herr_t err = fileType.Close();
   REQUIRE(0==err, "H5Tclose failed");
@@ -363,7 +363,8 @@ std::vector<hsize_t> Vexa_H5::Extents(hid_t space_id, std::source_location where
   return dims;
 }
 
-std::vector<std::string> Vexa_H5::ReadStrings(hid_t fileType, hid_t space_id, std::size_t count,
+std::vector<std::string> Vexa_H5::ReadStrings(hid_t object_id, hid_t fileType, hid_t space_id,
+                                              std::size_t count,
                                               const std::function<herr_t(hid_t, void*)>& read,
                                               const StringReadMessages& messages,
                                               std::source_location where) {
@@ -381,6 +382,7 @@ std::vector<std::string> Vexa_H5::ReadStrings(hid_t fileType, hid_t space_id, st
     // Of other elements the library would make characters without a word.
     REQUIRE_AT(where, ConsistsOfCharacters(fileType),
                messages.mRead << ": the strings do not consist of characters");
+    RequireStringsInFile(object_id, count, messages.mRead, where);
     herr_t err = H5Tset_size(memtype_id, HdfConst::H5T_Variable());
     REQUIRE_AT(where, 0==err, "H5Tset_size failed");
     err = H5Tset_cset(memtype_id, characterSet);

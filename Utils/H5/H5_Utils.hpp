@@ -73,12 +73,13 @@ struct StringReadMessages {
   const char* mReclaim;
 };
 
-/// Reads `count` strings of the file type `fileType` through `read`, which calls H5Aread or H5Dread
-/// with the memory type and buffer that it is given. `space_id` describes the buffer. Takes any
-/// character set that HDF5 knows and both variable and fixed length. Fails under the caller's name
-/// if the type is not a string.
+/// Reads `count` strings of a dataset or attribute of the file type `fileType` through `read`,
+/// which calls H5Aread or H5Dread with the memory type and buffer that it is given. `space_id`
+/// describes the buffer. Takes any character set that HDF5 knows and both variable and fixed
+/// length. Fails under the caller's name if the type is not a string, or a string is not where its
+/// element says.
 std::vector<std::string> ReadStrings(
-    hid_t fileType, hid_t space_id, std::size_t count,
+    hid_t object_id, hid_t fileType, hid_t space_id, std::size_t count,
     const std::function<herr_t(hid_t memoryType, void* buffer)>& read,
     const StringReadMessages& messages,
     std::source_location where = std::source_location::current());

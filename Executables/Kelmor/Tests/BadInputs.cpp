@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <limits>
@@ -125,18 +126,20 @@ void ScaleOffset(File& file) {
   EXPECT_GE(H5Dwrite(dataset, H5T_NATIVE_INT, H5S_ALL, H5S_ALL, H5P_DEFAULT, values), 0);
 }
 
-// Strings whose lengths nobody can see before the library reads them.
-void KeepInHeader(File& file) {
-  const hsize_t extent = 1;
-  const PropertyListHandle list(H5Pcreate(H5P_DATASET_CREATE));
-  H5Pset_layout(list, H5D_COMPACT);
-  const DataspaceHandle space(H5Screate_simple(1, &extent, nullptr));
-  const DatatypeHandle type(H5Tcopy(H5T_C_S1));
-  H5Tset_size(type, H5T_VARIABLE);
-  const DatasetHandle dataset(
-      H5Dcreate2(file.Id(), "/s.txt", type, space, H5P_DEFAULT, list, H5P_DEFAULT));
-  const char* const text = "text";
-  EXPECT_GE(H5Dwrite(dataset, type, H5S_ALL, H5S_ALL, H5P_DEFAULT, &text), 0);
+// A string whose element claims another length.
+void LengthenString(const std::string& path) {
+  {
+    File file = File::Create(path);
+    file.Strings("/s.txt", {"text"}, {1});
+  }
+  std::string bytes = PlainH5::Bytes(path);
+  const std::uint32_t length = 4;
+  const std::uint64_t heap = bytes.find("GCOL");
+  std::string element(12, '\0');
+  std::memcpy(element.data(), &length, sizeof(length));
+  std::memcpy(element.data() + sizeof(length), &heap, sizeof(heap));
+  bytes.at(bytes.find(element) + 3) = '\x7f';
+  std::ofstream(path, std::ios::binary) << bytes;
 }
 
 // A virtual table that is made of itself; or one, or a text, whose values are in another file.
@@ -292,7 +295,7 @@ const std::vector<BadInput>& BadInputs() {
       {"half a chunk", "/x.dat", In(DeflateHalfAChunk),
        "H5Dread failed for name=x.dat: damaged chunk at row 0 of column 0: too few values"},
       {"scale-offset", "/x.dat", In(ScaleOffset), "with other filters than shuffle, deflate and"},
-      {"compact", "/s.txt", In(KeepInHeader), "s.txt has its strings in its header"},
+      {"2^31 characters", "/s.txt", LengthenString, "has 4 characters instead of 2130706436"},
       {"its own source", "/x.dat", In(IsItsOwnSource), "x.dat has its values in other files"},
       {"external", "/x.dat", IsElsewhere("/x.dat", {4, 2}, doubles), "has its values in other"},
       {"external", "/s.txt", IsElsewhere("/s.txt", {4}, H5T_NATIVE_CHAR), "has its values in oth"},

@@ -1,0 +1,68 @@
+#include "Utils/H5/H5_StringElements.hpp"
+
+#include <span>
+
+#include "Utils/ErrorHandling/Require.hpp"
+#include "Utils/H5/H5Type.hpp"
+#include "Utils/H5/H5_GlobalHeap.hpp"
+#include "Utils/H5/Handle.hpp"
+
+namespace {
+
+using Location = std::source_location;
+
+// What the library calls to convert elements of strings to bytes: it leaves them as they lie in the
+// file. Both types must take as much.
+herr_t LeaveElements(hid_t source, hid_t destination, H5T_cdata_t* conversion, std::size_t,
+                     std::size_t, std::size_t, void*, void*, hid_t) {
+  if (conversion->command != H5T_CONV_INIT) {
+    return 0;
+  }
+  conversion->need_bkg = H5T_BKG_NO;
+  return H5Tget_size(source) == H5Tget_size(destination) ? 0 : -1;
+}
+
+DatatypeHandle BytesOfElements(std::size_t count, Location where) {
+  DatatypeHandle type_id(H5Tcreate(H5T_OPAQUE, count));
+  REQUIRE_AT(where, type_id>=0, "H5Tcreate failed");
+  static const herr_t sRegistered = [&type_id] {
+    const DatatypeHandle string_id(H5Tcopy(H5T_C_S1));
+    return H5Tset_size(string_id, HdfConst::H5T_Variable()) < 0
+               ? -1
+               : H5Tregister(H5T_PERS_SOFT, "string elements", string_id, type_id, LeaveElements);
+  }();
+  REQUIRE_AT(where, sRegistered>=0, "H5Tregister failed");
+  return type_id;
+}
+
+}  // namespace
+
+hsize_t Vexa_H5::ElementBytes(hid_t object_id, hid_t type_id, Location where) {
+  return H5Tis_variable_str(type_id) > 0
+             ? H5_GlobalHeap(object_id, "H5Dread failed", where).ElementBytes()
+             : H5Tget_size(type_id);
+}
+
+void Vexa_H5::RequireStringsInFile(hid_t object_id, std::size_t count, const char* failure,
+                                   Location where) {
+  const Handle<H5Fclose> file_id(H5Iget_file_id(object_id));
+  REQUIRE_AT(where, file_id>=0, "H5Iget_file_id failed");
+  unsigned intent = 0;
+  const herr_t asked = H5Fget_intent(file_id, &intent);
+  REQUIRE_AT(where, asked>=0, "H5Fget_intent failed");
+  if (count == 0 || (intent & H5F_ACC_RDWR) != 0) {
+    return;
+  }
+  H5_GlobalHeap heap(object_id, failure, where);
+  const std::size_t elementBytes = heap.ElementBytes();
+  const DatatypeHandle type_id = BytesOfElements(elementBytes, where);
+  std::vector<std::byte> elements(count * elementBytes);
+  const herr_t err =
+      H5Iget_type(object_id) == H5I_ATTR
+          ? H5Aread(object_id, type_id, elements.data())
+          : H5Dread(object_id, type_id, H5S_ALL, H5S_ALL, H5P_DEFAULT, elements.data());
+  REQUIRE_AT(where, err>=0, failure);
+  for (std::size_t at = 0; at < elements.size(); at += elementBytes) {
+    heap.RequireString(std::span(elements).subspan(at, elementBytes));
+  }
+}
