@@ -21,6 +21,21 @@ std::string ErrorFile() {
   return path.str();
 }
 
+// Reports are added to those of earlier runs. What has null characters is no text, though, but
+// somebody's data under this name.
+bool TakesReports(const std::string& path) {
+  if (!FileExists(path)) {
+    return true;
+  }
+  if (!IsRegularFile(path)) {
+    return false;  // a pipe would wait for a reader
+  }
+  std::string beginning(65536, '\n');
+  std::ifstream(path, std::ios::binary)
+      .read(beginning.data(), static_cast<std::streamsize>(beginning.size()));
+  return beginning.find('\0') == std::string::npos;
+}
+
 void (*sBeforeMyErr)() = nullptr;
 
 }  // namespace
@@ -38,8 +53,7 @@ void PrepareForErrors() {
 MyErrProxy::MyErrProxy() {
   try {
     mpFile = std::make_unique<std::ofstream>();
-    // A pipe of that name would wait for a reader.
-    if (const std::string path = ErrorFile(); !FileExists(path) || IsRegularFile(path)) {
+    if (const std::string path = ErrorFile(); TakesReports(path)) {
       mpFile->open(path, std::ios::out | std::ios::app);
     }
   } catch (const std::bad_alloc&) {

@@ -14,7 +14,7 @@ void SetBeforeMyErr(void (*function)());
 void PrepareForErrors();
 
 /// One statement's output. An error file that cannot be opened stays silent, as one does for which
-/// there is no memory; standard error gets everything in any case.
+/// there is no memory, and one that holds no text; standard error gets everything in any case.
 class MyErrProxy {
  public:
   /// Opens the error file, and begins the line on standard error with ProcID_() once this process

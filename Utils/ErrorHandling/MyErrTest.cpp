@@ -51,12 +51,18 @@ TEST_F(MyErrTest, SingleProcessHasNoPrefix) {
   EXPECT_NE(Contents(ErrorFile("000")).find(unique), std::string::npos);
 }
 
-TEST_F(MyErrTest, StandardErrorGetsItWhenTheFileCannotBeOpened) {
+TEST_F(MyErrTest, StandardErrorGetsItWhenTheFileCannotTakeIt) {
   std::filesystem::create_directory(ErrorFile("996"));
   const FakeRuntime runtime(996);
   MyErr << "a "
         << "b";
   EXPECT_EQ(mStandardError.str(), "[996]a b");
+  std::filesystem::remove(ErrorFile("996"));
+  const std::string data("data\n\0of a user", 15);
+  std::ofstream(ErrorFile("996")) << data;
+  MyErr << "c";
+  EXPECT_EQ(mStandardError.str(), "[996]a b[996]c");
+  EXPECT_EQ(Contents(ErrorFile("996")), data);
 }
 
 }  // namespace
