@@ -12,6 +12,7 @@
 
 #include "Executables/KelmorInfo/Svg.hpp"
 #include "Executables/KelmorInfo/Text.hpp"
+#include "Executables/KelmorInfo/TimeScale.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/StringParsing/PathUtilities.hpp"
 
@@ -42,87 +43,6 @@ constexpr char sHatching[] =
 std::string Anchored(const char* style, const char* anchor) {
   return std::string(style) + " text-anchor=\"" + anchor + "\"";
 }
-
-// Times, and where they lie from left to right.
-class TimeScale {
- public:
-  TimeScale(const Plan& plan, double left, double right) : mLeft(left), mRight(right) {
-    bool isFirst = true;
-    for (const PlannedSteps& steps : plan.mSteps) {
-      for (const PlannedFile& file : steps.mFiles) {
-        for (const PlanPiece& piece : file.mPieces) {
-          for (const double time : {piece.mFirst, piece.mLast}) {
-            if (std::isfinite(time)) {
-              mFrom = isFirst ? time : std::min(mFrom, time);
-              mTo = isFirst ? time : std::max(mTo, time);
-              isFirst = false;
-            }
-          }
-        }
-      }
-    }
-    if (mFrom == mTo) {
-      mFrom -= 0.5;
-      mTo += 0.5;
-    }
-  }
-
-  double At(double time) const {
-    if (std::isnan(time)) {
-      return mLeft;
-    }
-    // Halved first: the distance of the largest doubles is infinite.
-    const double part = (time / 2 - mFrom / 2) / (mTo / 2 - mFrom / 2);
-    return mLeft + std::clamp(part, 0.0, 1.0) * (mRight - mLeft);
-  }
-
-  struct Tick {
-    double mX;
-    std::string mLabel;
-  };
-  // Of round times, about eight of them.
-  std::vector<Tick> Ticks() const {
-    const double aim = (mTo / 8 - mFrom / 8);
-    const double power = std::pow(10.0, std::floor(std::log10(aim)));
-    const double step = power * (aim / power < 1.5   ? 1
-                                 : aim / power < 3.5 ? 2
-                                 : aim / power < 7.5 ? 5
-                                                     : 10);
-    std::vector<Tick> ticks;
-    const double first = std::ceil(mFrom / step);
-    for (int i = 0; i < 20; ++i) {
-      const double time = (first + i) * step;
-      if (!(time <= mTo)) {
-        break;
-      }
-      ticks.push_back({At(time), Label(time, step)});
-    }
-    return ticks;
-  }
-
- private:
-  // A multiple of `step`, with the digits that tell it from its neighbours.
-  std::string Label(double time, double step) const {
-    const double largest = std::max(std::abs(mFrom), std::abs(mTo));
-    const int power = static_cast<int>(std::floor(std::log10(step) + 1e-9));
-    std::array<char, 64> text;
-    std::to_chars_result result{};
-    if (largest < 1e7 && power >= -6) {
-      result = std::to_chars(text.begin(), text.end(), time + 0.0, std::chars_format::fixed,
-                             std::max(0, -power));
-    } else {
-      const int digits = std::clamp(static_cast<int>(std::log10(largest)) - power + 1, 1, 17);
-      result =
-          std::to_chars(text.begin(), text.end(), time + 0.0, std::chars_format::general, digits);
-    }
-    return {text.data(), result.ptr};
-  }
-
-  double mLeft;
-  double mRight;
-  double mFrom = 0;
-  double mTo = 0;
-};
 
 // Bars that would touch are one: a long series of single steps is drawn as what one sees of it.
 struct Bar {

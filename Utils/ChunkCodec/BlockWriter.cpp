@@ -4,6 +4,7 @@
 #include <bit>
 #include <utility>
 
+#include "Utils/ChunkCodec/CodeHeader.hpp"
 #include "Utils/ChunkCodec/PrefixCode.hpp"
 
 namespace ChunkCodec {
@@ -54,137 +55,6 @@ SplitNumber SplitLength(std::uint32_t length) {
 SplitNumber SplitDistance(std::uint32_t distance) {
   return Split<2>(distance - 1);
 }
-
-// The lengths of code words as they stand in a block's header: runs in an alphabet of 19 symbols.
-class CodeLengthRuns {
- public:
-  explicit CodeLengthRuns(std::span<const std::uint8_t> lengths) {
-    for (std::size_t i = 0; i < lengths.size();) {
-      std::size_t end = i + 1;
-      while (end < lengths.size() && lengths[end] == lengths[i]) {
-        ++end;
-      }
-      AddRun(lengths[i], end - i);
-      i = end;
-    }
-    std::array<std::uint32_t, Symbols> counts{};
-    for (std::size_t i = 0; i < mCount; ++i) {
-      ++counts[mRuns[i].mSymbol];
-    }
-    // A single symbol would make an incomplete code, which readers refuse.
-    if (Symbols - std::count(counts.begin(), counts.end(), 0U) < 2) {
-      ++counts[counts[0] == 0 ? 0 : 1];
-    }
-    BuildCodeLengths(counts, 7, mLengths);
-    while (mLengthCount > 4 && mLengths[Order[mLengthCount - 1]] == 0) {
-      --mLengthCount;
-    }
-  }
-
-  std::size_t Bits() const {
-    std::size_t bits = 4 + 3 * mLengthCount;
-    for (std::size_t i = 0; i < mCount; ++i) {
-      bits += mLengths[mRuns[i].mSymbol] + static_cast<std::size_t>(ExtraBits(mRuns[i].mSymbol));
-    }
-    return bits;
-  }
-
-  void Write(BitWriter& writer) const {
-    writer.Put(mLengthCount - 4, 4);
-    writer.Flush();
-    for (std::size_t i = 0; i < mLengthCount; ++i) {
-      writer.Put(mLengths[Order[i]], 3);
-      writer.Flush();
-    }
-    std::array<std::uint16_t, Symbols> words;
-    BuildCodeWords(mLengths, words);
-    for (std::size_t i = 0; i < mCount; ++i) {
-      const auto [symbol, extra] = mRuns[i];
-      writer.Put(words[symbol], mLengths[symbol]);
-      writer.Put(extra, ExtraBits(symbol));
-      writer.Flush();
-    }
-  }
-
- private:
-  static constexpr std::size_t Symbols = 19;
-  static constexpr std::size_t Order[Symbols] = {16, 17, 18, 0, 8,  7, 9,  6, 10, 5,
-                                                 11, 4,  12, 3, 13, 2, 14, 1, 15};
-  struct Run {
-    std::uint8_t mSymbol;
-    std::uint8_t mExtra;  // value of the extra bits
-  };
-
-  static int ExtraBits(std::size_t symbol) {
-    return symbol == 16 ? 2 : symbol == 17 ? 3 : symbol == 18 ? 7 : 0;
-  }
-  void Add(std::size_t symbol, std::size_t extra = 0) {
-    mRuns[mCount++] = {static_cast<std::uint8_t>(symbol), static_cast<std::uint8_t>(extra)};
-  }
-  void AddRun(std::size_t length, std::size_t count) {
-    if (length != 0) {
-      Add(length);
-      --count;
-    }
-    while (count >= 3) {
-      const std::size_t taken = std::min<std::size_t>(count, length != 0 ? 6 : 138);
-      if (length != 0) {
-        Add(16, taken - 3);
-      } else if (taken <= 10) {
-        Add(17, taken - 3);
-      } else {
-        Add(18, taken - 11);
-      }
-      count -= taken;
-    }
-    for (; count > 0; --count) {
-      Add(length);
-    }
-  }
-
-  std::array<Run, 318> mRuns;
-  std::size_t mCount = 0;
-  std::array<std::uint8_t, Symbols> mLengths;  // of the code in which the runs are written
-  std::size_t mLengthCount = Symbols;          // of those, as many as are written
-};
-
-// The header of a block with codes of its own.
-class Header {
- public:
-  Header(std::span<const std::uint8_t> literals, std::span<const std::uint8_t> distances)
-      : mLiterals(Used(literals, 257)),
-        mDistances(Used(distances, 2)),
-        mRuns(Joined(literals, distances)) {}
-
-  std::size_t Bits() const { return 3 + 5 + 5 + mRuns.Bits(); }
-
-  void Write(BitWriter& writer) const {
-    writer.Put(2 << 1, 3);  // not the last block, codes of its own
-    writer.Put(mLiterals - 257, 5);
-    writer.Put(mDistances - 1, 5);
-    mRuns.Write(writer);
-  }
-
- private:
-  static std::size_t Used(std::span<const std::uint8_t> lengths, std::size_t atLeast) {
-    std::size_t used = lengths.size();
-    while (used > atLeast && lengths[used - 1] == 0) {
-      --used;
-    }
-    return used;
-  }
-  CodeLengthRuns Joined(std::span<const std::uint8_t> literals,
-                        std::span<const std::uint8_t> distances) const {
-    std::array<std::uint8_t, 318> all;
-    const auto end = std::copy_n(literals.begin(), mLiterals, all.begin());
-    std::copy_n(distances.begin(), mDistances, end);
-    return CodeLengthRuns(std::span(all).first(mLiterals + mDistances));
-  }
-
-  std::size_t mLiterals;
-  std::size_t mDistances;
-  CodeLengthRuns mRuns;
-};
 
 // The words of a code beside their lengths.
 template <std::size_t Size>
@@ -303,7 +173,7 @@ std::size_t BlockWriter::MakeCode(const Counts& counts, Code& code) {
     distances[symbol] = std::max(distances[symbol], 1U);
   }
   BuildCodeLengths(distances, MaxDistanceLength, code.mDistances);
-  return Header(code.mLiterals, code.mDistances).Bits() +
+  return CodeHeader(code.mLiterals, code.mDistances).Bits() +
          SumOfBits(counts.mLiterals, code.mLiterals) +
          SumOfBits(counts.mDistances, code.mDistances) + counts.mExtraBits;
 }
@@ -419,7 +289,7 @@ void BlockWriter::WriteWaiting() {
     if (block.mKind == Kind::MatchedInFixedCode) {
       mWriter.Put(1 << 1, 3);  // not the last block
     } else {
-      Header(block.mCode.mLiterals, block.mCode.mDistances).Write(mWriter);
+      CodeHeader(block.mCode.mLiterals, block.mCode.mDistances).Write(mWriter);
     }
     const Sequence all{static_cast<std::uint32_t>(block.mBytes.size()), 0, 0};
     WriteSymbols(block.mBytes, block.mKind == Kind::Coded ? std::span(&all, 1) : sequences,

@@ -1,0 +1,72 @@
+#include "Executables/KelmorInfo/TimeScale.hpp"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cmath>
+
+TimeScale::TimeScale(const Plan& plan, double left, double right) : mLeft(left), mRight(right) {
+  bool isFirst = true;
+  for (const PlannedSteps& steps : plan.mSteps) {
+    for (const PlannedFile& file : steps.mFiles) {
+      for (const PlanPiece& piece : file.mPieces) {
+        for (const double time : {piece.mFirst, piece.mLast}) {
+          if (std::isfinite(time)) {
+            mFrom = isFirst ? time : std::min(mFrom, time);
+            mTo = isFirst ? time : std::max(mTo, time);
+            isFirst = false;
+          }
+        }
+      }
+    }
+  }
+  if (mFrom == mTo) {
+    mFrom -= 0.5;
+    mTo += 0.5;
+  }
+}
+
+double TimeScale::At(double time) const {
+  if (std::isnan(time)) {
+    return mLeft;
+  }
+  // Halved first: the distance of the largest doubles is infinite.
+  const double part = (time / 2 - mFrom / 2) / (mTo / 2 - mFrom / 2);
+  return mLeft + std::clamp(part, 0.0, 1.0) * (mRight - mLeft);
+}
+
+std::vector<TimeScale::Tick> TimeScale::Ticks() const {
+  const double aim = (mTo / 8 - mFrom / 8);
+  const double power = std::pow(10.0, std::floor(std::log10(aim)));
+  const double step = power * (aim / power < 1.5   ? 1
+                               : aim / power < 3.5 ? 2
+                               : aim / power < 7.5 ? 5
+                                                   : 10);
+  std::vector<Tick> ticks;
+  const double first = std::ceil(mFrom / step);
+  for (int i = 0; i < 20; ++i) {
+    const double time = (first + i) * step;
+    if (!(time <= mTo)) {
+      break;
+    }
+    ticks.push_back({At(time), Label(time, step)});
+  }
+  return ticks;
+}
+
+// A multiple of `step`, with the digits that tell it from its neighbours.
+std::string TimeScale::Label(double time, double step) const {
+  const double largest = std::max(std::abs(mFrom), std::abs(mTo));
+  const int power = static_cast<int>(std::floor(std::log10(step) + 1e-9));
+  std::array<char, 64> text;
+  std::to_chars_result result{};
+  if (largest < 1e7 && power >= -6) {
+    result = std::to_chars(text.begin(), text.end(), time + 0.0, std::chars_format::fixed,
+                           std::max(0, -power));
+  } else {
+    const int digits = std::clamp(static_cast<int>(std::log10(largest)) - power + 1, 1, 17);
+    result =
+        std::to_chars(text.begin(), text.end(), time + 0.0, std::chars_format::general, digits);
+  }
+  return {text.data(), result.ptr};
+}
