@@ -112,7 +112,7 @@ std::vector<std::string> DataSet::ReadAllStrings(std::size_t count, Location whe
   REQUIRE_AT(where, npoints>=0 && static_cast<std::size_t>(npoints)==count,
              "dataset-size inconsistent with expected size");
   // Of the library's memory and ours together, for a string of no length.
-  const long double bytesOfString = 320;
+  const long double bytesOfString = 280;
   Vexa_H5::RequirePlausibleSize(bytesOfString * static_cast<long double>(count), StoredBytes(),
                                 mName, where);
   std::vector<std::string> strings;

@@ -5,12 +5,15 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <cerrno>
 #include <cstring>
 #include <iterator>
 #include <string_view>
+#include <utility>
 
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/H5/Handle.hpp"
+#include "Utils/Process/PerThread.hpp"
 
 namespace {
 
@@ -21,8 +24,12 @@ constexpr std::size_t sIndexBytes = 4;
 constexpr std::uint64_t sHeaderBytes = 16;
 constexpr std::uint64_t sSizeAt = 8;
 constexpr std::size_t sObjectIndexBytes = 2;
-// Large enough for the collections of short strings.
-constexpr std::size_t sWindowBytes = 4096;
+constexpr std::uint64_t sSmallestCollection = 4096;
+// Collections up to this size are kept for the next list of strings.
+constexpr std::uint64_t sKeptCollection = 65536;
+// The library keeps some 24 bytes for each index up to the highest of a collection. A collection of
+// which many strings were replaced has a high one and few objects; but not a hundred of them.
+constexpr std::uint64_t sHarmlessIndices = std::uint64_t{1} << 22;
 
 std::uint64_t LittleEndian(const std::byte* bytes, std::size_t count) {
   std::uint64_t number = 0;
@@ -46,143 +53,203 @@ std::uint64_t Padded(std::uint64_t size) {
   return (size + 7) / 8 * 8;
 }
 
-}  // namespace
-
-H5_GlobalHeap::H5_GlobalHeap(hid_t object_id, const char* failure, std::source_location where)
-    : mFailure(failure), mWhere(where) {
-  const Handle<H5Fclose> file_id(H5Iget_file_id(object_id));
-  REQUIRE_AT(where, file_id>=0, "H5Iget_file_id failed");
-  mFormat = FormatOf(file_id, where);
-  hsize_t size = 0;
-  herr_t err = H5Fget_filesize(file_id, &size);
-  REQUIRE_AT(where, err>=0 && size>=mFormat.mBase, "H5Fget_filesize failed");
-  mFileSize = size - mFormat.mBase;
+// The descriptor through which the strings of a file can be read; negative if they cannot.
+int DescriptorOf(hid_t file_id, std::source_location where) {
+  unsigned intent = 0;
+  herr_t err = H5Fget_intent(file_id, &intent);
+  REQUIRE_AT(where, err>=0, "H5Fget_intent failed");
+#if H5_VERSION_GE(1, 10, 1)
+  haddr_t imageAddress = 0;
+  hsize_t imageSize = 0;
+  err = H5Fget_mdc_image_info(file_id, &imageAddress, &imageSize);
+  REQUIRE_AT(where, err>=0, "H5Fget_mdc_image_info failed");
+#else
+  const hsize_t imageSize = 0;
+#endif
+  const PropertyListHandle fapl_id(H5Fget_access_plist(file_id));
+  REQUIRE_AT(where, fapl_id>=0, "H5Fget_access_plist failed");
+  if ((intent & H5F_ACC_RDWR) != 0 || imageSize > 0 || H5Pget_driver(fapl_id) != H5FD_SEC2) {
+    return -1;
+  }
   void* pDescriptor = nullptr;
   err = H5Fget_vfd_handle(file_id, H5P_DEFAULT, &pDescriptor);
   REQUIRE_AT(where, err>=0, "H5Fget_vfd_handle failed");
-  mDescriptor = *static_cast<int*>(pDescriptor);
+  return *static_cast<int*>(pDescriptor);
 }
 
-// To ask for it takes longer than all else that is done for a short list of strings, of which a
-// file can have thousands, in turn with those of other files. The library gives no identifier
+}  // namespace
+
+H5_GlobalHeap::H5_GlobalHeap(hid_t object_id, const char* failure, std::source_location where)
+    : mFile(FileOf(object_id, where)),
+      mFailure(failure),
+      mWhere(where),
+      mMostIndices(sHarmlessIndices) {}
+
+// To ask for all this takes longer than the rest that is done for a short list of strings, of which
+// a file can have thousands, in turn with those of other files. The library gives no identifier
 // twice.
-H5_GlobalHeap::FileFormat H5_GlobalHeap::FormatOf(hid_t file_id, std::source_location where) {
-  static std::array<FileFormat, 64> sKnown;
-  FileFormat& known = sKnown[static_cast<std::size_t>(file_id) % sKnown.size()];
+H5_GlobalHeap::OpenFile& H5_GlobalHeap::FileOf(hid_t object_id, std::source_location where) {
+  const Handle<H5Fclose> file_id(H5Iget_file_id(object_id));
+  REQUIRE_AT(where, file_id>=0, "H5Iget_file_id failed");
+  using KnownFiles = std::array<OpenFile, 64>;
+  KnownFiles& files = PerThread<KnownFiles>();
+  OpenFile& known = files[static_cast<std::size_t>(hid_t(file_id)) % files.size()];
   if (known.mFile_id == file_id) {
     return known;
   }
+  OpenFile file;
   const PropertyListHandle fcpl_id(H5Fget_create_plist(file_id));
   REQUIRE_AT(where, fcpl_id>=0, "H5Fget_create_plist failed");
-  FileFormat format;
-  herr_t err = H5Pget_sizes(fcpl_id, &format.mAddressBytes, &format.mSizeBytes);
+  herr_t err = H5Pget_sizes(fcpl_id, &file.mAddressBytes, &file.mSizeBytes);
   REQUIRE_AT(where, err>=0, "H5Pget_sizes failed");
+  const std::size_t most = sizeof(std::uint64_t);
+  REQUIRE_AT(where, file.mAddressBytes<=most && file.mSizeBytes<=most,
+             "Addresses of " << file.mAddressBytes << " bytes and sizes of " << file.mSizeBytes
+                             << " are not read");
   hsize_t base = 0;
   err = H5Pget_userblock(fcpl_id, &base);
   REQUIRE_AT(where, err>=0, "H5Pget_userblock failed");
-  format.mBase = base;
-  format.mFile_id = file_id;
-  const std::size_t most = sizeof(std::uint64_t);
-  REQUIRE_AT(where, format.mAddressBytes<=most && format.mSizeBytes<=most,
-             "Addresses of " << format.mAddressBytes << " bytes and sizes of " << format.mSizeBytes
-                             << " are not read");
-  known = format;
-  return format;
+  hsize_t size = 0;
+  err = H5Fget_filesize(file_id, &size);
+  REQUIRE_AT(where, err>=0 && size>=base, "H5Fget_filesize failed");
+  file.mBase = base;
+  file.mFileSize = size - base;
+  file.mDescriptor = DescriptorOf(file_id, where);
+  file.mFile_id = file_id;
+  known = std::move(file);
+  return known;
 }
 
 std::size_t H5_GlobalHeap::ElementBytes() const {
-  return sLengthBytes + mFormat.mAddressBytes + sIndexBytes;
+  return sLengthBytes + mFile.mAddressBytes + sIndexBytes;
 }
 
-void H5_GlobalHeap::RequireString(std::span<const std::byte> element) {
+void H5_GlobalHeap::RequireString(std::span<const std::byte> element, bool mayShare) {
   const std::uint64_t length = LittleEndian(element.data(), sLengthBytes);
-  const std::uint64_t address = LittleEndian(element.data() + sLengthBytes, mFormat.mAddressBytes);
+  const std::uint64_t address = LittleEndian(element.data() + sLengthBytes, mFile.mAddressBytes);
   const std::uint64_t index =
-      LittleEndian(element.data() + sLengthBytes + mFormat.mAddressBytes, sIndexBytes);
+      LittleEndian(element.data() + sLengthBytes + mFile.mAddressBytes, sIndexBytes);
   if (address == 0) {
     REQUIRE_AT(mWhere, length==0,
                mFailure << ": a string of " << length << " characters has no address");
     return;
   }
-  std::vector<Object>& objects = At(address).mObjects;
-  REQUIRE_AT(mWhere, index<objects.size() && objects[index].mIsPresent,
+  Use& use = At(address);
+  const std::vector<Object>& objects = use.mpCollection->mObjects;
+  const auto object = std::ranges::lower_bound(objects, index, {}, &Object::mIndex);
+  REQUIRE_AT(mWhere, object!=objects.end() && object->mIndex==index,
              mFailure << ": there is no string " << index << " in the collection at " << address);
-  Object& object = objects[index];
-  REQUIRE_AT(mWhere, object.mSize==length,
+  REQUIRE_AT(mWhere, object->mSize==length,
              mFailure << ": string " << index << " in the collection at " << address << " has "
-                      << object.mSize << " characters instead of " << length);
-  REQUIRE_AT(mWhere, !object.mIsTaken,
+                      << object->mSize << " characters instead of " << length);
+  const auto position = static_cast<std::size_t>(object - objects.begin());
+  REQUIRE_AT(mWhere, mayShare || !use.mIsTaken[position],
              mFailure << ": two strings are string " << index << " in the collection at "
                       << address);
-  object.mIsTaken = true;
+  use.mIsTaken[position] = true;
 }
 
-H5_GlobalHeap::Collection& H5_GlobalHeap::At(std::uint64_t address) {
-  const auto found = mCollections.find(address);
-  if (found != mCollections.end()) {
+H5_GlobalHeap::Use& H5_GlobalHeap::At(std::uint64_t address) {
+  const auto found = mUses.find(address);
+  if (found != mUses.end()) {
     return found->second;
   }
-  Collection collection = ReadCollection(address);
-  // Or a small file could make us read its bytes again and again.
-  const auto next = mCollections.lower_bound(address);
-  const bool isApart = (next == mCollections.end() || collection.mEnd <= next->first) &&
-                       (next == mCollections.begin() || std::prev(next)->second.mEnd <= address);
+  if (mFile.mpLast == nullptr || mFile.mpLast->mAddress != address) {
+    mFile.mpLast = ReadCollection(address);
+  }
+  Use use = {mFile.mpLast, std::vector<bool>(mFile.mpLast->mObjects.size())};
+  if (use.mpCollection->mSize > sKeptCollection) {
+    mFile.mpLast.reset();
+  }
+  // Or a small file could make us read its bytes again and again, and the library keep gigabytes.
+  const auto next = mUses.lower_bound(address);
+  const std::uint64_t end = address + use.mpCollection->mSize;
+  const auto endOf = [](const Use& other) {
+    return other.mpCollection->mAddress + other.mpCollection->mSize;
+  };
+  const bool isApart = (next == mUses.end() || end <= next->first) &&
+                       (next == mUses.begin() || endOf(std::prev(next)->second) <= address);
   REQUIRE_AT(mWhere, isApart,
              mFailure << ": the collection at " << address << " overlaps with another");
-  return mCollections.emplace_hint(next, address, std::move(collection))->second;
+  mIndices += use.mIsTaken.empty() ? 0 : use.mpCollection->mObjects.back().mIndex;
+  mMostIndices += use.mpCollection->mSize / sHeaderBytes;
+  REQUIRE_AT(mWhere, mIndices<=mMostIndices,
+             mFailure << ": the collections up to that at " << address
+                      << " claim more strings than they have room for");
+  return mUses.emplace_hint(next, address, std::move(use))->second;
 }
 
-H5_GlobalHeap::Collection H5_GlobalHeap::ReadCollection(std::uint64_t address) {
+H5_GlobalHeap::CollectionPointer H5_GlobalHeap::ReadCollection(std::uint64_t address) {
   constexpr std::string_view signature("GCOL\1", 5);
   const std::byte* pHeader = Bytes(address, sHeaderBytes);
   REQUIRE_AT(mWhere,
              std::equal(signature.begin(), signature.end(), reinterpret_cast<const char*>(pHeader)),
              mFailure << ": there is no collection of strings at " << address);
-  const std::uint64_t size = OfWord(pHeader + sSizeAt, mFormat.mSizeBytes);
-  const bool isInFile = size >= sHeaderBytes && size <= mFileSize - address;
+  auto pCollection = std::make_shared<Collection>();
+  pCollection->mAddress = address;
+  pCollection->mSize = OfWord(pHeader + sSizeAt, mFile.mSizeBytes);
+  const bool isInFile =
+      pCollection->mSize >= sSmallestCollection && pCollection->mSize <= mFile.mFileSize - address;
   REQUIRE_AT(mWhere, isInFile,
-             mFailure << ": the collection at " << address << " has " << size
-                      << " bytes, its file " << mFileSize);
-  Collection collection;
-  collection.mEnd = address + size;
+             mFailure << ": the collection at " << address << " has " << pCollection->mSize
+                      << " bytes, its file " << mFile.mFileSize);
+  ReadObjects(*pCollection);
+  return pCollection;
+}
+
+void H5_GlobalHeap::ReadObjects(Collection& collection) {
   std::vector<Object>& objects = collection.mObjects;
-  objects.resize(sWindowBytes / sHeaderBytes);
+  objects.reserve(sSmallestCollection / sHeaderBytes);
+  const std::uint64_t end = collection.mAddress + collection.mSize;
+  bool isAscending = true;
+  bool hasFreeRoom = false;
   // What is left at the end for no header is free.
-  for (std::uint64_t at = address + sHeaderBytes; collection.mEnd - at >= sHeaderBytes;) {
+  for (std::uint64_t at = collection.mAddress + sHeaderBytes; end - at >= sHeaderBytes;) {
     const std::byte* pObject = Bytes(at, sHeaderBytes);
-    const std::uint64_t index = OfWord(pObject, sObjectIndexBytes);
-    const std::uint64_t bytes = OfWord(pObject + sSizeAt, mFormat.mSizeBytes);
-    const std::uint64_t room = collection.mEnd - at;
+    const auto index = static_cast<std::uint32_t>(OfWord(pObject, sObjectIndexBytes));
+    const std::uint64_t size = OfWord(pObject + sSizeAt, mFile.mSizeBytes);
+    const std::uint64_t room = end - at;
     // Object 0 is the free room, with its header.
-    const bool fits = index == 0 ? bytes >= sHeaderBytes && bytes <= room
-                                 : bytes <= room && sHeaderBytes + Padded(bytes) <= room;
-    if (index >= objects.size()) {
-      objects.resize(2 * index);
+    const bool isFreeRoom = index == 0;
+    const bool fits = isFreeRoom ? size >= sHeaderBytes && size <= room && !hasFreeRoom
+                                 : size <= room && sHeaderBytes + Padded(size) <= room;
+    REQUIRE_AT(mWhere, fits,
+               mFailure << ": the collection at " << collection.mAddress << " is damaged at "
+                        << at);
+    if (isFreeRoom) {
+      hasFreeRoom = true;
+      at += size;
+    } else {
+      isAscending = isAscending && (objects.empty() || objects.back().mIndex < index);
+      objects.push_back({index, size});
+      at += sHeaderBytes + Padded(size);
     }
-    Object& object = objects[index];
-    REQUIRE_AT(mWhere, fits && !object.mIsPresent,
-               mFailure << ": the collection at " << address << " is damaged at " << at);
-    object = {bytes, true, index == 0};
-    at += index == 0 ? bytes : sHeaderBytes + Padded(bytes);
   }
-  return collection;
+  if (!isAscending) {
+    std::ranges::sort(objects, {}, &Object::mIndex);
+    const auto twice = std::ranges::adjacent_find(objects, {}, &Object::mIndex);
+    REQUIRE_AT(mWhere, twice==objects.end(),
+               mFailure << ": the collection at " << collection.mAddress << " has string "
+                        << twice->mIndex << " twice");
+  }
 }
 
 const std::byte* H5_GlobalHeap::Bytes(std::uint64_t address, std::size_t count) {
   // Beyond any window if it is before this one.
   std::uint64_t at = address - mWindowAddress;
   if (at > mWindow.size() || count > mWindow.size() - at) {
-    REQUIRE_AT(mWhere, address<=mFileSize && count<=mFileSize-address,
+    REQUIRE_AT(mWhere, address<=mFile.mFileSize && count<=mFile.mFileSize-address,
                mFailure << ": a collection at " << address << " is beyond the end of the file");
-    mWindow.resize(std::min<std::uint64_t>(sWindowBytes, mFileSize - address));
+    mWindow.resize(std::min(sSmallestCollection, mFile.mFileSize - address));
     mWindowAddress = address;
     at = 0;
     std::size_t done = 0;
     while (done < count) {
-      const ssize_t bytes = pread(mDescriptor, mWindow.data() + done, mWindow.size() - done,
-                                  static_cast<off_t>(mFormat.mBase + address + done));
-      REQUIRE_AT(mWhere, bytes>0, mFailure << ": the strings at " << address << " cannot be read");
-      done += static_cast<std::size_t>(bytes);
+      const ssize_t bytes = pread(mFile.mDescriptor, mWindow.data() + done, mWindow.size() - done,
+                                  static_cast<off_t>(mFile.mBase + address + done));
+      REQUIRE_AT(mWhere, bytes>0 || (bytes<0 && errno==EINTR),
+                 mFailure << ": the strings at " << address << " cannot be read");
+      done += bytes > 0 ? static_cast<std::size_t>(bytes) : 0;
     }
     mWindow.resize(done);
   }

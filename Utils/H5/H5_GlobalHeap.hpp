@@ -8,51 +8,66 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <source_location>
 #include <span>
 #include <vector>
 
-/// Of the file of an open object, which is lent. The file is not open for writing.
+/// Of the file of an open object, which is lent.
 class H5_GlobalHeap {
  public:
   /// What fails is reported with `failure` before it.
   H5_GlobalHeap(hid_t object_id, const char* failure, std::source_location where);
 
+  /// Not if the file is open for writing, so that strings may be in memory still; nor if it keeps
+  /// them in an image of the library's cache, or is no ordinary file to the library.
+  bool CanRead() const { return mFile.mDescriptor >= 0; }
+
   /// What a string takes beside its characters: length, address of its collection, index in that.
   std::size_t ElementBytes() const;
 
-  /// Fails unless the string is in the file, with the length that its element gives, and no element
-  /// before this one had the same. A string that was never written has neither length nor address.
-  void RequireString(std::span<const std::byte> element);
+  /// Fails unless the string is in the file, with the length that its element gives, and (unless
+  /// they may share) no element before this one had the same. A string that was never written has
+  /// neither length nor address.
+  void RequireString(std::span<const std::byte> element, bool mayShare);
 
  private:
-  struct FileFormat {
+  struct Object {
+    std::uint32_t mIndex;
+    std::uint64_t mSize;
+  };
+  struct Collection {
+    std::uint64_t mAddress = 0;
+    std::uint64_t mSize = 0;
+    std::vector<Object> mObjects;  // ascending by index
+  };
+  using CollectionPointer = std::shared_ptr<const Collection>;
+  struct OpenFile {
     hid_t mFile_id = -1;
     std::size_t mAddressBytes = 0;
     std::size_t mSizeBytes = 0;
-    std::uint64_t mBase = 0;  // addresses count from here
+    std::uint64_t mBase = 0;      // addresses count from here
+    std::uint64_t mFileSize = 0;  // from there on
+    int mDescriptor = -1;         // negative if strings cannot be seen
+    CollectionPointer mpLast;
   };
-  struct Object {
-    std::uint64_t mSize = 0;
-    bool mIsPresent = false;
-    bool mIsTaken = false;
-  };
-  struct Collection {
-    std::uint64_t mEnd = 0;
-    std::vector<Object> mObjects;  // by index
+  struct Use {
+    CollectionPointer mpCollection;
+    std::vector<bool> mIsTaken;  // an object of it
   };
 
-  static FileFormat FormatOf(hid_t file_id, std::source_location where);
-  Collection& At(std::uint64_t address);
-  Collection ReadCollection(std::uint64_t address);
+  static OpenFile& FileOf(hid_t object_id, std::source_location where);
+  Use& At(std::uint64_t address);
+  CollectionPointer ReadCollection(std::uint64_t address);
+  void ReadObjects(Collection& collection);
   const std::byte* Bytes(std::uint64_t address, std::size_t count);
 
+  OpenFile& mFile;
   const char* mFailure;
   std::source_location mWhere;
-  int mDescriptor = -1;
-  FileFormat mFormat;
-  std::uint64_t mFileSize = 0;                       // from the base on
-  std::map<std::uint64_t, Collection> mCollections;  // by address; they do not overlap
-  std::vector<std::byte> mWindow;                    // a part of the file
+  std::map<std::uint64_t, Use> mUses;  // by address; they do not overlap
+  std::uint64_t mIndices = 0;          // that the library keeps for them
+  std::uint64_t mMostIndices;
+  std::vector<std::byte> mWindow;  // a part of the file
   std::uint64_t mWindowAddress = 0;
 };

@@ -51,12 +51,21 @@ class GlobalHeapTest : public testing::Test {
     std::size_t mSizeBytes = 8;
     H5D_layout_t mLayout = H5D_CONTIGUOUS;
     bool mCompress = false;
+    const char* mFillValue = nullptr;  // of a text that is not written
+    bool mCacheImage = false;
   };
   void Write(const Form& form, const Strings& text, const Strings& list) {
     const PropertyListHandle format(H5Pcreate(H5P_FILE_CREATE));
     H5Pset_userblock(format, form.mUserBlock);
     H5Pset_sizes(format, form.mAddressBytes, form.mSizeBytes);
-    const Handle<H5Fclose> file(H5Fcreate(Path().c_str(), H5F_ACC_TRUNC, format, H5P_DEFAULT));
+    const PropertyListHandle access(H5Pcreate(H5P_FILE_ACCESS));
+    if (form.mCacheImage) {
+      H5Pset_libver_bounds(access, H5F_LIBVER_LATEST, H5F_LIBVER_LATEST);
+      H5AC_cache_image_config_t image = {H5AC__CURR_CACHE_IMAGE_CONFIG_VERSION, true, false,
+                                         H5AC__CACHE_IMAGE__ENTRY_AGEOUT__NONE};
+      ASSERT_GE(H5Pset_mdc_image_config(access, &image), 0);
+    }
+    const Handle<H5Fclose> file(H5Fcreate(Path().c_str(), H5F_ACC_TRUNC, format, access));
     const hsize_t extent = text.size();
     const hsize_t chunk = 2;
     const PropertyListHandle list_id(H5Pcreate(H5P_DATASET_CREATE));
@@ -70,13 +79,18 @@ class GlobalHeapTest : public testing::Test {
     const DataspaceHandle space(H5Screate_simple(1, &extent, nullptr));
     const DatatypeHandle type(H5Tcopy(H5T_C_S1));
     H5Tset_size(type, H5T_VARIABLE);
+    if (form.mFillValue != nullptr) {
+      H5Pset_fill_value(list_id, type, &form.mFillValue);
+    }
     std::vector<const char*> pointers;
     for (const std::string& string : text) {
       pointers.push_back(string.c_str());
     }
     const DatasetHandle dataset(
         H5Dcreate2(file, "s.txt", type, space, H5P_DEFAULT, list_id, H5P_DEFAULT));
-    ASSERT_GE(H5Dwrite(dataset, type, H5S_ALL, H5S_ALL, H5P_DEFAULT, pointers.data()), 0);
+    if (form.mFillValue == nullptr) {
+      ASSERT_GE(H5Dwrite(dataset, type, H5S_ALL, H5S_ALL, H5P_DEFAULT, pointers.data()), 0);
+    }
     Vexa_H5::AttachStringsToAttributes(file, "A", MyVector<std::string>(list), 0);
   }
 
@@ -93,7 +107,8 @@ TEST_F(GlobalHeapTest, SoundStringsOfEveryFormAreRead) {
                         {.mUserBlock = 512, .mSizeBytes = 4},
                         {.mLayout = H5D_COMPACT},
                         {.mLayout = H5D_CHUNKED},
-                        {.mAddressBytes = 4, .mLayout = H5D_CHUNKED, .mCompress = true}};
+                        {.mAddressBytes = 4, .mLayout = H5D_CHUNKED, .mCompress = true},
+                        {.mCacheImage = true}};
   for (const Form& form : forms) {
     SCOPED_TRACE(std::to_string(&form - forms));
     Write(form, text, list);
@@ -103,6 +118,30 @@ TEST_F(GlobalHeapTest, SoundStringsOfEveryFormAreRead) {
               }),
               "");
   }
+}
+
+TEST_F(GlobalHeapTest, StringsThatWereNeverWrittenShareTheFillValue) {
+  Write({.mFillValue = "fill"}, {"", "", ""}, {});
+  EXPECT_EQ(ReadText(Path()), "fillfillfill");
+}
+
+// The library keeps some bytes for each index up to the highest.
+TEST_F(GlobalHeapTest, ManyCollectionsOfHighIndicesAreRefused) {
+  const Strings text(100, "x");
+  Write({}, text, {});
+  std::string bytes = PlainH5::Bytes(Path());
+  const std::string element = LittleEndian(1, 4) + LittleEndian(bytes.find("GCOL"), 8);
+  std::size_t at = 0;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    at = bytes.find(element, at);
+    ASSERT_NE(at, std::string::npos);
+    bytes.replace(at + 4, 12, LittleEndian(bytes.size(), 8) + LittleEndian(65535, 4));
+    bytes += "GCOL" + LittleEndian(1, 4) + LittleEndian(4096, 8) + LittleEndian(65535, 8) +
+             LittleEndian(1, 8) + LittleEndian('x', 8) + LittleEndian(0, 8) +
+             LittleEndian(4096 - 40, 8) + std::string(4096 - 56, '\0');
+  }
+  std::ofstream(Path(), std::ios::binary) << bytes;
+  EXPECT_THAT(ReportOf([&] { ReadText(Path()); }), HasSubstr("claim more strings than they have"));
 }
 
 TEST_F(GlobalHeapTest, StringsThatAreNotWhereTheirElementsSayAreRefused) {
@@ -173,8 +212,8 @@ TEST_F(GlobalHeapTest, DamagedCollectionsAreRefused) {
       {"version", 4, LittleEndian(2, 1), "there is no collection of strings" + at},
       {"huge", 8, LittleEndian(~0ULL, 8), at + " has 18446744073709551615 bytes, its file"},
       {"smaller than its header", 8, LittleEndian(8, 8), at + " has 8 bytes, its file"},
-      {"ends in an object", 8, LittleEndian(36, 8), damagedAtFirst},
-      {"index of the next", 16, sound.substr(heap + 40, 2), at + " is damaged at "},
+      {"small", 8, LittleEndian(4088, 8), at + " has 4088 bytes, its file"},
+      {"index of the next", 16, sound.substr(heap + 40, 2), at + " has string 2 twice"},
       {"free room of no size", 16, std::string(16, '\0'), damagedAtFirst},
       {"huge object", 24, LittleEndian(~0ULL, 8), damagedAtFirst},
       {"object beyond the end", 24, LittleEndian(4096, 8), damagedAtFirst}};

@@ -45,24 +45,21 @@ hsize_t Vexa_H5::ElementBytes(hid_t object_id, hid_t type_id, Location where) {
 
 void Vexa_H5::RequireStringsInFile(hid_t object_id, std::size_t count, const char* failure,
                                    Location where) {
-  const Handle<H5Fclose> file_id(H5Iget_file_id(object_id));
-  REQUIRE_AT(where, file_id>=0, "H5Iget_file_id failed");
-  unsigned intent = 0;
-  const herr_t asked = H5Fget_intent(file_id, &intent);
-  REQUIRE_AT(where, asked>=0, "H5Fget_intent failed");
-  if (count == 0 || (intent & H5F_ACC_RDWR) != 0) {
+  H5_GlobalHeap heap(object_id, failure, where);
+  if (count == 0 || !heap.CanRead()) {
     return;
   }
-  H5_GlobalHeap heap(object_id, failure, where);
   const std::size_t elementBytes = heap.ElementBytes();
   const DatatypeHandle type_id = BytesOfElements(elementBytes, where);
   std::vector<std::byte> elements(count * elementBytes);
+  const bool isAttribute = H5Iget_type(object_id) == H5I_ATTR;
   const herr_t err =
-      H5Iget_type(object_id) == H5I_ATTR
-          ? H5Aread(object_id, type_id, elements.data())
-          : H5Dread(object_id, type_id, H5S_ALL, H5S_ALL, H5P_DEFAULT, elements.data());
+      isAttribute ? H5Aread(object_id, type_id, elements.data())
+                  : H5Dread(object_id, type_id, H5S_ALL, H5S_ALL, H5P_DEFAULT, elements.data());
   REQUIRE_AT(where, err>=0, failure);
+  // What was never written is all the same string: the fill value.
+  const bool mayShare = !isAttribute && H5Dget_storage_size(object_id) == 0;
   for (std::size_t at = 0; at < elements.size(); at += elementBytes) {
-    heap.RequireString(std::span(elements).subspan(at, elementBytes));
+    heap.RequireString(std::span(elements).subspan(at, elementBytes), mayShare);
   }
 }

@@ -16,8 +16,8 @@ hsize_t ElementBytes(hid_t object_id, hid_t type_id,
 /// Fails unless each of the `count` strings of a dataset or attribute of strings of variable length
 /// is in its file as its element says (see H5_GlobalHeap), with `failure` before the reason. HDF5
 /// believes an element: it makes room for the length it gives, copies as much as it finds, past
-/// the end of that room too, and takes a string without an address for an empty one. A file that is
-/// open for writing is not looked at, since its strings may not be in the file yet.
+/// the end of that room too, and takes a string without an address for an empty one. Nothing is
+/// checked where the heap cannot be read.
 void RequireStringsInFile(hid_t object_id, std::size_t count, const char* failure,
                           std::source_location where = std::source_location::current());
 
