@@ -15,16 +15,10 @@
 
 namespace {
 
-using testing::AllOf;
-using testing::ContainsRegex;
-using testing::EndsWith;
-using testing::Eq;
 using testing::ExitedWithCode;
-using testing::StartsWith;
 
 // As if nobody caught it: no handler outside is asked.
-template <class Action>
-void Uncaught(Action action) noexcept {
+void Uncaught(void (*action)()) noexcept {
   action();
 }
 
@@ -40,38 +34,32 @@ class TerminateHandlerTest : public testing::Test {
   const ToldOutput mOutput;
 };
 
+constexpr char sNoException[] = "^\n#+    ---  ERROR  ---    #+\nException was .*#\n\nwritten;$";
+
 TEST_F(TerminateHandlerTest, ReportByTypeOfException) {
   const struct {
     void (*mAction)();
     const char* mReport;
-  } cases[] = {{[] { throw CodeError("what happened\n", false); }, "what happened\n"},
+  } cases[] = {{[] { throw CodeError("what happened\n", false); }, "^what happened\nwritten;$"},
                {[] { throw std::bad_cast(); },
-                "\n########## std::bad_cast caught in TerminateHandler ##########\n"
-                "dynamic_cast<.> to a reference failed.\n"
-                "##############################################################\n"},
+                "^\n#+ std::bad_cast caught in TerminateHandler #+\n[^\n]*\n#+\nwritten;$"},
                {[] { throw std::out_of_range("the reason"); },
-                "\n########################   ERROR   ###########################\n"
-                "TerminateHandler: std::exception (or class derived from it) caught\n"
-                "the reason\n"
-                "################################################################\n"},
-               {[] { throw 1; },
-                "\n#########################   ERROR   #########################\n"
-                "TerminateHandler: Unknown exception was thrown.\n"
-                "All exceptions should be derived from CodeError; STL and other\n"
-                "libraries should throw std::exception.\n"
-                "################################################################\n"}};
+                "^\n#+   ERROR   #+\n[^\n]*std::exception [^\n]*\nthe reason\n#+\nwritten;$"},
+               {[] { throw 1; }, "^\n#+   ERROR   #+\n[^\n]*Unknown exception .*\n#+\nwritten;$"},
+               {[] { throw std::bad_alloc(); },
+                "^\n#+ std::bad_alloc caught in TerminateHandler #+\n"
+                "New ran out of memory.\n"
+                "Peak RSS memory    = [1-9][0-9]* bytes \n"
+                "Current RSS memory = [1-9][0-9]* bytes \n#+\nwritten;$"},
+               {[] { std::terminate(); }, sNoException}};
   for (const auto& c : cases) {
-    EXPECT_EXIT(Uncaught(c.mAction), ExitedWithCode(255), Eq(std::string(c.mReport) + "written;"));
+    EXPECT_EXIT(Uncaught(c.mAction), ExitedWithCode(255), c.mReport);
   }
-}
-
-TEST_F(TerminateHandlerTest, BadAlloc) {
-  EXPECT_EXIT(Uncaught([] { throw std::bad_alloc(); }), ExitedWithCode(255),
-              "^\n######## std::bad_alloc caught in TerminateHandler ##########\n"
-              "New ran out of memory.\n"
-              "Peak RSS memory    = [1-9][0-9]* bytes \n"
-              "Current RSS memory = [1-9][0-9]* bytes \n"
-              "#############################################################\nwritten;$");
+  // A new process, for in this one a failed REQUIRE may have used up the one backtrace.
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  setenv("VEXA_NO_BACKTRACE", "", 1);
+  EXPECT_EXIT(Uncaught([] { throw 1; }), ExitedWithCode(255),
+              "^\n####.*  __cxa_throw \\+ 0x[0-9a-f]+\n.*####\nwritten;$");
 }
 
 TEST_F(TerminateHandlerTest, ExitByALibrary) {
@@ -83,23 +71,9 @@ TEST_F(TerminateHandlerTest, ExitByALibrary) {
     std::exit(status);
   };
   EXPECT_EXIT(leave(3), ExitedWithCode(255),
-              Eq("\n#########################   ERROR   #########################\n"
-                 "A library ended the process by exit(3).\n"
-                 "Object '/a.dat' of file 'a.h5'\n"
-                 "#############################################################\nwritten;"));
-  EXPECT_EXIT(leave(0), ExitedWithCode(0), Eq(""));
-}
-
-const std::string sDumbReport =
-    "\n"
-    "#####################    ---  ERROR  ---    ####################\n"
-    "Exception was thrown, but we were unable to recover the type of \n"
-    "the exception with the trick inside TerminateHandler\n"
-    "################################################################\n"
-    "\n";
-
-TEST_F(TerminateHandlerTest, NoException) {
-  EXPECT_EXIT(std::terminate(), ExitedWithCode(255), Eq(sDumbReport + "written;"));
+              "^\n#+   ERROR   #+\nA library ended the process by exit\\(3\\).\n"
+              "Object '/a.dat' of file 'a.h5'\n#+\nwritten;$");
+  EXPECT_EXIT(leave(0), ExitedWithCode(0), "^$");
 }
 
 TEST_F(TerminateHandlerTest, FailureWhileReporting) {
@@ -107,18 +81,8 @@ TEST_F(TerminateHandlerTest, FailureWhileReporting) {
     void WriteCache() const override { throw 2; }
   };
   const Failing failing;
-  EXPECT_EXIT(
-      Uncaught([] { throw CodeError("first;", false); }), ExitedWithCode(255),
-      Eq("first;written;" + sDumbReport + "Made a recursive call to MyAbort. Exiting now.\n"));
-}
-
-TEST_F(TerminateHandlerTest, BacktraceReachesToTheThrow) {
-  // A new process, for in this one a failed REQUIRE may have used up the one backtrace.
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
-  setenv("VEXA_NO_BACKTRACE", "", 1);
-  EXPECT_EXIT(Uncaught([] { throw 1; }), ExitedWithCode(255),
-              AllOf(StartsWith("\n####"), ContainsRegex("  __cxa_throw \\+ 0x[0-9a-f]+\n"),
-                    EndsWith("####\nwritten;")));
+  EXPECT_EXIT(Uncaught([] { throw CodeError("first;", false); }), ExitedWithCode(255),
+              "^first;written;\n#+    ---  ERROR  ---    #+\n.*#\n\nMade a recursive call to");
 }
 
 }  // namespace

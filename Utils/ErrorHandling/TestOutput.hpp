@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <iostream>
-#include <string>
 
 #include "Utils/ErrorHandling/CachedOutput.hpp"
 #include "Utils/ErrorHandling/ParallelRuntime.hpp"
@@ -14,15 +13,14 @@ struct ToldOutput : CachedOutputObject {
   void WriteCache() const override { std::cerr << "written;"; }
 };
 
-/// A process of the given rank in a job of the given size.
+/// A process of the given rank in a job of two.
 struct FakeRuntime : ParallelRuntime {
-  explicit FakeRuntime(int rank, int size = 2) : mRank(rank), mSize(size) { Install(this); }
-  FakeRuntime(const FakeRuntime&) = delete;
+  explicit FakeRuntime(int rank) : mRank(rank) { Install(this); }
   ~FakeRuntime() override { Install(nullptr); }
 
   bool IsInitialized() const override { return true; }
   int Rank() const override { return mRank; }
-  int NumberOfProcesses() const override { return mSize; }
+  int NumberOfProcesses() const override { return 2; }
   void RequestFlushOfOthers() const override { std::cerr << "others asked;"; }
   void Abort(int code) const override {
     std::cerr << "job aborted with " << code;
@@ -30,5 +28,4 @@ struct FakeRuntime : ParallelRuntime {
   }
 
   int mRank;
-  int mSize;
 };
