@@ -8,6 +8,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <string>
 #include <string_view>
@@ -20,17 +22,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 namespace Fuzz {
 
 /// Writes the text to standard error and aborts.
-[[noreturn]] void Fail(const char* file, int line, const std::string& text);
+[[noreturn]] inline void Fail(const char* file, int line, const std::string& text) {
+  std::fprintf(stderr, "FINDING at %s:%d: %s\n", file, line, text.c_str());
+  std::abort();
+}
 
 inline std::string_view Text(const std::uint8_t* data, std::size_t size) {
   return {reinterpret_cast<const char*>(data), size};
-}
-
-/// The text up to the first separator, and the text after it; empty if there is none.
-inline std::pair<std::string, std::string> SplitOnce(std::string_view text, char separator) {
-  const std::size_t at = text.find(separator);
-  return {std::string(text.substr(0, at)),
-          std::string(at == std::string_view::npos ? "" : text.substr(at + 1))};
 }
 
 /// False if the action throws a CodeError, true if it throws nothing.
