@@ -1,6 +1,7 @@
-"""Runs what the README and the man pages show, and draws the README's picture.
+"""Runs what the README and the man pages show, draws the README's picture, and starts eight small
+joins in each way that docs/cluster.md shows, with its own scripts and commands.
 
-    TestPages.py SOURCES KELMOR_RUN KELMOR KELMORINFO WRITE_SEGMENTS
+    TestPages.py SOURCES KELMOR_RUN KELMOR KELMORINFO WRITE_SEGMENTS [TEST ...]
 """
 
 import os
@@ -13,7 +14,7 @@ import tempfile
 import unittest
 
 SOURCES = pathlib.Path(sys.argv[1])
-KELMOR_RUN, KELMOR, KELMORINFO, WRITE_SEGMENTS = sys.argv[2:]
+*PROGRAMS, WRITE_SEGMENTS = sys.argv[2:6]
 
 # What the examples of a page print, or part of it, and the files that they make.
 EXAMPLES = {
@@ -34,18 +35,36 @@ EXAMPLES = {
 }
 
 
-class TestPages(unittest.TestCase):
+CLUSTER_PAGE = (SOURCES / "docs/cluster.md").read_text(encoding="utf-8")
+SCRIPTS = dict(re.findall(r"`([\w.-]+)`[^`]*\n\n```\w+\n(.*?)^```$", CLUSTER_PAGE,
+                          re.MULTILINE | re.DOTALL))
+RUNS = ["a", "b", "c", "d", "e", "f", "g", "with blank"]
+BROKEN = "d"
+
+
+class WithPrograms(unittest.TestCase):
     def setUp(self):
         holder = tempfile.TemporaryDirectory()
         self.addCleanup(holder.cleanup)
-        self.data = pathlib.Path(holder.name) / "data"
-        programs = pathlib.Path(holder.name) / "bin"
-        for folder in (self.data, programs):
-            folder.mkdir()
-        for program in (KELMOR_RUN, KELMOR, KELMORINFO):
+        self.top = pathlib.Path(holder.name)
+        programs = self.top / "bin"
+        programs.mkdir()
+        for program in PROGRAMS:
             (programs / pathlib.Path(program).name).symlink_to(program)
-        self.environment = dict(os.environ, PATH=f"{programs}:{os.environ['PATH']}")
-        subprocess.run([WRITE_SEGMENTS, self.data], check=True, stdout=subprocess.DEVNULL)
+        self.environment = dict(os.environ, PATH=f"{programs}:{os.environ['PATH']}", HOME=str(self.top),
+                                VEXA_NO_BACKTRACE="1")
+
+    def write_segments(self, name):
+        folder = self.top / name
+        folder.mkdir(parents=True)
+        subprocess.run([WRITE_SEGMENTS, folder], check=True, stdout=subprocess.DEVNULL)
+        return folder
+
+
+class TestPages(WithPrograms):
+    def setUp(self):
+        super().setUp()
+        self.data = self.write_segments("data")
 
     def run_line(self, line):
         """What it prints; the files that it makes."""
@@ -80,5 +99,73 @@ class TestPages(unittest.TestCase):
                 path.unlink()
 
 
+def line_of(program):
+    """The line that starts a program, as the page has it."""
+    return re.search(rf"^    ({program} .*)$", CLUSTER_PAGE, re.MULTILINE)[1]
+
+
+class TestCluster(WithPrograms):
+    def setUp(self):
+        super().setUp()
+        for name, text in SCRIPTS.items():
+            (self.top / name).write_text(text)
+        for run in RUNS:
+            self.write_segments(f"runs/{run}")
+        self.broken = self.top / "runs" / BROKEN / "segment2.h5"
+        os.truncate(self.broken, 2000)
+
+    def start(self, *command, **environment):
+        result = subprocess.run(command, cwd=self.top, env=dict(self.environment, **environment),
+                                stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+        return result.returncode, result.stdout
+
+    def results(self):
+        """Those that are there, with what changes if they are made again."""
+        found = {path.name: (path.stat().st_ino, path.stat().st_mtime_ns)
+                 for path in (self.top / "joined").iterdir() if path.name != "log.tsv"}
+        runs = sorted(name.removesuffix(".h5") for name in found if name.endswith(".h5"))
+        self.assertEqual(set(found), {run + suffix for run in runs for suffix in (".h5", ".h5.json")})
+        return runs, found
+
+    def check(self, start):
+        """One of eight fails and says so; once it is mended, it alone is joined."""
+        status, text = start()
+        runs, before = self.results()
+        self.assertEqual(runs, [run for run in RUNS if run != BROKEN], text)
+        self.assertNotEqual(status, 0)
+        self.assertEqual(text.count("REQUIRE  FAILED"), 1, text)
+        self.assertEqual(re.findall(r"kelmor-run: (.*): no .*/joined/(.*)", text),
+                         [("Kelmor ended with status 255", f"{BROKEN}.h5")])
+
+        shutil.copy(self.top / "runs/a/segment2.h5", self.broken)
+        status, text = start()
+        self.assertEqual(status, 0, text)
+        runs, after = self.results()
+        self.assertEqual(runs, RUNS)
+        self.assertEqual(before, {name: after[name] for name in before})
+
+    @unittest.skipUnless(shutil.which("snakemake"), "snakemake is not installed")
+    def test_snakemake(self):
+        self.check(lambda: self.start("bash", "-c", line_of("snakemake")))
+
+    @unittest.skipUnless(shutil.which("parallel"), "GNU parallel is not installed")
+    def test_parallel(self):
+        self.check(lambda: self.start("bash", "join-all.sh"))
+
+    def test_slurm(self):
+        """The jobs of the array one after the other, as a node would run them."""
+        sbatch = self.top / "bin/sbatch"
+        sbatch.write_text('#!/bin/sh\necho "$@"\n')
+        sbatch.chmod(0o755)
+        submitted = self.start("bash", "-c", line_of("sbatch"))[1]
+        first, last, script = re.fullmatch(r"--array=(\d+)-(\d+) ([\w.]+)\n", submitted).groups()
+
+        def start():
+            ends = [self.start("bash", script, SLURM_ARRAY_TASK_ID=str(job), SLURM_CPUS_PER_TASK="2")
+                    for job in range(int(first), int(last) + 1)]
+            return max(status for status, _ in ends), "".join(text for _, text in ends)
+        self.check(start)
+
+
 if __name__ == "__main__":
-    unittest.main(argv=sys.argv[:1], verbosity=2)
+    unittest.main(argv=sys.argv[:1] + sys.argv[6:], verbosity=2)
