@@ -17,62 +17,47 @@ struct Ended {
   std::string mText;  // standard output and error
 };
 
-class MpiEnvironmentTest : public testing::Test {
- protected:
-  MpiEnvironmentTest() {
-    std::filesystem::create_directory(mDirectory);
-    // More processes than cores, and a test machine that has root only, are fine here.
-    setenv("OMPI_ALLOW_RUN_AS_ROOT", "1", 1);
-    setenv("OMPI_ALLOW_RUN_AS_ROOT_CONFIRM", "1", 1);
-    setenv("OMPI_MCA_rmaps_base_oversubscribe", "1", 1);
-    // What MPI itself never frees is no fault of ours.
-    setenv("LSAN_OPTIONS", "detect_leaks=0", 1);
+Ended RunJob(const std::string& directory, const std::string& what) {
+  std::filesystem::remove_all(directory);
+  std::filesystem::create_directory(directory);
+  // More processes than cores, and a test machine that has root only, are fine here.
+  setenv("OMPI_ALLOW_RUN_AS_ROOT", "1", 1);
+  setenv("OMPI_ALLOW_RUN_AS_ROOT_CONFIRM", "1", 1);
+  setenv("OMPI_MCA_rmaps_base_oversubscribe", "1", 1);
+  // What MPI itself never frees is no fault of ours.
+  setenv("LSAN_OPTIONS", "detect_leaks=0", 1);
+  const std::string command = "cd '" + directory +
+                              "' && timeout 60 '" VEXA_MPIEXEC "' -np 2 '" VEXA_TEST_JOB "' " +
+                              what + " 2>&1";
+  Ended ended{};
+  FILE* pipe = popen(command.c_str(), "r");
+  std::array<char, 4096> text;
+  while (const std::size_t length = std::fread(text.data(), 1, text.size(), pipe)) {
+    ended.mText.append(text.data(), length);
   }
-  ~MpiEnvironmentTest() override { std::filesystem::remove_all(mDirectory); }
+  ended.mExitCode = WEXITSTATUS(pclose(pipe));
+  return ended;
+}
 
-  Ended RunJob(const std::string& arguments) const {
-    const std::string command = "cd '" + mDirectory +
-                                "' && timeout 60 '" VEXA_MPIEXEC "' -np 2 '" VEXA_TEST_JOB "' " +
-                                arguments + " 2>&1";
-    Ended ended{};
-    FILE* pipe = popen(command.c_str(), "r");
-    std::array<char, 4096> text;
-    while (const std::size_t length = std::fread(text.data(), 1, text.size(), pipe)) {
-      ended.mText.append(text.data(), length);
+TEST(MpiEnvironmentTest, AbortOfOneProcessHasAllWriteAndEndsTheJob) {
+  const std::string directory = testing::TempDir() + "vexa-mpi-" + std::to_string(getpid());
+  const Ended normal = RunJob(directory, "normal");
+  EXPECT_EQ(normal.mExitCode, 0);
+  EXPECT_EQ(normal.mText, "");
+  for (const auto& [what, message] :
+       {std::pair("abort", "giving up\n"), std::pair("mpi", "MPI failed: ")}) {
+    const Ended ended = RunJob(directory, what);
+    EXPECT_EQ(ended.mExitCode, 255) << ended.mText;
+    // What the processes print arrives in any order, the prefix of a report apart from its text.
+    for (const char* part : {"[1]", message, "flushed by rank 0\n", "flushed by rank 1\n"}) {
+      EXPECT_THAT(ended.mText, HasSubstr(part));
     }
-    ended.mExitCode = WEXITSTATUS(pclose(pipe));
-    return ended;
+    std::ifstream errors(directory + "/Errors001.txt");
+    std::string line;
+    std::getline(errors, line);
+    EXPECT_THAT(line + "\n", testing::StartsWith(message));
   }
-
-  const std::string mDirectory = testing::TempDir() + "vexa-mpi-" + std::to_string(getpid());
-};
-
-TEST_F(MpiEnvironmentTest, AbortOfOneProcessHasAllWriteAndEndsTheJob) {
-  const Ended ended = RunJob("abort");
-  EXPECT_EQ(ended.mExitCode, 255) << ended.mText;
-  // What the processes print arrives in any order, the prefix of a report apart from its text.
-  EXPECT_THAT(ended.mText, HasSubstr("[1]"));
-  EXPECT_THAT(ended.mText, HasSubstr("giving up\n"));
-  EXPECT_THAT(ended.mText, HasSubstr("flushed by rank 0\n"));
-  EXPECT_THAT(ended.mText, HasSubstr("flushed by rank 1\n"));
-  std::ifstream errors(mDirectory + "/Errors001.txt");
-  std::string line;
-  std::getline(errors, line);
-  EXPECT_EQ(line, "giving up");
-}
-
-TEST_F(MpiEnvironmentTest, FailureOfMpiIsReported) {
-  const Ended ended = RunJob("mpi");
-  EXPECT_EQ(ended.mExitCode, 255) << ended.mText;
-  EXPECT_THAT(ended.mText, HasSubstr("[1]"));
-  EXPECT_THAT(ended.mText, HasSubstr("MPI failed: "));
-  EXPECT_THAT(ended.mText, HasSubstr("flushed by rank 0\n"));
-}
-
-TEST_F(MpiEnvironmentTest, NormalEndFinalises) {
-  const Ended ended = RunJob("normal");
-  EXPECT_EQ(ended.mExitCode, 0) << ended.mText;
-  EXPECT_EQ(ended.mText, "");
+  std::filesystem::remove_all(directory);
 }
 
 }  // namespace

@@ -12,57 +12,41 @@ namespace {
 
 namespace fs = std::filesystem;
 
-class FilesTest : public testing::Test {
- protected:
-  FilesTest() {
-    fs::create_directories(mDirectory / "sub");
-    std::ofstream(mDirectory / "file") << "text";
-    fs::create_symlink("file", mDirectory / "link");
-    fs::create_symlink("sub", mDirectory / "dirlink");
-    fs::create_symlink("nowhere", mDirectory / "dangling");
-    mkfifo((mDirectory / "fifo").c_str(), 0600);
-  }
-  ~FilesTest() override { fs::remove_all(mDirectory); }
-
-  fs::path mDirectory = fs::temp_directory_path() / ("vexa-files-" + std::to_string(getpid()));
-};
-
-TEST_F(FilesTest, KindsOfPaths) {
+TEST(FilesTest, EveryKindOfPath) {
+  const fs::path folder = fs::temp_directory_path() / ("vexa-files-" + std::to_string(getpid()));
+  fs::create_directories(folder / "sub");
+  std::ofstream(folder / "file") << "text";
+  fs::create_symlink("file", folder / "link");
+  fs::create_symlink("nowhere", folder / "dangling");
+  mkfifo((folder / "fifo").c_str(), 0600);
   const struct {
     const char* mName;
     bool mExists;
     bool mIsDirectory;
     bool mIsRegular;
-  } cases[] = {{"file", true, false, true},      {"link", true, false, true},
-               {"sub", true, true, false},       {"dirlink", true, true, false},
-               {"fifo", true, false, false},     {"dangling", false, false, false},
-               {"nowhere", false, false, false}, {"file/below", false, false, false}};
+    int mCreationError;
+  } cases[] = {
+      {"file", true, false, true, EEXIST},          {"link", true, false, true, EEXIST},
+      {"sub", true, true, false, EEXIST},           {"fifo", true, false, false, EEXIST},
+      {"dangling", false, false, false, EEXIST},    {"nowhere", false, false, false, 0},
+      {"file/below", false, false, false, ENOTDIR}, {"nowhere", true, false, true, EEXIST}};
   for (const auto& c : cases) {
-    const std::string path = mDirectory / c.mName;
+    const std::string path = folder / c.mName;
     EXPECT_EQ(FileExists(path), c.mExists) << c.mName;
     EXPECT_EQ(DirectoryExists(path), c.mIsDirectory) << c.mName;
     EXPECT_EQ(IsRegularFile(path), c.mIsRegular) << c.mName;
+    EXPECT_EQ(CreateEmptyFile(path), c.mCreationError) << c.mName;
   }
-  EXPECT_FALSE(FileExists(""));
-  EXPECT_EQ(FileStamp(mDirectory / "nowhere"), "");
-  EXPECT_EQ(FileStamp(mDirectory / "link"), FileStamp(mDirectory / "file"));
-  EXPECT_NE(FileStamp(mDirectory / "sub"), FileStamp(mDirectory / "file"));
-}
+  EXPECT_EQ(fs::file_size(folder / "file"), 4u);
+  EXPECT_EQ(FileStamp(folder / "none"), "");
+  EXPECT_EQ(FileStamp(folder / "link"), FileStamp(folder / "file"));
+  EXPECT_NE(FileStamp(folder / "sub"), FileStamp(folder / "file"));
 
-TEST_F(FilesTest, FlushToDiskReturnsTheErrno) {
-  EXPECT_EQ(FlushToDisk(mDirectory / "file"), 0);
-  EXPECT_EQ(FlushToDisk(mDirectory), 0);
-  EXPECT_EQ(FlushToDisk(mDirectory / "nowhere"), ENOENT);
+  EXPECT_EQ(FlushToDisk(folder / "file"), 0);
+  EXPECT_EQ(FlushToDisk(folder), 0);
+  EXPECT_EQ(FlushToDisk(folder / "none"), ENOENT);
   EXPECT_EQ(FlushToDisk("/dev/null"), EINVAL) << "only a directory is excused";
-}
-
-TEST_F(FilesTest, WhatExistsIsNotCreated) {
-  EXPECT_EQ(CreateEmptyFile(mDirectory / "new"), 0);
-  EXPECT_TRUE(fs::is_empty(mDirectory / "new"));
-  for (const char* name : {"file", "link", "sub", "fifo", "dangling"}) {
-    EXPECT_EQ(CreateEmptyFile(mDirectory / name), EEXIST) << name;
-  }
-  EXPECT_EQ(fs::file_size(mDirectory / "file"), 4u);
+  fs::remove_all(folder);
 }
 
 }  // namespace

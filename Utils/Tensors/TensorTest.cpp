@@ -2,9 +2,9 @@
 
 #include <gmock/gmock.h>
 
-#include <sstream>
 #include <string>
 #include <thread>
+#include <tuple>
 
 #include "Utils/ErrorHandling/ReportOf.hpp"
 #include "Utils/Tensors/DataMesh.hpp"
@@ -14,16 +14,10 @@ namespace {
 using testing::HasSubstr;
 
 TEST(TensorIndexTable, NumbersOneComponentPerCanonicalList) {
-  struct Case {
-    int mDim;
-    const char* mSymm;
-    int mComponents;
-  };
-  const Case cases[] = {{3, "", 1},     {3, "1", 3},      {3, "11", 6},   {3, "12", 9},
-                        {3, "111", 10}, {4, "1212", 100}, {1, "1213", 1}, {-1, "", 1}};
-  for (const Case& c : cases) {
-    EXPECT_EQ(TensorIndexTable(c.mDim, c.mSymm).NumberOfComponents(), c.mComponents)
-        << c.mDim << ' ' << c.mSymm;
+  const std::tuple<int, const char*, int> cases[] = {
+      {3, "12", 9}, {3, "111", 10}, {4, "1212", 100}, {1, "1213", 1}, {-1, "", 1}};
+  for (const auto& [dim, symmetry, components] : cases) {
+    EXPECT_EQ(TensorIndexTable(dim, symmetry).NumberOfComponents(), components) << symmetry;
   }
   const TensorIndexTable symmetric(3, "11");
   const MyVector<int> inOrder[] = {{0, 0}, {1, 0}, {2, 0}, {1, 1}, {2, 1}, {2, 2}};
@@ -34,10 +28,6 @@ TEST(TensorIndexTable, NumbersOneComponentPerCanonicalList) {
   }
   EXPECT_EQ(TensorIndexTable(3, "12").Index({1, 2}), 7);
   EXPECT_EQ(TensorIndexTable(3, "").Index({}), 0);
-  // The outer slots are symmetric, the one between stands on its own.
-  const TensorIndexTable outer(3, "aba");
-  EXPECT_EQ(outer.Index({0, 1, 2}), outer.Index({2, 1, 0}));
-  EXPECT_NE(outer.Index({0, 1, 2}), outer.Index({1, 0, 2}));
 }
 
 TEST(TensorIndexTable, SortsEveryGroupOfSlotsByItself) {
@@ -56,48 +46,38 @@ TEST(TensorIndexTable, SortsEveryGroupOfSlotsByItself) {
 
 TEST(TensorIndexTable, FlatIndicesInvert) {
   const MyVector<int> extents{2, 3, 4};
-  EXPECT_EQ(ComputeIndex({1, 2, 3}, extents), 23);
-  EXPECT_EQ(ComputeIndex({1, 0, 1}, extents), 7);
+  EXPECT_EQ(ComputeIndex({1, 0, 1}, extents), 7) << "the first index varies fastest";
   for (std::ptrdiff_t flat = 0; flat < 24; ++flat) {
     EXPECT_EQ(ComputeIndex(ComputeIndex(flat, extents), extents), flat);
   }
-}
-
-TEST(TensorIndexTable, RefusesIndicesOutOfRange) {
-  const TensorIndexTable table(3, "11");
-  for (const MyVector<int>& indices : {MyVector<int>{0}, {0, 0, 0}, {0, 3}, {-1, 0}}) {
-    EXPECT_FALSE(table.IsIndexValid(indices)) << indices;
-    EXPECT_THAT(ReportOf([&] { table.Index(indices); }), HasSubstr("are not valid"));
+  for (const std::ptrdiff_t outside : {-1, 24}) {
+    EXPECT_THAT(ReportOf([&] { ComputeIndex(outside, extents); }),
+                HasSubstr("is not within a mesh of extents (2,3,4)"));
   }
 }
 
-TEST(TensorIndexTable, RefusesShapesThatNoTensorHas) {
+TEST(TensorIndexTable, RefusesIndicesAndShapesThatNoTensorHas) {
+  const TensorIndexTable table(3, "11");
+  for (const MyVector<int>& indices : {MyVector<int>{0}, {0, 0, 0}, {0, 3}, {-1, 0}}) {
+    EXPECT_THAT(ReportOf([&] { table.Index(indices); }), HasSubstr("are not valid"));
+  }
   const std::string longest(20, '1');
   EXPECT_EQ(TensorIndexTable(2, longest).NumberOfComponents(), 21);
   EXPECT_EQ(TensorIndexTable(1 << 20, "1").NumberOfComponents(), 1 << 20);
-  EXPECT_THAT(ReportOf([] { TensorIndexTable((1 << 20) + 1, "1"); }), HasSubstr("too many"));
-  EXPECT_THAT(ReportOf([&] { TensorIndexTable(3, longest); }), HasSubstr("rank 20 has too many"));
-  EXPECT_THAT(ReportOf([] { TensorIndexTable(65536, "12"); }), HasSubstr("dimension 65536"));
-  EXPECT_THAT(ReportOf([&] { TensorIndexTable(1, longest + '1'); }),
-              HasSubstr("at most 20 indices, got 21"));
-  EXPECT_THAT(ReportOf([] { TensorIndexTable(0, "1"); }), HasSubstr("must be positive, got 0"));
-}
-
-TEST(TensorIndexTable, EqualMeansSameDimensionAndSameString) {
-  const TensorStructure structure(3, "11");
-  EXPECT_TRUE(structure == TensorStructure(3, "11"));
-  EXPECT_FALSE(structure == TensorStructure(3, "12"));
-  EXPECT_FALSE(structure == TensorStructure(3, "22"));
-  EXPECT_FALSE(structure == TensorStructure(4, "11"));
-  std::ostringstream text;
-  text << structure;
-  EXPECT_EQ(text.str(), "dimension 3, symmetry '11', 6 components");
+  const std::tuple<int, std::string, const char*> shapes[] = {
+      {(1 << 20) + 1, "1", "too many"},
+      {65536, "12", "dimension 65536 and rank 2 has too many"},
+      {1, longest + '1', "at most 20 indices, got 21"},
+      {0, "1", "must be positive, got 0"}};
+  for (const auto& [dim, symmetry, message] : shapes) {
+    EXPECT_THAT(ReportOf([&] { TensorIndexTable(dim, symmetry); }), HasSubstr(message));
+  }
 }
 
 TEST(TensorIndexTableHolder, SharesWithinAThreadAndCopiesForAnother) {
   const auto mine = FindTensorIndexTable(3, "11");
   EXPECT_EQ(FindTensorIndexTable(3, "11"), mine);
-  EXPECT_NE(FindTensorIndexTable(31, "1"), FindTensorIndexTable(3, "11"));
+  EXPECT_NE(FindTensorIndexTable(31, "1"), mine);
   std::shared_ptr<const TensorIndexTable> theirs;
   std::thread([&] { theirs = FindTensorIndexTable(3, "11"); }).join();
   EXPECT_NE(theirs, mine);
@@ -107,7 +87,9 @@ TEST(TensorIndexTableHolder, SharesWithinAThreadAndCopiesForAnother) {
   const auto original = holder.Find(2, "12");
   TensorIndexTableHolder copy(holder);
   EXPECT_NE(copy.Find(2, "12"), original);
-  EXPECT_EQ(*copy.Find(2, "12"), *original);
+  EXPECT_TRUE(*copy.Find(2, "12") == *original);
+  EXPECT_FALSE(*original == TensorStructure(2, "34")) << "other names of the same symmetry";
+  EXPECT_FALSE(*original == TensorStructure(3, "12"));
 }
 
 TEST(Tensor, HasAComponentPerIndependentIndexList) {
@@ -116,18 +98,9 @@ TEST(Tensor, HasAComponentPerIndependentIndexList) {
   tensor({0, 2})[5] = 7;
   EXPECT_EQ(tensor[2][5], 7);
   EXPECT_EQ(tensor({2, 0})[5], 7);
-  for (const DataMesh& component : tensor) {
-    EXPECT_EQ(component.Mesh(), Mesh({2, 3}));
-  }
   const Tensor<DataMesh> copy = tensor;
   tensor[1] = DataMesh(Mesh({1}));
   EXPECT_EQ(copy[1].Size(), 6);
-  EXPECT_EQ(&copy.Structure(), &tensor.Structure());
-  EXPECT_EQ(&Tensor<DataMesh>(TensorStructure(3, "11"), Mesh()).Structure(), &tensor.Structure());
-}
-
-TEST(Tensor, WithoutStructureReports) {
-  EXPECT_EQ(Tensor<DataMesh>().Size(), 0);
   EXPECT_THAT(ReportOf([] { Tensor<DataMesh>().Structure(); }), HasSubstr("has no structure"));
   EXPECT_THAT(ReportOf([] { Tensor<DataMesh>(nullptr, Mesh()); }), HasSubstr("needs a structure"));
 }

@@ -24,9 +24,10 @@ PropertyListHandle IntermediateGroups() {
   return list;
 }
 
-DatatypeHandle VariableString(H5T_cset_t set = H5T_CSET_ASCII) {
+DatatypeHandle String(std::size_t size = H5T_VARIABLE, H5T_cset_t set = H5T_CSET_ASCII) {
   DatatypeHandle type(Checked(H5Tcopy(H5T_C_S1)));
-  H5Tset_size(type, H5T_VARIABLE);
+  H5Tset_size(type, size);
+  H5Tset_strpad(type, size == H5T_VARIABLE ? H5T_STR_NULLTERM : H5T_STR_NULLPAD);
   H5Tset_cset(type, set);
   return type;
 }
@@ -35,6 +36,21 @@ DataspaceHandle Space(const std::vector<hsize_t>& dims, const hsize_t* maxDims =
   return DataspaceHandle(Checked(
       dims.empty() ? H5Screate(H5S_SCALAR)
                    : H5Screate_simple(static_cast<int>(dims.size()), dims.data(), maxDims)));
+}
+
+void WriteDataset(hid_t file, const std::string& path, hid_t fileType, hid_t memoryType,
+                  hid_t space, const void* values, hid_t creation = H5P_DEFAULT) {
+  const DatasetHandle dataset(Checked(H5Dcreate2(file, path.c_str(), fileType, space,
+                                                 IntermediateGroups(), creation, H5P_DEFAULT)));
+  EXPECT_GE(H5Dwrite(dataset, memoryType, H5S_ALL, H5S_ALL, H5P_DEFAULT, values), 0);
+}
+
+void WriteAttribute(hid_t file, const std::string& path, const std::string& name, hid_t type,
+                    hsize_t count, const void* values) {
+  const DataspaceHandle space = Space({count});
+  const AttributeHandle attribute(Checked(H5Acreate_by_name(
+      file, path.c_str(), name.c_str(), type, space, H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT)));
+  EXPECT_GE(H5Awrite(attribute, type, values), 0);
 }
 
 DatasetHandle OpenDataset(hid_t file, const std::string& path) {
@@ -49,8 +65,11 @@ std::vector<const char*> Pointers(const std::vector<std::string>& strings) {
   return pointers;
 }
 
-std::vector<std::string> TakeStrings(hid_t type, hid_t space, std::vector<char*>& pointers) {
+std::vector<std::string> TakeStrings(hid_t space, const std::function<herr_t(hid_t, void*)>& read) {
+  const DatatypeHandle type = String();
+  std::vector<char*> pointers(static_cast<std::size_t>(H5Sget_simple_extent_npoints(space)));
   std::vector<std::string> strings;
+  EXPECT_TRUE(pointers.empty() || read(type, pointers.data()) >= 0);
   for (const char* text : pointers) {
     strings.emplace_back(text == nullptr ? "" : text);
   }
@@ -119,17 +138,12 @@ void File::Table(const std::string& path, const Rows& rows, const TableOptions& 
     H5Pset_fletcher32(list);
   }
   const DataspaceHandle space = Space(dims, options.mChunk.empty() ? nullptr : maxDims);
-  const hid_t type = options.mType < 0 ? H5T_NATIVE_DOUBLE : options.mType;
-  {
-    const DatasetHandle dataset(Checked(
-        H5Dcreate2(mId, path.c_str(), type, space, IntermediateGroups(), list, H5P_DEFAULT)));
-    std::vector<double> values;
-    for (const std::vector<double>& row : rows) {
-      values.insert(values.end(), row.begin(), row.end());
-    }
-    EXPECT_GE(H5Dwrite(dataset, H5T_NATIVE_DOUBLE, H5S_ALL, H5S_ALL, H5P_DEFAULT, values.data()),
-              0);
+  std::vector<double> values;
+  for (const std::vector<double>& row : rows) {
+    values.insert(values.end(), row.begin(), row.end());
   }
+  WriteDataset(mId, path, options.mType < 0 ? H5T_NATIVE_DOUBLE : options.mType, H5T_NATIVE_DOUBLE,
+               space, values.data(), list);
   if (!options.mLegend.empty()) {
     StringAttribute(path, "Legend", options.mLegend);
   }
@@ -146,65 +160,35 @@ void File::Version(const std::string& path, int entries) {
 }
 
 void File::VersionNumber(const std::string& path, unsigned long long number) {
-  const DatasetHandle dataset = OpenDataset(mId, path);
-  const DataspaceHandle space = Space({1});
-  const AttributeHandle attribute(
-      Checked(H5Acreate2(dataset, "Version", H5T_NATIVE_ULLONG, space, H5P_DEFAULT, H5P_DEFAULT)));
-  EXPECT_GE(H5Awrite(attribute, H5T_NATIVE_ULLONG, &number), 0);
+  WriteAttribute(mId, path, "Version", H5T_NATIVE_ULLONG, 1, &number);
 }
 
 void File::Strings(const std::string& path, const std::vector<std::string>& strings,
                    const std::vector<hsize_t>& dims, H5T_cset_t set) {
-  const DatatypeHandle type = VariableString(set);
-  const DataspaceHandle space = Space(dims);
-  const DatasetHandle dataset(Checked(
-      H5Dcreate2(mId, path.c_str(), type, space, IntermediateGroups(), H5P_DEFAULT, H5P_DEFAULT)));
-  EXPECT_GE(H5Dwrite(dataset, type, H5S_ALL, H5S_ALL, H5P_DEFAULT, Pointers(strings).data()), 0);
+  const DatatypeHandle type = String(H5T_VARIABLE, set);
+  WriteDataset(mId, path, type, type, Space(dims), Pointers(strings).data());
 }
 
 void File::Characters(const std::string& path, const std::string& text) {
-  const DataspaceHandle space = Space({text.size()});
-  const DatasetHandle dataset(Checked(H5Dcreate2(mId, path.c_str(), H5T_NATIVE_SCHAR, space,
-                                                 IntermediateGroups(), H5P_DEFAULT, H5P_DEFAULT)));
-  EXPECT_GE(H5Dwrite(dataset, H5T_NATIVE_SCHAR, H5S_ALL, H5S_ALL, H5P_DEFAULT, text.data()), 0);
+  WriteDataset(mId, path, H5T_NATIVE_SCHAR, H5T_NATIVE_SCHAR, Space({text.size()}), text.data());
 }
 
 void File::StringAttribute(const std::string& path, const std::string& name,
                            const std::vector<std::string>& strings) {
-  const DatatypeHandle type = VariableString();
-  const DataspaceHandle space = Space({strings.size()});
-  const AttributeHandle attribute(Checked(H5Acreate_by_name(
-      mId, path.c_str(), name.c_str(), type, space, H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT)));
-  EXPECT_GE(H5Awrite(attribute, type, Pointers(strings).data()), 0);
+  WriteAttribute(mId, path, name, String(), strings.size(), Pointers(strings).data());
 }
 
 void File::FixedStringAttribute(const std::string& path, const std::string& name,
                                 const std::vector<std::string>& strings, std::size_t length) {
-  const DatatypeHandle type(Checked(H5Tcopy(H5T_C_S1)));
-  H5Tset_size(type, length);
-  H5Tset_strpad(type, H5T_STR_NULLPAD);
-  const DataspaceHandle space = Space({strings.size()});
-  const AttributeHandle attribute(Checked(H5Acreate_by_name(
-      mId, path.c_str(), name.c_str(), type, space, H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT)));
   std::string bytes(strings.size() * length, '\0');
   for (std::size_t i = 0; i < strings.size(); ++i) {
     bytes.replace(i * length, strings[i].size(), strings[i]);
   }
-  EXPECT_GE(H5Awrite(attribute, type, bytes.data()), 0);
-}
-
-void File::RemoveAttribute(const std::string& path, const std::string& name) {
-  EXPECT_GE(H5Adelete_by_name(mId, path.c_str(), name.c_str(), H5P_DEFAULT), 0);
+  WriteAttribute(mId, path, name, String(length), strings.size(), bytes.data());
 }
 
 bool File::Has(const std::string& path) const {
-  // Every piece of the path must exist before the next may be asked for.
-  for (std::size_t slash = path.find('/', 1); slash != std::string::npos;
-       slash = path.find('/', slash + 1)) {
-    if (H5Lexists(mId, path.substr(0, slash).c_str(), H5P_DEFAULT) <= 0) {
-      return false;
-    }
-  }
+  const MuteH5Errors muted;  // over what is missing on the way
   return H5Lexists(mId, path.c_str(), H5P_DEFAULT) > 0;
 }
 
@@ -223,10 +207,9 @@ Rows File::ReadTable(const std::string& path) const {
 std::vector<std::string> File::ReadStrings(const std::string& path) const {
   const DatasetHandle dataset = OpenDataset(mId, path);
   const DataspaceHandle space(Checked(H5Dget_space(dataset)));
-  const DatatypeHandle type = VariableString();
-  std::vector<char*> pointers(static_cast<std::size_t>(H5Sget_simple_extent_npoints(space)));
-  EXPECT_GE(H5Dread(dataset, type, H5S_ALL, H5S_ALL, H5P_DEFAULT, pointers.data()), 0);
-  return TakeStrings(type, space, pointers);
+  return TakeStrings(space, [&](hid_t type, void* pointers) {
+    return H5Dread(dataset, type, H5S_ALL, H5S_ALL, H5P_DEFAULT, pointers);
+  });
 }
 
 std::vector<std::string> File::ReadStringAttribute(const std::string& path,
@@ -234,12 +217,8 @@ std::vector<std::string> File::ReadStringAttribute(const std::string& path,
   const AttributeHandle attribute(
       Checked(H5Aopen_by_name(mId, path.c_str(), name.c_str(), H5P_DEFAULT, H5P_DEFAULT)));
   const DataspaceHandle space(Checked(H5Aget_space(attribute)));
-  const DatatypeHandle type = VariableString();
-  std::vector<char*> pointers(static_cast<std::size_t>(H5Sget_simple_extent_npoints(space)));
-  if (!pointers.empty()) {
-    EXPECT_GE(H5Aread(attribute, type, pointers.data()), 0);
-  }
-  return TakeStrings(type, space, pointers);
+  return TakeStrings(
+      space, [&](hid_t type, void* pointers) { return H5Aread(attribute, type, pointers); });
 }
 
 std::vector<hsize_t> File::Dims(const std::string& path) const {

@@ -61,7 +61,6 @@ class File {
                        const std::vector<std::string>& strings);
   void FixedStringAttribute(const std::string& path, const std::string& name,
                             const std::vector<std::string>& strings, std::size_t length);
-  void RemoveAttribute(const std::string& path, const std::string& name);
 
   bool Has(const std::string& path) const;
   Rows ReadTable(const std::string& path) const;
