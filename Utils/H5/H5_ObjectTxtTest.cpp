@@ -32,8 +32,6 @@ TEST(TxtTest, EveryWriteOfTheCacheIsOneMoreString) {
   EXPECT_TRUE(IsReport(ReportOf([&] { txt.WriteCache(); }), "text.find", "Text of log.txt holds"));
   txt.CloseObject();
   EXPECT_EQ(file.ReadStrings("log.txt"), (std::vector<std::string>{"step 7, t=0.5", "b"}));
-  EXPECT_EQ(file.Chunk("log.txt"), (std::vector<hsize_t>{16}));
-  EXPECT_EQ(file.MaxDims("log.txt"), (std::vector<hsize_t>{H5S_UNLIMITED}));
 }
 
 TEST(TxtTest, ReadsOtherFormatsAndRefusesToExtendThem) {
