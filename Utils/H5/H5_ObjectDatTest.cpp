@@ -41,9 +41,17 @@ TEST_F(DatTest, WritesTheLayoutThatOthersRead) {
     dat.WriteCache();
     EXPECT_EQ(dat.NTimeStepsCached(), 0u);
     dat.Append({5, 15});
-    dat.WriteCache();
+    // A chunk of rows that begins inside a chunk.
+    dat.WriteManyStepsImmediately_(4, [](ColumnWriter& writer) {
+      writer.Append(std::vector<double>{6, 7, 8, 9, 16, 17, 18, 19});
+    });
+    dat.WriteManyStepsImmediately({});
     dat.CloseObject();
-    EXPECT_EQ(mFile.ReadTable(name), (Rows{{0, 10}, {1, 11}, {2, 12}, {3, 13}, {4, 14}, {5, 15}}));
+    Rows rows;
+    for (double t = 0; t < 10; ++t) {
+      rows.push_back({t, 10 + t});
+    }
+    EXPECT_EQ(mFile.ReadTable(name), rows);
     EXPECT_EQ(mFile.MaxDims(name), (std::vector<hsize_t>{H5S_UNLIMITED, 2}));
     EXPECT_EQ(mFile.Chunk(name), (std::vector<hsize_t>{4, 1}));
     EXPECT_EQ(mFile.ReadStringAttribute(name, "Legend"), (std::vector<std::string>{"time", "x"}));
@@ -88,7 +96,7 @@ TEST_F(DatTest, ReadsEveryLayoutAlike) {
       EXPECT_EQ(block[11 + r], rows[5 + r][2]);
     }
     // Runs within a chunk, over several, and next to one another.
-    const std::vector<RowRun> runs = {{0, 1}, {3, 4}, {5, 38}, {38, 40}, {48, 50}};
+    const std::vector<RowRun> runs = {{1, 2}, {3, 4}, {5, 38}, {38, 40}, {48, 50}};
     std::vector<double> picked(1 + 1 + 33 + 2 + 2);
     PendingReads reads;
     dat.RetrieveRuns_(1, runs, picked.data(), reads);
@@ -133,19 +141,6 @@ TEST_F(DatTest, RetrievesColumnsUpToTheEndAndNoFurther) {
   dat.WriteCache();
   EXPECT_EQ(dat.RetrieveColumns({0}, 5, 6)[0][0], 9);
   dat.CloseObject();
-}
-
-TEST_F(DatTest, WritesManyStepsAfterWhatIsCached) {
-  Dat dat("v.dat", false, 0);
-  dat.Initialize({"v"}, true, 3);
-  dat.OpenObject(mFile.Id());
-  dat.Append({1});
-  dat.WriteManyStepsImmediately({});
-  dat.Append({2});
-  dat.WriteManyStepsImmediately({3, 4, 5});
-  EXPECT_EQ(dat.GetExtents()[0], 5u);
-  dat.CloseObject();
-  EXPECT_EQ(mFile.ReadTable("v.dat"), (Rows{{1}, {2}, {3}, {4}, {5}}));
 }
 
 TEST_F(DatTest, Refusals) {
