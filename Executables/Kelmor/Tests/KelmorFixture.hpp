@@ -21,7 +21,7 @@ class KelmorFixture : public testing::Test {
 
   /// A file to write to before the next run, which closes it. Asked for after a run, a file of that
   /// name begins anew.
-  PlainH5::File& Input(const std::string& name, bool oldFormat = false);
+  PlainH5::File& Input(const std::string& name);
   void CloseInputs() { mInputs.clear(); }
 
   /// Runs the tool. Whatever is in the folder must have the same contents and the same time of
@@ -36,8 +36,7 @@ class KelmorFixture : public testing::Test {
   PlainH5::File Output() const { return PlainH5::File::Open(Path("out.h5")); }
 
   /// A run that must end with status 255 and a report, both on standard error and in the error
-  /// file. Its output would be "out.h5", and if there is one nobody can read it. Returns what the
-  /// error file holds.
+  /// file, before it creates its output "out.h5". Returns what the error file holds.
   std::string Refuse(const Arguments& arguments);
 
   PlainH5::TempDir mDir;
@@ -52,6 +51,8 @@ void WriteTimes(PlainH5::File& file, const std::string& path, const std::vector<
                 int tag = 0);
 /// The rows that WriteTimes() writes.
 PlainH5::Rows TaggedRows(const std::vector<double>& times, int tag);
+
+inline constexpr char sTwoDimensionalSpec[] = "TensorDim=3; TensorSymm=1; DataMeshDim=2;";
 
 /// Values of a coefficient set or a series of tensors: first, first + 1, ... as a table of one
 /// column.

@@ -32,7 +32,7 @@ class MemoryTest : public KelmorFixture {
     // What this process has counts as the tool's, so it must be little.
     H5garbage_collect();
     malloc_trim(0);
-    const RunResult result = RunKelmor(mDir.Path(), arguments);
+    const RunResult result = RunProgram(KELMOR_PROGRAM, mDir.Path(), arguments);
     EXPECT_EQ(result.mStatus, 0) << result.mErrors;
     return static_cast<double>(result.mPeakBytes) / (1024 * 1024);
   }
@@ -109,32 +109,6 @@ TEST_F(MemoryTest, TensorsDoNotAddUpOverFiles) {
   const double ofTwo = peak(2);
   EXPECT_LT(ofTwo, LeastPeak() + 64);
   EXPECT_LT(peak(6), ofTwo + 24);
-}
-
-TEST_F(MemoryTest, ManyFilesTakeLittleEach) {
-  Arguments names;
-  for (int i = 0; i < 300; ++i) {
-    names.push_back(std::to_string(i) + ".h5");
-    File& file = Input(names.back());
-    for (const char* table : {"/G.dir/x.dat", "/G.dir/y.dat", "/z.dat"}) {
-      WriteTimes(file, table, {1. * i});
-    }
-  }
-  const double ofFew = Peak(Arguments(names.begin(), names.begin() + 40));
-  EXPECT_LT(ofFew, LeastPeak() + 32);
-  EXPECT_LT(Peak(names), ofFew + 260 * 0.05);
-}
-
-TEST_F(MemoryTest, ManyDatasetsTakeLittleEach) {
-  const int sets = 3000;
-  for (const char* name : {"0.h5", "1.h5"}) {
-    File& file = Input(name);
-    for (int i = 0; i < sets; ++i) {
-      const std::string group = "/G" + std::to_string(i % 50) + ".dir/";
-      WriteTimes(file, group + std::to_string(i) + ".dat", {1. * i});
-    }
-  }
-  EXPECT_LT(Peak({"0.h5", "1.h5"}), LeastPeak() + sets * 0.012);
 }
 
 }  // namespace

@@ -1,13 +1,11 @@
 #include "Executables/Kelmor/Progress.hpp"
 
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <pty.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
-#include <cstdlib>
 #include <filesystem>
 
 #include "Executables/Kelmor/Tests/KelmorFixture.hpp"
@@ -42,45 +40,31 @@ TEST(Progress, SaysWhatIsKnown) {
 
 class ProgressTest : public KelmorFixture {
  protected:
-  struct Shown {
-    int mStatus = -1;
-    std::string mTerminal;
-  };
-
-  // Runs the tool with a terminal for standard error, and standard output elsewhere.
-  Shown RunOnTerminal(const Arguments& arguments, const char* terminal, const char* noProgress) {
+  // What a run shows on a terminal that is its standard error; standard output is elsewhere.
+  std::string Terminal(const std::string& options, int status = 0,
+                       const std::string& settings = "TERM=xterm") {
     CloseInputs();
     std::filesystem::remove(Path("out.h5"));
-    Arguments words = {KELMOR_PROGRAM, "-o", "out.h5"};
-    words.insert(words.end(), arguments.begin(), arguments.end());
-    std::vector<char*> argv;
-    for (std::string& word : words) {
-      argv.push_back(word.data());
-    }
-    argv.push_back(nullptr);
+    const std::string command = "cd " + mDir.Path().string() + " && env -u VEXA_NO_PROGRESS " +
+                                "VEXA_NO_BACKTRACE=1 " + settings + " '" + KELMOR_PROGRAM +
+                                "' -o out.h5 " + options + " >/dev/null";
     int master = -1;
     const winsize size = {24, 60, 0, 0};
     const pid_t pid = forkpty(&master, nullptr, nullptr, &size);
     if (pid == 0) {
-      const int output = open("/dev/null", O_WRONLY);
-      if (chdir(mDir.Path().c_str()) == 0 && dup2(output, STDOUT_FILENO) >= 0 &&
-          setenv("VEXA_NO_BACKTRACE", "1", 1) == 0 && setenv("TERM", terminal, 1) == 0 &&
-          (noProgress == nullptr ? unsetenv("VEXA_NO_PROGRESS")
-                                 : setenv("VEXA_NO_PROGRESS", noProgress, 1)) == 0) {
-        execv(argv[0], argv.data());
-      }
+      execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
       _exit(127);
     }
-    Shown shown;
+    std::string shown;
     std::array<char, 4096> buffer;
     // The terminal of a process that has ended reads as an error.
     for (ssize_t bytes = 0; (bytes = read(master, buffer.data(), buffer.size())) > 0;) {
-      shown.mTerminal.append(buffer.data(), static_cast<std::size_t>(bytes));
+      shown.append(buffer.data(), static_cast<std::size_t>(bytes));
     }
     close(master);
-    int status = 0;
-    EXPECT_EQ(waitpid(pid, &status, 0), pid);
-    shown.mStatus = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    int ended = 0;
+    EXPECT_EQ(waitpid(pid, &ended, 0), pid);
+    EXPECT_TRUE(WIFEXITED(ended) && WEXITSTATUS(ended) == status) << ended;
     return shown;
   }
 };
@@ -88,15 +72,14 @@ class ProgressTest : public KelmorFixture {
 TEST_F(ProgressTest, ShowsALineOnATerminalAndTakesItBack) {
   WriteTimes(Input("a.h5"), "/x.dat", {0, 1, 2});
   WriteTimes(Input("a.h5"), "/y.dat", {0, 1, 2});
-  const Shown shown = RunOnTerminal({"a.h5"}, "xterm", nullptr);
-  EXPECT_EQ(shown.mStatus, 0);
-  EXPECT_THAT(shown.mTerminal, StartsWith("\rjoining tables: dataset 1 of 2\x1b[K"));
-  EXPECT_THAT(shown.mTerminal, EndsWith("\r\x1b[K"));
-  EXPECT_THAT(shown.mTerminal, testing::Not(HasSubstr("\n")));
+  const std::string shown = Terminal("a.h5");
+  EXPECT_THAT(shown, StartsWith("\rjoining tables: dataset 1 of 2\x1b[K"));
+  EXPECT_THAT(shown, EndsWith("\r\x1b[K"));
+  EXPECT_THAT(shown, testing::Not(HasSubstr("\n")));
 
-  EXPECT_EQ(RunOnTerminal({"-v", "a.h5"}, "xterm", nullptr).mTerminal, "");
-  EXPECT_EQ(RunOnTerminal({"a.h5"}, "dumb", nullptr).mTerminal, "");
-  EXPECT_EQ(RunOnTerminal({"a.h5"}, "xterm", "").mTerminal, "");
+  EXPECT_EQ(Terminal("-v a.h5"), "");
+  EXPECT_EQ(Terminal("a.h5", 0, "TERM=dumb"), "");
+  EXPECT_EQ(Terminal("a.h5", 0, "TERM=xterm VEXA_NO_PROGRESS="), "");
 }
 
 TEST_F(ProgressTest, MakesRoomForReports) {
@@ -104,16 +87,15 @@ TEST_F(ProgressTest, MakesRoomForReports) {
   Input("ours.h5").Table("/x.dat", {{0, 1, 2}});
   Input("library.h5").Group("/x.dat");
   const std::pair<const char*, const char*> cases[] = {
-      {"ours.h5", "\r\x1b[K\r\n#######################  REQUIRE  FAILED"},
-      {"library.h5", "\r\x1b[KHDF5-DIAG: Error detected in HDF5"},
+      {"a.h5 ours.h5", "\r\x1b[K\r\n#######################  REQUIRE  FAILED"},
+      {"a.h5 library.h5", "\r\x1b[KHDF5-DIAG: Error detected in HDF5"},
   };
-  for (const auto& [input, beginning] : cases) {
-    const Shown shown = RunOnTerminal({"a.h5", input}, "xterm", nullptr);
-    EXPECT_EQ(shown.mStatus, 255);
+  for (const auto& [inputs, beginning] : cases) {
+    const std::string shown = Terminal(inputs, 255);
     // Nothing of the line is left when the report begins.
-    const std::size_t line = shown.mTerminal.rfind("dataset 1 of 1");
-    ASSERT_NE(line, std::string::npos) << shown.mTerminal;
-    EXPECT_THAT(shown.mTerminal.substr(line), HasSubstr(std::string("\x1b[K") + beginning));
+    const std::size_t line = shown.rfind("dataset 1 of 1");
+    ASSERT_NE(line, std::string::npos) << shown;
+    EXPECT_THAT(shown.substr(line), HasSubstr(std::string("\x1b[K") + beginning));
   }
 }
 

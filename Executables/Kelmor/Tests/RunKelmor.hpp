@@ -9,7 +9,7 @@ using Arguments = std::vector<std::string>;
 
 struct RunResult {
   int mStatus = -1;      // exit status; -1 if a signal ended the run
-  int mSignal = 0;       // that signal; SIGKILL also for a run that took too long
+  int mSignal = 0;       // that signal; SIGALRM for a run that took too long
   std::string mOutput;   // standard output
   std::string mErrors;   // standard error
   std::string mReports;  // what the run left in the error file of its run directory
@@ -18,9 +18,6 @@ struct RunResult {
   std::uint64_t mPeakBytes = 0;
 };
 
-/// Runs a program in a directory and waits for its end. No file can grow beyond `largestFile`
-/// bytes.
+/// Runs a program in a directory and waits for its end.
 RunResult RunProgram(const std::string& program, const std::string& directory,
-                     const Arguments& arguments, std::uint64_t largestFile = ~std::uint64_t{0});
-RunResult RunKelmor(const std::string& directory, const Arguments& arguments,
-                    std::uint64_t largestFile = ~std::uint64_t{0});
+                     const Arguments& arguments);

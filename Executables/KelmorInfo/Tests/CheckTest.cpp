@@ -4,7 +4,6 @@
 #include <functional>
 #include <numeric>
 
-#include "Executables/Kelmor/Tests/BadInputs.hpp"
 #include "Executables/KelmorInfo/CompareRows.hpp"
 #include "Executables/KelmorInfo/Tests/InfoFixture.hpp"
 #include "Utils/H5/Handle.hpp"
@@ -50,25 +49,6 @@ TEST(CompareRows, BlocksCoverATableInWholeChunks) {
     }
     EXPECT_EQ(values, c.mRows * c.mColumns);
   }
-}
-
-TEST(CompareRows, PartsOfKeptRowsWithinABlock) {
-  // Rows 10 to 14 and 20 to 22 of an input stand in rows 100 to 107 of the joined table.
-  const std::vector<StepRun> kept = {{10, 15}, {20, 23}};
-  const auto parts = [&](std::uint64_t first, std::uint64_t rows) {
-    std::uint64_t position = 100;
-    std::vector<std::vector<std::uint64_t>> found;
-    for (const JoinedPart& part : PartsWithin(kept, {0, 1, first, rows}, position)) {
-      found.push_back({part.mRow, part.mJoinedRow, part.mRows});
-    }
-    EXPECT_EQ(position, 108u);
-    return found;
-  };
-  using Parts = std::vector<std::vector<std::uint64_t>>;
-  EXPECT_EQ(parts(0, 1000), (Parts{{10, 100, 5}, {20, 105, 3}}));
-  EXPECT_EQ(parts(102, 4), (Parts{{12, 102, 3}, {20, 105, 1}}));
-  EXPECT_EQ(parts(0, 100), Parts{});
-  EXPECT_EQ(parts(108, 5), Parts{});
 }
 
 class CheckTest : public InfoFixture {
@@ -139,22 +119,6 @@ Change Resize(const char* path, hsize_t rows, hsize_t columns) {
     const hsize_t dims[2] = {rows, columns};
     EXPECT_GE(H5Dset_extent(dataset, dims), 0);
   };
-}
-
-TEST_F(CheckTest, AJoinIsProved) {
-  WriteInputs();
-  for (Arguments arguments : {Arguments{},
-                              {"-NoWipe"},
-                              {"-DeltaT", "1.25"},
-                              {"-NoGzip"},
-                              {"-skip", "/A.dir/*|*.tdm"},
-                              {"-cachesize", "1001"}}) {
-    arguments.insert(arguments.end(), {"0.h5", "2.h5", "1.h5"});
-    Join(arguments);
-    arguments.insert(arguments.begin(), {"-check", "out.h5"});
-    EXPECT_THAT(Print(arguments), testing::StartsWith("out.h5 is the join of 3 files: "));
-  }
-  EXPECT_THAT(Print({"-check", "out.h5", "0.h5", "1.h5", "2.h5"}, 1), HasSubstr(" but should be "));
 }
 
 TEST_F(CheckTest, TheFirstDifferenceIsTold) {

@@ -3,7 +3,6 @@
 #include <filesystem>
 #include <fstream>
 
-#include "Executables/Kelmor/Tests/BadInputs.hpp"
 #include "Executables/KelmorInfo/Tests/InfoFixture.hpp"
 #include "Utils/H5/Handle.hpp"
 
@@ -125,24 +124,6 @@ TEST_F(ListingTest, AFileOfWhichOnlyTheBeginningReachedTheDiskGetsAdvice) {
   const std::string advice = "h5clear cannot bring it back";
   EXPECT_THAT(Info({"a.h5"}).mOutput, HasSubstr(advice));
   EXPECT_THAT(Print({"-plan", "a.h5"}, 1), HasSubstr(advice));
-}
-
-TEST_F(ListingTest, WhatCannotBeReadIsNamedAndTheRestListed) {
-  for (const BadInput& bad : BadInputs()) {
-    SCOPED_TRACE(bad.mObject + (": " + std::string(bad.mName)));
-    fs::remove_all(Path("bad.h5"));
-    bad.mBuild(Path("bad.h5"));
-    WriteTimes(Input("good.h5"), "/good.dat", {0, 1});
-    const RunResult result = Info({"bad.h5", "good.h5"});
-    // Values are not read, and what is found damaged must be named.
-    EXPECT_TRUE(result.mStatus == 0 || result.mStatus == 255);
-    EXPECT_EQ(result.mStatus == 255, !result.mReports.empty());
-    if (result.mStatus == 255) {
-      EXPECT_THAT(result.mReports, HasSubstr("bad.h5"));
-    }
-    EXPECT_TRUE(result.mOutput.find("/good.dat") != std::string::npos ||
-                result.mReports.find("not found") != std::string::npos);
-  }
 }
 
 TEST_F(ListingTest, OutputThatGoesNowhereIsAFailure) {

@@ -1,14 +1,8 @@
-#!/usr/bin/env python3
 """Recomputes a join from its inputs, by brute force and apart from the program, and compares it
 with an output: the objects and their layout on disk, values bit for bit, legends, texts and
 records.
-
-    check.py OUTPUT [-DeltaT x] [-NoWipe] [-NoGzip] [-skip glob] -- INPUT ...
-
-Ends with status 1 and a list of the differences, if there are any.
 """
 
-import argparse
 import dataclasses
 import itertools
 import re
@@ -421,23 +415,3 @@ def differences(output, objects):
             found += [f"{path}: {what}" for what in node_differences(file[in_bytes(path)],
                                                                 objects[path])]
     return found
-
-
-def main():
-    parser = argparse.ArgumentParser(prefix_chars="-")
-    parser.add_argument("output")
-    parser.add_argument("-DeltaT", type=float, default=1e-10)
-    parser.add_argument("-NoWipe", action="store_true")
-    parser.add_argument("-NoGzip", action="store_true")
-    parser.add_argument("-skip", default="")
-    parser.add_argument("inputs", nargs="+")
-    arguments = vars(parser.parse_args())
-    inputs, output = arguments.pop("inputs"), arguments.pop("output")
-    objects, _ = join([read(path) for path in inputs], Options(**arguments))
-    found = differences(output, objects)
-    print("\n".join(found) or "as it should be")
-    return bool(found)
-
-
-if __name__ == "__main__":
-    sys.exit(main())

@@ -28,6 +28,7 @@ import stat
 import tempfile
 
 import check
+import h5py
 from run import Launcher, Server
 
 MB = 1 << 20
@@ -88,6 +89,14 @@ def verdict(folder, inputs, options, output):
         return wanted[1], repr(error)
 
 
+def is_readable(path):
+    try:
+        with h5py.File(path, "r") as file:
+            return list(file) is not None
+    except Exception:
+        return False
+
+
 def snapshot(folder):
     entries = {}
     for path in pathlib.Path(folder).iterdir():
@@ -100,8 +109,9 @@ def snapshot(folder):
 
 
 class Judge:
-    def __init__(self, program, scratch, kept, is_sanitized):
-        self.program, self.kept, self.is_sanitized = program, pathlib.Path(kept), is_sanitized
+    def __init__(self, program, info, scratch, kept, is_sanitized):
+        self.program, self.info, self.kept = program, info, pathlib.Path(kept)
+        self.is_sanitized = is_sanitized
         self.launcher = Launcher()
         self.folder = pathlib.Path(tempfile.mkdtemp(prefix="judge", dir=scratch))
         self.begin("")
@@ -163,7 +173,8 @@ class Judge:
         self.judge_files(before, output)
         is_new = output not in before
         for outcome in outcomes:
-            self.judge_status(outcome, allowed, output if is_new else "", library_may_crash, how)
+            self.judge_status(outcome, allowed, output if is_new else "", library_may_crash,
+                              how.get("environment"))
             if outcome.status == 0:
                 self.judge_output(outcome, inputs, options, output, reference)
             elif outcome.status == 255 and library_may_crash and not outcome.err:
@@ -175,11 +186,26 @@ class Judge:
                 self.judge_remains(outcome, inputs, options, output, reference)
         return outcomes if len(launchers) > 1 else outcomes[0]
 
-    def judge_status(self, outcome, allowed, output, library_may_crash, how):
+    def inspect(self, *arguments, allowed, **how):
+        """A run of KelmorInfo, which may write nothing but reports."""
+        self.clear("Errors000.txt")
+        before = snapshot(self.folder)
+        self.command = [self.info, *arguments]
+        outcome = self.launcher.run(self.command, self.folder, **how)
+        self.judge_files(before, output="")
+        self.judge_status(outcome, allowed)
+        return outcome
+
+    def require_told(self, outcome, texts):
+        missing = [text for text in texts if text not in outcome.out]
+        if missing:
+            self.fault(f"the output does not tell {missing}", outcome)
+
+    def judge_status(self, outcome, allowed, output="", library_may_crash=False,
+                     environment=None):
         self.statuses[outcome.status] += 1
         if outcome.status not in allowed:
-            environment = how.get("environment") or {}
-            stack = self.stack_of(outcome, output, environment)
+            stack = self.stack_of(outcome, output, environment or {})
             is_in_library = library_may_crash and (
                 stack and "libhdf5" in stack[0] or
                 BROKEN_HEAP.search(outcome.err) and
@@ -279,6 +305,12 @@ class Judge:
         elif found:
             self.fault(f"the output is wrong: {[found] if isinstance(found, str) else found[:3]}",
                        outcome)
+
+    def require_unreadable(self, output):
+        """A part of a join must not pass for a whole one."""
+        path = self.folder / output
+        if path.exists() and in_child(is_readable, path):
+            self.fault("the output of a join that was refused can be read")
 
     def judge_remains(self, outcome, inputs, options, output, reference):
         """Of a run that was broken off."""

@@ -10,6 +10,7 @@ import ast
 import collections
 import contextlib
 import errno
+import json
 import multiprocessing
 import os
 import pathlib
@@ -74,6 +75,33 @@ def run_random(judge, seed):
                          environment={"VEXA_THREADS": rng.choice("123")})
     if outcome.err:
         judge.fault("writes to standard error", outcome)
+    compare_with_info(judge, outcome, [*options.arguments(), *inputs])
+
+
+def compare_with_info(judge, outcome, arguments):
+    """A plan tells what the join did, and a check proves it."""
+    plan = json.loads(judge.inspect("-plan", "-json", *arguments, allowed=(0,)).out)
+    planned = [f"{dataset['name']} keeping {dataset['kept']} steps out of {dataset['total']},"
+               for dataset in plan["datasets"] if "kept" in dataset]
+    joined = re.findall(r"^/.* keeping \d+ steps out of \d+,", outcome.out, re.MULTILINE)
+    output, size = judge.folder / "out.h5", 0
+    if output.exists():
+        size = bytes_in(output)
+        judge.inspect("-check", output.name, *arguments, allowed=(0,))
+    if (planned, plan["bytes"]) != (joined, size):
+        judge.fault(f"the plan tells {planned} and {plan['bytes']} bytes, not {size}", outcome)
+
+
+def bytes_in(output):
+    sizes = []
+
+    def add_size(_, node):
+        if isinstance(node, h5py.Dataset):
+            sizes.append(node.nbytes if node.dtype == "f8" else sum(map(len, np.ravel(node[()]))))
+
+    with h5py.File(output, "r") as file:
+        file.visititems(add_size)
+    return sum(sizes)
 
 
 # Bad inputs, and outputs and reports that have no place.
@@ -83,6 +111,10 @@ def bad_cases(share):
     cases = [("input", name, place) for number, name in enumerate(CASES) for place in places
              if share == 1 or place == number % 3]
     return cases + [("surroundings", name) for name in SURROUNDINGS]
+
+
+# Groups may be nested deeply, and a sanitizer makes that slow.
+PATIENTLY = {"seconds": 60, "cpu_seconds": 30, "environment": {"VEXA_NO_BACKTRACE": "1"}}
 
 
 def run_bad(judge, what, name, place=None):
@@ -95,23 +127,47 @@ def run_bad(judge, what, name, place=None):
     os.chdir(judge.folder)
     case.write("bad.h5")
     # Two inputs disagree, or are the same one: any of them may be named.
-    outcome = judge.join(inputs, more=["-cachesize", "1e6"], about=(case.about,),
-                         allowed=(0,) if case.joins else (255,))
+    outcome = judge.join(inputs, more=["-cachesize", "1e6"], about=(case.about, case.says),
+                         allowed=(0,) if case.joins else (255,), **PATIENTLY)
     if outcome.status == 255 and not re.search(r"(bad|first|second)\.h5|/dev/", outcome.err):
         judge.fault("the report names no file", outcome)
+    if outcome.status == 255:
+        judge.require_unreadable("out.h5")
+    if place == 1 and not case.in_values:
+        plan_of_bad(judge, case, inputs)
+    if place == 0:
+        listing_of_bad(judge, case)
 
 
-def existing_output(write):
+def plan_of_bad(judge, case, inputs):
+    """What a join refuses, a plan refuses, and names it."""
+    is_missing = case.says == "not found"
+    outcome = judge.inspect("-plan", *inputs, allowed=(0 if case.joins else 1 + is_missing,),
+                            **PATIENTLY)
+    told = ("Kelmor would refuse these files:\n", case.about) if outcome.status == 1 else ()
+    judge.require_told(outcome, told)
+
+
+def listing_of_bad(judge, case):
+    """Which reads no values, and goes on after what it cannot read."""
+    outcome = judge.inspect("bad.h5", "second.h5", allowed=(0, 255), **PATIENTLY)
+    if outcome.status == 255:
+        judge.judge_report(outcome, ("bad.h5",), reports_to_file=True)
+    if case.says != "not found":
+        judge.require_told(outcome, ("second.h5  (", "  3 steps  t = 2 ... 4 "))
+
+
+def existing_output(write, says="out.h5 already exists.\nCowardly refusing"):
     def run(judge):
         write(judge.folder / "out.h5")
-        judge.join(PAIR, allowed=(255,), about=("out.h5",))
+        judge.join(PAIR, allowed=(255,), about=("out.h5", says))
     return run
 
 
 def output_with_slash(judge):
     """Which is no other name of a file."""
     write_plain(judge.folder / "mine.h5", kinds=("txt",))
-    judge.join(PAIR, output="mine.h5/", allowed=(255,), about=("mine.h5",))
+    judge.join(PAIR, output="mine.h5/", allowed=(255,), about=("'mine.h5/' is not the name of a",))
 
 
 def output_at(output, allowed=(255,), **how):
@@ -148,6 +204,14 @@ def as_nobody(inputs, folder_mode=0o777, **how):
     return run
 
 
+def input_twice(again):
+    def run(judge):
+        (judge.folder / "A.dir").mkdir()
+        (judge.folder / "A.dir/link.h5").symlink_to("../" + PAIR[0])
+        judge.join([PAIR[0], again], allowed=(255,), about=(PAIR[0], "**multiple** instances"))
+    return run
+
+
 def nothing_to_join(judge):
     h5py.File(judge.folder / "empty.h5", "w").close()
     judge.join(["empty.h5"], more=["-v"], allowed=(0,))
@@ -163,8 +227,10 @@ SURROUNDINGS = {
     "output is a link to an input": existing_output(lambda path: path.symlink_to(PAIR[0])),
     "output is an input by another name": existing_output(
         lambda path: os.link(path.parent / PAIR[0], path)),
+    "output is a dangling link": existing_output(lambda path: path.symlink_to("nowhere.h5"),
+                                                 "H5Fcreate("),
     "output is an input": output_at(PAIR[0]),
-    "output in no folder": output_at("none/out.h5"),
+    "output in no folder": output_at("none/out.h5", about=("in nonexistent directory",)),
     "output in a file": output_at(PAIR[0] + "/out.h5"),
     "output is an existing file with a slash": output_with_slash,
     "output has a long name": output_at("n" * 300),
@@ -176,13 +242,13 @@ SURROUNDINGS = {
     "errors into a folder, without errors": errors_file(pathlib.Path.mkdir, PAIR, (0,)),
     "errors onto a full disk": errors_file(lambda path: path.symlink_to("/dev/full"), ["none.h5"],
                                            (255,)),
-    "an input twice": lambda judge: judge.join([PAIR[0], PAIR[0]], allowed=(255,),
-                                               about=(PAIR[0],)),
     "nothing to join": nothing_to_join,
     "unreadable input": as_nobody(PAIR, unreadable=True, about=(PAIR[1],)),
     "folder that cannot be written to": as_nobody(PAIR, 0o755),
     "another user": as_nobody(PAIR, allowed=(0,)),
 }
+for again in PAIR[0], "./" + PAIR[0], "A.dir/../" + PAIR[0], "A.dir/link.h5":
+    SURROUNDINGS["an input twice, then as " + again] = input_twice(again)
 
 
 # Failing calls.
@@ -620,7 +686,7 @@ QUICK = collections.defaultdict(lambda: 0.1, random=0.08, allocations=0.02, trun
 
 def prepare(settings, scratch):
     global judge
-    judge = Judge(settings.program, scratch, settings.keep, settings.sanitized)
+    judge = Judge(settings.program, settings.info, scratch, settings.keep, settings.sanitized)
     judge.pairs = {}  # files that are written once and then changed
     judge.shim = pathlib.Path(scratch) / "faults.so"
     judge.server_shim = pathlib.Path(scratch) / "server.so"
@@ -667,8 +733,10 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("groups", nargs="*", metavar="group", help=", ".join(GROUPS))
     parser.add_argument("--program", type=pathlib.Path, required=True, help="the Kelmor to run")
+    parser.add_argument("--info", type=pathlib.Path, required=True, help="the KelmorInfo to run")
     parser.add_argument("--keep", type=pathlib.Path, default="stress-faults",
                         help="folder for what faulty runs worked on")
+    parser.add_argument("--without", metavar="group", help="one that does not run")
     parser.add_argument("--quick", action="store_true", help="a sample of each group")
     parser.add_argument("--sanitized", action="store_true",
                         help="the program has sanitizers: what they rule out is left out")
@@ -677,7 +745,8 @@ def main():
     settings = parser.parse_args()
     if unknown := set(settings.groups) - set(GROUPS):
         parser.error(f"no group {', '.join(unknown)}")
-    settings.program, settings.keep = settings.program.resolve(), settings.keep.resolve()
+    for name in "program", "info", "keep":
+        setattr(settings, name, getattr(settings, name).resolve())
 
     memory = "/dev/shm" if os.access("/dev/shm", os.W_OK) else None
     found = 0
@@ -692,6 +761,8 @@ def main():
                 return run_group(pool, group, [ast.literal_eval("(" + case)]) > 0
             for group in settings.groups or GROUPS:
                 cases, _, runs_sanitized = GROUPS[group]
+                if group == settings.without:
+                    continue
                 if settings.sanitized and not runs_sanitized:
                     print(f"{group}: skipped, for the program has sanitizers")
                     continue
