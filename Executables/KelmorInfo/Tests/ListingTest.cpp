@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <tuple>
 
 #include "Executables/KelmorInfo/Tests/InfoFixture.hpp"
 #include "Utils/H5/Handle.hpp"
@@ -140,19 +141,27 @@ TEST_F(ListingTest, OutputThatGoesNowhereIsAFailure) {
 
 TEST_F(ListingTest, MistakesOnTheCommandLineHaveReports) {
   WriteTimes(Input("a.h5"), "/x.dat", {0, 1});
-  const std::pair<Arguments, const char*> cases[] = {
-      {{}, "No file was given."},
-      {{"no.h5"}, "File no.h5 not found"},
-      {{"-typo", "1", "a.h5"}, "Option-key 'typo' was not used."},
-      {{"-DeltaT", "1", "a.h5"}, "Option '-DeltaT' means nothing without -plan or -check."},
-      {{"-check", "a.h5", "-json", "a.h5"}, "Option '-json' means nothing with -check."},
-      {{"-check", "no.h5", "a.h5"}, "File no.h5 not found"},
+  // A plan has status 1 for itself.
+  const std::tuple<int, Arguments, const char*> cases[] = {
+      {255, {}, "No file was given."},
+      {255, {"no.h5"}, "File no.h5 not found"},
+      {255, {"-typo", "1", "a.h5"}, "Option-key 'typo' was not used."},
+      {255, {"-DeltaT", "1", "a.h5"}, "Option '-DeltaT' means nothing without -plan or -check."},
+      {255, {"-check", "a.h5", "-json", "a.h5"}, "Option '-json' means nothing with -check."},
+      {255, {"-check", "no.h5", "a.h5"}, "File no.h5 not found"},
+      {2, {"-plan"}, "No file was given."},
+      {2, {"a.h5", "-plan", "-plan"}, "Trying to define boolean option 'plan'"},
+      {2, {"a.h5", "-plan", "-DeltaT", " -1"}, "DeltaT most be non-negative."},
+      {2, {"a.h5", "-plan", "-skip", "/y|"}, "encountered empty piece"},
+      {2, {"a.h5", "-plan", "-check", "a.h5"}, "-check goes neither with -plan nor with -svg."},
+      {2, {"a.h5", "-svg", "a.h5"}, "File a.h5 already exists."},
   };
-  for (const auto& [arguments, text] : cases) {
+  for (const auto& [status, arguments, text] : cases) {
     const RunResult result = Info(arguments);
-    EXPECT_EQ(result.mStatus, 255) << text;
+    EXPECT_EQ(result.mStatus, status) << text;
     EXPECT_EQ(result.mOutput, "");
-    EXPECT_THAT(result.mReports, HasSubstr(text));
+    EXPECT_THAT(result.mErrors, HasSubstr(text));
+    EXPECT_THAT(result.mErrors, HasSubstr(result.mReports));
   }
   EXPECT_THAT(Print({"-plan", "-h"}),
               HasSubstr("\nUsage:  KelmorInfo [options] file [file ...]\n"));

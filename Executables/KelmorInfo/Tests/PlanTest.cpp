@@ -94,25 +94,4 @@ TEST_F(PlanTest, TellsOfTheOutputAndOfNothing) {
             "Kelmor would find no datasets and write no output.\n");
 }
 
-TEST_F(PlanTest, MistakesOnTheCommandLineHaveAStatusOfTheirOwn) {
-  WriteTimes(Input("a.h5"), "/x.dat", {0, 1});
-  const std::pair<Arguments, const char*> cases[] = {
-      {{"-plan"}, "No file was given."},
-      {{"-plan", "no.h5"}, "File no.h5 not found"},
-      {{"a.h5", "-plan", "-plan"}, "Trying to define boolean option 'plan'"},
-      {{"a.h5", "-plan", "-DeltaT", "x"}, "was given the value 'x'"},
-      {{"a.h5", "-plan", "-DeltaT", " -1"}, "DeltaT most be non-negative."},
-      {{"a.h5", "-plan", "-skip", "/y|"}, "encountered empty piece"},
-      {{"a.h5", "-plan", "-check", "a.h5"}, "-check goes neither with -plan nor with -svg."},
-      {{"a.h5", "-svg", "a.h5"}, "File a.h5 already exists."},
-  };
-  for (const auto& [arguments, text] : cases) {
-    const RunResult result = Info(arguments);
-    EXPECT_EQ(result.mStatus, 2) << text;
-    EXPECT_EQ(result.mOutput, "");
-    EXPECT_THAT(result.mErrors, HasSubstr(text));
-    EXPECT_THAT(result.mErrors, HasSubstr(result.mReports));
-  }
-}
-
 }  // namespace

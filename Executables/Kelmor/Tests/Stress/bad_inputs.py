@@ -186,7 +186,7 @@ def stored_chunks(name, chunk, says="", joins=False, mask=0, dtype="f8", columns
                                     chunks=(40, columns), **keywords)
         for column in range(0, 2, columns):
             table.id.write_direct_chunk((0, column), chunk, mask)
-    change("chunks " + name, how, TABLE, says, joins=joins, in_values=True)
+    change("chunks " + name, how, TABLE, says, joins=joins)
 
 
 DAMAGED = "damaged chunk at row 0 of column "

@@ -4,6 +4,9 @@ The segments of one random set are drawn from one plan, so that what must agree 
 """
 
 import dataclasses
+import functools
+import io
+import pathlib
 
 import h5py
 import numpy as np
@@ -24,13 +27,19 @@ def write_table(group, name, rows, legend, dtype=ASCII, **keywords):
     table.attrs.create("Legend", legend, dtype=dtype)
 
 
-def write_plain(path, start=0.0, kinds=KINDS, steps=3, tables=1, legends=ASCII, libver="v108",
-                filters=True, **keywords):
-    """An object of each kind, and `tables` tables; further keywords say how tables are stored. No
-    values are random."""
+def write_plain(path, *arguments, **keywords):
+    pathlib.Path(path).write_bytes(plain(*arguments, **keywords))
+
+
+@functools.lru_cache(64)
+def plain(start=0.0, kinds=KINDS, steps=3, tables=1, legends=ASCII, libver="v108", filters=True,
+          **keywords):
+    """A file with an object of each kind, and `tables` tables; further keywords say how tables are
+    stored. No values are random."""
+    content = io.BytesIO()
     keywords = {"dtype": legends} | (FILTERS if filters else {}) | keywords
     times = start + np.arange(steps)
-    with h5py.File(path, "w", libver=(libver, "latest")) as file:
+    with h5py.File(content, "w", libver=(libver, "latest")) as file:
         for i in range(tables if "dat" in kinds else 0):
             write_table(file.require_group("A.dir"), f"a{i or ''}.dat",
                         np.column_stack([times, np.sin(times + i)]), ["t", "x"], **keywords)
@@ -58,6 +67,7 @@ def write_plain(path, start=0.0, kinds=KINDS, steps=3, tables=1, legends=ASCII, 
             record = file.create_dataset("v.ver", data=np.array([["h", "first"]], object),
                                          dtype=ASCII, maxshape=(None, 2), chunks=(1, 2))
             record.attrs.create("Version", [1], dtype="u8")
+    return content.getvalue()
 
 
 # Random ones. `rng` is a random.Random.

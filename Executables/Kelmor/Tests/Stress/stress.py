@@ -30,7 +30,7 @@ from bad_inputs import CASES
 from check import Options
 from judge import LIBRARY_CRASH, MB, UNREADABLE, Judge
 from run import Launcher
-from segments import (ASCII, KINDS, random_plans, write_plain, write_random,
+from segments import (ASCII, KINDS, plain, random_plans, write_plain, write_random,
                       write_table)
 
 NOBODY = 65534
@@ -131,12 +131,13 @@ def run_bad(judge, what, name, place=None):
                          allowed=(0,) if case.joins else (255,), **PATIENTLY)
     if outcome.status == 255 and not re.search(r"(bad|first|second)\.h5|/dev/", outcome.err):
         judge.fault("the report names no file", outcome)
-    if outcome.status == 255:
-        judge.require_unreadable("out.h5")
-    if place == 1 and not case.in_values:
-        plan_of_bad(judge, case, inputs)
     if place == 0:
         listing_of_bad(judge, case)
+    elif place == 1:
+        if outcome.status == 255:
+            judge.require_unreadable("out.h5")
+        if not case.in_values:
+            plan_of_bad(judge, case, inputs)
 
 
 def plan_of_bad(judge, case, inputs):
@@ -333,9 +334,7 @@ DAMAGED = {  # small files, whose structures differ
 
 
 def undamaged(kind):
-    with tempfile.NamedTemporaryFile() as file:
-        write_plain(file.name, **DAMAGED[kind])
-        return pathlib.Path(file.name).read_bytes()
+    return plain(**DAMAGED[kind])
 
 
 def damaged_input(judge, kind):
@@ -481,12 +480,8 @@ def run_mutation(judge, seeds):
         rng = random.Random(seed)
         judge.clear()
         judge.case = f"mutation{([seed],)}"
-        form = rng.random() < 0.5, rng.choice(("earliest", "v108", "latest"))
-        if form not in judge.pairs:
-            write_pair(judge, filters=form[0], libver=form[1])
-            judge.pairs[form] = [(judge.folder / name).read_bytes() for name in PAIR]
-        for name, content in zip(PAIR, judge.pairs[form]):
-            (judge.folder / name).write_bytes(content)
+        write_pair(judge, filters=rng.random() < 0.5,
+                   libver=rng.choice(("earliest", "v108", "latest")))
         with h5py.File(judge.folder / PAIR[rng.randrange(2)], "r+") as file:
             for _ in range(rng.choice((1, 1, 2, 4))):
                 node = random_object(rng, file)
@@ -601,7 +596,7 @@ def run_races(judge, what, i):
 
 def load_cases(share):
     if share < 1:
-        return [("inputs", 1100), ("tables", 200)]
+        return [("inputs", 1100), ("tables", 1000)]
     return [("inputs", 2000), ("tables", 5000), ("rows", 1_000_000), ("rows", 100_000_000),
             ("rows", 1_000_000_000)]
 
@@ -687,7 +682,6 @@ QUICK = collections.defaultdict(lambda: 0.1, random=0.08, allocations=0.02, trun
 def prepare(settings, scratch):
     global judge
     judge = Judge(settings.program, settings.info, scratch, settings.keep, settings.sanitized)
-    judge.pairs = {}  # files that are written once and then changed
     judge.shim = pathlib.Path(scratch) / "faults.so"
     judge.server_shim = pathlib.Path(scratch) / "server.so"
 
