@@ -38,7 +38,9 @@ DIAGNOSTICS = re.compile(r"^(HDF5-DIAG|  #\d|    (major|minor)).*\n", re.MULTILI
 C_LIBRARY = re.compile(r"/lib(c|stdc\+\+|gcc_s)\.so| at \.|faults\.so|vgpreload|"
                        r"signal handler called")
 BROKEN_HEAP = re.compile(r"^(malloc|free|realloc|munmap_chunk|corrupted|double free|"
-                         r"Fatal glibc error: malloc).*$", re.MULTILINE)
+                         r"Fatal glibc error: malloc).*$|"
+                         # in the handler of the signal again
+                         r"^Received signal 11(?s:.*)^Received signal 11", re.MULTILINE)
 FRAME = re.compile(r"^(#{4}|={4})", re.MULTILINE)
 
 
