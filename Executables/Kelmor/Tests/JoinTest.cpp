@@ -89,14 +89,15 @@ TEST_F(JoinTest, SegmentsOfTensorsEndWhereTheyExceedTheCache) {
   WriteTdm(Input("1.h5"), "/t.tdm", {{0, 63, 63}, {2, 153, 90}}, Count(0, 153), spec);
   WriteTdm(Input("2.h5"), "/t.tdm", {{1.5, 0, 0}, {3, 90, 90}, {4, 210, 120}}, Count(0, 210), spec);
   WriteTdm(Input("3.h5"), "/t.tdm", {{3.5, 90, 90}}, Count(0, 90), spec);
-  // Kept are 63, 90 and 90 values; the limit is an eighth of the cache.
+  WriteTdm(Input("4.h5"), "/t.tdm", {{5, 60, 60}}, Count(0, 60), spec);
+  // Kept are 63, 90, 90 and 60 values; the limit is an eighth of the cache.
   const std::pair<Arguments, const char*> cases[] = {
-      {{"-cachesize", "1224"}, "3"},
-      {{"-cachesize", "1223"}, "2 3"},
-      {{"-cachesize", "1001", "-NoWipe"}, "1 2 3"},
+      {{"-cachesize", "1224"}, "3 4"},
+      {{"-cachesize", "1223"}, "2 4"},
+      {{"-cachesize", "1001", "-NoWipe"}, "1 2 4"},
   };
   for (auto [arguments, expected] : cases) {
-    arguments.insert(arguments.end(), {"-v", "1.h5", "2.h5", "3.h5"});
+    arguments.insert(arguments.end(), {"-v", "1.h5", "2.h5", "3.h5", "4.h5"});
     const std::string output = Join(arguments);
     const std::string before = "    trigger output after ";
     std::string segments;
