@@ -113,8 +113,11 @@ def bad_cases(share):
     return cases + [("surroundings", name) for name in SURROUNDINGS]
 
 
-# Groups may be nested deeply, and a sanitizer makes that slow.
-PATIENTLY = {"seconds": 60, "cpu_seconds": 30, "environment": {"VEXA_NO_BACKTRACE": "1"}}
+def patience(judge):
+    """Groups may be nested deeply, and a sanitizer makes that slow."""
+    if not judge.is_sanitized:
+        return {}
+    return {"seconds": 60, "cpu_seconds": 30, "environment": {"VEXA_NO_BACKTRACE": "1"}}
 
 
 def run_bad(judge, what, name, place=None):
@@ -128,7 +131,7 @@ def run_bad(judge, what, name, place=None):
     case.write("bad.h5")
     # Two inputs disagree, or are the same one: any of them may be named.
     outcome = judge.join(inputs, more=["-cachesize", "1e6"], about=(case.about, case.says),
-                         allowed=(0,) if case.joins else (255,), **PATIENTLY)
+                         allowed=(0,) if case.joins else (255,), **patience(judge))
     if outcome.status == 255 and not re.search(r"(bad|first|second)\.h5|/dev/", outcome.err):
         judge.fault("the report names no file", outcome)
     if place == 0:
@@ -144,14 +147,14 @@ def plan_of_bad(judge, case, inputs):
     """What a join refuses, a plan refuses, and names it."""
     is_missing = case.says == "not found"
     outcome = judge.inspect("-plan", *inputs, allowed=(0 if case.joins else 1 + is_missing,),
-                            **PATIENTLY)
+                            **patience(judge))
     told = ("Kelmor would refuse these files:\n", case.about) if outcome.status == 1 else ()
     judge.require_told(outcome, told)
 
 
 def listing_of_bad(judge, case):
     """Which reads no values, and goes on after what it cannot read."""
-    outcome = judge.inspect("bad.h5", "second.h5", allowed=(0, 255), **PATIENTLY)
+    outcome = judge.inspect("bad.h5", "second.h5", allowed=(0, 255), **patience(judge))
     if outcome.status == 255:
         judge.judge_report(outcome, ("bad.h5",), reports_to_file=True)
     if case.says != "not found":
