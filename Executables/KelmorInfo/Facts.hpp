@@ -1,6 +1,8 @@
 // What one file says about one dataset, read in one place for all that is printed of it.
 #pragma once
 
+#include <hdf5.h>
+
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -20,7 +22,7 @@ struct TimeRange {
 struct Facts {
   std::string mName;
   std::string mKind;                       // "dat", "coef", "tdm", "txt" or "ver"
-  std::vector<unsigned long long> mShape;  // extents in the file, of the values of coef and tdm
+  std::vector<hsize_t> mShape;             // extents in the file, of the values of coef and tdm
   std::string mTensor;                     // structure and mesh dimension of tdm, as text
   std::optional<std::uint64_t> mSteps;     // of the kinds that have times
   std::optional<TimeRange> mTimes;         // smallest and largest

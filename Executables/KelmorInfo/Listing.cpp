@@ -110,7 +110,7 @@ std::string Shape(const UnionFacts& all) {
              return std::to_string(history.size());
            });
   }
-  const auto toText = [](unsigned long long columns) { return std::to_string(columns); };
+  const auto toText = [](hsize_t columns) { return std::to_string(columns); };
   return all.mLength ? Shape(all.mKind, *all.mLength, SideBySide(all.mColumns, toText)) : "";
 }
 

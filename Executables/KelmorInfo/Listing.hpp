@@ -1,6 +1,8 @@
 // The datasets of each file, and of all files together.
 #pragma once
 
+#include <hdf5.h>
+
 #include <iosfwd>
 #include <optional>
 #include <string>
@@ -15,8 +17,8 @@ struct UnionFacts {
   std::string mName;
   std::string mKind;
   std::uint64_t mFiles = 0;
-  std::optional<std::uint64_t> mLength;      // rows, values or strings of all; not of ver
-  std::vector<unsigned long long> mColumns;  // of dat
+  std::optional<std::uint64_t> mLength;  // rows, values or strings of all; not of ver
+  std::vector<hsize_t> mColumns;         // of dat
   std::vector<std::string> mTensors;
   std::vector<std::vector<std::string>> mLegends;
   std::vector<H5_Objects::Version::History> mVersions;

@@ -36,7 +36,7 @@ TEST(BacktraceTest, OnceInnermostFrameFirst) {
   EXPECT_EXIT(OuterFrame("", 0), ExitedWithCode(0),
               "<[^ ]*ErrorHandlingTest +InnerFrame\\(int\\) \\+ 0x[0-9a-f]+\n"
               "[^ ]*ErrorHandlingTest +OuterFrame\\(char const\\*, int\\) \\+ 0x[0-9a-f]+\n"
-              ".*\\|[^ ]*ErrorHandlingTest[^ ]*\\[0x[0-9a-f]+\\]\n");
+              ".*\\|[^ ]*ErrorHandlingTest[^ ]* ?\\[0x[0-9a-f]+\\]\n");
   EXPECT_EXIT(OuterFrame("", 1), ExitedWithCode(0),
               AllOf(ContainsRegex("<[^ ]*ErrorHandlingTest +OuterFrame"),
                     Not(HasSubstr("InnerFrame(int) +"))));
