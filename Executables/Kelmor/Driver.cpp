@@ -83,6 +83,8 @@ void JoinFiles(const CommandLineParser& parser) {
     return;
   }
 
+  // A part of a join must not pass for the whole, so the output is readable when it is finished.
+  TheCachedH5FileHolder().SetFilesStayReadable(false);
   auto output =
       std::make_unique<CachedH5File>(OutputFile, ReadWrite, CachedH5File::VersionHistory{}, 0);
   output->SetUnfinished(true);

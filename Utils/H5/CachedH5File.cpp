@@ -31,7 +31,7 @@ void RequireType(const H5_Node* ptr, const std::string& typ) {
 CachedH5File::CachedH5File(const std::string& filename, H5AccessType access,
                            const VersionHistory& versionHistory, int verbosity, bool keepOpen)
     : mAtype(access) {
-  const bool existed = FileExists(filename);
+  const bool existed = FileExists(filename) && !IsEmptyFile(filename);
   mpFile = &TheCachedH5FileHolder().GetH5_File(FullPath(filename, access), access, verbosity);
   mpFile->SetHandle(&mpFile);
   if (!existed && !versionHistory.empty()) {

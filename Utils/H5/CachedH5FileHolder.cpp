@@ -36,7 +36,7 @@ H5_File& CachedH5FileHolder::GetH5_File(const std::string& fullPath, H5AccessTyp
                                         int verbosity) {
   H5_File* ptr = mFiles.Find(fullPath);
   if (ptr == nullptr) {
-    mFiles.Insert(fullPath, fullPath, access, verbosity);
+    mFiles.Insert(fullPath, fullPath, access, verbosity, mFilesStayReadable);
     mFiles.Sort();
     H5_File& file = mFiles[fullPath];
     file.CountIn(mTotalCacheSize);

@@ -24,6 +24,11 @@ class CachedH5FileHolder : public CachedOutputObject {
   void SetMaxCacheSize(std::uint64_t bytes) { mMaxCacheSize = bytes; }
   std::uint64_t MaxCacheSize() const { return mMaxCacheSize; }
 
+  /// Whether a write of the caches reaches the file for good, so that whatever then happens to the
+  /// process, every later reader finds it there; true at start. A program whose files are of no use
+  /// before they are whole, and which is faster without, sets it to false before it opens them.
+  void SetFilesStayReadable(bool stayReadable) { mFilesStayReadable = stayReadable; }
+
   /// The file of that real path, made on first request. Lent; closed if it was known before.
   /// Fails if a handle on it is alive ("Consistency error.  h5-file should be closed ..."). A file
   /// that is requested ReadOnly and holds data is written first, with a notice through MyErr.
@@ -64,6 +69,7 @@ class CachedH5FileHolder : public CachedOutputObject {
   mutable MyMap<std::string, H5_File> mFiles;  // by real path, in key order
   mutable std::vector<MyVector<unsigned long>> mWriteLog;
   std::uint64_t mMaxCacheSize = 20000000;
+  bool mFilesStayReadable = true;
 };
 
 CachedH5FileHolder& TheCachedH5FileHolder();

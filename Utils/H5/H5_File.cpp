@@ -24,9 +24,17 @@ void CountNodes(const H5_Node* ptr, std::uint64_t& dirs, std::uint64_t& objects)
 
 }  // namespace
 
-H5_File::H5_File(const std::string& fullPath, H5AccessType access, int verbosity)
-    : mFilename(fullPath), mTrace(verbosity), mAtype(access), mIsUnfinished(!FileExists(fullPath)) {
+H5_File::H5_File(const std::string& fullPath, H5AccessType access, int verbosity,
+                 bool staysReadable)
+    : mFilename(fullPath),
+      mTrace(verbosity),
+      mAtype(access),
+      mStaysReadable(staysReadable),
+      mIsUnfinished(!FileExists(fullPath) || IsEmptyFile(fullPath)) {
   OpenFile();
+  if (mIsUnfinished) {
+    Flush();
+  }
 }
 
 H5_File::~H5_File() {
@@ -50,7 +58,7 @@ void H5_File::OpenFile() {
   REQUIRE(!IsFileOpen(), "Internal error: " << mFilename << " is open already");
   const std::string noDataset;
   const ReportContext context(noDataset, mFilename);
-  mFile_id = Vexa_H5::OpenFile(mFilename, mAtype, mTrace.Verbosity());
+  mFile_id = Vexa_H5::OpenFile(mFilename, mAtype, mTrace.Verbosity(), mStaysReadable);
   if (mpRoot == nullptr) {
     BuildTree();
   }
@@ -148,7 +156,21 @@ void H5_File::WriteCache() {
                                  << mFilename << "\nwith a non-zero cache size " << size);
   BeginWriting();
   mpRoot->WriteCache();
+  if (HasHandle()) {
+    Flush();
+  }
   mIsWriting = false;
+}
+
+void H5_File::Flush() {
+  if (!mStaysReadable || mAtype == ReadOnly) {
+    return;
+  }
+  const std::string noDataset;
+  const ReportContext context(noDataset, mFilename);
+  const herr_t err =
+      mTrace(5, H5Fflush(mFile_id, H5F_SCOPE_LOCAL), "H5Fflush(", mFile_id, ", H5F_SCOPE_LOCAL)");
+  REQUIRE(err>=0, "H5Fflush failed");
 }
 
 void H5_File::BeginWriting() {

@@ -19,8 +19,10 @@
 class H5_File {
  public:
   /// Opens the file, or creates it if it is missing and the access is ReadWrite, and reads its
-  /// tree. `fullPath` is the real path.
-  H5_File(const std::string& fullPath, H5AccessType access, int verbosity);
+  /// tree. `fullPath` is the real path. With `staysReadable`, what was written is there for every
+  /// later reader after each WriteCache(), also of a file that is never closed.
+  H5_File(const std::string& fullPath, H5AccessType access, int verbosity,
+          bool staysReadable = true);
   H5_File(const H5_File&) = delete;
   H5_File& operator=(const H5_File&) = delete;
   /// Writes what is held and closes the file, unless that is incomplete.
@@ -41,7 +43,8 @@ class H5_File {
   std::uint64_t CummulativeCacheSize() const;
 
   /// Writes what all objects hold; opens a closed file and leaves it open. Does nothing, not even
-  /// open, when nothing is held. Fails on a ReadOnly file that holds data.
+  /// open, when nothing is held. Fails on a ReadOnly file that holds data. A file that has a handle
+  /// is flushed then; one that has none is the caller's to close.
   void WriteCache();
   /// Opens the object of `node`, which is new, calls `write`, and closes the object again.
   void WriteImmediately(H5_Node& node, const std::function<void()>& write);
@@ -80,6 +83,7 @@ class H5_File {
   friend class H5_Node;
 
   void BuildTree();
+  void Flush();
   void BeginWriting();
   void CacheChanged(std::uint64_t before, std::uint64_t now);
   // The nodes tell what is open and how many they are, so that closing costs what was opened and
@@ -94,6 +98,7 @@ class H5_File {
   hid_t mFile_id = -1;
   H5_File** mpHandle = nullptr;
   std::uint64_t* mpTotal = nullptr;
+  bool mStaysReadable;
   bool mIsUnfinished;  // a new file is, until it has a handle
   bool mIsWriting = false;
   std::uint64_t mNodes = 0;

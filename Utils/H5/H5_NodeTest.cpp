@@ -50,6 +50,7 @@ TEST_F(NodeTest, FindsNodesByPath) {
 TEST_F(NodeTest, CreatesOnDiskOnlyWhatHoldsData) {
   {
     H5_File file(Path("new.h5"), ReadWrite, 0);
+    file.SetUnfinished(false);
     H5_Node& root = *file.Root();
     auto& x = root.CreateNode("A.dir/B.dir/x.dat").GetObject<H5_Objects::Dat>();
     root.CreateNode("A.dir/empty.dat");

@@ -12,6 +12,7 @@
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/ErrorHandling/Trace.hpp"
 #include "Utils/H5/H5Type.hpp"
+#include "Utils/H5/H5_CommittingDriver.hpp"
 #include "Utils/H5/H5_StringElements.hpp"
 #include "Utils/H5/Handle.hpp"
 #include "Utils/Process/Files.hpp"
@@ -220,7 +221,8 @@ PropertyListHandle Vexa_H5::UntimedCreation(hid_t propertyListClass, std::source
   return cparms_id;
 }
 
-hid_t Vexa_H5::OpenFile(const std::string& path, H5AccessType access, int verbosity) {
+hid_t Vexa_H5::OpenFile(const std::string& path, H5AccessType access, int verbosity,
+                        bool staysReadable) {
   const Trace trace(verbosity);
   H5open();
   PropertyListHandle fapl_id(H5Pcreate(H5P_FILE_ACCESS));
@@ -229,8 +231,12 @@ hid_t Vexa_H5::OpenFile(const std::string& path, H5AccessType access, int verbos
   const unsigned flags = access == ReadOnly ? H5F_ACC_RDONLY : H5F_ACC_RDWR;
   herr_t err = EvictOnClose(flags, fapl_id);
   REQUIRE(err>=0, "H5Pset_evict_on_close failed: " << err);
+  if (staysReadable && access == ReadWrite) {
+    UseCommittingDriver(fapl_id);
+  }
+  const bool exists = FileExists(path);
   hid_t file_id = -1;
-  if (FileExists(path)) {
+  if (exists && !(staysReadable && access == ReadWrite && IsEmptyFile(path))) {
     REQUIRE(IsRegularFile(path), "'" << path << "' is not a regular file");
     file_id = trace(4, H5Fopen(path.c_str(), flags, fapl_id), "H5Fopen(", path, ")");
     REQUIRE(file_id>=0, "H5Fopen(" << path << ", ...) failed");
@@ -238,12 +244,12 @@ hid_t Vexa_H5::OpenFile(const std::string& path, H5AccessType access, int verbos
     REQUIRE(access==ReadWrite,
             "Attempting to create non-existent file '" << path << "' in ReadOnly mode");
     PropertyListHandle fcpl_id = UntimedCreation(H5P_FILE_CREATE);
-    const int error = CreateEmptyFile(path);
+    const int error = exists ? 0 : CreateEmptyFile(path);
     REQUIRE(error==0, "H5Fcreate(" << path << ", ...) failed: " << StrError(error));
-    // The file is ours, so nothing of anybody's is truncated.
+    // The file is ours or empty, so nothing of anybody's is truncated.
     file_id =
         trace(4, H5Fcreate(path.c_str(), H5F_ACC_TRUNC, fcpl_id, fapl_id), "H5Fcreate(", path, ")");
-    if (file_id < 0) {
+    if (file_id < 0 && !exists) {
       // What the library leaves can be a file without objects that opens well.
       std::error_code ignored;
       std::filesystem::remove(path, ignored);

@@ -36,8 +36,11 @@ hid_t DatasetAccess();
 /// Opens an existing file, or creates a missing one if the access is ReadWrite; never truncates.
 /// Fails on anything that is not a regular file (opening a FIFO would wait for ever) with "'<path>'
 /// is not a regular file", on a missing file that is to be read with "Attempting to create
-/// non-existent file '<path>' in ReadOnly mode".
-hid_t OpenFile(const std::string& path, H5AccessType access, int verbosity);
+/// non-existent file '<path>' in ReadOnly mode". A file that is written and stays readable goes
+/// through the committing driver (H5_CommittingDriver.hpp); for that an empty file is as good as a
+/// missing one, since a process that was killed while it created one leaves it so.
+hid_t OpenFile(const std::string& path, H5AccessType access, int verbosity,
+               bool staysReadable = false);
 
 /// Stores a list of strings as one new attribute of a group or dataset: one-dimensional, of
 /// variable-length strings. An empty list has extent 0.

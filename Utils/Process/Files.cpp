@@ -30,6 +30,11 @@ bool IsRegularFile(const std::string& path) {
   return FileType(path) == S_IFREG;
 }
 
+bool IsEmptyFile(const std::string& path) {
+  struct stat status;
+  return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) && status.st_size == 0;
+}
+
 std::string FileStamp(const std::string& path) {
   struct stat status {};
   if (stat(path.c_str(), &status) != 0) {

@@ -13,6 +13,9 @@ bool DirectoryExists(const std::string& path);
 /// Whether it can be opened and read like a file: no directory, FIFO, socket or device.
 bool IsRegularFile(const std::string& path);
 
+/// Whether it is a regular file without a single byte.
+bool IsEmptyFile(const std::string& path);
+
 /// What changes when another file takes this one's place or its contents are written to: device,
 /// number, size and time of the last change. Empty if there is none.
 std::string FileStamp(const std::string& path);

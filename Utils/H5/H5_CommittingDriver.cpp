@@ -1,0 +1,352 @@
+#include "Utils/H5/H5_CommittingDriver.hpp"
+
+#if H5_VERSION_GE(1, 14, 0)
+#include <H5FDdevelop.h>
+#endif
+
+#include <algorithm>
+#include <cstring>
+#include <iterator>
+#include <map>
+#include <memory>
+#include <new>
+#include <utility>
+#include <vector>
+
+#include "Utils/ErrorHandling/Require.hpp"
+#include "Utils/H5/Handle.hpp"
+
+namespace {
+
+// Two pieces that are no further apart go out in one write, with what is between them: the system
+// takes longer for a second write than for these bytes.
+constexpr haddr_t sBytesWorthAWrite = 8192;
+
+// Pieces of a file by address, which neither overlap nor touch.
+class Pieces {
+ public:
+  using Bytes = std::vector<unsigned char>;
+
+  bool IsEmpty() const { return mPieces.empty(); }
+  std::uint64_t Size() const { return mSize; }
+  void Clear() {
+    mPieces.clear();
+    mSize = 0;
+  }
+
+  // Puts these bytes over what is there.
+  void Write(haddr_t address, const unsigned char* bytes, std::size_t size) {
+    auto piece = mPieces.upper_bound(address);
+    if (piece != mPieces.begin() && End(*std::prev(piece)) >= address) {
+      --piece;
+    } else {
+      piece = mPieces.emplace_hint(piece, address, Bytes{});
+    }
+    Bytes& into = piece->second;
+    const std::size_t offset = address - piece->first;
+    mSize -= into.size();
+    if (offset + size > into.size()) {
+      into.resize(offset + size);
+    }
+    std::memcpy(into.data() + offset, bytes, size);
+    for (auto next = std::next(piece); next != mPieces.end() && next->first <= End(*piece);) {
+      const std::size_t known = End(*piece) - next->first;
+      if (known < next->second.size()) {
+        into.insert(into.end(), next->second.begin() + static_cast<std::ptrdiff_t>(known),
+                    next->second.end());
+      }
+      mSize -= next->second.size();
+      next = mPieces.erase(next);
+    }
+    mSize += into.size();
+  }
+
+  // Puts what is held of [address, address + size) over these bytes.
+  void Overlay(haddr_t address, unsigned char* bytes, std::size_t size) const {
+    auto piece = mPieces.upper_bound(address);
+    if (piece != mPieces.begin()) {
+      --piece;
+    }
+    for (; piece != mPieces.end() && piece->first < address + size; ++piece) {
+      const haddr_t first = std::max(piece->first, address);
+      const haddr_t last = std::min<haddr_t>(End(*piece), address + size);
+      if (first < last) {
+        std::memcpy(bytes + (first - address), piece->second.data() + (first - piece->first),
+                    last - first);
+      }
+    }
+  }
+
+  // Forgets what lies at `end` and beyond.
+  void Cut(haddr_t end) {
+    while (!mPieces.empty() && End(*mPieces.rbegin()) > end) {
+      const auto last = std::prev(mPieces.end());
+      mSize -= last->second.size();
+      if (last->first >= end) {
+        mPieces.erase(last);
+      } else {
+        last->second.resize(end - last->first);
+        mSize += last->second.size();
+      }
+    }
+  }
+
+  // The stretches [begin, end) that cover all pieces.
+  std::vector<std::pair<haddr_t, haddr_t>> Stretches() const {
+    std::vector<std::pair<haddr_t, haddr_t>> stretches;
+    for (const auto& piece : mPieces) {
+      if (stretches.empty() || piece.first > stretches.back().second + sBytesWorthAWrite) {
+        stretches.emplace_back(piece.first, piece.first);
+      }
+      stretches.back().second = End(piece);
+    }
+    return stretches;
+  }
+
+ private:
+  static haddr_t End(const std::pair<const haddr_t, Bytes>& piece) {
+    return piece.first + piece.second.size();
+  }
+
+  std::map<haddr_t, Bytes> mPieces;
+  std::uint64_t mSize = 0;
+};
+
+// A file as this driver knows it. Below is the file of the library's own driver, whose functions
+// are called past the library's interface: that would clear the stack of errors and print it twice.
+class File {
+ public:
+  File(H5FD_t* below, bool isNew)
+      : mpBelow(below), mHasContent(!isNew), mEnd(FileEnd()), mCommittedEnd(isNew ? 0 : mEnd) {}
+
+  H5FD_t* Below() const { return mpBelow; }
+  haddr_t End() const { return mEnd; }
+
+  herr_t Read(H5FD_mem_t type, hid_t dxpl_id, haddr_t address, std::size_t size, void* buffer) {
+    const herr_t err = mpBelow->cls->read(mpBelow, type, dxpl_id, address, size, buffer);
+    if (err >= 0 && !mHeld.IsEmpty()) {
+      mHeld.Overlay(address, static_cast<unsigned char*>(buffer), size);
+    }
+    return err;
+  }
+
+  herr_t Write(H5FD_mem_t type, hid_t dxpl_id, haddr_t address, std::size_t size,
+               const void* buffer) {
+    const auto* bytes = static_cast<const unsigned char*>(buffer);
+    // Of a write across the old end only the first part waits.
+    const haddr_t most = mHasContent ? mCommittedEnd : ~haddr_t{0};
+    const std::size_t waiting = address < most ? std::min<haddr_t>(size, most - address) : 0;
+    if (waiting > 0) {
+      mHeld.Write(address, bytes, waiting);
+    }
+    if (waiting < size && mpBelow->cls->write(mpBelow, type, dxpl_id, address + waiting,
+                                              size - waiting, bytes + waiting) < 0) {
+      mLacksMetadata = mLacksMetadata || type != H5FD_MEM_DRAW;
+      return -1;
+    }
+    mEnd = std::max(mEnd, address + size);
+    return mHeld.Size() > Vexa_H5::sMostBytesHeld && mHasContent ? Emit(dxpl_id) : 0;
+  }
+
+  void Truncate(haddr_t end) {
+    mHeld.Cut(end);
+    mEnd = end;
+  }
+
+  herr_t Commit(hid_t dxpl_id, hbool_t isClosing) {
+    if (std::exchange(mLacksMetadata, false)) {
+      return -1;
+    }
+    if (!mHasContent) {
+      // In one piece, its unused end included.
+      const std::vector<unsigned char> rest(std::max(mEnd, FileEnd()) - FileEnd(), 0);
+      Pieces all;
+      if (!rest.empty()) {
+        all.Write(FileEnd(), rest.data(), rest.size());
+      }
+      std::swap(all, mHeld);
+      for (const auto& [begin, end] : all.Stretches()) {
+        Pieces::Bytes bytes(end - begin, 0);
+        all.Overlay(begin, bytes.data(), bytes.size());
+        mHeld.Write(begin, bytes.data(), bytes.size());
+      }
+    } else if (FileEnd() < mEnd && mpBelow->cls->truncate(mpBelow, dxpl_id, isClosing) < 0) {
+      return -1;
+    }
+    if (Emit(dxpl_id) < 0 ||
+        (FileEnd() > mEnd && mpBelow->cls->truncate(mpBelow, dxpl_id, isClosing) < 0)) {
+      return -1;
+    }
+    mHasContent = mHasContent || mEnd > 0;
+    mCommittedEnd = mEnd;
+    return mpBelow->cls->flush == nullptr ? 0 : mpBelow->cls->flush(mpBelow, dxpl_id, isClosing);
+  }
+
+ private:
+  // The end of the file on disk.
+  haddr_t FileEnd() const { return mpBelow->cls->get_eof(mpBelow, H5FD_MEM_DEFAULT); }
+
+  // Writes what is held. All is gathered first, so that the writes follow one another closely.
+  herr_t Emit(hid_t dxpl_id) {
+    std::vector<std::pair<haddr_t, Pieces::Bytes>> gathered;
+    for (const auto& [begin, end] : mHeld.Stretches()) {
+      gathered.emplace_back(begin, Pieces::Bytes(end - begin));
+      Pieces::Bytes& bytes = gathered.back().second;
+      if (Read(H5FD_MEM_DEFAULT, dxpl_id, begin, bytes.size(), bytes.data()) < 0) {
+        return -1;
+      }
+    }
+    for (const auto& [begin, bytes] : gathered) {
+      if (mpBelow->cls->write(mpBelow, H5FD_MEM_DEFAULT, dxpl_id, begin, bytes.size(),
+                              bytes.data()) < 0) {
+        return -1;
+      }
+    }
+    mHeld.Clear();
+    return 0;
+  }
+
+  H5FD_t* mpBelow;
+  bool mHasContent;  // the file on disk, for a reader
+  haddr_t mEnd;      // of the file as the library sees it
+  haddr_t mCommittedEnd;
+  bool mLacksMetadata = false;  // some that the library wrote since the last flush
+  Pieces mHeld;
+};
+
+// The library casts this to H5FD_t and back.
+struct DriverFile {
+  H5FD_t mPublic;
+  File* mpFile;
+};
+
+File& FileOf(H5FD_t* file) {
+  return *reinterpret_cast<DriverFile*>(file)->mpFile;
+}
+
+const File& FileOf(const H5FD_t* file) {
+  return *reinterpret_cast<const DriverFile*>(file)->mpFile;
+}
+
+H5FD_t* BelowOf(const H5FD_t* file) {
+  return FileOf(file).Below();
+}
+
+// No exception may pass through the library.
+template <class Function>
+herr_t Guarded(const Function& function) {
+  try {
+    return function();
+  } catch (...) {
+    return -1;
+  }
+}
+
+H5FD_t* OpenBelow(const char* name, unsigned flags, hid_t fapl_id, haddr_t maxAddress) {
+  // The library prints its errors once more on the way up.
+  const MuteH5Errors mute;
+  const PropertyListHandle below_id(H5Pcopy(fapl_id));
+  if (below_id < 0 || H5Pset_fapl_sec2(below_id) < 0) {
+    return nullptr;
+  }
+  return H5FDopen(name, flags, below_id, maxAddress);
+}
+
+H5FD_t* Open(const char* name, unsigned flags, hid_t fapl_id, haddr_t maxAddress) {
+  H5FD_t* const below = OpenBelow(name, flags, fapl_id, maxAddress);
+  if (below == nullptr) {
+    return nullptr;
+  }
+  try {
+    const bool isNew = below->cls->get_eof(below, H5FD_MEM_DEFAULT) == 0;
+    auto file = std::make_unique<File>(below, isNew);
+    return &(new DriverFile{{}, file.release()})->mPublic;
+  } catch (...) {
+    H5FDclose(below);
+    return nullptr;
+  }
+}
+
+herr_t Close(H5FD_t* file) {
+  // What is held without having been flushed is what a failed flush left.
+  const herr_t err = H5FDclose(BelowOf(file));
+  delete &FileOf(file);
+  delete reinterpret_cast<DriverFile*>(file);
+  return err;
+}
+
+// Functions that the library's own driver answers.
+template <auto Member, class... Arguments>
+auto Forward(const H5FD_t* file, Arguments... arguments) {
+  H5FD_t* const below = BelowOf(file);
+  return (below->cls->*Member)(below, arguments...);
+}
+
+H5FD_class_t MakeClass() {
+  H5FD_class_t driver{};
+#ifdef H5FD_CLASS_VERSION
+  driver.version = H5FD_CLASS_VERSION;
+  driver.value = static_cast<H5FD_class_value_t>(H5_VFD_RESERVED + 77);
+#endif
+  driver.name = "committing";
+  driver.maxaddr = (haddr_t{1} << 63) - 1;  // of an off_t
+  driver.fc_degree = H5F_CLOSE_WEAK;
+  driver.open = Open;
+  driver.close = Close;
+  driver.cmp = [](const H5FD_t* a, const H5FD_t* b) {
+    return BelowOf(a)->cls->cmp(BelowOf(a), BelowOf(b));
+  };
+  driver.query = [](const H5FD_t* file, unsigned long* flags) {
+    if (file == nullptr) {
+      return H5FDdriver_query(H5FD_SEC2, flags);
+    }
+    return BelowOf(file)->cls->query(BelowOf(file), flags);
+  };
+  driver.get_eoa = [](const H5FD_t* file, H5FD_mem_t type) {
+    return Forward<&H5FD_class_t::get_eoa>(file, type);
+  };
+  driver.set_eoa = [](H5FD_t* file, H5FD_mem_t type, haddr_t address) {
+    return Forward<&H5FD_class_t::set_eoa>(file, type, address);
+  };
+  driver.get_eof = [](const H5FD_t* file, H5FD_mem_t) { return FileOf(file).End(); };
+  driver.get_handle = [](H5FD_t* file, hid_t fapl_id, void** handle) {
+    return Forward<&H5FD_class_t::get_handle>(file, fapl_id, handle);
+  };
+  driver.read = [](H5FD_t* file, H5FD_mem_t type, hid_t dxpl_id, haddr_t address, std::size_t size,
+                   void* buffer) {
+    return FileOf(file).Read(type, dxpl_id, address, size, buffer);
+  };
+  driver.write = [](H5FD_t* file, H5FD_mem_t type, hid_t dxpl_id, haddr_t address, std::size_t size,
+                    const void* buffer) {
+    return Guarded([&] { return FileOf(file).Write(type, dxpl_id, address, size, buffer); });
+  };
+  driver.flush = [](H5FD_t* file, hid_t dxpl_id, hbool_t isClosing) {
+    return Guarded([&] { return FileOf(file).Commit(dxpl_id, isClosing); });
+  };
+  driver.truncate = [](H5FD_t* file, hid_t, hbool_t) {
+    FileOf(file).Truncate(Forward<&H5FD_class_t::get_eoa>(file, H5FD_MEM_DEFAULT));
+    return 0;
+  };
+  driver.lock = [](H5FD_t* file, hbool_t isForWriting) {
+    return Forward<&H5FD_class_t::lock>(file, isForWriting);
+  };
+  driver.unlock = [](H5FD_t* file) { return Forward<&H5FD_class_t::unlock>(file); };
+  // Room that is given up is reused as under the driver below.
+  const H5FD_mem_t map[] = H5FD_FLMAP_DICHOTOMY;
+  std::ranges::copy(map, driver.fl_map);
+  return driver;
+}
+
+}  // namespace
+
+void Vexa_H5::UseCommittingDriver(hid_t fapl_id) {
+  static const H5FD_class_t driver = MakeClass();
+  static hid_t driver_id = -1;
+  // The library forgets its drivers when it is closed.
+  if (H5Iis_valid(driver_id) <= 0) {
+    driver_id = H5FDregister(&driver);
+    REQUIRE(driver_id>=0, "H5FDregister failed");
+  }
+  const herr_t err = H5Pset_driver(fapl_id, driver_id, nullptr);
+  REQUIRE(err>=0, "H5Pset_driver failed");
+}
