@@ -9,6 +9,7 @@
 #include "Utils/ChunkCodec/AwkwardColumns.hpp"
 #include "Utils/ChunkCodec/ChunkDecoder.hpp"
 #include "Utils/ChunkCodec/ChunkEncoder.hpp"
+#include "Utils/ChunkCodec/ShortChunk.hpp"
 
 namespace {
 
@@ -68,13 +69,20 @@ void ExpectAgreement(const AwkwardColumn& column, std::size_t count, const Filte
     return std::memcmp(values.data(), other.data(), count * sizeof(double)) == 0;
   };
   std::vector<double> read(count, -1);
-  const Bytes ours = ChunkCodec::EncodeChunk(values, filters);
-  const Bytes theirs = ExchangeWithHDF5(ours, filters, read);
-  EXPECT_TRUE(hasSameBits(read)) << "HDF5 reads ours";
-  for (const Bytes& stored : {ours, theirs}) {
-    std::vector<double> decoded(count, -1);
-    EXPECT_EQ(DecodeChunk(stored, filters, decoded), ChunkCodec::DecodeStatus::Ok);
-    EXPECT_TRUE(hasSameBits(decoded)) << "we read " << (stored == ours ? "ours" : "HDF5's");
+  const bool isShort = count <= ChunkCodec::sMostValuesOfShortChunk;
+  for (const auto encode : {ChunkCodec::EncodeChunk, ChunkCodec::EncodeShortChunk}) {
+    if (encode == ChunkCodec::EncodeShortChunk && !isShort) {
+      continue;
+    }
+    const Bytes ours = encode(values, filters);
+    const Bytes theirs = ExchangeWithHDF5(ours, filters, read);
+    EXPECT_TRUE(hasSameBits(read)) << "HDF5 reads ours";
+    for (const Bytes& stored : {ours, theirs}) {
+      std::vector<double> decoded(count, -1);
+      EXPECT_EQ(DecodeChunk(stored, filters, decoded), ChunkCodec::DecodeStatus::Ok);
+      EXPECT_TRUE(hasSameBits(decoded)) << "we read " << (stored == ours ? "ours" : "HDF5's");
+    }
+    EXPECT_TRUE(encode != ChunkCodec::EncodeShortChunk || 50 * ours.size() <= 51 * theirs.size());
   }
 }
 
@@ -82,7 +90,7 @@ TEST(HDF5Agreement, OnEveryColumn) {
   std::vector<std::size_t> counts = {1, 5, 7, 9, 11, 13, 15, 17};
   // Where chunks stop being small, runs are looked for, codes change, zlib's window ends, a stored
   // block is full, and a chunk has a second piece.
-  for (const std::size_t edge : {256U, 4096U, 8192U, 16384U, 32768U, 65535U, 1U << 18}) {
+  for (const std::size_t edge : {256U, 512U, 4096U, 8192U, 16384U, 32768U, 65535U, 1U << 18}) {
     counts.insert(counts.end(), {edge - 1, edge, edge + 1});
   }
   for (const AwkwardColumn& column : AwkwardColumns()) {

@@ -109,6 +109,10 @@ TableLayout ReadTableLayout(hid_t dataset_id, const std::string& name, Location 
   const hsize_t mostColumns = 1000000;
   REQUIRE_AT(where, layout.mColumns<=mostColumns,
              name << " claims " << layout.mColumns << " columns");
+  return layout;
+}
+
+void CheckStorage(hid_t dataset_id, TableLayout& layout, const std::string& name, Location where) {
   const std::uint64_t stored = H5Dget_storage_size(dataset_id);
   const long double valueSize = sizeof(double);
   layout.mStoredBytes = stored;
@@ -121,7 +125,6 @@ TableLayout ReadTableLayout(hid_t dataset_id, const std::string& name, Location 
     Vexa_H5::RequirePlausibleSize(valueSize * layout.mChunkRows * layout.mChunkColumns / 64, stored,
                                   name, where);
   }
-  return layout;
 }
 
 namespace {
@@ -249,15 +252,29 @@ void ReadByLibrary(const OpenTable& table, std::uint64_t column, std::span<const
   reader.Close();
 }
 
-void WriteByLibrary(const OpenTable& table, std::uint64_t column, std::uint64_t firstRow,
-                    std::span<const double> values) {
+namespace {
+
+void WriteBlock(const OpenTable& table, const ColumnBlock& block, const double* values) {
   Selection selection(table.mDataset_id, table.mWhere);
-  selection.Select({column, 1, firstRow, values.size()});
+  selection.Select(block);
   const herr_t err =
       table.mTrace(4,
                    H5Dwrite(table.mDataset_id, H5T_NATIVE_DOUBLE, selection.MemorySpace(),
-                            selection.FileSpace(), H5P_DEFAULT, values.data()),
+                            selection.FileSpace(), H5P_DEFAULT, values),
                    "H5Dwrite(", table.mDataset_id, ", ...)");
   REQUIRE_AT(table.mWhere, err>=0, "H5Dwrite failed");
   selection.Close();
+}
+
+}  // namespace
+
+void WriteByLibrary(const OpenTable& table, std::uint64_t column, std::uint64_t firstRow,
+                    std::span<const double> values) {
+  WriteBlock(table, {column, 1, firstRow, values.size()}, values.data());
+}
+
+void WriteRowsByLibrary(const OpenTable& table, std::uint64_t firstRow,
+                        std::span<const double> rowMajor) {
+  const std::uint64_t columns = table.mLayout.mColumns;
+  WriteBlock(table, {0, columns, firstRow, rowMajor.size() / columns}, rowMajor.data());
 }

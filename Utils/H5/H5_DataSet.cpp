@@ -43,6 +43,17 @@ std::vector<hsize_t> DataSet::ExtentsInFile() const {
   return FileExtents(Location::current());
 }
 
+bool DataSet::IsFileWritable() const {
+  Handle<H5Fclose> file_id(H5Iget_file_id(mMy_id));
+  REQUIRE(file_id>=0, "H5Iget_file_id failed");
+  unsigned intent = H5F_ACC_RDONLY;
+  herr_t err = H5Fget_intent(file_id, &intent);
+  REQUIRE(err>=0, "H5Fget_intent failed");
+  err = file_id.Close();
+  REQUIRE(0==err, "H5Fclose failed");
+  return (intent & H5F_ACC_RDWR) != 0;
+}
+
 std::uint64_t DataSet::StoredBytes() const {
   return H5Dget_storage_size(mMy_id);
 }

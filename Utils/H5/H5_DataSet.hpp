@@ -43,6 +43,9 @@ class DataSet : public H5_Object {
   /// Extents of the open dataset in the file, now.
   std::vector<hsize_t> FileExtents(Location where) const;
 
+  /// Whether the file of the open dataset was opened for writing, so that nobody else writes to it.
+  bool IsFileWritable() const;
+
   /// Bytes that the open dataset takes on disk.
   std::uint64_t StoredBytes() const;
 

@@ -5,6 +5,7 @@
 
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/H5/H5_Utils.hpp"
+#include "Utils/H5/H5_WriteRows.hpp"
 
 template struct Factory::Register<H5_Objects::Dat>;
 
@@ -90,13 +91,11 @@ void Dat::OpenObject(hid_t parentGroupId) {
     mMy_id = mTrace(4, H5Dopen2(parentGroupId, group_name.c_str(), Vexa_H5::DatasetAccess()),
                     "H5Dopen2(", parentGroupId, ", \"", group_name, "\")");
     REQUIRE(mMy_id>=0, "Opening of dataset " << group_name << " failed");
-    mLayout = ReadTableLayout(mMy_id, mName, Location::current());
-    mExtents = {mLayout.mRows, mLayout.mColumns};
-    mLegends = Vexa_H5::RetrieveStringsFromAttributes(mMy_id, "Legend", true, mTrace.Verbosity());
-    if (mLegends.empty()) {
-      mLegends = UndefinedLegends(mLayout.mColumns);
+    if (AreAttributesKnown() && mLayout.mChunkRows != 0 && IsFileWritable()) {
+      TakeExtents();
+    } else {
+      TakeLayout();
     }
-    mLegendCharacters = Characters(mLegends);
     REQUIRE(mExtents.Size()==2 && static_cast<unsigned int>(mLegends.Size())==mExtents[1],
             "internal consistency error");
   } else {
@@ -111,6 +110,25 @@ void Dat::OpenObject(hid_t parentGroupId) {
     Vexa_H5::AttachStringsToAttributes(mMy_id, "Legend", mLegends, mTrace.Verbosity());
     ReportCacheSize();
   }
+}
+
+void Dat::TakeLayout() {
+  mLayout = ReadTableLayout(mMy_id, mName, Location::current());
+  CheckStorage(mMy_id, mLayout, mName, Location::current());
+  mExtents = {mLayout.mRows, mLayout.mColumns};
+  mLegends = Vexa_H5::RetrieveStringsFromAttributes(mMy_id, "Legend", true, mTrace.Verbosity());
+  if (mLegends.empty()) {
+    mLegends = UndefinedLegends(mLayout.mColumns);
+  }
+  mLegendCharacters = Characters(mLegends);
+}
+
+void Dat::TakeExtents() {
+  const std::vector<hsize_t> dims = FileExtents(Location::current());
+  const std::size_t ndims = dims.size();
+  REQUIRE(ndims==2, "Dimension mismatch.");
+  mExtents = {dims[0], dims[1]};
+  mLayout.mRows = dims[0];
 }
 
 hid_t Dat::CreateDataSet(hid_t parentId, const std::string& name, std::uint64_t columns,
@@ -155,30 +173,20 @@ void Dat::WriteCache() {
   REQUIRE(mNumberOfColumnsPerRow == mLegends.size(),
           "The CachedData has entries of length" << mNumberOfColumnsPerRow
                                                  << ",\nbut Legends has length" << mLegends.size());
-  const std::uint64_t columns = mNumberOfColumnsPerRow;
-  const std::uint64_t rows = mCachedData.size() / columns;
-  WriteCacheDetail(rows, [&](ColumnWriter& writer) {
-    for (std::uint64_t c = 0; c < columns; ++c) {
-      double* const values = writer.Room(rows).mpValues;
-      for (std::uint64_t r = 0; r < rows; ++r) {
-        values[r] = mCachedData[r * columns + c];
-      }
-    }
-  });
+  WriteCacheDetail(mCachedData.size() / mNumberOfColumnsPerRow,
+                   [this](const OpenTable& table) { WriteRows(table, mExtents[0], mCachedData); });
   std::vector<double>().swap(mCachedData);
   mNumberOfColumnsPerRow = 1;
   ReportCacheSize();
 }
 
-void Dat::WriteCacheDetail(std::uint64_t rows, const std::function<void(ColumnWriter&)>& fill) {
+void Dat::WriteCacheDetail(std::uint64_t rows, const std::function<void(const OpenTable&)>& write) {
   RequireFileExtents("Extents inconsistent");
   const std::vector<hsize_t> newDims = {mExtents[0] + rows, mExtents[1]};
   mTrace.Line(3, "H5_ObjectDat append ", rows, " row(s) to '", mName, "' (new dims {", newDims[0],
               ",", newDims[1], "})");
   Extend(newDims, "H5Dset_extent failed", Location::current());
-  ColumnWriter writer({mMy_id, mLayout, mName, mTrace, Location::current()}, mExtents[0], rows);
-  fill(writer);
-  writer.Finish();
+  write({mMy_id, mLayout, mName, mTrace, Location::current()});
   mExtents[0] = newDims[0];
   mLayout.mRows = newDims[0];
 }
@@ -198,7 +206,11 @@ void Dat::WriteManyStepsImmediately_(std::uint64_t rows,
           "Consistency error: Called WriteManyStepsImmediately on a closed object");
   REQUIRE(mExtents.Size()==2, "Internal error");
   if (rows > 0) {
-    WriteCacheDetail(rows, fill);
+    WriteCacheDetail(rows, [&](const OpenTable& table) {
+      ColumnWriter writer(table, mExtents[0], rows);
+      fill(writer);
+      writer.Finish();
+    });
   }
 }
 

@@ -94,7 +94,10 @@ class Dat : public DataSet, public Factory::Register<Dat> {
  private:
   hid_t CreateDataSet(hid_t parentId, const std::string& name, std::uint64_t columns,
                       std::uint64_t chunkRows);
-  void WriteCacheDetail(std::uint64_t rows, const std::function<void(ColumnWriter&)>& fill);
+  // What the open table is, and no more than its size, for one that this process has had open.
+  void TakeLayout();
+  void TakeExtents();
+  void WriteCacheDetail(std::uint64_t rows, const std::function<void(const OpenTable&)>& write);
   void RequireFileExtents(const char* message) const;
 
   bool mCompress = false;
