@@ -4,6 +4,7 @@
 #include <cmath>
 #include <filesystem>
 #include <limits>
+#include <utility>
 
 #include "Executables/KelmorInfo/PlanPicture.hpp"
 #include "Executables/KelmorInfo/Tests/InfoFixture.hpp"
@@ -61,8 +62,8 @@ constexpr char sKept[] = "#2f6690";
 constexpr char sWiped[] = "url(#wiped)";
 constexpr char sGap[] = "#f6d57a";
 
-PlannedFile Part(int file, const std::vector<PlanPiece>& pieces) {
-  return {file, 0, 0, pieces};
+PlannedFile Part(int file, std::vector<PlanPiece> pieces) {
+  return {file, 0, 0, std::move(pieces)};
 }
 
 Plan PlanOf(const std::vector<PlannedSteps>& steps, int files) {
