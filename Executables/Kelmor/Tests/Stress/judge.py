@@ -224,7 +224,7 @@ class Judge:
         """Frames of a run that crashed or was too late, without those of the C library at its top:
         what it told itself, or else the same run tells a debugger. Of a broken heap, frames of what
         broke it, if that can be found out; the others are of who noticed."""
-        told = re.findall(r"^(?:\S+ +\S.* \+ 0?x?[0-9a-f]+|/\S+\(.*\)\[0x[0-9a-f]+\])$",
+        told = re.findall(r"^(?:\S+ +\S.* \+ 0?x?[0-9a-f]+|/\S+\(.*\) ?\[0x[0-9a-f]+\])$",
                           outcome.err.partition("Received signal")[2], re.MULTILINE)
         valgrind = shutil.which("valgrind")
         if BROKEN_HEAP.search(outcome.err) and valgrind and not environment:
