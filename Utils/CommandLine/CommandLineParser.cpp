@@ -8,6 +8,7 @@
 
 #include "Utils/ErrorHandling/MyAbort.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
+#include "Utils/ErrorHandling/SigpipeHeldBack.hpp"
 #include "Utils/Process/RunInformation.hpp"
 #include "Utils/StringParsing/SimpleConvert.hpp"
 
@@ -106,9 +107,12 @@ T CommandLineParser::Get(const std::string& key, const T& defaultValue) const {
 template <class T>
 T CommandLineParser::Get(const std::string& key) const {
   if (!KeyExists(key)) {
-    std::cerr << "ERROR in CommandLineParser\n"
-              << "Option-key '" << key << "' not given on command line.\n"
-              << mHelpText << "\n";
+    {
+      const SigpipeHeldBack guard;
+      std::cerr << "ERROR in CommandLineParser\n"
+                << "Option-key '" << key << "' not given on command line.\n"
+                << mHelpText << "\n";
+    }
     MyAbort();
   }
   mKeyWasUsed[key] = true;

@@ -15,6 +15,8 @@
 #include <utility>
 #include <vector>
 
+#include "Utils/ErrorHandling/SigpipeHeldBack.hpp"
+
 namespace {
 
 constexpr int sMaxFrames = 100;
@@ -97,6 +99,7 @@ std::string Demangle(const char* name) {
   const int count = backtrace(frames.data(), sMaxFrames);
   const std::span<void* const> shown =
       FramesFrom(frames, count, __builtin_return_address(0), skipFrames);
+  const SigpipeHeldBack guard;
   backtrace_symbols_fd(shown.data(), static_cast<int>(shown.size()), STDERR_FILENO);
 }
 

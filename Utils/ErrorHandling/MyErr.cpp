@@ -63,6 +63,7 @@ MyErrProxy::MyErrProxy() {
   const std::ios_base::Init streams;
   PrepareForErrors();
   if (ParallelRuntime::Instance().IsInitialized()) {
+    const SigpipeHeldBack guard;
     std::cerr << ProcID_();
   }
 }

@@ -7,6 +7,8 @@
 #include <iostream>
 #include <memory>
 
+#include "Utils/ErrorHandling/SigpipeHeldBack.hpp"
+
 /// Has a function called before anything goes to standard error this way, for who keeps something
 /// on the terminal that must go first; null for none.
 void SetBeforeMyErr(void (*function)());
@@ -14,7 +16,9 @@ void SetBeforeMyErr(void (*function)());
 void PrepareForErrors();
 
 /// One statement's output. An error file that cannot be opened stays silent, as one does for which
-/// there is no memory, and one that holds no text; standard error gets everything in any case.
+/// there is no memory, and one that holds no text; standard error gets everything in any case. If
+/// that is a pipe which nobody reads, the error file alone does: SIGPIPE is held back from the
+/// write.
 class MyErrProxy {
  public:
   /// Opens the error file, and begins the line on standard error with ProcID_() once this process
@@ -23,7 +27,10 @@ class MyErrProxy {
 
   template <class T>
   MyErrProxy& Output(const T& x) {
-    std::cerr << x;
+    {
+      const SigpipeHeldBack guard;
+      std::cerr << x;
+    }
     if (mpFile != nullptr) {
       *mpFile << x;
     }

@@ -1,7 +1,10 @@
 #include "Utils/ErrorHandling/MyErr.hpp"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <sstream>
 #include <string>
@@ -36,6 +39,21 @@ TEST(MyErrTest, EveryStatementGoesToBothSinks) {
   std::filesystem::remove(path);
   std::cerr.rdbuf(buffer);
   EXPECT_EQ(standardError.str(), "[997]one 1\ntwo\n[997]three\n[997]a[997]b");
+}
+
+TEST(MyErrTest, AClosedPipeKeepsNoReportFromTheFile) {
+  const FakeRuntime runtime(996);
+  const std::string path = RunDirectory() + "/Errors996.txt";
+  const auto run = [] {
+    int ends[2];
+    const bool isMade = pipe(ends) == 0 && close(ends[0]) == 0 && dup2(ends[1], STDERR_FILENO) >= 0;
+    MyErr << (isMade ? "told\n" : "no pipe\n");
+    // A write of the program's own takes its course.
+    std::exit(static_cast<int>(write(ends[1], "x", 1)));
+  };
+  EXPECT_EXIT(run(), testing::KilledBySignal(SIGPIPE), "");
+  EXPECT_EQ((std::ostringstream() << std::ifstream(path).rdbuf()).str(), "told\n");
+  std::filesystem::remove(path);
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 #include "Utils/ErrorHandling/MyAbort.hpp"
 #include "Utils/ErrorHandling/MyErr.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
+#include "Utils/ErrorHandling/SigpipeHeldBack.hpp"
 #include "Utils/Process/Memory.hpp"
 
 namespace {
@@ -19,6 +20,7 @@ namespace {
 void ReportBadAlloc() {
   const std::ios_base::Init streams;  // a static initialiser may be what ran out of memory
   PrepareForErrors();
+  const SigpipeHeldBack guard;
   std::cerr << "\n######## std::bad_alloc caught in TerminateHandler ##########\n"
             << "New ran out of memory.\n"
             << "Peak RSS memory    = " << GetPeakRSS() << " bytes \n"
