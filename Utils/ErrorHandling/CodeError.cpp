@@ -1,6 +1,5 @@
 #include "Utils/ErrorHandling/CodeError.hpp"
 
-#include <exception>
 #include <utility>
 
 #include "Utils/ErrorHandling/Backtrace.hpp"
@@ -9,7 +8,7 @@
 CodeError::CodeError(std::string message, bool withBacktrace, std::string reason,
                      std::string context)
     : mMessage(std::move(message)), mReason(std::move(reason)), mContext(std::move(context)) {
-  std::set_terminate(TerminateHandler);
+  InstallTerminateHandler();
   if (withBacktrace) {
     mMessage += "\n" + Backtrace(1);
   }

@@ -68,6 +68,11 @@ void ReportExit(int status, void*) {
 
 }  // namespace
 
+bool InstallTerminateHandler() {
+  std::set_terminate(TerminateHandler);
+  return true;
+}
+
 void ReportUnexpectedExit() {
   on_exit(ReportExit, nullptr);
 }

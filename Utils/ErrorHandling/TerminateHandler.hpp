@@ -1,6 +1,10 @@
-// What happens to an exception that nobody catches. Constructing a CodeError installs
-// TerminateHandler by std::set_terminate; neither function is called directly.
+// What happens to an exception that nobody catches. TerminateHandler is installed by
+// std::set_terminate: when a program that is linked with the object store starts, and in others by
+// the first CodeError. Neither handler is called directly.
 #pragma once
+
+/// Installs TerminateHandler; what the store's static initialiser calls. Always true.
+bool InstallTerminateHandler();
 
 /// Reports the current exception and ends the run through MyAbort.
 [[noreturn]] void TerminateHandler();
