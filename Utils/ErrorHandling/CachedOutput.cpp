@@ -6,6 +6,7 @@
 #include <exception>
 #include <vector>
 
+#include "Utils/ErrorHandling/MyAbort.hpp"
 #include "Utils/ErrorHandling/ParallelRuntime.hpp"
 
 namespace {
@@ -17,19 +18,47 @@ std::vector<const CachedOutputObject*>& Objects() {
 }
 
 std::atomic<bool> sFlushRequested = false;
+std::atomic<bool> sEndRequested = false;
+std::atomic<bool> sIsFlushing = false;
+bool sIsEnding = false;
 static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler sets it");
+
+class Flushing {
+ public:
+  ~Flushing() { sIsFlushing = mWasFlushing; }
+
+ private:
+  const bool mWasFlushing = sIsFlushing.exchange(true);
+};
 
 void RequestFlush(int) {
   sFlushRequested = true;
 }
 
-[[maybe_unused]] const bool sHandlerInstalled = [] {
+void RequestEnd(int) {
+  sEndRequested = true;
+}
+
+bool Install(int signal, void (*handler)(int)) {
   struct sigaction action {};
-  action.sa_handler = RequestFlush;
+  action.sa_handler = handler;
   // A write to a file that the signal interrupts goes on.
   action.sa_flags = SA_RESTART;
-  return sigaction(SIGUSR2, &action, nullptr) == 0;
-}();
+  return sigaction(signal, &action, nullptr) == 0;
+}
+
+[[maybe_unused]] const bool sHandlerInstalled = Install(SIGUSR2, RequestFlush);
+
+// Whoever waits for the process sees by which signal it ended. The signal may be blocked in this
+// thread, since another one can have received it.
+void EndBySIGTERM() {
+  Install(SIGTERM, SIG_DFL);
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGTERM);
+  pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
+  raise(SIGTERM);
+}
 
 }  // namespace
 
@@ -46,6 +75,7 @@ void CachedOutputObject::Unregister() noexcept {
 }
 
 void CachedOutput::FlushCachedOutput() {
+  const Flushing flushing;
   std::exception_ptr failure;
   // Writing may register objects or unregister some, so each is looked up before its turn.
   for (const CachedOutputObject* object : std::vector(Objects())) {
@@ -69,8 +99,25 @@ void CachedOutput::FlushCachedOutputOnAllProcessors() {
 }
 
 void CachedOutput::FlushIfRequested() {
-  if (sFlushRequested.load(std::memory_order_relaxed)) {
-    sFlushRequested = false;
-    FlushCachedOutput();
+  const bool isEndRequested = sEndRequested.load(std::memory_order_relaxed);
+  if (!isEndRequested && !sFlushRequested.load(std::memory_order_relaxed)) {
+    return;
   }
+  if (sIsFlushing || MyAbortCalled_UncleanShutdown()) {
+    return;
+  }
+  sFlushRequested = false;
+  sIsEnding = isEndRequested;
+  FlushCachedOutput();
+  if (isEndRequested) {
+    EndBySIGTERM();
+  }
+}
+
+void CachedOutput::FlushAndEndOnSIGTERM() {
+  Install(SIGTERM, RequestEnd);
+}
+
+bool CachedOutput::IsEndingBySignal() {
+  return sIsEnding;
 }

@@ -1,8 +1,9 @@
 // Objects that hold output which is not in its file yet, and the ways to have them write it: at
-// abnormal termination, and on SIGUSR2.
+// abnormal termination, on SIGUSR2 and, if the program asks for that, on SIGTERM.
 //
-// The handler of SIGUSR2 only notes the request. Code that is at a point where all such objects are
-// consistent calls CachedOutput::FlushIfRequested(), often: it costs a look at a flag.
+// The handlers of signals only note the request. Code that is at a point where all such objects are
+// consistent calls CachedOutput::FlushIfRequested(), often: it costs a look at a flag. In the
+// store, such points are where an object is got for writing and where a handle goes.
 #pragma once
 
 /// Registered from its construction to its destruction.
@@ -32,7 +33,18 @@ void FlushCachedOutput();
 /// point, then flushes this one.
 void FlushCachedOutputOnAllProcessors();
 
-/// Flushes this process if SIGUSR2 came since the last call.
+/// A safe point: flushes this process if SIGUSR2 came since the last one. After SIGTERM, if that
+/// was asked for, it flushes and then ends the process by this signal. Does nothing within a flush,
+/// nor while the process is ending through MyAbort.
 void FlushIfRequested();
+
+/// From this call on, SIGTERM no longer ends the process at once, but at the next safe point.
+/// Schedulers send it some time before they kill. A program whose loop neither gets objects for
+/// writing nor lets handles go calls FlushIfRequested() in it. A failure to write is reported, and
+/// ends the process as any failure does.
+void FlushAndEndOnSIGTERM();
+
+/// Whether the flush that runs is the last one before the process ends by SIGTERM.
+bool IsEndingBySignal();
 
 }  // namespace CachedOutput

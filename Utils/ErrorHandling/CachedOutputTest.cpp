@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include <csignal>
+#include <iostream>
 #include <string>
 #include <vector>
 
@@ -50,6 +51,29 @@ TEST(CachedOutputTest, SignalIsServedAtTheNextSafePointOnce) {
   CachedOutput::FlushIfRequested();
   CachedOutput::FlushIfRequested();
   EXPECT_THAT(log, ElementsAre("x"));
+}
+
+TEST(CachedOutputTest, SIGTERMEndsAtTheNextSafePoint) {
+  // A flush of its own could come to a safe point again.
+  struct Nested : CachedOutputObject {
+    void WriteCache() const override {
+      std::cerr << (CachedOutput::IsEndingBySignal() ? "last;" : "written;");
+      CachedOutput::FlushIfRequested();
+    }
+  };
+  const Nested output;
+  EXPECT_EXIT(raise(SIGTERM), testing::KilledBySignal(SIGTERM), "^$");
+  const auto run = [] {
+    CachedOutput::FlushAndEndOnSIGTERM();
+    raise(SIGUSR2);
+    CachedOutput::FlushIfRequested();
+    raise(SIGTERM);
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_BLOCK, &all, nullptr);
+    CachedOutput::FlushIfRequested();
+  };
+  EXPECT_EXIT(run(), testing::KilledBySignal(SIGTERM), "^written;last;$");
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <ostream>
 
+#include "Utils/ErrorHandling/CachedOutput.hpp"
 #include "Utils/H5/CachedH5FileHolder.hpp"
 #include "Utils/H5/H5_ObjectVersion.hpp"
 #include "Utils/Process/Files.hpp"
@@ -89,6 +90,7 @@ H5_Object& CachedH5File::GetObjectForRead_(const std::string& name, const std::s
 
 H5_Object& CachedH5File::GetObjectForWrite_(const std::string& name, const std::string& typ) {
   const ReportContext context(name, mpFile->Filename());
+  CachedOutput::FlushIfRequested();
   REQUIRE(mAtype==ReadWrite, "Called GetObjectForWrite on an CachedH5File that is ReadOnly");
   mpFile->SetAccess(ReadWrite);
   const H5_Node* ptr = &mpFile->Root()->CreateNode(name);

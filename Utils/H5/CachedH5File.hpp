@@ -48,7 +48,8 @@ class CachedH5File {
     return Cast<OBJECT>(GetObjectForRead_(name, OBJECT::ClassID()));
   }
   /// The object for appending, made with the groups above it if it does not exist. The file is not
-  /// touched. Fails if this handle is ReadOnly, or the object is not of the kind.
+  /// touched, unless a signal asked for a flush. Fails if this handle is ReadOnly, or the object is
+  /// not of the kind.
   template <class OBJECT>
   OBJECT& GetObjectForWrite(const std::string& name) {
     return Cast<OBJECT>(GetObjectForWrite_(name, OBJECT::ClassID()));

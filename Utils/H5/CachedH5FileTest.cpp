@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <tuple>
 
@@ -71,6 +72,14 @@ TEST_F(CachedH5FileTest, WhatWaitsIsWrittenWhenTheProcessEnds) {
   };
   EXPECT_EXIT(run(), testing::ExitedWithCode(0), "");
   EXPECT_EQ(RowsOnDisk("a.h5"), 64u);
+}
+
+TEST_F(CachedH5FileTest, ASignalIsServedWhereAnObjectIsGotForWriting) {
+  Append("a.h5", 3);
+  CachedH5File file(Path("b.h5"), ReadWrite, {}, 0);
+  raise(SIGUSR2);
+  file.GetObjectForWrite<Dat>("x.dat");
+  EXPECT_EQ(RowsOnDisk("a.h5"), 3u);
 }
 
 TEST_F(CachedH5FileTest, TheLargestFileIsWrittenAboveTheLimit) {
