@@ -1,28 +1,28 @@
 #include "Utils/H5/CachedH5FileHolder.hpp"
 
-#include <hdf5.h>
-
 #include <iostream>
 #include <sstream>
 
 #include "Utils/ErrorHandling/MyAbort.hpp"
 #include "Utils/ErrorHandling/MyErr.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
+#include "Utils/H5/H5_Library.hpp"
 #include "Utils/Process/Formatting.hpp"
 
 CachedH5FileHolder::CachedH5FileHolder() {
-  // The holder writes when the process exits. The library must not have shut down by then, so its
-  // own exit handler is left out; after a close that failed on a full disk that handler would
-  // crash besides.
-  herr_t err = H5dont_atexit();
-  REQUIRE(err>=0, "H5dont_atexit failed; was the library used before the file cache?");
-  err = H5open();
-  REQUIRE(err>=0, "H5open failed");
+  // The holder writes when the process exits; the library must not have shut down by then.
+  Vexa_H5::ArrangeLibraryEnd();
+  Vexa_H5::SetOnLibraryEnd([] {
+    for (auto [path, file] : TheCachedH5FileHolder().mFiles) {
+      file.DropIds();
+    }
+  });
 }
 
 CachedH5FileHolder::~CachedH5FileHolder() {
   // What fails from here on must not be answered by asking this object to write again.
   Unregister();
+  Vexa_H5::SetOnLibraryEnd(nullptr);
   ClearWriteLog();
   mFiles.clear();
 }

@@ -24,6 +24,7 @@ bool LinkExists(hid_t parentId, const std::string& name, const Trace& trace,
 class DataSet : public H5_Object {
  public:
   bool IsObjectOpen() const override { return mMy_id >= 0; }
+  void DropIds() override { mMy_id = -1; }
 
   /// How the open dataset lies on disk.
   H5_Storage Storage() const;

@@ -5,6 +5,7 @@
 
 #include "Utils/ErrorHandling/MyAbort.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
+#include "Utils/H5/H5_Library.hpp"
 #include "Utils/H5/H5_Utils.hpp"
 #include "Utils/Process/Files.hpp"
 
@@ -58,7 +59,9 @@ void H5_File::OpenFile() {
   REQUIRE(!IsFileOpen(), "Internal error: " << mFilename << " is open already");
   const std::string noDataset;
   const ReportContext context(noDataset, mFilename);
+  Vexa_H5::LibraryLife();
   mFile_id = Vexa_H5::OpenFile(mFilename, mAtype, mTrace.Verbosity(), mStaysReadable);
+  Vexa_H5::CountOpenFiles(1);
   if (mpRoot == nullptr) {
     BuildTree();
   }
@@ -124,6 +127,18 @@ void H5_File::CloseFile() {
   mFile_id = -1;
   const herr_t err = mTrace(5, H5Fclose(file_id), "H5Fclose(", file_id, ")");
   REQUIRE(err==0, "H5Fclose returned err=" << err);
+  Vexa_H5::CountOpenFiles(-1);
+}
+
+void H5_File::DropIds() {
+  for (const H5_Node* node : mOpenNodes) {
+    node->Object().DropIds();
+  }
+  mOpenNodes.clear();
+  if (IsFileOpen()) {
+    mFile_id = -1;
+    Vexa_H5::CountOpenFiles(-1);
+  }
 }
 
 void H5_File::CloseObjectsInGroups() {

@@ -32,6 +32,8 @@ class H5_File {
   void OpenFile();
   /// Closes all objects and the file; what is held stays in memory.
   void CloseFile();
+  /// The library has ended, and closed the file: nothing is open any more. What is held stays.
+  void DropIds();
   bool IsFileOpen() const { return mFile_id >= 0; }
   hid_t FileId() const { return mFile_id; }
   const std::string& Filename() const { return mFilename; }

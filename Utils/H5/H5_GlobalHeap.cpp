@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "Utils/ErrorHandling/Require.hpp"
+#include "Utils/H5/H5_Library.hpp"
 #include "Utils/H5/Handle.hpp"
 #include "Utils/Process/PerThread.hpp"
 
@@ -87,14 +88,14 @@ H5_GlobalHeap::H5_GlobalHeap(hid_t object_id, const char* failure, std::source_l
 
 // To ask for all this takes longer than the rest that is done for a short list of strings, of which
 // a file can have thousands, in turn with those of other files. The library gives no identifier
-// twice.
+// twice in one life.
 H5_GlobalHeap::OpenFile& H5_GlobalHeap::FileOf(hid_t object_id, std::source_location where) {
   const Handle<H5Fclose> file_id(H5Iget_file_id(object_id));
   REQUIRE_AT(where, file_id>=0, "H5Iget_file_id failed");
   using KnownFiles = std::array<OpenFile, 64>;
   KnownFiles& files = PerThread<KnownFiles>();
   OpenFile& known = files[static_cast<std::size_t>(hid_t(file_id)) % files.size()];
-  if (known.mFile_id == file_id) {
+  if (known.mFile_id == file_id && known.mLife == Vexa_H5::LibraryLife()) {
     return known;
   }
   OpenFile file;
@@ -116,6 +117,7 @@ H5_GlobalHeap::OpenFile& H5_GlobalHeap::FileOf(hid_t object_id, std::source_loca
   file.mFileSize = size - base;
   file.mDescriptor = DescriptorOf(file_id, where);
   file.mFile_id = file_id;
+  file.mLife = Vexa_H5::LibraryLife();
   known = std::move(file);
   return known;
 }

@@ -44,6 +44,7 @@ class H5_GlobalHeap {
   using CollectionPointer = std::shared_ptr<const Collection>;
   struct OpenFile {
     hid_t mFile_id = -1;
+    unsigned long mLife = 0;  // of the library, in which the file was opened
     std::size_t mAddressBytes = 0;
     std::size_t mSizeBytes = 0;
     std::uint64_t mBase = 0;      // addresses count from here

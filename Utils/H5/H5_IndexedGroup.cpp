@@ -55,6 +55,12 @@ void IndexedGroup::CloseObject() {
   mGroup.CloseObject();
 }
 
+void IndexedGroup::DropIds() {
+  mGroup.DropIds();
+  mIndex.DropIds();
+  mValues.DropIds();
+}
+
 std::span<double> IndexedGroup::AppendStep(double time, std::span<const double> extras,
                                            std::uint64_t count) {
   const std::size_t begin = mCachedValues.size();

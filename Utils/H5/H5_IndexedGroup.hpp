@@ -35,6 +35,7 @@ class IndexedGroup : public H5_Object {
  public:
   void OpenObject(hid_t parentGroupId) override;
   void CloseObject() override;
+  void DropIds() override;
   bool IsObjectOpen() const override { return mGroup.IsObjectOpen(); }
   bool AreAttributesKnown() const override { return mIndex.AreAttributesKnown(); }
   void WriteCache() override;

@@ -41,6 +41,8 @@ class H5_Object : public Factory::EnableCreation<H5_Object, const std::string&, 
   virtual void WriteCache() = 0;
   /// Releases the HDF5 identifiers; cache and attributes stay in memory.
   virtual void CloseObject() = 0;
+  /// Forgets the identifiers, which are void because the library has ended.
+  virtual void DropIds() = 0;
   /// Describes the object on one line, without a newline, for listings.
   virtual std::ostream& Output(std::ostream& os, const std::string& indent) const = 0;
 

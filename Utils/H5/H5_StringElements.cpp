@@ -5,6 +5,7 @@
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/H5/H5Type.hpp"
 #include "Utils/H5/H5_GlobalHeap.hpp"
+#include "Utils/H5/H5_Library.hpp"
 #include "Utils/H5/Handle.hpp"
 
 namespace {
@@ -25,13 +26,16 @@ herr_t LeaveElements(hid_t source, hid_t destination, H5T_cdata_t* conversion, s
 DatatypeHandle BytesOfElements(std::size_t count, Location where) {
   DatatypeHandle type_id(H5Tcreate(H5T_OPAQUE, count));
   REQUIRE_AT(where, type_id>=0, "H5Tcreate failed");
-  static const herr_t sRegistered = [&type_id] {
+  static unsigned long sRegisteredIn = 0;  // this life of the library
+  if (sRegisteredIn != Vexa_H5::LibraryLife()) {
     const DatatypeHandle string_id(H5Tcopy(H5T_C_S1));
-    return H5Tset_size(string_id, HdfConst::H5T_Variable()) < 0
-               ? -1
-               : H5Tregister(H5T_PERS_SOFT, "string elements", string_id, type_id, LeaveElements);
-  }();
-  REQUIRE_AT(where, sRegistered>=0, "H5Tregister failed");
+    const herr_t registered =
+        H5Tset_size(string_id, HdfConst::H5T_Variable()) < 0
+            ? -1
+            : H5Tregister(H5T_PERS_SOFT, "string elements", string_id, type_id, LeaveElements);
+    REQUIRE_AT(where, registered>=0, "H5Tregister failed");
+    sRegisteredIn = Vexa_H5::LibraryLife();
+  }
   return type_id;
 }
 

@@ -13,6 +13,7 @@
 #include "Utils/ErrorHandling/Trace.hpp"
 #include "Utils/H5/H5Type.hpp"
 #include "Utils/H5/H5_CommittingDriver.hpp"
+#include "Utils/H5/H5_Library.hpp"
 #include "Utils/H5/H5_StringElements.hpp"
 #include "Utils/H5/Handle.hpp"
 #include "Utils/Process/Files.hpp"
@@ -193,16 +194,32 @@ hid_t MakeGuardedAccess(hid_t propertyListClass) {
   return list.Release();
 }
 
+// Made once in each life of the library.
+class GuardedAccess {
+ public:
+  hid_t List(hid_t propertyListClass) {
+    if (mLife != Vexa_H5::LibraryLife()) {
+      mList = MakeGuardedAccess(propertyListClass);
+      mLife = Vexa_H5::LibraryLife();
+    }
+    return mList;
+  }
+
+ private:
+  hid_t mList = -1;
+  unsigned long mLife = 0;
+};
+
 }  // namespace
 
 hid_t Vexa_H5::GroupAccess() {
-  static const hid_t list = MakeGuardedAccess(H5P_GROUP_ACCESS);
-  return list;
+  static GuardedAccess access;
+  return access.List(H5P_GROUP_ACCESS);
 }
 
 hid_t Vexa_H5::DatasetAccess() {
-  static const hid_t list = MakeGuardedAccess(H5P_DATASET_ACCESS);
-  return list;
+  static GuardedAccess access;
+  return access.List(H5P_DATASET_ACCESS);
 }
 
 void Vexa_H5::set_libver_bounds(hid_t fapl_id) {

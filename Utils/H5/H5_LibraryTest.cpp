@@ -1,0 +1,99 @@
+#include "Utils/H5/H5_Library.hpp"
+
+#include <gmock/gmock.h>
+#include <hdf5.h>
+#include <sys/resource.h>
+
+#include <cstdlib>
+#include <exception>
+#include <thread>
+
+#include "Utils/ErrorHandling/MyAbort.hpp"
+#include "Utils/ErrorHandling/Signals.hpp"
+#include "Utils/H5/CachedH5File.hpp"
+#include "Utils/H5/CachedH5FileHolder.hpp"
+#include "Utils/H5/H5_ObjectDat.hpp"
+#include "Utils/H5/TestSupport/PlainH5.hpp"
+
+namespace {
+
+using H5_Objects::Dat;
+using testing::ExitedWithCode;
+
+// The processes of these tests end in every way; none has used the store before.
+class H5_LibraryTest : public testing::Test {
+ protected:
+  void Append(const std::string& name, int rows) const {
+    CachedH5File file(mDir / name, ReadWrite, {}, 0);
+    auto& dat = file.GetObjectForWrite<Dat>("G.dir/x.dat");
+    if (!dat.IsInitialized()) {
+      dat.Initialize({"t"}, true, 16);
+    }
+    for (int i = 0; i < rows; ++i) {
+      dat.Append({1.});
+    }
+  }
+  std::uint64_t Rows(const std::string& name) const {
+    return PlainH5::File::Open(mDir / name).Dims("G.dir/x.dat")[0];
+  }
+  // A file of the program's own, with a group; left open.
+  void Leave(const std::string& name) const {
+    const hid_t file_id = H5Fcreate((mDir / name).c_str(), H5F_ACC_TRUNC, H5P_DEFAULT, H5P_DEFAULT);
+    H5Gclose(H5Gcreate2(file_id, "g", H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT));
+  }
+  bool IsWhole(const std::string& name) const { return PlainH5::File::Open(mDir / name).Has("/g"); }
+
+  PlainH5::TempDir mDir;
+};
+
+TEST_F(H5_LibraryTest, WhatTheProgramLeftOpenIsClosedLikeOurs) {
+  const auto storeFirst = [this](bool fails) noexcept {
+    Append("a.h5", 3);
+    Leave("user.h5");
+    if (fails) {
+      std::rethrow_exception(std::make_exception_ptr(1));
+    }
+    std::exit(0);
+  };
+  for (const bool fails : {false, true}) {
+    std::filesystem::remove(mDir / "a.h5");
+    EXPECT_EXIT(storeFirst(fails), ExitedWithCode(fails ? 255 : 0), "");
+    EXPECT_EQ(Rows("a.h5"), 3u);
+    EXPECT_TRUE(IsWhole("user.h5"));
+  }
+}
+
+TEST_F(H5_LibraryTest, UsedBeforeTheStoreAndClosedWhileRowsWait) {
+  const auto run = [this] {
+    Leave("before.h5");
+    Append("a.h5", 3);
+    CachedH5File file(mDir / "a.h5", ReadWrite, {}, 0);
+    TheCachedH5FileHolder().WriteCache();
+    auto& dat = file.GetObjectForRead<Dat>("G.dir/x.dat");
+    dat.Append({1.});
+    H5close();
+    Leave("after.h5");  // under the identifiers that a.h5 had
+    file.GetObjectForRead<Dat>("G.dir/x.dat");
+    std::exit(dat.RetrieveData().Size() == 3 ? 0 : 1);
+  };
+  EXPECT_EXIT(run(), ExitedWithCode(0), "^$");
+  EXPECT_EQ(Rows("a.h5"), 4u);
+  EXPECT_TRUE(IsWhole("before.h5"));
+  EXPECT_TRUE(IsWhole("after.h5"));
+}
+
+TEST_F(H5_LibraryTest, AFailedCloseEndsInOurStatusThoughTheLibraryEndsItself) {
+  const auto run = [this] {
+    Leave("user.h5");
+    IgnoreFileSizeSignal();
+    Append("a.h5", 3);
+    const CachedH5File file(mDir / "a.h5", ReadWrite, {}, 0);
+    TheCachedH5FileHolder().WriteCache();
+    const rlimit limit{8000, 8000};
+    setrlimit(RLIMIT_FSIZE, &limit);
+    std::exit(0);
+  };
+  EXPECT_EXIT(run(), ExitedWithCode(255), "H5Fclose returned");
+}
+
+}  // namespace
