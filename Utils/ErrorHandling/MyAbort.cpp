@@ -1,19 +1,24 @@
 #include "Utils/ErrorHandling/MyAbort.hpp"
 
+#include <unistd.h>
+
+#include <atomic>
 #include <chrono>
 #include <cstdlib>
 #include <iostream>
 #include <thread>
-#include <utility>
 
 #include "Utils/ErrorHandling/CachedOutput.hpp"
 #include "Utils/ErrorHandling/ParallelRuntime.hpp"
 #include "Utils/ErrorHandling/Signals.hpp"
+#include "Utils/ErrorHandling/SigpipeHeldBack.hpp"
 
 namespace {
 
 int SleepSeconds = 10;
-bool During_Shutdown = false;
+std::atomic<bool> During_Shutdown = false;
+std::atomic<bool> sHasFlushed = false;
+thread_local bool tIsEndingProcess = false;
 
 // Nobody calls the signal handlers, so a linker would leave their object in the archive. Every way
 // to fail leads here: whatever program can fail has the handlers, too.
@@ -22,19 +27,44 @@ bool During_Shutdown = false;
 }  // namespace
 
 void MyAbort() noexcept {
-  if (std::exchange(During_Shutdown, true)) {
-    std::cerr << "Made a recursive call to MyAbort. Exiting now." << std::endl;
+  if (During_Shutdown.exchange(true)) {
+    if (!tIsEndingProcess) {
+      MyAbort_AwaitEnd();
+    }
+    sHasFlushed = true;
+    {
+      const SigpipeHeldBack guard;
+      std::cerr << "Made a recursive call to MyAbort. Exiting now." << std::endl;
+    }
     std::exit(-1);
   }
+  tIsEndingProcess = true;
   const ParallelRuntime& runtime = ParallelRuntime::Instance();
   if (runtime.IsInitialized() && runtime.NumberOfProcesses() >= 2) {
     CachedOutput::FlushCachedOutputOnAllProcessors();
+    sHasFlushed = true;
     std::this_thread::sleep_for(std::chrono::seconds(SleepSeconds));
     runtime.Abort(-1);
   } else {
     CachedOutput::FlushCachedOutput();
+    sHasFlushed = true;
   }
   std::exit(-1);
+}
+
+void MyAbort_AwaitEnd() noexcept {
+  for (int seconds = 0; seconds < 60; seconds += sHasFlushed ? 1 : 0) {
+    std::this_thread::sleep_for(std::chrono::seconds(1));
+  }
+  _exit(-1);
+}
+
+bool MyAbort_CalledByAnotherThread() {
+  return During_Shutdown && !tIsEndingProcess;
+}
+
+void MyAbort_LastOutputWritten() noexcept {
+  sHasFlushed = true;
 }
 
 void MyAbort_ChangeSleepSeconds(int seconds) {

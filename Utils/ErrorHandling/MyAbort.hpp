@@ -4,8 +4,17 @@
 /// Has cached output written and ends the whole job with status 255, by exit(), so that destructors
 /// of static objects run. In a parallel job every process is asked to write, and given some time
 /// to do so before the job is aborted. A second call, for instance by a destructor that exit()
-/// runs, ends the process at once. A failure to write is reported like any other.
+/// runs, ends the process at once; one in another thread waits for the end. A failure to write is
+/// reported like any other.
 [[noreturn]] void MyAbort() noexcept;
+
+/// For a thread that finds another one ending the process: leaves it alone until it has. An exit
+/// handler may wait for this very thread, so a minute after the last output was written this ends
+/// the process itself.
+[[noreturn]] void MyAbort_AwaitEnd() noexcept;
+bool MyAbort_CalledByAnotherThread();
+/// Says that the process, which is ending, has written its last output.
+void MyAbort_LastOutputWritten() noexcept;
 
 /// How long a parallel job waits for its processes to write; 10 seconds at start.
 void MyAbort_ChangeSleepSeconds(int seconds);

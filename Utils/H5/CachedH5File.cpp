@@ -5,6 +5,7 @@
 #include "Utils/ErrorHandling/CachedOutput.hpp"
 #include "Utils/H5/CachedH5FileHolder.hpp"
 #include "Utils/H5/H5_ObjectVersion.hpp"
+#include "Utils/H5/InsideStore.hpp"
 #include "Utils/Process/Files.hpp"
 #include "Utils/StringParsing/PathUtilities.hpp"
 
@@ -32,6 +33,8 @@ void RequireType(const H5_Node* ptr, const std::string& typ) {
 CachedH5File::CachedH5File(const std::string& filename, H5AccessType access,
                            const VersionHistory& versionHistory, int verbosity, bool keepOpen)
     : mAtype(access) {
+  InsideStore::StopIfProcessEnds();
+  const InsideStore inside;
   const bool existed = FileExists(filename) && !IsEmptyFile(filename);
   mpFile = &TheCachedH5FileHolder().GetH5_File(FullPath(filename, access), access, verbosity);
   mpFile->SetHandle(&mpFile);
@@ -48,6 +51,8 @@ CachedH5File::~CachedH5File() {
   if (mpFile == nullptr) {
     return;  // the cache was purged
   }
+  InsideStore::StopIfProcessEnds();
+  const InsideStore inside;
   // Not while a failure is on its way, whose report another one would displace.
   if (MayCheckInDestructor() && !mpFile->IsIncomplete()) {
     TheCachedH5FileHolder().CheckForEmergencyWriteCache();
@@ -57,22 +62,27 @@ CachedH5File::~CachedH5File() {
 }
 
 std::string CachedH5File::Path(const std::string& name) const {
+  const InsideStore inside;
   return mpFile->Root()->GetNode(name).FullName();
 }
 
 std::string CachedH5File::Name(const std::string& name) const {
+  const InsideStore inside;
   return mpFile->Root()->GetNode(name).Name();
 }
 
 bool CachedH5File::Exists(const std::string& name) const {
+  const InsideStore inside;
   return mpFile->Root()->Exists(name);
 }
 
 MyVector<std::string> CachedH5File::GetNames(const std::string& glob, bool recursive) const {
+  const InsideStore inside;
   return mpFile->GetNames(glob, recursive);
 }
 
 H5_Object& CachedH5File::GetObjectForRead_(const std::string& name, const std::string& typ) {
+  const InsideStore inside;
   const ReportContext context(name, mpFile->Filename());
   if (!mpFile->IsFileOpen()) {
     mpFile->OpenFile();
@@ -89,6 +99,7 @@ H5_Object& CachedH5File::GetObjectForRead_(const std::string& name, const std::s
 }
 
 H5_Object& CachedH5File::GetObjectForWrite_(const std::string& name, const std::string& typ) {
+  const InsideStore inside;
   const ReportContext context(name, mpFile->Filename());
   CachedOutput::FlushIfRequested();
   REQUIRE(mAtype==ReadWrite, "Called GetObjectForWrite on an CachedH5File that is ReadOnly");
@@ -99,6 +110,7 @@ H5_Object& CachedH5File::GetObjectForWrite_(const std::string& name, const std::
 }
 
 void CachedH5File::WriteImmediately(const std::string& name, const std::function<void()>& write) {
+  const InsideStore inside;
   mpFile->WriteImmediately(mpFile->Root()->GetNode(name), write);
 }
 
@@ -107,6 +119,7 @@ void CachedH5File::SetUnfinished(bool isUnfinished) {
 }
 
 void CachedH5File::CloseObjects() {
+  const InsideStore inside;
 #if H5_VERSION_GE(1, 10, 1)
   mpFile->CloseObjectsInGroups();
 #else
@@ -116,6 +129,7 @@ void CachedH5File::CloseObjects() {
 }
 
 void CachedH5File::CloseFile() {
+  const InsideStore inside;
   mpFile->CloseFile();
 }
 

@@ -7,6 +7,7 @@
 #include "Utils/ErrorHandling/MyErr.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/H5/H5_Library.hpp"
+#include "Utils/H5/InsideStore.hpp"
 #include "Utils/Process/Formatting.hpp"
 
 CachedH5FileHolder::CachedH5FileHolder() {
@@ -23,8 +24,12 @@ CachedH5FileHolder::~CachedH5FileHolder() {
   // What fails from here on must not be answered by asking this object to write again.
   Unregister();
   Vexa_H5::SetOnLibraryEnd(nullptr);
+  if (!InsideStore::TakeForGood()) {
+    Vexa_H5::EndProcess(-1);
+  }
   ClearWriteLog();
   mFiles.clear();
+  MyAbort_LastOutputWritten();
 }
 
 CachedH5FileHolder& TheCachedH5FileHolder() {
@@ -34,6 +39,7 @@ CachedH5FileHolder& TheCachedH5FileHolder() {
 
 H5_File& CachedH5FileHolder::GetH5_File(const std::string& fullPath, H5AccessType access,
                                         int verbosity) {
+  const InsideStore inside;
   H5_File* ptr = mFiles.Find(fullPath);
   if (ptr == nullptr) {
     mFiles.Insert(fullPath, fullPath, access, verbosity, mFilesStayReadable);
@@ -66,6 +72,7 @@ H5_File& CachedH5FileHolder::GetH5_File(const std::string& fullPath, H5AccessTyp
 }
 
 void CachedH5FileHolder::CheckForEmergencyWriteCache() {
+  const InsideStore inside;
   CachedOutput::FlushIfRequested();
   const std::uint64_t total = mTotalCacheSize;
   if (total <= mMaxCacheSize) {
@@ -111,6 +118,10 @@ void CachedH5FileHolder::WarnOfTwiceTheLimit() const {
 }
 
 void CachedH5FileHolder::WriteCache() const {
+  if (MyAbortCalled_UncleanShutdown() && !InsideStore::TakeForGood()) {
+    return;
+  }
+  const InsideStore inside;
   std::uint64_t written = 0;
   std::uint64_t objectsWithCache = 0;
   std::uint64_t timeSteps = 0;
@@ -130,6 +141,7 @@ void CachedH5FileHolder::WriteCache() const {
 }
 
 void CachedH5FileHolder::PurgeCache() {
+  const InsideStore inside;
   // Written before the files are destroyed: a failure ends in a report, not in a destructor.
   for (auto [path, file] : mFiles) {
     file.WriteCache();
@@ -142,6 +154,7 @@ void CachedH5FileHolder::Statistics(std::uint64_t& files, std::uint64_t& dirs,
                                     std::uint64_t& objects, std::uint64_t& filesWithCache,
                                     std::uint64_t& objectsWithCache, std::uint64_t& timeSteps,
                                     std::uint64_t& bytes) const {
+  const InsideStore inside;
   files = dirs = objects = filesWithCache = objectsWithCache = timeSteps = bytes = 0;
   for (const auto& [path, file] : mFiles) {
     std::uint64_t fileDirs = 0;
@@ -161,6 +174,7 @@ void CachedH5FileHolder::Statistics(std::uint64_t& files, std::uint64_t& dirs,
 }
 
 void CachedH5FileHolder::WriteInfo(std::ostream& os, int verbosity) const {
+  const InsideStore inside;
   if (verbosity < 0) {
     return;
   }

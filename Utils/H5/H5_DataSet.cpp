@@ -3,6 +3,7 @@
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/H5/H5_RawChunks.hpp"
 #include "Utils/H5/H5_Utils.hpp"
+#include "Utils/H5/InsideStore.hpp"
 #include "Utils/H5/SetCompressionH5.hpp"
 
 namespace H5_Objects {
@@ -115,6 +116,7 @@ void DataSet::WriteBlock(const std::vector<hsize_t>& start, const std::vector<hs
 }
 
 std::vector<std::string> DataSet::ReadAllStrings(std::size_t count, Location where) const {
+  const InsideStore inside;
   DatatypeHandle my_dtype_id(mTrace(5, H5Dget_type(mMy_id), "H5Dget_type(", mMy_id, ")"));
   REQUIRE_AT(where, my_dtype_id>0, "H5Dget_type failed");
   DataspaceHandle dataspace_id(mTrace(5, H5Dget_space(mMy_id), "H5Dget_space(", mMy_id, ")"));

@@ -3,6 +3,7 @@
 #include <cmath>
 
 #include "Utils/ErrorHandling/Require.hpp"
+#include "Utils/H5/InsideStore.hpp"
 
 namespace H5_Objects {
 
@@ -19,6 +20,7 @@ IndexedGroup::IndexedGroup(const std::string& kind, const std::string& name,
 void IndexedGroup::InitializeTables(const MyVector<std::string>& indexLegend,
                                     const std::string& dataDescription, bool compress,
                                     std::size_t indexChunkRows, std::size_t dataChunkRows) {
+  const InsideStore inside;
   mIndex.Initialize(indexLegend, compress, indexChunkRows);
   mValues.Initialize(MyVector<std::string>{dataDescription}, compress, dataChunkRows);
   ReportCacheSize();
@@ -73,6 +75,7 @@ std::span<double> IndexedGroup::AppendStep(double time, std::span<const double> 
 }
 
 void IndexedGroup::WriteCache() {
+  const InsideStore inside;
   mTrace.Line(5, mKind, " WriteCache ", mName);
   mGroup.WriteCache();
   const std::size_t steps = mCachedTimes.size();
@@ -95,6 +98,7 @@ void IndexedGroup::WriteCache() {
 }
 
 void IndexedGroup::WriteIndexImmediately_(const StepIndex& steps) {
+  const InsideStore inside;
   const std::uint64_t offset = mValues.GetExtents()[0];
   mIndex.WriteManyStepsImmediately_(steps.Size(), [&](ColumnWriter& writer) {
     writer.Append(steps.mTimes);

@@ -96,4 +96,24 @@ TEST_F(H5_LibraryTest, AFailedCloseEndsInOurStatusThoughTheLibraryEndsItself) {
   EXPECT_EXIT(run(), ExitedWithCode(255), "H5Fclose returned");
 }
 
+TEST_F(H5_LibraryTest, ASecondThreadInsideTheStoreIsReportedAndLosesNothing) {
+  const auto run = [this] {
+    Append("a.h5", 3);
+    CachedH5File file(mDir / "a.h5", ReadWrite, {}, 0);
+    const auto whileInside = [&] {
+      std::thread([this] { Append("b.h5", 1); }).detach();
+      while (!MyAbortCalled_UncleanShutdown()) {
+        std::this_thread::yield();
+      }
+      file.GetObjectForWrite<Dat>("G.dir/x.dat").Append({1.});  // nested, so allowed
+    };
+    file.WriteImmediately("G.dir/x.dat", whileInside);
+    while (true) {
+      Append("c.h5", 1);  // until it is stopped here
+    }
+  };
+  EXPECT_EXIT(run(), ExitedWithCode(255), "The store is used by two threads at once");
+  EXPECT_EQ(Rows("a.h5"), 4u);
+}
+
 }  // namespace

@@ -4,6 +4,7 @@
 #include <ostream>
 
 #include "Utils/ErrorHandling/Require.hpp"
+#include "Utils/H5/InsideStore.hpp"
 
 template struct Factory::Register<H5_Objects::Coef>;
 
@@ -35,6 +36,7 @@ void Coef::Initialize(const std::string& timeDescription, const std::string& dat
 }
 
 void Coef::Append(double time, const MyVector<double>& coefs) {
+  const InsideStore inside;
   REQUIRE(mCoefs.IsInitialized(), "Must initialize H5_PluginsCoef before appending data");
   std::copy(coefs.begin(), coefs.end(), AppendStep(time, {}, coefs.size()).begin());
 }

@@ -6,6 +6,7 @@
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/H5/H5_Utils.hpp"
 #include "Utils/H5/H5_WriteRows.hpp"
+#include "Utils/H5/InsideStore.hpp"
 
 template struct Factory::Register<H5_Objects::Dat>;
 
@@ -66,6 +67,7 @@ Dat::~Dat() {
 }
 
 void Dat::Initialize(const MyVector<std::string>& legend, bool compress, std::size_t chunkRows) {
+  const InsideStore inside;
   REQUIRE(!IsInitialized(), "DataSet already initialized");
   // A chunk is less than 4 GiB.
   const unsigned long long longestChunk = 0xffffffffULL / sizeof(double);
@@ -146,6 +148,7 @@ void Dat::CloseObject() {
 }
 
 void Dat::Append(const MyVector<double>& data) {
+  const InsideStore inside;
   REQUIRE(IsInitialized(), "H5_Objects::Dat must be initialized before appending\nName=" << mName);
   if (AreAttributesKnown()) {
     REQUIRE(static_cast<int>(mExtents[1])==data.Size(),
@@ -164,6 +167,7 @@ void Dat::Append(const MyVector<double>& data) {
 }
 
 void Dat::WriteCache() {
+  const InsideStore inside;
   mTrace.Line(4, "Dat WriteCache ", mName);
   REQUIRE(IsObjectOpen(), "Consistency error: Called WriteCache on a closed object");
   REQUIRE(mExtents.Size()==2, "Internal error");
@@ -200,6 +204,7 @@ void Dat::WriteManyStepsImmediately(const std::vector<double>& data) {
 
 void Dat::WriteManyStepsImmediately_(std::uint64_t rows,
                                      const std::function<void(ColumnWriter&)>& fill) {
+  const InsideStore inside;
   WriteCache();
   mTrace.Line(4, "Dat WriteManyStepsImmediately ", mName);
   REQUIRE(IsObjectOpen(),
@@ -259,6 +264,7 @@ MyVector<double> Dat::RetrieveTimes() const {
 }
 
 void Dat::RequireReadable() const {
+  const InsideStore inside;
   REQUIRE(IsObjectOpen(), "Object must be open");
   RequireReadableDoubles(mMy_id, mName, Location::current());
 }
@@ -305,12 +311,14 @@ MyVector<MyVector<double>> Dat::RetrieveColumns(const MyVector<int>& columns,
 }
 
 void Dat::RetrieveColumns_(const ColumnBlock& block, double* values) const {
+  const InsideStore inside;
   REQUIRE(IsObjectOpen(), "Object must be open to retrieve data");
   ReadColumns({mMy_id, mLayout, mName, mTrace, Location::current()}, block, values);
 }
 
 void Dat::RetrieveRuns_(std::uint64_t column, std::span<const RowRun> runs, double* values,
                         PendingReads& reads) const {
+  const InsideStore inside;
   REQUIRE(IsObjectOpen(), "Object must be open to retrieve data");
   StartReading({mMy_id, mLayout, mName, mTrace, Location::current()}, column, runs, values, reads);
 }

@@ -8,6 +8,7 @@
 
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/H5/H5_Utils.hpp"
+#include "Utils/H5/InsideStore.hpp"
 #include "Utils/StringParsing/OptionParser.hpp"
 #include "Utils/StringParsing/SplitStrings.hpp"
 
@@ -104,6 +105,7 @@ void Tdm::OpenAttributes(bool existedBefore) {
 }
 
 void Tdm::Append(double time, const Tensor<DataMesh>& data) {
+  const InsideStore inside;
   REQUIRE(IsInitialized(), "Must initialize H5_PluginsTdm before appending data");
   REQUIRE(data.Size()>0, "The tensor has no components");
   REQUIRE(mDataMeshDim==data.begin()->Dim(), "Tdm::Append dimension of DataMesh inconsistent");

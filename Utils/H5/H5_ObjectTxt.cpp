@@ -7,6 +7,7 @@
 #include "Utils/H5/H5Type.hpp"
 #include "Utils/H5/H5_RawChunks.hpp"
 #include "Utils/H5/H5_Utils.hpp"
+#include "Utils/H5/InsideStore.hpp"
 
 template struct Factory::Register<H5_Objects::Txt>;
 
@@ -44,6 +45,7 @@ void Txt::Shape(std::vector<hsize_t>& dims, std::vector<hsize_t>& chunk) const {
 }
 
 void Txt::WriteCache() {
+  const InsideStore inside;
   REQUIRE(!mOldDatatype, "Cannot write new Txt format into "
                              << mName << ",\nwhich has existing data in the old Txt format.");
   mTrace.Line(5, "Txt WriteCache ", mName);

@@ -7,6 +7,7 @@
 
 #include "Utils/Factory/Register.hpp"
 #include "Utils/H5/H5_StringDataSet.hpp"
+#include "Utils/H5/InsideStore.hpp"
 
 namespace H5_Objects {
 
@@ -23,6 +24,7 @@ class Txt : public StringDataSet, public Factory::Register<Txt> {
   /// Appends any printable value to the text in memory. Throws what keeps it from being appended.
   template <class T>
   Txt& operator<<(const T& value) {
+    const InsideStore inside;
     mText << value;
     ReportCacheSize();
     return *this;

@@ -4,6 +4,7 @@
 
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/H5/H5_Utils.hpp"
+#include "Utils/H5/InsideStore.hpp"
 
 template struct Factory::Register<H5_Objects::Version>;
 
@@ -20,6 +21,7 @@ Version::Version(const std::string& name, bool existsOnDisk, int verbosity)
     : StringDataSet("Ver", name, existsOnDisk, verbosity) {}
 
 void Version::Initialize(const History& history) {
+  const InsideStore inside;
   REQUIRE(mHist.size()==0 and (not IsObjectOpen()), "Please call initialize only once");
   mHist = history;
   mCurrentVersion = history.size();
@@ -55,6 +57,7 @@ void Version::AttachAttributes() {
 }
 
 void Version::WriteCache() {
+  const InsideStore inside;
   mTrace.Line(5, "Ver WriteCache ", mName);
   REQUIRE(IsObjectOpen(), "Consistency error: Called WriteCache on a closed object");
   if (SizeOfCache() == 0) {
