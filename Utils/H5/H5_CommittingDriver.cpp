@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "Utils/ErrorHandling/Require.hpp"
+#include "Utils/H5/H5_Library.hpp"
 #include "Utils/H5/Handle.hpp"
 
 namespace {
@@ -342,10 +343,12 @@ H5FD_class_t MakeClass() {
 void Vexa_H5::UseCommittingDriver(hid_t fapl_id) {
   static const H5FD_class_t driver = MakeClass();
   static hid_t driver_id = -1;
-  // The library forgets its drivers when it is closed.
-  if (H5Iis_valid(driver_id) <= 0) {
+  // The library forgets its drivers when it is closed, and may give their identifiers again.
+  static unsigned long life = 0;
+  if (life != LibraryLife()) {
     driver_id = H5FDregister(&driver);
     REQUIRE(driver_id>=0, "H5FDregister failed");
+    life = LibraryLife();
   }
   const herr_t err = H5Pset_driver(fapl_id, driver_id, nullptr);
   REQUIRE(err>=0, "H5Pset_driver failed");
