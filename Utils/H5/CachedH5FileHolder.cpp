@@ -56,6 +56,7 @@ H5_File& CachedH5FileHolder::GetH5_File(const std::string& fullPath, H5AccessTyp
   REQUIRE(!ptr->IsFileOpen(), message);
   REQUIRE(!ptr->HasHandle(), message);
   if (access == ReadWrite) {
+    ptr->SetAccess(ReadWrite);
     return *ptr;
   }
   if (ptr->CummulativeCacheSize() != 0) {

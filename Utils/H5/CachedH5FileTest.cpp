@@ -124,6 +124,22 @@ TEST_F(CachedH5FileTest, ReadingWhatIsStillHeldWritesItFirst) {
                        "Called GetObjectForWrite on an CachedH5File that is ReadOnly"));
 }
 
+TEST_F(CachedH5FileTest, AFileThatWasReadCanBeWrittenTo) {
+  Append("a.h5", 1);
+  TheCachedH5FileHolder().PurgeCache();
+  { CachedH5File(Path("a.h5"), ReadOnly, {}, 0).GetObjectForRead<Dat>("x.dat"); }
+  {
+    CachedH5File file(Path("a.h5"), ReadWrite, {}, 0);
+    file.GetObjectForRead<Dat>("x.dat");
+    file.GetObjectForWrite<Dat>("x.dat").Append({1});
+    for (int i = 0; i <= 50000; ++i) {
+      file.GetObjectForWrite<Dat>(std::to_string(i) + ".dat");
+    }
+    TheCachedH5FileHolder().WriteCache();
+  }
+  EXPECT_EQ(RowsOnDisk("a.h5"), 2u);
+}
+
 TEST_F(CachedH5FileTest, Refusals) {
   const auto open = [&](const std::string& name, H5AccessType access) {
     return ReportOf([&] { const CachedH5File file(Path(name), access, {}, 0); });

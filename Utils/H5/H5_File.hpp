@@ -88,8 +88,8 @@ class H5_File {
   void Flush();
   void BeginWriting();
   void CacheChanged(std::uint64_t before, std::uint64_t now);
-  // The nodes tell what is open and how many they are, so that closing costs what was opened and
-  // links that lead in circles through a graph of groups are noticed.
+  // The nodes tell what is open and how many were read from disk, so that closing costs what was
+  // opened and links that lead in circles through a graph of groups are noticed.
   void NodeOpened(const H5_Node& node) { mOpenNodes.push_back(&node); }
   void CloseNodes(const H5_Node& top);
   void CountNode();

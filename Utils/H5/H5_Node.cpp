@@ -142,7 +142,9 @@ void H5_Node::RequireNoCycle(const Ancestors& group) const {
 }
 
 H5_Node& H5_Node::InsertChild(const std::string& name, Origin origin) {
-  mpFile->CountNode();
+  if (origin == Origin::OnDisk) {
+    mpFile->CountNode();
+  }
   auto& children = mpDirectory->mChildren;
   children.Insert(name, name, *this, children.size(), origin, mTrace.Verbosity());
   return children[name];
