@@ -3,6 +3,7 @@
 #include <ostream>
 
 #include "Utils/ErrorHandling/CachedOutput.hpp"
+#include "Utils/ErrorHandling/MyAbort.hpp"
 #include "Utils/H5/CachedH5FileHolder.hpp"
 #include "Utils/H5/H5_ObjectVersion.hpp"
 #include "Utils/H5/InsideStore.hpp"
@@ -30,15 +31,21 @@ void RequireType(const H5_Node* ptr, const std::string& typ) {
 
 }  // namespace
 
-CachedH5File::CachedH5File(const std::string& filename, H5AccessType access,
-                           const VersionHistory& versionHistory, int verbosity, bool keepOpen)
+CachedH5File::CachedH5File(const std::string& filename, H5AccessType access, int verbosity)
     : mAtype(access) {
   InsideStore::StopIfProcessEnds();
   const InsideStore inside;
-  const bool existed = FileExists(filename) && !IsEmptyFile(filename);
   mpFile = &TheCachedH5FileHolder().GetH5_File(FullPath(filename, access), access, verbosity);
   mpFile->SetHandle(&mpFile);
-  if (!existed && !versionHistory.empty()) {
+}
+
+// Delegates, so that an exception on the way finds a handle whose destructor lets the file go.
+CachedH5File::CachedH5File(const std::string& filename, H5AccessType access,
+                           const VersionHistory& versionHistory, int verbosity, bool keepOpen)
+    : CachedH5File(filename, access, verbosity) {
+  const InsideStore inside;
+  const bool isNew = mpFile->IsUnfinished();
+  if (isNew && !versionHistory.empty()) {
     GetObjectForWrite<H5_Objects::Version>("VersionHist.ver").Initialize(versionHistory);
   }
   mpFile->SetUnfinished(false);
@@ -53,10 +60,15 @@ CachedH5File::~CachedH5File() {
   }
   InsideStore::StopIfProcessEnds();
   const InsideStore inside;
-  // Not while a failure is on its way, whose report another one would displace.
-  if (MayCheckInDestructor() && !mpFile->IsIncomplete()) {
-    TheCachedH5FileHolder().CheckForEmergencyWriteCache();
-    mpFile->CloseFile();
+  if (MayCheckInDestructor()) {
+    if (!mpFile->IsIncomplete()) {
+      TheCachedH5FileHolder().CheckForEmergencyWriteCache();
+      mpFile->CloseFile();
+    }
+  } else if (!mpFile->IsUnfinished() && !MyAbortCalled_UncleanShutdown()) {
+    // A failure is on its way, whose report another one would displace. Whoever catches it goes on
+    // with the file, also where a write was interrupted.
+    mpFile->CloseSilently();
   }
   mpFile->SetHandle(nullptr);
 }

@@ -29,7 +29,9 @@ class CachedH5File {
                const VersionHistory& versionHistory, int verbosity, bool keepOpen = true);
   CachedH5File(const CachedH5File&) = delete;
   CachedH5File& operator=(const CachedH5File&) = delete;
-  /// Checks the memory bound, then closes the file; what is held stays in memory.
+  /// Checks the memory bound, then closes the file; what is held stays in memory. While an
+  /// exception passes, the file is only closed, and nothing is reported: whoever catches the
+  /// exception can go on with a new handle.
   ~CachedH5File();
 
   /// The real path of the file.
@@ -76,6 +78,8 @@ class CachedH5File {
   friend std::ostream& operator<<(std::ostream& os, const CachedH5File& file);
 
  private:
+  CachedH5File(const std::string& filename, H5AccessType access, int verbosity);
+
   template <class OBJECT>
   static OBJECT& Cast(H5_Object& object) {
     OBJECT* ptr2 = dynamic_cast<OBJECT*>(&object);

@@ -1,6 +1,9 @@
 #include "Utils/H5/CachedH5File.hpp"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/file.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <cstdlib>
@@ -122,6 +125,52 @@ TEST_F(CachedH5FileTest, ReadingWhatIsStillHeldWritesItFirst) {
   EXPECT_EQ(file.GetObjectForRead<Dat>("x.dat").RetrieveData().size(), 3u);
   EXPECT_TRUE(IsReport(ReportOf([&] { file.GetObjectForWrite<Dat>("x.dat"); }), "mAtype==ReadWrite",
                        "Called GetObjectForWrite on an CachedH5File that is ReadOnly"));
+}
+
+// Has a file open like another program that reads it (LOCK_SH) or writes to it (LOCK_EX).
+class OtherProgram {
+ public:
+  OtherProgram(const std::string& path, int lock)
+      : mDescriptor(open(path.c_str(), O_RDONLY)),
+        mIsLocked(flock(mDescriptor, lock | LOCK_NB) == 0) {}
+  ~OtherProgram() { close(mDescriptor); }
+  bool IsLocked() const { return mIsLocked; }
+
+ private:
+  int mDescriptor;
+  bool mIsLocked;
+};
+
+TEST_F(CachedH5FileTest, AHandleThatAnExceptionPassesLetsItsFileGo) {
+  const auto fail = [&](const char* name, const std::function<void(CachedH5File&)>& action) {
+    EXPECT_NE(ReportOf([&] {
+                CachedH5File file(Path(name), ReadWrite, {}, 0);
+                action(file);
+              }),
+              "");
+  };
+  Append("a.h5", 2);
+  fail("a.h5", [](CachedH5File& file) {
+    file.GetObjectForRead<Dat>("x.dat");
+    file.GetObjectForRead<Dat>("no.dat");
+  });
+  fail("a.h5", [](CachedH5File& file) {
+    file.WriteImmediately("x.dat", [] { REQUIRE(false, "interrupts a write"); });
+  });
+  EXPECT_TRUE(OtherProgram(Path("a.h5"), LOCK_EX).IsLocked());
+  Append("a.h5", 1);
+  TheCachedH5FileHolder().WriteCache();
+  EXPECT_EQ(RowsOnDisk("a.h5"), 3u);
+
+  PlainH5::File::Create(Path("odd.h5")).Table("x.odd", {{1}});
+  fail("odd.h5", [](CachedH5File&) {});
+  EXPECT_TRUE(OtherProgram(Path("odd.h5"), LOCK_EX).IsLocked());
+
+  fail("new.h5", [](CachedH5File& file) {
+    file.SetUnfinished(true);
+    file.GetObjectForRead<Dat>("no.dat");
+  });
+  EXPECT_FALSE(OtherProgram(Path("new.h5"), LOCK_SH).IsLocked()) << "left as it is, unclosed";
 }
 
 TEST_F(CachedH5FileTest, AFileThatWasReadCanBeWrittenTo) {

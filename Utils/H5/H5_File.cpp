@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <ostream>
+#include <utility>
 
 #include "Utils/ErrorHandling/MyAbort.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
@@ -32,9 +33,14 @@ H5_File::H5_File(const std::string& fullPath, H5AccessType access, int verbosity
       mAtype(access),
       mStaysReadable(staysReadable),
       mIsUnfinished(!FileExists(fullPath) || IsEmptyFile(fullPath)) {
-  OpenFile();
-  if (mIsUnfinished) {
-    Flush();
+  try {
+    OpenFile();
+    if (mIsUnfinished) {
+      Flush();
+    }
+  } catch (...) {
+    CloseSilently();
+    throw;
   }
 }
 
@@ -139,6 +145,30 @@ void H5_File::DropIds() {
     mFile_id = -1;
     Vexa_H5::CountOpenFiles(-1);
   }
+}
+
+void H5_File::CloseSilently() noexcept {
+  const MuteH5Errors muted;
+  // Without a root the nodes were never finished, and are gone.
+  for (std::size_t i = mpRoot == nullptr ? 0 : mOpenNodes.size(); i-- > 0;) {
+    try {
+      if (mOpenNodes[i]->IsObjectOpen()) {
+        mOpenNodes[i]->Object().CloseObject();
+      }
+    } catch (...) {  // the failure that led here has been reported, or is about to be
+    }
+  }
+  mOpenNodes.clear();
+  mIsWriting = false;
+  if (!IsFileOpen()) {
+    return;
+  }
+  constexpr unsigned objects = H5F_OBJ_ALL & ~static_cast<unsigned>(H5F_OBJ_FILE);
+  hid_t left = -1;
+  while (H5Fget_obj_ids(mFile_id, objects | H5F_OBJ_LOCAL, 1, &left) > 0 && H5Idec_ref(left) >= 0) {
+  }
+  H5Fclose(std::exchange(mFile_id, -1));
+  Vexa_H5::CountOpenFiles(-1);
 }
 
 void H5_File::CloseObjectsInGroups() {

@@ -34,6 +34,9 @@ class H5_File {
   void CloseFile();
   /// The library has ended, and closed the file: nothing is open any more. What is held stays.
   void DropIds();
+  /// The same after a failure, when nothing can be expected to be in order: reports nothing, and
+  /// closes what interrupted calls left open besides.
+  void CloseSilently() noexcept;
   bool IsFileOpen() const { return mFile_id >= 0; }
   hid_t FileId() const { return mFile_id; }
   const std::string& Filename() const { return mFilename; }
@@ -56,6 +59,7 @@ class H5_File {
   /// when the process ends: what is on disk is not a whole file, and only because nobody closed it
   /// does no reader take it for one.
   bool IsIncomplete() const { return mIsUnfinished || mIsWriting; }
+  bool IsUnfinished() const { return mIsUnfinished; }
 
   /// Closes all objects but groups.
   void CloseObjectsInGroups();
