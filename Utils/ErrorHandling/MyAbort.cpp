@@ -71,6 +71,10 @@ void MyAbort_ChangeSleepSeconds(int seconds) {
   SleepSeconds = seconds;
 }
 
+int MyAbort_SleepSeconds() {
+  return SleepSeconds;
+}
+
 bool MyAbortCalled_UncleanShutdown() {
   return During_Shutdown;
 }

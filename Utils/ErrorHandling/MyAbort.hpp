@@ -18,6 +18,7 @@ void MyAbort_LastOutputWritten() noexcept;
 
 /// How long a parallel job waits for its processes to write; 10 seconds at start.
 void MyAbort_ChangeSleepSeconds(int seconds);
+int MyAbort_SleepSeconds();
 
 /// Whether the run is ending through MyAbort, so that clean-up at exit can leave out what would
 /// hang or fail.

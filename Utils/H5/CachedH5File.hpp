@@ -24,7 +24,10 @@ class CachedH5File {
   /// created if the access is ReadWrite; with a version history that is not empty it then gets a
   /// record "VersionHist.ver". Fails with "Tried to open nonexistent file <name> for reading" or
   /// "Tried to create file <name> in nonexistent directory".
-  /// Without `keepOpen` the file is closed again when its names are read, and opened on demand.
+  /// Where another program has a file open that is to be written, waits for that first, as
+  /// CachedH5FileHolder::SetLockPatience says; where one writes to a file that is to be read,
+  /// fails. Without `keepOpen` the file is closed again when its names are read, and opened on
+  /// demand.
   CachedH5File(const std::string& filename, H5AccessType access,
                const VersionHistory& versionHistory, int verbosity, bool keepOpen = true);
   CachedH5File(const CachedH5File&) = delete;

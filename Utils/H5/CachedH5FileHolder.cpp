@@ -1,14 +1,31 @@
 #include "Utils/H5/CachedH5FileHolder.hpp"
 
+#include <algorithm>
+#include <exception>
 #include <iostream>
 #include <sstream>
+#include <utility>
 
 #include "Utils/ErrorHandling/MyAbort.hpp"
 #include "Utils/ErrorHandling/MyErr.hpp"
+#include "Utils/ErrorHandling/ParallelRuntime.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/H5/H5_Library.hpp"
 #include "Utils/H5/InsideStore.hpp"
 #include "Utils/Process/Formatting.hpp"
+
+using Vexa_H5::LockWait;
+
+namespace {
+
+void SayWhatIsLost(const H5_File& file) {
+  if (file.CummulativeCacheSize() != 0) {
+    MyErr << "File '" << file.Filename() << "' lacks " << file.CummulativeCacheSize()
+          << " bytes that waited for another program to close it\n";
+  }
+}
+
+}  // namespace
 
 CachedH5FileHolder::CachedH5FileHolder() {
   // The holder writes when the process exits; the library must not have shut down by then.
@@ -28,6 +45,7 @@ CachedH5FileHolder::~CachedH5FileHolder() {
     Vexa_H5::EndProcess(-1);
   }
   ClearWriteLog();
+  WriteAtLast(false);
   mFiles.clear();
   MyAbort_LastOutputWritten();
 }
@@ -62,11 +80,7 @@ H5_File& CachedH5FileHolder::GetH5_File(const std::string& fullPath, H5AccessTyp
   if (ptr->CummulativeCacheSize() != 0) {
     MyErr << "CachedH5File(" << fullPath << ", ReadOnly):\n"
           << "Write non-empty cache now,  before opening ReadOnly.\n";
-    ptr->SetAccess(ReadWrite);
-    ptr->OpenFile();
-    ptr->WriteCache();
-    // Closed while the access still says that it was written to.
-    ptr->CloseFile();
+    WriteFile(*ptr, LockWait::None());
   }
   ptr->SetAccess(ReadOnly);
   return *ptr;
@@ -79,30 +93,79 @@ void CachedH5FileHolder::CheckForEmergencyWriteCache() {
   if (total <= mMaxCacheSize) {
     return;
   }
-  if (total / 2 > mMaxCacheSize || (total / 2 == mMaxCacheSize && total % 2 != 0)) {
-    WarnOfTwiceTheLimit();
+  const Clock::time_point begin = Clock::now();
+  std::vector<const H5_File*> tried;
+  while (H5_File* const file = FullestFile(tried)) {
+    if (tried.empty() && ExceedsTwiceTheLimit(total)) {
+      WarnOfTwiceTheLimit();
+    }
+    if (Relieve(*file)) {
+      break;
+    }
+    tried.push_back(file);
   }
-  H5_File* largest = nullptr;
+  if (!tried.empty()) {
+    // However many files wait, and however often handles go, trying them takes little of the time.
+    const Clock::time_point now = Clock::now();
+    mNextTry = now + std::clamp<Clock::duration>(50 * (now - begin), std::chrono::milliseconds(50),
+                                                 std::chrono::seconds(1));
+  }
+}
+
+std::uint64_t CachedH5FileHolder::WaitingBytes() const {
+  std::uint64_t bytes = 0;
+  for (const auto& [path, file] : mFiles) {
+    bytes += file.IsWaiting() ? file.CummulativeCacheSize() : 0;
+  }
+  return bytes;
+}
+
+// The file to write next, of those that were not tried yet; null if there is none for which it is
+// worth it.
+H5_File* CachedH5FileHolder::FullestFile(const std::vector<const H5_File*>& tried) const {
+  const bool triesWaiting = Clock::now() >= mNextTry;
+  // While what waits exceeds the limit on its own, small files would be written row by row.
+  const bool isDueToOthers = mTotalCacheSize - WaitingBytes() <= mMaxCacheSize;
+  const std::uint64_t least = isDueToOthers ? mMaxCacheSize / 20 : 0;
+  H5_File* fullest = nullptr;
+  std::uint64_t most = 0;
   for (auto [path, file] : mFiles) {
-    if (largest == nullptr || file.CummulativeCacheSize() > largest->CummulativeCacheSize()) {
-      largest = &file;
+    const std::uint64_t size = file.CummulativeCacheSize();
+    const bool isCandidate = file.IsWaiting() ? triesWaiting : size >= least;
+    if (size > most && isCandidate && std::find(tried.begin(), tried.end(), &file) == tried.end()) {
+      fullest = &file;
+      most = size;
     }
   }
-  REQUIRE(largest != nullptr, "Internal error: " << total << " bytes held without a file");
+  return fullest;
+}
+
+bool CachedH5FileHolder::Relieve(H5_File& file) const {
   std::uint64_t objectsWithCache = 0;
   std::uint64_t timeSteps = 0;
   std::uint64_t bytes = 0;
-  largest->Root()->CacheStatistics(objectsWithCache, timeSteps, bytes);
-  mWriteLog.push_back({1, objectsWithCache, timeSteps, bytes, total - bytes});
-  WriteFile(*largest);
+  file.Root()->CacheStatistics(objectsWithCache, timeSteps, bytes);
+  const std::uint64_t others = mTotalCacheSize - bytes;
+  bool isWritten = WriteFile(file, LockWait::None());
+  if (!isWritten && ExceedsTwiceTheLimit(WaitingBytes())) {
+    isWritten = WriteFile(file, LockWait::PassReaders());
+    if (!isWritten && !Vexa_H5::SharedLock(file.Filename()).IsHeld()) {
+      isWritten = WriteFile(file, LockWait::Patient());
+    }
+  }
+  if (isWritten) {
+    mWriteLog.push_back({1, objectsWithCache, timeSteps, bytes, others});
+  }
+  return isWritten;
 }
 
-void CachedH5FileHolder::WriteFile(H5_File& file) {
-  file.WriteCache();
+bool CachedH5FileHolder::WriteFile(H5_File& file, LockWait wait) {
+  const bool isWritten = file.WriteCache(std::move(wait));
   // A file that nobody has a handle on would stay open, and the next handle on it be refused.
   if (!file.HasHandle()) {
     file.CloseFile();
   }
+  return isWritten;
 }
 
 void CachedH5FileHolder::WarnOfTwiceTheLimit() const {
@@ -127,14 +190,36 @@ void CachedH5FileHolder::WriteCache() const {
   std::uint64_t objectsWithCache = 0;
   std::uint64_t timeSteps = 0;
   std::uint64_t bytes = 0;
-  for (auto [path, file] : mFiles) {
-    if (file.IsIncomplete()) {
-      continue;
+  const auto write = [&](H5_File& file, LockWait wait) {
+    std::uint64_t objects = 0;
+    std::uint64_t steps = 0;
+    std::uint64_t size = 0;
+    file.Root()->CacheStatistics(objects, steps, size);
+    if (WriteFile(file, std::move(wait)) && size != 0) {
+      ++written;
+      objectsWithCache += objects;
+      timeSteps += steps;
+      bytes += size;
     }
-    const std::uint64_t before = bytes;
-    file.Root()->CacheStatistics(objectsWithCache, timeSteps, bytes);
-    written += bytes != before ? 1 : 0;
-    WriteFile(file);
+  };
+  for (auto [path, file] : mFiles) {
+    if (!file.IsIncomplete()) {
+      write(file, LockWait::None());
+    }
+  }
+  const ParallelRuntime& runtime = ParallelRuntime::Instance();
+  if (MyAbortCalled_UncleanShutdown() && runtime.IsInitialized() &&
+      runtime.NumberOfProcesses() >= 2) {
+    const std::chrono::duration<double> half(MyAbort_SleepSeconds() / 2.0);
+    const Clock::time_point end = Clock::now() + std::chrono::duration_cast<Clock::duration>(
+                                                     std::min(half, Vexa_H5::LockPatience()));
+    for (auto [path, file] : mFiles) {
+      if (file.IsWaiting() && !file.IsIncomplete()) {
+        file.CloseFile();
+        write(file, LockWait::Until(end, true));
+        SayWhatIsLost(file);
+      }
+    }
   }
   if (written != 0) {
     mWriteLog.push_back({written, objectsWithCache, timeSteps, bytes, 0});
@@ -144,11 +229,45 @@ void CachedH5FileHolder::WriteCache() const {
 void CachedH5FileHolder::PurgeCache() {
   const InsideStore inside;
   // Written before the files are destroyed: a failure ends in a report, not in a destructor.
-  for (auto [path, file] : mFiles) {
-    file.WriteCache();
-    file.CloseFile();
-  }
+  WriteAtLast(true);
   mFiles.clear();
+}
+
+// Writes and closes the files that can be written at once, then those that others have open. The
+// first failure is thrown when all had their turn.
+void CachedH5FileHolder::WriteAtLast(bool includesIncomplete) {
+  std::exception_ptr failure;
+  const auto write = [&](H5_File& file, LockWait wait) {
+    try {
+      if (file.WriteCache(std::move(wait))) {
+        file.CloseFile();
+      }
+    } catch (...) {
+      failure = failure == nullptr ? std::current_exception() : failure;
+    }
+  };
+  for (auto [path, file] : mFiles) {
+    if (includesIncomplete || !file.IsIncomplete()) {
+      write(file, LockWait::None());
+    }
+  }
+  const bool isAbort = MyAbortCalled_UncleanShutdown();
+  const Clock::time_point end =
+      isAbort && mHasWaitedAtLast ? Clock::now() : LockWait::Patient().mUntil;
+  for (auto [path, file] : mFiles) {
+    if (!file.IsWaiting() || (file.IsIncomplete() && !includesIncomplete)) {
+      continue;
+    }
+    mHasWaitedAtLast = true;
+    file.CloseFile();  // somebody may still have it open for reading
+    write(file, LockWait::Until(end, isAbort));
+    if (isAbort) {
+      SayWhatIsLost(file);
+    }
+  }
+  if (failure != nullptr) {
+    std::rethrow_exception(failure);
+  }
 }
 
 void CachedH5FileHolder::Statistics(std::uint64_t& files, std::uint64_t& dirs,

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <iosfwd>
 #include <string>
@@ -17,7 +18,7 @@
 class CachedH5FileHolder : public CachedOutputObject {
  public:
   CachedH5FileHolder();
-  /// Writes and closes all files.
+  /// Writes and closes all files, as PurgeCache does, but for those that are incomplete.
   ~CachedH5FileHolder() override;
 
   /// The limit in bytes for all caches together; 20000000 at start.
@@ -28,18 +29,31 @@ class CachedH5FileHolder : public CachedOutputObject {
   /// process, every later reader finds it there; true at start. A program whose files are of no use
   /// before they are whole, and which is faster without, sets it to false before it opens them.
   void SetFilesStayReadable(bool stayReadable) { mFilesStayReadable = stayReadable; }
+  /// How long files are waited for that other programs have open: all of them together when the
+  /// process ends or the cache is purged, and one that is opened for the first time for writing;
+  /// 20 seconds at start. After that a file that others only read is written nevertheless, and one
+  /// that another program writes to is a failure.
+  static void SetLockPatience(std::chrono::duration<double> patience) {
+    Vexa_H5::SetLockPatience(patience);
+  }
 
   /// The file of that real path, made on first request. Lent; closed if it was known before.
   /// Fails if a handle on it is alive ("Consistency error.  h5-file should be closed ..."). A file
-  /// that is requested ReadOnly and holds data is written first, with a notice through MyErr.
+  /// that is requested ReadOnly and holds data is written first, with a notice through MyErr; where
+  /// another program has it open, the data wait.
   H5_File& GetH5_File(const std::string& fullPath, H5AccessType access, int verbosity);
 
   /// Writes the cache of the one file that holds most, if all files together hold more than the
   /// limit; warns if they hold more than twice the limit. A safe point for a flush that was asked
   /// for by a signal.
+  /// What a file holds that another program has open waits, and the next one is written. Once more
+  /// than twice the limit waits, a file that others only read is written nevertheless; one that
+  /// another program writes to is waited for, and then is a failure.
   void CheckForEmergencyWriteCache();
 
-  /// Writes the caches of all files, but for those that are incomplete.
+  /// Writes the caches of all files, but for those that are incomplete or that another program has
+  /// open. When a parallel job aborts, the latter are waited for during half of the time that its
+  /// processes have.
   void WriteCache() const override;
 
   /// Writes everything, closes and forgets all files. Handles that are alive are of no use any
@@ -59,7 +73,14 @@ class CachedH5FileHolder : public CachedOutputObject {
   void WriteInfo(std::ostream& os, int verbosity) const;
 
  private:
-  static void WriteFile(H5_File& file);
+  using Clock = Vexa_H5::LockWait::Clock;
+
+  static bool WriteFile(H5_File& file, Vexa_H5::LockWait wait);
+  bool ExceedsTwiceTheLimit(std::uint64_t bytes) const { return bytes - bytes / 2 > mMaxCacheSize; }
+  std::uint64_t WaitingBytes() const;
+  H5_File* FullestFile(const std::vector<const H5_File*>& tried) const;
+  bool Relieve(H5_File& file) const;
+  void WriteAtLast(bool includesIncomplete);
   void WarnOfTwiceTheLimit() const;
 
   std::uint64_t mTotalCacheSize = 0;  // of all files; before them, for they count in it to the end
@@ -70,6 +91,8 @@ class CachedH5FileHolder : public CachedOutputObject {
   mutable std::vector<MyVector<unsigned long>> mWriteLog;
   std::uint64_t mMaxCacheSize = 20000000;
   bool mFilesStayReadable = true;
+  Clock::time_point mNextTry{};  // of files that wait, for relief of memory
+  bool mHasWaitedAtLast = false;
 };
 
 CachedH5FileHolder& TheCachedH5FileHolder();

@@ -9,6 +9,8 @@
 #include <cstdlib>
 #include <tuple>
 
+#include "Utils/ErrorHandling/MyAbort.hpp"
+#include "Utils/ErrorHandling/TestOutput.hpp"
 #include "Utils/H5/CachedH5FileHolder.hpp"
 #include "Utils/H5/H5_ObjectDat.hpp"
 #include "Utils/H5/H5_ObjectVersion.hpp"
@@ -23,7 +25,10 @@ using testing::HasSubstr;
 
 class CachedH5FileTest : public testing::Test {
  protected:
-  CachedH5FileTest() { TheCachedH5FileHolder().SetMaxCacheSize(1000); }
+  CachedH5FileTest() {
+    TheCachedH5FileHolder().SetMaxCacheSize(1000);
+    TheCachedH5FileHolder().SetLockPatience(std::chrono::milliseconds(50));
+  }
   ~CachedH5FileTest() override { TheCachedH5FileHolder().PurgeCache(); }
 
   std::string Path(const std::string& name) const { return mDir / name; }
@@ -140,6 +145,96 @@ class OtherProgram {
   int mDescriptor;
   bool mIsLocked;
 };
+
+TEST_F(CachedH5FileTest, WhatAReaderIsInTheWayOfWaits) {
+  auto& holder = TheCachedH5FileHolder();
+  Append("a.h5", 1);
+  Append("b.h5", 1);
+  holder.WriteCache();
+  holder.ClearWriteLog();
+  Append("a.h5", 60);
+  Append("b.h5", 20);
+  {
+    const OtherProgram reader(Path("a.h5"), LOCK_SH);
+    holder.SetMaxCacheSize(500);
+    testing::internal::CaptureStderr();
+    { const CachedH5File file(Path("b.h5"), ReadWrite, {}, 0); }
+    holder.WriteCache();
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "File '" + Path("a.h5") +
+                  "' is open in another program; 480 bytes wait in memory to be written\n");
+    EXPECT_EQ(RowsOnDisk("a.h5"), 1u);
+    EXPECT_EQ(RowsOnDisk("b.h5"), 21u);
+    ASSERT_EQ(holder.WriteLog().size(), 1u);
+    EXPECT_EQ(holder.WriteLog()[0], (MyVector<unsigned long>{1, 1, 20, 160, 480}));
+    CachedH5File file(Path("a.h5"), ReadOnly, {}, 0);
+    EXPECT_EQ(file.GetObjectForRead<Dat>("x.dat").RetrieveData().size(), 1u);
+    EXPECT_EQ(file.GetObjectForRead<Dat>("x.dat").GetExtents()[0], 61u);
+  }
+  holder.WriteCache();
+  EXPECT_EQ(RowsOnDisk("a.h5"), 61u);
+
+  // Above twice the limit at once, and for readers only.
+  Append("a.h5", 60);
+  const OtherProgram reader(Path("a.h5"), LOCK_SH);
+  holder.SetMaxCacheSize(239);
+  holder.CheckForEmergencyWriteCache();
+  EXPECT_EQ(RowsOnDisk("a.h5"), 121u);
+}
+
+TEST_F(CachedH5FileTest, AnOpeningAndTheEndWaitForAnotherProgram) {
+  auto& holder = TheCachedH5FileHolder();
+  Append("a.h5", 1);
+  holder.WriteCache();
+  Append("a.h5", 1);
+  const std::string failed = "H5Fopen(" + Path("a.h5") + ", ...) failed";
+  {
+    const OtherProgram writer(Path("a.h5"), LOCK_EX);
+    EXPECT_TRUE(IsReport(ReportOf([&] { holder.PurgeCache(); }), "file_id>=0", failed));
+  }
+  Append("a.h5", 1);
+  {
+    const OtherProgram reader(Path("a.h5"), LOCK_SH);
+    holder.PurgeCache();
+    EXPECT_EQ(RowsOnDisk("a.h5"), 3u);
+    { const CachedH5File file(Path("a.h5"), ReadWrite, {}, 0); }
+    holder.PurgeCache();
+  }
+  const OtherProgram writer(Path("a.h5"), LOCK_EX);
+  EXPECT_TRUE(IsReport(ReportOf([&] { Append("a.h5", 1); }), "file_id>=0", failed));
+}
+
+TEST_F(CachedH5FileTest, AParallelAbortWritesDespiteReaders) {
+  Append("a.h5", 1);
+  TheCachedH5FileHolder().WriteCache();
+  const OtherProgram reader(Path("a.h5"), LOCK_SH);
+  const FakeRuntime runtime(1);
+  MyAbort_ChangeSleepSeconds(0);
+  const auto run = [this] {
+    Append("a.h5", 1);
+    MyAbort();
+  };
+  EXPECT_EXIT(run(), testing::ExitedWithCode(3), "is opened for writing while others read it");
+  EXPECT_EQ(RowsOnDisk("a.h5"), 2u);
+}
+
+TEST_F(CachedH5FileTest, RowsOfAnotherProgramAreNoticedAfterAWait) {
+  Append("a.h5", 1);
+  TheCachedH5FileHolder().WriteCache();
+  Append("a.h5", 1);
+  {
+    const OtherProgram reader(Path("a.h5"), LOCK_SH);
+    TheCachedH5FileHolder().WriteCache();
+  }
+  {
+    const Handle<H5Fclose> file_id(H5Fopen(Path("a.h5").c_str(), H5F_ACC_RDWR, H5P_DEFAULT));
+    const DatasetHandle dataset_id(H5Dopen2(file_id, "x.dat", H5P_DEFAULT));
+    const hsize_t dims[] = {5, 1};
+    ASSERT_GE(H5Dset_extent(dataset_id, dims), 0);
+  }
+  EXPECT_TRUE(IsReport(ReportOf([] { TheCachedH5FileHolder().WriteCache(); }), "found==steps",
+                       "Another program changed the file while it was waited for: there were 1 "));
+}
 
 TEST_F(CachedH5FileTest, AHandleThatAnExceptionPassesLetsItsFileGo) {
   const auto fail = [&](const char* name, const std::function<void(CachedH5File&)>& action) {

@@ -246,11 +246,18 @@ herr_t Guarded(const Function& function) {
 H5FD_t* OpenBelow(const char* name, unsigned flags, hid_t fapl_id, haddr_t maxAddress) {
   // The library prints its errors once more on the way up.
   const MuteH5Errors mute;
-  const PropertyListHandle below_id(H5Pcopy(fapl_id));
+  PropertyListHandle below_id(H5Pcopy(fapl_id));
   if (below_id < 0 || H5Pset_fapl_sec2(below_id) < 0) {
     return nullptr;
   }
-  return H5FDopen(name, flags, below_id, maxAddress);
+  H5FD_t* const below = H5FDopen(name, flags, below_id, maxAddress);
+  if (below == nullptr) {
+    // Closing the list would clear the errors that say why.
+    const hid_t errors_id = H5Eget_current_stack();
+    below_id.Close();
+    H5Eset_current_stack(errors_id);
+  }
+  return below;
 }
 
 H5FD_t* Open(const char* name, unsigned flags, hid_t fapl_id, haddr_t maxAddress) {

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "Utils/ErrorHandling/MyAbort.hpp"
+#include "Utils/ErrorHandling/MyErr.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/H5/H5_Library.hpp"
 #include "Utils/H5/H5_Utils.hpp"
@@ -62,15 +63,27 @@ H5_File::~H5_File() {
 }
 
 void H5_File::OpenFile() {
+  Vexa_H5::LockWait wait = Vexa_H5::LockWait::Patient();
+  Open(mAtype, wait);
+}
+
+bool H5_File::Open(H5AccessType access, Vexa_H5::LockWait& wait) {
   REQUIRE(!IsFileOpen(), "Internal error: " << mFilename << " is open already");
   const std::string noDataset;
   const ReportContext context(noDataset, mFilename);
   Vexa_H5::LibraryLife();
-  mFile_id = Vexa_H5::OpenFile(mFilename, mAtype, mTrace.Verbosity(), mStaysReadable);
+  mFile_id = Vexa_H5::OpenFile(mFilename, access, mTrace.Verbosity(), mStaysReadable, &wait);
+  mHasWaited = mHasWaited || wait.mHasWaited;
+  if (!IsFileOpen()) {
+    return false;
+  }
   Vexa_H5::CountOpenFiles(1);
+  mIsOpenForWriting = access == ReadWrite;
+  mSharedLock = std::move(wait.mHeld);
   if (mpRoot == nullptr) {
     BuildTree();
   }
+  return true;
 }
 
 void H5_File::BuildTree() {
@@ -125,13 +138,14 @@ void H5_File::CloseFile() {
   }
   // An identifier that is still open would keep the file open without a word, unflushed.
   // After a failure the calls that were interrupted have theirs open, which nobody can mend.
-  const bool isChecked = mAtype == ReadWrite && !MyAbortCalled_UncleanShutdown();
+  const bool isChecked = mIsOpenForWriting && !MyAbortCalled_UncleanShutdown();
   const ssize_t leaked =
       isChecked ? H5Fget_obj_count(mFile_id, H5F_OBJ_ALL | H5F_OBJ_LOCAL) - 1 : 0;
   REQUIRE(leaked==0, "Internal error: " << leaked << " identifiers open while closing the file");
   const hid_t file_id = mFile_id;
   mFile_id = -1;
   const herr_t err = mTrace(5, H5Fclose(file_id), "H5Fclose(", file_id, ")");
+  mSharedLock = {};
   REQUIRE(err==0, "H5Fclose returned err=" << err);
   Vexa_H5::CountOpenFiles(-1);
 }
@@ -169,6 +183,7 @@ void H5_File::CloseSilently() noexcept {
   }
   H5Fclose(std::exchange(mFile_id, -1));
   Vexa_H5::CountOpenFiles(-1);
+  mSharedLock = {};
 }
 
 void H5_File::CloseObjectsInGroups() {
@@ -192,23 +207,37 @@ std::uint64_t H5_File::CummulativeCacheSize() const {
   return mpRoot == nullptr ? 0 : mpRoot->CummulativeCacheSize();
 }
 
-void H5_File::WriteCache() {
+bool H5_File::WriteCache(Vexa_H5::LockWait wait) {
   const std::uint64_t size = CummulativeCacheSize();
   if (size == 0) {
-    return;
+    mIsWaiting = mHasWaited = false;
+    return true;
   }
-  REQUIRE(mAtype==ReadWrite, "Consistency error: Called WriteCache() on ReadOnly file "
-                                 << mFilename << "\nwith a non-zero cache size " << size);
-  BeginWriting();
+  // What waits was appended before the file was requested ReadOnly.
+  if (!mIsWaiting) {
+    REQUIRE(mAtype==ReadWrite, "Consistency error: Called WriteCache() on ReadOnly file "
+                                   << mFilename << "\nwith a non-zero cache size " << size);
+  }
+  if (IsFileOpen() && !mIsOpenForWriting) {
+    return false;
+  }
+  if (!BeginWriting(std::move(wait))) {
+    KeepWaiting();
+    return false;
+  }
   mpRoot->WriteCache();
-  if (HasHandle()) {
+  if (HasHandle() && mAtype == ReadWrite) {
     Flush();
   }
-  mIsWriting = false;
+  mIsWriting = mIsWaiting = mHasWaited = false;
+  if (mAtype == ReadOnly) {
+    CloseFile();
+  }
+  return true;
 }
 
 void H5_File::Flush() {
-  if (!mStaysReadable || mAtype == ReadOnly) {
+  if (!mStaysReadable) {
     return;
   }
   const std::string noDataset;
@@ -218,17 +247,35 @@ void H5_File::Flush() {
   REQUIRE(err>=0, "H5Fflush failed");
 }
 
-void H5_File::BeginWriting() {
-  mIsWriting = true;
-  if (!IsFileOpen()) {
-    OpenFile();
+bool H5_File::BeginWriting(Vexa_H5::LockWait wait) {
+  if (IsFileOpen()) {
+    mIsWriting = true;
+    return true;
   }
+  bool isOpen = false;
+  try {
+    isOpen = Open(ReadWrite, wait);
+  } catch (...) {
+    // A file that nobody could open for a lock is as good as it was.
+    mIsWriting = !wait.mIsLocked;
+    throw;
+  }
+  mIsWriting = isOpen;
+  return isOpen;
+}
+
+void H5_File::KeepWaiting() {
+  if (!mIsWaiting) {
+    MyErr << "File '" << mFilename << "' is open in another program; " << CummulativeCacheSize()
+          << " bytes wait in memory to be written\n";
+  }
+  mIsWaiting = mHasWaited = true;
 }
 
 void H5_File::WriteImmediately(H5_Node& node, const std::function<void()>& write) {
   const std::string name = node.FullName();
   const ReportContext context(name, mFilename);
-  BeginWriting();
+  BeginWriting(Vexa_H5::LockWait::Patient());
   const std::size_t openBefore = mOpenNodes.size();
   if (!node.IsObjectOpen()) {
     node.OpenObject();

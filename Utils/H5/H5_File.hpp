@@ -12,6 +12,7 @@
 #include "Utils/Containers/MyVector.hpp"
 #include "Utils/ErrorHandling/Trace.hpp"
 #include "Utils/H5/H5AccessType.hpp"
+#include "Utils/H5/H5_FileLock.hpp"
 #include "Utils/H5/H5_Node.hpp"
 
 /// One HDF5 file as the store sees it: its path, its access, its identifier while it is open, and
@@ -28,7 +29,8 @@ class H5_File {
   /// Writes what is held and closes the file, unless that is incomplete.
   ~H5_File();
 
-  /// Opens again with the stored access; the tree stays as it is.
+  /// Opens again with the stored access; the tree stays as it is. A file that is opened for writing
+  /// and locked by another program is waited for, as LockWait::Patient says.
   void OpenFile();
   /// Closes all objects and the file; what is held stays in memory.
   void CloseFile();
@@ -50,7 +52,14 @@ class H5_File {
   /// Writes what all objects hold; opens a closed file and leaves it open. Does nothing, not even
   /// open, when nothing is held. Fails on a ReadOnly file that holds data. A file that has a handle
   /// is flushed then; one that has none is the caller's to close.
-  void WriteCache();
+  /// False if a handle that only reads is in the way, or another program's lock that may be, as
+  /// `wait` says. What is held then waits for a later call, which is said once.
+  bool WriteCache(Vexa_H5::LockWait wait = Vexa_H5::LockWait::None());
+  /// Whether the last attempt to write what is held met a lock.
+  bool IsWaiting() const { return mIsWaiting; }
+  /// Whether others may have changed the file since what is held was appended: it has been waited
+  /// for, and what is known of its objects must be compared with what is in it.
+  bool HasWaited() const { return mHasWaited; }
   /// Opens the object of `node`, which is new, calls `write`, and closes the object again.
   void WriteImmediately(H5_Node& node, const std::function<void()>& write);
   /// While set, as for a new file at first, the file lacks something that is still to be added.
@@ -88,9 +97,11 @@ class H5_File {
  private:
   friend class H5_Node;
 
+  bool Open(H5AccessType access, Vexa_H5::LockWait& wait);
   void BuildTree();
   void Flush();
-  void BeginWriting();
+  bool BeginWriting(Vexa_H5::LockWait wait);
+  void KeepWaiting();
   void CacheChanged(std::uint64_t before, std::uint64_t now);
   // The nodes tell what is open and how many were read from disk, so that closing costs what was
   // opened and links that lead in circles through a graph of groups are noticed.
@@ -102,6 +113,10 @@ class H5_File {
   Trace mTrace;
   H5AccessType mAtype;
   hid_t mFile_id = -1;
+  bool mIsOpenForWriting = false;   // else the open file is open for reading
+  Vexa_H5::SharedLock mSharedLock;  // while the file is open without the library's lock
+  bool mIsWaiting = false;
+  bool mHasWaited = false;
   H5_File** mpHandle = nullptr;
   std::uint64_t* mpTotal = nullptr;
   bool mStaysReadable;

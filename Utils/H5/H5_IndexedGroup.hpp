@@ -41,6 +41,7 @@ class IndexedGroup : public H5_Object {
   void WriteCache() override;
   std::uint64_t NTimeStepsCached() const override { return mCachedTimes.size(); }
   std::uint64_t SizeOfCache() const override;
+  std::uint64_t StepsInFile() const override { return mIndex.StepsInFile(); }
 
   /// Steps, waiting ones in the index table included. This and the descriptions fail with "Must
   /// call Initialize or OpenObject first".

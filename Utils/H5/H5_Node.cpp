@@ -254,12 +254,18 @@ void H5_Node::WriteCache() {
   }
   mTrace.Line(5, "H5_Node ", Path(), " WriteCache()");
   const bool wasOpen = IsObjectOpen();
+  const bool wasKnown = !wasOpen && Object().AreAttributesKnown();
+  const std::uint64_t steps = Object().StepsInFile();
   if (!wasOpen) {
     OpenObject();
   }
   {
     const std::string name = FullName();
     const ReportContext context(name, Filename());
+    const std::uint64_t found = mpObject->StepsInFile();
+    REQUIRE(found==steps || !wasKnown || !mpFile->HasWaited(),
+            "Another program changed the file while it was waited for: there were "
+                << steps << " steps, and are " << found);
     mpObject->WriteCache();
   }
   if (mpDirectory != nullptr) {

@@ -37,6 +37,8 @@ class H5_Object : public Factory::EnableCreation<H5_Object, const std::string&, 
   /// Bytes held in memory that are not yet in the file. Costs nothing.
   virtual std::uint64_t SizeOfCache() const = 0;
   virtual std::uint64_t NTimeStepsCached() const = 0;
+  /// Time steps in the file when the object was last open; 0 for what has none.
+  virtual std::uint64_t StepsInFile() const { return 0; }
   /// Writes what is held to the open object, and forgets it.
   virtual void WriteCache() = 0;
   /// Releases the HDF5 identifiers; cache and attributes stay in memory.

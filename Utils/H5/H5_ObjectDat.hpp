@@ -66,6 +66,7 @@ class Dat : public DataSet, public Factory::Register<Dat> {
   MyVector<std::string> GetLegend() const;
 
   std::uint64_t NTimeStepsCached() const override;
+  std::uint64_t StepsInFile() const override { return mExtents.empty() ? 0 : mExtents[0]; }
   /// 8 bytes per waiting value, and the legend's characters while the table is not in the file.
   std::uint64_t SizeOfCache() const override;
   std::ostream& Output(std::ostream& os, const std::string& indent) const override;

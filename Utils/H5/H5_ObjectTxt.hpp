@@ -44,6 +44,7 @@ class Txt : public StringDataSet, public Factory::Register<Txt> {
   /// Characters in memory.
   std::uint64_t SizeOfCache() const override { return mText.view().size(); }
   std::uint64_t NTimeStepsCached() const override { return SizeOfCache() > 0 ? 1 : 0; }
+  std::uint64_t StepsInFile() const override { return mSize; }
   std::ostream& Output(std::ostream& os, const std::string& indent) const override;
 
  protected:

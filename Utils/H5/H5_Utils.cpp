@@ -239,7 +239,7 @@ PropertyListHandle Vexa_H5::UntimedCreation(hid_t propertyListClass, std::source
 }
 
 hid_t Vexa_H5::OpenFile(const std::string& path, H5AccessType access, int verbosity,
-                        bool staysReadable) {
+                        bool staysReadable, LockWait* wait) {
   const Trace trace(verbosity);
   H5open();
   PropertyListHandle fapl_id(H5Pcreate(H5P_FILE_ACCESS));
@@ -255,8 +255,13 @@ hid_t Vexa_H5::OpenFile(const std::string& path, H5AccessType access, int verbos
   hid_t file_id = -1;
   if (exists && !(staysReadable && access == ReadWrite && IsEmptyFile(path))) {
     REQUIRE(IsRegularFile(path), "'" << path << "' is not a regular file");
-    file_id = trace(4, H5Fopen(path.c_str(), flags, fapl_id), "H5Fopen(", path, ")");
-    REQUIRE(file_id>=0, "H5Fopen(" << path << ", ...) failed");
+    file_id = trace(4, OpenPastLocks(path, flags, fapl_id, wait), "H5Fopen(", path, ")");
+    const bool isLocked = file_id < 0 && wait != nullptr && wait->mIsLocked;
+    if (isLocked && wait->mMayStayLocked) {
+      return file_id;
+    }
+    REQUIRE(file_id>=0, "H5Fopen(" << path << ", ...) failed"
+                                   << (isLocked ? ": another program has the file locked" : ""));
   } else {
     REQUIRE(access==ReadWrite,
             "Attempting to create non-existent file '" << path << "' in ReadOnly mode");

@@ -12,6 +12,7 @@
 
 #include "Utils/Containers/MyVector.hpp"
 #include "Utils/H5/H5AccessType.hpp"
+#include "Utils/H5/H5_FileLock.hpp"
 #include "Utils/H5/Handle.hpp"
 
 namespace Vexa_H5 {
@@ -38,9 +39,11 @@ hid_t DatasetAccess();
 /// is not a regular file", on a missing file that is to be read with "Attempting to create
 /// non-existent file '<path>' in ReadOnly mode". A file that is written and stays readable goes
 /// through the committing driver (H5_CommittingDriver.hpp); for that an empty file is as good as a
-/// missing one, since a process that was killed while it created one leaves it so.
+/// missing one, since a process that was killed while it created one leaves it so. What is opened
+/// for writing may be locked by another program: `wait`, if given, says what is done then. The
+/// result is negative if it may stay locked, and does.
 hid_t OpenFile(const std::string& path, H5AccessType access, int verbosity,
-               bool staysReadable = false);
+               bool staysReadable = false, LockWait* wait = nullptr);
 
 /// Stores a list of strings as one new attribute of a group or dataset: one-dimensional, of
 /// variable-length strings. An empty list has extent 0.

@@ -56,6 +56,13 @@ class MuteH5Errors {
   MuteH5Errors(const MuteH5Errors&) = delete;
   MuteH5Errors& operator=(const MuteH5Errors&) = delete;
 
+  /// Prints the last failure after all, the way it would have been printed.
+  void Print() const {
+    if (mPrint != nullptr) {
+      mPrint(H5E_DEFAULT, mpClientData);
+    }
+  }
+
  private:
   H5E_auto2_t mPrint = nullptr;
   void* mpClientData = nullptr;

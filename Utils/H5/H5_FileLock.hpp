@@ -1,0 +1,66 @@
+// What other programs' locks mean to a file that is to be opened for writing. The library locks
+// each file that it opens, shared for reading and alone for writing, and does not wait: while
+// anybody looks at a file, opening it for writing fails at once. Here such a failure is told from
+// all others, and waited out.
+#pragma once
+
+#include <hdf5.h>
+
+#include <chrono>
+#include <string>
+#include <utility>
+
+namespace Vexa_H5 {
+
+/// A shared lock on a file, apart from the library's: other programs can have it at the same time
+/// to read the file, none to write to it.
+class SharedLock {
+ public:
+  SharedLock() = default;
+  /// Takes the lock if no program has the file open for writing, without waiting.
+  explicit SharedLock(const std::string& path);
+  SharedLock(SharedLock&& other) noexcept : mDescriptor(std::exchange(other.mDescriptor, -1)) {}
+  SharedLock& operator=(SharedLock&& other) noexcept {
+    std::swap(mDescriptor, other.mDescriptor);
+    return *this;
+  }
+  ~SharedLock();
+  bool IsHeld() const { return mDescriptor >= 0; }
+
+ private:
+  int mDescriptor = -1;
+};
+
+/// What an opening for writing does about a lock, and what came of it.
+struct LockWait {
+  using Clock = std::chrono::steady_clock;
+
+  /// Tries once, and takes a locked file for an answer.
+  static LockWait None() { return {{}, false, true, {}}; }
+  /// Tries once, without the lock if only readers have the file open.
+  static LockWait PassReaders() { return {{}, true, true, {}}; }
+  /// Tries until then; at last without the lock if only readers have the file open.
+  static LockWait Until(Clock::time_point end, bool mayStayLocked) {
+    return {end, true, mayStayLocked, {}};
+  }
+  /// Tries for as long as LockPatience says. What is locked after that is a failure.
+  static LockWait Patient();
+
+  Clock::time_point mUntil{};
+  bool mPassesReaders = false;
+  bool mMayStayLocked = false;  // else it is a failure
+  SharedLock mHeld{};       // to be kept while the file is open, if it was opened without a lock
+  bool mIsLocked = false;   // the file was not opened, because of a lock
+  bool mHasWaited = false;  // others may have changed the file meanwhile
+};
+
+/// How long a file is waited for that is opened for the first time; 20 seconds at start.
+std::chrono::duration<double> LockPatience();
+void SetLockPatience(std::chrono::duration<double> patience);
+
+/// H5Fopen with these arguments, for a file that may be locked; a null `wait` leaves everything to
+/// the library. The library's own report of a failure is left out where the failure is a lock that
+/// is to be waited for, or may stay.
+hid_t OpenPastLocks(const std::string& path, unsigned flags, hid_t fapl_id, LockWait* wait);
+
+}  // namespace Vexa_H5
