@@ -5,6 +5,7 @@
 What they should find follows from the formulas in Examples/WriteSegments.cpp.
 """
 
+import fcntl
 import math
 import os
 import pathlib
@@ -76,6 +77,16 @@ class TestPython(unittest.TestCase):
         self.assertEqual(self.found["history"].iloc[1].tolist(),
                          ["b0c47de", "Speeds have a table of their own."])
         self.assertEqual(self.found["version"], 2)
+
+    def test_looks_at_a_running_segment(self):
+        expected = self.found["energy"].reset_index().tail(5).to_numpy()
+        for rows in (self.found["recent"], self.found["recent_in_copy"]):
+            np.testing.assert_allclose(rows.to_numpy(), expected)
+        with open("segment3.h5", "rb") as held:
+            fcntl.flock(held, fcntl.LOCK_EX)
+            table = ("segment3.h5", "Run.dir/energy.dat")
+            self.assertIsNone(self.found["last_rows"](*table))
+            self.assertEqual(len(self.found["last_rows_of_copy"](*table, 3)), 3)
 
     def test_writes_what_is_joined(self):
         with h5py.File("own.h5", "r") as file:
