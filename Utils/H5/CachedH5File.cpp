@@ -116,8 +116,15 @@ H5_Object& CachedH5File::GetObjectForWrite_(const std::string& name, const std::
   CachedOutput::FlushIfRequested();
   REQUIRE(mAtype==ReadWrite, "Called GetObjectForWrite on an CachedH5File that is ReadOnly");
   mpFile->SetAccess(ReadWrite);
-  const H5_Node* ptr = &mpFile->Root()->CreateNode(name);
+  H5_Node* ptr = &mpFile->Root()->CreateNode(name);
   RequireType(ptr, typ);
+  if (!ptr->IsReadyToAppend()) {
+    if (!mpFile->IsFileOpen()) {
+      mpFile->OpenFile();
+    }
+    mpFile->CloseGroupsApartFrom(*ptr);
+    ptr->MakeReadyToAppend();
+  }
   return ptr->Object();
 }
 

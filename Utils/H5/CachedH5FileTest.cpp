@@ -7,18 +7,27 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <sstream>
 #include <tuple>
 
 #include "Utils/ErrorHandling/MyAbort.hpp"
 #include "Utils/ErrorHandling/TestOutput.hpp"
 #include "Utils/H5/CachedH5FileHolder.hpp"
+#include "Utils/H5/H5_ObjectCoef.hpp"
 #include "Utils/H5/H5_ObjectDat.hpp"
+#include "Utils/H5/H5_ObjectTdm.hpp"
+#include "Utils/H5/H5_ObjectTxt.hpp"
 #include "Utils/H5/H5_ObjectVersion.hpp"
+#include "Utils/H5/Handle.hpp"
 #include "Utils/H5/TestSupport/PlainH5.hpp"
 
 namespace {
 
+using H5_Objects::Coef;
 using H5_Objects::Dat;
+using H5_Objects::Tdm;
+using H5_Objects::Txt;
+using H5_Objects::Version;
 using PlainH5::IsReport;
 using PlainH5::ReportOf;
 using testing::HasSubstr;
@@ -271,6 +280,63 @@ TEST_F(CachedH5FileTest, AFileThatWasReadCanBeWrittenTo) {
     TheCachedH5FileHolder().WriteCache();
   }
   EXPECT_EQ(RowsOnDisk("a.h5"), 2u);
+}
+
+TEST_F(CachedH5FileTest, WhatIsOnDiskIsKnownWhenItIsAskedFor) {
+  const auto structure = FindTensorIndexTable(3, "1");
+  const auto append = [&](CachedH5File& file, double time) {
+    file.GetObjectForWrite<Dat>("G.dir/x.dat").Append({time, 7});
+    file.GetObjectForWrite<Coef>("G.dir/c.coef").Append(time, {1, 2});
+    file.GetObjectForWrite<Tdm>("t.tdm").Append(time, {structure, Mesh({2})});
+    file.GetObjectForWrite<Txt>("l.txt") << "text";
+  };
+  {
+    CachedH5File file(Path("a.h5"), ReadWrite, {{"h", "text"}}, 0);
+    file.GetObjectForWrite<Dat>("G.dir/x.dat").Initialize({"t", "x"}, true, 4);
+    file.GetObjectForWrite<Coef>("G.dir/c.coef").Initialize("t", "c", true, 4, 4);
+    file.GetObjectForWrite<Tdm>("t.tdm").Initialize("t", "d", *structure, 1, true, 4, 4);
+    append(file, 0);
+  }
+  TheCachedH5FileHolder().PurgeCache();
+  // A killed run can leave a value without a step.
+  {
+    const Handle<H5Fclose> plain(H5Fopen(Path("a.h5").c_str(), H5F_ACC_RDWR, H5P_DEFAULT));
+    const DatasetHandle values(H5Dopen2(plain, "G.dir/c.coef/coefs.dat", H5P_DEFAULT));
+    const hsize_t dims[] = {3, 1};
+    EXPECT_GE(H5Dset_extent(values, dims), 0);
+  }
+  {
+    CachedH5File file(Path("a.h5"), ReadWrite, {}, 0, /*keepOpen=*/false);
+    file.GetObjectForWrite<Dat>("new.dat");
+    std::ostringstream info;
+    info << file;
+    EXPECT_THAT(info.str(), HasSubstr("a.h5  id=-1\n")) << "a new object opens nothing";
+    auto& dat = file.GetObjectForWrite<Dat>("G.dir/x.dat");
+    EXPECT_EQ(dat.GetExtents(), (MyVector<unsigned long long>{1, 2}));
+    EXPECT_EQ(dat.GetLegend(), (MyVector<std::string>{"t", "x"}));
+    EXPECT_FALSE(dat.IsObjectOpen());
+    EXPECT_TRUE(IsReport(ReportOf([&] { dat.Append({1}); }), "",
+                         "data being appended inconsistent with Extents"));
+    const auto& coef = file.GetObjectForRead<Coef>("G.dir/c.coef");
+    EXPECT_EQ(coef.Values().GetExtents()[0], 3u) << "nothing is cut back to be read";
+    testing::internal::CaptureStderr();
+    append(file, 1);
+    EXPECT_THAT(testing::internal::GetCapturedStderr(),
+                HasSubstr("Object '/G.dir/c.coef' of file '" + Path("a.h5")));
+    EXPECT_TRUE(coef.IsInitialized());
+    EXPECT_EQ(coef.GetDataDescription(), "c");
+    const auto& tdm = file.GetObjectForWrite<Tdm>("t.tdm");
+    EXPECT_EQ(tdm.GetStructure(), *structure);
+    EXPECT_EQ(tdm.GetNumberOfTimeSteps(), 1u);
+    EXPECT_EQ(file.GetObjectForWrite<Txt>("l.txt").GetSize(), 2u);
+    EXPECT_EQ(file.GetObjectForWrite<Version>("VersionHist.ver").GetCurrentVersion(), 1u);
+  }
+  TheCachedH5FileHolder().PurgeCache();
+  const auto file = PlainH5::File::Open(Path("a.h5"));
+  EXPECT_EQ(file.ReadTable("G.dir/x.dat"), (PlainH5::Rows{{0, 7}, {1, 7}}));
+  EXPECT_EQ(file.ReadTable("G.dir/c.coef/index.dat"), (PlainH5::Rows{{0, 2}, {1, 4}}));
+  EXPECT_EQ(file.ReadTable("t.tdm/index.dat"), (PlainH5::Rows{{0, 6, 2}, {1, 12, 2}}));
+  EXPECT_EQ(file.ReadStrings("l.txt").size(), 2u);
 }
 
 TEST_F(CachedH5FileTest, Refusals) {

@@ -1,7 +1,9 @@
 #include "Utils/H5/H5_IndexedGroup.hpp"
 
+#include <algorithm>
 #include <cmath>
 
+#include "Utils/ErrorHandling/MyErr.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/H5/InsideStore.hpp"
 
@@ -113,6 +115,51 @@ void IndexedGroup::WriteIndexImmediately_(const StepIndex& steps) {
 void IndexedGroup::WriteValuesImmediately_(std::uint64_t count,
                                            const std::function<void(ColumnWriter&)>& fill) {
   mValues.WriteManyStepsImmediately_(count, fill);
+}
+
+IndexedGroup::WholePart IndexedGroup::FindWholePart(std::uint64_t first) const {
+  const std::uint64_t rows = mIndex.Layout().mRows - first;
+  const std::uint64_t columns = mIndex.Layout().mColumns;
+  std::vector<double> index(rows * columns);
+  mIndex.RetrieveColumns_({0, columns, first, rows}, index.data());
+  const auto most = static_cast<double>(mValues.Layout().mRows);
+  std::vector<double> row(columns);
+  std::uint64_t whole = 0;
+  std::uint64_t written = 0;
+  double end = 0;
+  for (std::uint64_t r = 0; r < rows; ++r) {
+    for (std::uint64_t c = 0; c < columns; ++c) {
+      row[c] = index[c * rows + r];
+    }
+    const double next = row[1];
+    const bool isOffset = next >= end && next <= most && next == std::floor(next);
+    const bool isStart = r == 0 && first > 0;
+    if (!isOffset || !(isStart || IsWholeStep(std::span(row).subspan(2), next - end))) {
+      break;
+    }
+    end = next;
+    whole = r + 1;
+    const bool isWritten = std::ranges::any_of(row, [](double value) { return value != 0; });
+    written = isWritten ? whole : written;
+  }
+  // Rows that were never written read as zeros, and look like steps without values.
+  return {first + (end == most ? whole : written), static_cast<std::uint64_t>(end)};
+}
+
+void IndexedGroup::PrepareToAppend() {
+  const std::uint64_t steps = mIndex.Layout().mRows;
+  const std::uint64_t values = mValues.Layout().mRows;
+  // The last two rows tell, at a cost that does not grow with the series.
+  const WholePart last = FindWholePart(steps - std::min<std::uint64_t>(steps, 2));
+  if (last.mSteps == steps && last.mValues == values) {
+    return;
+  }
+  const WholePart whole = FindWholePart(0);
+  mIndex.CutBack(whole.mSteps);
+  mValues.CutBack(whole.mValues);
+  MyErr << ReportContext::Current() << " disagrees with itself, as a killed run may leave it. "
+        << steps - whole.mSteps << " step(s) and " << values - whole.mValues
+        << " value(s) were dropped, " << whole.mSteps << " whole step(s) are left.\n";
 }
 
 std::uint64_t IndexedGroup::SizeOfCache() const {

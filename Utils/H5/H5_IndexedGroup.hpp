@@ -39,6 +39,8 @@ class IndexedGroup : public H5_Object {
   bool IsObjectOpen() const override { return mGroup.IsObjectOpen(); }
   bool AreAttributesKnown() const override { return mIndex.AreAttributesKnown(); }
   void WriteCache() override;
+  /// Cuts both tables back to the last whole step, with a notice through MyErr, if they disagree.
+  void PrepareToAppend() override;
   std::uint64_t NTimeStepsCached() const override { return mCachedTimes.size(); }
   std::uint64_t SizeOfCache() const override;
   std::uint64_t StepsInFile() const override { return mIndex.StepsInFile(); }
@@ -81,6 +83,11 @@ class IndexedGroup : public H5_Object {
                         const std::string& dataDescription, bool compress,
                         std::size_t indexChunkRows, std::size_t dataChunkRows);
 
+  /// Whether a step can have that many values, from what its further columns say.
+  virtual bool IsWholeStep(std::span<const double> /*extras*/, double /*values*/) const {
+    return true;
+  }
+
   /// Adds a step to the cache: reserves room for `count` values, which the caller fills.
   std::span<double> AppendStep(double time, std::span<const double> extras, std::uint64_t count);
 
@@ -111,7 +118,15 @@ class IndexedGroup : public H5_Object {
   Trace mTrace;
 
  private:
+  // Steps that are whole, and values up to the end of the last of them.
+  struct WholePart {
+    std::uint64_t mSteps;
+    std::uint64_t mValues;
+  };
+
   std::uint64_t CheckedOffset(double offset, std::uint64_t previous) const;
+  // Of row `first` only the offset is believed, unless it is the very first.
+  WholePart FindWholePart(std::uint64_t first) const;
 
   bool mExistsOnDisk;
   Dir mGroup;

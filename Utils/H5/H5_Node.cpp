@@ -2,6 +2,8 @@
 
 #include <ostream>
 
+#include "Utils/ErrorHandling/FirstFailure.hpp"
+#include "Utils/ErrorHandling/OnFailure.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/Factory/FactoryBackbone.hpp"
 #include "Utils/H5/H5_File.hpp"
@@ -26,6 +28,7 @@ H5_Node::H5_Node(H5_File& file, hid_t fileId, int verbosity)
     : mName("/"),
       mTrace(verbosity),
       mIsOnDisk(true),
+      mIsReadyToAppend(true),
       mpParent(nullptr),
       mpFile(&file),
       mpDirectory(std::make_unique<Directory>()) {
@@ -39,6 +42,7 @@ H5_Node::H5_Node(const std::string& name, H5_Node& parent, std::uint64_t positio
     : mName(name),
       mTrace(verbosity),
       mIsOnDisk(origin == Origin::OnDisk),
+      mIsReadyToAppend(!mIsOnDisk),
       mPosition(position),
       mpParent(&parent),
       mpFile(parent.mpFile) {
@@ -227,6 +231,8 @@ void H5_Node::OpenNode(hid_t parentId) const {
   mpFile->NodeOpened(*this);
   mTrace.Line(5, "H5_Node mpObject->OpenObject(", parentId, ", ", mName,
               ");  mpObject=", static_cast<const void*>(mpObject.get()));
+  // What fails half-way through may have an identifier open already.
+  const OnFailure close([this] { FirstFailure().Try([this] { CloseObject(); }); });
   mpObject->OpenObject(parentId);
 }
 
@@ -241,6 +247,20 @@ void H5_Node::OpenObject() const {
     mpParent->OpenObject();
   }
   OpenNode(mpParent->GetObject<H5_Objects::Dir>().GroupId());
+}
+
+void H5_Node::MakeReadyToAppend() {
+  const std::string name = FullName();
+  const ReportContext context(name, Filename());
+  const bool wasOpen = IsObjectOpen();
+  if (!wasOpen) {
+    OpenObject();
+  }
+  mpObject->PrepareToAppend();
+  if (!wasOpen) {
+    CloseObject();
+  }
+  mIsReadyToAppend = true;
 }
 
 void H5_Node::CloseObject() const {

@@ -86,6 +86,12 @@ class H5_Node final : private CacheListener {
   /// Opens the object, and the groups above it as far as they are closed; new ones are created.
   /// The file must be open.
   void OpenObject() const;
+  /// Whether the object is new, or MakeReadyToAppend has seen it.
+  bool IsReadyToAppend() const { return mIsReadyToAppend; }
+  /// Has an object that was found in the file know its attributes, and makes it fit to be appended
+  /// to. What was closed before is closed again, but for the groups above, whose other members are
+  /// likely to follow. The file must be open.
+  void MakeReadyToAppend();
   /// Closes this node's object and all that is open below it.
   void CloseObject() const;
   /// Writes what the subtree holds, groups before their members, and touches nothing else. What was
@@ -123,7 +129,8 @@ class H5_Node final : private CacheListener {
 
   std::string mName;
   Trace mTrace;
-  bool mIsOnDisk;                // when the node was made
+  bool mIsOnDisk;  // when the node was made
+  bool mIsReadyToAppend;
   std::uint64_t mPosition = 0;   // among the parent's children, by insertion
   std::uint64_t mCacheSize = 0;  // of the subtree
   H5_Node* mpParent;             // null for the root

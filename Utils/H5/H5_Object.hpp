@@ -41,6 +41,9 @@ class H5_Object : public Factory::EnableCreation<H5_Object, const std::string&, 
   virtual std::uint64_t StepsInFile() const { return 0; }
   /// Writes what is held to the open object, and forgets it.
   virtual void WriteCache() = 0;
+  /// Makes an open object that an earlier process wrote fit to be appended to. Called once, when it
+  /// is first asked for to be written.
+  virtual void PrepareToAppend() {}
   /// Releases the HDF5 identifiers; cache and attributes stay in memory.
   virtual void CloseObject() = 0;
   /// Forgets the identifiers, which are void because the library has ended.

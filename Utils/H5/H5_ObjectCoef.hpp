@@ -26,6 +26,7 @@ class Coef : public IndexedGroup, public Factory::Register<Coef> {
   /// Shapes a new set; the chunk lengths are those of its two tables, in rows.
   void Initialize(const std::string& timeDescription, const std::string& dataDescription,
                   bool compress, std::size_t indexChunkRows, std::size_t coefChunkRows);
+  bool IsInitialized() const { return mCoefs.IsInitialized(); }
 
   /// Adds a step to the cache. Fails with "Must initialize H5_PluginsCoef before appending data".
   void Append(double time, const MyVector<double>& coefs);

@@ -219,6 +219,15 @@ void Dat::WriteManyStepsImmediately_(std::uint64_t rows,
   }
 }
 
+void Dat::CutBack(std::uint64_t rows) {
+  REQUIRE(IsObjectOpen(), "Object must be open");
+  if (rows < mExtents[0]) {
+    Extend({rows, mExtents[1]}, "H5Dset_extent failed", Location::current());
+    mExtents[0] = rows;
+    mLayout.mRows = rows;
+  }
+}
+
 MyVector<unsigned long long> Dat::GetExtents() const {
   REQUIRE(AreAttributesKnown(), "Must call Initialize or OpenObject first");
   return {mExtents[0] + NTimeStepsCached(), mExtents[1]};

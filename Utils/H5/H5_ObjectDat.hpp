@@ -59,6 +59,9 @@ class Dat : public DataSet, public Factory::Register<Dat> {
   void WriteManyStepsImmediately_(std::uint64_t rows,
                                   const std::function<void(ColumnWriter&)>& fill);
 
+  /// Removes the rows of the open table from `rows` on; waiting ones stay.
+  void CutBack(std::uint64_t rows);
+
   /// {rows, columns}, waiting rows included, so it can exceed what is in the file.
   /// Fails with "Must call Initialize or OpenObject first".
   MyVector<unsigned long long> GetExtents() const;

@@ -104,6 +104,17 @@ void Tdm::OpenAttributes(bool existedBefore) {
   }
 }
 
+bool Tdm::IsWholeStep(std::span<const double> extents, double values) const {
+  long double product = mpStructure->NumberOfComponents();
+  for (const double extent : extents) {
+    if (!(extent >= 0) || extent != std::floor(extent)) {
+      return false;
+    }
+    product *= extent;
+  }
+  return product == values;
+}
+
 void Tdm::Append(double time, const Tensor<DataMesh>& data) {
   const InsideStore inside;
   REQUIRE(IsInitialized(), "Must initialize H5_PluginsTdm before appending data");

@@ -80,7 +80,7 @@ void Version::WriteCache() {
 }
 
 unsigned long Version::GetCurrentVersion() const {
-  REQUIRE(mHist.size()>0 || IsObjectOpen(), "Must call Initialize or OpenObject first");
+  REQUIRE(mHist.size()>0 || IsObjectOpen() || AreAttributesKnown(), "Must call Initialize or OpenObject first");
   return mCurrentVersion;
 }
 
