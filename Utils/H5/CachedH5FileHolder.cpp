@@ -1,11 +1,11 @@
 #include "Utils/H5/CachedH5FileHolder.hpp"
 
 #include <algorithm>
-#include <exception>
 #include <iostream>
 #include <sstream>
 #include <utility>
 
+#include "Utils/ErrorHandling/FirstFailure.hpp"
 #include "Utils/ErrorHandling/MyAbort.hpp"
 #include "Utils/ErrorHandling/MyErr.hpp"
 #include "Utils/ErrorHandling/ParallelRuntime.hpp"
@@ -160,11 +160,14 @@ bool CachedH5FileHolder::Relieve(H5_File& file) const {
 }
 
 bool CachedH5FileHolder::WriteFile(H5_File& file, LockWait wait) {
-  const bool isWritten = file.WriteCache(std::move(wait));
+  FirstFailure failure;
+  bool isWritten = false;
+  const bool isFine = failure.Try([&] { isWritten = file.WriteCache(std::move(wait)); });
   // A file that nobody has a handle on would stay open, and the next handle on it be refused.
-  if (!file.HasHandle()) {
-    file.CloseFile();
+  if (!file.HasHandle() && (isFine || !file.IsIncomplete())) {
+    failure.Try([&file] { file.CloseFile(); });
   }
+  failure.Throw();
   return isWritten;
 }
 
@@ -190,12 +193,15 @@ void CachedH5FileHolder::WriteCache() const {
   std::uint64_t objectsWithCache = 0;
   std::uint64_t timeSteps = 0;
   std::uint64_t bytes = 0;
+  FirstFailure failure;
   const auto write = [&](H5_File& file, LockWait wait) {
     std::uint64_t objects = 0;
     std::uint64_t steps = 0;
     std::uint64_t size = 0;
     file.Root()->CacheStatistics(objects, steps, size);
-    if (WriteFile(file, std::move(wait)) && size != 0) {
+    bool isWaiting = false;
+    failure.Try([&] { isWaiting = !WriteFile(file, std::move(wait)); });
+    if (!isWaiting && size != 0) {
       ++written;
       objectsWithCache += objects;
       timeSteps += steps;
@@ -224,6 +230,7 @@ void CachedH5FileHolder::WriteCache() const {
   if (written != 0) {
     mWriteLog.push_back({written, objectsWithCache, timeSteps, bytes, 0});
   }
+  failure.Throw();
 }
 
 void CachedH5FileHolder::PurgeCache() {
@@ -236,15 +243,16 @@ void CachedH5FileHolder::PurgeCache() {
 // Writes and closes the files that can be written at once, then those that others have open. The
 // first failure is thrown when all had their turn.
 void CachedH5FileHolder::WriteAtLast(bool includesIncomplete) {
-  std::exception_ptr failure;
+  FirstFailure failure;
   const auto write = [&](H5_File& file, LockWait wait) {
-    try {
-      if (file.WriteCache(std::move(wait))) {
-        file.CloseFile();
-      }
-    } catch (...) {
-      failure = failure == nullptr ? std::current_exception() : failure;
+    const bool isFine = failure.Try([&] { file.WriteCache(std::move(wait)); });
+    if (file.IsWaiting() || (!isFine && file.IsIncomplete())) {
+      return;
     }
+    // What follows from the failure that ends the process is not told after it.
+    FirstFailure consequence;
+    const bool isConsequence = file.HasFailed() && MyAbortCalled_UncleanShutdown();
+    (isConsequence ? consequence : failure).Try([&file] { file.CloseFile(); });
   };
   for (auto [path, file] : mFiles) {
     if (includesIncomplete || !file.IsIncomplete()) {
@@ -265,9 +273,7 @@ void CachedH5FileHolder::WriteAtLast(bool includesIncomplete) {
       SayWhatIsLost(file);
     }
   }
-  if (failure != nullptr) {
-    std::rethrow_exception(failure);
-  }
+  failure.Throw();
 }
 
 void CachedH5FileHolder::Statistics(std::uint64_t& files, std::uint64_t& dirs,

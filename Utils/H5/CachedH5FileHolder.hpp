@@ -53,7 +53,8 @@ class CachedH5FileHolder : public CachedOutputObject {
 
   /// Writes the caches of all files, but for those that are incomplete or that another program has
   /// open. When a parallel job aborts, the latter are waited for during half of the time that its
-  /// processes have.
+  /// processes have. An object or file that cannot be written does not keep the others from being
+  /// written; the first failure is thrown on.
   void WriteCache() const override;
 
   /// Writes everything, closes and forgets all files. Handles that are alive are of no use any

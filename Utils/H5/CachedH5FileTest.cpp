@@ -339,6 +339,36 @@ TEST_F(CachedH5FileTest, WhatIsOnDiskIsKnownWhenItIsAskedFor) {
   EXPECT_EQ(file.ReadStrings("l.txt").size(), 2u);
 }
 
+TEST_F(CachedH5FileTest, AnObjectThatCannotBeWrittenCostsNoOther) {
+  {
+    auto plain = PlainH5::File::Create(Path("a.h5"));
+    plain.Table("c.coef/index.dat", {{0, 1}});
+    plain.Table("c.coef/coefs.dat", {{5}}, {.mChunk = {}});  // which cannot grow
+    plain.Table("d.dat", {{0}}, {.mChunk = {}});
+    plain.Characters("old.txt", "x");
+    plain.Table("x.dat", {{0}});
+  }
+  Append("a.h5", 1);
+  Append("b.h5", 1);
+  {
+    CachedH5File file(Path("a.h5"), ReadWrite, {}, 0);
+    file.GetObjectForWrite<Coef>("c.coef").Append(1, {6});
+    file.GetObjectForWrite<Dat>("d.dat").Append({1});
+    file.GetObjectForWrite<Txt>("old.txt") << "more";
+  }
+  const auto write = [] { TheCachedH5FileHolder().WriteCache(); };
+  testing::internal::CaptureStderr();
+  const std::string report = ReportOf(write);
+  EXPECT_TRUE(IsReport(report, "err>=0", "H5Dset_extent failed\nObject '/c.coef' of")) << report;
+  EXPECT_THAT(testing::internal::GetCapturedStderr(),
+              HasSubstr("2 object(s) of file '" + Path("a.h5") +
+                        "' could not be written: '/d.dat' '/old.txt'\n"));
+  EXPECT_EQ(RowsOnDisk("a.h5"), 2u);
+  EXPECT_EQ(RowsOnDisk("b.h5"), 1u);
+  EXPECT_EQ(PlainH5::File::Open(Path("a.h5")).Dims("c.coef/index.dat")[0], 1u);
+  EXPECT_EQ(ReportOf(write), "") << "what failed is dropped";
+}
+
 TEST_F(CachedH5FileTest, Refusals) {
   const auto open = [&](const std::string& name, H5AccessType access) {
     return ReportOf([&] { const CachedH5File file(Path(name), access, {}, 0); });

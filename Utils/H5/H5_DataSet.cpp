@@ -93,6 +93,11 @@ void DataSet::Extend(const std::vector<hsize_t>& dims, const char* message, Loca
   REQUIRE_AT(where, err>=0, message);
 }
 
+void DataSet::PutBack(const std::vector<hsize_t>& dims) const noexcept {
+  const MuteH5Errors mute;
+  H5Dset_extent(mMy_id, dims.data());
+}
+
 void DataSet::WriteBlock(const std::vector<hsize_t>& start, const std::vector<hsize_t>& memoryDims,
                          hid_t memoryType, const void* data, Location where) const {
   DataspaceHandle filespace_id(mTrace(5, H5Dget_space(mMy_id), "H5Dget_space(", mMy_id, ")"));

@@ -58,6 +58,9 @@ class DataSet : public H5_Object {
   /// Changes the extents of the open dataset.
   void Extend(const std::vector<hsize_t>& dims, const char* message, Location where) const;
 
+  /// The same without a report, for what was extended and could then not be written.
+  void PutBack(const std::vector<hsize_t>& dims) const noexcept;
+
   /// Writes `data`, shaped `memoryDims`, to the block of the open dataset at `start` whose extents
   /// are memoryDims too.
   void WriteBlock(const std::vector<hsize_t>& start, const std::vector<hsize_t>& memoryDims,

@@ -7,6 +7,7 @@
 #include "Utils/ErrorHandling/MyAbort.hpp"
 #include "Utils/ErrorHandling/MyErr.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
+#include "Utils/H5/H5_FailedWrites.hpp"
 #include "Utils/H5/H5_Library.hpp"
 #include "Utils/H5/H5_Utils.hpp"
 #include "Utils/Process/Files.hpp"
@@ -225,14 +226,20 @@ bool H5_File::WriteCache(Vexa_H5::LockWait wait) {
     KeepWaiting();
     return false;
   }
-  mpRoot->WriteCache();
-  if (HasHandle() && mAtype == ReadWrite) {
-    Flush();
+  H5_FailedWrites failed;
+  mpRoot->WriteCache(failed);
+  // What was written of the others counts, whatever failed.
+  const bool staysOpen = HasHandle() && mAtype == ReadWrite;
+  if (staysOpen && !failed.IsHopeless() && !failed.Try("/", [this] { Flush(); })) {
+    failed.SetHopeless();
   }
-  mIsWriting = mIsWaiting = mHasWaited = false;
-  if (mAtype == ReadOnly) {
+  mIsWriting = failed.IsHopeless();
+  mIsWaiting = mHasWaited = false;
+  mHasFailed = mHasFailed || !failed.IsEmpty();
+  if (mAtype == ReadOnly && !failed.IsHopeless()) {
     CloseFile();
   }
+  failed.Throw(mFilename);
   return true;
 }
 
@@ -277,15 +284,36 @@ void H5_File::WriteImmediately(H5_Node& node, const std::function<void()>& write
   const ReportContext context(name, mFilename);
   BeginWriting(Vexa_H5::LockWait::Patient());
   const std::size_t openBefore = mOpenNodes.size();
-  if (!node.IsObjectOpen()) {
-    node.OpenObject();
+  const auto openAndWrite = [&] {
+    if (!node.IsObjectOpen()) {
+      node.OpenObject();
+    }
+    write();
+    CloseNodesOpenedSince(openBefore);
+  };
+  if (mIsUnfinished) {
+    // Nobody catches what goes wrong here, so the report has all of its context.
+    openAndWrite();
+    mIsWriting = false;
+    return;
   }
-  write();
-  // The groups above were opened for this object, and are many if each object has its own.
+  H5_FailedWrites failed;
+  if (!failed.Try(name, openAndWrite)) {
+    mHasFailed = true;
+    node.DropCache();
+    if (!FirstFailure().Try([&] { CloseNodesOpenedSince(openBefore); })) {
+      failed.SetHopeless();
+    }
+  }
+  mIsWriting = failed.IsHopeless();
+  failed.Throw(mFilename);
+}
+
+void H5_File::CloseNodesOpenedSince(std::size_t openBefore) {
+  // The groups above an object were opened for it, and are many if each object has its own.
   while (mOpenNodes.size() > openBefore) {
     mOpenNodes.back()->CloseObject();
   }
-  mIsWriting = false;
 }
 
 void H5_File::CountIn(std::uint64_t& total) {

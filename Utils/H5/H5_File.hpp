@@ -50,8 +50,9 @@ class H5_File {
   std::uint64_t CummulativeCacheSize() const;
 
   /// Writes what all objects hold; opens a closed file and leaves it open. Does nothing, not even
-  /// open, when nothing is held. Fails on a ReadOnly file that holds data. A file that has a handle
-  /// is flushed then; one that has none is the caller's to close.
+  /// open, when nothing is held. Fails on a ReadOnly file that holds data. The failure of one
+  /// object is thrown on when the others are written; what it held is dropped. A file that has a
+  /// handle is flushed then; one that has none is the caller's to close.
   /// False if a handle that only reads is in the way, or another program's lock that may be, as
   /// `wait` says. What is held then waits for a later call, which is said once.
   bool WriteCache(Vexa_H5::LockWait wait = Vexa_H5::LockWait::None());
@@ -60,15 +61,19 @@ class H5_File {
   /// Whether others may have changed the file since what is held was appended: it has been waited
   /// for, and what is known of its objects must be compared with what is in it.
   bool HasWaited() const { return mHasWaited; }
-  /// Opens the object of `node`, which is new, calls `write`, and closes the object again.
+  /// Opens the object of `node`, which is new, calls `write`, and closes the object again. If that
+  /// fails, what the object holds is dropped, unless the file is unfinished.
   void WriteImmediately(H5_Node& node, const std::function<void()>& write);
   /// While set, as for a new file at first, the file lacks something that is still to be added.
   void SetUnfinished(bool isUnfinished) { mIsUnfinished = isUnfinished; }
-  /// Whether the file is unfinished, or writing to it failed. It is neither written nor closed then
-  /// when the process ends: what is on disk is not a whole file, and only because nobody closed it
-  /// does no reader take it for one.
+  /// Whether the file is unfinished, or nothing can be written to it any more. It is neither
+  /// written nor closed then when the process ends: what is on disk is not a whole file, and only
+  /// because nobody closed it does no reader take it for one.
   bool IsIncomplete() const { return mIsUnfinished || mIsWriting; }
   bool IsUnfinished() const { return mIsUnfinished; }
+  /// Whether a write failed, if only of one object; what fails when the file is closed then follows
+  /// from that.
+  bool HasFailed() const { return mHasFailed; }
 
   /// Closes all objects but groups.
   void CloseObjectsInGroups();
@@ -102,6 +107,7 @@ class H5_File {
   void Flush();
   bool BeginWriting(Vexa_H5::LockWait wait);
   void KeepWaiting();
+  void CloseNodesOpenedSince(std::size_t openBefore);
   void CacheChanged(std::uint64_t before, std::uint64_t now);
   // The nodes tell what is open and how many were read from disk, so that closing costs what was
   // opened and links that lead in circles through a graph of groups are noticed.
@@ -122,6 +128,7 @@ class H5_File {
   bool mStaysReadable;
   bool mIsUnfinished;  // a new file is, until it has a handle
   bool mIsWriting = false;
+  bool mHasFailed = false;
   std::uint64_t mNodes = 0;
   std::uint64_t mMostNodes = 0;            // a file of this size has no room for more
   std::vector<const H5_Node*> mOpenNodes;  // in the order of opening

@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cmath>
 
+#include "Utils/ErrorHandling/FirstFailure.hpp"
 #include "Utils/ErrorHandling/MyErr.hpp"
+#include "Utils/ErrorHandling/OnFailure.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/H5/InsideStore.hpp"
 
@@ -89,9 +91,21 @@ void IndexedGroup::WriteCache() {
       index.mExtras[k][i] = mCachedExtras[i * extras + k];
     }
   }
+  const std::uint64_t stepsBefore = mIndex.Layout().mRows;
   WriteIndexImmediately_(index);
+  const OnFailure putBack([&] { FirstFailure().Try([&] { mIndex.CutBack(stepsBefore); }); });
   WriteValuesImmediately_(mCachedValues.size(),
                           [this](ColumnWriter& writer) { writer.Append(mCachedValues); });
+  ForgetSteps();
+}
+
+void IndexedGroup::DropCache() {
+  mIndex.DropCache();
+  mValues.DropCache();
+  ForgetSteps();
+}
+
+void IndexedGroup::ForgetSteps() {
   mCachedTimes = {};
   mCachedEnds = {};
   mCachedExtras = {};

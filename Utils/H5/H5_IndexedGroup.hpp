@@ -39,6 +39,7 @@ class IndexedGroup : public H5_Object {
   bool IsObjectOpen() const override { return mGroup.IsObjectOpen(); }
   bool AreAttributesKnown() const override { return mIndex.AreAttributesKnown(); }
   void WriteCache() override;
+  void DropCache() override;
   /// Cuts both tables back to the last whole step, with a notice through MyErr, if they disagree.
   void PrepareToAppend() override;
   std::uint64_t NTimeStepsCached() const override { return mCachedTimes.size(); }
@@ -124,6 +125,7 @@ class IndexedGroup : public H5_Object {
     std::uint64_t mValues;
   };
 
+  void ForgetSteps();
   std::uint64_t CheckedOffset(double offset, std::uint64_t previous) const;
   // Of row `first` only the offset is believed, unless it is the very first.
   WholePart FindWholePart(std::uint64_t first) const;

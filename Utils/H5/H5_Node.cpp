@@ -6,6 +6,7 @@
 #include "Utils/ErrorHandling/OnFailure.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/Factory/FactoryBackbone.hpp"
+#include "Utils/H5/H5_FailedWrites.hpp"
 #include "Utils/H5/H5_File.hpp"
 #include "Utils/H5/H5_ObjectDir.hpp"
 #include "Utils/H5/H5_Utils.hpp"
@@ -268,35 +269,51 @@ void H5_Node::CloseObject() const {
   mpFile->CloseNodes(*this);
 }
 
-void H5_Node::WriteCache() {
+void H5_Node::WriteCache(H5_FailedWrites& failed) {
   if (CummulativeCacheSize() == 0) {
     return;
   }
   mTrace.Line(5, "H5_Node ", Path(), " WriteCache()");
+  const std::string name = FullName();
+  const ReportContext context(name, Filename());
   const bool wasOpen = IsObjectOpen();
   const bool wasKnown = !wasOpen && Object().AreAttributesKnown();
   const std::uint64_t steps = Object().StepsInFile();
-  if (!wasOpen) {
-    OpenObject();
-  }
-  {
-    const std::string name = FullName();
-    const ReportContext context(name, Filename());
+  const bool isWritten = failed.Try(name, [&] {
+    if (!wasOpen) {
+      OpenObject();
+    }
     const std::uint64_t found = mpObject->StepsInFile();
     REQUIRE(found==steps || !wasKnown || !mpFile->HasWaited(),
             "Another program changed the file while it was waited for: there were "
                 << steps << " steps, and are " << found);
     mpObject->WriteCache();
-  }
-  if (mpDirectory != nullptr) {
+  });
+  if (!isWritten) {
+    DropCache();
+  } else if (mpDirectory != nullptr) {
     // Children leave the list while they are written.
     const auto holding = mpDirectory->mHolding;
     for (const auto& [position, child] : holding) {
-      child->WriteCache();
+      failed.IsHopeless() ? child->DropCache() : child->WriteCache(failed);
     }
   }
-  if (!wasOpen) {
-    CloseObject();
+  // What does not reach the file before its object is closed, as on a full disk, is lost to the
+  // library, which is of no use to the file any more.
+  if (!wasOpen && !failed.Try(name, [this] { CloseObject(); })) {
+    failed.SetHopeless();
+  }
+}
+
+void H5_Node::DropCache() {
+  if (mpObject != nullptr) {
+    mpObject->DropCache();
+  }
+  if (mpDirectory != nullptr) {
+    const auto holding = mpDirectory->mHolding;
+    for (const auto& [position, child] : holding) {
+      child->DropCache();
+    }
   }
 }
 

@@ -19,6 +19,7 @@
 #include "Utils/ErrorHandling/Trace.hpp"
 #include "Utils/H5/H5_Object.hpp"
 
+class H5_FailedWrites;
 class H5_File;
 
 class H5_Node final : private CacheListener {
@@ -95,8 +96,11 @@ class H5_Node final : private CacheListener {
   /// Closes this node's object and all that is open below it.
   void CloseObject() const;
   /// Writes what the subtree holds, groups before their members, and touches nothing else. What was
-  /// closed before is closed again after it was written.
-  void WriteCache();
+  /// closed before is closed again after it was written. An object that cannot be written forgets
+  /// what it holds, as a group does with all its members, and the others are written nevertheless.
+  void WriteCache(H5_FailedWrites& failed);
+  /// Has the subtree forget what it holds.
+  void DropCache();
   /// Bytes held by the objects of the subtree. Costs nothing.
   std::uint64_t CummulativeCacheSize() const { return mCacheSize; }
 

@@ -41,6 +41,8 @@ class H5_Object : public Factory::EnableCreation<H5_Object, const std::string&, 
   virtual std::uint64_t StepsInFile() const { return 0; }
   /// Writes what is held to the open object, and forgets it.
   virtual void WriteCache() = 0;
+  /// Forgets what is held, after it could not be written.
+  virtual void DropCache() = 0;
   /// Makes an open object that an earlier process wrote fit to be appended to. Called once, when it
   /// is first asked for to be written.
   virtual void PrepareToAppend() {}

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <ostream>
 
+#include "Utils/ErrorHandling/OnFailure.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/H5/H5_Utils.hpp"
 #include "Utils/H5/H5_WriteRows.hpp"
@@ -179,9 +180,18 @@ void Dat::WriteCache() {
                                                  << ",\nbut Legends has length" << mLegends.size());
   WriteCacheDetail(mCachedData.size() / mNumberOfColumnsPerRow,
                    [this](const OpenTable& table) { WriteRows(table, mExtents[0], mCachedData); });
+  ForgetRows();
+}
+
+void Dat::ForgetRows() {
   std::vector<double>().swap(mCachedData);
   mNumberOfColumnsPerRow = 1;
   ReportCacheSize();
+}
+
+void Dat::DropCache() {
+  mLegendCharacters = 0;  // or a table that cannot be created would wait for ever
+  ForgetRows();
 }
 
 void Dat::WriteCacheDetail(std::uint64_t rows, const std::function<void(const OpenTable&)>& write) {
@@ -190,6 +200,7 @@ void Dat::WriteCacheDetail(std::uint64_t rows, const std::function<void(const Op
   mTrace.Line(3, "H5_ObjectDat append ", rows, " row(s) to '", mName, "' (new dims {", newDims[0],
               ",", newDims[1], "})");
   Extend(newDims, "H5Dset_extent failed", Location::current());
+  const OnFailure putBack([this] { PutBack({mExtents[0], mExtents[1]}); });
   write({mMy_id, mLayout, mName, mTrace, Location::current()});
   mExtents[0] = newDims[0];
   mLayout.mRows = newDims[0];

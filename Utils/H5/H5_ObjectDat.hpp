@@ -48,8 +48,9 @@ class Dat : public DataSet, public Factory::Register<Dat> {
   /// Adds one row to the cache: one value per column in legend order, the time first.
   void Append(const MyVector<double>& row);
 
-  /// Writes all waiting rows to the open table.
+  /// Writes all waiting rows to the open table. If that fails, the table is as long as before.
   void WriteCache() override;
+  void DropCache() override;
 
   /// Writes the waiting rows, then `data` at once as data.size() rows of a one-column table.
   void WriteManyStepsImmediately(const std::vector<double>& data);
@@ -103,11 +104,12 @@ class Dat : public DataSet, public Factory::Register<Dat> {
   void TakeExtents();
   void WriteCacheDetail(std::uint64_t rows, const std::function<void(const OpenTable&)>& write);
   void RequireFileExtents(const char* message) const;
+  void ForgetRows();
 
   bool mCompress = false;
   MyVector<unsigned long long> mExtents;  // empty while unknown, else {rows in the file, columns}
   MyVector<std::string> mLegends;         // one per column
-  std::uint64_t mLegendCharacters = 0;    // of all legends together
+  std::uint64_t mLegendCharacters = 0;    // of all legends together, or 0 once they were dropped
   unsigned long long mChunkRows = 0;      // of a new table
   unsigned long long mNumberOfColumnsPerRow = 1;  // of the waiting rows; 1 while there are none
   std::vector<double> mCachedData;                // waiting rows, row after row

@@ -1,10 +1,12 @@
 #include "Utils/H5/H5_ObjectTxt.hpp"
 
+#include <array>
 #include <ostream>
 #include <vector>
 
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/H5/H5Type.hpp"
+#include "Utils/H5/H5_CharacterSet.hpp"
 #include "Utils/H5/H5_RawChunks.hpp"
 #include "Utils/H5/H5_Utils.hpp"
 #include "Utils/H5/InsideStore.hpp"
@@ -44,8 +46,13 @@ void Txt::Shape(std::vector<hsize_t>& dims, std::vector<hsize_t>& chunk) const {
   chunk = {16};
 }
 
+H5T_cset_t Txt::CharacterSet() const {
+  return Vexa_H5::CharacterSetOf(std::array{mText.view()});
+}
+
 void Txt::WriteCache() {
   const InsideStore inside;
+  mOldDatatype = mOldDatatype || (IsObjectOpen() && SizeOfCache() > 0 && HoldsCharacters());
   REQUIRE(!mOldDatatype, "Cannot write new Txt format into "
                              << mName << ",\nwhich has existing data in the old Txt format.");
   mTrace.Line(5, "Txt WriteCache ", mName);
@@ -67,6 +74,10 @@ void Txt::WriteCache() {
   mTrace.Line(5, "Txt append 1 string to '", mName, "' (new size=", mSize + 1, ")");
   WriteStrings({mSize + 1}, {mSize}, {1}, {text.c_str()});
   mSize += 1;
+  DropCache();
+}
+
+void Txt::DropCache() {
   mText.str("");
   ReportCacheSize();
 }
@@ -77,8 +88,8 @@ std::string Txt::RetrieveData() {
   const std::size_t ndims = dims.size();
   REQUIRE(ndims==1 or ndims==0, "Expected dim of 0 or 1, got " << ndims);
   REQUIRE(ndims==0 or dims[0]==mSize, "Extents inconsistent between memory and file");
-  if (H5TypesEqual(mMy_id, H5Type<char>())) {
-    mOldDatatype = true;
+  mOldDatatype = HoldsCharacters();
+  if (mOldDatatype) {
     return RetrieveCharacters();
   }
   if (ndims == 0) {
@@ -89,6 +100,10 @@ std::string Txt::RetrieveData() {
     text += piece;
   }
   return text;
+}
+
+bool Txt::HoldsCharacters() const {
+  return H5TypesEqual(mMy_id, H5Type<char>());
 }
 
 std::string Txt::RetrieveCharacters() const {

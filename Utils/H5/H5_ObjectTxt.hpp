@@ -33,6 +33,7 @@ class Txt : public StringDataSet, public Factory::Register<Txt> {
   /// Writes the text in memory as one string. A string ends at its first null character, so text
   /// that holds one is refused. Fails on the formats that cannot be appended to.
   void WriteCache() override;
+  void DropCache() override;
 
   /// The whole text in the file: all strings without anything between them.
   std::string RetrieveData();
@@ -50,13 +51,15 @@ class Txt : public StringDataSet, public Factory::Register<Txt> {
  protected:
   void TakeExisting(const std::vector<hsize_t>& dims) override;
   void Shape(std::vector<hsize_t>& dims, std::vector<hsize_t>& chunk) const override;
+  H5T_cset_t CharacterSet() const override;
 
  private:
+  bool HoldsCharacters() const;
   std::string RetrieveCharacters() const;
 
   std::ostringstream mText;      // not yet written
   unsigned long long mSize = 0;  // strings in the file, or characters of the older format
-  bool mOldDatatype = false;     // an array of characters; known after RetrieveData
+  bool mOldDatatype = false;     // an array of characters; known once it was read or written
 };
 
 }  // namespace H5_Objects

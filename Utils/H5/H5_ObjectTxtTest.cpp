@@ -34,6 +34,30 @@ TEST(TxtTest, EveryWriteOfTheCacheIsOneMoreString) {
   EXPECT_EQ(file.ReadStrings("log.txt"), (std::vector<std::string>{"step 7, t=0.5", "b"}));
 }
 
+TEST(TxtTest, KeepsACharacterSetAndChoosesThatOfNewText) {
+  const PlainH5::TempDir dir;
+  auto file = PlainH5::File::Create(dir / "t.h5");
+  const std::tuple<const char*, H5T_cset_t, bool> cases[] = {
+      // text, label, whether the dataset exists
+      {"\xc3\xa9", H5T_CSET_UTF8, true},  {"plain", H5T_CSET_UTF8, true},
+      {"\xc3\xa9", H5T_CSET_ASCII, true}, {"plain", H5T_CSET_ASCII, false},
+      {"\xc3\xa9", H5T_CSET_UTF8, false}, {"latin \xe9", H5T_CSET_ASCII, false}};
+  int number = 0;
+  for (const auto& [text, set, exists] : cases) {
+    const std::string name = std::to_string(number++) + ".txt";
+    if (exists) {
+      file.Strings(name, {"first"}, {1}, set);
+    }
+    Txt txt(name, exists, 0);
+    txt << text;
+    txt.OpenObject(file.Id());
+    txt.WriteCache();
+    txt.CloseObject();
+    EXPECT_EQ(file.CharacterSet(name), set) << text;
+    EXPECT_EQ(file.ReadStrings(name).back(), text);
+  }
+}
+
 TEST(TxtTest, ReadsOtherFormatsAndRefusesToExtendThem) {
   const PlainH5::TempDir dir;
   auto file = PlainH5::File::Create(dir / "t.h5");

@@ -3,6 +3,7 @@
 #include <ostream>
 
 #include "Utils/ErrorHandling/Require.hpp"
+#include "Utils/H5/H5_CharacterSet.hpp"
 #include "Utils/H5/H5_Utils.hpp"
 #include "Utils/H5/InsideStore.hpp"
 
@@ -50,6 +51,14 @@ void Version::Shape(std::vector<hsize_t>& dims, std::vector<hsize_t>& chunk) con
   chunk = {1, 2};
 }
 
+H5T_cset_t Version::CharacterSet() const {
+  std::vector<std::string_view> strings;
+  for (const auto& [hash, help] : mHist) {
+    strings.insert(strings.end(), {hash, help});
+  }
+  return Vexa_H5::CharacterSetOf(strings);
+}
+
 void Version::AttachAttributes() {
   Vexa_H5::AttachAttributes<unsigned long>(mMy_id, "Version", {mCurrentVersion},
                                            mTrace.Verbosity());
@@ -74,6 +83,10 @@ void Version::WriteCache() {
   }
   WriteStrings(dims, {0, 0}, dims, wdata);
   mSize = mHist.size();
+  DropCache();
+}
+
+void Version::DropCache() {
   mHist.clear();
   mCharacters = 0;
   ReportCacheSize();

@@ -29,6 +29,7 @@ class Version : public StringDataSet, public Factory::Register<Version> {
 
   /// Fails with "This can be written only once, " if the file holds a history already.
   void WriteCache() override;
+  void DropCache() override;
 
   /// Fails with "Must call Initialize or OpenObject first".
   unsigned long GetCurrentVersion() const;
@@ -45,6 +46,7 @@ class Version : public StringDataSet, public Factory::Register<Version> {
  protected:
   void TakeExisting(const std::vector<hsize_t>& currdims) override;
   void Shape(std::vector<hsize_t>& dims, std::vector<hsize_t>& chunk) const override;
+  H5T_cset_t CharacterSet() const override;
   void AttachAttributes() override;
 
  private:

@@ -1,5 +1,6 @@
 #include "Utils/H5/H5_StringDataSet.hpp"
 
+#include "Utils/ErrorHandling/OnFailure.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/H5/H5Type.hpp"
 #include "Utils/H5/H5_Storage.hpp"
@@ -33,6 +34,8 @@ void StringDataSet::OpenObject(hid_t parentGroupId) {
     std::vector<hsize_t> chunk;
     Shape(dims, chunk);
     DatatypeHandle type_id(H5Type<std::string>());
+    const herr_t err = H5Tset_cset(type_id, CharacterSet());
+    REQUIRE_AT(mWhere, err>=0, "H5Tset_cset failed");
     mMy_id = Create(parentGroupId, mName, dims, chunk, type_id, false, mWhere);
     const herr_t status = mTrace(5, type_id.Close(), "H5Tclose(type_id)");
     REQUIRE_AT(mWhere, status==0, "H5Tclose failed");
@@ -48,12 +51,29 @@ void StringDataSet::CloseObject() {
   Close(mWhere);
 }
 
+DatatypeHandle StringDataSet::MemoryType() const {
+  DatatypeHandle file_type_id(mTrace(5, H5Dget_type(mMy_id), "H5Dget_type(", mMy_id, ")"));
+  REQUIRE_AT(mWhere, file_type_id>=0, "H5Dget_type failed");
+  REQUIRE_AT(mWhere, H5Tis_variable_str(file_type_id)>0,
+             "Cannot append to " << mName << ", whose elements are not strings of variable length");
+  DatatypeHandle type_id(H5Type<std::string>());
+  // The library does not convert strings of one character set to another.
+  herr_t status = H5Tset_cset(type_id, H5Tget_cset(file_type_id));
+  REQUIRE_AT(mWhere, status>=0, "H5Tset_cset failed");
+  status = mTrace(5, file_type_id.Close(), "H5Tclose(file_type_id)");
+  REQUIRE_AT(mWhere, status==0, "H5Tclose failed");
+  return type_id;
+}
+
 void StringDataSet::WriteStrings(const std::vector<hsize_t>& dims,
                                  const std::vector<hsize_t>& start,
                                  const std::vector<hsize_t>& count,
                                  const std::vector<const char*>& strings) {
+  DatatypeHandle type_id = MemoryType();
   Extend(dims, "H5Dextent failed", mWhere);
-  DatatypeHandle type_id(H5Type<std::string>());
+  std::vector<hsize_t> dimsBefore = dims;
+  dimsBefore[0] = start[0];
+  const OnFailure putBack([&] { PutBack(dimsBefore); });
   WriteBlock(start, count, type_id, strings.data(), mWhere);
   const herr_t status = mTrace(5, type_id.Close(), "H5Tclose(type_id)");
   REQUIRE_AT(mWhere, status==0, "H5Tclose failed");

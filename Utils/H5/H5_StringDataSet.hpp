@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "Utils/H5/H5_DataSet.hpp"
+#include "Utils/H5/Handle.hpp"
 
 namespace H5_Objects {
 
@@ -31,12 +32,18 @@ class StringDataSet : public DataSet {
   /// ... or shapes a new one: extents and chunk, and attributes once it is created.
   virtual void Shape(std::vector<hsize_t>& dims, std::vector<hsize_t>& chunk) const = 0;
   virtual void AttachAttributes() {}
+  /// The character set of a new dataset.
+  virtual H5T_cset_t CharacterSet() const = 0;
 
-  /// Extends the open dataset to `dims` and writes the strings to the block of `count` at `start`.
+  /// Extends the open dataset to `dims` and writes the strings, in the character set of the
+  /// dataset, to the block of `count` at `start`, which ends where the dataset does. If that fails,
+  /// the dataset is as long as before.
   void WriteStrings(const std::vector<hsize_t>& dims, const std::vector<hsize_t>& start,
                     const std::vector<hsize_t>& count, const std::vector<const char*>& strings);
 
  private:
+  DatatypeHandle MemoryType() const;
+
   const char* mTraceName;
   Location mWhere;
   bool mIsKnown = false;

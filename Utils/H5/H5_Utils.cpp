@@ -12,6 +12,7 @@
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/ErrorHandling/Trace.hpp"
 #include "Utils/H5/H5Type.hpp"
+#include "Utils/H5/H5_CharacterSet.hpp"
 #include "Utils/H5/H5_CommittingDriver.hpp"
 #include "Utils/H5/H5_Library.hpp"
 #include "Utils/H5/H5_StringElements.hpp"
@@ -299,6 +300,10 @@ void Vexa_H5::AttachStringsToAttributes(hid_t id, const std::string& name,
   err = trace(5, H5Tset_size(memtype_id, HdfConst::H5T_Variable()),
               "H5Tset_size(memtype, HdfConst::H5T_Variable())");
   REQUIRE(0==err, "H5Tset_size failed");
+  const H5T_cset_t characterSet =
+      CharacterSetOf(std::vector<std::string_view>(list.begin(), list.end()));
+  err = std::min(H5Tset_cset(type_id, characterSet), H5Tset_cset(memtype_id, characterSet));
+  REQUIRE(0==err, "H5Tset_cset failed");
   std::vector<const char*> wdata;
   wdata.reserve(list.size());
   for (const std::string& text : list) {

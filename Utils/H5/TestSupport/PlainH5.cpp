@@ -65,8 +65,8 @@ std::vector<const char*> Pointers(const std::vector<std::string>& strings) {
   return pointers;
 }
 
-std::vector<std::string> TakeStrings(hid_t space, const std::function<herr_t(hid_t, void*)>& read) {
-  const DatatypeHandle type = String();
+std::vector<std::string> TakeStrings(hid_t type, hid_t space,
+                                     const std::function<herr_t(hid_t, void*)>& read) {
   std::vector<char*> pointers(static_cast<std::size_t>(H5Sget_simple_extent_npoints(space)));
   std::vector<std::string> strings;
   EXPECT_TRUE(pointers.empty() || read(type, pointers.data()) >= 0);
@@ -166,7 +166,14 @@ void File::VersionNumber(const std::string& path, unsigned long long number) {
 void File::Strings(const std::string& path, const std::vector<std::string>& strings,
                    const std::vector<hsize_t>& dims, H5T_cset_t set) {
   const DatatypeHandle type = String(H5T_VARIABLE, set);
-  WriteDataset(mId, path, type, type, Space(dims), Pointers(strings).data());
+  const PropertyListHandle list(Checked(H5Pcreate(H5P_DATASET_CREATE)));
+  const hsize_t chunk[] = {16};
+  const hsize_t unlimited[] = {H5S_UNLIMITED};
+  if (dims.size() == 1) {
+    H5Pset_chunk(list, 1, chunk);
+  }
+  WriteDataset(mId, path, type, type, Space(dims, dims.size() == 1 ? unlimited : nullptr),
+               Pointers(strings).data(), list);
 }
 
 void File::Characters(const std::string& path, const std::string& text) {
@@ -207,9 +214,15 @@ Rows File::ReadTable(const std::string& path) const {
 std::vector<std::string> File::ReadStrings(const std::string& path) const {
   const DatasetHandle dataset = OpenDataset(mId, path);
   const DataspaceHandle space(Checked(H5Dget_space(dataset)));
-  return TakeStrings(space, [&](hid_t type, void* pointers) {
+  const DatatypeHandle fileType(Checked(H5Dget_type(dataset)));
+  return TakeStrings(fileType, space, [&](hid_t type, void* pointers) {
     return H5Dread(dataset, type, H5S_ALL, H5S_ALL, H5P_DEFAULT, pointers);
   });
+}
+
+H5T_cset_t File::CharacterSet(const std::string& path) const {
+  const DatatypeHandle type(Checked(H5Dget_type(OpenDataset(mId, path))));
+  return H5Tget_cset(type);
 }
 
 std::vector<std::string> File::ReadStringAttribute(const std::string& path,
@@ -217,8 +230,9 @@ std::vector<std::string> File::ReadStringAttribute(const std::string& path,
   const AttributeHandle attribute(
       Checked(H5Aopen_by_name(mId, path.c_str(), name.c_str(), H5P_DEFAULT, H5P_DEFAULT)));
   const DataspaceHandle space(Checked(H5Aget_space(attribute)));
-  return TakeStrings(
-      space, [&](hid_t type, void* pointers) { return H5Aread(attribute, type, pointers); });
+  return TakeStrings(String(), space, [&](hid_t type, void* pointers) {
+    return H5Aread(attribute, type, pointers);
+  });
 }
 
 std::vector<hsize_t> File::Dims(const std::string& path) const {

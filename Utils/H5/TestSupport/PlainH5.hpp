@@ -53,7 +53,8 @@ class File {
   /// A record with that many entries, {"hash0", "help0"} and so on.
   void Version(const std::string& path, int entries);
   void VersionNumber(const std::string& path, unsigned long long number);
-  /// Strings of variable length with the character set; a scalar if `dims` is empty.
+  /// Strings of variable length with the character set; a scalar if `dims` is empty, and a dataset
+  /// that can grow if it has one dimension.
   void Strings(const std::string& path, const std::vector<std::string>& strings,
                const std::vector<hsize_t>& dims, H5T_cset_t set = H5T_CSET_ASCII);
   void Characters(const std::string& path, const std::string& text);
@@ -65,6 +66,7 @@ class File {
   bool Has(const std::string& path) const;
   Rows ReadTable(const std::string& path) const;
   std::vector<std::string> ReadStrings(const std::string& path) const;
+  H5T_cset_t CharacterSet(const std::string& path) const;
   std::vector<std::string> ReadStringAttribute(const std::string& path,
                                                const std::string& name) const;
   std::vector<hsize_t> Dims(const std::string& path) const;
