@@ -15,6 +15,7 @@
 
 /// A light handle on one of the holder's files. Only one handle per file may be alive. Names are
 /// paths in the file, such as "/Run.dir/a.dat"; leading, trailing and doubled slashes do nothing.
+/// A table that the file has under an older, misspelled name is found under its right name as well.
 /// Objects are lent: they are the file's, and valid until the cache is purged.
 class CachedH5File {
  public:

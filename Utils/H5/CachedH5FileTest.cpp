@@ -369,6 +369,23 @@ TEST_F(CachedH5FileTest, AnObjectThatCannotBeWrittenCostsNoOther) {
   EXPECT_EQ(ReportOf(write), "") << "what failed is dropped";
 }
 
+TEST_F(CachedH5FileTest, ATableIsFoundUnderItsOlderName) {
+  const std::string older = "/G.dir/DimensionfullInertialSpin.dat";
+  const std::string right = "/G.dir/DimensionfulInertialSpin.dat";
+  PlainH5::File::Create(Path("a.h5")).Table(older, {{0}});
+  {
+    CachedH5File file(Path("a.h5"), ReadWrite, {}, 0);
+    file.GetObjectForWrite<Dat>(right).Append({1});
+    EXPECT_EQ(file.Path(right), older);
+    EXPECT_EQ(file.GetNames("*", true), (MyVector<std::string>{older}));
+    file.GetObjectForWrite<Dat>("DimensionfullInertialSpinMag.dat");
+    EXPECT_FALSE(file.Exists("DimensionfulInertialSpinMag.dat")) << "new ones are two";
+    EXPECT_EQ(file.GetObjectForRead<Dat>(right).GetExtents()[0], 2u);
+  }
+  TheCachedH5FileHolder().PurgeCache();
+  EXPECT_EQ(PlainH5::File::Open(Path("a.h5")).Dims(older)[0], 2u);
+}
+
 TEST_F(CachedH5FileTest, Refusals) {
   const auto open = [&](const std::string& name, H5AccessType access) {
     return ReportOf([&] { const CachedH5File file(Path(name), access, {}, 0); });

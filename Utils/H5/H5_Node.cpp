@@ -8,6 +8,7 @@
 #include "Utils/Factory/FactoryBackbone.hpp"
 #include "Utils/H5/H5_FailedWrites.hpp"
 #include "Utils/H5/H5_File.hpp"
+#include "Utils/H5/H5_ObjectDat.hpp"
 #include "Utils/H5/H5_ObjectDir.hpp"
 #include "Utils/H5/H5_Utils.hpp"
 #include "Utils/StringParsing/GlobMatches.hpp"
@@ -165,6 +166,20 @@ H5_Node& H5_Node::CreateChild(const std::string& non_path_name) {
   return InsertChild(non_path_name, Origin::New);
 }
 
+H5_Node* H5_Node::FindChild(const std::string& name) const {
+  if (mpDirectory == nullptr) {
+    return nullptr;
+  }
+  H5_Node* child = mpDirectory->mChildren.Find(name);
+  if (child == nullptr) {
+    const std::string legacyName = H5_Objects::LegacyName(name);
+    child = legacyName == name ? nullptr : mpDirectory->mChildren.Find(legacyName);
+    // Whoever makes objects under both names means two.
+    return child == nullptr || !child->mIsOnDisk ? nullptr : child;
+  }
+  return child;
+}
+
 H5_Node* H5_Node::DirectoryTraversal(std::string_view path, bool create) {
   H5_Node* ptr = this;
   while (!path.empty()) {
@@ -181,8 +196,7 @@ H5_Node* H5_Node::DirectoryTraversal(std::string_view path, bool create) {
       mTrace.Line(5, "changed path to ", ptr->FullName());
       continue;
     }
-    H5_Node* child =
-        ptr->mpDirectory == nullptr ? nullptr : ptr->mpDirectory->mChildren.Find(piece);
+    H5_Node* child = ptr->FindChild(piece);
     if (child == nullptr && !create) {
       mTrace.Line(5, "node ", piece, " not found.  Terminate directory traversal.");
       return nullptr;

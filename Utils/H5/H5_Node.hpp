@@ -60,8 +60,9 @@ class H5_Node final : private CacheListener {
   H5_Node& GetNode(const std::string& path);
   const H5_Node& GetNode(const std::string& path) const;
   bool Exists(const std::string& path) const;
-  /// Follows a path: empty pieces do nothing, ".." leads to the parent, which the root has not.
-  /// Null if a piece is missing and not to be created.
+  /// Follows a path; a table that the file has under an older name is found under its right one
+  /// too. Empty pieces do nothing, ".." leads to the parent, which the root has not. Null if a
+  /// piece is missing and not to be created.
   H5_Node* DirectoryTraversal(std::string_view path, bool create);
 
   /// The object, made when it is first asked for.
@@ -127,6 +128,7 @@ class H5_Node final : private CacheListener {
   const H5_File* Root() const { return mpFile; }
   void InitChildrenFromDir(const Ancestors* above);
   void OpenNode(hid_t parentId) const;
+  H5_Node* FindChild(const std::string& name) const;
   H5_Node& InsertChild(const std::string& name, Origin origin);
   void CacheChanged(std::uint64_t before, std::uint64_t now) override;
   void RequireNoCycle(const Ancestors& group) const;

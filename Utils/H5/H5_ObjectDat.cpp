@@ -15,17 +15,6 @@ namespace H5_Objects {
 
 namespace {
 
-// The name under which older files carry a table, or the name itself.
-std::string LegacyName(const std::string& name) {
-  if (name == "DimensionfulInertialSpin.dat") {
-    return "DimensionfullInertialSpin.dat";
-  }
-  if (name == "DimensionfulInertialSpinMag.dat") {
-    return "DimensionfullInertialSpinMag.dat";
-  }
-  return name;
-}
-
 std::uint64_t Characters(const MyVector<std::string>& strings) {
   std::uint64_t characters = 0;
   for (const std::string& text : strings) {
@@ -43,6 +32,16 @@ MyVector<std::string> UndefinedLegends(std::uint64_t columns) {
 }
 
 }  // namespace
+
+std::string LegacyName(const std::string& name) {
+  if (name == "DimensionfulInertialSpin.dat") {
+    return "DimensionfullInertialSpin.dat";
+  }
+  if (name == "DimensionfulInertialSpinMag.dat") {
+    return "DimensionfullInertialSpinMag.dat";
+  }
+  return name;
+}
 
 std::string Dat::Help() {
   return "H5_Object::Dat                                                 \n"

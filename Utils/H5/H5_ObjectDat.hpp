@@ -17,6 +17,9 @@
 
 namespace H5_Objects {
 
+/// The name under which older files carry the table of that name, or the name itself.
+std::string LegacyName(const std::string& name);
+
 /// A Dat is a table that grows by rows: one two-dimensional dataset of doubles, a row per time
 /// step, a named column per quantity. Appended rows wait in memory until the file cache has them
 /// written. On disk every chunk is a run of rows of a single column.
