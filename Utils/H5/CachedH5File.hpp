@@ -54,11 +54,11 @@ class CachedH5File {
     return Cast<OBJECT>(GetObjectForRead_(name, OBJECT::ClassID()));
   }
   /// The object for appending, made with the groups above it if it does not exist. A new object
-  /// leaves the file untouched, unless a signal asked for a flush. One that is in the file has its extents, legends and counts known;
-  /// for that it is opened when a process first asks for it, and the file stays open until this
-  /// handle goes. A set whose index and values disagree, as a killed run may leave them, is cut
-  /// back to its last whole step then, with a notice through MyErr. Fails if this handle is
-  /// ReadOnly, or the object is not of the kind.
+  /// leaves the file untouched, unless a signal asked for a flush. One that is in the file has its
+  /// extents, legends and counts known; for that it is opened when a process first asks for it, and
+  /// the file stays open until this handle goes. A set whose index and values disagree, as a killed
+  /// run may leave them, is cut back to its last whole step then, with a notice through MyErr.
+  /// Fails if this handle is ReadOnly, or the object is not of the kind.
   template <class OBJECT>
   OBJECT& GetObjectForWrite(const std::string& name) {
     return Cast<OBJECT>(GetObjectForWrite_(name, OBJECT::ClassID()));

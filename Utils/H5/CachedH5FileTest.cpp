@@ -212,6 +212,7 @@ TEST_F(CachedH5FileTest, AnOpeningAndTheEndWaitForAnotherProgram) {
   Append("a.h5", 1);
   EXPECT_EXIT(MyAbort(), testing::ExitedWithCode(3), "is opened for writing while others read it");
   EXPECT_EQ(RowsOnDisk("a.h5"), 4u);
+  EXPECT_NE(ReportOf([&] { holder.PurgeCache(); }), "") << "the row that the other process wrote";
 }
 
 TEST_F(CachedH5FileTest, RowsOfAnotherProgramAreNoticedAfterAWait) {
@@ -246,7 +247,8 @@ TEST_F(CachedH5FileTest, AHandleThatAnExceptionPassesLetsItsFileGo) {
     file.GetObjectForRead<Dat>("no.dat");
   });
   fail("a.h5", [](CachedH5File& file) {
-    file.WriteImmediately("x.dat", [] { REQUIRE(false, "interrupts a write"); });
+    file.GetObjectForWrite<Dat>("y.dat").Initialize({"time"}, false, 4);
+    file.WriteImmediately("y.dat", [] { REQUIRE(false, "interrupts a write"); });
   });
   EXPECT_TRUE(OtherProgram(Path("a.h5"), LOCK_EX).mIsLocked);
   Append("a.h5", 1);

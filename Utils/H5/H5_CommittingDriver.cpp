@@ -155,9 +155,17 @@ class File {
   }
 
   herr_t Commit(hid_t dxpl_id, hbool_t isClosing) {
-    if (std::exchange(mLacksMetadata, false)) {
-      return -1;
-    }
+    mHasFailed = std::exchange(mLacksMetadata, false) || TryToCommit(dxpl_id, isClosing) < 0;
+    return mHasFailed ? -1 : 0;
+  }
+
+  // While it closes a file the library writes to it after its last flush, too.
+  herr_t CommitRest() {
+    return mHasFailed || (mHeld.IsEmpty() && mEnd == mCommittedEnd) ? 0 : Commit(H5P_DEFAULT, true);
+  }
+
+ private:
+  herr_t TryToCommit(hid_t dxpl_id, hbool_t isClosing) {
     if (!mHasContent) {
       // In one piece, its unused end included.
       const std::vector<unsigned char> rest(std::max(mEnd, FileEnd()) - FileEnd(), 0);
@@ -212,6 +220,7 @@ class File {
   haddr_t mEnd;      // of the file as the library sees it
   haddr_t mCommittedEnd;
   bool mLacksMetadata = false;  // some that the library wrote since the last flush
+  bool mHasFailed = false;      // at the last flush
   Pieces mHeld;
 };
 
@@ -243,6 +252,18 @@ herr_t Guarded(const Function& function) {
   }
 }
 
+// Keeps the library's errors while its interface is called, which would clear them.
+class KeptErrors {
+ public:
+  KeptErrors() : mErrors_id(H5Eget_current_stack()) {}
+  ~KeptErrors() { H5Eset_current_stack(mErrors_id); }
+  KeptErrors(const KeptErrors&) = delete;
+  KeptErrors& operator=(const KeptErrors&) = delete;
+
+ private:
+  hid_t mErrors_id;
+};
+
 H5FD_t* OpenBelow(const char* name, unsigned flags, hid_t fapl_id, haddr_t maxAddress) {
   // The library prints its errors once more on the way up.
   const MuteH5Errors mute;
@@ -251,12 +272,8 @@ H5FD_t* OpenBelow(const char* name, unsigned flags, hid_t fapl_id, haddr_t maxAd
     return nullptr;
   }
   H5FD_t* const below = H5FDopen(name, flags, below_id, maxAddress);
-  if (below == nullptr) {
-    // Closing the list would clear the errors that say why.
-    const hid_t errors_id = H5Eget_current_stack();
-    below_id.Close();
-    H5Eset_current_stack(errors_id);
-  }
+  const KeptErrors kept;
+  below_id.Close();
   return below;
 }
 
@@ -276,8 +293,10 @@ H5FD_t* Open(const char* name, unsigned flags, hid_t fapl_id, haddr_t maxAddress
 }
 
 herr_t Close(H5FD_t* file) {
-  // What is held without having been flushed is what a failed flush left.
-  const herr_t err = H5FDclose(BelowOf(file));
+  // What is held after a failed flush is not whole, and goes no further.
+  const herr_t rest = Guarded([file] { return FileOf(file).CommitRest(); });
+  const KeptErrors kept;
+  const herr_t err = std::min(H5FDclose(BelowOf(file)), rest);
   delete &FileOf(file);
   delete reinterpret_cast<DriverFile*>(file);
   return err;
