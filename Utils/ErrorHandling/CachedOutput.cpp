@@ -96,6 +96,7 @@ void CachedOutput::FlushCachedOutput() {
 void CachedOutput::FlushCachedOutputOnAllProcessors() {
   ParallelRuntime::Instance().RequestFlushOfOthers();
   FlushCachedOutput();
+  ParallelRuntime::Instance().SayWritten();
 }
 
 void CachedOutput::FlushIfRequested() {
@@ -109,6 +110,7 @@ void CachedOutput::FlushIfRequested() {
   sFlushRequested = false;
   sIsEnding = isEndRequested;
   FlushCachedOutput();
+  ParallelRuntime::Instance().SayWritten();
   if (isEndRequested) {
     EndBySIGTERM();
   }

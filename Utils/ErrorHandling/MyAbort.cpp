@@ -6,9 +6,12 @@
 #include <chrono>
 #include <cstdlib>
 #include <iostream>
+#include <new>
+#include <string>
 #include <thread>
 
 #include "Utils/ErrorHandling/CachedOutput.hpp"
+#include "Utils/ErrorHandling/MyErr.hpp"
 #include "Utils/ErrorHandling/ParallelRuntime.hpp"
 #include "Utils/ErrorHandling/Signals.hpp"
 #include "Utils/ErrorHandling/SigpipeHeldBack.hpp"
@@ -23,6 +26,22 @@ thread_local bool tIsEndingProcess = false;
 // Nobody calls the signal handlers, so a linker would leave their object in the archive. Every way
 // to fail leads here: whatever program can fail has the handlers, too.
 [[maybe_unused]] const bool sSignalsAreLinked = EnableSignalBacktraces();
+
+// Gives the other processes their time to write, and says who is not known to have done so.
+void WaitForOthers(const ParallelRuntime& runtime) {
+  using Clock = std::chrono::steady_clock;
+  const Clock::time_point end = Clock::now() + std::chrono::seconds(SleepSeconds);
+  while (!runtime.OthersHaveWritten() && Clock::now() < end) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  try {
+    if (const std::string text = runtime.OthersNotWritten(); !text.empty()) {
+      MyErr << text;
+    }
+  } catch (const std::bad_alloc&) {
+    // Memory may be what the process ends for; the job is aborted without this word.
+  }
+}
 
 }  // namespace
 
@@ -43,7 +62,7 @@ void MyAbort() noexcept {
   if (runtime.IsInitialized() && runtime.NumberOfProcesses() >= 2) {
     CachedOutput::FlushCachedOutputOnAllProcessors();
     sHasFlushed = true;
-    std::this_thread::sleep_for(std::chrono::seconds(SleepSeconds));
+    WaitForOthers(runtime);
     runtime.Abort(-1);
   } else {
     CachedOutput::FlushCachedOutput();

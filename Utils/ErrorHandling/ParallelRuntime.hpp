@@ -2,6 +2,8 @@
 // process that no parallel runtime started; a real runtime derives from it and installs itself.
 #pragma once
 
+#include <string>
+
 class ParallelRuntime {
  public:
   virtual ~ParallelRuntime() = default;
@@ -13,6 +15,14 @@ class ParallelRuntime {
 
   /// Sends SIGUSR2 to the other processes of the job; see CachedOutput.
   virtual void RequestFlushOfOthers() const {}
+  /// Tells whoever asked that this process has written its cached output.
+  virtual void SayWritten() const {}
+  /// Whether all other processes are known to have written since they were last asked, so that
+  /// nobody has to wait for them. Allocates nothing.
+  virtual bool OthersHaveWritten() const { return false; }
+  /// Lines for a report that name the processes not known to have written; empty if there is
+  /// nothing to say.
+  virtual std::string OthersNotWritten() const { return ""; }
 
   /// Calls the runtime's error handler with the code, then ends all processes with it. Does not
   /// return; only that of a single process, which has nobody else to end, does.
