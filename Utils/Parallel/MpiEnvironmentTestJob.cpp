@@ -1,9 +1,14 @@
 // A job of several processes that ends in MyAbort() on the last rank, while the others work on from
-// one safe point to the next. With the argument "mpi" a call of MPI fails on that rank instead,
-// with "normal" nothing does.
+// one safe point to the next. The argument makes a difference:
+//   mpi     a call of MPI fails on that rank instead
+//   wait    every other process waits in MPI, where it comes to no safe point
+//   normal  nothing fails
+//   own     the program starts MPI and finalises it, ignores its failures, and fails afterwards
+//   fatal   the program starts MPI and leaves it its error handler
 #include <mpi.h>
 
-#include <iostream>
+#include <cstdlib>
+#include <fstream>
 #include <string>
 #include <thread>
 
@@ -17,28 +22,54 @@ namespace {
 
 struct Output : CachedOutputObject {
   void WriteCache() const override {
-    std::cout << "flushed by rank " + std::to_string(ParallelRuntime::Instance().Rank()) + "\n"
-              << std::flush;
+    std::ofstream("flushed" + std::to_string(ParallelRuntime::Instance().Rank())) << ";";
   }
 };
+
+void SendToNobody() {
+  MPI_Send(nullptr, 0, MPI_INT, ParallelRuntime::Instance().NumberOfProcesses(), 0, MPI_COMM_WORLD);
+}
+
+[[noreturn]] void RunOwnMpi(int argc, char** argv) {
+  MPI_Init(&argc, &argv);
+  MPI_Comm_set_errhandler(MPI_COMM_WORLD, MPI_ERRORS_RETURN);
+  { const MpiEnvironment ended(argc, argv); }
+  {
+    const MpiEnvironment environment(argc, argv);
+    SendToNobody();
+    MPI_Finalize();
+  }
+  const MpiEnvironment tooLate(argc, argv);
+  std::exit(0);
+}
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  const MpiEnvironment environment(argc, argv);
   const Output output;
-  const ParallelRuntime& runtime = ParallelRuntime::Instance();
   const std::string what = argc > 1 ? argv[1] : "abort";
+  if (what == "own") {
+    RunOwnMpi(argc, argv);
+  }
+  if (what == "fatal") {
+    MPI_Init(&argc, &argv);
+  }
+  const MpiEnvironment environment(argc, argv);
+  const ParallelRuntime& runtime = ParallelRuntime::Instance();
   if (what == "normal") {
     return 0;
   }
+  // Nobody has to wait that long if all answer.
+  MyAbort_ChangeSleepSeconds(what == "wait" ? 3 : 100);
   if (runtime.Rank() == runtime.NumberOfProcesses() - 1) {
-    MyAbort_ChangeSleepSeconds(1);
     if (what == "mpi") {
-      MPI_Send(nullptr, 0, MPI_INT, runtime.NumberOfProcesses(), 0, MPI_COMM_WORLD);
+      SendToNobody();
     }
     MyErr << "giving up\n";
     MyAbort();
+  }
+  if (what == "wait" && runtime.Rank() % 2 == 0) {
+    MPI_Barrier(MPI_COMM_WORLD);
   }
   for (;;) {
     CachedOutput::FlushIfRequested();
