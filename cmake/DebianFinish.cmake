@@ -7,7 +7,7 @@ function(run)
   execute_process(COMMAND ${ARGV} COMMAND_ERROR_IS_FATAL ANY)
 endfunction()
 
-foreach(component Runtime Development)
+foreach(component IN LISTS CPACK_COMPONENTS_ALL)
   string(TOUPPER ${component} upper)
   set(package ${CPACK_DEBIAN_${upper}_PACKAGE_NAME})
   set(root ${CPACK_TEMPORARY_DIRECTORY}/${component}/usr)

@@ -1,7 +1,7 @@
 # What `cmake --install` puts in place beyond the programs and the libraries, which install
 # themselves: man pages and completions, the documents, the CMake package that find_package(Vexa)
 # loads, and the same for pkg-config. The component Runtime is for those who join files,
-# Development for those who write them.
+# Development for those who write them, Parallel for those who do so under MPI.
 include(CMakePackageConfigHelpers)
 include(GNUInstallDirs)
 
@@ -17,10 +17,6 @@ install(FILES docs/cluster.md docs/design.md docs/file-format.md docs/plan.svg d
         DESTINATION ${VEXA_DOCDIR}/docs COMPONENT Runtime)
 
 set(VEXA_PACKAGE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/Vexa)
-set(VEXA_WITH_MPI OFF)
-if(TARGET Vexa_Parallel AND MPI_CXX_FOUND)
-  set(VEXA_WITH_MPI ON)
-endif()
 get_property(VEXA_WITH_LIBDEFLATE GLOBAL PROPERTY VEXA_WITH_LIBDEFLATE)
 if(NOT VEXA_WITH_LIBDEFLATE)
   set(VEXA_WITH_LIBDEFLATE OFF)
@@ -37,11 +33,15 @@ if(VEXA_WITH_LIBDEFLATE)
 endif()
 install(EXPORT VexaTargets NAMESPACE Vexa:: DESTINATION ${VEXA_PACKAGE_DIR}
         COMPONENT Development)
+get_property(VEXA_OPTIONAL_LIBRARIES GLOBAL PROPERTY VEXA_OPTIONAL_LIBRARIES)
+foreach(name IN LISTS VEXA_OPTIONAL_LIBRARIES)
+  install(EXPORT Vexa${name}Targets NAMESPACE Vexa:: DESTINATION ${VEXA_PACKAGE_DIR}
+          COMPONENT ${name})
+endforeach()
 
 # Libraries were made from the bottom up, and are linked from the top down. The one that stands on
-# MPI is left out: its users need the compiler that MPI wraps.
+# MPI is not among them: its users need the compiler that MPI wraps.
 get_property(flags GLOBAL PROPERTY VEXA_LINK_FLAGS)
-list(REMOVE_ITEM flags -lVexaParallel)
 list(REVERSE flags)
 list(JOIN flags " " VEXA_LINK_FLAGS)
 set(VEXA_REQUIRES muparser zlib)

@@ -1,5 +1,6 @@
-# `cpack` makes two Debian packages: kelmor with the programs, their man pages, completions and the
-# documents, and libvexa-dev with what a simulation needs to write such files.
+# `cpack` makes the Debian packages: kelmor with the programs, their man pages, completions and the
+# documents, libvexa-dev with what a simulation needs to write such files, and libvexa-mpi-dev with
+# what it needs besides under MPI, if that was found.
 # scripts/package builds for that; any other build can be packed as well.
 set(VEXA_PACKAGE_CONTACT "Vexa maintainers <maintainers@vexa.invalid>" CACHE STRING
     "Who looks after the packages")
@@ -10,7 +11,7 @@ set(CPACK_PACKAGE_NAME kelmor)
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")
 set(CPACK_PACKAGE_CONTACT ${VEXA_PACKAGE_CONTACT})
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
-set(CPACK_COMPONENTS_ALL Runtime Development)
+set(CPACK_COMPONENTS_ALL Runtime Development ${VEXA_OPTIONAL_LIBRARIES})
 set(CPACK_COMPONENTS_GROUPING IGNORE)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_STRIP_FILES ON)
@@ -38,19 +39,26 @@ set(needed libhdf5-dev libmuparser-dev zlib1g-dev)
 if(VEXA_WITH_LIBDEFLATE)
   list(APPEND needed libdeflate-dev)
 endif()
-if(VEXA_WITH_MPI)
-  # Its library serves one MPI alone, the one that it was built with.
-  if(MPI_CXX_HEADER_DIR MATCHES mpich)
-    list(APPEND needed libmpich-dev)
-  else()
-    list(APPEND needed libopenmpi-dev)
-  endif()
-endif()
 list(JOIN needed ", " CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS)
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION
 "store through which simulations write HDF5 files
 Vexa keeps tables, sets of coefficients, tensor series, texts and version
 records in HDF5 files, which Kelmor joins. This package has its static
 libraries, its headers, and what CMake and pkg-config need to find them.")
+
+set(CPACK_DEBIAN_PARALLEL_PACKAGE_NAME libvexa-mpi-dev)
+set(CPACK_DEBIAN_PARALLEL_PACKAGE_SECTION libdevel)
+# The library serves one MPI alone, the one that it was built with.
+set(mpi libopenmpi-dev)
+if(MPI_CXX_HEADER_DIR MATCHES mpich)
+  set(mpi libmpich-dev)
+endif()
+set(CPACK_DEBIAN_PARALLEL_PACKAGE_DEPENDS "libvexa-dev (= ${PROJECT_VERSION}), ${mpi}")
+set(CPACK_COMPONENT_PARALLEL_DESCRIPTION
+"store through which simulations write HDF5 files, under MPI
+Vexa keeps tables, sets of coefficients, tensor series, texts and version
+records in HDF5 files, which Kelmor joins. This package has the library
+through which the processes of an MPI job write what they hold when one of
+them fails.")
 
 include(CPack)

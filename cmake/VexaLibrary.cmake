@@ -19,15 +19,16 @@ function(vexa_own_code target)
   endif()
 endfunction()
 
-# vexa_add_library(<name> [REGISTERS] SOURCES ... HEADERS ... [DEPENDS ...] [PRIVATE_DEPENDS ...]
-#                  [TESTS ...] [TEST_DEPENDS ...])
+# vexa_add_library(<name> [REGISTERS] [OPTIONAL] SOURCES ... HEADERS ... [DEPENDS ...]
+#                  [PRIVATE_DEPENDS ...] [TESTS ...] [TEST_DEPENDS ...])
 #
 # Makes the static library Vexa::<name> of the current folder and, from TESTS, the test program
 # <name>Test, which links that library only (and what TEST_DEPENDS adds). With REGISTERS the
 # library is linked whole: a linker drops archive members that nobody refers to, and with them
-# the objects that enter the folder's classes into the class registry.
+# the objects that enter the folder's classes into the class registry. With OPTIONAL the library is
+# installed as a component of its own, which users have to ask find_package(Vexa) for.
 function(vexa_add_library name)
-  cmake_parse_arguments(ARG "REGISTERS" ""
+  cmake_parse_arguments(ARG "REGISTERS;OPTIONAL" ""
                         "SOURCES;HEADERS;DEPENDS;PRIVATE_DEPENDS;TESTS;TEST_DEPENDS" ${ARGN})
   set(library Vexa_${name})
   set(exported ${name})
@@ -44,9 +45,16 @@ function(vexa_add_library name)
                              $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/Vexa>)
   target_link_libraries(${library} PUBLIC ${ARG_DEPENDS} PRIVATE ${ARG_PRIVATE_DEPENDS})
   set_target_properties(${library} PROPERTIES EXPORT_NAME ${exported} OUTPUT_NAME Vexa${exported})
-  install(TARGETS ${library} EXPORT VexaTargets
-          ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT Development
-          FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/Vexa COMPONENT Development)
+  set(component Development)
+  set(export VexaTargets)
+  if(ARG_OPTIONAL)
+    set(component ${name})
+    set(export Vexa${name}Targets)
+    set_property(GLOBAL APPEND PROPERTY VEXA_OPTIONAL_LIBRARIES ${name})
+  endif()
+  install(TARGETS ${library} EXPORT ${export}
+          ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT ${component}
+          FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/Vexa COMPONENT ${component})
 
   # For the link line of pkg-config. What is linked whole is a single word, so that nothing can be
   # sorted out of its brackets.
@@ -54,7 +62,9 @@ function(vexa_add_library name)
   if(ARG_REGISTERS)
     set(flag -Wl,--push-state,--whole-archive,${flag},--pop-state)
   endif()
-  set_property(GLOBAL APPEND PROPERTY VEXA_LINK_FLAGS ${flag})
+  if(NOT ARG_OPTIONAL)
+    set_property(GLOBAL APPEND PROPERTY VEXA_LINK_FLAGS ${flag})
+  endif()
 
   if(ARG_REGISTERS)
     add_library(Vexa_${name} INTERFACE)
@@ -63,7 +73,7 @@ function(vexa_add_library name)
     target_link_libraries(Vexa_${name} INTERFACE
                           "$<LINK_LIBRARY:WHOLE_ARCHIVE,Vexa::${exported}>" ${ARG_DEPENDS})
     set_target_properties(Vexa_${name} PROPERTIES EXPORT_NAME ${name})
-    install(TARGETS Vexa_${name} EXPORT VexaTargets)
+    install(TARGETS Vexa_${name} EXPORT ${export})
   endif()
 
   if(VEXA_BUILD_TESTS AND ARG_TESTS)

@@ -1,4 +1,4 @@
-"""Packs this build, unpacks both packages into an empty root, and uses them from there."""
+"""Packs this build, unpacks the packages into an empty root, and uses them from there."""
 
 import argparse
 import os
@@ -21,6 +21,7 @@ arguments = parser.parse_args()
 sources = pathlib.Path(arguments.sources)
 work = pathlib.Path(arguments.work)
 root = work / "root"
+hasMpi = pathlib.Path(arguments.build, "Utils/Parallel").exists()
 
 
 def run(*command, **options):
@@ -49,7 +50,8 @@ class TestPackage(unittest.TestCase):
             run("dpkg-deb", "-x", package, root)
 
     def test_holds_programs_here_and_headers_there(self):
-        self.assertEqual(sorted(self.packages), ["kelmor", "libvexa-dev"])
+        self.assertEqual(sorted(self.packages),
+                         ["kelmor", "libvexa-dev", *["libvexa-mpi-dev"] * hasMpi])
         for name, package in self.packages.items():
             found = set()
             for line in run("dpkg-deb", "-c", package).splitlines():
@@ -60,7 +62,8 @@ class TestPackage(unittest.TestCase):
                 self.assertNotIn("Test", member)
                 found.add(member.removeprefix("./"))
             headers = {file for file in found if file.endswith(".hpp")}
-            self.assertEqual(bool(headers), name == "libvexa-dev")
+            self.assertEqual({"/Parallel/" in header for header in headers},
+                             {"kelmor": set(), "libvexa-dev": {False}}.get(name, {True}))
             for header in headers:    # whatever it includes of ours must be there
                 text = (root / header).read_text()
                 for included in re.findall(r'^ *# *include +"(.*)"', text, re.MULTILINE):
@@ -124,6 +127,11 @@ class TestPackage(unittest.TestCase):
     def test_depends_on_what_it_needs(self):
         self.assertRegex(field(self.packages["kelmor"], "Depends"), r"libhdf5.*python3|python3.*libhdf5")
         depends = field(self.packages["libvexa-dev"], "Depends").split(", ")
+        self.assertNotIn("mpi", " ".join(depends))
+        if hasMpi:
+            version = field(self.packages["libvexa-dev"], "Version")
+            self.assertRegex(field(self.packages["libvexa-mpi-dev"], "Depends"),
+                             rf"^libvexa-dev \(= {version}\), lib\w*mpi\w*-dev$")
         run("dpkg-query", "-W", *depends)
         modules = run("pkg-config", "--print-requires", "vexa", env=self.pkg_config()).split()
         self.assertGreaterEqual(len(modules), 3)
@@ -148,9 +156,14 @@ class TestPackage(unittest.TestCase):
         self.assertEqual((folder / "run.h5").read_bytes(), (folder / "joined.h5").read_bytes())
 
     def test_serves_cmake(self):
-        build = work / "cmake"
+        for withoutMpi in ("ON", "OFF"):
+            self.serve_cmake(work / f"cmake-{withoutMpi}",
+                             f"-DCMAKE_DISABLE_FIND_PACKAGE_MPI={withoutMpi}")
+        self.assertEqual((work / "cmake-OFF/ParallelConsumer").exists(), hasMpi)
+
+    def serve_cmake(self, build, option):
         run("cmake", "-S", sources / "Tests/Package/Consumer", "-B", build,
-            "-G", arguments.generator, f"-DCMAKE_PREFIX_PATH={root}",
+            "-G", arguments.generator, f"-DCMAKE_PREFIX_PATH={root}", option,
             f"-DCMAKE_BUILD_TYPE={arguments.build_type}",
             f"-DCMAKE_CXX_COMPILER={arguments.compiler}", f"-DCMAKE_CXX_FLAGS={arguments.flags}")
         cache = (build / "CMakeCache.txt").read_text()
