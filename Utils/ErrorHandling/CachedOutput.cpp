@@ -93,10 +93,17 @@ void CachedOutput::FlushCachedOutput() {
   }
 }
 
+void CachedOutput::SayIfWritten() {
+  if (std::none_of(Objects().begin(), Objects().end(),
+                   [](const CachedOutputObject* object) { return object->HoldsBack(); })) {
+    ParallelRuntime::Instance().SayWritten();
+  }
+}
+
 void CachedOutput::FlushCachedOutputOnAllProcessors() {
   ParallelRuntime::Instance().RequestFlushOfOthers();
   FlushCachedOutput();
-  ParallelRuntime::Instance().SayWritten();
+  SayIfWritten();
 }
 
 void CachedOutput::FlushIfRequested() {
@@ -110,7 +117,7 @@ void CachedOutput::FlushIfRequested() {
   sFlushRequested = false;
   sIsEnding = isEndRequested;
   FlushCachedOutput();
-  ParallelRuntime::Instance().SayWritten();
+  SayIfWritten();
   if (isEndRequested) {
     EndBySIGTERM();
   }

@@ -16,6 +16,8 @@ class CachedOutputObject {
 
   /// Writes what is held. Can be called at any time, also by a process that is about to end.
   virtual void WriteCache() const = 0;
+  /// Whether something is held back that could not be written yet, without that being a failure.
+  virtual bool HoldsBack() const { return false; }
 
  protected:
   /// Takes the object off the list early. For destructors that can fail: from here on a report of
@@ -28,6 +30,10 @@ namespace CachedOutput {
 /// Has all registered objects of this process write, in the order of their construction. One that
 /// throws does not keep the others from writing; the first exception is thrown on at the end.
 void FlushCachedOutput();
+
+/// Tells the other processes of a parallel job that this one has written, unless an object of its
+/// holds something back.
+void SayIfWritten();
 
 /// Sends the other processes of a parallel job the request, which they serve at their next safe
 /// point, then flushes this one.

@@ -95,9 +95,11 @@ class MpiEnvironment::Runtime : public ParallelRuntime {
   }
 
   void SayWritten() const override {
-    // Who aborts adds no more output, so the answer is good for all requests to come.
-    AnswerUpTo(MyAbortCalled_UncleanShutdown() || mpRequests == nullptr ? sAllRequests
-                                                                        : mpRequests->load());
+    if (mpAnswers != nullptr) {
+      // Who ends adds no more output, so the answer is good for all requests to come.
+      const bool isEnding = mIsFinalizing || MyAbortCalled_UncleanShutdown();
+      mpAnswers[mHostRank] = isEnding ? sAllRequests : mpRequests->load();
+    }
   }
 
   bool OthersHaveWritten() const override {
@@ -176,12 +178,6 @@ class MpiEnvironment::Runtime : public ParallelRuntime {
     MPI_Barrier(host);
   }
 
-  void AnswerUpTo(int request) const {
-    if (mpAnswers != nullptr) {
-      mpAnswers[mHostRank] = request;
-    }
-  }
-
   bool HasAnswered(const Process& process) const {
     return process.mRank == mRank ||
            (mpAnswers != nullptr && mpAnswers[&process - mHost.data()] >= *mpRequests);
@@ -194,11 +190,12 @@ class MpiEnvironment::Runtime : public ParallelRuntime {
     if (MyAbortCalled_UncleanShutdown()) {
       return MPI_SUCCESS;
     }
+    runtime->mIsFinalizing = true;
     const bool isInstalled = &ParallelRuntime::Instance() == runtime;
     if (isInstalled) {
       CachedOutput::FlushCachedOutput();
+      CachedOutput::SayIfWritten();
     }
-    runtime->AnswerUpTo(sAllRequests);
     if (runtime->mpRequests != nullptr) {
       MPI_Win_free(&runtime->mWindow);
     }
@@ -213,6 +210,7 @@ class MpiEnvironment::Runtime : public ParallelRuntime {
   int mSize = 1;
   int mHostRank = 0;           // index in mHost
   std::vector<Process> mHost;  // all processes on this host
+  bool mIsFinalizing = false;
   MPI_Win mWindow = MPI_WIN_NULL;
   // Lie in the window, or are null. The first counts the requests to write of all processes; of the
   // others each belongs to a process of mHost, and is the last request that it has answered.

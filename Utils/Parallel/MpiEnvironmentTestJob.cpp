@@ -2,6 +2,7 @@
 // one safe point to the next. The argument makes a difference:
 //   mpi     a call of MPI fails on that rank instead
 //   wait    every other process waits in MPI, where it comes to no safe point
+//   hold    all processes hold something back when they write
 //   normal  nothing fails
 //   own     the program starts MPI and finalises it, ignores its failures, and fails afterwards
 //   fatal   the program starts MPI and leaves it its error handler
@@ -21,9 +22,11 @@
 namespace {
 
 struct Output : CachedOutputObject {
+  bool HoldsBack() const override { return mHoldsBack; }
   void WriteCache() const override {
     std::ofstream("flushed" + std::to_string(ParallelRuntime::Instance().Rank())) << ";";
   }
+  bool mHoldsBack = false;
 };
 
 void SendToNobody() {
@@ -46,8 +49,9 @@ void SendToNobody() {
 }  // namespace
 
 int main(int argc, char** argv) {
-  const Output output;
+  Output output;
   const std::string what = argc > 1 ? argv[1] : "abort";
+  output.mHoldsBack = what == "hold";
   if (what == "own") {
     RunOwnMpi(argc, argv);
   }
@@ -60,7 +64,7 @@ int main(int argc, char** argv) {
     return 0;
   }
   // Nobody has to wait that long if all answer.
-  MyAbort_ChangeSleepSeconds(what == "wait" ? 3 : 100);
+  MyAbort_ChangeSleepSeconds(what == "wait" || what == "hold" ? 3 : 100);
   if (runtime.Rank() == runtime.NumberOfProcesses() - 1) {
     if (what == "mpi") {
       SendToNobody();
