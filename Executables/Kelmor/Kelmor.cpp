@@ -1,5 +1,3 @@
-#include <exception>
-
 #include "Executables/Kelmor/Driver.hpp"
 #include "Executables/Kelmor/Options.hpp"
 #include "Utils/CommandLine/CommandLineParser.hpp"
@@ -10,8 +8,8 @@
 
 // Before the first failure: the one that memory runs out may be no CodeError, and may come from a
 // static initialiser.
-[[gnu::constructor(101)]] static void InstallTerminateHandler() {
-  std::set_terminate(TerminateHandler);
+[[gnu::constructor(101)]] static void PrepareForExceptions() {
+  InstallTerminateHandler();
 }
 
 int main(int argc, char** argv) {

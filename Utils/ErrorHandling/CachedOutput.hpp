@@ -44,7 +44,7 @@ void FlushCachedOutputOnAllProcessors();
 /// nor while the process is ending through MyAbort.
 void FlushIfRequested();
 
-/// From this call on, SIGTERM no longer ends the process at once, but at the next safe point.
+/// From this call on, SIGTERM ends the process at the next safe point rather than at once.
 /// Schedulers send it some time before they kill. A program whose loop neither gets objects for
 /// writing nor lets handles go calls FlushIfRequested() in it. A failure to write is reported, and
 /// ends the process as any failure does.

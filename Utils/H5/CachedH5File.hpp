@@ -13,6 +13,15 @@
 #include "Utils/H5/H5AccessType.hpp"
 #include "Utils/H5/H5_File.hpp"
 
+// The store, with all its handles and the objects that they lend, belongs to one thread at a time.
+// Threads may take turns that the program orders. A thread that calls the store while another one
+// is inside gets a report ("The store is used by two threads at once"), which touches no file; what
+// is held is written, once the other thread has left the store, if it does within ten seconds.
+//
+// A program may use HDF5 itself, before the store or along with it, and may even close the library
+// by H5close(): the store opens its files again when it needs them. Files of the program's own that
+// are open at the end of the process are closed as they are without the store.
+
 /// A light handle on one of the holder's files. Only one handle per file may be alive. Names are
 /// paths in the file, such as "/Run.dir/a.dat"; leading, trailing and doubled slashes do nothing.
 /// A table that the file has under an older, misspelled name is found under its right name as well.

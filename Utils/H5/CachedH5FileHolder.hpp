@@ -14,7 +14,9 @@
 
 /// Keeps one H5_File per real path for the life of the process, so that what is appended outlives
 /// the handles through which it was appended, and bounds what all of them hold together. There is
-/// one instance, TheCachedH5FileHolder(); on abnormal termination it is asked to write everything.
+/// one instance, TheCachedH5FileHolder(); on abnormal termination it is asked to write everything,
+/// be it by an exception of any type: linking the store installs the handler for that. Belongs to
+/// one thread at a time, as the store does.
 class CachedH5FileHolder : public CachedOutputObject {
  public:
   CachedH5FileHolder();
