@@ -32,6 +32,7 @@ from judge import LIBRARY_CRASH, MB, UNREADABLE, Judge
 from run import Launcher
 from segments import (ASCII, KINDS, plain, random_plans, write_plain, write_random,
                       write_table)
+from soak import run_soak, soak_cases
 
 NOBODY = 65534
 PAIR = ["first.h5", "second.h5"]
@@ -675,16 +676,19 @@ GROUPS = {  # name: its cases, what runs one, whether a program with sanitizers 
     "races": (race_cases, run_races, True),
     "load": (load_cases, run_load, False),
     "mutation": (mutation_cases, run_mutation, True),
+    "soak": (soak_cases, run_soak, True),
     "valgrind": (valgrind_cases, run_valgrind, False),
 }
 # Of its cases, in a quick run.
 QUICK = collections.defaultdict(lambda: 0.1, random=0.08, allocations=0.02, truncation=0.03,
-                                flips=0.01, mutation=0.02, signals=0.15, races=0.2)
+                                flips=0.01, mutation=0.02, signals=0.15, races=0.2,
+                                soak=0.02)
 
 
 def prepare(settings, scratch):
     global judge
     judge = Judge(settings.program, settings.info, scratch, settings.keep, settings.sanitized)
+    judge.simulation = settings.simulation
     judge.shim = pathlib.Path(scratch) / "faults.so"
     judge.server_shim = pathlib.Path(scratch) / "server.so"
 
@@ -731,6 +735,8 @@ def main():
     parser.add_argument("groups", nargs="*", metavar="group", help=", ".join(GROUPS))
     parser.add_argument("--program", type=pathlib.Path, required=True, help="the Kelmor to run")
     parser.add_argument("--info", type=pathlib.Path, required=True, help="the KelmorInfo to run")
+    parser.add_argument("--simulation", type=pathlib.Path, required=True,
+                        help="the Simulate to break off")
     parser.add_argument("--keep", type=pathlib.Path, default="stress-faults",
                         help="folder for what faulty runs worked on")
     parser.add_argument("--without", metavar="group", help="one that does not run")
@@ -742,7 +748,7 @@ def main():
     settings = parser.parse_args()
     if unknown := set(settings.groups) - set(GROUPS):
         parser.error(f"no group {', '.join(unknown)}")
-    for name in "program", "info", "keep":
+    for name in "program", "info", "simulation", "keep":
         setattr(settings, name, getattr(settings, name).resolve())
 
     memory = "/dev/shm" if os.access("/dev/shm", os.W_OK) else None
