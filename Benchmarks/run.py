@@ -24,10 +24,11 @@ WORKLOADS = {
 }
 PLAIN = "-NoGzip"
 REJOIN = "REJOIN"  # BIG, joined without compression, joined again
+STORE = "STORE"  # joins nothing: appends to a table
 
 
 def parse_arguments():
-    names = [name + suffix for name in WORKLOADS for suffix in ("", PLAIN)] + [REJOIN]
+    names = [name + suffix for name in WORKLOADS for suffix in ("", PLAIN)] + [REJOIN, STORE]
     parser = argparse.ArgumentParser(
         prog="scripts/bench",
         description="Joins generated segments with Kelmor, with an h5py script, and without HDF5.",
@@ -155,10 +156,39 @@ def run_workload(name, arguments):
         shutil.rmtree(folder)
 
 
+def run_store(arguments):
+    """Appends through the store and by plain HDF5 calls, in turns."""
+    rows = round(160000 * arguments.scale)
+    print(f"{STORE}: {rows} rows of 10 columns in chunks of 10, written 25 at a time; "
+          "microseconds of CPU per row")
+    print(f"  {'':24} {'first':>8} {'late':>8} {'all':>8} {'late/first':>11} {'store/plain':>12}")
+    folder = output_folder(arguments.build, [])
+    folder.mkdir(parents=True)
+    try:
+        for how, *gzip in ("handles",), ("handles", "gzip"), ("live",), ("live", "gzip"):
+            costs = {"plain": [], "store": []}
+            for _ in range(arguments.runs):
+                for who, found in costs.items():
+                    command = [arguments.build / "Benchmarks/Appends", who, how, str(rows),
+                               folder / "out.h5", *gzip]
+                    found.append([float(word) for word in subprocess.check_output(command).split()])
+                    (folder / "out.h5").unlink()
+            for who, found in costs.items():
+                first, late, whole, _ = map(statistics.median, zip(*found))
+                ratio = whole / statistics.median(cost[2] for cost in costs["plain"])
+                print(f"  {' '.join((how, *gzip, who)):24} {first:8.2f} {late:8.2f} {whole:8.2f} "
+                      f"{late / first:11.2f} {ratio:12.2f}", flush=True)
+    finally:
+        shutil.rmtree(folder)
+
+
 def main():
     arguments = parse_arguments()
     for name in arguments.workloads:
-        run_workload(name, arguments)
+        if name == STORE:
+            run_store(arguments)
+        else:
+            run_workload(name, arguments)
 
 
 if __name__ == "__main__":
