@@ -681,8 +681,7 @@ GROUPS = {  # name: its cases, what runs one, whether a program with sanitizers 
 }
 # Of its cases, in a quick run.
 QUICK = collections.defaultdict(lambda: 0.1, random=0.08, allocations=0.02, truncation=0.03,
-                                flips=0.01, mutation=0.02, signals=0.15, races=0.2,
-                                soak=0.02)
+                                flips=0.01, mutation=0.02, signals=0.15, races=0.2)
 
 
 def prepare(settings, scratch):
