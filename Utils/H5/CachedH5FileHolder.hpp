@@ -58,6 +58,8 @@ class CachedH5FileHolder : public CachedOutputObject {
   /// processes have. An object or file that cannot be written does not keep the others from being
   /// written; the first failure is thrown on.
   void WriteCache() const override;
+  /// Whether a file holds rows that wait for another program to close it.
+  bool HoldsBack() const override { return WaitingBytes() != 0; }
 
   /// Writes everything, closes and forgets all files. Handles that are alive are of no use any
   /// more.
