@@ -3,6 +3,9 @@
 // one before, a little earlier than that one ended, so that neighbouring files overlap in time.
 //
 //   WriteSegments folder        makes folder/segment1.h5 to folder/segment3.h5
+//
+// Run again after it was killed, it continues where the files end; when they are whole, it adds
+// nothing. SIGTERM ends it with all steps written that it has done.
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
@@ -11,12 +14,14 @@
 #include <string>
 
 #include "Utils/Containers/MyVector.hpp"
+#include "Utils/ErrorHandling/CachedOutput.hpp"
 #include "Utils/H5/CachedH5File.hpp"
 #include "Utils/H5/CachedH5FileHolder.hpp"
 #include "Utils/H5/H5_ObjectCoef.hpp"
 #include "Utils/H5/H5_ObjectDat.hpp"
 #include "Utils/H5/H5_ObjectTdm.hpp"
 #include "Utils/H5/H5_ObjectTxt.hpp"
+#include "Utils/Process/Files.hpp"
 #include "Utils/Tensors/DataMesh.hpp"
 #include "Utils/Tensors/Tensor.hpp"
 #include "Utils/Tensors/TensorIndexTable.hpp"
@@ -32,6 +37,7 @@ constexpr double sTimeStep = 0.125;
 constexpr int sStepsPerSegment = 64;
 constexpr int sStepsRepeated = 8;  // that a segment does again after its checkpoint
 constexpr int sStepsPerMetric = 8;
+constexpr int sStepsPerWrite = 16;  // between writes of what was appended
 
 // Positions and speeds follow from the time alone: every run writes the same numbers.
 struct Body {
@@ -113,17 +119,40 @@ void WriteStep(CachedH5File& file, int step) {
   }
 }
 
+// How many steps of a segment its file has. Every table is written in each step, and what a file
+// has after a kill is what one write of the caches left, so one table tells for all objects.
+int StepsInFile(const std::string& filename) {
+  if (!FileExists(filename)) {
+    return 0;
+  }
+  CachedH5File file(filename, ReadWrite, {}, /*verbosity=*/0);
+  if (!file.Exists("/Run.dir/energy.dat")) {
+    return 0;
+  }
+  return static_cast<int>(file.GetObjectForWrite<Dat>("/Run.dir/energy.dat").GetExtents()[0]);
+}
+
+// Writes the steps that the segment's file lacks. A handle lives for one step: between steps the
+// file is closed, and others can look at it. Now and then everything is written, which bounds what
+// a kill can cost.
 void WriteSegment(const std::string& filename, int firstStep) {
   const CachedH5File::VersionHistory history = {
       {"3f2a91c", "Energies and positions."},
       {"b0c47de", "Speeds have a table of their own."},
   };
-  CachedH5File file(filename, ReadWrite, history, /*verbosity=*/0);
-  for (int step = firstStep; step < firstStep + sStepsPerSegment; ++step) {
-    WriteStep(file, step);
+  for (int done = StepsInFile(filename); done < sStepsPerSegment; ++done) {
+    {
+      CachedH5File file(filename, ReadWrite, history, /*verbosity=*/0);
+      WriteStep(file, firstStep + done);
+      if (done + 1 == sStepsPerSegment) {
+        file.GetObjectForWrite<Txt>("/Run.dir/log.txt")
+            << "did steps " << firstStep << " to " << firstStep + sStepsPerSegment - 1 << '\n';
+      }
+    }
+    if ((done + 1) % sStepsPerWrite == 0) {
+      TheCachedH5FileHolder().WriteCache();
+    }
   }
-  file.GetObjectForWrite<Txt>("/Run.dir/log.txt")
-      << "did steps " << firstStep << " to " << firstStep + sStepsPerSegment - 1 << '\n';
 }
 
 }  // namespace
@@ -133,6 +162,7 @@ int main(int argc, char** argv) {
     std::cerr << "usage: WriteSegments folder\n";
     return 2;
   }
+  CachedOutput::FlushAndEndOnSIGTERM();
   for (int segment = 1; segment <= 3; ++segment) {
     const std::string filename =
         std::string(argv[1]) + "/segment" + std::to_string(segment) + ".h5";

@@ -13,6 +13,18 @@
 #include "Utils/H5/H5AccessType.hpp"
 #include "Utils/H5/H5_File.hpp"
 
+// What a program may rely on. Once a write of the caches has returned (CachedH5FileHolder says when
+// there is one), what was appended before is in the files for every later reader, whatever ends the
+// process: a kill, an abort, _exit. So is an empty file once its first handle was made. A kill
+// within a write leaves each file as it was after the write before, or as it is after this one: the
+// rows of all objects of a file belong together. Two things are not promised. What a power cut
+// takes is the file system's to say. And where the objects of one file hold more than 32 MB at a
+// write, or change so much of what is in the file, the file is changed in several steps; a kill
+// between them can cost rows that were there before.
+//
+// While a file is open for writing, other programs must wait for it, and so must other openings of
+// it by HDF5 in this process. A handle per step keeps it open for the time of a write alone.
+//
 // The store, with all its handles and the objects that they lend, belongs to one thread at a time.
 // Threads may take turns that the program orders. A thread that calls the store while another one
 // is inside gets a report ("The store is used by two threads at once"), which touches no file; what

@@ -25,6 +25,23 @@ void SayWhatIsLost(const H5_File& file) {
   }
 }
 
+// Until when a flush waits for files that other programs have open: for a moment that has passed,
+// unless the process ends after the flush.
+LockWait::Clock::time_point EndOfWait() {
+  using Clock = LockWait::Clock;
+  if (CachedOutput::IsEndingBySignal()) {
+    return LockWait::Patient().mUntil;
+  }
+  const ParallelRuntime& runtime = ParallelRuntime::Instance();
+  if (!MyAbortCalled_UncleanShutdown() || !runtime.IsInitialized() ||
+      runtime.NumberOfProcesses() < 2) {
+    return {};
+  }
+  const std::chrono::duration<double> half(MyAbort_SleepSeconds() / 2.0);
+  const auto wait = std::min(half, Vexa_H5::LockPatience());
+  return Clock::now() + std::chrono::duration_cast<Clock::duration>(wait);
+}
+
 }  // namespace
 
 CachedH5FileHolder::CachedH5FileHolder() {
@@ -213,12 +230,7 @@ void CachedH5FileHolder::WriteCache() const {
       write(file, LockWait::None());
     }
   }
-  const ParallelRuntime& runtime = ParallelRuntime::Instance();
-  if (MyAbortCalled_UncleanShutdown() && runtime.IsInitialized() &&
-      runtime.NumberOfProcesses() >= 2) {
-    const std::chrono::duration<double> half(MyAbort_SleepSeconds() / 2.0);
-    const Clock::time_point end = Clock::now() + std::chrono::duration_cast<Clock::duration>(
-                                                     std::min(half, Vexa_H5::LockPatience()));
+  if (const Clock::time_point end = EndOfWait(); end > Clock::now()) {
     for (auto [path, file] : mFiles) {
       if (file.IsWaiting() && !file.IsIncomplete()) {
         file.CloseFile();

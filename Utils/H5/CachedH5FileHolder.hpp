@@ -55,11 +55,13 @@ class CachedH5FileHolder : public CachedOutputObject {
 
   /// Writes the caches of all files, but for those that are incomplete or that another program has
   /// open. When a parallel job aborts, the latter are waited for during half of the time that its
-  /// processes have. An object or file that cannot be written does not keep the others from being
-  /// written; the first failure is thrown on.
+  /// processes have; when SIGTERM ends the process, as long as at any other end. An object or file
+  /// that cannot be written does not keep the others from being written; the first failure is
+  /// thrown on.
   void WriteCache() const override;
-  /// Whether a file holds rows that wait for another program to close it.
-  bool HoldsBack() const override { return WaitingBytes() != 0; }
+  /// Whether rows are left in memory after a write, because another program or thread is in the
+  /// way.
+  bool HoldsBack() const override { return mTotalCacheSize != 0; }
 
   /// Writes everything, closes and forgets all files. Handles that are alive are of no use any
   /// more.

@@ -156,6 +156,7 @@ void H5_File::DropIds() {
     node->Object().DropIds();
   }
   mOpenNodes.clear();
+  mSharedLock = {};
   if (IsFileOpen()) {
     mFile_id = -1;
     Vexa_H5::CountOpenFiles(-1);
@@ -182,8 +183,9 @@ void H5_File::CloseSilently() noexcept {
   hid_t left = -1;
   while (H5Fget_obj_ids(mFile_id, objects | H5F_OBJ_LOCAL, 1, &left) > 0 && H5Idec_ref(left) >= 0) {
   }
-  H5Fclose(std::exchange(mFile_id, -1));
-  Vexa_H5::CountOpenFiles(-1);
+  if (H5Fclose(std::exchange(mFile_id, -1)) >= 0) {
+    Vexa_H5::CountOpenFiles(-1);
+  }
   mSharedLock = {};
 }
 
