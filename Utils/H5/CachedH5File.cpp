@@ -1,5 +1,6 @@
 #include "Utils/H5/CachedH5File.hpp"
 
+#include <optional>
 #include <ostream>
 
 #include "Utils/ErrorHandling/CachedOutput.hpp"
@@ -12,9 +13,24 @@
 
 namespace {
 
+// The real path of an existing file. A program makes a handle for the same file in every step, so
+// the last answer is kept: it holds as long as the name leads to that file.
+std::string RealPathOf(const std::string& filename, const FileIdentity& identity) {
+  struct Answer {
+    std::string mFilename;
+    FileIdentity mIdentity;
+    std::string mPath;
+  };
+  static auto& last = *new Answer{};
+  if (last.mFilename != filename || last.mIdentity != identity) {
+    last = {filename, identity, Realpath(filename)};
+  }
+  return last.mPath;
+}
+
 std::string FullPath(const std::string& filename, H5AccessType atype) {
-  if (FileExists(filename)) {
-    return Realpath(filename);
+  if (const std::optional<FileIdentity> identity = IdentityOf(filename)) {
+    return RealPathOf(filename, *identity);
   }
   REQUIRE(atype == ReadWrite, "Tried to open nonexistent file " << filename << " for reading");
   const std::string dir = GetDirectoryFromPath(filename);

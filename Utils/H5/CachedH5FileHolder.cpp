@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <iostream>
+#include <optional>
 #include <sstream>
 #include <utility>
 
@@ -25,9 +26,9 @@ void SayWhatIsLost(const H5_File& file) {
   }
 }
 
-// Until when a flush waits for files that other programs have open: for a moment that has passed,
-// unless the process ends after the flush.
-LockWait::Clock::time_point EndOfWait() {
+// Until when a flush waits for files that other programs have open. It only does if the process
+// ends after it.
+std::optional<LockWait::Clock::time_point> EndOfWait() {
   using Clock = LockWait::Clock;
   if (CachedOutput::IsEndingBySignal()) {
     return LockWait::Patient().mUntil;
@@ -35,7 +36,7 @@ LockWait::Clock::time_point EndOfWait() {
   const ParallelRuntime& runtime = ParallelRuntime::Instance();
   if (!MyAbortCalled_UncleanShutdown() || !runtime.IsInitialized() ||
       runtime.NumberOfProcesses() < 2) {
-    return {};
+    return std::nullopt;
   }
   const std::chrono::duration<double> half(MyAbort_SleepSeconds() / 2.0);
   const auto wait = std::min(half, Vexa_H5::LockPatience());
@@ -230,11 +231,11 @@ void CachedH5FileHolder::WriteCache() const {
       write(file, LockWait::None());
     }
   }
-  if (const Clock::time_point end = EndOfWait(); end > Clock::now()) {
+  if (const auto end = EndOfWait()) {
     for (auto [path, file] : mFiles) {
       if (file.IsWaiting() && !file.IsIncomplete()) {
         file.CloseFile();
-        write(file, LockWait::Until(end, true));
+        write(file, LockWait::Until(*end, true));
         SayWhatIsLost(file);
       }
     }

@@ -23,6 +23,9 @@ namespace {
 // takes longer for a second write than for these bytes.
 constexpr haddr_t sBytesWorthAWrite = 8192;
 
+// Without a group behind it nobody can open a file.
+constexpr haddr_t sSuperblockBytes = 48;
+
 // Pieces of a file by address, which neither overlap nor touch.
 class Pieces {
  public:
@@ -62,6 +65,11 @@ class Pieces {
     mSize += into.size();
   }
 
+  bool Overlaps(haddr_t address, std::size_t size) const {
+    const auto piece = mPieces.lower_bound(address + size);
+    return piece != mPieces.begin() && End(*std::prev(piece)) > address;
+  }
+
   // Puts what is held of [address, address + size) over these bytes.
   void Overlay(haddr_t address, unsigned char* bytes, std::size_t size) const {
     auto piece = mPieces.upper_bound(address);
@@ -92,17 +100,47 @@ class Pieces {
     }
   }
 
-  // The stretches [begin, end) that cover all pieces.
-  std::vector<std::pair<haddr_t, haddr_t>> Stretches() const {
-    std::vector<std::pair<haddr_t, haddr_t>> stretches;
-    for (const auto& piece : mPieces) {
-      if (stretches.empty() || piece.first > stretches.back().second + sBytesWorthAWrite) {
-        stretches.emplace_back(piece.first, piece.first);
-      }
-      stretches.back().second = End(piece);
+  // Takes the pieces that begin at `begin` or beyond out, which are to be written alone.
+  Pieces TakeFrom(haddr_t begin) {
+    Pieces taken;
+    for (auto piece = mPieces.lower_bound(begin); piece != mPieces.end();) {
+      taken.mSize += piece->second.size();
+      mSize -= piece->second.size();
+      auto next = std::next(piece);
+      taken.mPieces.insert(mPieces.extract(piece));
+      piece = next;
     }
-    return stretches;
+    return taken;
   }
+
+  // Joins pieces that are near each other, with what `read` says is between them; true if it can.
+  template <class Read>
+  bool Gather(const Read& read) {
+    for (auto first = mPieces.begin(); first != mPieces.end();) {
+      auto last = first;
+      auto next = std::next(first);
+      while (next != mPieces.end() && next->first <= End(*last) + sBytesWorthAWrite) {
+        last = next++;
+      }
+      if (last != first) {
+        Bytes whole(End(*last) - first->first);
+        if (!read(first->first, whole.data(), whole.size())) {
+          return false;
+        }
+        Overlay(first->first, whole.data(), whole.size());
+        mSize += whole.size();
+        for (auto piece = first; piece != next; ++piece) {
+          mSize -= piece->second.size();
+        }
+        first->second = std::move(whole);
+        mPieces.erase(std::next(first), next);
+      }
+      first = next;
+    }
+    return true;
+  }
+
+  const std::map<haddr_t, Bytes>& All() const { return mPieces; }
 
  private:
   static haddr_t End(const std::pair<const haddr_t, Bytes>& piece) {
@@ -134,19 +172,15 @@ class File {
   herr_t Write(H5FD_mem_t type, hid_t dxpl_id, haddr_t address, std::size_t size,
                const void* buffer) {
     const auto* bytes = static_cast<const unsigned char*>(buffer);
-    // Of a write across the old end only the first part waits.
-    const haddr_t most = mHasContent ? mCommittedEnd : ~haddr_t{0};
-    const std::size_t waiting = address < most ? std::min<haddr_t>(size, most - address) : 0;
-    if (waiting > 0) {
-      mHeld.Write(address, bytes, waiting);
-    }
-    if (waiting < size && mpBelow->cls->write(mpBelow, type, dxpl_id, address + waiting,
-                                              size - waiting, bytes + waiting) < 0) {
-      mLacksMetadata = mLacksMetadata || type != H5FD_MEM_DRAW;
-      return -1;
-    }
     mEnd = std::max(mEnd, address + size);
-    return mHeld.Size() > Vexa_H5::sMostBytesHeld && mHasContent ? Emit(dxpl_id) : 0;
+    const bool passes = mHasContent && address >= mCommittedEnd && size >= sBytesWorthAWrite;
+    if (!passes || mHeld.Overlaps(address, size)) {
+      mHeld.Write(address, bytes, size);
+      return mHeld.Size() > Vexa_H5::sMostBytesHeld && mHasContent ? EmitEarly(dxpl_id) : 0;
+    }
+    const herr_t err = mpBelow->cls->write(mpBelow, type, dxpl_id, address, size, bytes);
+    mLacksMetadata = mLacksMetadata || (err < 0 && type != H5FD_MEM_DRAW);
+    return err;
   }
 
   void Truncate(haddr_t end) {
@@ -167,52 +201,61 @@ class File {
  private:
   herr_t TryToCommit(hid_t dxpl_id, hbool_t isClosing) {
     if (!mHasContent) {
+      // The library flushes a superblock before there is a group, which nobody could open.
+      if (mEnd <= sSuperblockBytes) {
+        return 0;
+      }
       // In one piece, its unused end included.
-      const std::vector<unsigned char> rest(std::max(mEnd, FileEnd()) - FileEnd(), 0);
+      const Pieces::Bytes rest(std::max(mEnd, FileEnd()) - FileEnd(), 0);
       Pieces all;
-      if (!rest.empty()) {
-        all.Write(FileEnd(), rest.data(), rest.size());
+      all.Write(FileEnd(), rest.data(), rest.size());
+      for (const auto& [address, bytes] : mHeld.All()) {
+        all.Write(address, bytes.data(), bytes.size());
       }
-      std::swap(all, mHeld);
-      for (const auto& [begin, end] : all.Stretches()) {
-        Pieces::Bytes bytes(end - begin, 0);
-        all.Overlay(begin, bytes.data(), bytes.size());
-        mHeld.Write(begin, bytes.data(), bytes.size());
-      }
-    } else if (FileEnd() < mEnd && mpBelow->cls->truncate(mpBelow, dxpl_id, isClosing) < 0) {
-      return -1;
+      mHeld = std::move(all);
     }
-    if (Emit(dxpl_id) < 0 ||
+    Pieces fresh = mHasContent ? mHeld.TakeFrom(mCommittedEnd) : Pieces();
+    if (Emit(fresh, dxpl_id) < 0 ||
+        (mHasContent && FileEnd() < mEnd &&
+         mpBelow->cls->truncate(mpBelow, dxpl_id, isClosing) < 0) ||
+        Emit(mHeld, dxpl_id) < 0 ||
         (FileEnd() > mEnd && mpBelow->cls->truncate(mpBelow, dxpl_id, isClosing) < 0)) {
       return -1;
     }
-    mHasContent = mHasContent || mEnd > 0;
+    mHasContent = true;
     mCommittedEnd = mEnd;
     return mpBelow->cls->flush == nullptr ? 0 : mpBelow->cls->flush(mpBelow, dxpl_id, isClosing);
   }
 
- private:
   // The end of the file on disk.
   haddr_t FileEnd() const { return mpBelow->cls->get_eof(mpBelow, H5FD_MEM_DEFAULT); }
 
-  // Writes what is held. All is gathered first, so that the writes follow one another closely.
-  herr_t Emit(hid_t dxpl_id) {
-    std::vector<std::pair<haddr_t, Pieces::Bytes>> gathered;
-    for (const auto& [begin, end] : mHeld.Stretches()) {
-      gathered.emplace_back(begin, Pieces::Bytes(end - begin));
-      Pieces::Bytes& bytes = gathered.back().second;
-      if (Read(H5FD_MEM_DEFAULT, dxpl_id, begin, bytes.size(), bytes.data()) < 0) {
-        return -1;
+  // When too much is held, what lies beyond the old end goes first, where it does no harm.
+  herr_t EmitEarly(hid_t dxpl_id) {
+    Pieces fresh = mHeld.TakeFrom(mCommittedEnd);
+    const herr_t err = Emit(fresh, dxpl_id);
+    return err < 0 || mHeld.Size() <= Vexa_H5::sMostBytesHeld / 2 ? err : Emit(mHeld, dxpl_id);
+  }
+
+  // Writes pieces and forgets them, or none of the latter. All are gathered first, so that the
+  // writes follow one another closely.
+  herr_t Emit(Pieces& pieces, hid_t dxpl_id) {
+    const auto read = [&](haddr_t address, unsigned char* bytes, std::size_t size) {
+      return mpBelow->cls->read(mpBelow, H5FD_MEM_DEFAULT, dxpl_id, address, size, bytes) >= 0;
+    };
+    bool isFine = pieces.Gather(read);
+    for (const auto& [address, bytes] : pieces.All()) {
+      isFine = isFine && mpBelow->cls->write(mpBelow, H5FD_MEM_DEFAULT, dxpl_id, address,
+                                             bytes.size(), bytes.data()) >= 0;
+    }
+    if (isFine) {
+      pieces.Clear();
+    } else if (&pieces != &mHeld) {
+      for (const auto& [address, bytes] : pieces.All()) {
+        mHeld.Write(address, bytes.data(), bytes.size());
       }
     }
-    for (const auto& [begin, bytes] : gathered) {
-      if (mpBelow->cls->write(mpBelow, H5FD_MEM_DEFAULT, dxpl_id, begin, bytes.size(),
-                              bytes.data()) < 0) {
-        return -1;
-      }
-    }
-    mHeld.Clear();
-    return 0;
+    return isFine ? 0 : -1;
   }
 
   H5FD_t* mpBelow;

@@ -58,20 +58,28 @@ void StartWatching() {
   }
 }
 
-// Whether nothing is left that could fail on a full disk when the program's files are closed.
-bool CanCloseFiles() {
+// The files that are open, all of them the program's by now.
+std::vector<hid_t> OpenFiles() {
   const ssize_t count = H5Fget_obj_count(H5F_OBJ_ALL, H5F_OBJ_FILE);
   std::vector<hid_t> files(static_cast<std::size_t>(std::max<ssize_t>(count, 0)), -1);
   if (!files.empty()) {
     H5Fget_obj_ids(H5F_OBJ_ALL, H5F_OBJ_FILE, files.size(), files.data());
   }
-  return std::ranges::all_of(files,
+  return files;
+}
+
+// Whether the library may end after a failure: not if there is something that could fail on a full
+// disk when the program's files are closed.
+bool CanCloseFiles() {
+  return std::ranges::all_of(OpenFiles(),
                              [](hid_t file) { return H5Fflush(file, H5F_SCOPE_GLOBAL) >= 0; });
 }
 
 void EndLibrary(int status, void*) {
-  const bool mayEnd = sOpenFiles == 0 && (!MyAbortCalled_UncleanShutdown() || CanCloseFiles());
-  if (mayEnd && !sEndsItself) {
+  const bool hasFailed = MyAbortCalled_UncleanShutdown();
+  const bool mayEnd = sOpenFiles == 0 && (!hasFailed || CanCloseFiles());
+  // After a failure within it, the library does not end without a word, so it needs a reason.
+  if (mayEnd && !sEndsItself && !(hasFailed && OpenFiles().empty())) {
     H5close();
   }
   if (!mayEnd && sEndsItself) {

@@ -35,6 +35,14 @@ bool IsEmptyFile(const std::string& path) {
   return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) && status.st_size == 0;
 }
 
+std::optional<FileIdentity> IdentityOf(const std::string& path) {
+  struct stat status;
+  if (stat(path.c_str(), &status) != 0) {
+    return std::nullopt;
+  }
+  return FileIdentity{status.st_dev, status.st_ino};
+}
+
 std::string FileStamp(const std::string& path) {
   struct stat status {};
   if (stat(path.c_str(), &status) != 0) {

@@ -2,6 +2,7 @@
 // All follow symbolic links, and none throws.
 #pragma once
 
+#include <optional>
 #include <string>
 
 /// Whether something is there, of whatever kind, a directory included; access rights are not
@@ -15,6 +16,15 @@ bool IsRegularFile(const std::string& path);
 
 /// Whether it is a regular file without a single byte.
 bool IsEmptyFile(const std::string& path);
+
+/// Which file it is, whatever its names: two paths with equal identities lead to the same file.
+struct FileIdentity {
+  unsigned long long mDevice;
+  unsigned long long mNumber;
+  bool operator==(const FileIdentity&) const = default;
+};
+/// Nothing if there is no file.
+std::optional<FileIdentity> IdentityOf(const std::string& path);
 
 /// What changes when another file takes this one's place or its contents are written to: device,
 /// number, size and time of the last change. Empty if there is none.
