@@ -307,21 +307,19 @@ class KeptErrors {
   hid_t mErrors_id;
 };
 
-H5FD_t* OpenBelow(const char* name, unsigned flags, hid_t fapl_id, haddr_t maxAddress) {
+H5FD_t* OpenBelow(const char* name, unsigned flags, haddr_t maxAddress) {
   // The library prints its errors once more on the way up.
   const MuteH5Errors mute;
-  PropertyListHandle below_id(H5Pcopy(fapl_id));
-  if (below_id < 0 || H5Pset_fapl_sec2(below_id) < 0) {
-    return nullptr;
-  }
-  H5FD_t* const below = H5FDopen(name, flags, below_id, maxAddress);
-  const KeptErrors kept;
-  below_id.Close();
-  return below;
+  static Vexa_H5::KeptId list;
+  const hid_t below_id = list.Get([] {
+    PropertyListHandle made(H5Pcreate(H5P_FILE_ACCESS));
+    return made >= 0 && H5Pset_fapl_sec2(made) >= 0 ? made.Release() : -1;
+  });
+  return below_id < 0 ? nullptr : H5FDopen(name, flags, below_id, maxAddress);
 }
 
-H5FD_t* Open(const char* name, unsigned flags, hid_t fapl_id, haddr_t maxAddress) {
-  H5FD_t* const below = OpenBelow(name, flags, fapl_id, maxAddress);
+H5FD_t* Open(const char* name, unsigned flags, hid_t, haddr_t maxAddress) {
+  H5FD_t* const below = OpenBelow(name, flags, maxAddress);
   if (below == nullptr) {
     return nullptr;
   }
@@ -411,14 +409,9 @@ H5FD_class_t MakeClass() {
 
 void Vexa_H5::UseCommittingDriver(hid_t fapl_id) {
   static const H5FD_class_t driver = MakeClass();
-  static hid_t driver_id = -1;
-  // The library forgets its drivers when it is closed, and may give their identifiers again.
-  static unsigned long life = 0;
-  if (life != LibraryLife()) {
-    driver_id = H5FDregister(&driver);
-    REQUIRE(driver_id>=0, "H5FDregister failed");
-    life = LibraryLife();
-  }
+  static KeptId registered;
+  const hid_t driver_id = registered.Get([] { return H5FDregister(&driver); });
+  REQUIRE(driver_id>=0, "H5FDregister failed");
   const herr_t err = H5Pset_driver(fapl_id, driver_id, nullptr);
   REQUIRE(err>=0, "H5Pset_driver failed");
 }

@@ -3,10 +3,29 @@
 // identifiers again then, so that one from an earlier life can be somebody else's.
 #pragma once
 
+#include <hdf5.h>
+
 namespace Vexa_H5 {
 
 /// Starts the library if it does not run. The number is another in each of its lives.
 unsigned long LibraryLife();
+
+/// An identifier, of a property list for instance, that is made once in each life of the library.
+class KeptId {
+ public:
+  template <class Make>
+  hid_t Get(const Make& make) {
+    if (mLife != LibraryLife()) {
+      mId = make();
+      mLife = LibraryLife();
+    }
+    return mId;
+  }
+
+ private:
+  hid_t mId = -1;
+  unsigned long mLife = 0;
+};
 
 /// `function`, or none if null, is called when the library ends, which makes all identifiers void.
 /// It must not call the library.

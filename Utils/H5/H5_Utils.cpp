@@ -195,32 +195,36 @@ hid_t MakeGuardedAccess(hid_t propertyListClass) {
   return list.Release();
 }
 
-// Made once in each life of the library.
-class GuardedAccess {
- public:
-  hid_t List(hid_t propertyListClass) {
-    if (mLife != Vexa_H5::LibraryLife()) {
-      mList = MakeGuardedAccess(propertyListClass);
-      mLife = Vexa_H5::LibraryLife();
-    }
-    return mList;
+hid_t MakeFileAccess(H5AccessType access, bool staysReadable) {
+  PropertyListHandle fapl_id(H5Pcreate(H5P_FILE_ACCESS));
+  REQUIRE(fapl_id>=0, "H5Pcreate(H5P_FILE_ACCESS) failed: " << hid_t(fapl_id));
+  Vexa_H5::set_libver_bounds(fapl_id);
+  const herr_t err = EvictOnClose(access == ReadOnly ? H5F_ACC_RDONLY : H5F_ACC_RDWR, fapl_id);
+  REQUIRE(err>=0, "H5Pset_evict_on_close failed: " << err);
+  if (staysReadable && access == ReadWrite) {
+    Vexa_H5::UseCommittingDriver(fapl_id);
   }
+  return fapl_id.Release();
+}
 
- private:
-  hid_t mList = -1;
-  unsigned long mLife = 0;
-};
+// The list with which files are opened, which is kept: a simulation opens its files again and
+// again.
+hid_t FileAccess(H5AccessType access, bool staysReadable) {
+  static Vexa_H5::KeptId lists[2][2];
+  return lists[access == ReadOnly ? 1 : 0][staysReadable ? 1 : 0].Get(
+      [&] { return MakeFileAccess(access, staysReadable); });
+}
 
 }  // namespace
 
 hid_t Vexa_H5::GroupAccess() {
-  static GuardedAccess access;
-  return access.List(H5P_GROUP_ACCESS);
+  static KeptId access;
+  return access.Get([] { return MakeGuardedAccess(H5P_GROUP_ACCESS); });
 }
 
 hid_t Vexa_H5::DatasetAccess() {
-  static GuardedAccess access;
-  return access.List(H5P_DATASET_ACCESS);
+  static KeptId access;
+  return access.Get([] { return MakeGuardedAccess(H5P_DATASET_ACCESS); });
 }
 
 void Vexa_H5::set_libver_bounds(hid_t fapl_id) {
@@ -242,16 +246,8 @@ PropertyListHandle Vexa_H5::UntimedCreation(hid_t propertyListClass, std::source
 hid_t Vexa_H5::OpenFile(const std::string& path, H5AccessType access, int verbosity,
                         bool staysReadable, LockWait* wait) {
   const Trace trace(verbosity);
-  H5open();
-  PropertyListHandle fapl_id(H5Pcreate(H5P_FILE_ACCESS));
-  REQUIRE(fapl_id>=0, "H5Pcreate(H5P_FILE_ACCESS) failed: " << hid_t(fapl_id));
-  set_libver_bounds(fapl_id);
+  const hid_t fapl_id = FileAccess(access, staysReadable);
   const unsigned flags = access == ReadOnly ? H5F_ACC_RDONLY : H5F_ACC_RDWR;
-  herr_t err = EvictOnClose(flags, fapl_id);
-  REQUIRE(err>=0, "H5Pset_evict_on_close failed: " << err);
-  if (staysReadable && access == ReadWrite) {
-    UseCommittingDriver(fapl_id);
-  }
   const bool exists = FileExists(path);
   hid_t file_id = -1;
   if (exists && !(staysReadable && access == ReadWrite && IsEmptyFile(path))) {
@@ -278,11 +274,9 @@ hid_t Vexa_H5::OpenFile(const std::string& path, H5AccessType access, int verbos
       std::filesystem::remove(path, ignored);
     }
     REQUIRE(file_id>=0, "H5Fcreate(" << path << ", ...) failed");
-    err = fcpl_id.Close();
+    const herr_t err = fcpl_id.Close();
     REQUIRE(err>=0, "H5Pclose(fcpl_id) failed: " << err);
   }
-  const herr_t err2 = fapl_id.Close();
-  REQUIRE(err2>=0, "H5Pclose(fapl_id) failed: " << err2);
   return file_id;
 }
 
