@@ -93,6 +93,7 @@ int main(int argc, char** argv) {
   if (argc != 6) {
     return 2;
   }
+  CachedOutput::FlushAndEndOnSIGTERM();
   const long long first = std::atoll(argv[2]);
   const long long last = std::atoll(argv[3]);
   const long long every = std::atoll(argv[4]);
