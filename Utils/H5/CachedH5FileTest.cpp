@@ -7,6 +7,7 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <filesystem>
 #include <tuple>
 
 #include "Utils/ErrorHandling/MyAbort.hpp"
@@ -121,6 +122,33 @@ TEST_F(CachedH5FileTest, TheLargestFileIsWrittenAboveTheLimit) {
                         "the specified limit 0MB.  Cached files:\n"));
   EXPECT_EQ(RowsOnDisk("a.h5"), 41u);
   EXPECT_EQ(RowsOnDisk("c.h5"), 0u);
+}
+
+TEST_F(CachedH5FileTest, AKillAtAnyMomentLeavesWhatWasWritten) {
+  CachedH5File file(Path("a.h5"), ReadWrite, {}, 0);
+  // What a process leaves that is killed now.
+  const auto left = [&] {
+    std::filesystem::copy_file(Path("a.h5"), Path("b.h5"),
+                               std::filesystem::copy_options::overwrite_existing);
+    const auto copy = PlainH5::File::Open(Path("b.h5"));
+    return copy.Has("/x.dat") ? copy.ReadTable("x.dat") : PlainH5::Rows{};
+  };
+  EXPECT_EQ(left(), PlainH5::Rows{});
+  auto& dat = file.GetObjectForWrite<Dat>("x.dat");
+  dat.Initialize({"t"}, true, 16);
+  dat.Append({1});
+  TheCachedH5FileHolder().WriteCache();
+  EXPECT_EQ(left(), (PlainH5::Rows{{1}}));
+  // A chunk is written again, in another place or longer, and its old place is given away.
+  dat.Append({0.1});
+  file.WriteImmediately("x.dat", [&] { dat.WriteCache(); });
+  file.GetObjectForWrite<Dat>("y.dat").Initialize({"t"}, true, 16);
+  file.GetObjectForWrite<Dat>("y.dat").Append({0.2});
+  file.WriteImmediately("y.dat", [&] { file.GetObjectForWrite<Dat>("y.dat").WriteCache(); });
+  EXPECT_EQ(left(), (PlainH5::Rows{{1}}));
+  dat.Append({3});
+  TheCachedH5FileHolder().WriteCache();
+  EXPECT_EQ(left(), (PlainH5::Rows{{1}, {0.1}, {3}}));
 }
 
 TEST_F(CachedH5FileTest, ReadingWhatIsStillHeldWritesItFirst) {

@@ -5,151 +5,20 @@
 #endif
 
 #include <algorithm>
-#include <cstring>
-#include <iterator>
-#include <map>
 #include <memory>
 #include <new>
 #include <utility>
 #include <vector>
 
 #include "Utils/ErrorHandling/Require.hpp"
+#include "Utils/H5/H5_FilePieces.hpp"
 #include "Utils/H5/H5_Library.hpp"
 #include "Utils/H5/Handle.hpp"
 
 namespace {
 
-// Two pieces that are no further apart go out in one write, with what is between them: the system
-// takes longer for a second write than for these bytes.
-constexpr haddr_t sBytesWorthAWrite = 8192;
-
 // Without a group behind it nobody can open a file.
 constexpr haddr_t sSuperblockBytes = 48;
-
-// Pieces of a file by address, which neither overlap nor touch.
-class Pieces {
- public:
-  using Bytes = std::vector<unsigned char>;
-
-  bool IsEmpty() const { return mPieces.empty(); }
-  std::uint64_t Size() const { return mSize; }
-  void Clear() {
-    mPieces.clear();
-    mSize = 0;
-  }
-
-  // Puts these bytes over what is there.
-  void Write(haddr_t address, const unsigned char* bytes, std::size_t size) {
-    auto piece = mPieces.upper_bound(address);
-    if (piece != mPieces.begin() && End(*std::prev(piece)) >= address) {
-      --piece;
-    } else {
-      piece = mPieces.emplace_hint(piece, address, Bytes{});
-    }
-    Bytes& into = piece->second;
-    const std::size_t offset = address - piece->first;
-    mSize -= into.size();
-    if (offset + size > into.size()) {
-      into.resize(offset + size);
-    }
-    std::memcpy(into.data() + offset, bytes, size);
-    for (auto next = std::next(piece); next != mPieces.end() && next->first <= End(*piece);) {
-      const std::size_t known = End(*piece) - next->first;
-      if (known < next->second.size()) {
-        into.insert(into.end(), next->second.begin() + static_cast<std::ptrdiff_t>(known),
-                    next->second.end());
-      }
-      mSize -= next->second.size();
-      next = mPieces.erase(next);
-    }
-    mSize += into.size();
-  }
-
-  bool Overlaps(haddr_t address, std::size_t size) const {
-    const auto piece = mPieces.lower_bound(address + size);
-    return piece != mPieces.begin() && End(*std::prev(piece)) > address;
-  }
-
-  // Puts what is held of [address, address + size) over these bytes.
-  void Overlay(haddr_t address, unsigned char* bytes, std::size_t size) const {
-    auto piece = mPieces.upper_bound(address);
-    if (piece != mPieces.begin()) {
-      --piece;
-    }
-    for (; piece != mPieces.end() && piece->first < address + size; ++piece) {
-      const haddr_t first = std::max(piece->first, address);
-      const haddr_t last = std::min<haddr_t>(End(*piece), address + size);
-      if (first < last) {
-        std::memcpy(bytes + (first - address), piece->second.data() + (first - piece->first),
-                    last - first);
-      }
-    }
-  }
-
-  // Forgets what lies at `end` and beyond.
-  void Cut(haddr_t end) {
-    while (!mPieces.empty() && End(*mPieces.rbegin()) > end) {
-      const auto last = std::prev(mPieces.end());
-      mSize -= last->second.size();
-      if (last->first >= end) {
-        mPieces.erase(last);
-      } else {
-        last->second.resize(end - last->first);
-        mSize += last->second.size();
-      }
-    }
-  }
-
-  // Takes the pieces that begin at `begin` or beyond out, which are to be written alone.
-  Pieces TakeFrom(haddr_t begin) {
-    Pieces taken;
-    for (auto piece = mPieces.lower_bound(begin); piece != mPieces.end();) {
-      taken.mSize += piece->second.size();
-      mSize -= piece->second.size();
-      auto next = std::next(piece);
-      taken.mPieces.insert(mPieces.extract(piece));
-      piece = next;
-    }
-    return taken;
-  }
-
-  // Joins pieces that are near each other, with what `read` says is between them; true if it can.
-  template <class Read>
-  bool Gather(const Read& read) {
-    for (auto first = mPieces.begin(); first != mPieces.end();) {
-      auto last = first;
-      auto next = std::next(first);
-      while (next != mPieces.end() && next->first <= End(*last) + sBytesWorthAWrite) {
-        last = next++;
-      }
-      if (last != first) {
-        Bytes whole(End(*last) - first->first);
-        if (!read(first->first, whole.data(), whole.size())) {
-          return false;
-        }
-        Overlay(first->first, whole.data(), whole.size());
-        mSize += whole.size();
-        for (auto piece = first; piece != next; ++piece) {
-          mSize -= piece->second.size();
-        }
-        first->second = std::move(whole);
-        mPieces.erase(std::next(first), next);
-      }
-      first = next;
-    }
-    return true;
-  }
-
-  const std::map<haddr_t, Bytes>& All() const { return mPieces; }
-
- private:
-  static haddr_t End(const std::pair<const haddr_t, Bytes>& piece) {
-    return piece.first + piece.second.size();
-  }
-
-  std::map<haddr_t, Bytes> mPieces;
-  std::uint64_t mSize = 0;
-};
 
 // A file as this driver knows it. Below is the file of the library's own driver, whose functions
 // are called past the library's interface: that would clear the stack of errors and print it twice.
@@ -173,7 +42,8 @@ class File {
                const void* buffer) {
     const auto* bytes = static_cast<const unsigned char*>(buffer);
     mEnd = std::max(mEnd, address + size);
-    const bool passes = mHasContent && address >= mCommittedEnd && size >= sBytesWorthAWrite;
+    const bool passes =
+        mHasContent && address >= mCommittedEnd && size >= H5_FilePieces::BytesWorthAWrite;
     if (!passes || mHeld.Overlaps(address, size)) {
       mHeld.Write(address, bytes, size);
       return mHeld.Size() > Vexa_H5::sMostBytesHeld && mHasContent ? EmitEarly(dxpl_id) : 0;
@@ -206,15 +76,15 @@ class File {
         return 0;
       }
       // In one piece, its unused end included.
-      const Pieces::Bytes rest(std::max(mEnd, FileEnd()) - FileEnd(), 0);
-      Pieces all;
+      const H5_FilePieces::Bytes rest(std::max(mEnd, FileEnd()) - FileEnd(), 0);
+      H5_FilePieces all;
       all.Write(FileEnd(), rest.data(), rest.size());
       for (const auto& [address, bytes] : mHeld.All()) {
         all.Write(address, bytes.data(), bytes.size());
       }
       mHeld = std::move(all);
     }
-    Pieces fresh = mHasContent ? mHeld.TakeFrom(mCommittedEnd) : Pieces();
+    H5_FilePieces fresh = mHasContent ? mHeld.TakeFrom(mCommittedEnd) : H5_FilePieces();
     if (Emit(fresh, dxpl_id) < 0 ||
         (mHasContent && FileEnd() < mEnd &&
          mpBelow->cls->truncate(mpBelow, dxpl_id, isClosing) < 0) ||
@@ -232,16 +102,17 @@ class File {
 
   // When too much is held, what lies beyond the old end goes first, where it does no harm.
   herr_t EmitEarly(hid_t dxpl_id) {
-    Pieces fresh = mHeld.TakeFrom(mCommittedEnd);
+    H5_FilePieces fresh = mHeld.TakeFrom(mCommittedEnd);
     const herr_t err = Emit(fresh, dxpl_id);
     return err < 0 || mHeld.Size() <= Vexa_H5::sMostBytesHeld / 2 ? err : Emit(mHeld, dxpl_id);
   }
 
   // Writes pieces and forgets them, or none of the latter. All are gathered first, so that the
   // writes follow one another closely.
-  herr_t Emit(Pieces& pieces, hid_t dxpl_id) {
-    const auto read = [&](haddr_t address, unsigned char* bytes, std::size_t size) {
-      return mpBelow->cls->read(mpBelow, H5FD_MEM_DEFAULT, dxpl_id, address, size, bytes) >= 0;
+  herr_t Emit(H5_FilePieces& pieces, hid_t dxpl_id) {
+    const auto read = [&](haddr_t address, H5_FilePieces::Bytes& bytes) {
+      return mpBelow->cls->read(mpBelow, H5FD_MEM_DEFAULT, dxpl_id, address, bytes.size(),
+                                bytes.data()) >= 0;
     };
     bool isFine = pieces.Gather(read);
     for (const auto& [address, bytes] : pieces.All()) {
@@ -264,7 +135,7 @@ class File {
   haddr_t mCommittedEnd;
   bool mLacksMetadata = false;  // some that the library wrote since the last flush
   bool mHasFailed = false;      // at the last flush
-  Pieces mHeld;
+  H5_FilePieces mHeld;
 };
 
 // The library casts this to H5FD_t and back.
@@ -350,26 +221,8 @@ auto Forward(const H5FD_t* file, Arguments... arguments) {
   return (below->cls->*Member)(below, arguments...);
 }
 
-H5FD_class_t MakeClass() {
-  H5FD_class_t driver{};
-#ifdef H5FD_CLASS_VERSION
-  driver.version = H5FD_CLASS_VERSION;
-  driver.value = static_cast<H5FD_class_value_t>(H5_VFD_RESERVED + 77);
-#endif
-  driver.name = "committing";
-  driver.maxaddr = (haddr_t{1} << 63) - 1;  // of an off_t
-  driver.fc_degree = H5F_CLOSE_WEAK;
-  driver.open = Open;
-  driver.close = Close;
-  driver.cmp = [](const H5FD_t* a, const H5FD_t* b) {
-    return BelowOf(a)->cls->cmp(BelowOf(a), BelowOf(b));
-  };
-  driver.query = [](const H5FD_t* file, unsigned long* flags) {
-    if (file == nullptr) {
-      return H5FDdriver_query(H5FD_SEC2, flags);
-    }
-    return BelowOf(file)->cls->query(BelowOf(file), flags);
-  };
+// How bytes move.
+void SetTransfer(H5FD_class_t& driver) {
   driver.get_eoa = [](const H5FD_t* file, H5FD_mem_t type) {
     return Forward<&H5FD_class_t::get_eoa>(file, type);
   };
@@ -395,6 +248,29 @@ H5FD_class_t MakeClass() {
     FileOf(file).Truncate(Forward<&H5FD_class_t::get_eoa>(file, H5FD_MEM_DEFAULT));
     return 0;
   };
+}
+
+H5FD_class_t MakeClass() {
+  H5FD_class_t driver{};
+#ifdef H5FD_CLASS_VERSION
+  driver.version = H5FD_CLASS_VERSION;
+  driver.value = static_cast<H5FD_class_value_t>(H5_VFD_RESERVED + 77);
+#endif
+  driver.name = "committing";
+  driver.maxaddr = (haddr_t{1} << 63) - 1;  // of an off_t
+  driver.fc_degree = H5F_CLOSE_WEAK;
+  driver.open = Open;
+  driver.close = Close;
+  driver.cmp = [](const H5FD_t* a, const H5FD_t* b) {
+    return BelowOf(a)->cls->cmp(BelowOf(a), BelowOf(b));
+  };
+  driver.query = [](const H5FD_t* file, unsigned long* flags) {
+    if (file == nullptr) {
+      return H5FDdriver_query(H5FD_SEC2, flags);
+    }
+    return BelowOf(file)->cls->query(BelowOf(file), flags);
+  };
+  SetTransfer(driver);
   driver.lock = [](H5FD_t* file, hbool_t isForWriting) {
     return Forward<&H5FD_class_t::lock>(file, isForWriting);
   };
