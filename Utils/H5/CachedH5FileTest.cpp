@@ -139,16 +139,18 @@ TEST_F(CachedH5FileTest, AKillAtAnyMomentLeavesWhatWasWritten) {
   dat.Append({1});
   TheCachedH5FileHolder().WriteCache();
   EXPECT_EQ(left(), (PlainH5::Rows{{1}}));
-  // A chunk is written again, in another place or longer, and its old place is given away.
-  dat.Append({0.1});
-  file.WriteImmediately("x.dat", [&] { dat.WriteCache(); });
-  file.GetObjectForWrite<Dat>("y.dat").Initialize({"t"}, true, 16);
-  file.GetObjectForWrite<Dat>("y.dat").Append({0.2});
-  file.WriteImmediately("y.dat", [&] { file.GetObjectForWrite<Dat>("y.dat").WriteCache(); });
+  // Each time the chunk takes another place, and its old one goes to the next.
+  PlainH5::Rows rows = {{1}};
+  for (int i = 1; i < 12; ++i) {
+    rows.push_back({0.1 * i});
+    dat.Append({0.1 * i});
+    file.WriteImmediately("x.dat", [&] { dat.WriteCache(); });
+  }
   EXPECT_EQ(left(), (PlainH5::Rows{{1}}));
+  rows.push_back({3});
   dat.Append({3});
   TheCachedH5FileHolder().WriteCache();
-  EXPECT_EQ(left(), (PlainH5::Rows{{1}, {0.1}, {3}}));
+  EXPECT_EQ(left(), rows);
 }
 
 TEST_F(CachedH5FileTest, ReadingWhatIsStillHeldWritesItFirst) {
