@@ -5,6 +5,7 @@
 #endif
 
 #include <algorithm>
+#include <bit>
 #include <memory>
 #include <new>
 #include <utility>
@@ -19,6 +20,58 @@ namespace {
 
 // Without a group behind it nobody can open a file.
 constexpr haddr_t sSuperblockBytes = 48;
+
+// The checksum of metadata: Bob Jenkins's lookup3 (hashlittle, with an initial value of 0), of 44
+// bytes here (HDF5 File Format Specification, "Superblock" of version 3).
+std::uint32_t ChecksumOfSuperblock(const unsigned char* bytes) {
+  const auto word = [bytes](int i) {
+    std::uint32_t value = 0;
+    for (int k = 3; k >= 0; --k) {
+      value = value << 8 | bytes[4 * i + k];
+    }
+    return value;
+  };
+  std::uint32_t a = 0xdeadbeef + 44;
+  std::uint32_t b = a;
+  std::uint32_t c = a;
+  for (int i = 0; i < 9; i += 3) {
+    a += word(i);
+    b += word(i + 1);
+    c += word(i + 2);
+    a = (a - c) ^ std::rotl(c, 4), c += b;
+    b = (b - a) ^ std::rotl(a, 6), a += c;
+    c = (c - b) ^ std::rotl(b, 8), b += a;
+    a = (a - c) ^ std::rotl(c, 16), c += b;
+    b = (b - a) ^ std::rotl(a, 19), a += c;
+    c = (c - b) ^ std::rotl(b, 4), b += a;
+  }
+  a += word(9);
+  b += word(10);
+  c = (c ^ b) - std::rotl(b, 14);
+  a = (a ^ c) - std::rotl(c, 11);
+  b = (b ^ a) - std::rotl(a, 25);
+  c = (c ^ b) - std::rotl(b, 16);
+  a = (a ^ c) - std::rotl(c, 4);
+  b = (b ^ a) - std::rotl(a, 14);
+  return (c ^ b) - std::rotl(b, 24);
+}
+
+// In a superblock of version 3, which other writers make, the library marks a file as open for
+// writing, and refuses a file that is so marked. What is committed can be read at any time, so it
+// carries no mark.
+void ClearWriteMark(H5_FilePieces::Bytes& beginning) {
+  constexpr std::size_t version = 8;
+  constexpr std::size_t mark = 11;
+  constexpr std::size_t checksum = sSuperblockBytes - 4;
+  if (beginning.size() < sSuperblockBytes || beginning[0] != 0x89 || beginning[version] != 3) {
+    return;
+  }
+  beginning[mark] = 0;
+  const std::uint32_t sum = ChecksumOfSuperblock(beginning.data());
+  for (std::size_t i = 0; i < 4; ++i) {
+    beginning[checksum + i] = static_cast<unsigned char>(sum >> 8 * i);
+  }
+}
 
 // A file as this driver knows it. Below is the file of the library's own driver, whose functions
 // are called past the library's interface: that would clear the stack of errors and print it twice.
@@ -41,6 +94,9 @@ class File {
   herr_t Write(H5FD_mem_t type, hid_t dxpl_id, haddr_t address, std::size_t size,
                const void* buffer) {
     const auto* bytes = static_cast<const unsigned char*>(buffer);
+    if (Vexa_H5::DiscardUnflushed::IsActive()) {
+      return 0;
+    }
     mEnd = std::max(mEnd, address + size);
     const bool passes =
         mHasContent && address >= mCommittedEnd && size >= H5_FilePieces::BytesWorthAWrite;
@@ -59,6 +115,10 @@ class File {
   }
 
   herr_t Commit(hid_t dxpl_id, hbool_t isClosing) {
+    if (Vexa_H5::DiscardUnflushed::IsActive()) {
+      mHasFailed = true;
+      return 0;
+    }
     mHasFailed = std::exchange(mLacksMetadata, false) || TryToCommit(dxpl_id, isClosing) < 0;
     return mHasFailed ? -1 : 0;
   }
@@ -115,6 +175,9 @@ class File {
                                 bytes.data()) >= 0;
     };
     bool isFine = pieces.Gather(read);
+    if (H5_FilePieces::Bytes* const beginning = pieces.Find(0)) {
+      ClearWriteMark(*beginning);
+    }
     for (const auto& [address, bytes] : pieces.All()) {
       isFine = isFine && mpBelow->cls->write(mpBelow, H5FD_MEM_DEFAULT, dxpl_id, address,
                                              bytes.size(), bytes.data()) >= 0;

@@ -31,4 +31,18 @@ inline constexpr std::uint64_t sMostBytesHeld = 32 * 1024 * 1024;
 /// their locks exclude each other. Fails with "H5Pset_driver failed".
 void UseCommittingDriver(hid_t fapl_id);
 
+/// While one lives, a file of this driver is closed as it was at its last flush, without what was
+/// written since: for a file that cannot be flushed.
+class DiscardUnflushed {
+ public:
+  DiscardUnflushed() { sIsActive = true; }
+  ~DiscardUnflushed() { sIsActive = false; }
+  DiscardUnflushed(const DiscardUnflushed&) = delete;
+  DiscardUnflushed& operator=(const DiscardUnflushed&) = delete;
+  static bool IsActive() { return sIsActive; }
+
+ private:
+  inline static bool sIsActive = false;
+};
+
 }  // namespace Vexa_H5

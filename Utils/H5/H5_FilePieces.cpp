@@ -9,6 +9,11 @@ void H5_FilePieces::Clear() {
   mSize = 0;
 }
 
+H5_FilePieces::Bytes* H5_FilePieces::Find(haddr_t address) {
+  const auto piece = mPieces.find(address);
+  return piece == mPieces.end() ? nullptr : &piece->second;
+}
+
 void H5_FilePieces::Write(haddr_t address, const unsigned char* bytes, std::size_t size) {
   // What follows a piece becomes a part of it, for much is written in ascending order.
   auto piece = mPieces.upper_bound(address);

@@ -22,6 +22,8 @@ class H5_FilePieces {
   /// Bytes of all pieces.
   std::uint64_t Size() const { return mSize; }
   const std::map<haddr_t, Bytes>& All() const { return mPieces; }
+  /// The bytes of the piece that begins there; null if none does.
+  Bytes* Find(haddr_t address);
   void Clear();
 
   /// Puts these bytes over what is there.
