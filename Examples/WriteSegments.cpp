@@ -62,27 +62,66 @@ Dat& Table(CachedH5File& file, const std::string& name, const MyVector<std::stri
   return table;
 }
 
-void WriteEnergy(CachedH5File& file, double time) {
-  const Body body(time, 0);
-  const double kinetic = body.mSpeed * body.mSpeed;
-  const double potential = -1 / std::hypot(body.mX, body.mY);
-  Table(file, "/Run.dir/energy.dat", {"time", "kinetic", "potential", "total"})
-      .Append({time, kinetic, potential, kinetic + potential});
-}
-
-void WriteBody(CachedH5File& file, const std::string& group, double time, double phaseShift) {
-  const Body body(time, phaseShift);
-  Table(file, "/" + group + "/position.dat", {"time", "x", "y"}).Append({time, body.mX, body.mY});
-  Table(file, "/" + group + "/speed.dat", {"time", "speed"}).Append({time, body.mSpeed});
-}
-
-// The surface of a body as a series whose terms become more as the body is deformed.
-void WriteShape(CachedH5File& file, double time) {
+Coef& ShapeSeries(CachedH5File& file) {
   auto& shape = file.GetObjectForWrite<Coef>("/BodyA.dir/shape.coef");
   if (!shape.AreAttributesKnown()) {
     shape.Initialize("time", "coefficients of the radius", /*compress=*/true,
                      /*indexChunkRows=*/512, /*coefChunkRows=*/4096);
   }
+  return shape;
+}
+
+const TensorStructure& MetricStructure() {
+  static const TensorStructure structure(3, "11");
+  return structure;
+}
+
+Tdm& MetricSeries(CachedH5File& file) {
+  auto& metric = file.GetObjectForWrite<Tdm>("/Run.dir/metric.tdm");
+  if (!metric.IsInitialized()) {
+    metric.Initialize("time", "metric", MetricStructure(), /*dataMeshDim=*/3, /*compress=*/true,
+                      /*indexChunkRows=*/64, /*dataChunkRows=*/16384);
+  }
+  return metric;
+}
+
+// All objects of a step. They are got before anything is appended: where one is got, a signal can
+// have everything written, and a file should not be left with half a step.
+struct Objects {
+  explicit Objects(CachedH5File& file)
+      : mEnergy(Table(file, "/Run.dir/energy.dat", {"time", "kinetic", "potential", "total"})),
+        mPositionA(Table(file, "/BodyA.dir/position.dat", {"time", "x", "y"})),
+        mPositionB(Table(file, "/BodyB.dir/position.dat", {"time", "x", "y"})),
+        mSpeedA(Table(file, "/BodyA.dir/speed.dat", {"time", "speed"})),
+        mSpeedB(Table(file, "/BodyB.dir/speed.dat", {"time", "speed"})),
+        mShape(ShapeSeries(file)),
+        mMetric(MetricSeries(file)),
+        mLog(file.GetObjectForWrite<Txt>("/Run.dir/log.txt")) {}
+  Dat& mEnergy;
+  Dat& mPositionA;
+  Dat& mPositionB;
+  Dat& mSpeedA;
+  Dat& mSpeedB;
+  Coef& mShape;
+  Tdm& mMetric;
+  Txt& mLog;
+};
+
+void WriteEnergy(Dat& energy, double time) {
+  const Body body(time, 0);
+  const double kinetic = body.mSpeed * body.mSpeed;
+  const double potential = -1 / std::hypot(body.mX, body.mY);
+  energy.Append({time, kinetic, potential, kinetic + potential});
+}
+
+void WriteBody(Dat& position, Dat& speed, double time, double phaseShift) {
+  const Body body(time, phaseShift);
+  position.Append({time, body.mX, body.mY});
+  speed.Append({time, body.mSpeed});
+}
+
+// The surface of a body as a series whose terms become more as the body is deformed.
+void WriteShape(Coef& shape, double time) {
   MyVector<double> coefficients(MV::Size(4 + static_cast<std::uint64_t>(time / 4)));
   for (int l = 0; l < coefficients.Size(); ++l) {
     coefficients[l] = std::exp(-l) * std::cos(0.1 * l * time);
@@ -91,15 +130,9 @@ void WriteShape(CachedH5File& file, double time) {
 }
 
 // A symmetric tensor of rank 2 on a grid of 6 x 6 x 6 points.
-void WriteMetric(CachedH5File& file, double time) {
-  const TensorStructure structure(3, "11");
+void WriteMetric(Tdm& metric, double time) {
   const Mesh mesh({6, 6, 6});
-  auto& metric = file.GetObjectForWrite<Tdm>("/Run.dir/metric.tdm");
-  if (!metric.IsInitialized()) {
-    metric.Initialize("time", "metric", structure, mesh.Dim(), /*compress=*/true,
-                      /*indexChunkRows=*/64, /*dataChunkRows=*/16384);
-  }
-  Tensor<DataMesh> tensor(structure, mesh);
+  Tensor<DataMesh> tensor(MetricStructure(), mesh);
   for (int component = 0; component < tensor.Size(); ++component) {
     for (int point = 0; point < mesh.Size(); ++point) {
       tensor[component][point] = 1 + 0.1 * component * std::sin(0.02 * point - 0.1 * time);
@@ -108,19 +141,19 @@ void WriteMetric(CachedH5File& file, double time) {
   metric.Append(time, tensor);
 }
 
-void WriteStep(CachedH5File& file, int step) {
+void WriteStep(const Objects& objects, int step) {
   const double time = step * sTimeStep;
-  WriteEnergy(file, time);
-  WriteBody(file, "BodyA.dir", time, 0);
-  WriteBody(file, "BodyB.dir", time, std::numbers::pi);
-  WriteShape(file, time);
+  WriteEnergy(objects.mEnergy, time);
+  WriteBody(objects.mPositionA, objects.mSpeedA, time, 0);
+  WriteBody(objects.mPositionB, objects.mSpeedB, time, std::numbers::pi);
+  WriteShape(objects.mShape, time);
   if (step % sStepsPerMetric == 0) {
-    WriteMetric(file, time);
+    WriteMetric(objects.mMetric, time);
   }
 }
 
-// How many steps of a segment its file has. Every table is written in each step, and what a file
-// has after a kill is what one write of the caches left, so one table tells for all objects.
+// How many steps of a segment its file has. Steps are written whole, and what a file has after a
+// kill is what one write of the caches left, so one table tells for all objects.
 int StepsInFile(const std::string& filename) {
   if (!FileExists(filename)) {
     return 0;
@@ -143,10 +176,11 @@ void WriteSegment(const std::string& filename, int firstStep) {
   for (int done = StepsInFile(filename); done < sStepsPerSegment; ++done) {
     {
       CachedH5File file(filename, ReadWrite, history, /*verbosity=*/0);
-      WriteStep(file, firstStep + done);
+      const Objects objects(file);
+      WriteStep(objects, firstStep + done);
       if (done + 1 == sStepsPerSegment) {
-        file.GetObjectForWrite<Txt>("/Run.dir/log.txt")
-            << "did steps " << firstStep << " to " << firstStep + sStepsPerSegment - 1 << '\n';
+        objects.mLog << "did steps " << firstStep << " to " << firstStep + sStepsPerSegment - 1
+                     << '\n';
       }
     }
     if ((done + 1) % sStepsPerWrite == 0) {
