@@ -60,11 +60,10 @@ CachedH5File::CachedH5File(const std::string& filename, H5AccessType access,
                            const VersionHistory& versionHistory, int verbosity, bool keepOpen)
     : CachedH5File(filename, access, verbosity) {
   const InsideStore inside;
-  const bool isNew = mpFile->IsUnfinished();
-  if (isNew && !versionHistory.empty()) {
+  if (mpFile->IsNew() && !versionHistory.empty()) {
     GetObjectForWrite<H5_Objects::Version>("VersionHist.ver").Initialize(versionHistory);
   }
-  mpFile->SetUnfinished(false);
+  mpFile->SetKnown();
   if (!keepOpen) {
     mpFile->CloseFile();
   }
@@ -78,6 +77,8 @@ CachedH5File::~CachedH5File() {
   const InsideStore inside;
   if (MayCheckInDestructor()) {
     if (!mpFile->IsIncomplete()) {
+      // First of all, so that a write that follows closes the file instead of flushing it.
+      mpFile->SetHandle(nullptr);
       TheCachedH5FileHolder().CheckForEmergencyWriteCache();
       mpFile->CloseFile();
     }
@@ -113,7 +114,7 @@ H5_Object& CachedH5File::GetObjectForRead_(const std::string& name, const std::s
   const InsideStore inside;
   const ReportContext context(name, mpFile->Filename());
   if (!mpFile->IsFileOpen()) {
-    mpFile->OpenFile();
+    mpFile->OpenToRead();
   }
   REQUIRE(mpFile->Root()->Exists(name),
           "Requesting non-existent dataset '" << name << "' in file " << mpFile->Filename());

@@ -15,11 +15,13 @@
 
 // What a program may rely on. Once a write of the caches has returned (CachedH5FileHolder says when
 // there is one), what was appended before is in the files for every later reader, whatever ends the
-// process: a kill, an abort, _exit. So is an empty file once its first handle was made. A kill
-// within a write leaves each file as it was after the write before, or as it is after this one: the
-// rows of all objects of a file belong together. Two things are not promised. What a power cut
-// takes is the file system's to say. And where the objects of one file hold more than 32 MB at a
-// write, or change so much of what is in the file, the file is changed in several steps; a kill
+// process: a kill, an abort, _exit; but for a file that waits for another program, which is said.
+// So is an empty file once its first handle was made. A kill within a write leaves each file as it
+// was after the write before, or as it is after this one. The rows of all objects of a file belong
+// together then, as far as the program lets no write come between what belongs together: it gets
+// all objects of a step before it appends to the first. Two things are not promised. What a power
+// cut takes is the file system's to say. And where the objects of one file hold more than 32 MB at
+// a write, or change so much of what is in the file, the file is changed in several steps; a kill
 // between them can cost rows that were there before.
 //
 // While a file is open for writing, other programs must wait for it, and so must other openings of

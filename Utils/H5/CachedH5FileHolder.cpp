@@ -217,9 +217,9 @@ void CachedH5FileHolder::WriteCache() const {
     std::uint64_t steps = 0;
     std::uint64_t size = 0;
     file.Root()->CacheStatistics(objects, steps, size);
-    bool isWaiting = false;
-    failure.Try([&] { isWaiting = !WriteFile(file, std::move(wait)); });
-    if (!isWaiting && size != 0) {
+    bool isWritten = false;
+    failure.Try([&] { isWritten = WriteFile(file, std::move(wait)); });
+    if (isWritten && size != 0) {
       ++written;
       objectsWithCache += objects;
       timeSteps += steps;
@@ -234,7 +234,7 @@ void CachedH5FileHolder::WriteCache() const {
   if (const auto end = EndOfWait()) {
     for (auto [path, file] : mFiles) {
       if (file.IsWaiting() && !file.IsIncomplete()) {
-        file.CloseFile();
+        failure.Try([&file] { file.CloseFile(); });
         write(file, LockWait::Until(*end, true));
         SayWhatIsLost(file);
       }
@@ -280,7 +280,7 @@ void CachedH5FileHolder::WriteAtLast(bool includesIncomplete) {
       continue;
     }
     mHasWaitedAtLast = true;
-    file.CloseFile();  // somebody may still have it open for reading
+    failure.Try([&file] { file.CloseFile(); });  // somebody may still have it open for reading
     write(file, LockWait::Until(end, isAbort));
     if (isAbort) {
       SayWhatIsLost(file);

@@ -32,9 +32,9 @@ class CachedH5FileHolder : public CachedOutputObject {
   /// before they are whole, and which is faster without, sets it to false before it opens them.
   void SetFilesStayReadable(bool stayReadable) { mFilesStayReadable = stayReadable; }
   /// How long files are waited for that other programs have open: all of them together when the
-  /// process ends or the cache is purged, and one that is opened for the first time for writing;
-  /// 20 seconds at start. After that a file that others only read is written nevertheless, and one
-  /// that another program writes to is a failure.
+  /// process ends or the cache is purged, and one for which a handle is made, or an object got,
+  /// that needs it open for writing; 20 seconds at start. After that a file that others only read
+  /// is written nevertheless, and one that another program writes to is a failure.
   static void SetLockPatience(std::chrono::duration<double> patience) {
     Vexa_H5::SetLockPatience(patience);
   }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <memory>
 #include <optional>
+#include <tuple>
 
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/H5/H5_Chunks.hpp"
@@ -110,6 +111,15 @@ TableLayout ReadTableLayout(hid_t dataset_id, const std::string& name, Location 
   REQUIRE_AT(where, layout.mColumns<=mostColumns,
              name << " claims " << layout.mColumns << " columns");
   return layout;
+}
+
+bool TableLayout::IsLike(const TableLayout& other) const {
+  const auto form = [](const TableLayout& layout) {
+    return std::tuple(layout.mColumns, layout.mChunkRows, layout.mChunkColumns, layout.mHasFilters,
+                      layout.mMovesChunks, layout.mFilters.mShuffle, layout.mFilters.mDeflate,
+                      layout.mFilters.mFletcher32);
+  };
+  return form(*this) == form(other);
 }
 
 void CheckStorage(hid_t dataset_id, TableLayout& layout, const std::string& name, Location where) {

@@ -32,6 +32,9 @@ struct TableLayout {
   bool mHasFilters = false;
   bool mMovesChunks = false;     // chunks can be moved past the library's filters
   ChunkCodec::Filters mFilters;  // of such chunks
+
+  /// Whether values lie alike: everything but the number of rows and what depends on it.
+  bool IsLike(const TableLayout& other) const;
 };
 
 /// Reads extents and chunking of an open dataset; fails with "Dimension mismatch." unless its rank

@@ -19,7 +19,9 @@ bool LinkExists(hid_t parentId, const std::string& name, const Trace& trace,
   return answer > 0;
 }
 
-void DataSet::RequireConsistentExistence(bool h5_exists, Location where) const {
+void DataSet::RequireConsistentExistence(bool h5_exists, Location where) {
+  mExistsInFile = mIsExistenceKnown ? mExistsInFile : h5_exists;
+  mIsExistenceKnown = true;
   REQUIRE_AT(where, h5_exists==mExistsInFile,
              "Existence of group is inconsistently reported by h5-library and\nH5_Node.  mName="
                  << mName << ", h5_exists=" << h5_exists << ", mExistsInFile=" << mExistsInFile);

@@ -24,6 +24,7 @@ bool LinkExists(hid_t parentId, const std::string& name, const Trace& trace,
 class DataSet : public H5_Object {
  public:
   bool IsObjectOpen() const override { return mMy_id >= 0; }
+  void RolledBack() override { mIsExistenceKnown = false; }
   void DropIds() override { mMy_id = -1; }
 
   /// How the open dataset lies on disk.
@@ -39,7 +40,7 @@ class DataSet : public H5_Object {
 
   /// Fails with "Existence of group is inconsistently reported ..." unless the file agrees with
   /// mExistsInFile about the link.
-  void RequireConsistentExistence(bool h5_exists, Location where) const;
+  void RequireConsistentExistence(bool h5_exists, Location where);
 
   /// Extents of the open dataset in the file, now.
   std::vector<hsize_t> FileExtents(Location where) const;
@@ -77,7 +78,8 @@ class DataSet : public H5_Object {
 
   std::string mName;   // the link's name in its parent group
   bool mExistsInFile;  // given at construction, set when created
-  hid_t mMy_id = -1;   // open dataset, or -1 while closed
+  bool mIsExistenceKnown = true;
+  hid_t mMy_id = -1;  // open dataset, or -1 while closed
   Trace mTrace;
 };
 

@@ -28,7 +28,8 @@ void H5_FailedWrites::Throw(const std::string& filename) {
           << (listed < mNames.size() ? " ...\n" : "\n");
   }
   if (mIsHopeless) {
-    MyErr << "Nothing more is written to file '" << filename << "'.\n";
+    MyErr << "File '" << filename
+          << "' stays as it was before; what was appended to it since is lost.\n";
   }
   // For the handler of an exception that does not say itself what was being worked on.
   const ReportContext context(mNames[0], filename);

@@ -20,7 +20,7 @@ class H5_FailedWrites {
     return false;
   }
 
-  /// Says that nothing more can be written to the file.
+  /// Says that the file itself failed, so that nothing more of this write can reach it.
   void SetHopeless() { mIsHopeless = true; }
   bool IsHopeless() const { return mIsHopeless; }
   bool IsEmpty() const { return mNames.empty(); }

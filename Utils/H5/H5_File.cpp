@@ -1,12 +1,15 @@
 #include "Utils/H5/H5_File.hpp"
 
 #include <algorithm>
+#include <filesystem>
+#include <optional>
 #include <ostream>
 #include <utility>
 
 #include "Utils/ErrorHandling/MyAbort.hpp"
 #include "Utils/ErrorHandling/MyErr.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
+#include "Utils/H5/H5_CommittingDriver.hpp"
 #include "Utils/H5/H5_FailedWrites.hpp"
 #include "Utils/H5/H5_Library.hpp"
 #include "Utils/H5/H5_Utils.hpp"
@@ -34,14 +37,22 @@ H5_File::H5_File(const std::string& fullPath, H5AccessType access, int verbosity
       mTrace(verbosity),
       mAtype(access),
       mStaysReadable(staysReadable),
-      mIsUnfinished(!FileExists(fullPath) || IsEmptyFile(fullPath)) {
+      mIsNew(!FileExists(fullPath) || IsEmptyFile(fullPath)),
+      mIsUnfinished(mIsNew && !staysReadable) {
+  bool isMade = false;
   try {
     OpenFile();
-    if (mIsUnfinished) {
+    isMade = mIsNew;
+    if (mIsNew) {
       Flush();
     }
   } catch (...) {
     CloseSilently();
+    if (isMade) {
+      // It holds nothing, and may be less than a file that opens.
+      std::error_code ignored;
+      std::filesystem::remove(mFilename, ignored);
+    }
     throw;
   }
 }
@@ -68,6 +79,23 @@ void H5_File::OpenFile() {
   Open(mAtype, wait);
 }
 
+void H5_File::OpenToRead() {
+  Vexa_H5::LockWait once = Vexa_H5::LockWait::None();
+  if (mAtype == ReadOnly || Open(ReadWrite, once)) {
+    if (!IsFileOpen()) {
+      OpenFile();
+    }
+  } else if (Vexa_H5::SharedLock(mFilename).IsHeld()) {
+    Open(ReadOnly, once);
+  } else {
+    OpenFile();
+  }
+}
+
+bool H5_File::IsIncomplete() const {
+  return mIsUnfinished || mIsWriting || (mCannotOpen && MyAbortCalled_UncleanShutdown());
+}
+
 bool H5_File::Open(H5AccessType access, Vexa_H5::LockWait& wait) {
   REQUIRE(!IsFileOpen(), "Internal error: " << mFilename << " is open already");
   const std::string noDataset;
@@ -83,6 +111,7 @@ bool H5_File::Open(H5AccessType access, Vexa_H5::LockWait& wait) {
   mSharedLock = std::move(wait.mHeld);
   if (mpRoot == nullptr) {
     BuildTree();
+    mHasWaited = false;  // nothing was known before
   }
   return true;
 }
@@ -144,9 +173,14 @@ void H5_File::CloseFile() {
   constexpr unsigned kinds = H5F_OBJ_FILE | H5F_OBJ_DATASET | H5F_OBJ_GROUP | H5F_OBJ_ATTR;
   const ssize_t leaked = isChecked ? H5Fget_obj_count(mFile_id, kinds | H5F_OBJ_LOCAL) - 1 : 0;
   REQUIRE(leaked==0, "Internal error: " << leaked << " identifiers open while closing the file");
-  const hid_t file_id = mFile_id;
-  mFile_id = -1;
-  const herr_t err = mTrace(5, H5Fclose(file_id), "H5Fclose(", file_id, ")");
+  herr_t err = mIsOpenForWriting && mStaysReadable ? H5Fflush(mFile_id, H5F_SCOPE_LOCAL) : 0;
+  if (err < 0) {
+    // A close that fails would leave the file open in the library.
+    RollBack();
+  } else {
+    const hid_t file_id = std::exchange(mFile_id, -1);
+    err = mTrace(5, H5Fclose(file_id), "H5Fclose(", file_id, ")");
+  }
   mSharedLock = {};
   REQUIRE(err==0, "H5Fclose returned err=" << err);
   Vexa_H5::CountOpenFiles(-1);
@@ -183,6 +217,11 @@ void H5_File::CloseSilently() noexcept {
   constexpr unsigned objects = H5F_OBJ_ALL & ~static_cast<unsigned>(H5F_OBJ_FILE);
   hid_t left = -1;
   while (H5Fget_obj_ids(mFile_id, objects | H5F_OBJ_LOCAL, 1, &left) > 0 && H5Idec_ref(left) >= 0) {
+  }
+  std::optional<Vexa_H5::DiscardUnflushed> discard;
+  if (mIsOpenForWriting && mStaysReadable &&
+      (mIsRollingBack || H5Fflush(mFile_id, H5F_SCOPE_LOCAL) < 0)) {
+    discard.emplace();
   }
   if (H5Fclose(std::exchange(mFile_id, -1)) >= 0) {
     Vexa_H5::CountOpenFiles(-1);
@@ -239,11 +278,21 @@ bool H5_File::WriteCache(Vexa_H5::LockWait wait) {
   mIsWriting = failed.IsHopeless();
   mIsWaiting = mHasWaited = false;
   mHasFailed = mHasFailed || !failed.IsEmpty();
-  if (mAtype == ReadOnly && !failed.IsHopeless()) {
+  if (failed.IsHopeless() && mStaysReadable) {
+    RollBack();
+  } else if (mAtype == ReadOnly) {
     CloseFile();
   }
   failed.Throw(mFilename);
   return true;
+}
+
+void H5_File::RollBack() {
+  mIsRollingBack = true;
+  CloseSilently();
+  mIsRollingBack = false;
+  mpRoot->DropCache();
+  mpRoot->RolledBack();
 }
 
 void H5_File::Flush() {
@@ -264,10 +313,11 @@ bool H5_File::BeginWriting(Vexa_H5::LockWait wait) {
   }
   bool isOpen = false;
   try {
+    mCannotOpen = true;
     isOpen = Open(ReadWrite, wait);
+    mCannotOpen = false;
   } catch (...) {
-    // A file that nobody could open for a lock is as good as it was.
-    mIsWriting = !wait.mIsLocked;
+    mIsWriting = false;  // a file that could not be opened is as good as it was
     throw;
   }
   mIsWriting = isOpen;

@@ -32,13 +32,16 @@ class H5_File {
   /// Opens again with the stored access; the tree stays as it is. A file that is opened for writing
   /// and locked by another program is waited for, as LockWait::Patient says.
   void OpenFile();
+  /// Opens a closed file to read from it: for writing, too, if its access says so, unless another
+  /// program that reads the file is in the way.
+  void OpenToRead();
   /// Closes all objects and the file; what is held stays in memory.
   void CloseFile();
-  /// The library has ended, and closed the file: nothing is open any more. What is held stays.
-  void DropIds();
-  /// The same after a failure, when nothing can be expected to be in order: reports nothing, and
+  /// Does so after a failure, when nothing can be expected to be in order: reports nothing, and
   /// closes what interrupted calls left open besides.
   void CloseSilently() noexcept;
+  /// The library has ended, and closed the file: nothing is open any more. What is held stays.
+  void DropIds();
   bool IsFileOpen() const { return mFile_id >= 0; }
   hid_t FileId() const { return mFile_id; }
   const std::string& Filename() const { return mFilename; }
@@ -50,9 +53,11 @@ class H5_File {
   std::uint64_t CummulativeCacheSize() const;
 
   /// Writes what all objects hold; opens a closed file and leaves it open. Does nothing, not even
-  /// open, when nothing is held. Fails on a ReadOnly file that holds data. The failure of one
-  /// object is thrown on when the others are written; what it held is dropped. A file that has a
-  /// handle is flushed then; one that has none is the caller's to close.
+  /// open, when nothing is held. Fails on a ReadOnly file that holds data which did not wait for
+  /// another program. The failure of one object is thrown on when the others are written; what it
+  /// held is dropped. A file that has a handle is flushed then; one that has none is the caller's
+  /// to close. When the file itself fails, as on a full disk, it stays as it was at its last flush,
+  /// and what was appended since is dropped.
   /// False if a handle that only reads is in the way, or another program's lock that may be, as
   /// `wait` says. What is held then waits for a later call, which is said once.
   bool WriteCache(Vexa_H5::LockWait wait = Vexa_H5::LockWait::None());
@@ -64,12 +69,16 @@ class H5_File {
   /// Opens the object of `node`, which is new, calls `write`, and closes the object again. If that
   /// fails, what the object holds is dropped, unless the file is unfinished.
   void WriteImmediately(H5_Node& node, const std::function<void()>& write);
-  /// While set, as for a new file at first, the file lacks something that is still to be added.
+  /// Whether the file was made for a handle that is not complete yet.
+  bool IsNew() const { return mIsNew; }
+  void SetKnown() { mIsNew = mIsUnfinished = false; }
+  /// While set, as at first for a new file that does not stay readable, the file lacks something
+  /// that is still to be added.
   void SetUnfinished(bool isUnfinished) { mIsUnfinished = isUnfinished; }
   /// Whether the file is unfinished, or nothing can be written to it any more. It is neither
   /// written nor closed then when the process ends: what is on disk is not a whole file, and only
   /// because nobody closed it does no reader take it for one.
-  bool IsIncomplete() const { return mIsUnfinished || mIsWriting; }
+  bool IsIncomplete() const;
   bool IsUnfinished() const { return mIsUnfinished; }
   /// Whether a write failed, if only of one object; what fails when the file is closed then follows
   /// from that.
@@ -107,6 +116,7 @@ class H5_File {
   void Flush();
   bool BeginWriting(Vexa_H5::LockWait wait);
   void KeepWaiting();
+  void RollBack();
   void CloseNodesOpenedSince(std::size_t openBefore);
   void CacheChanged(std::uint64_t before, std::uint64_t now);
   // The nodes tell what is open and how many were read from disk, so that closing costs what was
@@ -126,8 +136,11 @@ class H5_File {
   H5_File** mpHandle = nullptr;
   std::uint64_t* mpTotal = nullptr;
   bool mStaysReadable;
-  bool mIsUnfinished;  // a new file is, until it has a handle
+  bool mIsNew;
+  bool mIsUnfinished;
   bool mIsWriting = false;
+  bool mIsRollingBack = false;
+  bool mCannotOpen = false;  // at the last attempt to write
   bool mHasFailed = false;
   std::uint64_t mNodes = 0;
   std::uint64_t mMostNodes = 0;            // a file of this size has no room for more

@@ -54,7 +54,7 @@ struct LockWait {
   bool mHasWaited = false;  // others may have changed the file meanwhile
 };
 
-/// How long a file is waited for that is opened for the first time; 20 seconds at start.
+/// How long a file is waited for that must be opened for writing; 20 seconds at start.
 std::chrono::duration<double> LockPatience();
 void SetLockPatience(std::chrono::duration<double> patience);
 

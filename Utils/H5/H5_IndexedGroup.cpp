@@ -32,6 +32,10 @@ void IndexedGroup::InitializeTables(const MyVector<std::string>& indexLegend,
 
 void IndexedGroup::OpenObject(hid_t parentGroupId) {
   mTrace.Line(5, mKind, "::OpenObject(", parentGroupId, ")");
+  if (!mIsExistenceKnown) {
+    mExistsOnDisk = LinkExists(parentGroupId, mName, mTrace);
+    mIsExistenceKnown = true;
+  }
   const bool existedBefore = mExistsOnDisk;
   mGroup.OpenObject(parentGroupId);
   mExistsOnDisk = true;
@@ -97,6 +101,13 @@ void IndexedGroup::WriteCache() {
   WriteValuesImmediately_(mCachedValues.size(),
                           [this](ColumnWriter& writer) { writer.Append(mCachedValues); });
   ForgetSteps();
+}
+
+void IndexedGroup::RolledBack() {
+  mIsExistenceKnown = false;
+  mGroup.RolledBack();
+  mIndex.RolledBack();
+  mValues.RolledBack();
 }
 
 void IndexedGroup::DropCache() {

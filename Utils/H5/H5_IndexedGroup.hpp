@@ -40,6 +40,7 @@ class IndexedGroup : public H5_Object {
   bool AreAttributesKnown() const override { return mIndex.AreAttributesKnown(); }
   void WriteCache() override;
   void DropCache() override;
+  void RolledBack() override;
   /// Cuts both tables back to the last whole step, with a notice through MyErr, if they disagree.
   void PrepareToAppend() override;
   std::uint64_t NTimeStepsCached() const override { return mCachedTimes.size(); }
@@ -131,6 +132,7 @@ class IndexedGroup : public H5_Object {
   WholePart FindWholePart(std::uint64_t first) const;
 
   bool mExistsOnDisk;
+  bool mIsExistenceKnown = true;
   Dir mGroup;
   Dat mIndex;
   Dat mValues;

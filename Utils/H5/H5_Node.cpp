@@ -331,6 +331,17 @@ void H5_Node::DropCache() {
   }
 }
 
+void H5_Node::RolledBack() {
+  if (mpObject != nullptr) {
+    mpObject->RolledBack();
+  }
+  if (mpDirectory != nullptr) {
+    for (auto [name, child] : mpDirectory->mChildren) {
+      child.RolledBack();
+    }
+  }
+}
+
 void H5_Node::CacheChanged(std::uint64_t before, std::uint64_t now) {
   mpFile->CacheChanged(before, now);
   for (H5_Node* node = this; node != nullptr; node = node->mpParent) {

@@ -102,6 +102,8 @@ class H5_Node final : private CacheListener {
   void WriteCache(H5_FailedWrites& failed);
   /// Has the subtree forget what it holds.
   void DropCache();
+  /// Tells all objects that the file is as it was at its last flush: some may not be in it.
+  void RolledBack();
   /// Bytes held by the objects of the subtree. Costs nothing.
   std::uint64_t CummulativeCacheSize() const { return mCacheSize; }
 

@@ -43,6 +43,8 @@ class H5_Object : public Factory::EnableCreation<H5_Object, const std::string&, 
   virtual void WriteCache() = 0;
   /// Forgets what is held, after it could not be written.
   virtual void DropCache() = 0;
+  /// Says that the object may not be in its file any more, after all.
+  virtual void RolledBack() = 0;
   /// Makes an open object that an earlier process wrote fit to be appended to. Called once, when it
   /// is first asked for to be written.
   virtual void PrepareToAppend() {}

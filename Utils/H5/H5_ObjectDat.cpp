@@ -93,11 +93,7 @@ void Dat::OpenObject(hid_t parentGroupId) {
     mMy_id = mTrace(4, H5Dopen2(parentGroupId, group_name.c_str(), Vexa_H5::DatasetAccess()),
                     "H5Dopen2(", parentGroupId, ", \"", group_name, "\")");
     REQUIRE(mMy_id>=0, "Opening of dataset " << group_name << " failed");
-    if (AreAttributesKnown() && mLayout.mChunkRows != 0 && IsFileWritable()) {
-      TakeExtents();
-    } else {
-      TakeLayout();
-    }
+    TakeLayout();
     REQUIRE(mExtents.Size()==2 && static_cast<unsigned int>(mLegends.Size())==mExtents[1],
             "internal consistency error");
   } else {
@@ -108,29 +104,29 @@ void Dat::OpenObject(hid_t parentGroupId) {
     mMy_id = CreateDataSet(parentGroupId, group_name, mLegends.size(), mChunkRows);
     REQUIRE(mMy_id>=0, "CreateDataSet failed");
     mLayout = ReadTableLayout(mMy_id, mName, Location::current());
-    mExistsInFile = true;
+    mExistsInFile = mIsLayoutKnown = true;
     Vexa_H5::AttachStringsToAttributes(mMy_id, "Legend", mLegends, mTrace.Verbosity());
     ReportCacheSize();
   }
 }
 
 void Dat::TakeLayout() {
+  const TableLayout before = mLayout;
   mLayout = ReadTableLayout(mMy_id, mName, Location::current());
-  CheckStorage(mMy_id, mLayout, mName, Location::current());
   mExtents = {mLayout.mRows, mLayout.mColumns};
+  // What was looked at once in a file that this process writes need not be looked at again, unless
+  // somebody has put another table in its place.
+  if (mIsLayoutKnown && mLayout.IsLike(before) && IsFileWritable()) {
+    mLayout.mStoredBytes = before.mStoredBytes;
+    return;
+  }
+  CheckStorage(mMy_id, mLayout, mName, Location::current());
   mLegends = Vexa_H5::RetrieveStringsFromAttributes(mMy_id, "Legend", true, mTrace.Verbosity());
   if (mLegends.empty()) {
     mLegends = UndefinedLegends(mLayout.mColumns);
   }
   mLegendCharacters = Characters(mLegends);
-}
-
-void Dat::TakeExtents() {
-  const std::vector<hsize_t> dims = FileExtents(Location::current());
-  const std::size_t ndims = dims.size();
-  REQUIRE(ndims==2, "Dimension mismatch.");
-  mExtents = {dims[0], dims[1]};
-  mLayout.mRows = dims[0];
+  mIsLayoutKnown = true;
 }
 
 hid_t Dat::CreateDataSet(hid_t parentId, const std::string& name, std::uint64_t columns,

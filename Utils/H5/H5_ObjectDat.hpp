@@ -102,9 +102,7 @@ class Dat : public DataSet, public Factory::Register<Dat> {
  private:
   hid_t CreateDataSet(hid_t parentId, const std::string& name, std::uint64_t columns,
                       std::uint64_t chunkRows);
-  // What the open table is, and no more than its size, for one that this process has had open.
   void TakeLayout();
-  void TakeExtents();
   void WriteCacheDetail(std::uint64_t rows, const std::function<void(const OpenTable&)>& write);
   void RequireFileExtents(const char* message) const;
   void ForgetRows();
@@ -117,6 +115,7 @@ class Dat : public DataSet, public Factory::Register<Dat> {
   unsigned long long mNumberOfColumnsPerRow = 1;  // of the waiting rows; 1 while there are none
   std::vector<double> mCachedData;                // waiting rows, row after row
   TableLayout mLayout;                            // of the open table
+  bool mIsLayoutKnown = false;                    // from an earlier opening, or our own making
 };
 
 }  // namespace H5_Objects

@@ -31,6 +31,8 @@ Dir::~Dir() {
 void Dir::OpenObject(hid_t parentId) {
   REQUIRE(IsObjectOpen()==false, "Opening H5_ObjectDir while it is already open");
   const bool h5_exists = LinkExists(parentId, mName, mTrace);
+  mExistsOnDisk = mIsExistenceKnown ? mExistsOnDisk : h5_exists;
+  mIsExistenceKnown = true;
   REQUIRE(h5_exists==mExistsOnDisk,
           "Existence of group is inconsistently reported by h5-library and\nH5_Node.  mName="
               << mName << ", h5_exists=" << h5_exists << ", mExistsOnDisk=" << mExistsOnDisk);

@@ -29,6 +29,7 @@ class Dir : public H5_Object, public Factory::Register<Dir> {
   std::uint64_t NTimeStepsCached() const override { return 0; }
   void WriteCache() override {}
   void DropCache() override {}
+  void RolledBack() override { mIsExistenceKnown = false; }
   void CloseObject() override;
   void DropIds() override { mGroup_id = -1; }
   std::ostream& Output(std::ostream& os, const std::string& indent) const override;
@@ -42,6 +43,7 @@ class Dir : public H5_Object, public Factory::Register<Dir> {
  private:
   std::string mName;
   bool mExistsOnDisk;
+  bool mIsExistenceKnown = true;
   Trace mTrace;
   hid_t mGroup_id = -1;
 };
