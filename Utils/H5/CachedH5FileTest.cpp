@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/file.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -151,6 +152,49 @@ TEST_F(CachedH5FileTest, AKillAtAnyMomentLeavesWhatWasWritten) {
   dat.Append({3});
   TheCachedH5FileHolder().WriteCache();
   EXPECT_EQ(left(), rows);
+}
+
+TEST_F(CachedH5FileTest, AFileOfAnotherVersionIsLeftWithoutAMarkOfItsWriter) {
+  const PropertyListHandle latest(H5Pcreate(H5P_FILE_ACCESS));
+  H5Pset_libver_bounds(latest, H5F_LIBVER_V110, H5F_LIBVER_V110);
+  H5Fclose(H5Fcreate(Path("a.h5").c_str(), H5F_ACC_EXCL, H5P_DEFAULT, latest));
+  CachedH5File file(Path("a.h5"), ReadWrite, {}, 0);
+  auto& dat = file.GetObjectForWrite<Dat>("x.dat");
+  dat.Initialize({"t"}, true, 16);
+  dat.Append({1});
+  TheCachedH5FileHolder().WriteCache();
+  std::filesystem::copy_file(Path("a.h5"), Path("b.h5"));
+  EXPECT_EQ(RowsOnDisk("b.h5"), 1u);
+}
+
+TEST_F(CachedH5FileTest, AFlushThatFailsIsUndoneAndTheFileGoesOn) {
+  TheCachedH5FileHolder().SetMaxCacheSize(1000000);
+  std::signal(SIGXFSZ, SIG_IGN);
+  rlimit unlimited{};
+  getrlimit(RLIMIT_FSIZE, &unlimited);
+  const auto failToWrite = [&] {
+    const rlimit full{std::filesystem::file_size(Path("a.h5")), unlimited.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &full);
+    EXPECT_NE(ReportOf([] { TheCachedH5FileHolder().WriteCache(); }), "");
+    setrlimit(RLIMIT_FSIZE, &unlimited);
+  };
+  Append("a.h5", 2);
+  TheCachedH5FileHolder().WriteCache();
+  Append("a.h5", 2000);
+  failToWrite();  // to close the file
+  Append("a.h5", 1);
+  {
+    CachedH5File file(Path("a.h5"), ReadWrite, {}, 0);
+    auto& dat = file.GetObjectForWrite<Dat>("G.dir/y.dat");
+    dat.Initialize({"t"}, false, 512);
+    dat.Append({1});
+    failToWrite();  // to flush it
+    dat.Append({2});
+  }
+  Append("a.h5", 1);
+  TheCachedH5FileHolder().WriteCache();
+  EXPECT_EQ(RowsOnDisk("a.h5"), 3u);
+  EXPECT_EQ(PlainH5::File::Open(Path("a.h5")).ReadTable("G.dir/y.dat"), (PlainH5::Rows{{2}}));
 }
 
 TEST_F(CachedH5FileTest, ReadingWhatIsStillHeldWritesItFirst) {
