@@ -92,18 +92,49 @@ std::string WhatIsRefused(const std::string& formula) {
   return "";
 }
 
-// The evaluator's own functions stay; these are the rounding ones and others that it lacks.
+// Functions of one argument are those of the C library under their names there; the evaluator's own
+// round, underflow and overflow where they need not.
 void DefineNames(mu::Parser& parser) {
   parser.ClearConst();
   parser.DefineConst("Pi", std::numbers::pi);
   const struct {
     const char* mName;
     double (*mpFunction)(double);
-  } functions[] = {{"fabs", std::fabs},
+  } functions[] = {{"abs", std::fabs},
+                   {"fabs", std::fabs},
+                   {"sqrt", std::sqrt},
                    {"cbrt", std::cbrt},
+                   {"exp", std::exp},
+                   {"exp2", std::exp2},
+                   {"expm1", std::expm1},
+                   {"ln", std::log},
+                   {"log", std::log},
+                   {"log2", std::log2},
+                   {"log10", std::log10},
+                   {"log1p", std::log1p},
+                   {"logb", std::logb},
+                   {"sin", std::sin},
+                   {"cos", std::cos},
+                   {"tan", std::tan},
+                   {"asin", std::asin},
+                   {"acos", std::acos},
+                   {"atan", std::atan},
+                   {"sinh", std::sinh},
+                   {"cosh", std::cosh},
+                   {"tanh", std::tanh},
+                   {"asinh", std::asinh},
+                   {"acosh", std::acosh},
+                   {"atanh", std::atanh},
+                   {"erf", std::erf},
+                   {"erfc", std::erfc},
                    {"floor", std::floor},
+                   {"lgamma", std::lgamma},
+                   {"tgamma", std::tgamma},
                    {"ceil", std::ceil},
-                   {"round", std::round}};
+                   {"round", std::round},
+                   {"trunc", std::trunc},
+                   {"rint", std::rint},
+                   {"nearbyint", std::nearbyint}};
   for (const auto& function : functions) {
     parser.DefineFun(function.mName, function.mpFunction);
   }
