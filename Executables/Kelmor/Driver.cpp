@@ -8,7 +8,6 @@
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/ErrorHandling/TerminateHandler.hpp"
 #include "Utils/H5/CachedH5FileHolder.hpp"
-#include "Utils/H5/H5_CharacterSet.hpp"
 #include "Utils/Process/Files.hpp"
 #include "Utils/StringParsing/PathUtilities.hpp"
 
@@ -86,7 +85,6 @@ void JoinFiles(const CommandLineParser& parser) {
 
   // A part of a join must not pass for the whole, so the output is readable when it is finished.
   TheCachedH5FileHolder().SetFilesStayReadable(false);
-  Vexa_H5::LabelAllAsAscii();
   auto output =
       std::make_unique<CachedH5File>(OutputFile, ReadWrite, CachedH5File::VersionHistory{}, 0);
   output->SetUnfinished(true);

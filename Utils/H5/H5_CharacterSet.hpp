@@ -11,8 +11,4 @@ namespace Vexa_H5 {
 /// all of them are valid UTF-8 and not all are ASCII, else as ASCII.
 H5T_cset_t CharacterSetOf(std::span<const std::string_view> strings);
 
-/// From this call on, new strings are labelled as ASCII whatever they hold. For a program whose
-/// files are compared with earlier ones byte for byte.
-void LabelAllAsAscii();
-
 }  // namespace Vexa_H5

@@ -308,9 +308,20 @@ def join(inputs, options):
 
 # Comparing.
 
-def has_string_type(kind, padding):
+def character_set_of(strings):
+    if all(map(bytes.isascii, strings)):
+        return h5t.CSET_ASCII
+    try:
+        for string in strings:
+            string.decode("utf-8")
+    except UnicodeDecodeError:
+        return h5t.CSET_ASCII
+    return h5t.CSET_UTF8
+
+
+def has_string_type(kind, padding, strings):
     return (isinstance(kind, h5t.TypeStringID) and kind.is_variable_str() and
-            kind.get_cset() == h5t.CSET_ASCII and kind.get_strpad() == padding)
+            kind.get_cset() == character_set_of(strings) and kind.get_strpad() == padding)
 
 
 def attribute_differs(node, name, wanted):
@@ -318,7 +329,7 @@ def attribute_differs(node, name, wanted):
     if name == "Version":
         return (attribute.shape != (1,) or not attribute.get_type().equal(h5t.NATIVE_UINT64) or
                 node.attrs[name][0] != wanted)
-    return (not has_string_type(attribute.get_type(), h5t.STR_SPACEPAD) or
+    return (not has_string_type(attribute.get_type(), h5t.STR_SPACEPAD, wanted) or
             strings_of(node, name) != wanted)
 
 
@@ -355,12 +366,12 @@ def node_differences(node, wanted):
             is_right_type = kind.equal(h5t.NATIVE_DOUBLE)
         elif isinstance(wanted, Text):
             layout |= {"dimensions": (1,), "maximum": (None,), "chunks": (16,)}
-            is_right_type = has_string_type(kind, h5t.STR_NULLTERM)
+            is_right_type = has_string_type(kind, h5t.STR_NULLTERM, [wanted.text])
         else:
             attributes["Version"] = len(wanted.entries)
             layout |= {"dimensions": (len(wanted.entries), 2), "maximum": (None, 2),
                        "chunks": (1, 2)}
-            is_right_type = has_string_type(kind, h5t.STR_NULLTERM)
+            is_right_type = has_string_type(kind, h5t.STR_NULLTERM, sum(wanted.entries, []))
         found = [f"{item} {value}, not {layout[item]}" for item, value in layout_of(node).items()
                  if value != layout[item]]
         if not is_right_type:
