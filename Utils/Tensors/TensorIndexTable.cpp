@@ -1,8 +1,8 @@
 #include "Utils/Tensors/TensorIndexTable.hpp"
 
 #include <algorithm>
+#include <cstdint>
 #include <utility>
-#include <vector>
 
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/Process/PerThread.hpp"
@@ -25,36 +25,17 @@ int CheckedFlatEntries(int dim, const std::string& symm) {
   return entries;
 }
 
-// Two slots that are symmetric with each other, with none between them that is, and by how much
-// more the later one counts in a flat index.
-struct Neighbours {
-  std::size_t mEarlier;
-  std::size_t mLater;
-  int mWeightDifference;
-};
-
-// All of them; a list that is in order for each pair is canonical.
-std::vector<Neighbours> FindNeighbours(int dim, const std::string& symm) {
-  std::vector<Neighbours> neighbours;
-  std::vector<int> weights;
-  for (std::size_t slot = 0; slot < symm.size(); ++slot) {
-    weights.push_back(slot == 0 ? 1 : weights.back() * dim);
-    const std::size_t earlier = slot == 0 ? std::string::npos : symm.rfind(symm[slot], slot - 1);
-    if (earlier != std::string::npos) {
-      neighbours.push_back({earlier, slot, weights[slot] - weights[earlier]});
-    }
+// The number of ways to give values of an index to slots that are symmetric with each other.
+std::int64_t Choices(std::int64_t values, std::int64_t slots) {
+  std::int64_t choices = 1;
+  for (std::int64_t i = 1; i <= slots; ++i) {
+    choices = choices * (values + i - 1) / i;
   }
-  return neighbours;
+  return choices;
 }
 
-// The next index list in the order of the flat index.
-void Advance(MyVector<int>& indices, int dim) {
-  for (int& index : indices) {
-    if (++index < dim) {
-      return;
-    }
-    index = 0;
-  }
+std::string KeyOf(int dim, const std::string& symm) {
+  return std::to_string(dim) + ' ' + symm;
 }
 
 }  // namespace
@@ -63,27 +44,46 @@ TensorIndexTable::TensorIndexTable(int dim, const std::string& symm) : mDim(dim)
   const int entries = CheckedFlatEntries(dim, symm);
   mSymm = symm;
   mExtents.assign(MV::Size(symm.size()), dim);
-  mComponents.assign(MV::Size(static_cast<std::uint64_t>(entries)));
-  const std::vector<Neighbours> neighbours = FindNeighbours(dim, symm);
-  MyVector<int> indices(MV::Size(symm.size()));
-  for (int flat = 0; flat < entries; ++flat) {
-    // A list that is not in order has the component of the list with those two values exchanged,
-    // which stands earlier in this walk: its larger value is in the slot of smaller weight.
-    const auto n = std::find_if(neighbours.begin(), neighbours.end(), [&](const Neighbours& pair) {
-      return indices[pair.mLater] > indices[pair.mEarlier];
-    });
-    mComponents[flat] = n == neighbours.end()
-                            ? mNumberOfComponents++
-                            : mComponents[flat - (indices[n->mLater] - indices[n->mEarlier]) *
-                                                     n->mWeightDifference];
-    Advance(indices, dim);
+  std::int64_t components = 1;
+  for (std::size_t slot = 0; slot < symm.size(); ++slot) {
+    if (symm.find(symm[slot]) == slot) {
+      components *= Choices(dim, std::count(symm.begin(), symm.end(), symm[slot]));
+    }
   }
+  mNumberOfComponents = static_cast<int>(components);
+  if (entries <= MaxStoredEntries) {
+    mComponents.assign(MV::Size(static_cast<std::uint64_t>(entries)));
+    for (int flat = 0; flat < entries; ++flat) {
+      mComponents[flat] = ComponentOf(ComputeIndex(flat, mExtents));
+    }
+  }
+}
+
+// The number of canonical lists before the one of these indices in the order of the flat index. Its
+// last slot counts most: lists with a smaller value there come first, whatever is in the others.
+int TensorIndexTable::ComponentOf(const MyVector<int>& indices) const {
+  MyVector<int> canonical;
+  ApplySymmToIndexList(mSymm, indices, canonical);
+  std::int64_t before = 0;
+  std::int64_t choices = mNumberOfComponents;  // for the slots whose values are not yet set
+  for (std::size_t slot = mSymm.size(); slot-- > 0;) {
+    const char group = mSymm[slot];
+    const std::size_t next = mSymm.find(group, slot + 1);
+    const int least = next == std::string::npos ? 0 : canonical[next];
+    const auto slots = std::count(mSymm.begin(), mSymm.begin() + slot + 1, group);
+    const std::int64_t choicesOfGroup = Choices(mDim - least, slots);
+    const std::int64_t choicesOfOthers = choices / choicesOfGroup;
+    const int value = canonical[slot];
+    before += (choicesOfGroup - Choices(mDim - value, slots)) * choicesOfOthers;
+    choices = choicesOfOthers * Choices(mDim - value, slots - 1);
+  }
+  return static_cast<int>(before);
 }
 
 int TensorIndexTable::Index(const MyVector<int>& indices) const {
   REQUIRE(IsIndexValid(indices), "Indices " << indices << " are not valid for a tensor of dimension "
                                             << mDim << " and rank " << Rank());
-  return mComponents[ComputeIndex(indices, mExtents)];
+  return mComponents.empty() ? ComponentOf(indices) : mComponents[ComputeIndex(indices, mExtents)];
 }
 
 bool TensorIndexTable::IsIndexValid(const MyVector<int>& indices) const {
@@ -124,26 +124,52 @@ MyVector<int> ComputeIndex(std::ptrdiff_t flat, const MyVector<int>& extents) {
 }
 
 TensorIndexTableHolder::TensorIndexTableHolder(const TensorIndexTableHolder& other) {
-  for (const auto& [key, table] : other.mTables) {
-    mTables.Insert(key, std::make_shared<const TensorIndexTable>(*table));
+  // Tables that only others keep would be dropped at once.
+  for (const Table& table : other.mRecent) {
+    Add(std::make_shared<const TensorIndexTable>(*table));
   }
 }
 
 TensorIndexTableHolder& TensorIndexTableHolder::operator=(const TensorIndexTableHolder& other) {
   TensorIndexTableHolder copy(other);
-  mTables.swap(copy.mTables);
+  std::swap(mTables, copy.mTables);
+  std::swap(mSizeToSweep, copy.mSizeToSweep);
+  std::swap(mRecent, copy.mRecent);
   return *this;
 }
 
 std::shared_ptr<const TensorIndexTable> TensorIndexTableHolder::Find(int dim,
                                                                      const std::string& symm) {
-  const std::string key = std::to_string(dim) + ' ' + symm;
-  if (const auto* table = mTables.Find(key)) {
-    return *table;
+  const auto known = mTables.find(KeyOf(dim, symm));
+  Table table = known == mTables.end() ? nullptr : known->second.lock();
+  if (table == nullptr) {
+    table = std::make_shared<const TensorIndexTable>(dim, symm);
+    Add(table);
+  } else {
+    KeepForAWhile(table);
   }
-  auto table = std::make_shared<const TensorIndexTable>(dim, symm);
-  mTables.Insert(key, table);
   return table;
+}
+
+void TensorIndexTableHolder::Add(const Table& table) {
+  if (mTables.size() >= mSizeToSweep) {
+    std::erase_if(mTables, [](const auto& entry) { return entry.second.expired(); });
+    mSizeToSweep = 2 * std::max(mTables.size(), MaxRecent);
+  }
+  mTables[KeyOf(table->Dim(), table->Symmetry())] = table;
+  KeepForAWhile(table);
+}
+
+void TensorIndexTableHolder::KeepForAWhile(const Table& table) {
+  const auto found = std::find(mRecent.begin(), mRecent.end(), table);
+  if (found != mRecent.end()) {
+    std::rotate(found, found + 1, mRecent.end());
+    return;
+  }
+  if (mRecent.size() == MaxRecent) {
+    mRecent.erase(mRecent.begin());
+  }
+  mRecent.push_back(table);
 }
 
 std::shared_ptr<const TensorIndexTable> FindTensorIndexTable(int dim, const std::string& symm) {

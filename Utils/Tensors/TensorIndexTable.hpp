@@ -3,11 +3,12 @@
 #pragma once
 
 #include <cstddef>
+#include <map>
 #include <memory>
 #include <ostream>
 #include <string>
+#include <vector>
 
-#include "Utils/Containers/MyMap.hpp"
 #include "Utils/Containers/MyVector.hpp"
 
 /// Immutable once built, so tensors of the same shape share one; see FindTensorIndexTable.
@@ -22,6 +23,9 @@ class TensorIndexTable {
   /// Shapes come from files: larger ones are taken for damage, not for tensors.
   static constexpr int MaxRank = 20;
   static constexpr int MaxFlatEntries = 1 << 20;
+  /// A file of a few bytes can name shapes at the limit by the dozen, so the component numbers of
+  /// larger shapes than this are not stored but worked out at every call of Index().
+  static constexpr int MaxStoredEntries = 1 << 12;
 
   /// Each of the symm.size() indices ranges over 0 ... dim-1. A scalar (empty symmetry) has no
   /// index, so any dimension will do. Fails, before anything is allocated,
@@ -63,10 +67,12 @@ class TensorIndexTable {
   }
 
  private:
+  int ComponentOf(const MyVector<int>& indices) const;
+
   int mDim;
   std::string mSymm;
   MyVector<int> mExtents;     // mDim for every index
-  MyVector<int> mComponents;  // flat index to component number
+  MyVector<int> mComponents;  // flat index to component number; empty if there are too many
   int mNumberOfComponents = 0;
 };
 
@@ -79,22 +85,30 @@ std::ptrdiff_t ComputeIndex(const MyVector<int>& indices, const MyVector<int>& e
 /// The inverse. Fails on a flat index out of range.
 MyVector<int> ComputeIndex(std::ptrdiff_t flat, const MyVector<int>& extents);
 
-/// The tables built so far, for one thread. A copy has tables of its own, so that it can be handed
-/// to another thread.
+/// The tables of one thread: all that somebody keeps, and the last few that were asked for. Others
+/// are dropped. A copy has tables of its own, so that it can be handed to another thread.
 class TensorIndexTableHolder {
  public:
   TensorIndexTableHolder() = default;
   TensorIndexTableHolder(const TensorIndexTableHolder& other);
   TensorIndexTableHolder& operator=(const TensorIndexTableHolder& other);
 
-  /// The table for (dim, symm), built on first use; fails as its constructor does.
+  /// The table for (dim, symm), built unless there is one; fails as its constructor does.
   std::shared_ptr<const TensorIndexTable> Find(int dim, const std::string& symm);
 
  private:
-  MyMap<std::string, std::shared_ptr<const TensorIndexTable>> mTables;  // by "<dim> <symm>"
+  static constexpr std::size_t MaxRecent = 16;
+  using Table = std::shared_ptr<const TensorIndexTable>;
+
+  void Add(const Table& table);
+  void KeepForAWhile(const Table& table);
+
+  std::map<std::string, std::weak_ptr<const TensorIndexTable>> mTables;  // by "<dim> <symm>"
+  std::size_t mSizeToSweep = 2 * MaxRecent;  // of mTables: dropped ones are then taken out of it
+  std::vector<Table> mRecent;                // the last one asked for at the end
 };
 
-/// The calling thread's table for (dim, symm): one and the same on every call. Whoever keeps the
-/// pointer keeps the table, also beyond the end of the thread. Not to be called while static
-/// objects are destroyed, when the tables of the main thread are gone.
+/// The calling thread's table for (dim, symm): one and the same on every call while somebody keeps
+/// it. Whoever keeps the pointer keeps the table, also beyond the end of the thread. Not to be
+/// called while static objects are destroyed, when the tables of the main thread are gone.
 std::shared_ptr<const TensorIndexTable> FindTensorIndexTable(int dim, const std::string& symm);

@@ -2,9 +2,11 @@
 
 #include <gmock/gmock.h>
 
+#include <cmath>
 #include <string>
 #include <thread>
 #include <tuple>
+#include <utility>
 
 #include "Utils/ErrorHandling/ReportOf.hpp"
 #include "Utils/Tensors/DataMesh.hpp"
@@ -34,11 +36,16 @@ TEST(TensorIndexTable, SortsEveryGroupOfSlotsByItself) {
   MyVector<int> canonical;
   TensorIndexTable::ApplySymmToIndexList("12121", {0, 0, 1, 3, 2}, canonical);
   EXPECT_EQ(canonical, (MyVector<int>{2, 3, 1, 0, 0}));
-  const TensorIndexTable table(3, "12121");
-  for (int flat = 0; flat < 243; ++flat) {
-    const MyVector<int> list = ComputeIndex(flat, {3, 3, 3, 3, 3});
-    TensorIndexTable::ApplySymmToIndexList("12121", list, canonical);
-    EXPECT_EQ(table.Index(list), table.Index(canonical)) << list;
+  // The last shape is too large to be stored.
+  for (const auto& [rank, symmetry] : {std::pair{5, "12121"}, {4, "abcd"}, {8, "12131133"}}) {
+    const TensorIndexTable table(3, symmetry);
+    int number = 0;
+    for (int flat = 0; flat < std::pow(3, rank); ++flat) {
+      const MyVector<int> list = ComputeIndex(flat, MyVector<int>(MV::Size(rank), 3));
+      TensorIndexTable::ApplySymmToIndexList(symmetry, list, canonical);
+      EXPECT_EQ(table.Index(list), list == canonical ? number++ : table.Index(canonical)) << list;
+    }
+    EXPECT_EQ(table.NumberOfComponents(), number);
   }
   EXPECT_THAT(ReportOf([&] { TensorIndexTable::ApplySymmToIndexList("11", {0}, canonical); }),
               HasSubstr("1 indices for a symmetry of 2 slots"));
@@ -90,6 +97,14 @@ TEST(TensorIndexTableHolder, SharesWithinAThreadAndCopiesForAnother) {
   EXPECT_TRUE(*copy.Find(2, "12") == *original);
   EXPECT_FALSE(*original == TensorStructure(2, "34")) << "other names of the same symmetry";
   EXPECT_FALSE(*original == TensorStructure(3, "12"));
+
+  // What nobody keeps is dropped when others have been asked for, what somebody keeps is found.
+  const std::weak_ptr<const TensorIndexTable> dropped = holder.Find(5, "11");
+  for (int dim = 2; dim < 100; ++dim) {
+    EXPECT_EQ(holder.Find(dim, "1"), holder.Find(dim, "1"));
+  }
+  EXPECT_TRUE(dropped.expired());
+  EXPECT_EQ(holder.Find(2, "12"), original);
 }
 
 TEST(Tensor, HasAComponentPerIndependentIndexList) {
