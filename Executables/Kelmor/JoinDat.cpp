@@ -47,9 +47,8 @@ bool HasColumnsApart(const TableLayout& layout) {
 class TableInputs {
  public:
   TableInputs(JoinRun& run, const JoinTask& task) : mRun(run), mTask(task), mAgreement(task.mName) {
-    for (const int file : task.mHolders) {
-      mRun.mInputs.Visit<Dat>(file, task.mName, [this](const Dat& dat) { ReadInput(dat); });
-    }
+    VisitAgreeing<Dat>(run.mInputs, task.mHolders, task.mName, mAgreement,
+                       [this](const Dat& dat) { ReadInput(dat); });
   }
 
   const MyVector<std::string>& Legend() const { return mAgreement.Legend(); }
@@ -82,7 +81,6 @@ class TableInputs {
   }
 
   void ReadInput(const Dat& dat) {
-    mAgreement.Take(dat);
     const auto columns = static_cast<std::uint64_t>(mAgreement.Columns());
     Held held;
     held.mRows = dat.GetExtents()[0];

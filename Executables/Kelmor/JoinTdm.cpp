@@ -37,12 +37,9 @@ void JoinTdm(JoinRun& run, const JoinTask& task) {
   }
   IndexedInputs inputs(run, task);
   TensorAgreement agreement(task.mName);
-  for (const int file : task.mHolders) {
-    run.mInputs.Visit<Tdm>(file, task.mName, [&](const Tdm& tdm) {
-      agreement.Take(tdm);
-      inputs.ReadInput(tdm, tdm.RetrieveCheckedIndex_());
-    });
-  }
+  VisitAgreeing<Tdm>(
+      run.mInputs, task.mHolders, task.mName, agreement,
+      [&](const Tdm& tdm) { inputs.ReadInput(tdm, tdm.RetrieveCheckedIndex_()); });
   inputs.Select();
   if (run.mOptions.mVerbose) {
     PrintSegments(run, inputs);

@@ -9,10 +9,8 @@ void JoinVersion(JoinRun& run, const JoinTask& task) {
     RequireNoSimilarRecord(file, name);
   }
   VersionAgreement agreement(name);
-  for (const int file : task.mHolders) {
-    run.mInputs.Visit<H5_Objects::Version>(
-        file, name, [&](const H5_Objects::Version& ver) { agreement.Take(ver); });
-  }
+  VisitAgreeing<H5_Objects::Version>(run.mInputs, task.mHolders, name, agreement,
+                                     [](const H5_Objects::Version&) {});
   auto& ver = run.mOutput.GetObjectForWrite<H5_Objects::Version>(name);
   ver.Initialize(agreement.History());
   // Written at once, as everything is: if the output had to be opened again for it after it was

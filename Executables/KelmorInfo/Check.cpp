@@ -134,10 +134,8 @@ class Checker {
       RequireNoSimilarRecord(file, task.mName);
     }
     VersionAgreement agreement(task.mName);
-    for (const int file : task.mHolders) {
-      mFiles.Opened().Visit<Version>(file, task.mName,
-                                     [&](const Version& ver) { agreement.Take(ver); });
-    }
+    VisitAgreeing<Version>(mFiles.Opened(), task.mHolders, task.mName, agreement,
+                           [](const Version&) {});
     std::uint64_t characters = 0;
     for (const auto& [hash, help] : agreement.History()) {
       characters += hash.size() + help.size();
@@ -188,12 +186,8 @@ class Checker {
   void CheckDat(const JoinTask& task) {
     TableAgreement agreement(task.mName);
     std::vector<MyVector<double>> times;
-    for (const int file : task.mHolders) {
-      mFiles.Opened().Visit<Dat>(file, task.mName, [&](const Dat& dat) {
-        agreement.Take(dat);
-        times.push_back(dat.RetrieveTimes());
-      });
-    }
+    VisitAgreeing<Dat>(mFiles.Opened(), task.mHolders, task.mName, agreement,
+                       [&](const Dat& dat) { times.push_back(dat.RetrieveTimes()); });
     const SelectedSteps steps = SelectSteps(mOptions, times);
     RequirePresence(task, true);
     mJoined.Visit<Dat>(0, task.mName, [&](const Dat& dat) {
@@ -236,13 +230,11 @@ class Checker {
     std::vector<StepIndex> indices;
     std::string timeDescription;
     std::string dataDescription;
-    for (const int file : task.mHolders) {
-      mFiles.Opened().Visit<Tdm>(file, task.mName, [&](const Tdm& tdm) {
-        agreement.Take(tdm);
-        indices.push_back(tdm.RetrieveCheckedIndex_());
-        TakeDescriptions(tdm, indices.size() == 1, timeDescription, dataDescription);
-      });
-    }
+    const auto read = [&](const Tdm& tdm) {
+      indices.push_back(tdm.RetrieveCheckedIndex_());
+      TakeDescriptions(tdm, indices.size() == 1, timeDescription, dataDescription);
+    };
+    VisitAgreeing<Tdm>(mFiles.Opened(), task.mHolders, task.mName, agreement, read);
     RequirePresence(task, true);
     const StepIndex index = mJoined.Visit<Tdm>(0, task.mName, [&](const Tdm& tdm) {
       RequireSame(task, "tensor structure", tdm.GetStructure(), *agreement.Structure());

@@ -159,6 +159,38 @@ class Planner {
     }
   }
 
+  // The same for files that must agree: those that are not like the first are not counted, and
+  // told together.
+  template <class KIND, class AGREEMENT, class Read>
+  void ForEachAgreeing(PlannedDataset& dataset, const std::vector<int>& holders,
+                       AGREEMENT& agreement, const Read& read) {
+    for (const int file : holders) {
+      bool agrees = true;
+      const auto readAgreeing = [&](const KIND& object) {
+        agrees = agreement.Take(object, file);
+        if (agrees) {
+          read(object);
+        }
+      };
+      if (Try(dataset.mName, file,
+              [&] { mFiles.Opened().Visit<KIND>(file, dataset.mName, readAgreeing); }) &&
+          agrees) {
+        mSteps.mFiles.push_back({mFiles.NumberOf(file), 0, 0, {}});
+      }
+    }
+    if (agreement.IsReached()) {
+      return;
+    }
+    Disagreement disagreement{dataset.mName, "", OneLine(agreement.Reason())};
+    for (const Agreement::Group& group : agreement.Groups()) {
+      PlannedValue& value = disagreement.mValues.emplace_back(PlannedValue{group.mValue, {}});
+      for (const int file : group.mFiles) {
+        value.mFiles.push_back(mFiles.OpenedFile(file).mName);
+      }
+    }
+    mPlan.mDisagreements.push_back(std::move(disagreement));
+  }
+
   SelectedSteps Select(const std::vector<MyVector<double>>& times) {
     SelectedSteps steps = SelectSteps(mOptions, times);
     mSteps.mHasTimes = true;
@@ -187,7 +219,7 @@ class Planner {
           [&] { RequireNoSimilarRecord(mFiles.Opened()[file], dataset.mName); });
     }
     VersionAgreement agreement(dataset.mName);
-    ForEachHolder<Version>(dataset, holders, [&](const Version& ver) { agreement.Take(ver); });
+    ForEachAgreeing<Version>(dataset, holders, agreement, [](const Version&) {});
     for (const auto& [hash, help] : agreement.History()) {
       dataset.mBytes += hash.size() + help.size();
     }
@@ -196,8 +228,7 @@ class Planner {
   void PlanDat(PlannedDataset& dataset, const std::vector<int>& holders) {
     TableAgreement agreement(dataset.mName);
     std::vector<MyVector<double>> times;
-    ForEachHolder<Dat>(dataset, holders, [&](const Dat& dat) {
-      agreement.Take(dat);
+    ForEachAgreeing<Dat>(dataset, holders, agreement, [&](const Dat& dat) {
       dat.RequireReadable();
       times.push_back(dat.RetrieveTimes());
     });
@@ -217,8 +248,7 @@ class Planner {
   void PlanTdm(PlannedDataset& dataset, const std::vector<int>& holders) {
     TensorAgreement agreement(dataset.mName);
     std::vector<StepIndex> indices;
-    ForEachHolder<Tdm>(dataset, holders, [&](const Tdm& tdm) {
-      agreement.Take(tdm);
+    ForEachAgreeing<Tdm>(dataset, holders, agreement, [&](const Tdm& tdm) {
       tdm.Values().RequireReadable();
       indices.push_back(tdm.RetrieveCheckedIndex_());
     });

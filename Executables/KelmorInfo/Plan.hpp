@@ -55,10 +55,17 @@ struct PlannedDataset {
   bool mAgrees = true;
 };
 
+/// What some files have where others have something else.
+struct PlannedValue {
+  std::string mValue;
+  std::vector<std::string> mFiles;
+};
+
 struct Disagreement {
   std::string mDataset;  // empty if it is about a file as a whole
-  std::string mFile;     // empty if it is about none
+  std::string mFile;     // empty if it is about none, or about several
   std::string mReason;
+  std::vector<PlannedValue> mValues = {};  // of files that disagree with each other
 };
 
 struct Plan {

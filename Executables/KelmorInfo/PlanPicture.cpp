@@ -10,6 +10,7 @@
 #include <optional>
 #include <set>
 
+#include "Executables/Kelmor/Agreement.hpp"
 #include "Executables/KelmorInfo/Svg.hpp"
 #include "Executables/KelmorInfo/Text.hpp"
 #include "Executables/KelmorInfo/TimeScale.hpp"
@@ -382,6 +383,10 @@ class Picture {
                                 (all[i].mDataset.empty() || all[i].mFile.empty() ? "" : " in ") +
                                 GetFilenameFromPath(all[i].mFile);
       DrawNote(about + ": " + all[i].mReason, sRed);
+      const std::size_t values = std::min<std::size_t>(all[i].mValues.size(), 3);
+      for (const PlannedValue& value : std::span(all[i].mValues).first(values)) {
+        DrawNote(value.mValue + " in " + ListNames(value.mFiles, 2), sRed);
+      }
     }
     if (all.size() > sMostDisagreements) {
       DrawNote("and " + Counted(all.size() - sMostDisagreements, "more disagreement"), sRed);

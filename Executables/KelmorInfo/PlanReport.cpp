@@ -4,6 +4,7 @@
 #include <ostream>
 #include <sstream>
 
+#include "Executables/Kelmor/Agreement.hpp"
 #include "Executables/KelmorInfo/Text.hpp"
 
 namespace {
@@ -49,11 +50,15 @@ void PrintSteps(std::ostream& os, const Plan& plan, const PlannedSteps& steps, b
   }
 }
 
-void PrintDisagreements(std::ostream& os, const Plan& plan) {
+void PrintDisagreements(std::ostream& os, const Plan& plan, bool verbose) {
   for (const Disagreement& disagreement : plan.mDisagreements) {
     os << "  " << Printable(disagreement.mDataset)
        << (disagreement.mDataset.empty() || disagreement.mFile.empty() ? "" : " in ")
        << Printable(disagreement.mFile) << ":\n    " << disagreement.mReason << '\n';
+    for (const PlannedValue& value : disagreement.mValues) {
+      const std::size_t most = verbose ? value.mFiles.size() : 6;
+      os << "      " << Printable(value.mValue + " in " + ListNames(value.mFiles, most)) << '\n';
+    }
   }
 }
 
@@ -62,7 +67,7 @@ void PrintDisagreements(std::ostream& os, const Plan& plan) {
 void PrintPlan(std::ostream& os, const Plan& plan, bool verbose) {
   if (!plan.Joins()) {
     os << "Kelmor would refuse these files:\n";
-    PrintDisagreements(os, plan);
+    PrintDisagreements(os, plan, verbose);
     os << '\n';
   } else if (plan.mDatasets.empty()) {
     os << "Kelmor would find no datasets and write no output.\n";
@@ -101,9 +106,13 @@ void PrintPlanAsJson(std::ostream& os, const Plan& plan) {
     json["files"].push_back(file.mName);
   }
   for (const Disagreement& disagreement : plan.mDisagreements) {
-    json["disagreements"].push_back({{"dataset", disagreement.mDataset},
-                                     {"file", disagreement.mFile},
-                                     {"reason", disagreement.mReason}});
+    Json entry = {{"dataset", disagreement.mDataset},
+                  {"file", disagreement.mFile},
+                  {"reason", disagreement.mReason}};
+    for (const PlannedValue& value : disagreement.mValues) {
+      entry["values"].push_back({{"value", value.mValue}, {"files", value.mFiles}});
+    }
+    json["disagreements"].push_back(std::move(entry));
   }
   for (const PlannedDataset& dataset : plan.mDatasets) {
     const PlannedSteps& steps = plan.StepsOf(dataset);

@@ -58,6 +58,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     return 0;
   }
   FUZZ_CHECK(Fuzz::Succeeds([&] {
+               spec.RequireStorable();
                const TensorSpec again = TensorSpec::FromText(spec.Text());
                FUZZ_CHECK(again.mDim == spec.mDim && again.mSymm == spec.mSymm &&
                               again.mDataMeshDim == spec.mDataMeshDim,

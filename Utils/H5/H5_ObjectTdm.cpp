@@ -48,10 +48,7 @@ void Tdm::Initialize(const std::string& timeDescription, const std::string& data
   REQUIRE(dataMeshDim>=0 && dataMeshDim<=Mesh::MaxDim,
           "A DataMesh has 0 to " << Mesh::MaxDim << " dimensions, got " << dataMeshDim);
   // What cannot be read back would be found out when the series has been written, and is lost.
-  const std::string& symmetry = structure.Symmetry();
-  const bool canBeStored = symmetry.find_first_of(std::string("#;=()\0", 6)) == std::string::npos &&
-                           RemoveLeadingAndTrailingWhitespace(symmetry) == symmetry;
-  REQUIRE(canBeStored, "The symmetry '" << symmetry << "' has characters with a meaning in TensorSpec");
+  TensorSpec{structure.Dim(), structure.Symmetry(), dataMeshDim}.RequireStorable();
   mpStructure = FindTensorIndexTable(structure.Dim(), structure.Symmetry());
   mDataMeshDim = dataMeshDim;
   InitializeTables(IndexLegend(timeDescription, dataMeshDim), dataDescription, compress,
@@ -61,6 +58,15 @@ void Tdm::Initialize(const std::string& timeDescription, const std::string& data
 std::string TensorSpec::Text() const {
   return "TensorDim=" + std::to_string(mDim) + "; TensorSymm=" + mSymm +
          "; DataMeshDim=" + std::to_string(mDataMeshDim) + ";";
+}
+
+void TensorSpec::RequireStorable() const {
+  // What stands in parentheses is passed over by the parser, which a comment is not.
+  const bool canBeStored = mSymm.find_first_of(std::string("#\0", 2)) == std::string::npos &&
+                           FindWhileParsingFast(mSymm, 0, ';') == std::string::npos &&
+                           FindWhileParsingFast(mSymm, 0, '=') == std::string::npos &&
+                           RemoveLeadingAndTrailingWhitespace(mSymm) == mSymm;
+  REQUIRE(canBeStored, "The symmetry '" << mSymm << "' has characters with a meaning in TensorSpec");
 }
 
 TensorSpec TensorSpec::FromText(const std::string& text) {

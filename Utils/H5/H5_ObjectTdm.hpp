@@ -21,6 +21,8 @@ struct TensorSpec {
   int mDataMeshDim = 0;
 
   std::string Text() const;
+  /// Fails unless the text is read as what it was made of. Whatever was read from a text passes.
+  void RequireStorable() const;
   /// Reads the text as OptionParser does, and fails as it does; also if there is another key, or if
   /// no mesh has so many dimensions. Whether a tensor has that structure is left to its table.
   static TensorSpec FromText(const std::string& text);

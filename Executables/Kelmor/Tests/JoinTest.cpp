@@ -35,6 +35,17 @@ TEST_F(JoinTest, AFileIsNotReadAfterAnotherTookItsPlace) {
   EXPECT_THAT(PlainH5::ReportOf(read), HasSubstr("The file has changed since"));
 }
 
+TEST_F(JoinTest, FilesThatDisagreeAreToldTogether) {
+  Arguments arguments = {"-o", "out.h5"};
+  for (const std::string name : {"a.h5", "b.h5", "c.h5", "d.h5", "e.h5", "f.h5", "g.h5", "h.h5"}) {
+    arguments.push_back(name);
+    Input(name).Table("/x.dat", {std::vector<double>(name == "c.h5" ? 3 : 2)});
+  }
+  EXPECT_THAT(Run(arguments).mReports, HasSubstr("in different files.\n2 columns in " + Path("a.h5") + ", " +
+                                Path("b.h5") + ", " + Path("d.h5") + " and 4 more\n3 columns in " +
+                                Path("c.h5") + "\nObject '/x.dat' of file '" + Path("c.h5")));
+}
+
 // The lines of a verbose run, but for those that tell sizes of the cache.
 std::string Progress(std::string output) {
   const std::string left = "CachedH5FileHolder holds ";
