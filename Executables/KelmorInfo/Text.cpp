@@ -1,13 +1,11 @@
 #include "Executables/KelmorInfo/Text.hpp"
 
 #include <algorithm>
-#include <array>
-#include <charconv>
 #include <ostream>
 
 #include "Utils/ErrorHandling/CodeError.hpp"
 #include "Utils/Process/Formatting.hpp"
-#include "Utils/StringParsing/Utf8.hpp"
+#include "Utils/Process/Utf8.hpp"
 
 namespace {
 
@@ -16,12 +14,6 @@ bool IsContinuation(char c) {
 }
 
 }  // namespace
-
-std::string RoundTrip(double value) {
-  std::array<char, 32> text;
-  const auto end = std::to_chars(text.begin(), text.end(), value);
-  return {text.data(), end.ptr};
-}
 
 std::string Counted(std::uint64_t count, const std::string& noun) {
   return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
@@ -41,29 +33,6 @@ std::string ValidUtf8(std::string_view text) {
   return valid;
 }
 
-std::string Printable(std::string_view text) {
-  const std::string valid = ValidUtf8(text);
-  std::string printable;
-  for (std::size_t i = 0; i < valid.size(); ++i) {
-    // The control characters from U+0080 to U+009F follow this byte.
-    const bool isUpperControl =
-        valid[i] == '\xC2' && static_cast<unsigned char>(valid[i + 1]) < 0xA0;
-    i += isUpperControl ? 1 : 0;
-    const auto byte = static_cast<unsigned char>(valid[i]);
-    if (valid[i] == '\n') {
-      printable += "\\n";
-    } else if (valid[i] == '\t') {
-      printable += "\\t";
-    } else if (isUpperControl || byte < 0x20 || byte == 0x7F) {
-      constexpr std::string_view digits = "0123456789abcdef";
-      printable.append("\\x").append(1, digits[byte >> 4U]).append(1, digits[byte & 15U]);
-    } else {
-      printable += valid[i];
-    }
-  }
-  return printable;
-}
-
 std::string OneLine(std::string_view message) {
   while (message.ends_with('\n')) {
     message.remove_suffix(1);
@@ -75,19 +44,6 @@ std::string OneLine(std::string_view message) {
 
 std::string ReasonOf(const CodeError& error) {
   return error.Reason().empty() ? "see the report on standard error" : OneLine(error.Reason());
-}
-
-std::string Quoted(const std::string& word) {
-  const std::string plain =
-      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_@%+=:,./-";
-  if (!word.empty() && word.find_first_not_of(plain) == std::string::npos) {
-    return word;
-  }
-  std::string quoted = "'";
-  for (const char c : word) {
-    quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
-  }
-  return quoted + "'";
 }
 
 std::size_t Characters(std::string_view text) {

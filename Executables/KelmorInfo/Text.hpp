@@ -8,10 +8,10 @@
 #include <string_view>
 #include <vector>
 
-class CodeError;
+#include "Utils/Process/Formatting.hpp"
+#include "Utils/Process/Printable.hpp"
 
-/// The shortest decimal that reads back as the same double.
-std::string RoundTrip(double value);
+class CodeError;
 
 /// "1 step", "2 steps".
 std::string Counted(std::uint64_t count, const std::string& noun);
@@ -22,17 +22,11 @@ std::string Size(std::uint64_t bytes);
 /// With bytes that are no UTF-8 replaced by U+FFFD.
 std::string ValidUtf8(std::string_view text);
 
-/// Valid UTF-8, with control characters as "\n", "\t" or "\x1b": fit for a terminal.
-std::string Printable(std::string_view text);
-
 /// A message of several lines as one.
 std::string OneLine(std::string_view message);
 
 /// What a failure says, on one line.
 std::string ReasonOf(const CodeError& error);
-
-/// As a shell takes it for one word.
-std::string Quoted(const std::string& word);
 
 /// Characters of a UTF-8 text, and the byte at which the n-th begins.
 std::size_t Characters(std::string_view text);

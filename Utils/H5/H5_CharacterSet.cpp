@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "Utils/StringParsing/Utf8.hpp"
+#include "Utils/Process/Utf8.hpp"
 
 H5T_cset_t Vexa_H5::CharacterSetOf(std::span<const std::string_view> strings) {
   const bool isAscii = std::ranges::all_of(strings, [](std::string_view text) {

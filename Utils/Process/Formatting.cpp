@@ -41,6 +41,12 @@ std::string DoubleToStringDecimal(double value, int precision) {
   return excess > 0 && decimals > 0 ? Fixed(value, decimals - excess) : text;
 }
 
+std::string RoundTrip(double value) {
+  std::array<char, 32> text;
+  const auto end = std::to_chars(text.begin(), text.end(), value);
+  return {text.data(), end.ptr};
+}
+
 std::string BytesToAscii(std::int64_t bytes, int width) {
   const auto value = static_cast<double>(bytes);
   const double magnitude = std::abs(value);
@@ -73,4 +79,17 @@ std::string AsciiTime() {
   localtime_r(&now, &local);
   std::array<char, 64> text;
   return {text.data(), std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S %z", &local)};
+}
+
+std::string Quoted(const std::string& word) {
+  const std::string plain =
+      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_@%+=:,./-";
+  if (!word.empty() && word.find_first_not_of(plain) == std::string::npos) {
+    return word;
+  }
+  std::string quoted = "'";
+  for (const char c : word) {
+    quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  }
+  return quoted + "'";
 }

@@ -29,11 +29,11 @@ TEST(Text, NamesOfAnyBytesCanBeShown) {
   };
   const Case cases[] = {
       {"größe 中 \xF0\x9F\x98\x80", "größe 中 \xF0\x9F\x98\x80", "größe 中 \xF0\x9F\x98\x80"},
-      {"a\xFF", "a" + no, "a" + no},
-      {"\xC3", no, no},                                            // cut short
-      {"\xC0\xAF", no + no, no + no},                              // longer than need be
-      {"\xED\xA0\x80", no + no + no, no + no + no},                // half a surrogate
-      {"\xF4\x90\x80\x80", no + no + no + no, no + no + no + no},  // past the last character
+      {"a\xFF", "a\\xff", "a" + no},
+      {"\xC3", "\\xc3", no},                                            // cut short
+      {"\xC0\xAF", "\\xc0\\xaf", no + no},                              // longer than need be
+      {"\xED\xA0\x80", "\\xed\\xa0\\x80", no + no + no},                // half a surrogate
+      {"\xF4\x90\x80\x80", "\\xf4\\x90\\x80\\x80", no + no + no + no},  // past the last character
       {"\xEF\xBF\xBE", "\xEF\xBF\xBE", no},                        // no character in XML
       {"a\xC2\x9BK", "a\\x9bK", "a\xC2\x9BK"},                     // a terminal's command, too
       {"a\nb\tc\x1b[K\x7F", "a\\nb\\tc\\x1b[K\\x7f", "a\nb\tc" + no + "[K\x7F"},

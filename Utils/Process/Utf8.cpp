@@ -1,4 +1,4 @@
-#include "Utils/StringParsing/Utf8.hpp"
+#include "Utils/Process/Utf8.hpp"
 
 #include <algorithm>
 
