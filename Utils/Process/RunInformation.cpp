@@ -49,7 +49,7 @@ std::string InfoAtLink() {
 std::string InfoAtRuntime(int argc, char** argv) {
   std::string text = "Command line:";
   for (int i = 0; i < argc; ++i) {
-    text.append(" ").append(argv[i]);
+    text += " " + Quoted(argv[i]);
   }
   return text + "\nRun directory: " + RunDirectory() + "\nProcess " + std::to_string(getpid()) +
          " on " + HostName() + ", " + AsciiTime() + "\n";
