@@ -1,40 +1,16 @@
 #include "Utils/ErrorHandling/MyErr.hpp"
 
-#include <iomanip>
 #include <ios>
 #include <new>
-#include <sstream>
 #include <string>
+#include <string_view>
 
 #include "Utils/ErrorHandling/ParallelRuntime.hpp"
 #include "Utils/ErrorHandling/ProcID.hpp"
-#include "Utils/Process/Files.hpp"
-#include "Utils/Process/RunInformation.hpp"
+#include "Utils/ErrorHandling/SigpipeHeldBack.hpp"
+#include "Utils/Process/Printable.hpp"
 
 namespace {
-
-std::string ErrorFile() {
-  const ParallelRuntime& runtime = ParallelRuntime::Instance();
-  std::ostringstream path;
-  path << RunDirectory() << "/Errors" << std::setw(3) << std::setfill('0')
-       << (runtime.IsInitialized() ? runtime.Rank() : 0) << ".txt";
-  return path.str();
-}
-
-// Reports are added to those of earlier runs. What has null characters is no text, though, but
-// somebody's data under this name.
-bool TakesReports(const std::string& path) {
-  if (!FileExists(path)) {
-    return true;
-  }
-  if (!IsRegularFile(path)) {
-    return false;  // a pipe would wait for a reader
-  }
-  std::string beginning(65536, '\n');
-  std::ifstream(path, std::ios::binary)
-      .read(beginning.data(), static_cast<std::streamsize>(beginning.size()));
-  return beginning.find('\0') == std::string::npos;
-}
 
 void (*sBeforeMyErr)() = nullptr;
 
@@ -51,14 +27,6 @@ void PrepareForErrors() {
 }
 
 MyErrProxy::MyErrProxy() {
-  try {
-    mpFile = std::make_unique<std::ofstream>();
-    if (const std::string path = ErrorFile(); TakesReports(path)) {
-      mpFile->open(path, std::ios::out | std::ios::app);
-    }
-  } catch (const std::bad_alloc&) {
-    mpFile.reset();
-  }
   // Reports can come from static initialisers that run before those of the standard streams.
   const std::ios_base::Init streams;
   PrepareForErrors();
@@ -66,4 +34,41 @@ MyErrProxy::MyErrProxy() {
     const SigpipeHeldBack guard;
     std::cerr << ProcID_();
   }
+}
+
+MyErrProxy::~MyErrProxy() {
+  mSinks.SayIfNotInFile();
+}
+
+void MyErrProxy::Sinks::SayIfNotInFile() {
+  try {
+    mFile.IfFailed([this](const std::string& path, const char* reason) {
+      const SigpipeHeldBack guard;
+      std::cerr << (mEndsLine ? "" : "\n") << "This is not in '" << Printable(path)
+                << "': " << reason << '\n';
+    });
+  } catch (const std::bad_alloc&) {
+    // There are worse things to say then.
+  }
+}
+
+std::streamsize MyErrProxy::Sinks::xsputn(const char* text, std::streamsize length) {
+  const std::string_view all(text, static_cast<std::size_t>(length));
+  {
+    const SigpipeHeldBack guard;
+    PutPrintable(all, Breaks::Kept, [](std::string_view piece) {
+      std::cerr.write(piece.data(), static_cast<std::streamsize>(piece.size()));
+    });
+  }
+  PutPrintable(all, Breaks::Kept, [this](std::string_view piece) { mFile.Append(piece); });
+  mEndsLine = all.empty() ? mEndsLine : all.back() == '\n';
+  return length;
+}
+
+MyErrProxy::Sinks::int_type MyErrProxy::Sinks::overflow(int_type character) {
+  if (traits_type::eq_int_type(character, traits_type::eof())) {
+    return traits_type::not_eof(character);
+  }
+  const char byte = traits_type::to_char_type(character);
+  return xsputn(&byte, 1) == 1 ? character : traits_type::eof();
 }

@@ -3,11 +3,10 @@
 // which the program was started ("Errors000.txt" of a single process).
 #pragma once
 
-#include <fstream>
 #include <iostream>
-#include <memory>
+#include <streambuf>
 
-#include "Utils/ErrorHandling/SigpipeHeldBack.hpp"
+#include "Utils/ErrorHandling/ErrorFile.hpp"
 
 /// Has a function called before anything goes to standard error this way, for who keeps something
 /// on the terminal that must go first; null for none.
@@ -15,25 +14,23 @@ void SetBeforeMyErr(void (*function)());
 /// Calls it; for who must write to standard error another way.
 void PrepareForErrors();
 
-/// One statement's output. An error file that cannot be opened stays silent, as one does for which
-/// there is no memory, and one that holds no text; standard error gets everything in any case. If
-/// that is a pipe which nobody reads, the error file alone does: SIGPIPE is held back from the
-/// write.
+/// One statement's output. Standard error gets everything, whether there is an error file or not; a
+/// line after the first statement that did not get into the file says why. If standard error is a
+/// pipe which nobody reads, the error file alone gets it: SIGPIPE is held back from the write.
+/// Control characters other than line breaks and tabs are escaped; names, which must have neither,
+/// are made Printable() by who streams them.
 class MyErrProxy {
  public:
   /// Opens the error file, and begins the line on standard error with ProcID_() once this process
   /// has a rank.
   MyErrProxy();
+  MyErrProxy(const MyErrProxy&) = delete;
+  MyErrProxy& operator=(const MyErrProxy&) = delete;
+  ~MyErrProxy();
 
   template <class T>
   MyErrProxy& Output(const T& x) {
-    {
-      const SigpipeHeldBack guard;
-      std::cerr << x;
-    }
-    if (mpFile != nullptr) {
-      *mpFile << x;
-    }
+    mStream << x;
     return *this;
   }
 
@@ -46,21 +43,36 @@ class MyErrProxy {
   }
 
  private:
-  std::unique_ptr<std::ofstream> mpFile;
+  /// Passes on what is written to it at once. Neither it nor a stream on it allocates.
+  class Sinks : public std::streambuf {
+   public:
+    void SayIfNotInFile();
+
+   private:
+    std::streamsize xsputn(const char* text, std::streamsize length) override;
+    int_type overflow(int_type character) override;
+
+    ErrorFile mFile;
+    bool mEndsLine = true;
+  };
+
+  Sinks mSinks;
+  std::ostream mStream{&mSinks};
 };
 
 struct MyErrType {
+  /// The proxy is made for the statement and lives as long.
+  struct Begun : MyErrProxy {
+    template <class T>
+    explicit Begun(const T& x) {
+      Output(x);
+    }
+  };
   template <class T>
-  MyErrProxy operator<<(const T& x) const {
-    MyErrProxy proxy;
-    proxy.Output(x);
-    return proxy;
+  Begun operator<<(const T& x) const {
+    return Begun(x);
   }
-  MyErrProxy operator<<(std::ostream& (*manipulator)(std::ostream&)) const {
-    MyErrProxy proxy;
-    proxy.Output(manipulator);
-    return proxy;
-  }
+  Begun operator<<(std::ostream& (*manipulator)(std::ostream&)) const { return Begun(manipulator); }
 };
 
 inline constexpr MyErrType MyErr{};

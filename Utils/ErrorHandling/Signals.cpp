@@ -31,10 +31,11 @@ void BacktraceSignal(int signal) {
     SetAction(SIGALRM, SIG_DFL);
     alarm(60);
     const char* description = sigdescr_np(signal);
-    MyErr << "Received signal " << signal << " ("
-          << (description == nullptr ? "Unknown signal" : description) << ")\n";
+    MyErrProxy report;
+    report << "Received signal " << signal << " ("
+           << (description == nullptr ? "Unknown signal" : description) << ")\n";
     if (const std::string backtrace = Backtrace(2); !backtrace.empty()) {
-      MyErr << backtrace;
+      report << backtrace;
     } else {
       PrintSimpleBacktrace(1);
     }

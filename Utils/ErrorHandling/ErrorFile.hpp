@@ -1,0 +1,35 @@
+// The file that reports are added to. Its name is known to everybody, and the folder may be one
+// that others write to, so what has the name is looked at before anything is added.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+/// Open for appending from its construction to its destruction, if it can be had: as a regular file
+/// of this user with one name, which is no HDF5 file. It is created if nothing has the name. A
+/// symbolic link is not followed. What this process created is its own, whatever owner a network
+/// file system shows.
+class ErrorFile {
+ public:
+  ErrorFile();
+  ErrorFile(const ErrorFile&) = delete;
+  ErrorFile& operator=(const ErrorFile&) = delete;
+  ~ErrorFile();
+
+  void Append(std::string_view text);
+
+  /// Calls say(path, reason) if something did not get into the file; once per process.
+  template <class Say>
+  void IfFailed(const Say& say) const {
+    if (mpReason != nullptr && IsFirstFailure()) {
+      say(Path(), mpReason);
+    }
+  }
+
+ private:
+  static std::string Path();
+  static bool IsFirstFailure();
+
+  int mDescriptor = -1;
+  const char* mpReason = nullptr;  // why not all is in the file
+};
