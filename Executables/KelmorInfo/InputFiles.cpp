@@ -74,8 +74,8 @@ std::string WhyNotOpened(const InputFile& file) {
   if (file.mOpens) {
     return "";
   }
-  const std::string& advice = file.mProblem.mAdvice;
-  return "File '" + file.mName + "' cannot be opened: " + file.mProblem.mReason + "\n" + advice +
+  const std::string advice = Printable(file.mProblem.mAdvice);
+  return "File '" + Printable(file.mName) + "' cannot be opened: " + file.mProblem.mReason + "\n" + advice +
          (advice.empty() ? "" : "\n");
 }
 
@@ -84,7 +84,7 @@ void InputFiles::RequireAllOpen() const {
   for (const InputFile& file : mFiles) {
     problems += WhyNotOpened(file);
   }
-  REQUIRE(problems.empty(), problems);
+  REQUIRE(problems.empty(), Verbatim(problems));
 }
 
 InputFiles::InputFiles(const MyVector<std::string>& names) {

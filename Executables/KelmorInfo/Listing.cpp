@@ -314,10 +314,11 @@ void RequireNoProblems(const Listing& listing) {
     problems += WhyNotOpened(file);
     for (const Facts& facts : listing.mDatasets[i]) {
       if (!facts.mProblem.empty()) {
-        problems += "Object '" + facts.mName + "' of file '" + file.mName + "': ";
+        problems +=
+            "Object '" + Printable(facts.mName) + "' of file '" + Printable(file.mName) + "': ";
         problems += facts.mProblem + "\n";
       }
     }
   }
-  REQUIRE(problems.empty(), problems);
+  REQUIRE(problems.empty(), Verbatim(problems));
 }

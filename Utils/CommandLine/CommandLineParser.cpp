@@ -11,6 +11,7 @@
 #include "Utils/ErrorHandling/SigpipeHeldBack.hpp"
 #include "Utils/Process/RunInformation.hpp"
 #include "Utils/StringParsing/SimpleConvert.hpp"
+#include "Utils/Process/Printable.hpp"
 
 namespace {
 
@@ -118,7 +119,7 @@ T CommandLineParser::Get(const std::string& key) const {
   mKeyWasUsed[key] = true;
   const std::string& given = mKeyValueMap[key];
   T value{};
-  SimpleConvert(given, "Option-key '" + key + "' was given the value '" + given + "'.\n", value);
+  SimpleConvert(given, "Option-key '" + key + "' was given the value '" + Printable(given) + "'.\n", value);
   return value;
 }
 

@@ -1,10 +1,13 @@
 #include "Utils/ErrorHandling/Require.hpp"
 
+#include <cmath>
+#include <cstdlib>
 #include <string_view>
 #include <utility>
 
 #include "Utils/ErrorHandling/Breakpoint.hpp"
 #include "Utils/ErrorHandling/CodeError.hpp"
+#include "Utils/Process/Formatting.hpp"
 
 namespace {
 thread_local const ReportContext* pInnermostContext = nullptr;
@@ -24,6 +27,45 @@ void RequireFail(const char* condition, const char* file, int line, const std::s
   report << "\n#################################################################\n";
   Breakpoint();
   throw CodeError(report.str(), true, message, context);
+}
+
+RequireMessage& RequireMessage::operator<<(Verbatim text) {
+  mStream << text.mText;
+  mText += std::move(mStream).str();
+  mStream.str("");
+  return *this;
+}
+
+RequireMessage& RequireMessage::operator<<(std::string_view text) {
+  mStream << text;
+  return Take(Breaks::Escaped);
+}
+
+RequireMessage& RequireMessage::operator<<(double value) {
+  constexpr std::streamsize defaultPrecision = 6;
+  mStream << value;
+  if (mStream.precision() == defaultPrecision && std::isfinite(value) &&
+      std::strtod(mStream.str().c_str(), nullptr) != value) {
+    mStream.str("");
+    mStream << RoundTrip(value);
+  }
+  return Take(Breaks::Kept);
+}
+
+RequireMessage& RequireMessage::operator<<(std::ostream& (*manipulator)(std::ostream&)) {
+  mStream << manipulator;
+  return Take(Breaks::Kept);
+}
+
+RequireMessage& RequireMessage::operator<<(std::ios_base& (*manipulator)(std::ios_base&)) {
+  mStream << manipulator;
+  return *this;
+}
+
+RequireMessage& RequireMessage::Take(Breaks breaks) {
+  mText += Printable(mStream.str(), breaks);
+  mStream.str("");
+  return *this;
 }
 
 std::string ReportLabel(const char* path) {
@@ -57,11 +99,16 @@ void ReportContext::PrintCurrent(std::ostream& os) {
   }
   const std::string& dataset = pInnermostContext->mDataset;
   const std::string& file = pInnermostContext->mFile;
+  const auto put = [&os](std::string_view piece) { os << piece; };
   if (!dataset.empty()) {
-    os << "Object '" << dataset << "'";
+    os << "Object '";
+    PutPrintable(dataset, Breaks::Escaped, put);
+    os << "'";
   }
   if (!file.empty()) {
-    os << (dataset.empty() ? "File '" : " of file '") << file << "'";
+    os << (dataset.empty() ? "File '" : " of file '");
+    PutPrintable(file, Breaks::Escaped, put);
+    os << "'";
   }
   if (!dataset.empty() || !file.empty()) {
     os << "\n";

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include <cstdlib>
+#include <iomanip>
 
 #include "Utils/ErrorHandling/ReportOf.hpp"
 
@@ -32,6 +33,19 @@ TEST(RequireTest, NamesConditionAsWrittenSourceAndLine) {
                 "#################################################################\n\n");
   EXPECT_THAT(ReportOf(failElsewhere), HasSubstr("\n#### 1 < 0  violated\n#### RequireTest (line " +
                                                  std::to_string(line + 1) + ")\nshared\n"));
+}
+
+TEST(RequireTest, NamesPassForNoLineOfTheReport) {
+  const std::string name = "a\n####\x1b[2J\xff";
+  const ReportContext context(name, name);
+  const std::string shown = "a\\n####\\x1b[2J\\xff";
+  const char* const null = nullptr;
+  EXPECT_THAT(ReportOf([&] {
+                REQUIRE(false, "x\n" << name << ' ' << name.c_str() << null << Verbatim("y\n") << 1.5
+                                     << ' ' << 1000000.5 << ' ' << std::setprecision(2) << 1000000.5);
+              }),
+              HasSubstr(")\nx\n" + shown + ' ' + shown + "y\n1.5 1000000.5 1e+06\nObject '" +
+                        shown + "' of file '" + shown + "'\n###"));
 }
 
 TEST(RequireTest, InnermostContextFollowsTheMessage) {

@@ -7,6 +7,7 @@
 #include "Utils/ErrorHandling/MyAbort.hpp"
 #include "Utils/ErrorHandling/MyErr.hpp"
 #include "Utils/Factory/FactoryReporter.hpp"
+#include "Utils/Process/Printable.hpp"
 
 namespace Factory {
 
@@ -79,7 +80,7 @@ CreateFunction FactoryBackbone::Retrieve(std::string_view id, const std::string&
     MyErr << "Known ClassIDs & Documentation:\n" << Help() << sErrorEnd;
   } else {
     MyErr << sErrorBanner << heading << "\n"
-          << "ClassID '" << id << "' not found. Known ClassIDs:\n"
+          << "ClassID '" << Printable(id) << "' not found. Known ClassIDs:\n"
           << FormatRegisteredClassIDs(RegisteredClassIDs()) << sErrorEnd;
   }
   throw CodeError("", false);  // everything is said

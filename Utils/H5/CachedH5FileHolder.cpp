@@ -14,6 +14,7 @@
 #include "Utils/H5/H5_Library.hpp"
 #include "Utils/H5/InsideStore.hpp"
 #include "Utils/Process/Formatting.hpp"
+#include "Utils/Process/Printable.hpp"
 
 using Vexa_H5::LockWait;
 
@@ -21,7 +22,7 @@ namespace {
 
 void SayWhatIsLost(const H5_File& file) {
   if (file.CummulativeCacheSize() != 0) {
-    MyErr << "File '" << file.Filename() << "' lacks " << file.CummulativeCacheSize()
+    MyErr << "File '" << Printable(file.Filename()) << "' lacks " << file.CummulativeCacheSize()
           << " bytes that waited for another program to close it\n";
   }
 }
@@ -89,14 +90,14 @@ H5_File& CachedH5FileHolder::GetH5_File(const std::string& fullPath, H5AccessTyp
   const char* message =
       "Consistency error.  h5-file should be closed when creatingCachedH5File.\n"
       "Do you use **multiple** instances of CachedH5File to access the same file?";
-  REQUIRE(!ptr->IsFileOpen(), message);
-  REQUIRE(!ptr->HasHandle(), message);
+  REQUIRE(!ptr->IsFileOpen(), Verbatim(message));
+  REQUIRE(!ptr->HasHandle(), Verbatim(message));
   if (access == ReadWrite) {
     ptr->SetAccess(ReadWrite);
     return *ptr;
   }
   if (ptr->CummulativeCacheSize() != 0) {
-    MyErr << "CachedH5File(" << fullPath << ", ReadOnly):\n"
+    MyErr << "CachedH5File(" << Printable(fullPath) << ", ReadOnly):\n"
           << "Write non-empty cache now,  before opening ReadOnly.\n";
     WriteFile(*ptr, LockWait::None());
   }

@@ -4,6 +4,7 @@
 
 #include "Utils/ErrorHandling/MyErr.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
+#include "Utils/Process/Printable.hpp"
 
 void H5_FailedWrites::Add(const std::string& name) {
   mNames.push_back(name);
@@ -21,14 +22,14 @@ void H5_FailedWrites::Throw(const std::string& filename) {
     const std::size_t listed = std::min<std::size_t>(mNames.size(), 6);
     std::string names;
     for (std::size_t i = 1; i < listed; ++i) {
-      names += " '" + mNames[i] + "'";
+      names += " '" + Printable(mNames[i]) + "'";
     }
-    MyErr << "Besides '" << mNames[0] << "', " << mNames.size() - 1 << " object(s) of file '"
-          << filename << "' could not be written:" << names
+    MyErr << "Besides '" << Printable(mNames[0]) << "', " << mNames.size() - 1
+          << " object(s) of file '" << Printable(filename) << "' could not be written:" << names
           << (listed < mNames.size() ? " ...\n" : "\n");
   }
   if (mIsHopeless) {
-    MyErr << "File '" << filename
+    MyErr << "File '" << Printable(filename)
           << "' stays as it was before; what was appended to it since is lost.\n";
   }
   // For the handler of an exception that does not say itself what was being worked on.

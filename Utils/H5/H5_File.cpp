@@ -14,6 +14,7 @@
 #include "Utils/H5/H5_Library.hpp"
 #include "Utils/H5/H5_Utils.hpp"
 #include "Utils/Process/Files.hpp"
+#include "Utils/Process/Printable.hpp"
 
 namespace {
 
@@ -326,8 +327,8 @@ bool H5_File::BeginWriting(Vexa_H5::LockWait wait) {
 
 void H5_File::KeepWaiting() {
   if (!mIsWaiting) {
-    MyErr << "File '" << mFilename << "' is open in another program; " << CummulativeCacheSize()
-          << " bytes wait in memory to be written\n";
+    MyErr << "File '" << Printable(mFilename) << "' is open in another program; "
+          << CummulativeCacheSize() << " bytes wait in memory to be written\n";
   }
   mIsWaiting = mHasWaited = true;
 }

@@ -11,6 +11,7 @@
 #include "Utils/ErrorHandling/MyErr.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/H5/Handle.hpp"
+#include "Utils/Process/Printable.hpp"
 
 namespace Vexa_H5 {
 
@@ -61,14 +62,14 @@ hid_t PassReaders([[maybe_unused]] const std::string& path, [[maybe_unused]] uns
   file_id = TryToOpen(path, flags, unlocked, wait.mIsLocked);
   if (file_id >= 0) {
     wait.mHeld = std::move(held);
-    MyErr << "File '" << path << "' is opened for writing while others read it\n";
+    MyErr << "File '" << Printable(path) << "' is opened for writing while others read it\n";
   }
 #endif
   return file_id;
 }
 
 void Announce(const std::string& path, LockWait::Clock::duration wait) {
-  MyErr << "File '" << path << "' is open in another program; waiting up to "
+  MyErr << "File '" << Printable(path) << "' is open in another program; waiting up to "
         << std::chrono::ceil<std::chrono::seconds>(wait).count() << " s for it\n";
 }
 

@@ -289,7 +289,7 @@ IndexedGroup::Step IndexedGroup::RetrieveStepIndex(std::size_t filestep) const {
 
 void IndexedGroup::RequireClosed(const char* message) const {
   if (MayCheckInDestructor()) {
-    REQUIRE_LABELLED("H5_Object" + mKind, __LINE__, IsObjectOpen()==false, message);
+    REQUIRE_LABELLED("H5_Object" + mKind, __LINE__, IsObjectOpen()==false, Verbatim(message));
   }
 }
 

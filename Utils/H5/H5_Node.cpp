@@ -87,8 +87,8 @@ std::string_view H5_Node::GetExtension(std::string_view name) const {
           "H5_Node: attempting to create H5_Object node with name '"
               << name << "'.\nNames of H5_Objects must always have one of the "
               << "valid extensions:\n("
-              << Factory::FormatRegisteredClassIDs(
-                     H5_Object::Registry().RegisteredClassIDs())
+              << Verbatim(Factory::FormatRegisteredClassIDs(
+                     H5_Object::Registry().RegisteredClassIDs()))
               << "). This error can occur when creating a new\ndata-set in a "
               << "CachedH5File without an extension (as in the name\nabove). This "
               << "error can also occur when a non-compatible .h5 file\nis processed "

@@ -8,6 +8,7 @@
 #include "Utils/ErrorHandling/CodeError.hpp"
 #include "Utils/ErrorHandling/MyErr.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
+#include "Utils/Process/Printable.hpp"
 #include "Utils/StringParsing/GlobalFlags.hpp"
 #include "Utils/StringParsing/SimpleConvert.hpp"
 #include "Utils/StringParsing/SplitStrings.hpp"
@@ -58,7 +59,7 @@ void OptionParser::Parse() {
   }
   if (mOptions.find('=') == std::string::npos) {
     Report("========= OptionParser: NO EQUALS SIGN ",
-           "==== The option list \"" + mOptions +
+           "==== The option list \"" + Shown(mOptions) +
                "\" does not contain an equals sign.  The option list should be a sequence of  "
                "KEY=VALUE pairs separated by semicolons.\n");
   }
@@ -68,13 +69,13 @@ void OptionParser::Parse() {
     const std::string key = RemoveLeadingAndTrailingWhitespace(mOptions.substr(p, equals - p));
     if (equals == std::string::npos) {
       Report("======== OptionParser: EXTRA TEXT AT END ",
-             "==== Non-whitespace string \"" + key +
+             "==== Non-whitespace string \"" + Shown(key) +
                  "\" without an equals sign\n"
                  "==== Found after the last valid option.\n");
     }
     if (key.find(';') != std::string::npos) {
       Report("======== OptionParser: KEY WITH SEMICOLON ",
-             "==== The key \"" + key +
+             "==== The key \"" + Shown(key) +
                  "\" contains a semicolon.  Just before this\n"
                  "==== option, you probably used a semicolon instead of a comma.\n");
     }
@@ -88,13 +89,14 @@ void OptionParser::Parse() {
 void OptionParser::Insert(const std::string& key, const std::string& value) {
   if (FindWhileParsingFast(value, 0, '=') != std::string::npos) {
     Report("======== OptionParser: VALUE WITH EQUAL SIGN",
-           "#### The value of key \"" + key + "\" (" + value +
+           "#### The value of key \"" + Shown(key) + "\" (" + Shown(value) +
                ")\n"
                "#### contains an equal-sign.  This may indicate that the terminating\n"
                "#### semicolon after this option is missing.\n");
   }
   if (mKeyValueMap.KeyExists(key)) {
-    Report("======== OptionParser: DUPLICATE KEY ", "==== Key \"" + key + "\" specified twice.\n");
+    Report("======== OptionParser: DUPLICATE KEY ",
+           "==== Key \"" + Shown(key) + "\" specified twice.\n");
   }
   mKeyValueMap.Insert(key, value);
   mKeyWasUsed.Insert(key, false);
@@ -119,7 +121,7 @@ std::string WithoutFrame(const std::string& text) {
 
 void OptionParser::Report(const std::string& banner, const std::string& body,
                           const std::string& optionsTitle) const {
-  std::string report = BannerLine(banner) + body + optionsTitle + mOptions + "\n";
+  std::string report = BannerLine(banner) + body + optionsTitle + Shown(mOptions) + "\n";
   if (!mHelp.empty()) {
     report += BannerLine("==== Help: ") + mHelp;
   }
@@ -131,6 +133,10 @@ void OptionParser::Report(const std::string& banner, const std::string& body,
   ThrowError(WithoutFrame(banner) + ": " + WithoutFrame(body));
 }
 
+std::string OptionParser::Shown(const std::string& text) {
+  return Printable(text, ReportContext::Current().empty() ? Breaks::Kept : Breaks::Escaped);
+}
+
 void OptionParser::ThrowError(const std::string& reason) const {
   mErrorThrown = true;
   throw CodeError("", false, reason);
@@ -139,7 +145,7 @@ void OptionParser::ThrowError(const std::string& reason) const {
 void OptionParser::CheckKeyExists(const std::string& key) const {
   if (!mKeyValueMap.KeyExists(key)) {
     Report("======== OptionParser:  KEY NOT FOUND ",
-           "==== Key \"" + key + "\" requested, but not specified.\n");
+           "==== Key \"" + Shown(key) + "\" requested, but not specified.\n");
   }
 }
 
@@ -147,11 +153,13 @@ std::string OptionParser::ConversionContext(const std::string& key,
                                             const std::string& typeName) const {
   std::ostringstream context;
   context << "==== OptionParser Error ==============================\n"
-          << "While parsing the key '" << key << "', conversion of \n"
-          << "value '" << mKeyValueMap[key] << "' to type '" << typeName << "' failed.\n"
-          << "==== Provided Options ================================\n"
-          << mKeyValueMap << "==== User-provided help-text =========================\n"
-          << mHelp;
+          << "While parsing the key '" << Shown(key) << "', conversion of \n"
+          << "value '" << Shown(mKeyValueMap[key]) << "' to type '" << typeName << "' failed.\n"
+          << "==== Provided Options ================================\n";
+  for (const auto& [option, value] : mKeyValueMap) {
+    context << Shown(option) << " = " << Shown(value) << "\n";
+  }
+  context << "==== User-provided help-text =========================\n" << mHelp;
   return context.str();
 }
 
@@ -231,7 +239,7 @@ void OptionParser::TerminateIfThereAreUnusedOptions() const {
   std::string unused;
   for (const auto& [key, wasUsed] : mKeyWasUsed) {
     if (!wasUsed) {
-      unused += "=== " + key + "\n";
+      unused += "=== " + Shown(key) + "\n";
     }
   }
   if (!unused.empty()) {

@@ -76,6 +76,8 @@ class OptionParser {
   /// Writes banner, body, given options and help text, then throws.
   [[noreturn]] void Report(const std::string& banner, const std::string& body,
                            const std::string& optionsTitle = "==== Given Options:\n") const;
+  /// A piece of the options as a report shows it. Those that a file holds stay on a line.
+  static std::string Shown(const std::string& text);
   std::string ConversionContext(const std::string& key, const std::string& typeName) const;
   /// What stands in "tag(text)"; reports WRONG FORMAT with `form` for anything else.
   std::string TextInTag(const std::string& value, const std::string& key, const std::string& tag,

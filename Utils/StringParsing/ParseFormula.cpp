@@ -175,6 +175,6 @@ double ParseFormula(const std::string& formula, const std::string& context) {
   }
   REQUIRE(problem.empty(), "ParseFormula could not evaluate '" << formula << "': " << problem
                                                                << "\n"
-                                                               << context);
+                                                               << Verbatim(context));
   return value;
 }

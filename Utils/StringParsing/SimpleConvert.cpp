@@ -45,7 +45,7 @@ void SimpleConvert(const std::string& text, const std::string& context, bool& ou
   try {
     out = ParseBool(text);
   } catch (const std::range_error&) {
-    REQUIRE(false, "Could not convert bool\n" << context);
+    REQUIRE(false, "Could not convert bool\n" << Verbatim(context));
   }
 }
 
@@ -62,7 +62,7 @@ void SimpleConvert(const std::string& text, const std::string& context, int& out
       whole >= std::numeric_limits<int>::min() && whole <= std::numeric_limits<int>::max();
   REQUIRE(isWhole && fits, "Error in converting double to int: '" << text << "' is " << value
                                                                   << "\n"
-                                                                  << context);
+                                                                  << Verbatim(context));
   out = static_cast<int>(whole);
 }
 
@@ -76,6 +76,6 @@ void SimpleConvert(const std::string& text, const std::string& context, double& 
 
 void SimpleConvert(const std::string& text, const std::string& context, char& out) {
   const std::string trimmed = RemoveLeadingAndTrailingWhitespace(text);
-  REQUIRE(trimmed.size()==1, "Could not convert char\n" << context);
+  REQUIRE(trimmed.size()==1, "Could not convert char\n" << Verbatim(context));
   out = trimmed[0];
 }

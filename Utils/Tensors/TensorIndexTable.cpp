@@ -6,6 +6,7 @@
 
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/Process/PerThread.hpp"
+#include "Utils/Process/Printable.hpp"
 #include "Utils/Tensors/Mesh.hpp"
 
 namespace {
@@ -107,7 +108,7 @@ void TensorIndexTable::ApplySymmToIndexList(const std::string& symm, const MyVec
 }
 
 void TensorIndexTable::Output(std::ostream& os) const {
-  os << "dimension " << mDim << ", symmetry '" << mSymm << "', " << mNumberOfComponents
+  os << "dimension " << mDim << ", symmetry '" << Printable(mSymm) << "', " << mNumberOfComponents
      << " components";
 }
 
