@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <memory>
 #include <new>
+#include <set>
 #include <span>
 #include <sstream>
 #include <utility>
@@ -36,35 +37,50 @@ std::span<void* const> FramesFrom(const Frames& frames, int count, void* caller,
   return {first + std::clamp<std::ptrdiff_t>(skip, 0, end - first), end};
 }
 
-// The object file and the place in it.
-std::pair<std::string, std::string> Describe(void* address) {
+struct Frame {
+  std::string mObject;
+  std::string mPlace;
+  const void* mpLoadedAt;  // null if the place has a name
+};
+
+Frame Describe(void* address) {
   Dl_info info{};
   // Looked up one byte back: a return address behind a call that never returns can already belong
   // to the next function.
   const bool isKnown = dladdr(static_cast<char*>(address) - 1, &info) != 0;
+  const bool hasName = isKnown && info.dli_sname != nullptr;
   std::ostringstream place;
-  if (isKnown && info.dli_sname != nullptr) {
+  if (hasName) {
     place << Demangle(info.dli_sname) << " + 0x" << std::hex
           << static_cast<char*>(address) - static_cast<char*>(info.dli_saddr);
   } else {
     place << "0x0 + " << address;
   }
-  return {isKnown && info.dli_fname != nullptr ? info.dli_fname : "???", place.str()};
+  return {isKnown && info.dli_fname != nullptr ? info.dli_fname : "???", place.str(),
+          hasName ? nullptr : info.dli_fbase};
 }
 
 std::string Table(std::span<void* const> frames) {
-  std::vector<std::pair<std::string, std::string>> table;
+  std::vector<Frame> table;
   std::size_t width = 0;
   for (void* address : frames) {
     table.push_back(Describe(address));
-    width = std::max(width, table.back().first.size());
+    width = std::max(width, table.back().mObject.size());
   }
-  std::string text;
-  for (auto& [object, place] : table) {
-    object.resize(width, ' ');
-    text += object + "  " + place + "\n";
+  std::ostringstream text;
+  std::set<const void*> loadedAt;
+  for (Frame& frame : table) {
+    frame.mObject.resize(width, ' ');
+    text << frame.mObject << "  " << frame.mPlace << "\n";
+    loadedAt.insert(frame.mpLoadedAt);
   }
-  return text;
+  // What is left of an address is what tools for debugging take.
+  for (const Frame& frame : table) {
+    if (frame.mpLoadedAt != nullptr && loadedAt.erase(frame.mpLoadedAt) > 0) {
+      text << frame.mObject << "  is loaded at " << frame.mpLoadedAt << "\n";
+    }
+  }
+  return text.str();
 }
 
 }  // namespace

@@ -6,7 +6,8 @@
 #include <string>
 
 /// One line per frame, innermost first: the object file, and symbol + offset in it. Drops this
-/// function's own frame and `skipFrames` more; goes up to 100 frames deep.
+/// function's own frame and `skipFrames` more; goes up to 100 frames deep. Below them, for every
+/// object with a frame that has no name, the address at which it is loaded.
 std::string Backtrace(int skipFrames);
 
 /// The same straight to standard error in the C library's format. Allocates nothing, for use when

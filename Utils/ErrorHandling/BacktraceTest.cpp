@@ -36,6 +36,7 @@ TEST(BacktraceTest, OnceInnermostFrameFirst) {
   EXPECT_EXIT(OuterFrame("", 0), ExitedWithCode(0),
               "<[^ ]*ErrorHandlingTest +InnerFrame\\(int\\) \\+ 0x[0-9a-f]+\n"
               "[^ ]*ErrorHandlingTest +OuterFrame\\(char const\\*, int\\) \\+ 0x[0-9a-f]+\n"
+              ".*0x0 \\+ 0x.*\n[^ ]+libc[^ ]* +is loaded at 0x[0-9a-f]+000\n"
               ".*\\|[^ ]*ErrorHandlingTest[^ ]* ?\\[0x[0-9a-f]+\\]\n");
   EXPECT_EXIT(OuterFrame("", 1), ExitedWithCode(0),
               AllOf(ContainsRegex("<[^ ]*ErrorHandlingTest +OuterFrame"),
