@@ -1,6 +1,5 @@
 #include "Executables/Kelmor/Progress.hpp"
 
-#include <hdf5.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -22,12 +21,6 @@ void WriteToTerminal(std::string_view text) {
 
 void EraseLine() {
   WriteToTerminal("\r\x1b[K");
-}
-
-// The library prints its own account of a failure before ours is made.
-herr_t PrintH5Error(hid_t stack, void*) {
-  EraseLine();
-  return H5Eprint2(stack, stderr);
 }
 
 bool CanErase() {
@@ -74,7 +67,6 @@ Progress::Progress(bool isWanted, std::uint64_t datasets, std::uint64_t totalByt
       mNextUpdate(mStart) {
   if (mIsShown) {
     SetBeforeMyErr(EraseLine);
-    H5Eset_auto2(H5E_DEFAULT, PrintH5Error, nullptr);
   }
 }
 
@@ -82,7 +74,6 @@ Progress::~Progress() {
   if (mIsShown) {
     EraseLine();
     SetBeforeMyErr(nullptr);
-    H5Eset_auto2(H5E_DEFAULT, reinterpret_cast<H5E_auto2_t>(H5Eprint2), stderr);
   }
 }
 

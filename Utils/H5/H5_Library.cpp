@@ -7,12 +7,17 @@
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
+#include <memory>
+#include <new>
+#include <string>
 #include <vector>
 
 #include "Utils/ErrorHandling/MyAbort.hpp"
+#include "Utils/ErrorHandling/MyErr.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/ErrorHandling/SigpipeHeldBack.hpp"
 #include "Utils/H5/Handle.hpp"
+#include "Utils/Process/Printable.hpp"
 
 namespace {
 
@@ -22,7 +27,7 @@ void (*sOnLibraryEnd)() = nullptr;
 bool sEndsItself = false;
 int sOpenFiles = 0;
 
-H5E_auto2_t sPrintErrors = nullptr;
+H5E_auto2_t sPrintErrors = nullptr;  // of the program's, if it has one
 void* sPrintErrorsData = nullptr;
 
 herr_t WatchClosed(hid_t, void*) {
@@ -34,28 +39,85 @@ herr_t WatchClosed(hid_t, void*) {
   return 0;
 }
 
+// What the library says about a failure, names in it included.
+std::vector<std::string> Descriptions(hid_t stack) {
+  std::vector<std::string> descriptions;
+  const auto keep = [](unsigned, const H5E_error2_t* error, void* list) -> herr_t {
+    try {
+      static_cast<std::vector<std::string>*>(list)->emplace_back(
+          error->desc == nullptr ? "" : error->desc);
+    } catch (...) {
+      return -1;  // an exception must not pass through the library
+    }
+    return 0;
+  };
+  H5Ewalk2(stack, H5E_WALK_UPWARD, keep, &descriptions);
+  return descriptions;
+}
+
+// The text that the library prints, in which a name cannot pass for a line.
+std::string ErrorText(hid_t stack) {
+  char* text = nullptr;
+  std::size_t size = 0;
+  std::FILE* memory = open_memstream(&text, &size);
+  if (memory == nullptr) {
+    throw std::bad_alloc();
+  }
+  H5Eprint2(stack, memory);
+  std::fclose(memory);
+  const std::unique_ptr<char, decltype(&std::free)> owner(text, &std::free);
+  std::string printed(text == nullptr ? "" : text, size);
+  for (const std::string& description : Descriptions(stack)) {
+    const std::string shown = Printable(description);
+    const std::size_t place = shown == description ? printed.npos : printed.find(description);
+    if (place != printed.npos) {
+      printed.replace(place, description.size(), shown);
+    }
+  }
+  return Printable(printed, Breaks::Kept);
+}
+
 // The library reports an error before we do, and would end the process if nobody reads that.
 herr_t PrintErrors(hid_t stack, void*) {
+  PrepareForErrors();
   const SigpipeHeldBack guard;
-  return sPrintErrors(stack, sPrintErrorsData);
+  if (sPrintErrors != nullptr) {
+    return sPrintErrors(stack, sPrintErrorsData);
+  }
+  try {
+    const std::string text = ErrorText(stack);
+    return std::fputs(text.c_str(), stderr) < 0 ? -1 : 0;
+  } catch (const std::bad_alloc&) {
+    return H5Eprint2(stack, stderr);
+  }
+}
+
+// Takes the place of the library's own print. A function of the program's is called all the same.
+void InstallPrintErrors() {
+  H5E_auto2_t print = nullptr;
+  H5E_auto2_t ownPrint = nullptr;
+  void* data = nullptr;
+  void* ownData = nullptr;
+  const Handle<H5Eclose_stack> new_id(H5Ecreate_stack());
+  const bool areKnown = H5Eget_auto2(H5E_DEFAULT, &print, &data) >= 0 &&
+                        H5Eget_auto2(new_id, &ownPrint, &ownData) >= 0;
+  if (areKnown && print != nullptr && print != PrintErrors) {
+    const bool isOwn = print == ownPrint && data == ownData;
+    sPrintErrors = isOwn ? nullptr : print;
+    sPrintErrorsData = data;
+    H5Eset_auto2(H5E_DEFAULT, PrintErrors, nullptr);
+  }
 }
 
 void StartWatching() {
-  herr_t err = H5open();
+  const herr_t err = H5open();
   REQUIRE(err>=0, "H5open failed");
   const Handle<H5Pclose_class> class_id(
       H5Pcreate_class(H5P_ROOT, "Vexa", nullptr, nullptr, nullptr, nullptr, WatchClosed, nullptr));
   REQUIRE(class_id>=0, "H5Pcreate_class failed");
   sWatch = H5Pcreate(class_id);
   REQUIRE(sWatch>=0, "H5Pcreate failed");
-  H5E_auto2_t print = nullptr;
-  void* data = nullptr;
-  err = H5Eget_auto2(H5E_DEFAULT, &print, &data);
-  if (err >= 0 && print != nullptr && print != PrintErrors) {
-    sPrintErrors = print;
-    sPrintErrorsData = data;
-    H5Eset_auto2(H5E_DEFAULT, PrintErrors, nullptr);
-  }
+  InstallPrintErrors();
 }
 
 // The files that are open, all of them the program's by now.

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <hdf5.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <exception>
@@ -61,6 +62,20 @@ TEST_F(H5_LibraryTest, WhatTheProgramLeftOpenIsClosedLikeOurs) {
     EXPECT_EQ(Rows("a.h5"), 3u);
     EXPECT_TRUE(IsWhole("user.h5"));
   }
+}
+
+TEST_F(H5_LibraryTest, WhatTheLibraryPrintsIsSafe) {
+  const auto open = [this](bool isRead) {
+    int ends[2];
+    if (!isRead && pipe(ends) == 0 && close(ends[0]) == 0) {
+      dup2(ends[1], STDERR_FILENO);
+    }
+    Append("a.h5", 1);
+    const hid_t file_id = H5Fopen((mDir / "a.h5").c_str(), H5F_ACC_RDONLY, H5P_DEFAULT);
+    std::exit(H5Dopen2(file_id, "a\nb\x1b[", H5P_DEFAULT) < 0 ? 0 : 1);
+  };
+  EXPECT_EXIT(open(true), ExitedWithCode(0), "HDF5-DIAG: .*'a\\\\nb\\\\x1b\\[' .*\n    major: ");
+  EXPECT_EXIT(open(false), ExitedWithCode(0), "");
 }
 
 TEST_F(H5_LibraryTest, UsedBeforeTheStoreAndClosedWhileRowsWait) {
