@@ -1,6 +1,11 @@
 // Being linked whole, the store brings this initialiser into every program that uses it, so that
 // an exception of any type which nobody catches still has the caches written. A library that must
 // leave its process's handlers alone is made without this source.
+//
+// It also keeps a program that was started without standard error from writing reports to its
+// files.
 #include "Utils/ErrorHandling/TerminateHandler.hpp"
+#include "Utils/Process/Files.hpp"
 
 [[maybe_unused]] static const bool sTerminateHandlerIsInstalled = InstallTerminateHandler();
+[[maybe_unused]] static const bool sDescriptorsAreTaken = (TakeStandardDescriptors(), true);

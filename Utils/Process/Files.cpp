@@ -76,6 +76,16 @@ int FlushToDisk(const std::string& path) {
   return error;
 }
 
+void TakeStandardDescriptors() {
+  int descriptor = -1;
+  do {
+    descriptor = open("/dev/null", O_PATH);
+  } while (descriptor >= 0 && descriptor <= STDERR_FILENO);
+  if (descriptor >= 0) {
+    close(descriptor);
+  }
+}
+
 void RaiseOpenFileLimit() {
   rlimit limit;
   if (getrlimit(RLIMIT_NOFILE, &limit) == 0) {

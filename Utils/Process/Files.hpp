@@ -39,6 +39,11 @@ int CreateEmptyFile(const std::string& path);
 /// flushed, since there is nothing a caller could do about it.
 int FlushToDisk(const std::string& path);
 
+/// Sees to it that the standard descriptors are taken: those that are closed are opened, so that
+/// every read or write fails still. Else the next file that is opened would be one of them, and
+/// get what is meant for standard error.
+void TakeStandardDescriptors();
+
 /// Raises the soft limit on open files of this process to the hard limit, as far as the system
 /// lets it.
 void RaiseOpenFileLimit();

@@ -1,10 +1,12 @@
 #include "Utils/Process/Files.hpp"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 
@@ -47,6 +49,17 @@ TEST(FilesTest, EveryKindOfPath) {
   EXPECT_EQ(FlushToDisk(folder / "none"), ENOENT);
   EXPECT_EQ(FlushToDisk("/dev/null"), EINVAL) << "only a directory is excused";
   fs::remove_all(folder);
+}
+
+TEST(FilesTest, NoFileBecomesStandardError) {
+  const auto run = [] {
+    close(STDIN_FILENO);
+    close(STDERR_FILENO);
+    TakeStandardDescriptors();
+    const bool fails = write(STDERR_FILENO, "x", 1) < 0;
+    std::exit(fails && open("/dev/null", O_RDWR) > STDERR_FILENO ? 0 : 1);
+  };
+  EXPECT_EXIT(run(), testing::ExitedWithCode(0), "");
 }
 
 }  // namespace
