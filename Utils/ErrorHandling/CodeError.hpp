@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <thread>
 
 /// The one exception of this system: a report that ends the run unless somebody deliberately
 /// catches it. It is not a std::exception, so that handlers for those let it pass.
@@ -10,14 +11,26 @@ class CodeError {
   /// says without its frame, `context` what it is about. Installs TerminateHandler.
   CodeError(std::string message, bool withBacktrace, std::string reason = "",
             std::string context = "");
+  CodeError(const CodeError& other);
+  CodeError& operator=(const CodeError&) = delete;
+  ~CodeError();
 
   const std::string& Message() const { return mMessage; }
   /// For who lists several failures; empty if there is but the message.
   const std::string& Reason() const { return mReason; }
   const std::string& Context() const { return mContext; }
 
+  /// Writes through MyErr what the exceptions of this thread say that exist besides `last`, oldest
+  /// first. Those are the failures that `last`, or another exception if it is null, would displace:
+  /// it came from a destructor while they passed, or from their handler.
+  static void ReportDisplaced(const CodeError* last);
+
  private:
+  void Enlist();
+
   std::string mMessage;
   std::string mReason;
   std::string mContext;
+  std::thread::id mThread = std::this_thread::get_id();
+  CodeError* mpOlder = nullptr;  // of all that exist
 };

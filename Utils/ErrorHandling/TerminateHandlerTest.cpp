@@ -7,6 +7,7 @@
 #include <new>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <typeinfo>
 
 #include "Utils/ErrorHandling/CodeError.hpp"
@@ -74,6 +75,30 @@ TEST_F(TerminateHandlerTest, ExitByALibrary) {
               "^\n#+   ERROR   #+\nA library ended the process by exit\\(3\\).\n"
               "Object '/a.dat' of file 'a.h5'\n#+\nwritten;$");
   EXPECT_EXIT(leave(0), ExitedWithCode(0), "^$");
+}
+
+TEST_F(TerminateHandlerTest, TheFirstFailureIsReportedFirst) {
+  struct Failing {
+    static void Fail(const char* text) { throw CodeError(text, false); }
+    ~Failing() { Fail("destructor\n"); }
+  };
+  const auto failInDestructor = [] {
+    try {
+      const Failing failing;
+      Failing::Fail("first\n");
+    } catch (const CodeError&) {
+    }
+  };
+  const auto failInHandler = [] {
+    try {
+      Failing::Fail("first\n");
+    } catch (const CodeError&) {
+      throw std::out_of_range("handler");
+    }
+  };
+  EXPECT_EXIT(std::thread(failInHandler).join(), ExitedWithCode(255),
+              "^first\n\n#+   ERROR(.|\n)*handler\n");
+  EXPECT_EXIT(Uncaught(failInDestructor), ExitedWithCode(255), "^first\ndestructor\nwritten;$");
 }
 
 TEST_F(TerminateHandlerTest, FailureWhileReporting) {
