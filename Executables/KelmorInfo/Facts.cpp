@@ -16,7 +16,7 @@ using namespace H5_Objects;
 
 void TakeStorage(const DataSet& dataset, Facts& facts) {
   H5_Storage storage = dataset.Storage();
-  facts.mStoredBytes += storage.mBytes;
+  facts.mStoredBytes = Sum(facts.mStoredBytes, storage.mBytes);
   facts.mFilters = std::move(storage.mFilters);
 }
 
@@ -68,6 +68,11 @@ void Read(Inputs& inputs, int file, Facts& facts) {
 }
 
 }  // namespace
+
+std::optional<std::uint64_t> Sum(const std::optional<std::uint64_t>& a,
+                                 const std::optional<std::uint64_t>& b) {
+  return a && b ? std::optional(*a + *b) : std::nullopt;
+}
 
 std::optional<TimeRange> TimeRange::Of(const MyVector<double>& times) {
   std::optional<TimeRange> range;

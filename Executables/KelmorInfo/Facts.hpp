@@ -29,9 +29,14 @@ struct Facts {
   std::vector<std::string> mLegends;       // per column of dat; of time and data of coef and tdm
   H5_Objects::Version::History mVersions;  // of ver
   std::vector<std::string> mFilters;       // of the values
-  std::uint64_t mStoredBytes = 0;          // on disk
-  std::string mProblem;                    // why not all could be read; empty if all is well
+  // On disk; none where that is not known, as in a damaged file.
+  std::optional<std::uint64_t> mStoredBytes = 0;
+  std::string mProblem;  // why not all could be read; empty if all is well
 };
+
+/// Of two numbers of bytes; none where one is not known.
+std::optional<std::uint64_t> Sum(const std::optional<std::uint64_t>& a,
+                                 const std::optional<std::uint64_t>& b);
 
 /// Reads the facts. What fails does not end the run: it becomes the facts' problem.
 Facts ReadFacts(Inputs& inputs, int file, const std::string& name);

@@ -21,7 +21,7 @@ void AddOnce(std::vector<T>& all, const T& one) {
 
 void Include(UnionFacts& all, const Facts& facts) {
   ++all.mFiles;
-  all.mStoredBytes += facts.mStoredBytes;
+  all.mStoredBytes = Sum(all.mStoredBytes, facts.mStoredBytes);
   if (facts.mSteps) {
     all.mSteps = all.mSteps.value_or(0) + *facts.mSteps;
   }
@@ -122,6 +122,10 @@ std::string Times(const std::optional<TimeRange>& times) {
   return times ? "t = " + RoundTrip(times->mFirst) + " ... " + RoundTrip(times->mLast) : "";
 }
 
+std::string Stored(const std::optional<std::uint64_t>& bytes) {
+  return bytes ? Size(*bytes) : "size unknown";
+}
+
 std::string Compression(const std::vector<std::string>& filters) {
   return filters.empty() ? "not compressed" : Joined(filters, "+");
 }
@@ -174,7 +178,7 @@ void PrintFile(std::ostream& os, const InputFile& file, const std::vector<Facts>
   for (const Facts& facts : datasets) {
     const bool isRead = facts.mProblem.empty();
     lines.Add({facts.mKind, Printable(facts.mName), Shape(facts), Steps(facts.mSteps),
-               Times(facts.mTimes), isRead ? Size(facts.mStoredBytes) : "",
+               Times(facts.mTimes), isRead ? Stored(facts.mStoredBytes) : "",
                isRead ? Compression(facts.mFilters) : "", Details(facts, verbose)});
   }
   lines.Print(os, "  ");
@@ -184,8 +188,8 @@ Json ToJson(const std::optional<TimeRange>& times) {
   return times ? Json{times->mFirst, times->mLast} : Json();
 }
 
-Json ToJson(const std::optional<std::uint64_t>& steps) {
-  return steps ? Json(*steps) : Json();
+Json ToJson(const std::optional<std::uint64_t>& number) {
+  return number ? Json(*number) : Json();
 }
 
 Json ToJson(const H5_Objects::Version::History& history) {
@@ -200,7 +204,7 @@ Json ToJson(const Facts& facts) {
   Json json = {{"name", facts.mName},           {"kind", facts.mKind},
                {"shape", facts.mShape},         {"steps", ToJson(facts.mSteps)},
                {"times", ToJson(facts.mTimes)}, {"legends", facts.mLegends},
-               {"filters", facts.mFilters},     {"stored_bytes", facts.mStoredBytes}};
+               {"filters", facts.mFilters},     {"stored_bytes", ToJson(facts.mStoredBytes)}};
   if (!facts.mTensor.empty()) {
     json["tensor"] = facts.mTensor;
   }
@@ -234,7 +238,7 @@ Json ToJson(const UnionFacts& all) {
                {"times", ToJson(all.mTimes)},
                {"legends", all.mLegends},
                {"filters", all.mFilters},
-               {"stored_bytes", all.mStoredBytes}};
+               {"stored_bytes", ToJson(all.mStoredBytes)}};
   if (!all.mTensors.empty()) {
     json["tensors"] = all.mTensors;
   }
@@ -280,7 +284,7 @@ void PrintListing(std::ostream& os, const Listing& listing, bool verbose) {
   AlignedLines lines({2, 4, 6});
   for (const UnionFacts& all : listing.mUnion) {
     lines.Add({all.mKind, Printable(all.mName), Shape(all), "in " + Counted(all.mFiles, "file"),
-               Steps(all.mSteps), Times(all.mTimes), Size(all.mStoredBytes),
+               Steps(all.mSteps), Times(all.mTimes), Stored(all.mStoredBytes),
                SideBySide(all.mFilters, Compression), Details(all, verbose)});
   }
   lines.Print(os, "  ");

@@ -25,7 +25,7 @@ struct UnionFacts {
   std::vector<std::vector<std::string>> mFilters;
   std::optional<std::uint64_t> mSteps;  // of all files
   std::optional<TimeRange> mTimes;
-  std::uint64_t mStoredBytes = 0;
+  std::optional<std::uint64_t> mStoredBytes = 0;
 };
 
 struct Listing {

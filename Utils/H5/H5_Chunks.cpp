@@ -6,7 +6,10 @@
 #include <vector>
 
 #include "Utils/ErrorHandling/Require.hpp"
+#include "Utils/H5/H5_Storage.hpp"
 #include "Utils/H5/Handle.hpp"
+
+using Location = std::source_location;
 
 #if H5_VERSION_GE(1, 10, 3)
 
@@ -23,6 +26,12 @@ ChunkCodec::Filters WithoutSkipped(ChunkCodec::Filters filters, std::uint32_t fi
     }
   }
   return filters;
+}
+
+// The library takes elements of the stored size apart, whatever the size of the type.
+bool IsTakenByCodec(const H5_Filter& filter) {
+  return filter.HasItsParameters() &&
+         (filter.mNumber != H5Z_FILTER_SHUFFLE || filter.mParameter == sizeof(double));
 }
 
 // Fetches what is stored of the chunk that begins at the given place. There is nothing if the
@@ -63,7 +72,7 @@ StoredChunk FetchChunk(const OpenTable& table, std::uint64_t row, std::uint64_t 
 
 }  // namespace
 
-bool CanMoveChunks(hid_t dataset_id, hid_t cparms_id, ChunkCodec::Filters& filters) {
+bool CanMoveChunks(hid_t type_id, hid_t cparms_id, ChunkCodec::Filters& filters, Location where) {
   unsigned chunkOptions = 0;
   if (H5Pget_chunk_opts(cparms_id, &chunkOptions) < 0 || chunkOptions != 0) {
     return false;
@@ -72,23 +81,15 @@ bool CanMoveChunks(hid_t dataset_id, hid_t cparms_id, ChunkCodec::Filters& filte
   const std::pair<H5Z_filter_t, bool*> ours[] = {{H5Z_FILTER_SHUFFLE, &filters.mShuffle},
                                                  {H5Z_FILTER_DEFLATE, &filters.mDeflate},
                                                  {H5Z_FILTER_FLETCHER32, &filters.mFletcher32}};
-  const int count = H5Pget_nfilters(cparms_id);
-  int found = 0;
+  const std::vector<H5_Filter> stored = ReadFilters(cparms_id, where);
+  std::size_t found = 0;
   for (const auto& [filter, isUsed] : ours) {
-    unsigned flags = 0;
-    unsigned config = 0;
-    std::size_t values = 0;
-    if (found < count && H5Pget_filter2(cparms_id, static_cast<unsigned>(found), &flags, &values,
-                                        nullptr, 0, nullptr, &config) == filter) {
+    if (found < stored.size() && stored[found].mNumber == filter && IsTakenByCodec(stored[found])) {
       *isUsed = true;
       ++found;
     }
   }
-  if (found != count) {
-    return false;
-  }
-  const DatatypeHandle type_id(H5Dget_type(dataset_id));
-  return type_id >= 0 && H5Tequal(type_id, H5T_NATIVE_DOUBLE) > 0;
+  return found == stored.size() && H5Tequal(type_id, H5T_NATIVE_DOUBLE) > 0;
 }
 
 void StartReadingChunks(const OpenTable& table, std::uint64_t column, std::span<const RowRun> runs,
@@ -139,7 +140,7 @@ void WriteStoredChunk(const OpenTable& table, std::uint64_t row, std::uint64_t c
 #else
 
 // Such a library moves chunks through its own filters only.
-bool CanMoveChunks(hid_t, hid_t, ChunkCodec::Filters&) {
+bool CanMoveChunks(hid_t, hid_t, ChunkCodec::Filters&, Location) {
   return false;
 }
 

@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <source_location>
 #include <span>
 
 #include "Utils/H5/H5_Columns.hpp"
@@ -14,8 +15,10 @@
 #include "Utils/H5/RowRun.hpp"
 
 /// Whether chunks of the dataset can be moved so: each is a run of rows of a single column, of
-/// native doubles, under no filter or ours in our order. `filters` tells which.
-bool CanMoveChunks(hid_t dataset_id, hid_t cparms_id, ChunkCodec::Filters& filters);
+/// native doubles, under no filter or ours in our order and with our parameters. `filters` tells
+/// which.
+bool CanMoveChunks(hid_t type_id, hid_t cparms_id, ChunkCodec::Filters& filters,
+                   std::source_location where);
 
 /// Reads runs of a column as StartReading does. Chunks that the codec cannot take (never written,
 /// or with a filter skipped) go through the library.

@@ -7,9 +7,11 @@
 
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/H5/H5_Chunks.hpp"
+#include "Utils/H5/H5_NumberType.hpp"
 #include "Utils/H5/H5_PendingReads.hpp"
 #include "Utils/H5/H5_RawChunks.hpp"
 #include "Utils/H5/H5_Storage.hpp"
+#include "Utils/H5/H5_StoredChunks.hpp"
 #include "Utils/H5/H5_Utils.hpp"
 #include "Utils/H5/Handle.hpp"
 
@@ -78,33 +80,28 @@ void Transpose(const double* rowMajor, std::uint64_t rows, std::uint64_t columns
 }  // namespace
 
 TableLayout ReadTableLayout(hid_t dataset_id, const std::string& name, Location where) {
+  DatatypeHandle type_id = RequireNumbers(dataset_id, name, where);
   PropertyListHandle cparms_id(H5Dget_create_plist(dataset_id));
   REQUIRE_AT(where, cparms_id>=0, "H5Dget_create_plist failed");
   RequireOwnStorage(cparms_id, name, where);
-  DataspaceHandle dataspace_id(H5Dget_space(dataset_id));
-  REQUIRE_AT(where, dataspace_id>=0, "H5Dget_space failed");
-  const std::vector<hsize_t> dims = Vexa_H5::Extents(dataspace_id, where);
-  herr_t err = dataspace_id.Close();
-  REQUIRE_AT(where, 0==err, "H5Sclose failed");
-  const std::size_t ndims = dims.size();
+  const H5_ChunkGrid grid = ReadChunkGrid(dataset_id, cparms_id, where);
+  const std::size_t ndims = grid.mDims.size();
   REQUIRE_AT(where, ndims==2, "Dimension mismatch.");
 
   TableLayout layout;
-  layout.mRows = dims[0];
-  layout.mColumns = dims[1];
-  const H5D_layout_t storage = H5Pget_layout(cparms_id);
-  REQUIRE_AT(where, storage>=0, "H5Pget_layout failed");
-  if (storage == H5D_CHUNKED) {
-    hsize_t chunk[2] = {0, 0};
-    const int chunkRank = H5Pget_chunk(cparms_id, 2, chunk);
-    REQUIRE_AT(where, chunkRank==2, "H5Pget_chunk failed");
-    layout.mChunkRows = chunk[0];
-    layout.mChunkColumns = chunk[1];
+  layout.mRows = grid.mDims[0];
+  layout.mColumns = grid.mDims[1];
+  if (!grid.mChunk.empty()) {
+    layout.mChunkRows = grid.mChunk[0];
+    layout.mChunkColumns = grid.mChunk[1];
     layout.mHasFilters = H5Pget_nfilters(cparms_id) > 0;
-    layout.mMovesChunks = chunk[1] == 1 && CanMoveChunks(dataset_id, cparms_id, layout.mFilters);
+    layout.mMovesChunks =
+        layout.mChunkColumns == 1 && CanMoveChunks(type_id, cparms_id, layout.mFilters, where);
   }
-  err = cparms_id.Close();
+  herr_t err = cparms_id.Close();
   REQUIRE_AT(where, 0==err, "H5Pclose failed");
+  err = type_id.Close();
+  REQUIRE_AT(where, 0==err, "H5Tclose failed");
 
   // Legends and rows are held per column, whatever the file has of them.
   const hsize_t mostColumns = 1000000;
@@ -123,17 +120,17 @@ bool TableLayout::IsLike(const TableLayout& other) const {
 }
 
 void CheckStorage(hid_t dataset_id, TableLayout& layout, const std::string& name, Location where) {
-  const std::uint64_t stored = H5Dget_storage_size(dataset_id);
-  const long double valueSize = sizeof(double);
-  layout.mStoredBytes = stored;
-  Vexa_H5::RequirePlausibleSize(valueSize * layout.mRows * layout.mColumns, stored, name, where);
-  if (layout.mRows > 0) {
-    if (!layout.mHasFilters) {
-      Vexa_H5::RequireWholeChunks(dataset_id, name, where);
-    }
-    // One chunk is what the library holds at least; a single row may stand in a chunk of millions.
-    Vexa_H5::RequirePlausibleSize(valueSize * layout.mChunkRows * layout.mChunkColumns / 64, stored,
-                                  name, where);
+  H5_ChunkGrid grid{{layout.mRows, layout.mColumns}, {}};
+  if (layout.mChunkRows > 0) {
+    grid.mChunk = {layout.mChunkRows, layout.mChunkColumns};
+  }
+  const long double values = static_cast<long double>(layout.mRows) * layout.mColumns;
+  const H5_StoredChunks stored =
+      RequirePlausibleStorage(dataset_id, grid, sizeof(double) * values, name, where);
+  layout.mStoredBytes = stored.mBytes;
+  BytesOfChunk(dataset_id, grid, name, where);
+  if (!layout.mHasFilters) {
+    RequireWholeChunks(dataset_id, grid, stored, name, where);
   }
 }
 

@@ -37,12 +37,13 @@ struct TableLayout {
   bool IsLike(const TableLayout& other) const;
 };
 
-/// Reads extents and chunking of an open dataset; fails with "Dimension mismatch." unless its rank
-/// is 2, and when its values are in other files.
+/// Reads extents and chunking of an open dataset; fails unless it holds numbers (see
+/// RequireNumbers), with "Dimension mismatch." unless its rank is 2, and when its values are in
+/// other files.
 TableLayout ReadTableLayout(hid_t dataset_id, const std::string& name, std::source_location where);
 
-/// Fails when the dataset claims more than can be stored (see RequirePlausibleSize), and notes what
-/// it takes on disk. Goes through all chunks of the dataset.
+/// Fails when the dataset claims more than can be stored (see RequirePlausibleStorage), and notes
+/// what it takes on disk. Looks up every chunk of the dataset.
 void CheckStorage(hid_t dataset_id, TableLayout& layout, const std::string& name,
                   std::source_location where);
 

@@ -57,10 +57,6 @@ bool DataSet::IsFileWritable() const {
   return (intent & H5F_ACC_RDWR) != 0;
 }
 
-std::uint64_t DataSet::StoredBytes() const {
-  return H5Dget_storage_size(mMy_id);
-}
-
 hid_t DataSet::Create(hid_t parentId, const std::string& linkName, const std::vector<hsize_t>& dims,
                       const std::vector<hsize_t>& chunk, hid_t type_id, bool compress,
                       Location where) const {
@@ -131,18 +127,15 @@ std::vector<std::string> DataSet::ReadAllStrings(std::size_t count, Location whe
   const auto npoints = H5Sget_simple_extent_npoints(dataspace_id);
   REQUIRE_AT(where, npoints>=0 && static_cast<std::size_t>(npoints)==count,
              "dataset-size inconsistent with expected size");
-  // Of the library's memory and ours together, for a string of no length.
-  const long double bytesOfString = 280;
-  Vexa_H5::RequirePlausibleSize(bytesOfString * static_cast<long double>(count), StoredBytes(),
-                                mName, where);
   std::vector<std::string> strings;
   if (count == 0) {
     REQUIRE_AT(where, H5Tget_class(my_dtype_id)==H5T_STRING, mName << " is of another type");
   } else {
     REQUIRE_AT(where, H5Tis_variable_str(my_dtype_id)>0 || H5Tget_class(my_dtype_id)!=H5T_STRING,
                "H5Dread failed: " << mName << " has strings of fixed length");
-    Vexa_H5::RequireWholeChunks(mMy_id, mName, where);
-    H5_RawChunks(mMy_id, mName, where).ForEach([](const auto&) {});
+    // Of the library's memory and ours together, for a string of no length.
+    const long double bytesOfString = 280;
+    RequireSoundStorage(mMy_id, bytesOfString * static_cast<long double>(count), mName, where);
     const auto read = [&](hid_t memoryType, void* buffer) {
       return mTrace(4, H5Dread(mMy_id, memoryType, H5S_ALL, H5S_ALL, H5P_DEFAULT, buffer),
                     "H5Dread(", mMy_id, ", ...)");

@@ -48,9 +48,6 @@ class DataSet : public H5_Object {
   /// Whether the file of the open dataset was opened for writing, so that nobody else writes to it.
   bool IsFileWritable() const;
 
-  /// Bytes that the open dataset takes on disk.
-  std::uint64_t StoredBytes() const;
-
   /// Creates a chunked dataset that can grow along its first dimension. `type_id` is lent.
   hid_t Create(hid_t parentId, const std::string& linkName, const std::vector<hsize_t>& dims,
                const std::vector<hsize_t>& chunk, hid_t type_id, bool compress,

@@ -107,11 +107,9 @@ bool Txt::HoldsCharacters() const {
 }
 
 std::string Txt::RetrieveCharacters() const {
-  Vexa_H5::RequirePlausibleSize(mSize, StoredBytes(), mName);
+  RequireSoundStorage(mMy_id, static_cast<long double>(mSize), mName, Location::current());
   std::string text(mSize, '\0');
   if (mSize > 0) {
-    Vexa_H5::RequireWholeChunks(mMy_id, mName);
-    H5_RawChunks(mMy_id, mName, Location::current()).ForEach([](const auto&) {});
     const herr_t err =
         mTrace(5, H5Dread(mMy_id, H5Type<char>(), H5S_ALL, H5S_ALL, H5P_DEFAULT, text.data()),
                "H5Dread(", mMy_id, ", ...)");

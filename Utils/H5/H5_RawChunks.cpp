@@ -1,12 +1,10 @@
 #include "Utils/H5/H5_RawChunks.hpp"
 
 #include <algorithm>
-#include <numeric>
 
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/H5/H5_Storage.hpp"
-#include "Utils/H5/H5_StringElements.hpp"
-#include "Utils/H5/H5_Utils.hpp"
+#include "Utils/H5/H5_StoredChunks.hpp"
 #include "Utils/H5/Handle.hpp"
 
 using ChunkCodec::DecodeStatus;
@@ -44,24 +42,15 @@ H5_RawChunks::H5_RawChunks(hid_t dataset_id, const std::string& name, std::sourc
   if (H5Pget_layout(cparms_id) != H5D_CHUNKED) {
     return;
   }
-  const DataspaceHandle space_id(H5Dget_space(dataset_id));
-  REQUIRE_AT(where, space_id>=0, "H5Dget_space failed");
-  mDims = Vexa_H5::Extents(space_id, where);
-  mExtents.resize(mDims.size());
-  const int rank = H5Pget_chunk(cparms_id, static_cast<int>(mExtents.size()), mExtents.data());
-  REQUIRE_AT(where, rank==static_cast<int>(mExtents.size()), "H5Pget_chunk failed");
-  const DatatypeHandle type_id(H5Dget_type(dataset_id));
-  REQUIRE_AT(where, type_id>=0, "H5Dget_type failed");
-  mBytes = std::accumulate(mExtents.begin(), mExtents.end(),
-                           Vexa_H5::ElementBytes(dataset_id, type_id, where), std::multiplies<>());
-  // One chunk is what the library holds at least; a single element may stand in one of millions.
-  Vexa_H5::RequirePlausibleSize(static_cast<long double>(mBytes) / 64,
-                                H5Dget_storage_size(dataset_id), name, where);
+  const H5_ChunkGrid grid = ReadChunkGrid(dataset_id, cparms_id, where);
+  mDims = grid.mDims;
+  mExtents = grid.mChunk;
+  mBytes = BytesOfChunk(dataset_id, grid, name, where);
   unsigned chunkOptions = 0;
   const herr_t err = H5Pget_chunk_opts(cparms_id, &chunkOptions);
   REQUIRE_AT(where, err>=0, "H5Pget_chunk_opts failed");
   mIsPlainAtEdges = (chunkOptions & H5D_CHUNK_DONT_FILTER_PARTIAL_CHUNKS) != 0;
-  const std::vector<H5_Filter> filters = ReadFilters(dataset_id, where);
+  const std::vector<H5_Filter> filters = ReadFilters(cparms_id, where);
   RequireKnownFilters(filters, name, where);
   mSteps = StepsOf(filters);
   mCanRead = true;
@@ -126,3 +115,16 @@ std::vector<std::byte> H5_RawChunks::Read(const std::vector<hsize_t>&) const {
 void H5_RawChunks::ForEach(const std::function<void(const std::vector<std::byte>&)>&) const {}
 
 #endif
+
+void RequireSoundStorage(hid_t dataset_id, long double claimed, const std::string& name,
+                         std::source_location where) {
+  const PropertyListHandle cparms_id(H5Dget_create_plist(dataset_id));
+  REQUIRE_AT(where, cparms_id>=0, "H5Dget_create_plist failed");
+  const H5_ChunkGrid grid = ReadChunkGrid(dataset_id, cparms_id, where);
+  const H5_StoredChunks stored = RequirePlausibleStorage(dataset_id, grid, claimed, name, where);
+  if (H5Pget_nfilters(cparms_id) == 0) {
+    RequireWholeChunks(dataset_id, grid, stored, name, where);
+  } else {
+    H5_RawChunks(dataset_id, name, where).ForEach([](const auto&) {});
+  }
+}

@@ -46,3 +46,8 @@ class H5_RawChunks {
   bool mIsPlainAtEdges = false;  // chunks that reach beyond the extents have no filters
   bool mCanRead = false;
 };
+
+/// Fails unless an open dataset can hold the `claimed` bytes (see RequirePlausibleStorage), and all
+/// of its chunks are whole.
+void RequireSoundStorage(hid_t dataset_id, long double claimed, const std::string& name,
+                         std::source_location where);

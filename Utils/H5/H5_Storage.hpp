@@ -2,7 +2,9 @@
 
 #include <hdf5.h>
 
+#include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <source_location>
 #include <string>
 #include <vector>
@@ -10,24 +12,28 @@
 /// One that the chunks of a dataset pass when they are written.
 struct H5_Filter {
   H5Z_filter_t mNumber;
-  unsigned mParameter;  // the first: of shuffle the bytes of an element, of deflate the level
+  std::size_t mParameters;  // how many there are
+  unsigned mParameter;      // the first: of shuffle the bytes of an element, of deflate the level
   std::string mName;
+
+  /// Whether the library undoes one of ours with such parameters.
+  bool HasItsParameters() const;
 };
 
-/// The filters of an open dataset, in their order, named as HDF5 and the makers of further filters
-/// name them.
-std::vector<H5_Filter> ReadFilters(hid_t dataset_id, std::source_location where);
+/// The filters of a dataset, whose creation list this is, in their order, named as HDF5 and the
+/// makers of further filters name them.
+std::vector<H5_Filter> ReadFilters(hid_t cparms_id, std::source_location where);
 
-/// Fails on a filter that is not ours. What HDF5 (1.10.8, tried) makes of a damaged chunk of
-/// another, such as scale-offset or szip, may be anything, and kill the process; and so may two
-/// deflates.
+/// Fails on a filter that is not ours, or has parameters with which the library undoes none. What
+/// HDF5 (1.10.8, tried) makes of a damaged chunk of another, such as scale-offset or szip, may be
+/// anything, and kill the process; and so may two deflates.
 void RequireKnownFilters(const std::vector<H5_Filter>& filters, const std::string& name,
                          std::source_location where);
 
 /// What a dataset takes on disk, and the filters that its chunks pass when they are written.
 struct H5_Storage {
-  std::vector<std::string> mFilters;  // in their order: "shuffle", "deflate 1", "fletcher32", ...
-  std::uint64_t mBytes = 0;
+  std::vector<std::string> mFilters;    // in their order: "shuffle", "deflate 1", "fletcher32", ...
+  std::optional<std::uint64_t> mBytes;  // none where the file cannot have what it claims
 };
 
 /// Of an open dataset.
@@ -38,6 +44,6 @@ H5_Storage ReadStorage(hid_t dataset_id, std::source_location where);
 /// and is opened when the library is asked for extents or values.
 void RequireOwnStorage(hid_t cparms_id, const std::string& name, std::source_location where);
 
-/// Fails unless all the filters of the dataset are known, and elements of its type can become
-/// doubles: then what is damaged is all that can keep it from being read.
-void RequireReadableDoubles(hid_t dataset_id, const std::string& name, std::source_location where);
+/// Fails unless all the filters of an open dataset are known: then what is damaged is all that can
+/// keep a table from being read.
+void RequireKnownFilters(hid_t dataset_id, const std::string& name, std::source_location where);

@@ -1,11 +1,14 @@
 #include "Utils/H5/H5_StringElements.hpp"
 
+#include <algorithm>
+#include <cstddef>
 #include <span>
 
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/H5/H5Type.hpp"
 #include "Utils/H5/H5_GlobalHeap.hpp"
 #include "Utils/H5/H5_Library.hpp"
+#include "Utils/H5/H5_StoredChunks.hpp"
 #include "Utils/H5/Handle.hpp"
 
 namespace {
@@ -39,7 +42,21 @@ DatatypeHandle BytesOfElements(std::size_t count, Location where) {
   return type_id;
 }
 
+bool IsNothingStored(hid_t dataset_id, Location where) {
+  const PropertyListHandle cparms_id(H5Dget_create_plist(dataset_id));
+  REQUIRE_AT(where, cparms_id>=0, "H5Dget_create_plist failed");
+  const auto stored = LookUpChunks(dataset_id, ReadChunkGrid(dataset_id, cparms_id, where), where);
+  return stored && stored->mBytes == 0;
+}
+
 }  // namespace
+
+bool Vexa_H5::ConsistsOfCharacters(hid_t stringType) {
+  const DatatypeHandle type_id(H5Tget_super(stringType));
+  return type_id >= 0 && H5Tget_class(type_id) == H5T_INTEGER && H5Tget_size(type_id) == 1 &&
+         H5Tget_precision(type_id) == 8 && H5Tget_offset(type_id) == 0 &&
+         H5Tget_sign(type_id) == H5T_SGN_NONE;
+}
 
 hsize_t Vexa_H5::ElementBytes(hid_t object_id, hid_t type_id, Location where) {
   return H5Tis_variable_str(type_id) > 0
@@ -62,7 +79,9 @@ void Vexa_H5::RequireStringsInFile(hid_t object_id, std::size_t count, const cha
                   : H5Dread(object_id, type_id, H5S_ALL, H5S_ALL, H5P_DEFAULT, elements.data());
   REQUIRE_AT(where, err>=0, failure);
   // What was never written is all the same string: the fill value.
-  const bool mayShare = !isAttribute && H5Dget_storage_size(object_id) == 0;
+  const bool areAlike = std::equal(elements.begin() + static_cast<std::ptrdiff_t>(elementBytes),
+                                   elements.end(), elements.begin());
+  const bool mayShare = !isAttribute && areAlike && IsNothingStored(object_id, where);
   for (std::size_t at = 0; at < elements.size(); at += elementBytes) {
     heap.RequireString(std::span(elements).subspan(at, elementBytes), mayShare);
   }

@@ -8,6 +8,10 @@
 
 namespace Vexa_H5 {
 
+/// Whether strings of variable length, of this type, are made of bytes, as they are in every file
+/// that is not damaged.
+bool ConsistsOfCharacters(hid_t stringType);
+
 /// What an element of the type takes in the file of an object. A string of variable length lies
 /// elsewhere: its element has a length, the address of a collection, and an index in that.
 hsize_t ElementBytes(hid_t object_id, hid_t type_id,

@@ -5,9 +5,7 @@
 #include <cstring>
 #include <filesystem>
 #include <functional>
-#include <numeric>
 #include <sstream>
-#include <tuple>
 
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/ErrorHandling/Trace.hpp"
@@ -118,14 +116,6 @@ class VariableLengthBuffer {
   hid_t mMemoryType;
   hid_t mSpace;
 };
-
-// As every string of variable length does, in a file that is not damaged.
-bool ConsistsOfCharacters(hid_t stringType) {
-  const DatatypeHandle type_id(H5Tget_super(stringType));
-  return type_id >= 0 && H5Tget_class(type_id) == H5T_INTEGER && H5Tget_size(type_id) == 1 &&
-         H5Tget_precision(type_id) == 8 && H5Tget_offset(type_id) == 0 &&
-         H5Tget_sign(type_id) == H5T_SGN_NONE;
-}
 
 std::string FixedLengthString(const char* text, std::size_t size, H5T_str_t padding) {
   std::string result(text, strnlen(text, size));
@@ -445,33 +435,4 @@ void Vexa_H5::RequirePlausibleSize(long double claimed, std::uint64_t stored,
   REQUIRE_AT(where, claimed<=largest, name << " claims " << static_cast<double>(claimed)
                                            << " bytes of values, but only " << stored
                                            << " bytes are stored");
-}
-
-void Vexa_H5::RequireWholeChunks(hid_t dataset_id, const std::string& name,
-                                 std::source_location where) {
-#if H5_VERSION_GE(1, 10, 5)
-  const PropertyListHandle cparms_id(H5Dget_create_plist(dataset_id));
-  REQUIRE_AT(where, cparms_id>=0, "H5Dget_create_plist failed");
-  if (H5Pget_layout(cparms_id) != H5D_CHUNKED || H5Pget_nfilters(cparms_id) != 0) {
-    return;
-  }
-  const DatatypeHandle type_id(H5Dget_type(dataset_id));
-  REQUIRE_AT(where, type_id>=0, "H5Dget_type failed");
-  const DataspaceHandle space_id(H5Dget_space(dataset_id));
-  REQUIRE_AT(where, space_id>=0, "H5Dget_space failed");
-  std::vector<hsize_t> chunk(Extents(space_id, where).size());
-  const int rank = H5Pget_chunk(cparms_id, static_cast<int>(chunk.size()), chunk.data());
-  REQUIRE_AT(where, rank==static_cast<int>(chunk.size()), "H5Pget_chunk failed");
-  hsize_t chunks = 0;
-  const herr_t err = H5Dget_num_chunks(dataset_id, space_id, &chunks);
-  REQUIRE_AT(where, err>=0, "H5Dget_num_chunks failed");
-  const hsize_t stored = H5Dget_storage_size(dataset_id);
-  const hsize_t expected =
-      std::accumulate(chunk.begin(), chunk.end(), chunks * ElementBytes(dataset_id, type_id, where),
-                      std::multiplies<>());
-  REQUIRE_AT(where, stored==expected, "Damaged chunks in " << name << ": " << stored
-                                                           << " bytes instead of " << expected);
-#else
-  static_cast<void>(std::tie(dataset_id, name, where));  // such a library cannot tell
-#endif
 }

@@ -91,15 +91,10 @@ std::vector<std::string> ReadStrings(
     std::source_location where = std::source_location::current());
 
 /// Fails unless what an object claims to hold can be in the file: `claimed` bytes against `stored`
-/// bytes on disk. No filter of ours compresses by more than some thousand to one, so a far larger
-/// claim is damage, and memory for it must not be asked for. Small claims always pass.
+/// bytes on disk, of the object or of all its file. No filter of ours compresses by more than some
+/// thousand to one, so a far larger claim is damage, and memory for it must not be asked for. Small
+/// claims always pass.
 void RequirePlausibleSize(long double claimed, std::uint64_t stored, const std::string& name,
                           std::source_location where = std::source_location::current());
-
-/// Fails unless the chunks of a dataset without filters have together as many bytes on disk as they
-/// must have; chunks may be missing. Of one that is too short HDF5 would read memory that nobody
-/// wrote into (1.10.8, tried). Goes through all chunks once.
-void RequireWholeChunks(hid_t dataset_id, const std::string& name,
-                        std::source_location where = std::source_location::current());
 
 }  // namespace Vexa_H5

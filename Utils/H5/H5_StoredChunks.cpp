@@ -1,0 +1,186 @@
+#include "Utils/H5/H5_StoredChunks.hpp"
+
+#include <algorithm>
+#include <limits>
+
+#include "Utils/ErrorHandling/Require.hpp"
+#include "Utils/H5/H5_StringElements.hpp"
+#include "Utils/H5/H5_Utils.hpp"
+#include "Utils/H5/Handle.hpp"
+
+namespace {
+
+using Location = std::source_location;
+
+// A chunk takes the bytes of an element, and of an address in the index.
+constexpr std::uint64_t sLeastBytesOfChunk = 4;
+// Looked up at once, so that datasets may be created before they are written.
+constexpr std::uint64_t sHarmlessPlaces = 65536;
+
+bool HasRoomFor(long double places, std::uint64_t fileSize) {
+  return places <= std::max(sHarmlessPlaces, fileSize / sLeastBytesOfChunk);
+}
+
+#if H5_VERSION_GE(1, 10, 5)
+
+// Of the tree that files have had from the first on: only there do chunks without filters have a
+// size of their own, which the library does not tell of a single one.
+std::optional<H5_StoredChunks> WalkTree(hid_t dataset_id, const H5_ChunkGrid& grid,
+                                        std::uint64_t fileSize, Location where) {
+  const DataspaceHandle space_id(H5Dget_space(dataset_id));
+  REQUIRE_AT(where, space_id>=0, "H5Dget_space failed");
+  // The walk to a chunk ends there, and there is none behind as many as the extents have.
+  std::vector<hsize_t> offset(grid.mDims.size());
+  unsigned filterMask = 0;
+  haddr_t address = HADDR_UNDEF;
+  hsize_t size = 0;
+  herr_t err = H5Dget_chunk_info(dataset_id, space_id, static_cast<hsize_t>(grid.Places()),
+                                 offset.data(), &filterMask, &address, &size);
+  REQUIRE_AT(where, err>=0, "H5Dget_chunk_info failed");
+  if (address != HADDR_UNDEF) {
+    return {};
+  }
+  hsize_t chunks = 0;
+  err = H5Dget_num_chunks(dataset_id, space_id, &chunks);
+  REQUIRE_AT(where, err>=0, "H5Dget_num_chunks failed");
+  const H5_StoredChunks stored = {chunks, H5Dget_storage_size(dataset_id)};
+  return stored.mBytes <= fileSize ? std::optional(stored) : std::nullopt;
+}
+
+bool HasTree(hid_t dataset_id, Location where) {
+  H5D_chunk_index_t index = H5D_CHUNK_IDX_BTREE;
+  const herr_t err = H5Dget_chunk_index_type(dataset_id, &index);
+  REQUIRE_AT(where, err>=0, "H5Dget_chunk_index_type failed");
+  return index == H5D_CHUNK_IDX_BTREE;
+}
+
+std::optional<H5_StoredChunks> LookUpEach(hid_t dataset_id, const H5_ChunkGrid& grid,
+                                          std::uint64_t fileSize, Location where) {
+  if (HasTree(dataset_id, where)) {
+    return WalkTree(dataset_id, grid, fileSize, where);
+  }
+  H5_StoredChunks stored;
+  // The library fails on a chunk that was never written.
+  const MuteH5Errors mute;
+  const std::size_t rank = grid.mDims.size();
+  std::vector<hsize_t> offset(rank, 0);
+  for (std::size_t d = rank; d > 0;) {
+    hsize_t size = 0;
+    if (H5Dget_chunk_storage_size(dataset_id, offset.data(), &size) >= 0 && size > 0) {
+      ++stored.mCount;
+      stored.mBytes += size;
+      if (size > fileSize || stored.mBytes > fileSize) {
+        return {};
+      }
+    }
+    // In the order of the index: the last dimension runs fastest.
+    for (d = rank; d > 0 && (offset[d - 1] += grid.mChunk[d - 1]) >= grid.mDims[d - 1]; --d) {
+      offset[d - 1] = 0;
+    }
+  }
+  return stored;
+}
+
+#else
+
+// Such a library tells no more.
+std::optional<H5_StoredChunks> LookUpEach(hid_t dataset_id, const H5_ChunkGrid&, std::uint64_t,
+                                          Location) {
+  return H5_StoredChunks{0, H5Dget_storage_size(dataset_id)};
+}
+
+#endif
+
+}  // namespace
+
+long double H5_ChunkGrid::Places() const {
+  long double places = mChunk.empty() ? 0 : 1;
+  for (std::size_t d = 0; d < mChunk.size(); ++d) {
+    places *= mDims[d] / mChunk[d] + (mDims[d] % mChunk[d] == 0 ? 0 : 1);
+  }
+  return places;
+}
+
+H5_ChunkGrid ReadChunkGrid(hid_t dataset_id, hid_t cparms_id, Location where) {
+  const DataspaceHandle space_id(H5Dget_space(dataset_id));
+  REQUIRE_AT(where, space_id>=0, "H5Dget_space failed");
+  H5_ChunkGrid grid;
+  grid.mDims = Vexa_H5::Extents(space_id, where);
+  const H5D_layout_t layout = H5Pget_layout(cparms_id);
+  REQUIRE_AT(where, layout>=0, "H5Pget_layout failed");
+  if (layout == H5D_CHUNKED) {
+    grid.mChunk.resize(grid.mDims.size());
+    const int rank =
+        H5Pget_chunk(cparms_id, static_cast<int>(grid.mChunk.size()), grid.mChunk.data());
+    REQUIRE_AT(where, rank>0 && rank==static_cast<int>(grid.mChunk.size()), "H5Pget_chunk failed");
+    REQUIRE_AT(where, std::ranges::count(grid.mChunk, hsize_t{0})==0,
+               "H5Pget_chunk failed: a chunk has no extent");
+  }
+  return grid;
+}
+
+std::uint64_t FileSizeOf(hid_t object_id, Location where) {
+  const Handle<H5Fclose> file_id(H5Iget_file_id(object_id));
+  REQUIRE_AT(where, file_id>=0, "H5Iget_file_id failed");
+  hsize_t size = 0;
+  const herr_t err = H5Fget_filesize(file_id, &size);
+  REQUIRE_AT(where, err>=0, "H5Fget_filesize failed");
+  return size;
+}
+
+std::optional<H5_StoredChunks> LookUpChunks(hid_t dataset_id, const H5_ChunkGrid& grid,
+                                            Location where) {
+  const std::uint64_t fileSize = FileSizeOf(dataset_id, where);
+  if (grid.mChunk.empty()) {
+    const hsize_t bytes = H5Dget_storage_size(dataset_id);
+    return bytes <= fileSize ? std::optional(H5_StoredChunks{0, bytes}) : std::nullopt;
+  }
+  const long double places = grid.Places();
+  if (places == 0) {
+    return H5_StoredChunks{};
+  }
+  return HasRoomFor(places, fileSize) ? LookUpEach(dataset_id, grid, fileSize, where)
+                                      : std::nullopt;
+}
+
+H5_StoredChunks RequirePlausibleStorage(hid_t dataset_id, const H5_ChunkGrid& grid,
+                                        long double claimed, const std::string& name,
+                                        Location where) {
+  const std::uint64_t fileSize = FileSizeOf(dataset_id, where);
+  Vexa_H5::RequirePlausibleSize(claimed, fileSize, name, where);
+  const std::optional<H5_StoredChunks> stored = LookUpChunks(dataset_id, grid, where);
+  REQUIRE_AT(where, stored.has_value(),
+             name << " claims " << static_cast<double>(grid.Places())
+                  << " chunks, for which or for whose bytes its file of " << fileSize
+                  << " bytes has no room");
+  Vexa_H5::RequirePlausibleSize(claimed, stored->mBytes, name, where);
+  return *stored;
+}
+
+std::uint64_t BytesOfChunk(hid_t dataset_id, const H5_ChunkGrid& grid, const std::string& name,
+                           Location where) {
+  const DatatypeHandle type_id(H5Dget_type(dataset_id));
+  REQUIRE_AT(where, type_id>=0, "H5Dget_type failed");
+  const std::uint64_t elementBytes = Vexa_H5::ElementBytes(dataset_id, type_id, where);
+  long double bytes = static_cast<long double>(elementBytes);
+  for (const hsize_t extent : grid.mChunk) {
+    bytes *= static_cast<long double>(extent);
+  }
+  REQUIRE_AT(where, bytes<=std::numeric_limits<std::uint32_t>::max(),
+             name << " claims chunks of " << static_cast<double>(bytes) << " bytes");
+  return static_cast<std::uint64_t>(bytes);
+}
+
+void RequireWholeChunks([[maybe_unused]] hid_t dataset_id,
+                        [[maybe_unused]] const H5_ChunkGrid& grid,
+                        [[maybe_unused]] const H5_StoredChunks& stored,
+                        [[maybe_unused]] const std::string& name, [[maybe_unused]] Location where) {
+#if H5_VERSION_GE(1, 10, 5)
+  if (!grid.mChunk.empty()) {
+    const std::uint64_t expected = stored.mCount * BytesOfChunk(dataset_id, grid, name, where);
+    REQUIRE_AT(where, stored.mBytes==expected, "Damaged chunks in " << name << ": "
+                                                  << stored.mBytes << " bytes instead of "
+                                                  << expected);
+  }
+#endif
+}
