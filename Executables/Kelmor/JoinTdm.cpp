@@ -37,9 +37,8 @@ void JoinTdm(JoinRun& run, const JoinTask& task) {
   }
   IndexedInputs inputs(run, task);
   TensorAgreement agreement(task.mName);
-  VisitAgreeing<Tdm>(
-      run.mInputs, task.mHolders, task.mName, agreement,
-      [&](const Tdm& tdm) { inputs.ReadInput(tdm, tdm.RetrieveCheckedIndex_()); });
+  VisitAgreeing<Tdm>(run.mInputs, task.mHolders, task.mName, agreement,
+                     [&](const Tdm& tdm) { inputs.ReadInput(tdm, tdm.RetrieveCheckedIndex_()); });
   inputs.Select();
   if (run.mOptions.mVerbose) {
     PrintSegments(run, inputs);

@@ -127,6 +127,10 @@ void CachedOutput::FlushAndEndOnSIGTERM() {
   Install(SIGTERM, RequestEnd);
 }
 
+bool CachedOutput::IsEndRequested() {
+  return sEndRequested;
+}
+
 bool CachedOutput::IsEndingBySignal() {
   return sIsEnding;
 }

@@ -50,6 +50,10 @@ void FlushIfRequested();
 /// ends the process as any failure does.
 void FlushAndEndOnSIGTERM();
 
+/// Whether SIGTERM asks for the end of the process, which has not come yet. Who waits for something
+/// stops waiting then.
+bool IsEndRequested();
+
 /// Whether the flush that runs is the last one before the process ends by SIGTERM.
 bool IsEndingBySignal();
 

@@ -61,7 +61,11 @@ CachedH5File::CachedH5File(const std::string& filename, H5AccessType access,
     : CachedH5File(filename, access, verbosity) {
   const InsideStore inside;
   if (mpFile->IsNew() && !versionHistory.empty()) {
-    GetObjectForWrite<H5_Objects::Version>("VersionHist.ver").Initialize(versionHistory);
+    auto& record = GetObjectForWrite<H5_Objects::Version>("VersionHist.ver");
+    // One that waited for a file that was removed is held already.
+    if (record.NTimeStepsCached() == 0) {
+      record.Initialize(versionHistory);
+    }
   }
   mpFile->SetKnown();
   if (!keepOpen) {
@@ -120,6 +124,13 @@ H5_Object& CachedH5File::GetObjectForRead_(const std::string& name, const std::s
           "Requesting non-existent dataset '" << name << "' in file " << mpFile->Filename());
   const H5_Node* ptr = &mpFile->Root()->GetNode(name);
   RequireType(ptr, typ);
+  if (!ptr->WasOnDisk() && !mpFile->IsOpenForWriting() && !mpFile->Contains(*ptr)) {
+    REQUIRE(mAtype==ReadWrite, "'" << name << "' is not in file " << mpFile->Filename() << " yet; "
+                                   << ptr->SizeOfCache() << " bytes of it wait in memory");
+    // Readers that are in the way are passed after a while.
+    mpFile->CloseFile();
+    mpFile->OpenFile();
+  }
   if (!ptr->IsObjectOpen()) {
     mpFile->CloseGroupsApartFrom(*ptr);
     ptr->OpenObject();

@@ -45,8 +45,9 @@ class CachedH5File {
   using VersionHistory = std::vector<std::pair<std::string, std::string>>;
 
   /// Opens the file, and reads its names when it is opened for the first time. A missing file is
-  /// created if the access is ReadWrite; with a version history that is not empty it then gets a
-  /// record "VersionHist.ver". Fails with "Tried to open nonexistent file <name> for reading" or
+  /// created if the access is ReadWrite, also one that was removed since an earlier handle on it,
+  /// into which then goes what waited for it; with a version history that is not empty it then gets
+  /// a record "VersionHist.ver". Fails with "Tried to open nonexistent file <name> for reading" or
   /// "Tried to create file <name> in nonexistent directory".
   /// Where another program has a file open that is to be written, waits for that first, as
   /// CachedH5FileHolder::SetLockPatience says; where one writes to a file that is to be read,
@@ -71,7 +72,8 @@ class CachedH5File {
   /// See H5_File::GetNames.
   MyVector<std::string> GetNames(const std::string& glob, bool recursive) const;
 
-  /// The object for reading, open. Fails if it does not exist, or is not of the kind.
+  /// The object for reading, open. Fails if it does not exist, or is not of the kind; and through a
+  /// ReadOnly handle, if all of it waits in memory because another program has the file open.
   template <class OBJECT>
   OBJECT& GetObjectForRead(const std::string& name) {
     return Cast<OBJECT>(GetObjectForRead_(name, OBJECT::ClassID()));

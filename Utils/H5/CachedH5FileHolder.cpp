@@ -31,7 +31,7 @@ void SayWhatIsLost(const H5_File& file) {
 // ends after it.
 std::optional<LockWait::Clock::time_point> EndOfWait() {
   using Clock = LockWait::Clock;
-  if (CachedOutput::IsEndingBySignal()) {
+  if (CachedOutput::IsEndingBySignal() && !MyAbortCalled_UncleanShutdown()) {
     return LockWait::Patient().mUntil;
   }
   const ParallelRuntime& runtime = ParallelRuntime::Instance();
@@ -94,6 +94,7 @@ H5_File& CachedH5FileHolder::GetH5_File(const std::string& fullPath, H5AccessTyp
   REQUIRE(!ptr->HasHandle(), Verbatim(message));
   if (access == ReadWrite) {
     ptr->SetAccess(ReadWrite);
+    ptr->CreateIfMissing();
     return *ptr;
   }
   if (ptr->CummulativeCacheSize() != 0) {
@@ -233,10 +234,13 @@ void CachedH5FileHolder::WriteCache() const {
     }
   }
   if (const auto end = EndOfWait()) {
+    // What cannot be written then is a failure, except on the way down after one.
+    const bool mayStayLocked = MyAbortCalled_UncleanShutdown();
+    mHasWaitedAtLast = !mayStayLocked;
     for (auto [path, file] : mFiles) {
       if (file.IsWaiting() && !file.IsIncomplete()) {
         failure.Try([&file] { file.CloseFile(); });
-        write(file, LockWait::Until(*end, true));
+        write(file, LockWait::Until(*end, mayStayLocked));
         SayWhatIsLost(file);
       }
     }

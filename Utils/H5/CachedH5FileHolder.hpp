@@ -34,7 +34,8 @@ class CachedH5FileHolder : public CachedOutputObject {
   /// How long files are waited for that other programs have open: all of them together when the
   /// process ends or the cache is purged, and one for which a handle is made, or an object got,
   /// that needs it open for writing; 20 seconds at start. After that a file that others only read
-  /// is written nevertheless, and one that another program writes to is a failure.
+  /// is written nevertheless, and one that another program writes to is a failure. SIGTERM, where
+  /// it has been asked to end the program at a safe point, ends the wait for a file that is opened.
   static void SetLockPatience(std::chrono::duration<double> patience) {
     Vexa_H5::SetLockPatience(patience);
   }
@@ -55,7 +56,8 @@ class CachedH5FileHolder : public CachedOutputObject {
 
   /// Writes the caches of all files, but for those that are incomplete or that another program has
   /// open. When a parallel job aborts, the latter are waited for during half of the time that its
-  /// processes have; when SIGTERM ends the process, as long as at any other end. An object or file
+  /// processes have; when SIGTERM ends the process, as long as at any other end, and what is locked
+  /// after that is a failure. An object or file
   /// that cannot be written does not keep the others from being written; the first failure is
   /// thrown on.
   void WriteCache() const override;
@@ -99,7 +101,7 @@ class CachedH5FileHolder : public CachedOutputObject {
   std::uint64_t mMaxCacheSize = 20000000;
   bool mFilesStayReadable = true;
   Clock::time_point mNextTry{};  // of files that wait, for relief of memory
-  bool mHasWaitedAtLast = false;
+  mutable bool mHasWaitedAtLast = false;
 };
 
 CachedH5FileHolder& TheCachedH5FileHolder();

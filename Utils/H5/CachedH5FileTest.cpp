@@ -178,6 +178,9 @@ TEST_F(CachedH5FileTest, AFlushThatFailsIsUndoneAndTheFileGoesOn) {
     EXPECT_NE(ReportOf([] { TheCachedH5FileHolder().WriteCache(); }), "");
     setrlimit(RLIMIT_FSIZE, &unlimited);
   };
+  { const CachedH5File file(Path("a.h5"), ReadWrite, {{"h", "text"}}, 0); }
+  Append("a.h5", 2000);
+  failToWrite();  // for the first time
   Append("a.h5", 2);
   TheCachedH5FileHolder().WriteCache();
   Append("a.h5", 2000);
@@ -189,12 +192,34 @@ TEST_F(CachedH5FileTest, AFlushThatFailsIsUndoneAndTheFileGoesOn) {
     dat.Initialize({"t"}, false, 512);
     dat.Append({1});
     failToWrite();  // to flush it
+    EXPECT_EQ(dat.GetExtents()[0], 0u);
+    EXPECT_EQ(file.GetObjectForWrite<Dat>("x.dat").GetExtents()[0], 2u);
     dat.Append({2});
   }
   Append("a.h5", 1);
   TheCachedH5FileHolder().WriteCache();
   EXPECT_EQ(RowsOnDisk("a.h5"), 3u);
-  EXPECT_EQ(PlainH5::File::Open(Path("a.h5")).ReadTable("G.dir/y.dat"), (PlainH5::Rows{{2}}));
+  const auto plain = PlainH5::File::Open(Path("a.h5"));
+  EXPECT_EQ(plain.ReadTable("G.dir/y.dat"), (PlainH5::Rows{{2}}));
+  EXPECT_EQ(plain.ReadStrings("VersionHist.ver"), (std::vector<std::string>{"h", "text"}));
+}
+
+TEST_F(CachedH5FileTest, AFileThatWasRemovedIsMadeAnew) {
+  PlainH5::File::Create(Path("a.h5")).Table("old.dat", {{0}});
+  const auto go = [this] {
+    { const CachedH5File file(Path("a.h5"), ReadWrite, {{"h", "text"}}, 0); }
+    Append("a.h5", 1);
+  };
+  go();
+  TheCachedH5FileHolder().WriteCache();
+  go();
+  std::filesystem::remove(Path("a.h5"));
+  go();
+  EXPECT_FALSE(CachedH5File(Path("a.h5"), ReadWrite, {}, 0).Exists("old.dat"));
+  std::filesystem::remove(Path("a.h5"));
+  TheCachedH5FileHolder().WriteCache();
+  EXPECT_EQ(RowsOnDisk("a.h5"), 2u);
+  EXPECT_TRUE(PlainH5::File::Open(Path("a.h5")).Has("/VersionHist.ver"));
 }
 
 TEST_F(CachedH5FileTest, ReadingWhatIsStillHeldWritesItFirst) {
@@ -246,6 +271,16 @@ TEST_F(CachedH5FileTest, WhatAReaderIsInTheWayOfWaits) {
     CachedH5File file(Path("a.h5"), ReadOnly, {}, 0);
     EXPECT_EQ(file.GetObjectForRead<Dat>("x.dat").GetExtents()[0], 61u);
   }
+  {
+    { CachedH5File(Path("a.h5"), ReadWrite, {}, 0).GetObjectForWrite<Txt>("l.txt") << "text"; }
+    const OtherProgram reader(Path("a.h5"), LOCK_SH);
+    const auto read = [&](H5AccessType access) {
+      CachedH5File(Path("a.h5"), access, {}, 0).GetObjectForRead<Txt>("l.txt");
+    };
+    EXPECT_TRUE(IsReport(ReportOf([&] { read(ReadOnly); }), "mAtype==ReadWrite",
+                         "'l.txt' is not in file " + Path("a.h5") + " yet; 4 bytes of it wait"));
+    EXPECT_EQ(ReportOf([&] { read(ReadWrite); }), "");
+  }
   holder.WriteCache();
   EXPECT_EQ(RowsOnDisk("a.h5"), 61u);
 
@@ -287,6 +322,26 @@ TEST_F(CachedH5FileTest, AnOpeningAndTheEndWaitForAnotherProgram) {
   EXPECT_EXIT(MyAbort(), testing::ExitedWithCode(3), "is opened for writing while others read it");
   EXPECT_EQ(RowsOnDisk("a.h5"), 4u);
   EXPECT_NE(ReportOf([&] { holder.PurgeCache(); }), "") << "the row that the other process wrote";
+}
+
+TEST_F(CachedH5FileTest, WhatIsLockedWhenSIGTERMComesIsAFailure) {
+  { const auto other = PlainH5::File::Create(Path("a.h5")); }
+  const auto end = [this](const char* name) noexcept {
+    Append("b.h5", 1);
+    CachedOutput::FlushAndEndOnSIGTERM();
+    raise(SIGTERM);
+    const CachedH5File file(Path(name), ReadWrite, {}, 0);
+  };
+  {
+    const OtherProgram writer(Path("a.h5"), LOCK_EX);
+    TheCachedH5FileHolder().SetLockPatience(std::chrono::hours(1));
+    EXPECT_EXIT(end("a.h5"), testing::ExitedWithCode(255), "another program has the file locked");
+    TheCachedH5FileHolder().SetLockPatience(std::chrono::milliseconds(50));
+  }
+  Append("a.h5", 1);
+  const OtherProgram writer(Path("a.h5"), LOCK_EX);
+  EXPECT_EXIT(end("b.h5"), testing::ExitedWithCode(255), "a.h5' lacks 9 bytes");
+  EXPECT_EQ(RowsOnDisk("b.h5"), 2u);
 }
 
 TEST_F(CachedH5FileTest, RowsOfAnotherProgramAreNoticedAfterAWait) {

@@ -24,7 +24,10 @@ bool LinkExists(hid_t parentId, const std::string& name, const Trace& trace,
 class DataSet : public H5_Object {
  public:
   bool IsObjectOpen() const override { return mMy_id >= 0; }
-  void RolledBack() override { mIsExistenceKnown = false; }
+  void RolledBack(bool isFileNew) override {
+    mExistsInFile = mExistsInFile && !isFileNew;
+    mIsExistenceKnown = isFileNew;
+  }
   void DropIds() override { mMy_id = -1; }
 
   /// How the open dataset lies on disk.

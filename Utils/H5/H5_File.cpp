@@ -38,7 +38,7 @@ H5_File::H5_File(const std::string& fullPath, H5AccessType access, int verbosity
       mTrace(verbosity),
       mAtype(access),
       mStaysReadable(staysReadable),
-      mIsNew(!FileExists(fullPath) || IsEmptyFile(fullPath)),
+      mIsNew(IsMissing()),
       mIsUnfinished(mIsNew && !staysReadable) {
   bool isMade = false;
   try {
@@ -80,6 +80,29 @@ void H5_File::OpenFile() {
   Open(mAtype, wait);
 }
 
+// An empty file is what a creation leaves that was interrupted.
+bool H5_File::IsMissing() const {
+  return !FileExists(mFilename) || IsEmptyFile(mFilename);
+}
+
+void H5_File::CreateIfMissing() {
+  if (IsMissing()) {
+    OpenFile();
+    mIsNew = true;
+  }
+}
+
+void H5_File::StartAnew() {
+  if (CummulativeCacheSize() != 0) {
+    MyErr << "File '" << mFilename << "' was removed; what was appended to it since it was last "
+          << "written goes into a new one\n";
+  }
+  mUnflushed.clear();
+  mpRoot->RolledBack(true);
+  mHasLost = true;
+  Flush();
+}
+
 void H5_File::OpenToRead() {
   Vexa_H5::LockWait once = Vexa_H5::LockWait::None();
   if (mAtype == ReadOnly || Open(ReadWrite, once)) {
@@ -102,6 +125,7 @@ bool H5_File::Open(H5AccessType access, Vexa_H5::LockWait& wait) {
   const std::string noDataset;
   const ReportContext context(noDataset, mFilename);
   Vexa_H5::LibraryLife();
+  const bool startsAnew = mpRoot != nullptr && access == ReadWrite && IsMissing();
   mFile_id = Vexa_H5::OpenFile(mFilename, access, mTrace.Verbosity(), mStaysReadable, &wait);
   mHasWaited = mHasWaited || wait.mHasWaited;
   if (!IsFileOpen()) {
@@ -113,6 +137,8 @@ bool H5_File::Open(H5AccessType access, Vexa_H5::LockWait& wait) {
   if (mpRoot == nullptr) {
     BuildTree();
     mHasWaited = false;  // nothing was known before
+  } else if (startsAnew) {
+    StartAnew();
   }
   return true;
 }
@@ -126,6 +152,19 @@ void H5_File::BuildTree() {
   const hsize_t harmless = 50000;
   mMostNodes = mAtype == ReadOnly ? std::max(fileSize / 32, harmless) : ~std::uint64_t{0};
   mpRoot = std::make_unique<H5_Node>(*this, mFile_id, mTrace.Verbosity());
+}
+
+bool H5_File::Contains(const H5_Node& node) const {
+  // The library asks for each link on the way.
+  const std::string name = node.FullName();
+  std::size_t end = 0;
+  do {
+    end = name.find('/', end + 1);
+    if (H5Lexists(mFile_id, name.substr(0, end).c_str(), H5P_DEFAULT) <= 0) {
+      return false;
+    }
+  } while (end != std::string::npos);
+  return true;
 }
 
 void H5_File::CountNode() {
@@ -181,6 +220,7 @@ void H5_File::CloseFile() {
   } else {
     const hid_t file_id = std::exchange(mFile_id, -1);
     err = mTrace(5, H5Fclose(file_id), "H5Fclose(", file_id, ")");
+    SetFlushed();
   }
   mSharedLock = {};
   REQUIRE(err==0, "H5Fclose returned err=" << err);
@@ -223,11 +263,18 @@ void H5_File::CloseSilently() noexcept {
   if (mIsOpenForWriting && mStaysReadable &&
       (mIsRollingBack || H5Fflush(mFile_id, H5F_SCOPE_LOCAL) < 0)) {
     discard.emplace();
+  } else {
+    SetFlushed();
   }
   if (H5Fclose(std::exchange(mFile_id, -1)) >= 0) {
     Vexa_H5::CountOpenFiles(-1);
   }
   mSharedLock = {};
+  if (discard && mpRoot != nullptr) {
+    mUnflushed.clear();
+    mpRoot->RolledBack(false);
+    mHasLost = true;
+  }
 }
 
 void H5_File::CloseObjectsInGroups() {
@@ -269,6 +316,9 @@ bool H5_File::WriteCache(Vexa_H5::LockWait wait) {
     KeepWaiting();
     return false;
   }
+  if (std::exchange(mHasLost, false)) {
+    mpRoot->HoldAgain();
+  }
   H5_FailedWrites failed;
   mpRoot->WriteCache(failed);
   // What was written of the others counts, whatever failed.
@@ -293,7 +343,13 @@ void H5_File::RollBack() {
   CloseSilently();
   mIsRollingBack = false;
   mpRoot->DropCache();
-  mpRoot->RolledBack();
+}
+
+void H5_File::SetFlushed() {
+  for (H5_Node* node : mUnflushed) {
+    node->Flushed();
+  }
+  mUnflushed.clear();
 }
 
 void H5_File::Flush() {
@@ -305,6 +361,7 @@ void H5_File::Flush() {
   const herr_t err =
       mTrace(5, H5Fflush(mFile_id, H5F_SCOPE_LOCAL), "H5Fflush(", mFile_id, ", H5F_SCOPE_LOCAL)");
   REQUIRE(err>=0, "H5Fflush failed");
+  SetFlushed();
 }
 
 bool H5_File::BeginWriting(Vexa_H5::LockWait wait) {
@@ -338,6 +395,7 @@ void H5_File::WriteImmediately(H5_Node& node, const std::function<void()>& write
   const ReportContext context(name, mFilename);
   BeginWriting(Vexa_H5::LockWait::Patient());
   const std::size_t openBefore = mOpenNodes.size();
+  node.SetUnflushed();
   const auto openAndWrite = [&] {
     if (!node.IsObjectOpen()) {
       node.OpenObject();

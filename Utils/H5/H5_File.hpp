@@ -43,8 +43,15 @@ class H5_File {
   /// The library has ended, and closed the file: nothing is open any more. What is held stays.
   void DropIds();
   bool IsFileOpen() const { return mFile_id >= 0; }
+  bool IsOpenForWriting() const { return IsFileOpen() && mIsOpenForWriting; }
+  /// Whether the node's object is in the open file.
+  bool Contains(const H5_Node& node) const;
   hid_t FileId() const { return mFile_id; }
   const std::string& Filename() const { return mFilename; }
+
+  /// Makes a closed file anew, and leaves it open, if somebody has removed it: it is new then, and
+  /// what is held goes into it.
+  void CreateIfMissing();
 
   void SetAccess(H5AccessType access) { mAtype = access; }
 
@@ -113,7 +120,10 @@ class H5_File {
 
   bool Open(H5AccessType access, Vexa_H5::LockWait& wait);
   void BuildTree();
+  bool IsMissing() const;
+  void StartAnew();
   void Flush();
+  void SetFlushed();
   bool BeginWriting(Vexa_H5::LockWait wait);
   void KeepWaiting();
   void RollBack();
@@ -140,8 +150,10 @@ class H5_File {
   bool mIsUnfinished;
   bool mIsWriting = false;
   bool mIsRollingBack = false;
+  bool mHasLost = false;     // what objects hold again before the next write
   bool mCannotOpen = false;  // at the last attempt to write
   bool mHasFailed = false;
+  std::vector<H5_Node*> mUnflushed;  // whose objects may have changed the file since its last flush
   std::uint64_t mNodes = 0;
   std::uint64_t mMostNodes = 0;            // a file of this size has no room for more
   std::vector<const H5_Node*> mOpenNodes;  // in the order of opening

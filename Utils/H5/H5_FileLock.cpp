@@ -8,6 +8,7 @@
 #include <string_view>
 #include <thread>
 
+#include "Utils/ErrorHandling/CachedOutput.hpp"
 #include "Utils/ErrorHandling/MyErr.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/H5/Handle.hpp"
@@ -97,7 +98,10 @@ void SetLockPatience(std::chrono::duration<double> patience) {
 }
 
 LockWait LockWait::Patient() {
-  return Until(Clock::now() + std::chrono::duration_cast<Clock::duration>(Patience), false);
+  LockWait wait =
+      Until(Clock::now() + std::chrono::duration_cast<Clock::duration>(Patience), false);
+  wait.mEndsOnSIGTERM = true;
+  return wait;
 }
 
 hid_t OpenPastLocks(const std::string& path, unsigned flags, hid_t fapl_id, LockWait* wait) {
@@ -110,7 +114,7 @@ hid_t OpenPastLocks(const std::string& path, unsigned flags, hid_t fapl_id, Lock
       return file_id;
     }
     const LockWait::Clock::time_point now = LockWait::Clock::now();
-    if (now >= wait->mUntil) {
+    if (now >= wait->mUntil || (wait->mEndsOnSIGTERM && CachedOutput::IsEndRequested())) {
       file_id = wait->mPassesReaders ? PassReaders(path, flags, fapl_id, *wait) : -1;
       // Once more where a lock is a failure, which the library then reports.
       return file_id >= 0 || wait->mMayStayLocked ? file_id : H5Fopen(path.c_str(), flags, fapl_id);

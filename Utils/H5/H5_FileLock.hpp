@@ -36,19 +36,21 @@ struct LockWait {
   using Clock = std::chrono::steady_clock;
 
   /// Tries once, and takes a locked file for an answer.
-  static LockWait None() { return {{}, false, true, {}}; }
+  static LockWait None() { return {{}, false, true, false, {}}; }
   /// Tries once, without the lock if only readers have the file open.
-  static LockWait PassReaders() { return {{}, true, true, {}}; }
+  static LockWait PassReaders() { return {{}, true, true, false, {}}; }
   /// Tries until then; at last without the lock if only readers have the file open.
   static LockWait Until(Clock::time_point end, bool mayStayLocked) {
-    return {end, true, mayStayLocked, {}};
+    return {end, true, mayStayLocked, false, {}};
   }
-  /// Tries for as long as LockPatience says. What is locked after that is a failure.
+  /// Tries for as long as LockPatience says, or until SIGTERM asks for the end of the process. What
+  /// is locked after that is a failure.
   static LockWait Patient();
 
   Clock::time_point mUntil{};
   bool mPassesReaders = false;
   bool mMayStayLocked = false;  // else it is a failure
+  bool mEndsOnSIGTERM = false;
   SharedLock mHeld{};       // to be kept while the file is open, if it was opened without a lock
   bool mIsLocked = false;   // the file was not opened, because of a lock
   bool mHasWaited = false;  // others may have changed the file meanwhile

@@ -103,11 +103,18 @@ void IndexedGroup::WriteCache() {
   ForgetSteps();
 }
 
-void IndexedGroup::RolledBack() {
-  mIsExistenceKnown = false;
-  mGroup.RolledBack();
-  mIndex.RolledBack();
-  mValues.RolledBack();
+void IndexedGroup::Flushed() {
+  mIndex.Flushed();
+  mValues.Flushed();
+}
+
+void IndexedGroup::RolledBack(bool isFileNew) {
+  mExistsOnDisk = mExistsOnDisk && !isFileNew;
+  mIsExistenceKnown = isFileNew;
+  mGroup.RolledBack(isFileNew);
+  mIndex.RolledBack(isFileNew);
+  mValues.RolledBack(isFileNew);
+  ReportCacheSize();
 }
 
 void IndexedGroup::DropCache() {

@@ -40,7 +40,8 @@ class IndexedGroup : public H5_Object {
   bool AreAttributesKnown() const override { return mIndex.AreAttributesKnown(); }
   void WriteCache() override;
   void DropCache() override;
-  void RolledBack() override;
+  void Flushed() override;
+  void RolledBack(bool isFileNew) override;
   /// Cuts both tables back to the last whole step, with a notice through MyErr, if they disagree.
   void PrepareToAppend() override;
   std::uint64_t NTimeStepsCached() const override { return mCachedTimes.size(); }

@@ -102,11 +102,13 @@ TEST_F(IndexedGroupTest, SymmetriesThatCannotBeReadBackAreRefused) {
     const auto structure = FindTensorIndexTable(2, symmetry);
     return ReportOf([&] { tdm.Initialize("t", "x", *structure, 1, false, 4, 8); });
   };
-  for (const std::string& symmetry : {std::string("1;2"), std::string("1#"), std::string("1="),
-                                      std::string("("), std::string(" 1"), std::string("1\0", 2)}) {
+  for (const std::string& symmetry :
+       {std::string("1;2"), std::string("1#"), std::string("1="), std::string(")("),
+        std::string("("), std::string(" 1"), std::string("1\0", 2)}) {
     EXPECT_TRUE(IsReport(refusal(symmetry), "canBeStored", "The symmetry '" + symmetry));
   }
   EXPECT_EQ(refusal("1 1"), "");
+  EXPECT_EQ(refusal("(=;)"), "");
 }
 
 TEST_F(IndexedGroupTest, WhatAKilledRunLeftIsCutBackToTheLastWholeStep) {

@@ -197,6 +197,7 @@ H5_Node* H5_Node::DirectoryTraversal(std::string_view path, bool create) {
       continue;
     }
     H5_Node* child = ptr->FindChild(piece);
+    child = child != nullptr && child->mIsGone && !create ? nullptr : child;
     if (child == nullptr && !create) {
       mTrace.Line(5, "node ", piece, " not found.  Terminate directory traversal.");
       return nullptr;
@@ -232,6 +233,7 @@ bool H5_Node::Exists(const std::string& path) const {
 
 H5_Object& H5_Node::Object() const {
   if (mpObject == nullptr) {
+    mIsGone = false;
     mpObject = H5_Object::Create(std::string(Type()), "H5_Node: creating " + FullName(), mName,
                                  mIsOnDisk, mTrace.Verbosity());
     mpObject->SetCacheListener(const_cast<H5_Node*>(this));
@@ -271,6 +273,7 @@ void H5_Node::MakeReadyToAppend() {
   if (!wasOpen) {
     OpenObject();
   }
+  SetUnflushed();
   mpObject->PrepareToAppend();
   if (!wasOpen) {
     CloseObject();
@@ -301,6 +304,7 @@ void H5_Node::WriteCache(H5_FailedWrites& failed) {
     REQUIRE(found==steps || !wasKnown || !mpFile->HasWaited(),
             "Another program changed the file while it was waited for: there were "
                 << steps << " steps, and are " << found);
+    SetUnflushed();
     mpObject->WriteCache();
   });
   if (!isWritten) {
@@ -331,13 +335,41 @@ void H5_Node::DropCache() {
   }
 }
 
-void H5_Node::RolledBack() {
+void H5_Node::SetUnflushed() {
+  if (!mIsUnflushed && mpFile->mStaysReadable) {
+    mIsUnflushed = true;
+    mpFile->mUnflushed.push_back(this);
+  }
+}
+
+void H5_Node::Flushed() {
+  mIsUnflushed = false;
+  mpObject->Flushed();
+}
+
+void H5_Node::RolledBack(bool isFileNew) {
+  const bool isRoot = mpParent == nullptr;  // which every file has
+  mIsUnflushed = false;
+  mIsGone = isFileNew && mpObject == nullptr;
+  mIsOnDisk = mIsOnDisk && (isRoot || !isFileNew);
+  mIsReadyToAppend = isRoot || !mIsOnDisk;
   if (mpObject != nullptr) {
-    mpObject->RolledBack();
+    mpObject->RolledBack(isFileNew && !isRoot);
   }
   if (mpDirectory != nullptr) {
     for (auto [name, child] : mpDirectory->mChildren) {
-      child.RolledBack();
+      child.RolledBack(isFileNew);
+    }
+  }
+}
+
+void H5_Node::HoldAgain() {
+  if (mpObject != nullptr) {
+    mpObject->HoldAgain();
+  }
+  if (mpDirectory != nullptr) {
+    for (auto [name, child] : mpDirectory->mChildren) {
+      child.HoldAgain();
     }
   }
 }
@@ -379,7 +411,7 @@ void H5_Node::AppendDataSets(const std::string& glob, std::vector<std::string>& 
   for (const auto& [name, child] : Children()) {
     if (child.mpDirectory != nullptr) {
       child.AppendDataSets(glob, names, recursive);
-    } else if (std::string fullName = path + name; GlobMatches(glob, fullName)) {
+    } else if (std::string fullName = path + name; !child.mIsGone && GlobMatches(glob, fullName)) {
       names.push_back(std::move(fullName));
     }
   }

@@ -102,8 +102,17 @@ class H5_Node final : private CacheListener {
   void WriteCache(H5_FailedWrites& failed);
   /// Has the subtree forget what it holds.
   void DropCache();
-  /// Tells all objects that the file is as it was at its last flush: some may not be in it.
-  void RolledBack();
+  /// Says that the object may have changed the file since its last flush.
+  void SetUnflushed();
+  /// Tells the object that the file was flushed.
+  void Flushed();
+  /// Tells all objects that the file is as it was at its last flush: some may not be in it; or that
+  /// it was made anew, and none is.
+  void RolledBack(bool isFileNew);
+  /// Has all objects hold what the file needs and lost by that.
+  void HoldAgain();
+  /// Whether the object was in the file when the node was made, and that file is still there.
+  bool WasOnDisk() const { return mIsOnDisk; }
   /// Bytes held by the objects of the subtree. Costs nothing.
   std::uint64_t CummulativeCacheSize() const { return mCacheSize; }
 
@@ -139,6 +148,8 @@ class H5_Node final : private CacheListener {
   Trace mTrace;
   bool mIsOnDisk;  // when the node was made
   bool mIsReadyToAppend;
+  bool mIsUnflushed = false;
+  mutable bool mIsGone = false;  // along with the file; nobody has asked for the object
   std::uint64_t mPosition = 0;   // among the parent's children, by insertion
   std::uint64_t mCacheSize = 0;  // of the subtree
   H5_Node* mpParent;             // null for the root

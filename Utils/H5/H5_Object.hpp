@@ -43,8 +43,13 @@ class H5_Object : public Factory::EnableCreation<H5_Object, const std::string&, 
   virtual void WriteCache() = 0;
   /// Forgets what is held, after it could not be written.
   virtual void DropCache() = 0;
-  /// Says that the object may not be in its file any more, after all.
-  virtual void RolledBack() = 0;
+  /// Says that all that was written is in the file for good.
+  virtual void Flushed() {}
+  /// Says that the file is as it was when Flushed() was last called, so that the object may not be
+  /// in it; or, if `isFileNew`, that it was made anew and the object is not in it.
+  virtual void RolledBack(bool isFileNew) = 0;
+  /// Holds again what the file needs but lost by that. Called before the next write.
+  virtual void HoldAgain() {}
   /// Makes an open object that an earlier process wrote fit to be appended to. Called once, when it
   /// is first asked for to be written.
   virtual void PrepareToAppend() {}

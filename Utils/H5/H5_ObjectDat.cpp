@@ -112,8 +112,10 @@ void Dat::OpenObject(hid_t parentGroupId) {
 
 void Dat::TakeLayout() {
   const TableLayout before = mLayout;
+  const bool isFirst = mExtents.empty();
   mLayout = ReadTableLayout(mMy_id, mName, Location::current());
   mExtents = {mLayout.mRows, mLayout.mColumns};
+  mRowsFlushed = isFirst ? mLayout.mRows : mRowsFlushed;
   // What was looked at once in a file that this process writes need not be looked at again, unless
   // somebody has put another table in its place.
   if (mIsLayoutKnown && mLayout.IsLike(before) && IsFileWritable()) {
@@ -187,6 +189,20 @@ void Dat::ForgetRows() {
 void Dat::DropCache() {
   mLegendCharacters = 0;  // or a table that cannot be created would wait for ever
   ForgetRows();
+}
+
+void Dat::RolledBack(bool isFileNew) {
+  DataSet::RolledBack(isFileNew);
+  if (isFileNew) {
+    // It is created like the one that was there, once there are rows for it.
+    mRowsFlushed = mLegendCharacters = 0;
+    mChunkRows = std::max<unsigned long long>({mChunkRows, mLayout.mChunkRows, 1});
+    mCompress = mCompress || mLayout.mHasFilters;
+    ReportCacheSize();
+  }
+  if (!mExtents.empty()) {
+    mExtents[0] = mRowsFlushed;
+  }
 }
 
 void Dat::WriteCacheDetail(std::uint64_t rows, const std::function<void(const OpenTable&)>& write) {

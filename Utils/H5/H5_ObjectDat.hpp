@@ -54,6 +54,8 @@ class Dat : public DataSet, public Factory::Register<Dat> {
   /// Writes all waiting rows to the open table. If that fails, the table is as long as before.
   void WriteCache() override;
   void DropCache() override;
+  void Flushed() override { mRowsFlushed = StepsInFile(); }
+  void RolledBack(bool isFileNew) override;
 
   /// Writes the waiting rows, then `data` at once as data.size() rows of a one-column table.
   void WriteManyStepsImmediately(const std::vector<double>& data);
@@ -109,6 +111,7 @@ class Dat : public DataSet, public Factory::Register<Dat> {
 
   bool mCompress = false;
   MyVector<unsigned long long> mExtents;  // empty while unknown, else {rows in the file, columns}
+  std::uint64_t mRowsFlushed = 0;         // rows in the file as it was last flushed
   MyVector<std::string> mLegends;         // one per column
   std::uint64_t mLegendCharacters = 0;    // of all legends together, or 0 once they were dropped
   unsigned long long mChunkRows = 0;      // of a new table

@@ -29,7 +29,10 @@ class Dir : public H5_Object, public Factory::Register<Dir> {
   std::uint64_t NTimeStepsCached() const override { return 0; }
   void WriteCache() override {}
   void DropCache() override {}
-  void RolledBack() override { mIsExistenceKnown = false; }
+  void RolledBack(bool isFileNew) override {
+    mExistsOnDisk = mExistsOnDisk && !isFileNew;
+    mIsExistenceKnown = isFileNew;
+  }
   void CloseObject() override;
   void DropIds() override { mGroup_id = -1; }
   std::ostream& Output(std::ostream& os, const std::string& indent) const override;

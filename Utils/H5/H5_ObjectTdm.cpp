@@ -61,11 +61,16 @@ std::string TensorSpec::Text() const {
 }
 
 void TensorSpec::RequireStorable() const {
-  // What stands in parentheses is passed over by the parser, which a comment is not.
-  const bool canBeStored = mSymm.find_first_of(std::string("#\0", 2)) == std::string::npos &&
-                           FindWhileParsingFast(mSymm, 0, ';') == std::string::npos &&
-                           FindWhileParsingFast(mSymm, 0, '=') == std::string::npos &&
-                           RemoveLeadingAndTrailingWhitespace(mSymm) == mSymm;
+  bool canBeStored = mSymm.find_first_of(std::string("#\0", 2)) == std::string::npos &&
+                     RemoveLeadingAndTrailingWhitespace(mSymm) == mSymm;
+  // In parentheses the parser takes neither for an end.
+  int depth = 0;
+  for (const char c : mSymm) {
+    depth += c == '(' ? 1 : c == ')' ? -1 : 0;
+    const bool isEnd = depth == 0 && (c == ';' || c == '=');
+    canBeStored = canBeStored && depth >= 0 && !isEnd;
+  }
+  canBeStored = canBeStored && depth == 0;
   REQUIRE(canBeStored, "The symmetry '" << mSymm << "' has characters with a meaning in TensorSpec");
 }
 

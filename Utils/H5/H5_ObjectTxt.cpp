@@ -39,6 +39,7 @@ void Txt::TakeExisting(const std::vector<hsize_t>& dims) {
   const std::size_t ndims = dims.size();
   REQUIRE(ndims==0 || ndims==1, "Expected dim of 0 or 1, got " << ndims);
   mSize = ndims == 0 ? 1 : dims[0];
+  mSizeFlushed = AreAttributesKnown() ? mSizeFlushed : mSize;
 }
 
 void Txt::Shape(std::vector<hsize_t>& dims, std::vector<hsize_t>& chunk) const {
@@ -80,6 +81,12 @@ void Txt::WriteCache() {
 void Txt::DropCache() {
   mText.str("");
   ReportCacheSize();
+}
+
+void Txt::RolledBack(bool isFileNew) {
+  DataSet::RolledBack(isFileNew);
+  mSize = mSizeFlushed = isFileNew ? 0 : mSizeFlushed;
+  mOldDatatype = mOldDatatype && !isFileNew;
 }
 
 std::string Txt::RetrieveData() {

@@ -34,6 +34,8 @@ class Txt : public StringDataSet, public Factory::Register<Txt> {
   /// that holds one is refused. Fails on the formats that cannot be appended to.
   void WriteCache() override;
   void DropCache() override;
+  void Flushed() override { mSizeFlushed = mSize; }
+  void RolledBack(bool isFileNew) override;
 
   /// The whole text in the file: all strings without anything between them.
   std::string RetrieveData();
@@ -57,9 +59,10 @@ class Txt : public StringDataSet, public Factory::Register<Txt> {
   bool HoldsCharacters() const;
   std::string RetrieveCharacters() const;
 
-  std::ostringstream mText;      // not yet written
-  unsigned long long mSize = 0;  // strings in the file, or characters of the older format
-  bool mOldDatatype = false;     // an array of characters; known once it was read or written
+  std::ostringstream mText;             // not yet written
+  unsigned long long mSize = 0;         // strings in the file, or characters of the older format
+  unsigned long long mSizeFlushed = 0;  // of the file as it was last flushed
+  bool mOldDatatype = false;            // an array of characters; known once it was read or written
 };
 
 }  // namespace H5_Objects

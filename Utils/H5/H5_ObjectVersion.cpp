@@ -24,7 +24,15 @@ Version::Version(const std::string& name, bool existsOnDisk, int verbosity)
 void Version::Initialize(const History& history) {
   const InsideStore inside;
   REQUIRE(mHist.size()==0 and (not IsObjectOpen()), "Please call initialize only once");
+  mWhole = history;
+  mIsUnflushed = true;
+  mIsLost = false;
+  Hold(history);
+}
+
+void Version::Hold(const History& history) {
   mHist = history;
+  mSize = 0;
   mCurrentVersion = history.size();
   mCharacters = 0;
   for (const auto& [hash, help] : mHist) {
@@ -90,6 +98,20 @@ void Version::DropCache() {
   mHist.clear();
   mCharacters = 0;
   ReportCacheSize();
+}
+
+void Version::RolledBack(bool isFileNew) {
+  DataSet::RolledBack(isFileNew);
+  mIsLost = !mWhole.empty() && (isFileNew || mIsUnflushed);
+  mSize = mIsLost || isFileNew ? 0 : mSize;
+}
+
+void Version::HoldAgain() {
+  if (mIsLost) {
+    mIsLost = false;
+    mIsUnflushed = true;
+    Hold(mWhole);
+  }
 }
 
 unsigned long Version::GetCurrentVersion() const {

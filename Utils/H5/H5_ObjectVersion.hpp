@@ -30,6 +30,10 @@ class Version : public StringDataSet, public Factory::Register<Version> {
   /// Fails with "This can be written only once, " if the file holds a history already.
   void WriteCache() override;
   void DropCache() override;
+  void Flushed() override { mIsLost = mIsUnflushed = false; }
+  void RolledBack(bool isFileNew) override;
+  /// The whole history of a record that this process wrote, if it is not in the file.
+  void HoldAgain() override;
 
   /// Fails with "Must call Initialize or OpenObject first".
   unsigned long GetCurrentVersion() const;
@@ -50,10 +54,15 @@ class Version : public StringDataSet, public Factory::Register<Version> {
   void AttachAttributes() override;
 
  private:
+  void Hold(const History& history);
+
   unsigned long mCurrentVersion = 0;
   unsigned long long mSize = 0;   // rows in the file
   History mHist;                  // entries not yet written
   std::uint64_t mCharacters = 0;  // of all of mHist
+  History mWhole;                 // what Initialize got: a file without it is none of that version
+  bool mIsUnflushed = false;      // since Initialize
+  bool mIsLost = false;           // to be held again
 };
 
 }  // namespace H5_Objects

@@ -41,9 +41,10 @@ TEST_F(JoinTest, FilesThatDisagreeAreToldTogether) {
     arguments.push_back(name);
     Input(name).Table("/x.dat", {std::vector<double>(name == "c.h5" ? 3 : 2)});
   }
-  EXPECT_THAT(Run(arguments).mReports, HasSubstr("in different files.\n2 columns in " + Path("a.h5") + ", " +
-                                Path("b.h5") + ", " + Path("d.h5") + " and 4 more\n3 columns in " +
-                                Path("c.h5") + "\nObject '/x.dat' of file '" + Path("c.h5")));
+  EXPECT_THAT(Run(arguments).mReports,
+              HasSubstr("in different files.\n2 columns in " + Path("a.h5") + ", " + Path("b.h5") +
+                        ", " + Path("d.h5") + " and 4 more\n3 columns in " + Path("c.h5") +
+                        "\nObject '/x.dat' of file '" + Path("c.h5")));
 }
 
 // The lines of a verbose run, but for those that tell sizes of the cache.

@@ -75,8 +75,8 @@ TEST_F(PlanTest, ReportsEverythingThatDisagrees) {
     found.push_back(disagreement["dataset"].get<std::string>() + " " +
                     disagreement["file"].get<std::string>());
   }
-  EXPECT_THAT(found, testing::UnorderedElementsAre(" 1.h5", "/V.ver ", "/x.dat ", "/t.tdm ",
-                                                   "/s.txt 2.h5"))
+  EXPECT_THAT(
+      found, testing::UnorderedElementsAre(" 1.h5", "/V.ver ", "/x.dat ", "/t.tdm ", "/s.txt 2.h5"))
       << plan["disagreements"].dump(1);
   EXPECT_EQ(plan["disagreements"][2]["values"],
             Json::parse(R"([{"value": "2 columns", "files": ["1.h5", "3.h5"]},
