@@ -1,4 +1,5 @@
-/* Preloaded, makes one call of a program fail, to see that the failure is reported.
+/* Preloaded, makes one call of a program fail, to see that the failure is reported, or runs a
+   command at one, to see what becomes of what others do to the files meanwhile.
 
    FAULT_CALLS   a list of names, as in ":read:pread:", or ":malloc:" for all that allocate
    FAULT_AFTER   name of a call before whose first none is counted, as ":open:"; empty for none
@@ -8,16 +9,23 @@
    FAULT_COUNT   file that gets the number of calls when the program ends
    FAULT_CALLER  file that gets the name of the library whose allocation failed first
 
+   FAULT_FOLDER  the calls that concern a file below it are moments, and are told in
+   FAULT_TRACE   a file: a record of 64 characters each, by all processes that are started
+   FAULT_MOMENT  the number of the one, from 0, before which is run
+   FAULT_RUN     a command of the shell, once, without all these
+
    Standard streams are left alone, so that a report can be read. */
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
-#include <stdarg.h>
+#include <limits.h>
+#include <spawn.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/types.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 static const char *sCalls, *sAfter;
@@ -58,38 +66,77 @@ static int Fails(const char* call) {
 }
 
 #define REAL(result, name, types) ((result(*) types)dlsym(RTLD_NEXT, name))
-#define MOVE(name, types, ...)                          \
-  if (fd > 2 && Fails(":" #name ":")) {                 \
-    if (sError) return -1;                              \
-    n = n > 1 ? n / 2 : n;                              \
-  }                                                     \
-  return REAL(ssize_t, #name, types)(__VA_ARGS__);
+#define OPEN REAL(int, "open", (const char*, int, ...))
+#define CLOSE REAL(int, "close", (int))
+#define WRITE REAL(ssize_t, "write", (int, const void*, size_t))
 
-ssize_t read(int fd, void* to, size_t n) { MOVE(read, (int, void*, size_t), fd, to, n) }
-ssize_t write(int fd, const void* from, size_t n) {
-  MOVE(write, (int, const void*, size_t), fd, from, n)
+/* The call names a file by a descriptor, a path, or a path from the folder that a descriptor is. */
+static void Moment(const char* call, int fd, const char* path) {
+  const char* const folder = getenv("FAULT_FOLDER");
+  if (!folder) {
+    return;
+  }
+  const int error = errno;
+  char link[40], name[2 * PATH_MAX] = "", record[65];
+  snprintf(link, sizeof link, fd < 0 ? "/proc/self/cwd" : "/proc/self/fd/%d", fd);
+  if ((path && *path == '/') || readlink(link, name, PATH_MAX) > 0) {
+    snprintf(name + strlen(name), PATH_MAX, "%s%s", path ? "/" : "", path ? path : "");
+  }
+  if (strstr(name, folder)) {
+    const int trace = OPEN(getenv("FAULT_TRACE"), O_WRONLY | O_CREAT | O_APPEND, 0600);
+    snprintf(record, sizeof record, "%-10.10s %-52.52s\n", call, strrchr(name, '/') + 1);
+    const int isMoment = WRITE(trace, record, 64) == 64 &&
+                         lseek(trace, 0, SEEK_CUR) / 64 == atol(getenv("FAULT_MOMENT")) + 1;
+    CLOSE(trace);
+    char* const command[] = {"sh", "-c", getenv("FAULT_RUN"), NULL};
+    pid_t child;
+    if (isMoment && posix_spawn(&child, "/bin/sh", NULL, NULL, command, command + 3) == 0) {
+      waitpid(child, NULL, 0);
+    }
+  }
+  errno = error;
 }
-ssize_t pread(int fd, void* to, size_t n, off_t at) {
-  MOVE(pread, (int, void*, size_t, off_t), fd, to, n, at)
-}
-ssize_t pwrite(int fd, const void* from, size_t n, off_t at) {
-  MOVE(pwrite, (int, const void*, size_t, off_t), fd, from, n, at)
-}
-int open(const char* path, int flags, ...) {
-  va_list more;
-  va_start(more, flags);
-  const mode_t mode = va_arg(more, mode_t);
-  va_end(more);
-  return Fails(":open:") ? -1 : REAL(int, "open", (const char*, int, ...))(path, flags, mode);
-}
-int ftruncate(int fd, off_t n) {
-  return Fails(":ftruncate:") ? -1 : REAL(int, "ftruncate", (int, off_t))(fd, n);
-}
-int fsync(int fd) { return Fails(":fsync:") ? -1 : REAL(int, "fsync", (int))(fd); }
-int close(int fd) { /* the descriptor is gone either way, as after the system's own failures */
-  const int result = REAL(int, "close", (int))(fd);
+
+/* A function, which Python and the C++ library also call by a second name. */
+#define FUNCTION(result, name, types)                                         \
+  result Own_##name types __asm__(#name);                                     \
+  result Also_##name types __asm__(#name "64") __attribute__((alias(#name))); \
+  result Own_##name types
+#define FAIL(result, name, types, fd, path, ...)                                        \
+  FUNCTION(result, name, types) {                                                       \
+    Moment(#name, fd, path);                                                            \
+    return Fails(":" #name ":") ? (result)-1 : REAL(result, #name, types)(__VA_ARGS__); \
+  }
+#define MOVE(name, types, ...)                       \
+  FUNCTION(ssize_t, name, types) {                   \
+    Moment(#name, fd, NULL);                         \
+    if (fd > 2 && Fails(":" #name ":")) {            \
+      if (sError) return -1;                         \
+      n = n > 1 ? n / 2 : n;                         \
+    }                                                \
+    return REAL(ssize_t, #name, types)(__VA_ARGS__); \
+  }
+
+MOVE(read, (int fd, void* to, size_t n), fd, to, n)
+MOVE(write, (int fd, const void* from, size_t n), fd, from, n)
+MOVE(pread, (int fd, void* to, size_t n, off_t at), fd, to, n, at)
+MOVE(pwrite, (int fd, const void* from, size_t n, off_t at), fd, from, n, at)
+FAIL(int, open, (const char* path, int flags, mode_t mode), -1, path, path, flags, mode)
+FAIL(int, openat, (int fd, const char* path, int how, mode_t m), fd, path, fd, path, how, m)
+FAIL(int, ftruncate, (int fd, off_t n), fd, NULL, fd, n)
+FAIL(int, fsync, (int fd), fd, NULL, fd)
+FAIL(int, flock, (int fd, int how), fd, NULL, fd, how)
+FAIL(int, fstat, (int fd, void* to), fd, NULL, fd, to)
+FAIL(int, stat, (const char* path, void* to), -1, path, path, to)
+FAIL(int, lstat, (const char* path, void* to), -1, path, path, to)
+FAIL(int, unlink, (const char* path), -1, path, path)
+FAIL(int, link, (const char* from, const char* path), -1, path, from, path)
+FUNCTION(int, close, (int fd)) { /* which loses the descriptor even when it fails */
+  Moment("close", fd, NULL);
+  const int result = CLOSE(fd);
   return fd > 2 && Fails(":close:") ? -1 : result;
 }
+FAIL(char*, realpath, (const char* path, char* to), -1, path, path, to)
 
 void* __libc_malloc(size_t);
 void* __libc_calloc(size_t, size_t);
@@ -104,12 +151,11 @@ static int AllocationFails(void* caller) {
   Dl_info info = {0};
   if (!sIsTold && path && *path && dladdr(caller, &info) && info.dli_fname) {
     sIsTold = 1;
-    const int file = REAL(int, "open", (const char*, int, ...))(path, O_WRONLY | O_CREAT, 0600);
-    if (REAL(ssize_t, "write", (int, const void*, size_t))(file, info.dli_fname,
-                                                           strlen(info.dli_fname)) < 0) {
+    const int file = OPEN(path, O_WRONLY | O_CREAT, 0600);
+    if (WRITE(file, info.dli_fname, strlen(info.dli_fname)) < 0) {
       abort();
     }
-    REAL(int, "close", (int))(file);
+    CLOSE(file);
   }
   errno = sError;
   return 1;

@@ -32,6 +32,7 @@ import h5py
 from run import Launcher, Server
 
 MB = 1 << 20
+CALLS = ("open", "read", "pread", "write", "pwrite", "ftruncate", "close", "fsync", "any")
 LIBRARY_CRASH = "crashed within HDF5"
 UNREADABLE = "unjudged, for h5py crashed"
 DIAGNOSTICS = re.compile(r"^(HDF5-DIAG|  #\d|    (major|minor)).*\n", re.MULTILINE)
@@ -108,6 +109,15 @@ def snapshot(folder):
             content = hashlib.sha1(path.read_bytes()).digest()
         entries[path.name] = info.st_mode, info.st_size, info.st_mtime_ns, info.st_ino, content
     return entries
+
+
+def fault_environment(judge, call, at=0, error=0, always=False, count="", caller=""):
+    """The HDF5 library does not survive failing allocations while it starts."""
+    names = ":" + ":".join(CALLS[:-1]) + ":" if call == "any" else f":{call}:"
+    return {"LD_PRELOAD": str(judge.shim), "FAULT_CALLS": names, "FAULT_AT": str(at),
+            "FAULT_AFTER": ":open:" if call == "malloc" else "",
+            "FAULT_ERROR": str(error), "FAULT_ALWAYS": str(int(always)), "FAULT_COUNT": count,
+            "FAULT_CALLER": caller}
 
 
 class Judge:

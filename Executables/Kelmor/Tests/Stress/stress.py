@@ -28,7 +28,8 @@ import h5py
 import numpy as np
 from bad_inputs import CASES
 from check import Options
-from judge import LIBRARY_CRASH, MB, UNREADABLE, Judge
+from judge import CALLS, LIBRARY_CRASH, MB, UNREADABLE, Judge, fault_environment
+from others import others_cases, run_others
 from run import Launcher
 from segments import (ASCII, KINDS, plain, random_plans, write_plain, write_random,
                       write_table)
@@ -258,17 +259,7 @@ for again in PAIR[0], "./" + PAIR[0], "A.dir/../" + PAIR[0], "A.dir/link.h5":
 
 # Failing calls.
 
-CALLS = ("open", "read", "pread", "write", "pwrite", "ftruncate", "close", "fsync", "any")
 ERRORS = {"EIO": errno.EIO, "ENOSPC": errno.ENOSPC, "EINTR": errno.EINTR, "short": 0}
-
-
-def fault_environment(judge, call, at, error=0, always=False, count="", caller=""):
-    """The HDF5 library does not survive failing allocations while it starts."""
-    names = ":" + ":".join(CALLS[:-1]) + ":" if call == "any" else f":{call}:"
-    return {"LD_PRELOAD": str(judge.shim), "FAULT_CALLS": names, "FAULT_AT": str(at),
-            "FAULT_AFTER": ":open:" if call == "malloc" else "",
-            "FAULT_ERROR": str(error), "FAULT_ALWAYS": str(int(always)), "FAULT_COUNT": count,
-            "FAULT_CALLER": caller}
 
 
 def count_calls(judge, call):
@@ -674,6 +665,7 @@ GROUPS = {  # name: its cases, what runs one, whether a program with sanitizers 
     "memory": (memory_cases, run_memory, False),
     "signals": (signal_cases, run_signals, True),
     "races": (race_cases, run_races, True),
+    "others": (others_cases, run_others, False),
     "load": (load_cases, run_load, False),
     "mutation": (mutation_cases, run_mutation, True),
     "soak": (soak_cases, run_soak, True),
@@ -681,13 +673,13 @@ GROUPS = {  # name: its cases, what runs one, whether a program with sanitizers 
 }
 # Of its cases, in a quick run.
 QUICK = collections.defaultdict(lambda: 0.1, random=0.08, allocations=0.02, truncation=0.03,
-                                flips=0.01, mutation=0.02, signals=0.15, races=0.2)
+                                flips=0.01, mutation=0.02, signals=0.15, races=0.2, others=0.02)
 
 
 def prepare(settings, scratch):
     global judge
     judge = Judge(settings.program, settings.info, scratch, settings.keep, settings.sanitized)
-    judge.simulation = settings.simulation
+    judge.simulation, judge.run = settings.simulation, settings.run
     judge.shim = pathlib.Path(scratch) / "faults.so"
     judge.server_shim = pathlib.Path(scratch) / "server.so"
 
@@ -736,6 +728,7 @@ def main():
     parser.add_argument("--info", type=pathlib.Path, required=True, help="the KelmorInfo to run")
     parser.add_argument("--simulation", type=pathlib.Path, required=True,
                         help="the Simulate to break off")
+    parser.add_argument("--run", type=pathlib.Path, required=True, help="the kelmor-run to run")
     parser.add_argument("--keep", type=pathlib.Path, default="stress-faults",
                         help="folder for what faulty runs worked on")
     parser.add_argument("--without", metavar="group", help="one that does not run")
@@ -747,7 +740,7 @@ def main():
     settings = parser.parse_args()
     if unknown := set(settings.groups) - set(GROUPS):
         parser.error(f"no group {', '.join(unknown)}")
-    for name in "program", "info", "simulation", "keep":
+    for name in "program", "info", "simulation", "run", "keep":
         setattr(settings, name, getattr(settings, name).resolve())
 
     memory = "/dev/shm" if os.access("/dev/shm", os.W_OK) else None
