@@ -123,7 +123,7 @@ def disturb(judge, program, what, target, locks, moment):
              found and in_child(is_readable, output), "a failure leaves a readable output"),
             (differ, f"files changed or new: {sorted(differ)}"),
             (has_won and is_run and not is_late and found in right and
-             hashlib.sha256(found).hexdigest() not in open(f"{output}.json").read(),
+             hashlib.sha256(found).hexdigest().encode() not in open(f"{output}.json", "rb").read(),
              "the record is of another file")):
         if is_fault:
             judge.fault(what_is_wrong, outcome)
