@@ -9,10 +9,9 @@
    FAULT_COUNT   file that gets the number of calls when the program ends
    FAULT_CALLER  file that gets the name of the library whose allocation failed first
 
-   FAULT_FOLDER  the calls that concern a file below it are moments, and are told in
-   FAULT_TRACE   a file: a record of 64 characters each, by all processes that are started
-   FAULT_MOMENT  the number of the one, from 0, before which is run
-   FAULT_RUN     a command of the shell, once, without all these
+   FAULT_FOLDER  of which all processes tell the calls that concern files in it, in FAULT_TRACE, a
+                 file, a record of 64 characters each
+   FAULT_RUN     command of the shell, run before the call of number FAULT_MOMENT, from 0
 
    Standard streams are left alone, so that a report can be read. */
 #define _GNU_SOURCE
