@@ -28,6 +28,7 @@ import h5py
 import numpy as np
 from bad_inputs import CASES
 from check import Options
+from checksums import FILES, damaged, intact
 from judge import CALLS, LIBRARY_CRASH, MB, UNREADABLE, Judge, fault_environment
 from others import others_cases, run_others
 from run import Launcher
@@ -371,6 +372,33 @@ def run_flips(judge, kind, bits):
                        launchers=(server,))
 
 
+def checksum_cases(share):
+    return [(name, seeds) for name in FILES
+            for seeds in chunked(range(round(10_000 * share / len(FILES))), 50)]
+
+
+def run_checksums(judge, name, seeds):
+    judge.memory, judge.library_may_crash = 512 * MB, True
+    path, late = judge.folder / "in.h5", {"seconds": 20, "cpu_seconds": 20}
+    path.write_bytes(intact(name)[0])
+    whole = judge.folder / "whole.h5"
+    whole.write_bytes(judge.reference(["in.h5"]))
+    with judge.server(["in.h5"]) as server:
+        for seed in seeds:
+            judge.clear("out.h5", "Errors000.txt")
+            path.write_bytes(damaged(name, seed))
+            judge.case = f"checksums{(name, [seed])}"
+            status = judge.join(["in.h5"], about=("in.h5",), reference=whole.read_bytes(),
+                                launchers=(server,), **late).status
+            if seed % 3 == 0:  # which a join and a check agree on
+                judge.inspect("-check", "whole.h5" if status else "out.h5", "in.h5",
+                              allowed=(1, 255) if status else (0,), **late)
+            elif seed % 3 == 1:
+                judge.inspect("-plan", "in.h5", allowed=(0, 1) if status else (0,), **late)
+            else:
+                judge.inspect("in.h5", allowed=(0, 255) if status else (0,), **late)
+
+
 # Objects changed through the interface of HDF5.
 
 def random_object(rng, file):
@@ -661,6 +689,7 @@ GROUPS = {  # name: its cases, what runs one, whether a program with sanitizers 
     "allocations": (allocation_cases, run_allocations, False),
     "truncation": (truncation_cases, run_truncation, True),
     "flips": (flip_cases, run_flips, True),
+    "checksums": (checksum_cases, run_checksums, True),
     "disk": (disk_cases, run_disk, True),
     "memory": (memory_cases, run_memory, False),
     "signals": (signal_cases, run_signals, True),
@@ -673,7 +702,8 @@ GROUPS = {  # name: its cases, what runs one, whether a program with sanitizers 
 }
 # Of its cases, in a quick run.
 QUICK = collections.defaultdict(lambda: 0.1, random=0.08, allocations=0.02, truncation=0.03,
-                                flips=0.01, mutation=0.02, signals=0.15, races=0.2, others=0.02)
+                                flips=0.01, checksums=0.03, mutation=0.02, signals=0.15, races=0.2,
+                                others=0.02)
 
 
 def prepare(settings, scratch):
