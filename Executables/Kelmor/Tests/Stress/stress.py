@@ -34,6 +34,7 @@ from others import others_cases, run_others
 from run import Launcher
 from segments import (ASCII, KINDS, plain, random_plans, write_plain, write_random,
                       write_table)
+from sources import run_source, source_cases
 from soak import run_soak, soak_cases
 
 NOBODY = 65534
@@ -379,7 +380,7 @@ def checksum_cases(share):
 
 def run_checksums(judge, name, seeds):
     judge.memory, judge.library_may_crash = 512 * MB, True
-    path, late = judge.folder / "in.h5", {"seconds": 20, "cpu_seconds": 20}
+    path = judge.folder / "in.h5"
     path.write_bytes(intact(name)[0])
     whole = judge.folder / "whole.h5"
     whole.write_bytes(judge.reference(["in.h5"]))
@@ -389,14 +390,8 @@ def run_checksums(judge, name, seeds):
             path.write_bytes(damaged(name, seed))
             judge.case = f"checksums{(name, [seed])}"
             status = judge.join(["in.h5"], about=("in.h5",), reference=whole.read_bytes(),
-                                launchers=(server,), **late).status
-            if seed % 3 == 0:  # which a join and a check agree on
-                judge.inspect("-check", "whole.h5" if status else "out.h5", "in.h5",
-                              allowed=(1, 255) if status else (0,), **late)
-            elif seed % 3 == 1:
-                judge.inspect("-plan", "in.h5", allowed=(0, 1) if status else (0,), **late)
-            else:
-                judge.inspect("in.h5", allowed=(0, 255) if status else (0,), **late)
+                                launchers=(server,), seconds=20, cpu_seconds=20).status
+            judge.inspect_as_joined(status, seed, ["in.h5"], "whole.h5")
 
 
 # Objects changed through the interface of HDF5.
@@ -697,6 +692,7 @@ GROUPS = {  # name: its cases, what runs one, whether a program with sanitizers 
     "others": (others_cases, run_others, False),
     "load": (load_cases, run_load, False),
     "mutation": (mutation_cases, run_mutation, True),
+    "sources": (source_cases, run_source, False),
     "soak": (soak_cases, run_soak, True),
     "valgrind": (valgrind_cases, run_valgrind, False),
 }
