@@ -31,7 +31,6 @@ class H5_GlobalHeap {
   /// neither length nor address.
   void RequireString(std::span<const std::byte> element, bool mayShare);
 
- private:
   struct Object {
     std::uint32_t mIndex;
     std::uint64_t mSize;
@@ -52,12 +51,15 @@ class H5_GlobalHeap {
     int mDescriptor = -1;         // negative if strings cannot be seen
     CollectionPointer mpLast;
   };
+  /// The file of an open object, as long as it stays open and no other file is asked for.
+  static OpenFile& FileOf(hid_t object_id, std::source_location where);
+
+ private:
   struct Use {
     CollectionPointer mpCollection;
     std::vector<bool> mIsTaken;  // an object of it
   };
 
-  static OpenFile& FileOf(hid_t object_id, std::source_location where);
   Use& At(std::uint64_t address);
   CollectionPointer ReadCollection(std::uint64_t address);
   void ReadObjects(Collection& collection);

@@ -4,6 +4,7 @@
 
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/H5/H5_DataSet.hpp"
+#include "Utils/H5/H5_ObjectHeader.hpp"
 #include "Utils/H5/H5_Utils.hpp"
 
 template struct Factory::Register<H5_Objects::Dir>;
@@ -40,6 +41,7 @@ void Dir::OpenObject(hid_t parentId) {
     mGroup_id = mTrace(5, H5Gopen2(parentId, mName.c_str(), Vexa_H5::GroupAccess()), "H5Gopen2(",
                        parentId, ", \"", mName, "\")");
     REQUIRE(mGroup_id>=0, "H5Gopen2 failed on group '" << mName << "'");
+    Vexa_H5::RequireSoundHeader(mGroup_id);
   } else {
     PropertyListHandle gcpl_id = Vexa_H5::UntimedCreation(H5P_GROUP_CREATE);
     mGroup_id = mTrace(5, H5Gcreate2(parentId, mName.c_str(), H5P_DEFAULT, gcpl_id, H5P_DEFAULT),

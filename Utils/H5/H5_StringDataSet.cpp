@@ -4,6 +4,7 @@
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/H5/H5Type.hpp"
 #include "Utils/H5/H5_NumberType.hpp"
+#include "Utils/H5/H5_ObjectHeader.hpp"
 #include "Utils/H5/H5_Storage.hpp"
 #include "Utils/H5/H5_Utils.hpp"
 
@@ -24,6 +25,7 @@ void StringDataSet::OpenObject(hid_t parentGroupId) {
     mMy_id = mTrace(5, H5Dopen2(parentGroupId, mName.c_str(), Vexa_H5::DatasetAccess()),
                     "H5Dopen2(", parentGroupId, ", \"", mName, "\")");
     REQUIRE_AT(mWhere, mMy_id>=0, "H5Dopen2 failed");
+    Vexa_H5::RequireSoundHeader(mMy_id, mWhere);
     RequireStringsOrNumbers(mMy_id, mName, mWhere);
     PropertyListHandle cparms_id(H5Dget_create_plist(mMy_id));
     REQUIRE_AT(mWhere, cparms_id>=0, "H5Dget_create_plist failed");

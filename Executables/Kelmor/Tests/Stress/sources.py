@@ -1,7 +1,8 @@
 """The files of the test suites of HDF5, h5py and netCDF, as Debian's source packages hold them, and
-each of their datasets under names that are joined.
+some of their objects under names that are joined.
 """
 
+import contextlib
 import os
 import pathlib
 import platform
@@ -11,6 +12,7 @@ import tarfile
 import tempfile
 
 import h5py
+from check import in_text
 from judge import MB, Died, in_child
 from segments import write_plain
 
@@ -63,18 +65,17 @@ def keep_file(folder, name, content):
     (folder / "files" / name.replace("/", "_")).write_bytes(content)
 
 
-def datasets_in(path):
+def objects_in(path):
     names = []
-    with h5py.File(path, "r") as file:
-        file.visititems(lambda name, node: names.append(name) if isinstance(node, h5py.Dataset)
-                        else None)
-    return names[:25]
+    with h5py.File(path, "r") as file, contextlib.suppress(Exception):
+        file.id.links.visit(names.append)
+    return [in_text(name) for name in names[:12]]
 
 
-def write_form(folder, dataset, is_copy, kind):
+def write_form(folder, inside, is_copy, kind):
     with h5py.File(folder / "in.h5", "w") as file:
         for member in MEMBERS.get(kind, ("",)):
-            file["x." + kind + member] = h5py.ExternalLink("source.h5", dataset)
+            file["x." + kind + member] = h5py.ExternalLink("source.h5", inside)
         if is_copy:
             node = file.pop("x." + kind)
             file.copy(node, "x." + kind)
@@ -97,21 +98,21 @@ def run_source(judge, name):
             judge.inspect_as_joined(status, way, inputs, "first.h5")
     judge.clear("again.h5")
     try:
-        datasets = in_child(datasets_in, source)
+        objects = in_child(objects_in, source)
     except Died:
-        judge.notes["whose datasets h5py does not list"] += 1
+        judge.notes["that h5py does not open"] += 1
         return
     write_plain(judge.folder / "in.h5")
     with judge.server(["in.h5"]) as server:
-        for number, dataset in enumerate(datasets):
+        for number, inside in enumerate(objects):
             for way, form in enumerate(FORMS):
                 judge.clear("out.h5", "Errors000.txt")
                 try:
-                    in_child(write_form, judge.folder, dataset, *form)
+                    in_child(write_form, judge.folder, inside, *form)
                 except Died:
                     judge.notes["that cannot be copied"] += 1
                     continue
-                judge.case = f"sources{(name,)} {dataset} {form}"
+                judge.case = f"sources{(name,)} {inside} {form}"
                 status = judge.join(["in.h5"], launchers=(server,), about=("in.h5",), seconds=20,
                                     cpu_seconds=20).status
                 judge.inspect_as_joined(status, number + way, ["in.h5"], "first.h5")
