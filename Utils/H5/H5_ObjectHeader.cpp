@@ -56,6 +56,7 @@ class Header {
   void RequireSoundMessage(std::uint64_t type, Bytes data);
   void RequireFittingAttribute(Bytes data) const;
   void RequireFittingTree(std::uint64_t address) const;
+  void RequireSoundHeap(std::uint64_t address) const;
   std::uint64_t AddressAt(Bytes data, std::uint64_t at) const {
     return NumberAt(data, at, mFile.mAddressBytes);
   }
@@ -140,8 +141,9 @@ void Header::RequireSoundMessage(std::uint64_t type, Bytes data) {
     mBlocks.push_back({AddressAt(data, 0), NumberAt(data, mFile.mAddressBytes, mFile.mSizeBytes)});
   } else if (type == sAttributeInfo || type == sLinkInfo) {
     const std::size_t orderBytes = type == sAttributeInfo ? 2 : 8;
-    RequireFittingTree(
-        AddressAt(data, 2 + ((flags & 1) != 0 ? orderBytes : 0) + mFile.mAddressBytes));
+    const std::size_t heapAt = 2 + ((flags & 1) != 0 ? orderBytes : 0);
+    RequireSoundHeap(AddressAt(data, heapAt));
+    RequireFittingTree(AddressAt(data, heapAt + mFile.mAddressBytes));
   } else if (type == sLayout) {
     const bool isChunked = NumberAt(data, 0, 1) >= 4 && flags == 2;  // the class, in this message
     const std::size_t index = 5 + NumberAt(data, 3, 1) * NumberAt(data, 4, 1);
@@ -196,6 +198,22 @@ void Header::RequireFittingTree(std::uint64_t address) const {
              record>0 && node>=2*record+besides && node<=mFile.mFileSize/(depth+1),
              "Damaged header: a tree of depth " << depth << " and nodes of " << node
                                                 << " bytes for records of " << record);
+}
+
+// Of the links or attributes of one object.
+void Header::RequireSoundHeap(std::uint64_t address) const {
+  const std::size_t sizes = mFile.mSizeBytes;
+  const std::size_t addresses = mFile.mAddressBytes;
+  const std::vector<std::byte> bytes = Read(address, 14 + 8 * sizes + 2 * addresses);
+  if (!BeginsWith(bytes, "FRHP")) {
+    return;  // there is none
+  }
+  const std::uint64_t hugeTree = AddressAt(bytes, 14 + sizes);
+  const std::uint64_t hugeObjects = NumberAt(bytes, 14 + 7 * sizes + 2 * addresses, sizes);
+  const std::uint64_t none = ~std::uint64_t{0} >> (64 - 8 * addresses);
+  REQUIRE_AT(mWhere, hugeObjects>0 || hugeTree==none,
+             "Damaged header: a tree of huge objects at " << hugeTree << ", of which there are none");
+  RequireFittingTree(hugeTree);
 }
 
 }  // namespace
