@@ -13,8 +13,7 @@ from segments import plain
 
 lookup3 = ctypes.CDLL(h5py.defs.__file__).H5_checksum_lookup3
 lookup3.restype = ctypes.c_uint32
-SIGNATURES = re.compile(rb"\x89HDF\r\n\x1a\n|OHDR|OCHK|FAHD|FADB|EA(HD|IB|SB|DB)|BT(HD|IN|LF)|"
-                        rb"FRHP|F[HS](DB|IB|HD|SE)")
+SIGNATURES = re.compile(rb"\x89HDF\r\n\x1a\n|(OH|OC|FA|EA|BT|FR|FH|FS)[A-Z]{2}")
 LONGEST = 9000
 LATEST = {"libver": "latest", "legends": "S1"}
 FILES = {

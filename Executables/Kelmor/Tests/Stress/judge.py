@@ -174,7 +174,7 @@ class Judge:
 
     def join(self, inputs, options=check.Options(), more=(), output="out.h5", about=(),
              allowed=(0, 255), is_broken_off=False, reports_to_file=True,
-             library_may_crash=False, reference=None, launchers=(), **how):
+             library_may_crash=False, reference=None, launchers=(), names="", **how):
         """Runs one join and judges it, with its input files unless `reference` is the output that
         there must be. Returns its outcome; with launchers, an outcome for each of as many that run
         at the same time."""
@@ -195,6 +195,8 @@ class Judge:
                 self.notes["ended by HDF5 itself"] += 1
             elif outcome.status == 255:
                 self.judge_report(outcome, about, reports_to_file)
+                if not re.search(names, outcome.err):
+                    self.fault("the report names no file", outcome)
             if outcome.status != 0 and is_broken_off and is_new and 0 not in [
                     other.status for other in outcomes]:
                 self.judge_remains(outcome, inputs, options, output, reference)
@@ -210,15 +212,18 @@ class Judge:
         self.judge_status(outcome, allowed)
         return outcome
 
-    def inspect_as_joined(self, status, way, inputs, other):
-        """Whether KelmorInfo, run in one of three ways, agrees with the status of a join; `other`
-        is not what these inputs make."""
+    def join_and_inspect(self, inputs, ways, other, **how):
+        """KelmorInfo, run in these of three ways, must agree with the join; `other` is not what the
+        inputs make."""
+        self.clear("out.h5", "Errors000.txt")
+        late = {"seconds": 20, "cpu_seconds": 20}
+        status = self.join(inputs, **late | how).status
         joined = other if status else "out.h5"
-        ways = [(["-plan"], (0, 1)), ([], (0, 255)), (["-check", joined], (1, 255))]
-        if (self.folder / joined).exists() or way % 3 < 2:  # or there was nothing to join
-            arguments, failed = ways[way % 3]
-            self.inspect(*arguments, *inputs, allowed=failed if status else (0,), seconds=20,
-                         cpu_seconds=20)
+        for way in ways:
+            arguments, failed = [(["-plan"], (0, 1)), ([], (0, 255)),
+                                 (["-check", joined], (1, 255))][way % 3]
+            if way % 3 < 2 or (self.folder / joined).exists():  # or there was nothing to join
+                self.inspect(*arguments, *inputs, allowed=failed if status else (0,), **late)
 
     def require_told(self, outcome, texts):
         missing = [text for text in texts if text not in outcome.out]
