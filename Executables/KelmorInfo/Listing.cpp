@@ -257,6 +257,7 @@ Listing MakeListing(const InputFiles& files, const std::string& skip) {
   Listing listing;
   listing.mFiles = files.Files();
   listing.mDatasets.resize(listing.mFiles.size());
+  listing.mExternalFiles.resize(listing.mFiles.size());
   for (std::size_t i = 0; i < listing.mFiles.size(); ++i) {
     if (!listing.mFiles[i].mOpens) {
       continue;
@@ -266,6 +267,9 @@ Listing MakeListing(const InputFiles& files, const std::string& skip) {
       if (!IsSkipped(name, skip)) {
         listing.mDatasets[i].push_back(ReadFacts(inputs, 0, name));
       }
+    }
+    for (const auto& [path, stamp] : inputs[0].ExternalFiles()) {
+      listing.mExternalFiles[i].push_back(path);
     }
   }
   listing.mUnion = Unite(listing.mDatasets);
@@ -299,6 +303,7 @@ void PrintListingAsJson(std::ostream& os, const Listing& listing) {
       entry["problem"] = file.mProblem.mReason;
       entry["advice"] = file.mProblem.mAdvice;
     }
+    entry["external_files"] = listing.mExternalFiles[i];
     entry["datasets"] = Json::array();
     for (const Facts& facts : listing.mDatasets[i]) {
       entry["datasets"].push_back(ToJson(facts));

@@ -30,8 +30,9 @@ struct UnionFacts {
 
 struct Listing {
   std::vector<InputFile> mFiles;
-  std::vector<std::vector<Facts>> mDatasets;  // per file, ascending by name
-  std::vector<UnionFacts> mUnion;             // ascending by name
+  std::vector<std::vector<Facts>> mDatasets;             // per file, ascending by name
+  std::vector<std::vector<std::string>> mExternalFiles;  // per file, where its links led; ascending
+  std::vector<UnionFacts> mUnion;                        // ascending by name
 };
 
 Listing MakeListing(const InputFiles& files, const std::string& skip);

@@ -6,6 +6,7 @@
 #include "Utils/ErrorHandling/CachedOutput.hpp"
 #include "Utils/ErrorHandling/MyAbort.hpp"
 #include "Utils/H5/CachedH5FileHolder.hpp"
+#include "Utils/H5/H5_ExternalFiles.hpp"
 #include "Utils/H5/H5_ObjectVersion.hpp"
 #include "Utils/H5/InsideStore.hpp"
 #include "Utils/Process/Files.hpp"
@@ -106,6 +107,10 @@ std::string CachedH5File::Name(const std::string& name) const {
 
 bool CachedH5File::Exists(const std::string& name) const {
   const InsideStore inside;
+std::map<std::string, std::string> CachedH5File::ExternalFiles() const {
+  return Vexa_H5::ExternalFilesOf(mpFile->Filename());
+}
+
   return mpFile->Root()->Exists(name);
 }
 

@@ -4,6 +4,8 @@
 
 #include <functional>
 #include <iosfwd>
+#include <map>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -71,6 +73,10 @@ class CachedH5File {
   bool Exists(const std::string& name) const;
   /// See H5_File::GetNames.
   MyVector<std::string> GetNames(const std::string& glob, bool recursive) const;
+  /// Which other files external links led to when the names and objects of this one were read, each
+  /// with what FileStamp() said before it was opened; ascending by real path.
+  std::map<std::string, std::string> ExternalFiles() const;
+
 
   /// The object for reading, open. Fails if it does not exist, or is not of the kind; and through a
   /// ReadOnly handle, if all of it waits in memory because another program has the file open.

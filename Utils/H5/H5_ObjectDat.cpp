@@ -5,6 +5,7 @@
 
 #include "Utils/ErrorHandling/OnFailure.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
+#include "Utils/H5/H5_ExternalFiles.hpp"
 #include "Utils/H5/H5_ObjectHeader.hpp"
 #include "Utils/H5/H5_Utils.hpp"
 #include "Utils/H5/H5_WriteRows.hpp"
@@ -93,6 +94,7 @@ void Dat::OpenObject(hid_t parentGroupId) {
     mTrace.Line(3, "H5_ObjectDat open ", mName);
     mMy_id = mTrace(4, H5Dopen2(parentGroupId, group_name.c_str(), Vexa_H5::DatasetAccess()),
                     "H5Dopen2(", parentGroupId, ", \"", group_name, "\")");
+    Vexa_H5::NoteOpened(mMy_id);
     REQUIRE(mMy_id>=0, "Opening of dataset " << group_name << " failed");
     Vexa_H5::RequireSoundHeader(mMy_id);
     TakeLayout();

@@ -4,6 +4,7 @@
 
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/H5/H5_DataSet.hpp"
+#include "Utils/H5/H5_ExternalFiles.hpp"
 #include "Utils/H5/H5_ObjectHeader.hpp"
 #include "Utils/H5/H5_Utils.hpp"
 
@@ -40,6 +41,7 @@ void Dir::OpenObject(hid_t parentId) {
   if (h5_exists) {
     mGroup_id = mTrace(5, H5Gopen2(parentId, mName.c_str(), Vexa_H5::GroupAccess()), "H5Gopen2(",
                        parentId, ", \"", mName, "\")");
+    Vexa_H5::NoteOpened(mGroup_id);
     REQUIRE(mGroup_id>=0, "H5Gopen2 failed on group '" << mName << "'");
     Vexa_H5::RequireSoundHeader(mGroup_id);
   } else {

@@ -3,6 +3,7 @@
 #include "Utils/ErrorHandling/OnFailure.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/H5/H5Type.hpp"
+#include "Utils/H5/H5_ExternalFiles.hpp"
 #include "Utils/H5/H5_NumberType.hpp"
 #include "Utils/H5/H5_ObjectHeader.hpp"
 #include "Utils/H5/H5_Storage.hpp"
@@ -24,6 +25,7 @@ void StringDataSet::OpenObject(hid_t parentGroupId) {
   if (h5_exists) {
     mMy_id = mTrace(5, H5Dopen2(parentGroupId, mName.c_str(), Vexa_H5::DatasetAccess()),
                     "H5Dopen2(", parentGroupId, ", \"", mName, "\")");
+    Vexa_H5::NoteOpened(mMy_id);
     REQUIRE_AT(mWhere, mMy_id>=0, "H5Dopen2 failed");
     Vexa_H5::RequireSoundHeader(mMy_id, mWhere);
     RequireStringsOrNumbers(mMy_id, mName, mWhere);

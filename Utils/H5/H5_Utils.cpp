@@ -13,6 +13,7 @@
 #include "Utils/H5/H5_CharacterSet.hpp"
 #include "Utils/H5/H5_CommittingDriver.hpp"
 #include "Utils/H5/H5_Library.hpp"
+#include "Utils/H5/H5_ExternalFiles.hpp"
 #include "Utils/H5/H5_StringElements.hpp"
 #include "Utils/H5/Handle.hpp"
 #include "Utils/Process/Files.hpp"
@@ -166,12 +167,14 @@ std::vector<std::string> PlacesOf(const std::string& childFile, const std::strin
 herr_t PrepareForExternalFile(const char* parentFile, const char*, const char* childFile,
                               const char*, unsigned* flags, hid_t fapl_id, void*) {
   try {
-    for (const std::string& path : PlacesOf(childFile, parentFile)) {
+    const std::vector<std::string> places = PlacesOf(childFile, parentFile);
+    for (const std::string& path : places) {
       if (FileExists(path) && !IsRegularFile(path)) {
         return -1;
       }
     }
     return EvictOnClose(*flags, fapl_id);
+    Vexa_H5::NoteExternalLink(parentFile, places);
   } catch (...) {
     return -1;  // an exception must not pass through the library
   }

@@ -64,6 +64,11 @@ TEST_F(ListingTest, TellsWhatFilesHold) {
   EXPECT_EQ(united[1]["versions"], Json::array({datasets[1]["versions"]}));
   EXPECT_EQ(united[5]["tensors"], Json({"dimension 3, symmetry '1', mesh of dimension 2"}));
 
+  H5Lcreate_external("a.h5", "R.dir", Input("c.h5").Id(), "far.dir", H5P_DEFAULT, H5P_DEFAULT);
+  const Json files = PrintJson({"a.h5", "c.h5"})["files"];
+  EXPECT_EQ(files[0]["external_files"], Json::array());
+  EXPECT_EQ(files[1]["external_files"], Json({Path("a.h5")}));
+
   const std::string text = Print({"-v", "-skip", "*.coef", "a.h5", "b.h5"});
   EXPECT_THAT(text, HasSubstr("  dat  /R.dir/x.dat      3 x 3  3 steps  t = -1.9 ... 1.1  "));
   EXPECT_THAT(text, HasSubstr("shuffle+deflate 1+fletcher32  time, größe, z\n"));
