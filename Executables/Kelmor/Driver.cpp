@@ -3,11 +3,13 @@
 #include <cerrno>
 #include <iostream>
 #include <memory>
+#include <optional>
 
 #include "Executables/Kelmor/Join.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/ErrorHandling/TerminateHandler.hpp"
 #include "Utils/H5/CachedH5FileHolder.hpp"
+#include "Utils/H5/H5_Utils.hpp"
 #include "Utils/Process/Files.hpp"
 #include "Utils/StringParsing/PathUtilities.hpp"
 
@@ -21,32 +23,38 @@ Holders Discover(const Inputs& inputs, const Options& options, const std::string
   return found;
 }
 
-void FlushOutputToDisk(const std::string& path) {
-  int error = FlushToDisk(path);
+// Flushes the file that was written and has been closed, and fails unless it still has its name.
+void FlushOutputToDisk(const HeldFile& written, const std::string& path) {
+  int error = written.FlushToDisk();
   REQUIRE(error==0, "Flushing " << path << " to disk failed: " << StrError(error));
   const std::string directory = GetDirectoryFromPath(path);
   error = FlushToDisk(directory);
   // A directory may be written to but not read, and some file systems flush no directories.
   const bool isPossible = error != EACCES && error != EINVAL;
   REQUIRE(error==0 || !isPossible, "Flushing directory " << directory << " to disk failed: " << StrError(error));
+  REQUIRE(written.HasName(path), "OutputFile " << path << " was removed or replaced while it was "
+                                               << "written.\nWhat has its name is not the join.");
+  const std::optional<std::uint64_t> bytes = Vexa_H5::SizeWhenClosed(written);
+  REQUIRE(written.Bytes()==bytes, "OutputFile " << path << " has " << written.Bytes() << " bytes, not "
+                                                << "those that it had when it was closed");
 }
 
-void CleanUp(Inputs& inputs, std::unique_ptr<CachedH5File>& output, bool verbose) {
+void CleanUp(Inputs& inputs, CachedH5File& output, const Options& options) {
+  const bool verbose = options.mVerbose;
   if (verbose) {
     std::cout << "all data processed, starting cleanup\n"
               << "clearing input H5-Files" << std::endl;
   }
   inputs.Clear();
-  const std::string outputPath = output->Filename();
-  output->SetUnfinished(false);
-  output.reset();
+  const HeldFile written = output.Hold();
+  output.SetUnfinished(false);
   CachedH5FileHolder& holder = TheCachedH5FileHolder();
   if (verbose) {
     holder.WriteInfo(std::cout, 0);
     std::cout << "purging H5-caches though PurgeCache()" << std::endl;
   }
   holder.PurgeCache();
-  FlushOutputToDisk(outputPath);
+  FlushOutputToDisk(written, options.mOutput);
   if (verbose) {
     std::cout << "H5-caches purged.\n";
     holder.WriteInfo(std::cout, 2);
@@ -84,10 +92,7 @@ void JoinFiles(const CommandLineParser& parser) {
   }
 
   // A part of a join must not pass for the whole, so the output is readable when it is finished.
-  TheCachedH5FileHolder().SetFilesStayReadable(false);
-  auto output =
-      std::make_unique<CachedH5File>(OutputFile, ReadWrite, CachedH5File::VersionHistory{}, 0);
-  output->SetUnfinished(true);
+  const std::unique_ptr<CachedH5File> output = CachedH5File::CreateUnfinished(OutputFile);
   Progress progress(!options.mVerbose, datasets, inputs.TotalBytes());
   JoinRun run{options, inputs, *output, progress};
   progress.Stage("joining version records");
@@ -103,5 +108,5 @@ void JoinFiles(const CommandLineParser& parser) {
   }
   progress.Stage("joining texts");
   ForEachDataset(run, txt, JoinTxt);
-  CleanUp(inputs, output, options.mVerbose);
+  CleanUp(inputs, *output, options);
 }

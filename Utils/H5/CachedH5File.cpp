@@ -29,16 +29,21 @@ std::string RealPathOf(const std::string& filename, const FileIdentity& identity
   return last.mPath;
 }
 
-std::string FullPath(const std::string& filename, H5AccessType atype) {
-  if (const std::optional<FileIdentity> identity = IdentityOf(filename)) {
-    return RealPathOf(filename, *identity);
-  }
-  REQUIRE(atype == ReadWrite, "Tried to open nonexistent file " << filename << " for reading");
+// The path of a file that is to be created. What has the name already is not looked at.
+std::string NewPath(const std::string& filename) {
   const std::string dir = GetDirectoryFromPath(filename);
   REQUIRE(DirectoryExists(dir),
           "Tried to create file " << filename << " in nonexistent directory");
   const std::string path = Realpath(dir);
   return (path == "/" ? "" : path) + "/" + GetFilenameFromPath(filename);
+}
+
+std::string FullPath(const std::string& filename, H5AccessType atype) {
+  if (const std::optional<FileIdentity> identity = IdentityOf(filename)) {
+    return RealPathOf(filename, *identity);
+  }
+  REQUIRE(atype == ReadWrite, "Tried to open nonexistent file " << filename << " for reading");
+  return NewPath(filename);
 }
 
 void RequireType(const H5_Node* ptr, const std::string& typ) {
@@ -48,18 +53,21 @@ void RequireType(const H5_Node* ptr, const std::string& typ) {
 
 }  // namespace
 
-CachedH5File::CachedH5File(const std::string& filename, H5AccessType access, int verbosity)
+CachedH5File::CachedH5File(const std::string& filename, H5AccessType access, int verbosity,
+                           Kind kind)
     : mAtype(access) {
   InsideStore::StopIfProcessEnds();
   const InsideStore inside;
-  mpFile = &TheCachedH5FileHolder().GetH5_File(FullPath(filename, access), access, verbosity);
+  const bool isWhole = kind == Kind::Whole;
+  mpFile = &TheCachedH5FileHolder().GetH5_File(
+      isWhole ? NewPath(filename) : FullPath(filename, access), access, verbosity, !isWhole);
   mpFile->SetHandle(&mpFile);
 }
 
 // Delegates, so that an exception on the way finds a handle whose destructor lets the file go.
 CachedH5File::CachedH5File(const std::string& filename, H5AccessType access,
                            const VersionHistory& versionHistory, int verbosity, bool keepOpen)
-    : CachedH5File(filename, access, verbosity) {
+    : CachedH5File(filename, access, verbosity, Kind::Growing) {
   const InsideStore inside;
   if (mpFile->IsNew() && !versionHistory.empty()) {
     auto& record = GetObjectForWrite<H5_Objects::Version>("VersionHist.ver");
@@ -72,6 +80,10 @@ CachedH5File::CachedH5File(const std::string& filename, H5AccessType access,
   if (!keepOpen) {
     mpFile->CloseFile();
   }
+}
+
+std::unique_ptr<CachedH5File> CachedH5File::CreateUnfinished(const std::string& filename) {
+  return std::unique_ptr<CachedH5File>(new CachedH5File(filename, ReadWrite, 0, Kind::Whole));
 }
 
 CachedH5File::~CachedH5File() {
@@ -95,6 +107,10 @@ CachedH5File::~CachedH5File() {
   mpFile->SetHandle(nullptr);
 }
 
+std::map<std::string, std::string> CachedH5File::ExternalFiles() const {
+  return Vexa_H5::ExternalFilesOf(mpFile->Filename());
+}
+
 std::string CachedH5File::Path(const std::string& name) const {
   const InsideStore inside;
   return mpFile->Root()->GetNode(name).FullName();
@@ -107,10 +123,6 @@ std::string CachedH5File::Name(const std::string& name) const {
 
 bool CachedH5File::Exists(const std::string& name) const {
   const InsideStore inside;
-std::map<std::string, std::string> CachedH5File::ExternalFiles() const {
-  return Vexa_H5::ExternalFilesOf(mpFile->Filename());
-}
-
   return mpFile->Root()->Exists(name);
 }
 
@@ -168,6 +180,11 @@ void CachedH5File::WriteImmediately(const std::string& name, const std::function
 
 void CachedH5File::SetUnfinished(bool isUnfinished) {
   mpFile->SetUnfinished(isUnfinished);
+}
+
+HeldFile CachedH5File::Hold() const {
+  const InsideStore inside;
+  return mpFile->Hold();
 }
 
 void CachedH5File::CloseObjects() {

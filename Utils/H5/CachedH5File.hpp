@@ -57,6 +57,12 @@ class CachedH5File {
   /// demand.
   CachedH5File(const std::string& filename, H5AccessType access,
                const VersionHistory& versionHistory, int verbosity, bool keepOpen = true);
+  /// A new file that is of no use before all of it is there, and is written faster for that. It is
+  /// created, never opened: if anything has the name, be it a symbolic link that leads nowhere,
+  /// fails with "H5Fcreate(<path>, ...) failed". It stays open until the handle goes or the cache
+  /// is purged, and is unfinished until SetUnfinished(false). What is held when the handle goes
+  /// before the purge cannot be written any more.
+  static std::unique_ptr<CachedH5File> CreateUnfinished(const std::string& filename);
   CachedH5File(const CachedH5File&) = delete;
   CachedH5File& operator=(const CachedH5File&) = delete;
   /// Checks the memory bound, then closes the file; what is held stays in memory. While an
@@ -67,16 +73,16 @@ class CachedH5File {
   /// The real path of the file.
   const std::string& Filename() const { return mpFile->Filename(); }
 
+  /// Which other files external links led to when the names and objects of this one were read, each
+  /// with what FileStamp() said before it was opened; ascending by real path.
+  std::map<std::string, std::string> ExternalFiles() const;
+
   /// The full in-file path and the own name of the node that `name` denotes.
   std::string Path(const std::string& name) const;
   std::string Name(const std::string& name) const;
   bool Exists(const std::string& name) const;
   /// See H5_File::GetNames.
   MyVector<std::string> GetNames(const std::string& glob, bool recursive) const;
-  /// Which other files external links led to when the names and objects of this one were read, each
-  /// with what FileStamp() said before it was opened; ascending by real path.
-  std::map<std::string, std::string> ExternalFiles() const;
-
 
   /// The object for reading, open. Fails if it does not exist, or is not of the kind; and through a
   /// ReadOnly handle, if all of it waits in memory because another program has the file open.
@@ -105,6 +111,8 @@ class CachedH5File {
   /// before that, the file is left as it is then, not closed, and no reader takes it for a whole
   /// one.
   void SetUnfinished(bool isUnfinished);
+  /// Keeps hold of the file itself, which must be open, beyond the life of this handle.
+  HeldFile Hold() const;
 
   /// Closes the objects that were opened for reading, so that a long-lived handle holds hardly more
   /// than a new one: at most the groups that lead to the last object, of which the next is likely
@@ -116,7 +124,8 @@ class CachedH5File {
   friend std::ostream& operator<<(std::ostream& os, const CachedH5File& file);
 
  private:
-  CachedH5File(const std::string& filename, H5AccessType access, int verbosity);
+  enum class Kind { Growing, Whole };
+  CachedH5File(const std::string& filename, H5AccessType access, int verbosity, Kind kind);
 
   template <class OBJECT>
   static OBJECT& Cast(H5_Object& object) {

@@ -75,11 +75,11 @@ CachedH5FileHolder& TheCachedH5FileHolder() {
 }
 
 H5_File& CachedH5FileHolder::GetH5_File(const std::string& fullPath, H5AccessType access,
-                                        int verbosity) {
+                                        int verbosity, bool staysReadable) {
   const InsideStore inside;
   H5_File* ptr = mFiles.Find(fullPath);
   if (ptr == nullptr) {
-    mFiles.Insert(fullPath, fullPath, access, verbosity, mFilesStayReadable);
+    mFiles.Insert(fullPath, fullPath, access, verbosity, staysReadable);
     mFiles.Sort();
     H5_File& file = mFiles[fullPath];
     file.CountIn(mTotalCacheSize);

@@ -27,10 +27,6 @@ class CachedH5FileHolder : public CachedOutputObject {
   void SetMaxCacheSize(std::uint64_t bytes) { mMaxCacheSize = bytes; }
   std::uint64_t MaxCacheSize() const { return mMaxCacheSize; }
 
-  /// Whether a write of the caches reaches the file for good, so that whatever then happens to the
-  /// process, every later reader finds it there; true at start. A program whose files are of no use
-  /// before they are whole, and which is faster without, sets it to false before it opens them.
-  void SetFilesStayReadable(bool stayReadable) { mFilesStayReadable = stayReadable; }
   /// How long files are waited for that other programs have open: all of them together when the
   /// process ends or the cache is purged, and one for which a handle is made, or an object got,
   /// that needs it open for writing; 20 seconds at start. After that a file that others only read
@@ -43,8 +39,9 @@ class CachedH5FileHolder : public CachedOutputObject {
   /// The file of that real path, made on first request. Lent; closed if it was known before.
   /// Fails if a handle on it is alive ("Consistency error.  h5-file should be closed ..."). A file
   /// that is requested ReadOnly and holds data is written first, with a notice through MyErr; where
-  /// another program has it open, the data wait.
-  H5_File& GetH5_File(const std::string& fullPath, H5AccessType access, int verbosity);
+  /// another program has it open, the data wait. `staysReadable` is that of H5_File.
+  H5_File& GetH5_File(const std::string& fullPath, H5AccessType access, int verbosity,
+                      bool staysReadable = true);
 
   /// Writes the cache of the one file that holds most, if all files together hold more than the
   /// limit; warns if they hold more than twice the limit. A safe point for a flush that was asked
@@ -99,7 +96,6 @@ class CachedH5FileHolder : public CachedOutputObject {
   mutable MyMap<std::string, H5_File> mFiles;  // by real path, in key order
   mutable std::vector<MyVector<unsigned long>> mWriteLog;
   std::uint64_t mMaxCacheSize = 20000000;
-  bool mFilesStayReadable = true;
   Clock::time_point mNextTry{};  // of files that wait, for relief of memory
   mutable bool mHasWaitedAtLast = false;
 };

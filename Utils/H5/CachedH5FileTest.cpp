@@ -9,6 +9,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <tuple>
 
 #include "Utils/ErrorHandling/MyAbort.hpp"
@@ -19,6 +20,7 @@
 #include "Utils/H5/H5_ObjectTdm.hpp"
 #include "Utils/H5/H5_ObjectTxt.hpp"
 #include "Utils/H5/H5_ObjectVersion.hpp"
+#include "Utils/H5/H5_Utils.hpp"
 #include "Utils/H5/TestSupport/PlainH5.hpp"
 
 namespace {
@@ -314,6 +316,12 @@ TEST_F(CachedH5FileTest, AnOpeningAndTheEndWaitForAnotherProgram) {
     const OtherProgram writer(Path("a.h5"), LOCK_EX);
     EXPECT_TRUE(IsReport(ReportOf([&] { Append("a.h5", 1); }), "file_id>=0", failed));
   }
+  std::ofstream(Path("empty.h5"));
+  {
+    const OtherProgram writer(Path("empty.h5"), LOCK_EX);
+    EXPECT_TRUE(IsReport(ReportOf([&] { Append("empty.h5", 1); }), "file_id>=0",
+                         "H5Fcreate(" + Path("empty.h5") + ", ...) failed: another program has"));
+  }
   // An abort of a parallel job, which leaves its processes no time here.
   const OtherProgram reader(Path("a.h5"), LOCK_SH);
   const FakeRuntime runtime(1);
@@ -393,6 +401,24 @@ TEST_F(CachedH5FileTest, AHandleThatAnExceptionPassesLetsItsFileGo) {
     file.GetObjectForRead<Dat>("no.dat");
   });
   EXPECT_FALSE(OtherProgram(Path("new.h5"), LOCK_SH).mIsLocked) << "left as it is, unclosed";
+}
+
+TEST_F(CachedH5FileTest, AFileThatIsOfUseOnlyWhenWholeIsCreated) {
+  std::ofstream(Path("empty.h5"));
+  std::filesystem::create_symlink("nowhere.h5", Path("link.h5"));
+  for (const char* name : {"empty.h5", "link.h5"}) {
+    EXPECT_TRUE(IsReport(ReportOf([&] { CachedH5File::CreateUnfinished(Path(name)); }),
+                         "file_id>=0", "H5Fcreate(" + Path(name) + ", ...) failed: File exists"));
+  }
+  EXPECT_TRUE(std::filesystem::is_empty(Path("empty.h5")));
+  EXPECT_FALSE(std::filesystem::exists(Path("nowhere.h5")));
+  const auto file = CachedH5File::CreateUnfinished(Path("new.h5"));
+  const HeldFile held = file->Hold();
+  file->SetUnfinished(false);
+  TheCachedH5FileHolder().PurgeCache();
+  EXPECT_EQ(held.Bytes(), Vexa_H5::SizeWhenClosed(held));
+  std::filesystem::resize_file(Path("new.h5"), 100);
+  EXPECT_NE(held.Bytes(), Vexa_H5::SizeWhenClosed(held));
 }
 
 TEST_F(CachedH5FileTest, AFileThatWasReadCanBeWrittenTo) {

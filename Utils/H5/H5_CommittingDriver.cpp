@@ -4,6 +4,9 @@
 #include <H5FDdevelop.h>
 #endif
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <bit>
 #include <memory>
@@ -135,14 +138,9 @@ class File {
       if (mEnd <= sSuperblockBytes) {
         return 0;
       }
-      // In one piece, its unused end included.
-      const H5_FilePieces::Bytes rest(std::max(mEnd, FileEnd()) - FileEnd(), 0);
-      H5_FilePieces all;
-      all.Write(FileEnd(), rest.data(), rest.size());
-      for (const auto& [address, bytes] : mHeld.All()) {
-        all.Write(address, bytes.data(), bytes.size());
+      if (CommitFirst(dxpl_id) < 0) {
+        return -1;
       }
-      mHeld = std::move(all);
     }
     H5_FilePieces fresh = mHasContent ? mHeld.TakeFrom(mCommittedEnd) : H5_FilePieces();
     if (Emit(fresh, dxpl_id) < 0 ||
@@ -155,6 +153,29 @@ class File {
     mHasContent = true;
     mCommittedEnd = mEnd;
     return mpBelow->cls->flush == nullptr ? 0 : mpBelow->cls->flush(mpBelow, dxpl_id, isClosing);
+  }
+
+  // Writes all that is held in one piece, the unused end of the file included, or nothing of it.
+  herr_t CommitFirst(hid_t dxpl_id) {
+    const H5_FilePieces::Bytes rest(std::max(mEnd, FileEnd()) - FileEnd(), 0);
+    H5_FilePieces all;
+    all.Write(FileEnd(), rest.data(), rest.size());
+    for (const auto& [address, bytes] : mHeld.All()) {
+      all.Write(address, bytes.data(), bytes.size());
+    }
+    mHeld = std::move(all);
+    void* handle = nullptr;
+    if (mpBelow->cls->get_handle(mpBelow, H5P_DEFAULT, &handle) < 0) {
+      return -1;
+    }
+    const int descriptor = *static_cast<int*>(handle);
+    struct stat status {};
+    // Where nobody uses locks, another process may have taken the same empty file for its own.
+    if (fstat(descriptor, &status) != 0 || status.st_size != 0) {
+      return -1;
+    }
+    const herr_t err = Emit(mHeld, dxpl_id);
+    return err < 0 && ftruncate(descriptor, 0) != 0 ? -1 : err;
   }
 
   // The end of the file on disk.
@@ -253,12 +274,20 @@ H5FD_t* OpenBelow(const char* name, unsigned flags, haddr_t maxAddress) {
 }
 
 H5FD_t* Open(const char* name, unsigned flags, hid_t, haddr_t maxAddress) {
-  H5FD_t* const below = OpenBelow(name, flags, maxAddress);
+  // The library truncates a file before it asks for its lock. Only an empty file is made a new one
+  // here; that it is empty still is seen when something is written to it.
+  const bool mustBeEmpty = (flags & H5F_ACC_TRUNC) != 0;
+  const unsigned harmless = flags & ~(H5F_ACC_TRUNC | H5F_ACC_CREAT);
+  H5FD_t* const below = OpenBelow(name, mustBeEmpty ? harmless : flags, maxAddress);
   if (below == nullptr) {
     return nullptr;
   }
+  const bool isNew = below->cls->get_eof(below, H5FD_MEM_DEFAULT) == 0;
+  if (mustBeEmpty && !isNew) {
+    H5FDclose(below);
+    return nullptr;
+  }
   try {
-    const bool isNew = below->cls->get_eof(below, H5FD_MEM_DEFAULT) == 0;
     auto file = std::make_unique<File>(below, isNew);
     return &(new DriverFile{{}, file.release()})->mPublic;
   } catch (...) {

@@ -38,18 +38,21 @@ H5_File::H5_File(const std::string& fullPath, H5AccessType access, int verbosity
       mTrace(verbosity),
       mAtype(access),
       mStaysReadable(staysReadable),
-      mIsNew(IsMissing()),
-      mIsUnfinished(mIsNew && !staysReadable) {
-  bool isMade = false;
+      mIsUnfinished(access == ReadWrite && !staysReadable) {
+  Vexa_H5::LockWait wait = Vexa_H5::LockWait::Patient();
   try {
-    OpenFile();
-    isMade = mIsNew;
+    Open(mAtype, wait);
+    mIsNew = wait.mIsNew;
     if (mIsNew) {
       Flush();
     }
   } catch (...) {
+    std::optional<HeldFile> created;
+    if (IsFileOpen() && wait.mIsCreated) {
+      created.emplace(Hold());
+    }
     CloseSilently();
-    if (isMade) {
+    if (created && created->HasName(mFilename)) {
       // It holds nothing, and may be less than a file that opens.
       std::error_code ignored;
       std::filesystem::remove(mFilename, ignored);
@@ -125,8 +128,14 @@ bool H5_File::Open(H5AccessType access, Vexa_H5::LockWait& wait) {
   const std::string noDataset;
   const ReportContext context(noDataset, mFilename);
   Vexa_H5::LibraryLife();
-  const bool startsAnew = mpRoot != nullptr && access == ReadWrite && IsMissing();
-  mFile_id = Vexa_H5::OpenFile(mFilename, access, mTrace.Verbosity(), mStaysReadable, &wait);
+  if (access == ReadWrite && !mStaysReadable) {
+    // What has its name later need not be what was created.
+    REQUIRE(mpRoot==nullptr, "Internal error: " << mFilename << " is opened for a second time");
+    mFile_id = Vexa_H5::CreateFile(mFilename, mTrace.Verbosity(), mStaysReadable);
+    wait.mIsNew = wait.mIsCreated = true;
+  } else {
+    mFile_id = Vexa_H5::OpenFile(mFilename, access, mTrace.Verbosity(), mStaysReadable, &wait);
+  }
   mHasWaited = mHasWaited || wait.mHasWaited;
   if (!IsFileOpen()) {
     return false;
@@ -137,7 +146,7 @@ bool H5_File::Open(H5AccessType access, Vexa_H5::LockWait& wait) {
   if (mpRoot == nullptr) {
     BuildTree();
     mHasWaited = false;  // nothing was known before
-  } else if (startsAnew) {
+  } else if (wait.mIsNew) {
     StartAnew();
   }
   return true;
@@ -171,6 +180,13 @@ void H5_File::CountNode() {
   ++mNodes;
   REQUIRE(mNodes<=mMostNodes, "File " << mFilename << " leads to more objects than it has room for; "
                                       << "its links go round in circles");
+}
+
+HeldFile H5_File::Hold() const {
+  void* descriptor = nullptr;
+  const herr_t err = H5Fget_vfd_handle(mFile_id, H5P_DEFAULT, &descriptor);
+  REQUIRE(err>=0, "H5Fget_vfd_handle failed");
+  return HeldFile(*static_cast<int*>(descriptor));
 }
 
 void H5_File::CloseNodes(const H5_Node& top) {

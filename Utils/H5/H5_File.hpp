@@ -14,6 +14,7 @@
 #include "Utils/H5/H5AccessType.hpp"
 #include "Utils/H5/H5_FileLock.hpp"
 #include "Utils/H5/H5_Node.hpp"
+#include "Utils/Process/Files.hpp"
 
 /// One HDF5 file as the store sees it: its path, its access, its identifier while it is open, and
 /// the tree of its objects, which stays in memory while the file is closed.
@@ -21,7 +22,9 @@ class H5_File {
  public:
   /// Opens the file, or creates it if it is missing and the access is ReadWrite, and reads its
   /// tree. `fullPath` is the real path. With `staysReadable`, what was written is there for every
-  /// later reader after each WriteCache(), also of a file that is never closed.
+  /// later reader after each WriteCache(), also of a file that is never closed. Without, a file for
+  /// writing is of use only when it is whole: it is created, never opened, neither when it is made
+  /// nor later, and is unfinished.
   H5_File(const std::string& fullPath, H5AccessType access, int verbosity,
           bool staysReadable = true);
   H5_File(const H5_File&) = delete;
@@ -48,6 +51,9 @@ class H5_File {
   bool Contains(const H5_Node& node) const;
   hid_t FileId() const { return mFile_id; }
   const std::string& Filename() const { return mFilename; }
+  /// Keeps hold of the file itself, which is open, until after it was closed; and with it of the
+  /// library's lock, if it has one.
+  HeldFile Hold() const;
 
   /// Makes a closed file anew, and leaves it open, if somebody has removed it: it is new then, and
   /// what is held goes into it.
@@ -79,8 +85,8 @@ class H5_File {
   /// Whether the file was made for a handle that is not complete yet.
   bool IsNew() const { return mIsNew; }
   void SetKnown() { mIsNew = mIsUnfinished = false; }
-  /// While set, as at first for a new file that does not stay readable, the file lacks something
-  /// that is still to be added.
+  /// While set, as at first for a file that does not stay readable, the file lacks something that
+  /// is still to be added.
   void SetUnfinished(bool isUnfinished) { mIsUnfinished = isUnfinished; }
   /// Whether the file is unfinished, or nothing can be written to it any more. It is neither
   /// written nor closed then when the process ends: what is on disk is not a whole file, and only
@@ -146,7 +152,7 @@ class H5_File {
   H5_File** mpHandle = nullptr;
   std::uint64_t* mpTotal = nullptr;
   bool mStaysReadable;
-  bool mIsNew;
+  bool mIsNew = false;
   bool mIsUnfinished;
   bool mIsWriting = false;
   bool mIsRollingBack = false;

@@ -5,7 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <string_view>
+#include <cstdlib>
 #include <thread>
 
 #include "Utils/ErrorHandling/CachedOutput.hpp"
@@ -20,26 +20,14 @@ namespace {
 
 std::chrono::duration<double> Patience(20);
 
-// Whether the library's last failure was that another program has the file locked. A file system
-// that has no locks at all makes it fail with the same words and another errno.
-bool IsLockFailure() {
-  bool isLocked = false;
-  const auto look = [](unsigned, const H5E_error2_t* error, void* found) -> herr_t {
-    const std::string_view text = error->desc == nullptr ? "" : error->desc;
-    static const std::string number = "errno = " + std::to_string(EWOULDBLOCK) + ",";
-    if (text.find("lock file") != text.npos && text.find(number) != text.npos) {
-      *static_cast<bool*>(found) = true;
-    }
-    return 0;
-  };
-  H5Ewalk2(H5E_DEFAULT, H5E_WALK_UPWARD, look, &isLocked);
-  return isLocked;
-}
+using Opener = std::function<hid_t(hid_t fapl_id)>;
 
-hid_t TryToOpen(const std::string& path, unsigned flags, hid_t fapl_id, bool& isLocked) {
+// A file system that has no locks at all makes the library fail with the same words as a lock does,
+// and another errno.
+hid_t TryToOpen(const Opener& open, hid_t fapl_id, bool& isLocked) {
   const MuteH5Errors muted;
-  const hid_t file_id = H5Fopen(path.c_str(), flags, fapl_id);
-  isLocked = file_id < 0 && IsLockFailure();
+  const hid_t file_id = open(fapl_id);
+  isLocked = file_id < 0 && SystemErrorOf("lock file") == EWOULDBLOCK;
   if (file_id < 0 && !isLocked) {
     muted.Print();
   }
@@ -48,7 +36,7 @@ hid_t TryToOpen(const std::string& path, unsigned flags, hid_t fapl_id, bool& is
 
 // Opens a file that only readers have open without the library's lock. Ours keeps other writers
 // out. Where the environment asks for locks, the library does not do without them.
-hid_t PassReaders([[maybe_unused]] const std::string& path, [[maybe_unused]] unsigned flags,
+hid_t PassReaders([[maybe_unused]] const std::string& path, [[maybe_unused]] const Opener& open,
                   [[maybe_unused]] hid_t fapl_id, [[maybe_unused]] LockWait& wait) {
   hid_t file_id = -1;
 #if H5_VERSION_GE(1, 12, 1) || (H5_VERSION_GE(1, 10, 7) && !H5_VERSION_GE(1, 11, 0))
@@ -60,7 +48,7 @@ hid_t PassReaders([[maybe_unused]] const std::string& path, [[maybe_unused]] uns
   REQUIRE(unlocked>=0, "H5Pcopy failed");
   const herr_t err = H5Pset_file_locking(unlocked, false, true);
   REQUIRE(err>=0, "H5Pset_file_locking failed");
-  file_id = TryToOpen(path, flags, unlocked, wait.mIsLocked);
+  file_id = TryToOpen(open, unlocked, wait.mIsLocked);
   if (file_id >= 0) {
     wait.mHeld = std::move(held);
     MyErr << "File '" << Printable(path) << "' is opened for writing while others read it\n";
@@ -104,20 +92,39 @@ LockWait LockWait::Patient() {
   return wait;
 }
 
-hid_t OpenPastLocks(const std::string& path, unsigned flags, hid_t fapl_id, LockWait* wait) {
-  if (wait == nullptr || (flags & H5F_ACC_RDWR) == 0) {
-    return H5Fopen(path.c_str(), flags, fapl_id);
+std::optional<int> SystemErrorOf(std::string_view call) {
+  struct Search {
+    std::string_view mCall;
+    std::optional<int> mFound;
+  } search{call, std::nullopt};
+  const auto look = [](unsigned, const H5E_error2_t* error, void* data) -> herr_t {
+    auto& wanted = *static_cast<Search*>(data);
+    const std::string_view text = error->desc == nullptr ? "" : error->desc;
+    constexpr std::string_view before = "errno = ";
+    const std::size_t at = text.find(before);
+    if (at != text.npos && text.find(wanted.mCall) != text.npos) {
+      wanted.mFound = std::atoi(text.data() + at + before.size());
+    }
+    return 0;
+  };
+  H5Ewalk2(H5E_DEFAULT, H5E_WALK_UPWARD, look, &search);
+  return search.mFound;
+}
+
+hid_t OpenPastLocks(const std::string& path, const Opener& open, hid_t fapl_id, LockWait* wait) {
+  if (wait == nullptr) {
+    return open(fapl_id);
   }
   while (true) {
-    hid_t file_id = TryToOpen(path, flags, fapl_id, wait->mIsLocked);
+    hid_t file_id = TryToOpen(open, fapl_id, wait->mIsLocked);
     if (!wait->mIsLocked) {
       return file_id;
     }
     const LockWait::Clock::time_point now = LockWait::Clock::now();
     if (now >= wait->mUntil || (wait->mEndsOnSIGTERM && CachedOutput::IsEndRequested())) {
-      file_id = wait->mPassesReaders ? PassReaders(path, flags, fapl_id, *wait) : -1;
+      file_id = wait->mPassesReaders ? PassReaders(path, open, fapl_id, *wait) : -1;
       // Once more where a lock is a failure, which the library then reports.
-      return file_id >= 0 || wait->mMayStayLocked ? file_id : H5Fopen(path.c_str(), flags, fapl_id);
+      return file_id >= 0 || wait->mMayStayLocked ? file_id : open(fapl_id);
     }
     if (!std::exchange(wait->mHasWaited, true)) {
       Announce(path, wait->mUntil - now);

@@ -7,7 +7,10 @@
 #include <hdf5.h>
 
 #include <chrono>
+#include <functional>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 
 namespace Vexa_H5 {
@@ -54,15 +57,23 @@ struct LockWait {
   SharedLock mHeld{};       // to be kept while the file is open, if it was opened without a lock
   bool mIsLocked = false;   // the file was not opened, because of a lock
   bool mHasWaited = false;  // others may have changed the file meanwhile
+  bool mIsNew = false;      // the file had nothing in it
+  bool mIsCreated = false;  // nothing had its name
 };
 
 /// How long a file is waited for that must be opened for writing; 20 seconds at start.
 std::chrono::duration<double> LockPatience();
 void SetLockPatience(std::chrono::duration<double> patience);
 
-/// H5Fopen with these arguments, for a file that may be locked; a null `wait` leaves everything to
-/// the library. The library's own report of a failure is left out where the failure is a lock that
-/// is to be waited for, or may stay.
-hid_t OpenPastLocks(const std::string& path, unsigned flags, hid_t fapl_id, LockWait* wait);
+/// What `open` returns, which opens the file for writing with the access property list that it is
+/// given, and may find it locked; a null `wait` leaves everything to the library. The library's own
+/// report of a failure is left out where the failure is a lock that is to be waited for, or may
+/// stay.
+hid_t OpenPastLocks(const std::string& path, const std::function<hid_t(hid_t fapl_id)>& open,
+                    hid_t fapl_id, LockWait* wait);
+
+/// The errno of the system's call with which the library's last failure began, if the library's
+/// words for that call ("lock file", "open file") contain `call`.
+std::optional<int> SystemErrorOf(std::string_view call);
 
 }  // namespace Vexa_H5

@@ -5,6 +5,8 @@
 #include <cstring>
 #include <filesystem>
 #include <functional>
+#include <numeric>
+#include <optional>
 #include <sstream>
 
 #include "Utils/ErrorHandling/Require.hpp"
@@ -12,8 +14,8 @@
 #include "Utils/H5/H5Type.hpp"
 #include "Utils/H5/H5_CharacterSet.hpp"
 #include "Utils/H5/H5_CommittingDriver.hpp"
-#include "Utils/H5/H5_Library.hpp"
 #include "Utils/H5/H5_ExternalFiles.hpp"
+#include "Utils/H5/H5_Library.hpp"
 #include "Utils/H5/H5_StringElements.hpp"
 #include "Utils/H5/Handle.hpp"
 #include "Utils/Process/Files.hpp"
@@ -173,10 +175,22 @@ herr_t PrepareForExternalFile(const char* parentFile, const char*, const char* c
         return -1;
       }
     }
-    return EvictOnClose(*flags, fapl_id);
     Vexa_H5::NoteExternalLink(parentFile, places);
+    return EvictOnClose(*flags, fapl_id);
   } catch (...) {
     return -1;  // an exception must not pass through the library
+  }
+}
+
+// A file that this process has just created and could not fill. What is larger than a file without
+// objects has taken its place.
+void RemoveNewFile(const std::string& path) {
+  std::error_code ignored;
+  constexpr std::uintmax_t mostBytes = 4096;
+  if (std::filesystem::symlink_status(path, ignored).type() ==
+          std::filesystem::file_type::regular &&
+      std::filesystem::file_size(path, ignored) <= mostBytes) {
+    std::filesystem::remove(path, ignored);
   }
 }
 
@@ -208,6 +222,12 @@ hid_t FileAccess(H5AccessType access, bool staysReadable) {
       [&] { return MakeFileAccess(access, staysReadable); });
 }
 
+// Kept too, so that nothing stands between a failing creation and what the library says about it.
+hid_t FileCreation() {
+  static Vexa_H5::KeptId list;
+  return list.Get([] { return Vexa_H5::UntimedCreation(H5P_FILE_CREATE).Release(); });
+}
+
 }  // namespace
 
 hid_t Vexa_H5::GroupAccess() {
@@ -236,39 +256,77 @@ PropertyListHandle Vexa_H5::UntimedCreation(hid_t propertyListClass, std::source
   return cparms_id;
 }
 
+hid_t Vexa_H5::CreateFile(const std::string& path, int verbosity, bool staysReadable) {
+  const Trace trace(verbosity);
+  const hid_t fapl_id = FileAccess(ReadWrite, staysReadable);
+  const hid_t file_id = trace(4, H5Fcreate(path.c_str(), H5F_ACC_EXCL, FileCreation(), fapl_id),
+                              "H5Fcreate(", path, ")");
+  if (file_id < 0) {
+    const std::optional<int> error = SystemErrorOf("open file");
+    if (!error) {
+      // What the library leaves can be a file without objects that opens well.
+      RemoveNewFile(path);
+    }
+    REQUIRE(file_id>=0, "H5Fcreate(" << path << ", ...) failed"
+                                     << (error ? ": " + StrError(*error) : ""));
+  }
+  return file_id;
+}
+
+std::optional<std::uint64_t> Vexa_H5::SizeWhenClosed(const HeldFile& file) {
+  // HDF5 File Format Specification, "Superblock" of version 2 with addresses of 8 bytes.
+  unsigned char superblock[48];
+  constexpr std::size_t version = 8;
+  constexpr std::size_t addressBytes = 9;
+  constexpr std::size_t endOfFile = 28;
+  if (!file.Read(0, superblock, sizeof superblock) || superblock[version] != 2 ||
+      superblock[addressBytes] != 8) {
+    return std::nullopt;
+  }
+  std::uint64_t size = 0;
+  for (std::size_t i = 8; i-- > 0;) {
+    size = size << 8 | superblock[endOfFile + i];
+  }
+  return size;
+}
+
 hid_t Vexa_H5::OpenFile(const std::string& path, H5AccessType access, int verbosity,
                         bool staysReadable, LockWait* wait) {
-  const Trace trace(verbosity);
-  const hid_t fapl_id = FileAccess(access, staysReadable);
-  const unsigned flags = access == ReadOnly ? H5F_ACC_RDONLY : H5F_ACC_RDWR;
-  const bool exists = FileExists(path);
-  hid_t file_id = -1;
-  if (exists && !(staysReadable && access == ReadWrite && IsEmptyFile(path))) {
-    REQUIRE(IsRegularFile(path), "'" << path << "' is not a regular file");
-    file_id = trace(4, OpenPastLocks(path, flags, fapl_id, wait), "H5Fopen(", path, ")");
-    const bool isLocked = file_id < 0 && wait != nullptr && wait->mIsLocked;
-    if (isLocked && wait->mMayStayLocked) {
-      return file_id;
-    }
-    REQUIRE(file_id>=0, "H5Fopen(" << path << ", ...) failed"
-                                   << (isLocked ? ": another program has the file locked" : ""));
-  } else {
+  if (!FileExists(path)) {
     REQUIRE(access==ReadWrite,
             "Attempting to create non-existent file '" << path << "' in ReadOnly mode");
-    PropertyListHandle fcpl_id = UntimedCreation(H5P_FILE_CREATE);
-    const int error = exists ? 0 : CreateEmptyFile(path);
-    REQUIRE(error==0, "H5Fcreate(" << path << ", ...) failed: " << StrError(error));
-    // The file is ours or empty, so nothing of anybody's is truncated.
-    file_id =
-        trace(4, H5Fcreate(path.c_str(), H5F_ACC_TRUNC, fcpl_id, fapl_id), "H5Fcreate(", path, ")");
-    if (file_id < 0 && !exists) {
-      // What the library leaves can be a file without objects that opens well.
-      std::error_code ignored;
-      std::filesystem::remove(path, ignored);
+    const hid_t file_id = CreateFile(path, verbosity, staysReadable);
+    if (wait != nullptr) {
+      wait->mIsNew = wait->mIsCreated = true;
     }
-    REQUIRE(file_id>=0, "H5Fcreate(" << path << ", ...) failed");
-    const herr_t err = fcpl_id.Close();
-    REQUIRE(err>=0, "H5Pclose(fcpl_id) failed: " << err);
+    return file_id;
+  }
+  REQUIRE(IsRegularFile(path), "'" << path << "' is not a regular file");
+  const Trace trace(verbosity);
+  const bool isToBeRead = access == ReadOnly;
+  bool isNew = false;
+  const auto open = [&](hid_t fapl_id) {
+    // Who waits for another program may find in the end what that one made of an empty file.
+    isNew = !isToBeRead && staysReadable && IsEmptyFile(path);
+    if (!isNew) {
+      return trace(4, H5Fopen(path.c_str(), isToBeRead ? H5F_ACC_RDONLY : H5F_ACC_RDWR, fapl_id),
+                   "H5Fopen(", path, ")");
+    }
+    // The committing driver truncates nothing.
+    return trace(4, H5Fcreate(path.c_str(), H5F_ACC_TRUNC, FileCreation(), fapl_id), "H5Fcreate(",
+                 path, ")");
+  };
+  const hid_t file_id =
+      OpenPastLocks(path, open, FileAccess(access, staysReadable), isToBeRead ? nullptr : wait);
+  const bool isLocked = file_id < 0 && wait != nullptr && wait->mIsLocked;
+  if (isLocked && wait->mMayStayLocked) {
+    return file_id;
+  }
+  REQUIRE(file_id>=0, (isNew ? "H5Fcreate(" : "H5Fopen(")
+                          << path << ", ...) failed"
+                          << (isLocked ? ": another program has the file locked" : ""));
+  if (wait != nullptr) {
+    wait->mIsNew = isNew;
   }
   return file_id;
 }

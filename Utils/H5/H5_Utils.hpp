@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <source_location>
 #include <string>
 #include <vector>
@@ -14,6 +15,7 @@
 #include "Utils/H5/H5AccessType.hpp"
 #include "Utils/H5/H5_FileLock.hpp"
 #include "Utils/H5/Handle.hpp"
+#include "Utils/Process/Files.hpp"
 
 namespace Vexa_H5 {
 
@@ -34,12 +36,21 @@ PropertyListHandle UntimedCreation(hid_t propertyListClass,
 hid_t GroupAccess();
 hid_t DatasetAccess();
 
+/// Creates a file, and fails with "H5Fcreate(<path>, ...) failed" and the reason where anything has
+/// the name, be it a symbolic link that leads nowhere. What fails leaves no file behind.
+hid_t CreateFile(const std::string& path, int verbosity, bool staysReadable);
+
+/// The size that a file of ours had when it was closed, by its own words; none if it does not begin
+/// as such a file does.
+std::optional<std::uint64_t> SizeWhenClosed(const HeldFile& file);
+
 /// Opens an existing file, or creates a missing one if the access is ReadWrite; never truncates.
 /// Fails on anything that is not a regular file (opening a FIFO would wait for ever) with "'<path>'
 /// is not a regular file", on a missing file that is to be read with "Attempting to create
 /// non-existent file '<path>' in ReadOnly mode". A file that is written and stays readable goes
-/// through the committing driver (H5_CommittingDriver.hpp); for that an empty file is as good as a
-/// missing one, since a process that was killed while it created one leaves it so. What is opened
+/// through the committing driver (H5_CommittingDriver.hpp); for that an empty file that nobody has
+/// locked is as good as a new one, since a process that was killed while it created one leaves it
+/// so. What is opened
 /// for writing may be locked by another program: `wait`, if given, says what is done then. The
 /// result is negative if it may stay locked, and does.
 hid_t OpenFile(const std::string& path, H5AccessType access, int verbosity,

@@ -58,9 +58,33 @@ std::string FileStamp(const std::string& path) {
   return stamp;
 }
 
-int CreateEmptyFile(const std::string& path) {
-  const int descriptor = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-  return descriptor >= 0 && close(descriptor) == 0 ? 0 : errno;
+HeldFile::HeldFile(int descriptor) : mDescriptor(fcntl(descriptor, F_DUPFD_CLOEXEC, 0)) {}
+
+HeldFile::~HeldFile() {
+  if (mDescriptor >= 0) {
+    close(mDescriptor);
+  }
+}
+
+std::uint64_t HeldFile::Bytes() const {
+  struct stat status {};
+  return fstat(mDescriptor, &status) == 0 ? static_cast<std::uint64_t>(status.st_size) : 0;
+}
+
+bool HeldFile::Read(std::uint64_t position, void* bytes, std::size_t count) const {
+  return pread(mDescriptor, bytes, count, static_cast<off_t>(position)) ==
+         static_cast<ssize_t>(count);
+}
+
+int HeldFile::FlushToDisk() const {
+  return fsync(mDescriptor) == 0 ? 0 : errno;
+}
+
+bool HeldFile::HasName(const std::string& path) const {
+  struct stat held {};
+  struct stat named {};
+  return fstat(mDescriptor, &held) == 0 && lstat(path.c_str(), &named) == 0 &&
+         held.st_dev == named.st_dev && held.st_ino == named.st_ino;
 }
 
 int FlushToDisk(const std::string& path) {

@@ -1,9 +1,12 @@
 // Questions about paths, getting files safely onto the disk, and the limit on open files.
-// All follow symbolic links, and none throws.
+// The functions follow symbolic links, and none throws.
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
+#include <utility>
 
 /// Whether something is there, of whatever kind, a directory included; access rights are not
 /// checked. A symbolic link that leads nowhere does not exist.
@@ -30,9 +33,28 @@ std::optional<FileIdentity> IdentityOf(const std::string& path);
 /// number, size and time of the last change. Empty if there is none.
 std::string FileStamp(const std::string& path);
 
-/// Creates an empty file: 0, or the errno of the call that failed; EEXIST of a name that is taken,
-/// by a symbolic link that leads nowhere too.
-int CreateEmptyFile(const std::string& path);
+/// A file that this process has open, whatever becomes of its name. Closing it elsewhere does not
+/// let it go.
+class HeldFile {
+ public:
+  /// Duplicates the descriptor. What is asked of a file that could not be held fails.
+  explicit HeldFile(int descriptor);
+  HeldFile(HeldFile&& other) noexcept : mDescriptor(std::exchange(other.mDescriptor, -1)) {}
+  HeldFile& operator=(HeldFile&&) = delete;
+  ~HeldFile();
+
+  /// Its size; 0 if it is not known.
+  std::uint64_t Bytes() const;
+  /// Reads so many bytes; false if there are fewer, or reading fails.
+  bool Read(std::uint64_t position, void* bytes, std::size_t count) const;
+  /// Returns once the contents are on the disk: 0, or the errno of the call that failed.
+  int FlushToDisk() const;
+  /// Whether `path` is a name of this file itself, not of a link to it.
+  bool HasName(const std::string& path) const;
+
+ private:
+  int mDescriptor;
+};
 
 /// Returns once the contents of the file, or the entries of the directory, are on the disk: 0, or
 /// the errno of the call that failed. A file system that cannot flush a directory counts as
