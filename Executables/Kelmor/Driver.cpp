@@ -45,6 +45,7 @@ void CleanUp(Inputs& inputs, CachedH5File& output, const Options& options) {
     std::cout << "all data processed, starting cleanup\n"
               << "clearing input H5-Files" << std::endl;
   }
+  inputs.RequireUnchanged();
   inputs.Clear();
   const HeldFile written = output.Hold();
   output.SetUnfinished(false);
@@ -88,6 +89,7 @@ void JoinFiles(const CommandLineParser& parser) {
     if (options.mVerbose) {
       std::cout << "no datasets found.  Will not create " << OutputFile << std::endl;
     }
+    inputs.RequireUnchanged();
     return;
   }
 

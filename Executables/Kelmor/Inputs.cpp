@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <exception>
 #include <filesystem>
+#include <map>
 #include <ranges>
 #include <system_error>
 
@@ -25,12 +26,27 @@ Inputs::Inputs(const MyVector<std::string>& filenames) {
   mFiles.assign(MV::Sequence(files.begin(), filenames.size()));
 }
 
-void Inputs::RequireUnchanged(int file) const {
-  if (file < sFilesKeptOpen) {
-    return;  // what is read is what was opened, whatever has its name by now
-  }
-  REQUIRE(FileStamp(mFiles[file].Filename())==mStamps[static_cast<std::size_t>(file)],
+bool Inputs::HasChanged(int file) const {
+  return FileStamp(mFiles[file].Filename()) != mStamps[static_cast<std::size_t>(file)];
+}
+
+void Inputs::RequireSameAsOpened(int file) const {
+  // A file that stays open is looked at in the end.
+  REQUIRE(file < sFilesKeptOpen || !HasChanged(file),
           "The file has changed since its names were read");
+}
+
+void Inputs::RequireUnchanged() const {
+  std::string changed;
+  std::map<std::string, std::string> externalFiles;
+  for (int file = 0; file < Size(); ++file) {
+    changed += HasChanged(file) ? "\n" + mFiles[file].Filename() : "";
+    externalFiles.merge(mFiles[file].ExternalFiles());
+  }
+  for (const auto& [path, stamp] : externalFiles) {
+    changed += FileStamp(path) != stamp ? "\n" + path : "";
+  }
+  REQUIRE(changed.empty(), "These files have changed while they were read:" << changed);
 }
 
 std::uint64_t Inputs::TotalBytes() const {

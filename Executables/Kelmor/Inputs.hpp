@@ -17,6 +17,9 @@ class Inputs {
   int Size() const { return static_cast<int>(mFiles.size()); }
   CachedH5File& operator[](int file) { return mFiles[file]; }
   const MyVector<CachedH5File>& Files() const { return mFiles; }
+  /// Fails, with those that are not, unless all files are as they were before they were opened, and
+  /// so is every file to which their external links led.
+  void RequireUnchanged() const;
   /// Of all files on disk.
   std::uint64_t TotalBytes() const;
 
@@ -25,7 +28,7 @@ class Inputs {
   template <class OBJECT, class Read>
   auto Visit(int file, const std::string& name, const Read& read) {
     const ReportContext context(name, mFiles[file].Filename());
-    RequireUnchanged(file);
+    RequireSameAsOpened(file);
     const Visitor visitor(*this, file);
     return read(mFiles[file].template GetObjectForRead<OBJECT>(name));
   }
@@ -61,7 +64,8 @@ class Inputs {
   };
 
   void Release(int file);
-  void RequireUnchanged(int file) const;
+  void RequireSameAsOpened(int file) const;
+  bool HasChanged(int file) const;
 
   MyVector<CachedH5File> mFiles;
   std::vector<std::string> mStamps;  // of the files

@@ -38,6 +38,8 @@ int Check(const InfoOptions& options) {
   InputFiles joined({options.mJoined});
   InputFiles files(options.mJoin.mInputs);
   const CheckResult result = CheckJoin(joined, files, options.mJoin);
+  joined.RequireUnchanged();
+  files.RequireUnchanged();
   if (!result.mDifference.empty()) {
     std::cout << result.mDifference << '\n';
     FinishOutput();

@@ -7,6 +7,7 @@
 #include "Utils/ErrorHandling/CodeError.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/H5/H5_Utils.hpp"
+#include "Utils/Process/Files.hpp"
 
 namespace {
 
@@ -87,6 +88,17 @@ void InputFiles::RequireAllOpen() const {
   REQUIRE(problems.empty(), Verbatim(problems));
 }
 
+void InputFiles::RequireUnchanged() const {
+  std::string changed;
+  for (const InputFile& file : mFiles) {
+    changed += FileStamp(file.mName) != file.mStamp ? "\n" + file.mName : "";
+  }
+  REQUIRE(changed.empty(), "These files have changed while they were read:" << changed);
+  if (mpInputs != nullptr) {
+    mpInputs->RequireUnchanged();
+  }
+}
+
 InputFiles::InputFiles(const MyVector<std::string>& names) {
   const MuteH5Errors mute;
   // All handles live to the end of the trial, so that a file that is given twice is noticed.
@@ -94,6 +106,7 @@ InputFiles::InputFiles(const MyVector<std::string>& names) {
   for (const std::string& name : names) {
     InputFile file;
     file.mName = name;
+    file.mStamp = FileStamp(name);
     try {
       const bool keepOpen = false;
       handles.push_back(std::make_unique<CachedH5File>(

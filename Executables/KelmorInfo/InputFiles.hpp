@@ -17,7 +17,8 @@ struct InputFile {
   std::string mName;  // as given
   std::uint64_t mBytes = 0;
   bool mOpens = true;
-  OpenProblem mProblem;  // if it does not open
+  OpenProblem mProblem = {};  // if it does not open
+  std::string mStamp = {};    // of FileStamp() before it was opened
 };
 
 /// What is said of a file that does not open, ending with a newline; empty for one that does.
@@ -33,6 +34,10 @@ class InputFiles {
 
   /// Fails, with all of them, unless all files open.
   void RequireAllOpen() const;
+
+  /// Fails, with those that are not, unless the files that Opened() lends are as they were before
+  /// they were tried.
+  void RequireUnchanged() const;
 
   /// Those that open, in order, and the number that each of them has among all files.
   Inputs& Opened();

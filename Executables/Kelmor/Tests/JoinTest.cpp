@@ -18,13 +18,16 @@ using testing::HasSubstr;
 class JoinTest : public KelmorFixture {};
 
 // Its columns would come from two files.
-TEST_F(JoinTest, AFileIsNotReadAfterAnotherTookItsPlace) {
+TEST_F(JoinTest, FilesThatChangeWhileTheyAreReadAreNoticed) {
   std::vector<std::string> names;
   for (int i = 0; i < 40; ++i) {
     WriteTimes(Input(std::to_string(i)), "/x.dat", {0, 1, 2});
     names.push_back(Path(std::to_string(i)));
   }
-  WriteTimes(Input("other"), "/x.dat", {0, 1, 2});
+  for (const char* name : {"other", "far"}) {
+    WriteTimes(Input(name), "/x.dat", {0, 1, 2});
+  }
+  H5Lcreate_external("far", "x.dat", Input("0").Id(), "y.dat", H5P_DEFAULT, H5P_DEFAULT);
   CloseInputs();
   Inputs inputs{MyVector<std::string>(names)};
   const auto read = [&inputs] {
@@ -33,6 +36,11 @@ TEST_F(JoinTest, AFileIsNotReadAfterAnotherTookItsPlace) {
   EXPECT_EQ(PlainH5::ReportOf(read), "");
   std::filesystem::rename(Path("other"), names.back());
   EXPECT_THAT(PlainH5::ReportOf(read), HasSubstr("The file has changed since"));
+  std::filesystem::last_write_time(names[1], {});
+  inputs.Visit<H5_Objects::Dat>(0, "/y.dat", [](const auto& dat) { dat.RetrieveTimes(); });
+  std::filesystem::resize_file(Path("far"), 100);
+  EXPECT_THAT(PlainH5::ReportOf([&inputs] { inputs.RequireUnchanged(); }),
+              HasSubstr("\n" + names[1] + "\n" + names.back() + "\n" + Path("far") + "\n"));
 }
 
 TEST_F(JoinTest, FilesThatDisagreeAreToldTogether) {
