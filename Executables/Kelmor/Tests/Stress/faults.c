@@ -9,8 +9,7 @@
    FAULT_COUNT   file that gets the number of calls when the program ends
    FAULT_CALLER  file that gets the name of the library whose allocation failed first
 
-   FAULT_FOLDER  of which all processes tell the calls that concern files in it, in FAULT_TRACE, a
-                 file, a record of 64 characters each
+   FAULT_FOLDER  calls that concern files in it are told in the file FAULT_TRACE, 64 characters each
    FAULT_RUN     command of the shell, run before the call of number FAULT_MOMENT, from 0
 
    Standard streams are left alone, so that a report can be read. */
