@@ -76,8 +76,8 @@ std::string WhyNotOpened(const InputFile& file) {
     return "";
   }
   const std::string advice = Printable(file.mProblem.mAdvice);
-  return "File '" + Printable(file.mName) + "' cannot be opened: " + file.mProblem.mReason + "\n" + advice +
-         (advice.empty() ? "" : "\n");
+  return "File '" + Printable(file.mName) + "' cannot be opened: " + file.mProblem.mReason + "\n" +
+         advice + (advice.empty() ? "" : "\n");
 }
 
 void InputFiles::RequireAllOpen() const {

@@ -9,9 +9,9 @@
 #include "Utils/ErrorHandling/MyAbort.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/ErrorHandling/SigpipeHeldBack.hpp"
+#include "Utils/Process/Printable.hpp"
 #include "Utils/Process/RunInformation.hpp"
 #include "Utils/StringParsing/SimpleConvert.hpp"
-#include "Utils/Process/Printable.hpp"
 
 namespace {
 
@@ -119,7 +119,8 @@ T CommandLineParser::Get(const std::string& key) const {
   mKeyWasUsed[key] = true;
   const std::string& given = mKeyValueMap[key];
   T value{};
-  SimpleConvert(given, "Option-key '" + key + "' was given the value '" + Printable(given) + "'.\n", value);
+  SimpleConvert(given, "Option-key '" + key + "' was given the value '" + Printable(given) + "'.\n",
+                value);
   return value;
 }
 

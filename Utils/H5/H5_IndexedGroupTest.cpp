@@ -7,6 +7,7 @@
 #include "Utils/H5/H5_ObjectCoef.hpp"
 #include "Utils/H5/H5_ObjectTdm.hpp"
 #include "Utils/H5/TestSupport/PlainH5.hpp"
+#include "Utils/Process/Printable.hpp"
 
 namespace {
 
@@ -105,7 +106,7 @@ TEST_F(IndexedGroupTest, SymmetriesThatCannotBeReadBackAreRefused) {
   for (const std::string& symmetry :
        {std::string("1;2"), std::string("1#"), std::string("1="), std::string(")("),
         std::string("("), std::string(" 1"), std::string("1\0", 2)}) {
-    EXPECT_TRUE(IsReport(refusal(symmetry), "canBeStored", "The symmetry '" + symmetry));
+    EXPECT_TRUE(IsReport(refusal(symmetry), "canBeStored", "The symmetry '" + Printable(symmetry)));
   }
   EXPECT_EQ(refusal("1 1"), "");
   EXPECT_EQ(refusal("(=;)"), "");

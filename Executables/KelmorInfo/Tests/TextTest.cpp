@@ -34,8 +34,8 @@ TEST(Text, NamesOfAnyBytesCanBeShown) {
       {"\xC0\xAF", "\\xc0\\xaf", no + no},                              // longer than need be
       {"\xED\xA0\x80", "\\xed\\xa0\\x80", no + no + no},                // half a surrogate
       {"\xF4\x90\x80\x80", "\\xf4\\x90\\x80\\x80", no + no + no + no},  // past the last character
-      {"\xEF\xBF\xBE", "\xEF\xBF\xBE", no},                        // no character in XML
-      {"a\xC2\x9BK", "a\\x9bK", "a\xC2\x9BK"},                     // a terminal's command, too
+      {"\xEF\xBF\xBE", "\xEF\xBF\xBE", no},                             // no character in XML
+      {"a\xC2\x9BK", "a\\x9bK", "a\xC2\x9BK"},                          // a terminal's command, too
       {"a\nb\tc\x1b[K\x7F", "a\\nb\\tc\\x1b[K\\x7f", "a\nb\tc" + no + "[K\x7F"},
       {"<a & 'b'> \"c\"", "<a & 'b'> \"c\"", "&lt;a &amp; 'b'&gt; &quot;c&quot;"},
   };
