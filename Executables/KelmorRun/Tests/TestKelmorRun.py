@@ -42,6 +42,15 @@ class TestKelmorRun(unittest.TestCase):
         path.chmod(0o755)
         return str(path)
 
+    def info(self, text):
+        """A stand-in for KelmorInfo -check."""
+        return self.script("KelmorInfo", f'[ "$1" = -json ] && exec {KELMORINFO} "$@"\n' + text)
+
+    def sabotage(self, text):
+        """Makes Python run the text before kelmor-run."""
+        (self.scripts / "sitecustomize.py").write_text("import os, stat\n" + text)
+        return {"PYTHONPATH": str(self.scripts)}
+
     def run_it(self, *arguments, **environment):
         return subprocess.run([KELMOR_RUN, *arguments], cwd=self.data, text=True,
                               stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=60,
@@ -106,7 +115,7 @@ class TestKelmorRun(unittest.TestCase):
                              ("stale.h5", "stale.h5.json")):
             self.assert_fails([output, *self.segments], f"{self.data}/{name} exists already")
         # A file that appears while the join runs.
-        late = self.script("KelmorInfo", 'echo precious >"$OUTPUT"\n')
+        late = self.info('echo precious >"$OUTPUT"\n')
         for name in ("late.h5", "other.h5.json"):
             self.assert_fails([name.replace(".json", ""), *self.segments],
                               f"{name} has come to exist", left=[name],
@@ -131,11 +140,65 @@ class TestKelmorRun(unittest.TestCase):
                                    KELMOR=wrong)
         self.assertIn("/BodyA.dir", report)    # the difference itself
         self.assert_fails(["run.h5", *self.segments], "KelmorInfo -check ended with status 255",
-                          KELMORINFO=self.script("failing", "exit 255\n"))
-        changing = self.script("KelmorInfo", f'{KELMORINFO} "$@" && touch segment2.h5\n'
-                               .replace("segment2.h5", str(self.data / "segment2.h5")))
-        self.assert_fails(["run.h5", *self.segments], "segment2.h5 was changed while it was joined",
-                          KELMORINFO=changing)
+                          KELMORINFO=self.info("exit 255\n"))
+        linked = self.scripts / "linked.h5"
+        linked.write_text("linked")
+        for changed in (self.data / "segment2.h5", linked):
+            changing = self.script("KelmorInfo", f"""
+[ "$1" != -json ] || exec echo '{{"files": [{{"external_files": ["{linked}"]}}]}}'
+{KELMORINFO} "$@" && ${{TOUCH-:}} {changed}\n""")
+            self.assert_fails(["run.h5", *self.segments], f"{changed} was changed while it was joined",
+                              KELMORINFO=changing, TOUCH="touch")
+        self.assertEqual(self.run_it("run.h5", *self.segments, KELMORINFO=changing).returncode, 0)
+        self.assertEqual(json.loads((self.data / "run.h5.json").read_text())["external_files"],
+                         [{"path": str(linked), "size": 6,
+                           "sha256": hashlib.sha256(b"linked").hexdigest()}])
+
+    def test_status_and_names_agree(self):
+        arguments = ["run.h5", *self.segments]
+        self.assert_fails(arguments, "Input/output error", **self.sabotage("""
+def fail(descriptor, fsync=os.fsync):
+    if stat.S_ISDIR(os.fstat(descriptor).st_mode):
+        raise OSError(5, os.strerror(5))
+    fsync(descriptor)
+os.fsync = fail
+"""))
+        # Just before or after its names are given, something else takes a name of the output.
+        (self.data / "precious").write_text("precious")
+        for before, taken, left in (("True", "source", ()), ("False", "name", ("run.h5",))):
+            self.assert_fails(arguments, "by another program", left, **self.sabotage(f"""
+def disturb(source, name, link=os.link, **how):
+    source = os.readlink(source)
+    {before} or link(source, name)
+    if name.endswith("run.h5"):
+        os.symlink("precious", {taken} + "x")
+        os.rename({taken} + "x", {taken})
+    not {before} or link("/proc/self/fd/%d" % how["src_dir_fd"], name, **how)
+os.link = disturb
+"""))
+        self.assertEqual(os.readlink(self.data / "run.h5"), "precious")
+        (self.data / "run.h5").unlink()
+        result = self.run_it(*arguments, **self.sabotage("""
+def fail(name, unlink=os.unlink, **how):
+    if ".kelmor-run-" in str(name) and not str(name).endswith(".json"):
+        raise OSError(16, os.strerror(16))
+    unlink(name, **how)
+os.unlink = fail
+"""))
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertIn(".h5 is left behind: Device or resource busy", result.stderr)
+        self.assertEqual(len(files_in(self.data) - {*self.segments, "precious"}), 3)
+
+    def test_needs_no_standard_error(self):
+        read, closed_pipe = os.pipe()
+        os.close(read)
+        self.addCleanup(os.close, closed_pipe)
+        for output, stderr, redirection in (("a.h5", closed_pipe, ""), ("b.h5", None, "2>&-")):
+            for name, status in (("nowhere.h5", 1), ("segment1.h5", 0)):
+                result = subprocess.run(["sh", "-c", f'exec "$@" {redirection}', "", KELMOR_RUN, output,
+                                         name], cwd=self.data, env=self.environment, stderr=stderr)
+                self.assertEqual(result.returncode, status, (name, redirection))
+                self.assertEqual((self.data / output).exists(), status == 0)
 
     def test_does_not_go_without_its_programs(self):
         # A copy of the wrapper with no programs beside it.
@@ -170,28 +233,49 @@ class TestKelmorRun(unittest.TestCase):
                 (["nowhere/run.h5", "segment1.h5"], "there is no folder")):
             self.assert_fails(arguments, message)
 
-    def test_leaves_nothing_when_it_is_ended(self):
-        hanging = self.script("Kelmor", 'for last; do :; done\necho $$ >"$last.pid"\n'
-                              'while [ "$1" != -o ]; do shift; done\necho begun >"$2"\n'
-                              'exec sleep 60\n')
-        pid_file = self.data / "segment3.h5.pid"
-        for number in (signal.SIGTERM, signal.SIGINT, signal.SIGHUP):
-            with subprocess.Popen([KELMOR_RUN, "run.h5", *self.segments], cwd=self.data,
-                                  env=dict(self.environment, KELMOR=hanging),
-                                  stderr=subprocess.PIPE, text=True) as process:
-                deadline = time.monotonic() + 30
-                while not any(name.startswith(".kelmor-run") for name in files_in(self.data)):
-                    self.assertLess(time.monotonic(), deadline)
-                    time.sleep(0.01)
-                process.send_signal(number)
-                report = process.communicate(timeout=30)[1]
+    def start(self, kelmor):
+        """kelmor-run with a Kelmor that tells its process in the file `pid`."""
+        process = subprocess.Popen([KELMOR_RUN, "run.h5", *self.segments], cwd=self.data,
+                                   env=dict(self.environment, KELMOR=self.script("Kelmor", kelmor)),
+                                   stderr=subprocess.PIPE, text=True)
+        self.wait_for((self.scripts / "pid").exists)
+        child = int((self.scripts / "pid").read_text())
+        (self.scripts / "pid").unlink()
+        return process, child
+
+    def wait_for(self, condition):
+        deadline = time.monotonic() + 30
+        while not condition():
+            self.assertLess(time.monotonic(), deadline)
+            time.sleep(0.01)
+
+    def test_takes_its_program_along_when_it_is_ended(self):
+        hanging = (f'while [ "$1" != -o ]; do shift; done\necho begun >"$2"\n'
+                   f'cd {self.scripts}; echo $$ >new; mv new pid\nexec sleep 60\n')
+        for number in (signal.SIGTERM, signal.SIGINT, signal.SIGHUP, signal.SIGKILL):
+            process, child = self.start(hanging)
+            process.send_signal(number)
+            report = process.communicate(timeout=30)[1]
             self.assertEqual(process.returncode, -number)
-            self.assertIn(f"ended by signal {number.name}", report)
-            child = int(pid_file.read_text())
-            self.assertRaises(ProcessLookupError, os.kill, child, 0)
-            pid_file.unlink()
-            self.assertEqual(files_in(self.data), set(self.segments))
-            self.assertEqual(files_in(self.temporary), set())
+            status = pathlib.Path(f"/proc/{child}/stat")
+            self.wait_for(lambda: not status.exists() or ") Z " in status.read_text())
+            if number != signal.SIGKILL:
+                self.assertIn(f"ended by signal {number.name}", report)
+                self.assertEqual(files_in(self.data), set(self.segments))
+                self.assertEqual(files_in(self.temporary), set())
+
+    def test_passes_on_a_request_to_flush(self):
+        process, _ = self.start(f"""exec {sys.executable} -c '
+import os, signal, sys
+signal.pthread_sigmask(signal.SIG_BLOCK, [signal.SIGUSR2])
+open("{self.scripts}/new", "w").write(str(os.getpid()))
+os.rename("{self.scripts}/new", "{self.scripts}/pid")
+signal.sigwait([signal.SIGUSR2])
+os.execv("{KELMOR}", ["Kelmor", *sys.argv[1:]])
+' "$@"\n""")
+        process.send_signal(signal.SIGUSR2)
+        self.assertEqual(process.communicate(timeout=30), (None, ""))
+        self.assertEqual(process.returncode, 0)
 
     def test_lets_xargs_go_on(self):
         (self.data / "segment2.h5").write_text("no HDF5")
