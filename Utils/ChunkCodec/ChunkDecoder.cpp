@@ -42,11 +42,11 @@ DecodeStatus CheckSize(std::size_t actual, std::size_t expected) {
 
 // As HDF5 does: what is left over by whole elements stays as it is, at the end.
 void UnshuffleElements(std::vector<std::byte>& bytes, std::size_t elementBytes) {
-  if (elementBytes <= 1) {
+  const std::size_t elements = elementBytes == 0 ? 0 : bytes.size() / elementBytes;
+  if (elementBytes <= 1 || elements <= 1) {
     return;
   }
   std::vector<std::byte> whole = bytes;
-  const std::size_t elements = bytes.size() / elementBytes;
   for (std::size_t k = 0; k < elementBytes; ++k) {
     for (std::size_t i = 0; i < elements; ++i) {
       whole[i * elementBytes + k] = bytes[k * elements + i];

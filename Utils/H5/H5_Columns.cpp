@@ -125,9 +125,9 @@ void CheckStorage(hid_t dataset_id, TableLayout& layout, const std::string& name
     grid.mChunk = {layout.mChunkRows, layout.mChunkColumns};
   }
   const long double values = static_cast<long double>(layout.mRows) * layout.mColumns;
-  const H5_StoredChunks stored =
+  const std::uint64_t stored =
       RequirePlausibleStorage(dataset_id, grid, sizeof(double) * values, name, where);
-  layout.mStoredBytes = stored.mBytes;
+  layout.mStoredBytes = stored;
   BytesOfChunk(dataset_id, grid, name, where);
   if (!layout.mHasFilters) {
     RequireWholeChunks(dataset_id, grid, stored, name, where);

@@ -121,7 +121,7 @@ void RequireSoundStorage(hid_t dataset_id, long double claimed, const std::strin
   const PropertyListHandle cparms_id(H5Dget_create_plist(dataset_id));
   REQUIRE_AT(where, cparms_id>=0, "H5Dget_create_plist failed");
   const H5_ChunkGrid grid = ReadChunkGrid(dataset_id, cparms_id, where);
-  const H5_StoredChunks stored = RequirePlausibleStorage(dataset_id, grid, claimed, name, where);
+  const std::uint64_t stored = RequirePlausibleStorage(dataset_id, grid, claimed, name, where);
   if (H5Pget_nfilters(cparms_id) == 0) {
     RequireWholeChunks(dataset_id, grid, stored, name, where);
   } else {

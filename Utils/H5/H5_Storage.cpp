@@ -88,10 +88,8 @@ H5_Storage ReadStorage(hid_t dataset_id, Location where) {
   for (H5_Filter& filter : ReadFilters(cparms_id, where)) {
     storage.mFilters.push_back(std::move(filter.mName));
   }
-  if (const auto chunks =
-          LookUpChunks(dataset_id, ReadChunkGrid(dataset_id, cparms_id, where), where)) {
-    storage.mBytes = chunks->mBytes;
-  }
+  storage.mBytes =
+      LookUpStoredBytes(dataset_id, ReadChunkGrid(dataset_id, cparms_id, where), where);
   const herr_t err = cparms_id.Close();
   REQUIRE_AT(where, 0==err, "H5Pclose failed");
   return storage;

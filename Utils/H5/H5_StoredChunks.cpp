@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <tuple>
 
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/H5/H5_StringElements.hpp"
@@ -17,34 +18,30 @@ constexpr std::uint64_t sLeastBytesOfChunk = 4;
 // Looked up at once, so that datasets may be created before they are written.
 constexpr std::uint64_t sHarmlessPlaces = 65536;
 
-bool HasRoomFor(long double places, std::uint64_t fileSize) {
-  return places <= std::max(sHarmlessPlaces, fileSize / sLeastBytesOfChunk);
+std::uint64_t MostChunks(std::uint64_t fileSize) {
+  return std::max(sHarmlessPlaces, fileSize / sLeastBytesOfChunk);
 }
 
 #if H5_VERSION_GE(1, 10, 5)
 
 // Of the tree that files have had from the first on: only there do chunks without filters have a
 // size of their own, which the library does not tell of a single one.
-std::optional<H5_StoredChunks> WalkTree(hid_t dataset_id, const H5_ChunkGrid& grid,
-                                        std::uint64_t fileSize, Location where) {
+std::optional<std::uint64_t> WalkTree(hid_t dataset_id, const H5_ChunkGrid& grid,
+                                      std::uint64_t fileSize, Location where) {
   const DataspaceHandle space_id(H5Dget_space(dataset_id));
   REQUIRE_AT(where, space_id>=0, "H5Dget_space failed");
-  // The walk to a chunk ends there, and there is none behind as many as the extents have.
+  // The walk to a chunk ends there, and there is none behind as many as can be.
   std::vector<hsize_t> offset(grid.mDims.size());
   unsigned filterMask = 0;
   haddr_t address = HADDR_UNDEF;
   hsize_t size = 0;
-  herr_t err = H5Dget_chunk_info(dataset_id, space_id, static_cast<hsize_t>(grid.Places()),
-                                 offset.data(), &filterMask, &address, &size);
+  const herr_t err = H5Dget_chunk_info(dataset_id, space_id, MostChunks(fileSize), offset.data(),
+                                       &filterMask, &address, &size);
   REQUIRE_AT(where, err>=0, "H5Dget_chunk_info failed");
   if (address != HADDR_UNDEF) {
     return {};
   }
-  hsize_t chunks = 0;
-  err = H5Dget_num_chunks(dataset_id, space_id, &chunks);
-  REQUIRE_AT(where, err>=0, "H5Dget_num_chunks failed");
-  const H5_StoredChunks stored = {chunks, H5Dget_storage_size(dataset_id)};
-  return stored.mBytes <= fileSize ? std::optional(stored) : std::nullopt;
+  return H5Dget_storage_size(dataset_id);
 }
 
 bool HasTree(hid_t dataset_id, Location where) {
@@ -54,12 +51,12 @@ bool HasTree(hid_t dataset_id, Location where) {
   return index == H5D_CHUNK_IDX_BTREE;
 }
 
-std::optional<H5_StoredChunks> LookUpEach(hid_t dataset_id, const H5_ChunkGrid& grid,
-                                          std::uint64_t fileSize, Location where) {
+std::optional<std::uint64_t> LookUpEach(hid_t dataset_id, const H5_ChunkGrid& grid,
+                                        std::uint64_t fileSize, Location where) {
   if (HasTree(dataset_id, where)) {
     return WalkTree(dataset_id, grid, fileSize, where);
   }
-  H5_StoredChunks stored;
+  std::uint64_t bytes = 0;
   // The library fails on a chunk that was never written.
   const MuteH5Errors mute;
   const std::size_t rank = grid.mDims.size();
@@ -67,26 +64,29 @@ std::optional<H5_StoredChunks> LookUpEach(hid_t dataset_id, const H5_ChunkGrid& 
   for (std::size_t d = rank; d > 0;) {
     hsize_t size = 0;
     if (H5Dget_chunk_storage_size(dataset_id, offset.data(), &size) >= 0 && size > 0) {
-      ++stored.mCount;
-      stored.mBytes += size;
-      if (size > fileSize || stored.mBytes > fileSize) {
+      if (size > fileSize - bytes) {
         return {};
       }
+      bytes += size;
     }
     // In the order of the index: the last dimension runs fastest.
     for (d = rank; d > 0 && (offset[d - 1] += grid.mChunk[d - 1]) >= grid.mDims[d - 1]; --d) {
       offset[d - 1] = 0;
     }
   }
-  return stored;
+  return bytes;
 }
 
 #else
 
 // Such a library tells no more.
-std::optional<H5_StoredChunks> LookUpEach(hid_t dataset_id, const H5_ChunkGrid&, std::uint64_t,
-                                          Location) {
-  return H5_StoredChunks{0, H5Dget_storage_size(dataset_id)};
+bool HasTree(hid_t, Location) {
+  return false;
+}
+
+std::optional<std::uint64_t> LookUpEach(hid_t dataset_id, const H5_ChunkGrid&, std::uint64_t,
+                                        Location) {
+  return H5Dget_storage_size(dataset_id);
 }
 
 #endif
@@ -128,32 +128,39 @@ std::uint64_t FileSizeOf(hid_t object_id, Location where) {
   return size;
 }
 
-std::optional<H5_StoredChunks> LookUpChunks(hid_t dataset_id, const H5_ChunkGrid& grid,
-                                            Location where) {
-  const std::uint64_t fileSize = FileSizeOf(dataset_id, where);
-  if (grid.mChunk.empty()) {
-    const hsize_t bytes = H5Dget_storage_size(dataset_id);
-    return bytes <= fileSize ? std::optional(H5_StoredChunks{0, bytes}) : std::nullopt;
-  }
+namespace {
+
+std::optional<std::uint64_t> LookUp(hid_t dataset_id, const H5_ChunkGrid& grid,
+                                    std::uint64_t fileSize, Location where) {
+  std::optional<std::uint64_t> bytes;
   const long double places = grid.Places();
-  if (places == 0) {
-    return H5_StoredChunks{};
+  if (grid.mChunk.empty()) {
+    bytes = H5Dget_storage_size(dataset_id);
+  } else if (places == 0) {
+    bytes = 0;
+  } else if (places <= static_cast<long double>(MostChunks(fileSize))) {
+    bytes = LookUpEach(dataset_id, grid, fileSize, where);
   }
-  return HasRoomFor(places, fileSize) ? LookUpEach(dataset_id, grid, fileSize, where)
-                                      : std::nullopt;
+  return bytes && *bytes <= fileSize ? bytes : std::nullopt;
 }
 
-H5_StoredChunks RequirePlausibleStorage(hid_t dataset_id, const H5_ChunkGrid& grid,
-                                        long double claimed, const std::string& name,
-                                        Location where) {
+}  // namespace
+
+std::optional<std::uint64_t> LookUpStoredBytes(hid_t dataset_id, const H5_ChunkGrid& grid,
+                                               Location where) {
+  return LookUp(dataset_id, grid, FileSizeOf(dataset_id, where), where);
+}
+
+std::uint64_t RequirePlausibleStorage(hid_t dataset_id, const H5_ChunkGrid& grid,
+                                      long double claimed, const std::string& name,
+                                      Location where) {
   const std::uint64_t fileSize = FileSizeOf(dataset_id, where);
   Vexa_H5::RequirePlausibleSize(claimed, fileSize, name, where);
-  const std::optional<H5_StoredChunks> stored = LookUpChunks(dataset_id, grid, where);
+  const std::optional<std::uint64_t> stored = LookUp(dataset_id, grid, fileSize, where);
   REQUIRE_AT(where, stored.has_value(),
-             name << " claims " << static_cast<double>(grid.Places())
-                  << " chunks, for which or for whose bytes its file of " << fileSize
-                  << " bytes has no room");
-  Vexa_H5::RequirePlausibleSize(claimed, stored->mBytes, name, where);
+             name << " claims more chunks, or more bytes in them, than its file of " << fileSize
+                  << " bytes has room for");
+  Vexa_H5::RequirePlausibleSize(claimed, *stored, name, where);
   return *stored;
 }
 
@@ -171,16 +178,21 @@ std::uint64_t BytesOfChunk(hid_t dataset_id, const H5_ChunkGrid& grid, const std
   return static_cast<std::uint64_t>(bytes);
 }
 
-void RequireWholeChunks([[maybe_unused]] hid_t dataset_id,
-                        [[maybe_unused]] const H5_ChunkGrid& grid,
-                        [[maybe_unused]] const H5_StoredChunks& stored,
-                        [[maybe_unused]] const std::string& name, [[maybe_unused]] Location where) {
-#if H5_VERSION_GE(1, 10, 5)
-  if (!grid.mChunk.empty()) {
-    const std::uint64_t expected = stored.mCount * BytesOfChunk(dataset_id, grid, name, where);
-    REQUIRE_AT(where, stored.mBytes==expected, "Damaged chunks in " << name << ": "
-                                                  << stored.mBytes << " bytes instead of "
-                                                  << expected);
+void RequireWholeChunks(hid_t dataset_id, const H5_ChunkGrid& grid, std::uint64_t stored,
+                        const std::string& name, Location where) {
+  if (grid.mChunk.empty() || !HasTree(dataset_id, where)) {
+    return;
   }
+#if H5_VERSION_GE(1, 10, 5)
+  const DataspaceHandle space_id(H5Dget_space(dataset_id));
+  REQUIRE_AT(where, space_id>=0, "H5Dget_space failed");
+  hsize_t chunks = 0;
+  const herr_t err = H5Dget_num_chunks(dataset_id, space_id, &chunks);
+  REQUIRE_AT(where, err>=0, "H5Dget_num_chunks failed");
+  const std::uint64_t expected = chunks * BytesOfChunk(dataset_id, grid, name, where);
+  REQUIRE_AT(where, stored==expected, "Damaged chunks in " << name << ": " << stored
+                                                           << " bytes instead of " << expected);
+#else
+  static_cast<void>(std::tie(stored, name));  // such a library cannot tell
 #endif
 }

@@ -25,27 +25,23 @@ struct H5_ChunkGrid {
 /// The grid of an open dataset, whose creation list this is.
 H5_ChunkGrid ReadChunkGrid(hid_t dataset_id, hid_t cparms_id, std::source_location where);
 
-/// What is stored of a dataset; one that is not chunked has no chunks.
-struct H5_StoredChunks {
-  std::uint64_t mCount = 0;
-  std::uint64_t mBytes = 0;
-};
-
-/// Looks the chunks up. None if the file has no room for as many, or for what they claim to take.
-std::optional<H5_StoredChunks> LookUpChunks(hid_t dataset_id, const H5_ChunkGrid& grid,
-                                            std::source_location where);
+/// Looks up what a dataset takes on disk. None if the file has no room for as many chunks, or for
+/// what they claim to take.
+std::optional<std::uint64_t> LookUpStoredBytes(hid_t dataset_id, const H5_ChunkGrid& grid,
+                                               std::source_location where);
 
 /// The same; fails unless the file can have the chunks, and the dataset, of so much that is stored,
 /// the `claimed` bytes of values (see Vexa_H5::RequirePlausibleSize). The extents are judged before
 /// a chunk is looked up.
-H5_StoredChunks RequirePlausibleStorage(hid_t dataset_id, const H5_ChunkGrid& grid,
-                                        long double claimed, const std::string& name,
-                                        std::source_location where);
+std::uint64_t RequirePlausibleStorage(hid_t dataset_id, const H5_ChunkGrid& grid,
+                                      long double claimed, const std::string& name,
+                                      std::source_location where);
 
-/// Fails unless chunks without filters have together as many bytes on disk as they must have;
-/// chunks may be missing. Of one that is too short HDF5 would read memory that nobody wrote into
-/// (1.10.8, tried).
-void RequireWholeChunks(hid_t dataset_id, const H5_ChunkGrid& grid, const H5_StoredChunks& stored,
+/// Fails unless the chunks of a dataset without filters, of which so many bytes are stored as
+/// RequirePlausibleStorage() said, have together as many bytes on disk as they must have; chunks
+/// may be missing. Of one that is too short HDF5 would read memory that nobody wrote into (1.10.8,
+/// tried).
+void RequireWholeChunks(hid_t dataset_id, const H5_ChunkGrid& grid, std::uint64_t stored,
                         const std::string& name, std::source_location where);
 
 /// The bytes of a chunk of the dataset without filters. Fails if the library, which (up to 1.14)

@@ -45,8 +45,9 @@ DatatypeHandle BytesOfElements(std::size_t count, Location where) {
 bool IsNothingStored(hid_t dataset_id, Location where) {
   const PropertyListHandle cparms_id(H5Dget_create_plist(dataset_id));
   REQUIRE_AT(where, cparms_id>=0, "H5Dget_create_plist failed");
-  const auto stored = LookUpChunks(dataset_id, ReadChunkGrid(dataset_id, cparms_id, where), where);
-  return stored && stored->mBytes == 0;
+  const auto stored =
+      LookUpStoredBytes(dataset_id, ReadChunkGrid(dataset_id, cparms_id, where), where);
+  return stored && *stored == 0;
 }
 
 }  // namespace

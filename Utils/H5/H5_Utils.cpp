@@ -16,6 +16,7 @@
 #include "Utils/H5/H5_CommittingDriver.hpp"
 #include "Utils/H5/H5_ExternalFiles.hpp"
 #include "Utils/H5/H5_Library.hpp"
+#include "Utils/H5/H5_StoredChunks.hpp"
 #include "Utils/H5/H5_StringElements.hpp"
 #include "Utils/H5/Handle.hpp"
 #include "Utils/Process/Files.hpp"
@@ -25,13 +26,7 @@ namespace {
 
 // An attribute lies in the file whole, so a claim beyond the file's size is damage.
 void RequireRoomInFile(hid_t attr, hid_t id, hsize_t count, const std::string& name) {
-  hsize_t fileSize = 0;
-  Handle<H5Fclose> file_id(H5Iget_file_id(id));
-  REQUIRE(file_id>=0, "H5Iget_file_id failed");
-  herr_t err = H5Fget_filesize(file_id, &fileSize);
-  REQUIRE(0==err, "H5Fget_filesize failed");
-  err = file_id.Close();
-  REQUIRE(0==err, "H5Fclose failed");
+  const hsize_t fileSize = FileSizeOf(id, std::source_location::current());
   const hsize_t attributeSize = H5Aget_storage_size(attr);
   // A file in the making has its attributes in memory still; what is small is never damage.
   const hsize_t most = std::max<hsize_t>(fileSize, 65536);
@@ -414,20 +409,26 @@ std::vector<unsigned long> Vexa_H5::RetrieveAttributes(hid_t id, const std::stri
 
 MyVector<std::string> Vexa_H5::ReadGroupNames(hid_t group_id, int verbosity) {
   const Trace trace(verbosity);
-  std::vector<std::string> names;
-  const auto append = [](hid_t, const char* name, const H5L_info_t*, void* list) -> herr_t {
+  // A damaged tree of links can lead back into itself: there are no more than the file has bytes.
+  struct {
+    std::vector<std::string> mNames;
+    std::uint64_t mMost;
+  } list = {{},
+            std::max<std::uint64_t>(FileSizeOf(group_id, std::source_location::current()), 65536)};
+  const auto append = [](hid_t, const char* name, const H5L_info_t*, void* data) -> herr_t {
+    auto& [names, most] = *static_cast<decltype(list)*>(data);
     try {
-      static_cast<std::vector<std::string>*>(list)->emplace_back(name);
+      names.emplace_back(name);
     } catch (...) {
       return -1;  // an exception must not pass through the library
     }
-    return 0;
+    return names.size() <= most ? 0 : -1;
   };
   const herr_t err =
-      trace(5, H5Literate(group_id, H5_INDEX_NAME, H5_ITER_INC, nullptr, append, &names),
+      trace(5, H5Literate(group_id, H5_INDEX_NAME, H5_ITER_INC, nullptr, append, &list),
             "H5Literate(", group_id, ")");
   REQUIRE(err==0, "H5Literate failed on id=" << group_id);
-  return MyVector<std::string>(names);
+  return MyVector<std::string>(list.mNames);
 }
 
 std::vector<hsize_t> Vexa_H5::Extents(hid_t space_id, std::source_location where) {

@@ -408,10 +408,10 @@ def endless_record(file):
 change("record of 2^40 entries", endless_record, RECORD)
 
 
-def overwritten(name, path, place, content, says=""):
+def overwritten(name, path, place, content, says="", **expected):
     """With these bytes where place(object, bytes of the file) says."""
     def write(name):
-        write_plain(name, libver="earliest", kinds=("txt", "ver"))  # without checksums
+        write_plain(name, libver="earliest", kinds=("dat", "txt", "ver"))  # without checksums
         with h5py.File(name, "r+") as file:
             file.create_dataset("scalar.txt", data="text")
         whole = bytearray(pathlib.Path(name).read_bytes())
@@ -419,7 +419,7 @@ def overwritten(name, path, place, content, says=""):
             at = place(file[path], whole)
         whole[at:at + len(content)] = content
         pathlib.Path(name).write_bytes(whole)
-    add(name, write, path, says)
+    add(name, write, path, says, **expected)
 
 
 def first_chunk(dataset, _):
@@ -443,6 +443,28 @@ overwritten("text of elements of a megabyte", TEXT, lambda *place: base_type(*pl
 overwritten("record of signed characters", RECORD, lambda *place: base_type(*place) + 1, b"\x08")
 overwritten("record of shifted characters", RECORD, lambda *place: base_type(*place) + 8, b"\x01")
 overwritten("record of floating characters", RECORD, base_type, b"\x11")
+
+
+def behind(mark):
+    """The mark itself lies in the header of the object."""
+    return lambda dataset, whole: whole.index(mark, h5py.h5o.get_info(dataset.id).addr) + len(mark)
+
+
+PARAMETERS, NO_NUMBERS = "parameters that it does not take: ", "its elements are no numbers"
+for mark, value, says in ((b"shuffle\0", 4, ""), (b"shuffle\0", 1 << 30, ""),  # legal
+                          (b"shuffle\0", 0, PARAMETERS + "shuffle"),
+                          (b"deflate\0", 9, ""), (b"deflate\0", 10, PARAMETERS + "deflate 10")):
+    overwritten(f"table of {value} behind {mark}", TABLE, behind(mark), value.to_bytes(4, "little"),
+                says, joins=not says)
+FLOAT = b"\x11\x20\x3f\x00\x08\0\0\0\0\0\x40\0\x34\x0b\0\x34\xff\3\0\0"
+for at, content, says in ((1, b"\x21", ""), (2, b"\x40", NO_NUMBERS), (4, b"\x10", DAMAGED),
+                          (8, b"\1", NO_NUMBERS), (10, b"\0", NO_NUMBERS),
+                          (10, b"\x41", NO_NUMBERS), (12, b"\x33", NO_NUMBERS),
+                          (12, b"\x36", NO_NUMBERS), (13, b"\0", NO_NUMBERS),
+                          (15, b"\x35", NO_NUMBERS), (16, b"\0\4", "")):
+    overwritten(f"table of floats with {content} at {at}", TABLE,
+                lambda *place, at=at: behind(FLOAT)(*place) - len(FLOAT) + at, content, says,
+                joins=not says)
 
 # Names, kinds and links.
 for path, says in ((TABLE, "Opening of dataset a.dat failed"), (TEXT, "H5Dopen2 failed"),
