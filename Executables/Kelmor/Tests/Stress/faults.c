@@ -120,7 +120,6 @@ MOVE(write, (int fd, const void* from, size_t n), fd, from, n)
 MOVE(pread, (int fd, void* to, size_t n, off_t at), fd, to, n, at)
 MOVE(pwrite, (int fd, const void* from, size_t n, off_t at), fd, from, n, at)
 FAIL(int, open, (const char* path, int flags, mode_t mode), -1, path, path, flags, mode)
-FAIL(int, openat, (int fd, const char* path, int how, mode_t m), fd, path, fd, path, how, m)
 FAIL(int, ftruncate, (int fd, off_t n), fd, NULL, fd, n)
 FAIL(int, fsync, (int fd), fd, NULL, fd)
 FAIL(int, flock, (int fd, int how), fd, NULL, fd, how)
@@ -129,6 +128,7 @@ FAIL(int, stat, (const char* path, void* to), -1, path, path, to)
 FAIL(int, lstat, (const char* path, void* to), -1, path, path, to)
 FAIL(int, unlink, (const char* path), -1, path, path)
 FAIL(int, link, (const char* from, const char* path), -1, path, from, path)
+FAIL(int, linkat, (int k, const char* p, int fd, const char* to, int w), fd, to, k, p, fd, to, w)
 FUNCTION(int, close, (int fd)) { /* which loses the descriptor even when it fails */
   Moment("close", fd, NULL);
   const int result = CLOSE(fd);
