@@ -344,7 +344,9 @@ void H5_Node::SetUnflushed() {
 
 void H5_Node::Flushed() {
   mIsUnflushed = false;
-  mpObject->Flushed();
+  if (mpObject != nullptr) {
+    mpObject->Flushed();
+  }
 }
 
 void H5_Node::RolledBack(bool isFileNew) {
