@@ -309,14 +309,8 @@ def join(inputs, options):
 # Comparing.
 
 def character_set_of(strings):
-    if all(map(bytes.isascii, strings)):
-        return h5t.CSET_ASCII
-    try:
-        for string in strings:
-            string.decode("utf-8")
-    except UnicodeDecodeError:
-        return h5t.CSET_ASCII
-    return h5t.CSET_UTF8
+    is_utf8 = [string.decode(errors="ignore").encode() for string in strings] == strings
+    return h5t.CSET_UTF8 if is_utf8 and not all(map(bytes.isascii, strings)) else h5t.CSET_ASCII
 
 
 def has_string_type(kind, padding, strings):
