@@ -465,6 +465,10 @@ for at, content, says in ((1, b"\x21", ""), (2, b"\x40", NO_NUMBERS), (4, b"\x10
     overwritten(f"table of floats with {content} at {at}", TABLE,
                 lambda *place, at=at: behind(FLOAT)(*place) - len(FLOAT) + at, content, says,
                 joins=not says)
+for name, at, byte in (("a longer name", -5, b"\x7f"), ("a longer type", -3, b"\x7f"),
+                       ("2^16 values", 34, b"\x01"), ("larger values", 13, b"\x7f")):
+    overwritten("version that claims " + name, RECORD, lambda _, whole, at=at: whole.index(
+        b"Version\0") + at, byte, "Damaged header: ")
 
 # Names, kinds and links.
 for path, says in ((TABLE, "Opening of dataset a.dat failed"), (TEXT, "H5Dopen2 failed"),

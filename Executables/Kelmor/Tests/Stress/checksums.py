@@ -14,16 +14,14 @@ from segments import plain
 lookup3 = ctypes.CDLL(h5py.defs.__file__).H5_checksum_lookup3
 lookup3.restype = ctypes.c_uint32
 SIGNATURES = re.compile(rb"\x89HDF\r\n\x1a\n|(OH|OC|FA|EA|BT|FR|FH|FS)[A-Z]{2}")
-LONGEST = 9000
-LATEST = {"libver": "latest", "legends": "S1"}
-FILES = {
+FILES = {  # what the store writes, and with the newest structures
     "as the store writes": {},
-    "fixed arrays": LATEST | {"maxshape": None, "steps": 9, "chunks": (1, 1)},
-    "pages of fixed arrays": LATEST | {"kinds": ("dat",), "maxshape": None, "steps": 1100,
-                                       "chunks": (1, 1), "filters": False},
-    "extensible arrays": LATEST | {"steps": 60, "chunks": (1, 1)},
-    "trees": LATEST | {"maxshape": (None, None), "steps": 40, "chunks": (1, 1)},
-    "dense groups": LATEST | {"kinds": ("dat",), "tables": 30},
+    "fixed arrays": {"maxshape": None, "steps": 9, "chunks": (1, 1)},
+    "pages of fixed arrays": {"maxshape": None, "steps": 1100, "chunks": (1, 1), "kinds": ("dat",),
+                              "filters": False},
+    "extensible arrays": {"steps": 60, "chunks": (1, 1)},
+    "trees": {"maxshape": (None, None), "steps": 40, "chunks": (1, 1)},
+    "dense groups": {"kinds": ("dat",), "tables": 30},
 }
 
 
@@ -38,7 +36,7 @@ def block_at(content, start):
     if content.startswith(b"FHDB", start):
         candidates = [(start, start + (256 << i), start + 13 + j) for i in range(9) for j in (4, 5)]
     else:
-        candidates = [(start, end, end) for end in range(start + 8, start + LONGEST)]
+        candidates = [(start, end, end) for end in range(start + 8, start + 9000)]
     return next((block for block in candidates if len(content) >= block[2] + 4 and
                  checksum(content, *block) == content[block[2]:block[2] + 4]), None)
 
@@ -46,8 +44,9 @@ def block_at(content, start):
 @functools.cache
 def intact(name):
     """A file, and lists of its blocks of one kind each."""
-    stream = io.BytesIO(plain(**FILES[name]))
-    if FILES[name]:
+    how = FILES[name]
+    stream = io.BytesIO(plain(**how, libver="latest", legends="S1") if how else plain())
+    if how:
         with h5py.File(stream, "r+", libver="latest") as file:
             for i in range(12):  # more than an object's header takes
                 file["A.dir/a.dat"].attrs[f"x{i}"] = i

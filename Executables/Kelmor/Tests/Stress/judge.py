@@ -42,7 +42,6 @@ BROKEN_HEAP = re.compile(r"^(malloc|free|realloc|munmap_chunk|corrupted|double f
                          r"Fatal glibc error: malloc).*$|"
                          # in the handler of the signal again
                          r"^Received signal 11(?s:.*)^Received signal 11", re.MULTILINE)
-LIBRARY_FUNCTION = re.compile(r"\bH5\w+")
 FRAME = re.compile(r"^(#{4}|={4})", re.MULTILINE)
 
 
@@ -174,7 +173,7 @@ class Judge:
 
     def join(self, inputs, options=check.Options(), more=(), output="out.h5", about=(),
              allowed=(0, 255), is_broken_off=False, reports_to_file=True,
-             library_may_crash=False, reference=None, launchers=(), names="", **how):
+             reference=None, launchers=(), names="", **how):
         """Runs one join and judges it, with its input files unless `reference` is the output that
         there must be. Returns its outcome; with launchers, an outcome for each of as many that run
         at the same time."""
@@ -187,11 +186,11 @@ class Judge:
         self.judge_files(before, output)
         is_new = output not in before
         for outcome in outcomes:
-            self.judge_status(outcome, allowed, output if is_new else "", library_may_crash,
-                              how.get("environment"))
+            self.judge_status(outcome, allowed, output if is_new else "", how.get("environment"))
             if outcome.status == 0:
                 self.judge_output(outcome, inputs, options, output, reference)
-            elif outcome.status == 255 and library_may_crash and not outcome.err:
+            elif (outcome.status, outcome.err, reports_to_file,
+                  self.library_may_crash) == (255, "", False, True):
                 self.notes["ended by HDF5 itself"] += 1
             elif outcome.status == 255:
                 self.judge_report(outcome, about, reports_to_file)
@@ -230,21 +229,18 @@ class Judge:
         if missing:
             self.fault(f"the output does not tell {missing}", outcome)
 
-    def judge_status(self, outcome, allowed, output="", library_may_crash=False,
-                     environment=None):
+    def judge_status(self, outcome, allowed, output="", environment=None):
         self.statuses[outcome.status] += 1
         if outcome.status not in allowed:
             stack = self.stack_of(outcome, output, environment or {})
-            is_in_library = (library_may_crash or self.library_may_crash) and (
+            is_in_library = self.library_may_crash and (
                 stack and "libhdf5" in stack[0] or
-                BROKEN_HEAP.search(outcome.err) and library_may_crash and
+                BROKEN_HEAP.search(outcome.err) and environment and
                 "libhdf5" in pathlib.Path(environment["FAULT_CALLER"]).read_text())
             is_excused = is_in_library or any("H5HG_" in frame for frame in stack)
             if is_excused and outcome.status != "hang":
                 self.notes[LIBRARY_CRASH] += 1
-                named = [function for function in map(LIBRARY_FUNCTION.search, stack) if function]
-                if self.library_may_crash and named:
-                    self.notes["in " + named[0].group()] += 1
+                self.notes["in " + re.findall(r"\bH5\w+|$", " ".join(stack))[0]] += 1
             else:
                 where = f" in {stack[0]}" if stack else ""
                 self.fault(f"status {outcome.status}{where}, not one of {allowed}", outcome)

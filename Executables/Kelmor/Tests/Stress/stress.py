@@ -304,6 +304,7 @@ def allocation_cases(share):
 def run_allocations(judge, always, part, parts, share):
     write_pair(judge)
     count, reference = count_calls(judge, "malloc")
+    judge.library_may_crash = True
     if count < 1000:
         judge.fault("hardly any allocations: the faults do not reach the program")
     for i in list(spread(count, share))[part::parts]:
@@ -311,8 +312,8 @@ def run_allocations(judge, always, part, parts, share):
         judge.case = f"allocations of which number {i + 1}{' and all later' * always} fails"
         with tempfile.NamedTemporaryFile() as caller:
             judge.join(PAIR, is_broken_off=True, reference=reference, reports_to_file=False,
-                       library_may_crash=True, environment=fault_environment(
-                           judge, "malloc", i + 1, errno.ENOMEM, always, caller=caller.name))
+                       environment=fault_environment(judge, "malloc", i + 1, errno.ENOMEM, always,
+                                                     caller=caller.name))
 
 
 # Damage.
@@ -540,11 +541,12 @@ def memory_cases(share):
 
 def run_memory(judge, i):
     """From what the program needs to start, to more than the join needs."""
+    judge.library_may_crash = True
     write_trio(judge)
     least = next(size for size in range(8 * MB, 1000 * MB, MB) if judge.launcher.run(
         [judge.program, "-h"], judge.folder, limits={"AS": size}).status == 0)
     judge.join(TRIO, more=LIMITED if i % 2 else [], is_broken_off=True,
-               reference=judge.reference(TRIO), reports_to_file=False, library_may_crash=True,
+               reference=judge.reference(TRIO), reports_to_file=False,
                limits={"AS": least + i * MB // 2})
 
 
