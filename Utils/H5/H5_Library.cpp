@@ -68,7 +68,11 @@ std::string ErrorText(hid_t stack) {
   const std::unique_ptr<char, decltype(&std::free)> owner(text, &std::free);
   std::string printed(text == nullptr ? "" : text, size);
   for (const std::string& description : Descriptions(stack)) {
-    const std::string shown = Printable(description);
+    std::string shown = Printable(description);
+    // The library's own line break, behind the time of an open that failed.
+    if (const std::size_t own = shown.find("\\n, name = '"); own != shown.npos) {
+      shown.replace(own, 2, "\n");
+    }
     const std::size_t place = shown == description ? printed.npos : printed.find(description);
     if (place != printed.npos) {
       printed.replace(place, description.size(), shown);
