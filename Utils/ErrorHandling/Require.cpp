@@ -44,10 +44,12 @@ RequireMessage& RequireMessage::operator<<(std::string_view text) {
 RequireMessage& RequireMessage::operator<<(double value) {
   constexpr std::streamsize defaultPrecision = 6;
   mStream << value;
+  const std::string sixDigits = mStream.str();
   if (mStream.precision() == defaultPrecision && std::isfinite(value) &&
-      std::strtod(mStream.str().c_str(), nullptr) != value) {
+      std::strtod(sixDigits.c_str(), nullptr) != value) {
     mStream.str("");
-    mStream << RoundTrip(value);
+    mStream << (sixDigits.find('e') == sixDigits.npos ? RoundTrip(value)
+                                                      : RoundTripWithExponent(value));
   }
   return Take(Breaks::Kept);
 }

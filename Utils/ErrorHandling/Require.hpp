@@ -31,8 +31,8 @@ struct Verbatim {
 /// What a REQUIRE's message is streamed into. Literals appear as they are written. Strings are
 /// names and values and appear as Printable() makes them, so that none can pass for a line of the
 /// report. A double that differs from what its first six digits say appears with all that it has,
-/// unless the message sets a precision. Everything else appears as std::ostream shows it; it keeps
-/// its line breaks and loses other control characters.
+/// in the same notation, unless the message sets a precision. Everything else appears as
+/// std::ostream shows it; it keeps its line breaks and loses other control characters.
 class RequireMessage {
  public:
   template <std::size_t N>

@@ -42,10 +42,11 @@ TEST(RequireTest, NamesPassForNoLineOfTheReport) {
   const char* const null = nullptr;
   EXPECT_THAT(ReportOf([&] {
                 REQUIRE(false, "x\n" << name << ' ' << name.c_str() << null << Verbatim("y\n") << 1.5
-                                     << ' ' << 1000000.5 << ' ' << std::setprecision(2) << 1000000.5);
+                                     << ' ' << 123456.7 << ' ' << 1000000.5 << ' ' << std::setprecision(2) << 1000000.5);
               }),
-              HasSubstr(")\nx\n" + shown + ' ' + shown + "y\n1.5 1000000.5 1e+06\nObject '" +
-                        shown + "' of file '" + shown + "'\n###"));
+              HasSubstr(")\nx\n" + shown + ' ' + shown +
+                        "y\n1.5 123456.7 1.0000005e+06 1e+06\nObject '" + shown + "' of file '" +
+                        shown + "'\n###"));
 }
 
 TEST(RequireTest, InnermostContextFollowsTheMessage) {

@@ -47,6 +47,12 @@ std::string RoundTrip(double value) {
   return {text.data(), end.ptr};
 }
 
+std::string RoundTripWithExponent(double value) {
+  std::array<char, 32> text;
+  const auto end = std::to_chars(text.begin(), text.end(), value, std::chars_format::scientific);
+  return {text.data(), end.ptr};
+}
+
 std::string BytesToAscii(std::int64_t bytes, int width) {
   const auto value = static_cast<double>(bytes);
   const double magnitude = std::abs(value);

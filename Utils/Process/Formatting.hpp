@@ -10,6 +10,8 @@ std::string DoubleToStringDecimal(double value, int precision);
 
 /// The shortest decimal that reads back as the same double.
 std::string RoundTrip(double value);
+/// The same with an exponent in any case.
+std::string RoundTripWithExponent(double value);
 
 /// In " KiB" below 2^20 bytes (also the smallest counts), " MiB" below 2^30, else " GiB". The
 /// unit's four characters count into `width`, the point and a sign do not.
