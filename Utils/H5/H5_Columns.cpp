@@ -84,6 +84,7 @@ TableLayout ReadTableLayout(hid_t dataset_id, const std::string& name, Location 
   PropertyListHandle cparms_id(H5Dget_create_plist(dataset_id));
   REQUIRE_AT(where, cparms_id>=0, "H5Dget_create_plist failed");
   RequireOwnStorage(cparms_id, name, where);
+  RequireFittingFillValue(cparms_id, type_id, name, where);
   const H5_ChunkGrid grid = ReadChunkGrid(dataset_id, cparms_id, where);
   const std::size_t ndims = grid.mDims.size();
   REQUIRE_AT(where, ndims==2, "Dimension mismatch.");

@@ -1,6 +1,8 @@
 #include "Utils/H5/H5_NumberType.hpp"
 
 #include <cstddef>
+#include <cstdint>
+#include <string_view>
 
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/H5/H5_StringElements.hpp"
@@ -65,7 +67,49 @@ bool IsString(hid_t type_id) {
          (H5Tis_variable_str(type_id) == 0 || Vexa_H5::ConsistsOfCharacters(type_id));
 }
 
+// The library tells the size of a fill value only where it writes a list down: behind the name of
+// the property and two bytes, in eight.
+std::uint64_t BytesOfFillValue(hid_t cparms_id, Location where) {
+#if H5_VERSION_GE(1, 12, 0)
+  const auto encode = [cparms_id](void* to, std::size_t* size) {
+    return H5Pencode2(cparms_id, to, size, H5P_DEFAULT);
+  };
+#else
+  const auto encode = [cparms_id](void* to, std::size_t* size) {
+    return H5Pencode(cparms_id, to, size);
+  };
+#endif
+  std::size_t size = 0;
+  herr_t err = encode(nullptr, &size);
+  REQUIRE_AT(where, err>=0, "H5Pencode failed");
+  std::string list(size, '\0');
+  err = encode(list.data(), &size);
+  REQUIRE_AT(where, err>=0, "H5Pencode failed");
+  const std::string_view name("fill_value\0", 11);
+  const std::size_t at = list.find(name);
+  REQUIRE_AT(where, at!=std::string::npos && list.size()-at>=name.size()+10,
+             "H5Pencode failed: there is no fill value");
+  std::uint64_t bytes = 0;
+  for (std::size_t i = 8; i > 0; --i) {
+    bytes = bytes << 8 | static_cast<unsigned char>(list[at + name.size() + 1 + i]);
+  }
+  return bytes;
+}
+
 }  // namespace
+
+void RequireFittingFillValue(hid_t cparms_id, hid_t type_id, const std::string& name,
+                             Location where) {
+  H5D_fill_value_t kind = H5D_FILL_VALUE_UNDEFINED;
+  const herr_t err = H5Pfill_value_defined(cparms_id, &kind);
+  REQUIRE_AT(where, err>=0, "H5Pfill_value_defined failed");
+  if (kind == H5D_FILL_VALUE_USER_DEFINED) {
+    const std::uint64_t bytes = BytesOfFillValue(cparms_id, where);
+    REQUIRE_AT(where, bytes==H5Tget_size(type_id),
+               "H5Dread failed for name=" << name << ": its fill value has " << bytes
+                                          << " bytes, its elements " << H5Tget_size(type_id));
+  }
+}
 
 DatatypeHandle RequireNumbers(hid_t dataset_id, const std::string& name, Location where) {
   DatatypeHandle type_id(H5Dget_type(dataset_id));

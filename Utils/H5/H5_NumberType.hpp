@@ -17,5 +17,10 @@
 DatatypeHandle RequireNumbers(hid_t dataset_id, const std::string& name,
                               std::source_location where);
 
+/// Fails if the fill value of a dataset, whose creation list this is, has another size than the
+/// elements of its type. What was never written would be read from beyond the fill value.
+void RequireFittingFillValue(hid_t cparms_id, hid_t type_id, const std::string& name,
+                             std::source_location where);
+
 /// Fails unless the type of an open dataset is such a number, or strings.
 void RequireStringsOrNumbers(hid_t dataset_id, const std::string& name, std::source_location where);

@@ -414,6 +414,7 @@ def overwritten(name, path, place, content, says="", **expected):
         write_plain(name, libver="earliest", kinds=("dat", "txt", "ver"))  # without checksums
         with h5py.File(name, "r+") as file:
             file.create_dataset("scalar.txt", data="text")
+            file.create_dataset("fill.dat", (4, 2), "f8", chunks=(4, 1), fillvalue=3.5)
         whole = bytearray(pathlib.Path(name).read_bytes())
         with h5py.File(name) as file:
             at = place(file[path], whole)
@@ -456,6 +457,9 @@ for mark, value, says in ((b"shuffle\0", 4, ""), (b"shuffle\0", 1 << 30, ""),  #
                           (b"deflate\0", 9, ""), (b"deflate\0", 10, PARAMETERS + "deflate 10")):
     overwritten(f"table of {value} behind {mark}", TABLE, behind(mark), value.to_bytes(4, "little"),
                 says, joins=not says)
+FILL = b"\x08\0\0\0" + np.float64(3.5).tobytes()
+overwritten("fill value of 7 bytes", "fill.dat", lambda *place: behind(FILL)(*place) - len(FILL),
+            b"\7", "fill value has 7 bytes")
 FLOAT = b"\x11\x20\x3f\x00\x08\0\0\0\0\0\x40\0\x34\x0b\0\x34\xff\3\0\0"
 for at, content, says in ((1, b"\x21", ""), (2, b"\x40", NO_NUMBERS), (4, b"\x10", DAMAGED),
                           (8, b"\1", NO_NUMBERS), (10, b"\0", NO_NUMBERS),
