@@ -21,13 +21,6 @@ TEST(TensorIndexTable, NumbersOneComponentPerCanonicalList) {
   for (const auto& [dim, symmetry, components] : cases) {
     EXPECT_EQ(TensorIndexTable(dim, symmetry).NumberOfComponents(), components) << symmetry;
   }
-  const TensorIndexTable symmetric(3, "11");
-  const MyVector<int> inOrder[] = {{0, 0}, {1, 0}, {2, 0}, {1, 1}, {2, 1}, {2, 2}};
-  int number = 0;
-  for (const MyVector<int>& indices : inOrder) {
-    EXPECT_EQ(symmetric.Index(indices), number++) << indices;
-    EXPECT_EQ(symmetric.Index({indices[1], indices[0]}), symmetric.Index(indices)) << indices;
-  }
   EXPECT_EQ(TensorIndexTable(3, "12").Index({1, 2}), 7);
   EXPECT_EQ(TensorIndexTable(3, "").Index({}), 0);
 }
@@ -37,7 +30,7 @@ TEST(TensorIndexTable, SortsEveryGroupOfSlotsByItself) {
   TensorIndexTable::ApplySymmToIndexList("12121", {0, 0, 1, 3, 2}, canonical);
   EXPECT_EQ(canonical, (MyVector<int>{2, 3, 1, 0, 0}));
   // The last shape is too large to be stored.
-  for (const auto& [rank, symmetry] : {std::pair{5, "12121"}, {4, "abcd"}, {8, "12131133"}}) {
+  for (const auto& [rank, symmetry] : {std::pair{2, "11"}, {5, "12121"}, {8, "12131133"}}) {
     const TensorIndexTable table(3, symmetry);
     int number = 0;
     for (int flat = 0; flat < std::pow(3, rank); ++flat) {
