@@ -72,8 +72,19 @@ std::uint64_t HeldFile::Bytes() const {
 }
 
 bool HeldFile::Read(std::uint64_t position, void* bytes, std::size_t count) const {
-  return pread(mDescriptor, bytes, count, static_cast<off_t>(position)) ==
-         static_cast<ssize_t>(count);
+  auto* next = static_cast<char*>(bytes);
+  while (count > 0) {
+    // A read may be cut short, or interrupted before it began.
+    const ssize_t got = pread(mDescriptor, next, count, static_cast<off_t>(position));
+    if (got == 0 || (got < 0 && errno != EINTR)) {
+      return false;
+    }
+    const std::size_t more = got < 0 ? 0 : static_cast<std::size_t>(got);
+    next += more;
+    position += more;
+    count -= more;
+  }
+  return true;
 }
 
 int HeldFile::FlushToDisk() const {
