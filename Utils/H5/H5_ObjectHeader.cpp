@@ -184,20 +184,23 @@ void Header::RequireFittingAttribute(Bytes data) const {
 }
 
 void Header::RequireFittingTree(std::uint64_t address) const {
-  const std::vector<std::byte> bytes = Read(address, 16);
+  const std::size_t totalAt = 18 + mFile.mAddressBytes;
+  const std::vector<std::byte> bytes = Read(address, totalAt + mFile.mSizeBytes);
   if (!BeginsWith(bytes, "BTHD")) {
     return;  // there is none
   }
   const std::uint64_t node = NumberAt(bytes, 6, 4);
   const std::uint64_t record = NumberAt(bytes, 10, 2);
   const std::uint64_t depth = NumberAt(bytes, 12, 2);
+  const std::uint64_t records = NumberAt(bytes, totalAt, mFile.mSizeBytes);
   // A node has room for two records and what leads to three nodes below; a tree has a node on each
   // of its levels.
   constexpr std::uint64_t besides = 64;
-  REQUIRE_AT(mWhere,
-             record>0 && node>=2*record+besides && node<=mFile.mFileSize/(depth+1),
-             "Damaged header: a tree of depth " << depth << " and nodes of " << node
-                                                << " bytes for records of " << record);
+  const bool fits = record > 0 && node >= 2 * record + besides &&
+                    node <= mFile.mFileSize / (depth + 1) && records <= mFile.mFileSize / record;
+  REQUIRE_AT(mWhere, fits,
+             "Damaged header: a tree of depth " << depth << " and nodes of " << node << " bytes for "
+                                                << records << " records of " << record);
 }
 
 // Of the links or attributes of one object.
