@@ -6,6 +6,7 @@
 #include <sstream>
 
 #include "Utils/ErrorHandling/Require.hpp"
+#include "Utils/Process/Printable.hpp"
 
 namespace {
 
@@ -72,7 +73,7 @@ void Agreement::Require(const std::function<std::string(int)>& nameOf) const {
   for (const Group& group : std::span(mGroups).first(std::min(mGroups.size(), sMostGroups))) {
     std::vector<std::string> names;
     std::ranges::transform(group.mFiles, std::back_inserter(names), nameOf);
-    message += "\n" + group.mValue + " in " + ListNames(names, sMostNames);
+    message += "\n" + Printable(group.mValue + " in " + ListNames(names, sMostNames));
   }
   if (mGroups.size() > sMostGroups) {
     message += "\nand " + std::to_string(mGroups.size() - sMostGroups) + " more";
@@ -89,8 +90,9 @@ bool TableAgreement::Take(const H5_Objects::Dat& dat, int file) {
     REQUIRE(Ncols>0, "Dataset " << Name() << " has no columns");
   }
   if (Ncols != columns) {
-    Differ("Ncols==static_cast<int>(dat.GetExtents()[1])", VEXA_CURRENT_REPORT_LABEL, __LINE__,
-           "Dataset " + Name() + " has different number of columns\nin different files.");
+    Differ(
+        "Ncols==static_cast<int>(dat.GetExtents()[1])", VEXA_CURRENT_REPORT_LABEL, __LINE__,
+        "Dataset " + Printable(Name()) + " has different number of columns\nin different files.");
   }
   Add(file, std::to_string(columns) + (columns == 1 ? " column" : " columns"));
   if (mLegend.empty() || mLegend[0] == "undefined") {
@@ -139,10 +141,10 @@ bool VersionAgreement::Take(const H5_Objects::Version& ver, int file) {
   const std::string numbers = std::to_string(number) + " " + std::to_string(version_number);
   if (number != version_number) {
     Differ("ver.GetCurrentVersion() == version_number", VEXA_CURRENT_REPORT_LABEL, __LINE__,
-           "Version mismatch '" + Name() + "': " + numbers);
+           "Version mismatch '" + Printable(Name()) + "': " + numbers);
   } else {
     Differ("ver.RetrieveVersionHistory() == version_history", VEXA_CURRENT_REPORT_LABEL, __LINE__,
-           "Version mismatch '" + Name() + "' in history: " + numbers);
+           "Version mismatch '" + Printable(Name()) + "' in history: " + numbers);
   }
   Add(file, HistoryText(history, version_history));
   return false;

@@ -9,6 +9,7 @@
 
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/Process/Files.hpp"
+#include "Utils/Process/Printable.hpp"
 #include "Utils/StringParsing/GlobMatches.hpp"
 
 namespace {
@@ -40,13 +41,13 @@ void Inputs::RequireUnchanged() const {
   std::string changed;
   std::map<std::string, std::string> externalFiles;
   for (int file = 0; file < Size(); ++file) {
-    changed += HasChanged(file) ? "\n" + mFiles[file].Filename() : "";
+    changed += HasChanged(file) ? "\n" + Printable(mFiles[file].Filename()) : "";
     externalFiles.merge(mFiles[file].ExternalFiles());
   }
   for (const auto& [path, stamp] : externalFiles) {
-    changed += FileStamp(path) != stamp ? "\n" + path : "";
+    changed += FileStamp(path) != stamp ? "\n" + Printable(path) : "";
   }
-  REQUIRE(changed.empty(), "These files have changed while they were read:" << changed);
+  REQUIRE(changed.empty(), "These files have changed while they were read:" << Verbatim(changed));
 }
 
 std::uint64_t Inputs::TotalBytes() const {
