@@ -27,8 +27,6 @@ void PrepareForErrors() {
 }
 
 MyErrProxy::MyErrProxy() {
-  // Reports can come from static initialisers that run before those of the standard streams.
-  const std::ios_base::Init streams;
   PrepareForErrors();
   if (ParallelRuntime::Instance().IsInitialized()) {
     const SigpipeHeldBack guard;

@@ -56,6 +56,8 @@ class MyErrProxy {
     bool mEndsLine = true;
   };
 
+  // Reports can come from static initialisers that run before those of the standard streams.
+  const std::ios_base::Init mStreams;
   Sinks mSinks;
   std::ostream mStream{&mSinks};
 };
