@@ -1,5 +1,6 @@
 #include "Utils/ErrorHandling/TerminateHandler.hpp"
 
+#include <atomic>
 #include <cstdlib>
 #include <exception>
 #include <iostream>
@@ -105,6 +106,11 @@ void TerminateHandler() {
 }
 
 void DumbTerminateHandler() {
+  // What is below allocates. Without memory even for an exception, that leads back to here.
+  static std::atomic<bool> sIsEntered = false;
+  if (sIsEntered.exchange(true)) {
+    MyAbort();
+  }
   MyErr << "\n"
         << "#####################    ---  ERROR  ---    ####################\n"
         << "Exception was thrown, but we were unable to recover the type of \n"

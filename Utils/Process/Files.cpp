@@ -112,12 +112,10 @@ int FlushToDisk(const std::string& path) {
 }
 
 void TakeStandardDescriptors() {
-  int descriptor = -1;
-  do {
-    descriptor = open("/dev/null", O_PATH);
-  } while (descriptor >= 0 && descriptor <= STDERR_FILENO);
-  if (descriptor >= 0) {
-    close(descriptor);
+  for (const int standard : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    if (fcntl(standard, F_GETFD) < 0 && errno == EBADF) {
+      open("/dev/null", O_PATH);  // gets the lowest number that is free
+    }
   }
 }
 
