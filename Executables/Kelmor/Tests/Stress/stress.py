@@ -22,7 +22,6 @@ import subprocess
 import sys
 import tempfile
 import time
-import xml.etree.ElementTree
 
 import h5py
 import numpy as np
@@ -631,36 +630,6 @@ def run_load(judge, what, size):
         judge.fault("the output could not be checked")
 
 
-# Valgrind.
-
-def valgrind_cases(share):
-    return [(kinds,) for kinds in [(kind,) for kind in KINDS] + [KINDS]]
-
-
-def run_valgrind(judge, kinds):
-    write_pair(judge, kinds=kinds)
-    tool = shutil.which("valgrind")
-    if not tool:
-        judge.notes["skipped, for there is no valgrind"] += 1
-        return
-    with tempfile.NamedTemporaryFile("r") as report:
-        command = [tool, "--xml=yes", f"--xml-file={report.name}", "--track-origins=yes",
-                   judge.program, "-o", "out.h5", *PAIR]
-        outcome = judge.launcher.run(command, judge.folder, seconds=300, cpu_seconds=300)
-        judge.statuses[outcome.status] += 1
-        judge.command = command
-        if outcome.status != 0:
-            judge.fault(f"status {outcome.status}", outcome)
-            return
-        judge.judge_output(outcome, PAIR, Options(), "out.h5", None)
-        for error in xml.etree.ElementTree.parse(report).getroot().iter("error"):
-            for stack in error.iter("stack"):
-                frames = [frame for frame in stack.iter("frame") if not re.search(
-                    r"/(vgpreload|libc\.|libstdc|ld-)", frame.findtext("obj", ""))]
-                if frames and frames[0].findtext("obj") == str(judge.program):
-                    judge.fault(f"{error.findtext('kind')} in {frames[0].findtext('fn')}")
-
-
 GROUPS = {  # name: its cases, what runs one, whether a program with sanitizers can
     "random": (random_cases, run_random, True),
     "bad": (bad_cases, run_bad, True),
@@ -678,7 +647,6 @@ GROUPS = {  # name: its cases, what runs one, whether a program with sanitizers 
     "mutation": (mutation_cases, run_mutation, True),
     "sources": (source_cases, run_source, False),
     "soak": (soak_cases, run_soak, True),
-    "valgrind": (valgrind_cases, run_valgrind, False),
 }
 # Of its cases, in a quick run.
 QUICK = collections.defaultdict(lambda: 0.1, random=0.08, allocations=0.02, truncation=0.03,
