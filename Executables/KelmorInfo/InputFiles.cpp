@@ -91,9 +91,9 @@ void InputFiles::RequireAllOpen() const {
 void InputFiles::RequireUnchanged() const {
   std::string changed;
   for (const InputFile& file : mFiles) {
-    changed += FileStamp(file.mName) != file.mStamp ? "\n" + file.mName : "";
+    changed += FileStamp(file.mName) != file.mStamp ? "\n" + Printable(file.mName) : "";
   }
-  REQUIRE(changed.empty(), "These files have changed while they were read:" << changed);
+  REQUIRE(changed.empty(), "These files have changed while they were read:" << Verbatim(changed));
   if (mpInputs != nullptr) {
     mpInputs->RequireUnchanged();
   }

@@ -19,10 +19,10 @@ CodeError::CodeError(std::string message, bool withBacktrace, std::string reason
                      std::string context)
     : mMessage(std::move(message)), mReason(std::move(reason)), mContext(std::move(context)) {
   InstallTerminateHandler();
-  Enlist();
   if (withBacktrace) {
     mMessage += "\n" + Backtrace(1);
   }
+  Enlist();  // last, since nothing would take it from the list if the constructor failed
 }
 
 CodeError::CodeError(const CodeError& other)
@@ -49,9 +49,13 @@ void CodeError::ReportDisplaced(const CodeError* last) {
   const CodeError* reported = nullptr;
   do {
     const CodeError* oldest = nullptr;
-    for (const CodeError* error = spNewest; error != reported; error = error->mpOlder) {
-      const bool isOther = error != last && (last == nullptr || error->mMessage != last->mMessage);
-      oldest = isOther && error->mThread == std::this_thread::get_id() ? error : oldest;
+    {
+      const std::lock_guard lock(sListMutex);
+      for (const CodeError* error = spNewest; error != reported; error = error->mpOlder) {
+        const bool isOther =
+            error != last && (last == nullptr || error->mMessage != last->mMessage);
+        oldest = isOther && error->mThread == std::this_thread::get_id() ? error : oldest;
+      }
     }
     reported = oldest;
     if (reported != nullptr) {

@@ -6,6 +6,7 @@
 #include <ostream>
 #include <utility>
 
+#include "Utils/ErrorHandling/CodeError.hpp"
 #include "Utils/ErrorHandling/MyAbort.hpp"
 #include "Utils/ErrorHandling/MyErr.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
@@ -48,8 +49,12 @@ H5_File::H5_File(const std::string& fullPath, H5AccessType access, int verbosity
     }
   } catch (...) {
     std::optional<HeldFile> created;
-    if (IsFileOpen() && wait.mIsCreated) {
-      created.emplace(Hold());
+    try {
+      if (IsFileOpen() && wait.mIsCreated) {
+        created.emplace(Hold());
+      }
+    } catch (const CodeError&) {
+      // The first failure is the one to report; the file then stays.
     }
     CloseSilently();
     if (created && created->HasName(mFilename)) {

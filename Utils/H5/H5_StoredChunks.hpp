@@ -25,14 +25,15 @@ struct H5_ChunkGrid {
 /// The grid of an open dataset, whose creation list this is.
 H5_ChunkGrid ReadChunkGrid(hid_t dataset_id, hid_t cparms_id, std::source_location where);
 
-/// Looks up what a dataset takes on disk. None if the file has no room for as many chunks, or for
-/// what they claim to take.
+/// Looks up what a dataset takes on disk. None if it has, or the extents have, far more chunks than
+/// the file has room for, or if they claim to take more than there is.
 std::optional<std::uint64_t> LookUpStoredBytes(hid_t dataset_id, const H5_ChunkGrid& grid,
                                                std::source_location where);
 
 /// The same; fails unless the file can have the chunks, and the dataset, of so much that is stored,
 /// the `claimed` bytes of values (see Vexa_H5::RequirePlausibleSize). The extents are judged before
-/// a chunk is looked up.
+/// a chunk is looked up. Of a dataset that leaves out so many chunks that they cannot all be looked
+/// up, the size of the file is taken for what is stored.
 std::uint64_t RequirePlausibleStorage(hid_t dataset_id, const H5_ChunkGrid& grid,
                                       long double claimed, const std::string& name,
                                       std::source_location where);

@@ -1,6 +1,7 @@
 #include "Utils/H5/H5_Utils.hpp"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -258,7 +259,8 @@ hid_t Vexa_H5::CreateFile(const std::string& path, int verbosity, bool staysRead
                               "H5Fcreate(", path, ")");
   if (file_id < 0) {
     const std::optional<int> error = SystemErrorOf("open file");
-    if (!error) {
+    const bool isTaken = SystemErrorOf("lock file") == EWOULDBLOCK;
+    if (!error && !isTaken) {
       // What the library leaves can be a file without objects that opens well.
       RemoveNewFile(path);
     }
