@@ -20,6 +20,7 @@ Inputs::Inputs(const MyVector<std::string>& filenames) {
   // Handles can be neither copied nor moved; the view makes each in its place.
   int opened = 0;
   const auto open = [&](const std::string& filename) {
+    mNames.push_back(filename);
     mStamps.push_back(FileStamp(filename));
     return CachedH5File(filename, ReadOnly, {}, 0, ++opened <= sFilesKeptOpen);
   };
@@ -28,7 +29,12 @@ Inputs::Inputs(const MyVector<std::string>& filenames) {
 }
 
 bool Inputs::HasChanged(int file) const {
-  return FileStamp(mFiles[file].Filename()) != mStamps[static_cast<std::size_t>(file)];
+  // A link on the way may lead elsewhere by now, and what was opened be neither.
+  const auto at = static_cast<std::size_t>(file);
+  const std::string opened = mFiles[file].OpenedStamp();
+  return FileStamp(mNames[at]) != mStamps[at] ||
+         FileStamp(mFiles[file].Filename()) != mStamps[at] ||
+         (!opened.empty() && opened != mStamps[at]);
 }
 
 void Inputs::RequireSameAsOpened(int file) const {

@@ -30,7 +30,9 @@ class Inputs {
     const ReportContext context(name, mFiles[file].Filename());
     RequireSameAsOpened(file);
     const Visitor visitor(*this, file);
-    return read(mFiles[file].template GetObjectForRead<OBJECT>(name));
+    OBJECT& object = mFiles[file].template GetObjectForRead<OBJECT>(name);
+    RequireSameAsOpened(file);
+    return read(object);
   }
 
   /// While one lives, what is opened in the files that stay open stays open as well: for visits of
@@ -68,6 +70,7 @@ class Inputs {
   bool HasChanged(int file) const;
 
   MyVector<CachedH5File> mFiles;
+  std::vector<std::string> mNames;   // as they were given
   std::vector<std::string> mStamps;  // of the files
   bool mKeepsObjectsOpen = false;
 };

@@ -187,6 +187,11 @@ HeldFile CachedH5File::Hold() const {
   return mpFile->Hold();
 }
 
+std::string CachedH5File::OpenedStamp() const {
+  const InsideStore inside;
+  return mpFile->IsFileOpen() ? mpFile->Hold().Stamp() : "";
+}
+
 void CachedH5File::CloseObjects() {
   const InsideStore inside;
 #if H5_VERSION_GE(1, 10, 1)

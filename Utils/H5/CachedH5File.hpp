@@ -113,6 +113,8 @@ class CachedH5File {
   void SetUnfinished(bool isUnfinished);
   /// Keeps hold of the file itself, which must be open, beyond the life of this handle.
   HeldFile Hold() const;
+  /// The stamp of the file that is open, whatever has its name by now; empty if none is open.
+  std::string OpenedStamp() const;
 
   /// Closes the objects that were opened for reading, so that a long-lived handle holds hardly more
   /// than a new one: at most the groups that lead to the last object, of which the next is likely

@@ -43,11 +43,9 @@ std::optional<FileIdentity> IdentityOf(const std::string& path) {
   return FileIdentity{status.st_dev, status.st_ino};
 }
 
-std::string FileStamp(const std::string& path) {
-  struct stat status {};
-  if (stat(path.c_str(), &status) != 0) {
-    return "";
-  }
+namespace {
+
+std::string StampFrom(const struct stat& status) {
   std::string stamp;
   for (const auto number :
        {static_cast<long long>(status.st_dev), static_cast<long long>(status.st_ino),
@@ -58,12 +56,24 @@ std::string FileStamp(const std::string& path) {
   return stamp;
 }
 
+}  // namespace
+
+std::string FileStamp(const std::string& path) {
+  struct stat status {};
+  return stat(path.c_str(), &status) == 0 ? StampFrom(status) : "";
+}
+
 HeldFile::HeldFile(int descriptor) : mDescriptor(fcntl(descriptor, F_DUPFD_CLOEXEC, 0)) {}
 
 HeldFile::~HeldFile() {
   if (mDescriptor >= 0) {
     close(mDescriptor);
   }
+}
+
+std::string HeldFile::Stamp() const {
+  struct stat status {};
+  return fstat(mDescriptor, &status) == 0 ? StampFrom(status) : "";
 }
 
 std::uint64_t HeldFile::Bytes() const {

@@ -49,6 +49,8 @@ class HeldFile {
   bool Read(std::uint64_t position, void* bytes, std::size_t count) const;
   /// Returns once the contents are on the disk: 0, or the errno of the call that failed.
   int FlushToDisk() const;
+  /// As FileStamp() of a path that leads to it.
+  std::string Stamp() const;
   /// Whether `path` is a name of this file itself, not of a link to it.
   bool HasName(const std::string& path) const;
 
