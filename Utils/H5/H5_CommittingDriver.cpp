@@ -4,11 +4,13 @@
 #include <H5FDdevelop.h>
 #endif
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <bit>
+#include <cerrno>
 #include <memory>
 #include <new>
 #include <utility>
@@ -108,7 +110,8 @@ class File {
       return mHeld.Size() > Vexa_H5::sMostBytesHeld && mHasContent ? EmitEarly(dxpl_id) : 0;
     }
     const herr_t err = mpBelow->cls->write(mpBelow, type, dxpl_id, address, size, bytes);
-    mLacksMetadata = mLacksMetadata || (err < 0 && type != H5FD_MEM_DRAW);
+    // The library's metadata already lead to what is missing, a chunk with earlier rows among it.
+    mLacksBytes = mLacksBytes || err < 0;
     return err;
   }
 
@@ -122,7 +125,7 @@ class File {
       mHasFailed = true;
       return 0;
     }
-    mHasFailed = std::exchange(mLacksMetadata, false) || TryToCommit(dxpl_id, isClosing) < 0;
+    mHasFailed = std::exchange(mLacksBytes, false) || TryToCommit(dxpl_id, isClosing) < 0;
     return mHasFailed ? -1 : 0;
   }
 
@@ -143,7 +146,7 @@ class File {
       }
     }
     H5_FilePieces fresh = mHasContent ? mHeld.TakeFrom(mCommittedEnd) : H5_FilePieces();
-    if (Emit(fresh, dxpl_id) < 0 ||
+    if ((mHasContent && TakeRoom() < 0) || Emit(fresh, dxpl_id) < 0 ||
         (mHasContent && FileEnd() < mEnd &&
          mpBelow->cls->truncate(mpBelow, dxpl_id, isClosing) < 0) ||
         Emit(mHeld, dxpl_id) < 0 ||
@@ -155,6 +158,30 @@ class File {
     return mpBelow->cls->flush == nullptr ? 0 : mpBelow->cls->flush(mpBelow, dxpl_id, isClosing);
   }
 
+  // Of the new part of the file, also where nothing is written yet: what a later commit writes
+  // there could otherwise find the disk full when the old part is half overwritten. A file system
+  // that cannot take room does without.
+  herr_t TakeRoom() {
+    const int descriptor = Descriptor();
+    if (mEnd <= mCommittedEnd || descriptor < 0) {
+      return 0;
+    }
+    int result = -1;
+    do {
+      result = fallocate(descriptor, 0, static_cast<off_t>(mCommittedEnd),
+                         static_cast<off_t>(mEnd - mCommittedEnd));
+    } while (result != 0 && errno == EINTR);
+    const bool isFull = result != 0 && (errno == ENOSPC || errno == EDQUOT || errno == EFBIG);
+    return isFull ? -1 : 0;
+  }
+
+  // Of the file below; -1 if there is none.
+  int Descriptor() const {
+    void* handle = nullptr;
+    const herr_t err = mpBelow->cls->get_handle(mpBelow, H5P_DEFAULT, &handle);
+    return err < 0 ? -1 : *static_cast<const int*>(handle);
+  }
+
   // Writes all that is held in one piece, the unused end of the file included, or nothing of it.
   herr_t CommitFirst(hid_t dxpl_id) {
     const H5_FilePieces::Bytes rest(std::max(mEnd, FileEnd()) - FileEnd(), 0);
@@ -164,11 +191,7 @@ class File {
       all.Write(address, bytes.data(), bytes.size());
     }
     mHeld = std::move(all);
-    void* handle = nullptr;
-    if (mpBelow->cls->get_handle(mpBelow, H5P_DEFAULT, &handle) < 0) {
-      return -1;
-    }
-    const int descriptor = *static_cast<int*>(handle);
+    const int descriptor = Descriptor();
     struct stat status {};
     // Where nobody uses locks, another process may have taken the same empty file for its own.
     if (fstat(descriptor, &status) != 0 || status.st_size != 0) {
@@ -217,8 +240,8 @@ class File {
   bool mHasContent;  // the file on disk, for a reader
   haddr_t mEnd;      // of the file as the library sees it
   haddr_t mCommittedEnd;
-  bool mLacksMetadata = false;  // some that the library wrote since the last flush
-  bool mHasFailed = false;      // at the last flush
+  bool mLacksBytes = false;  // some that the library wrote since the last flush
+  bool mHasFailed = false;   // at the last flush
   H5_FilePieces mHeld;
 };
 
