@@ -19,9 +19,9 @@
 #include <vector>
 
 #include "Utils/Containers/MyVector.hpp"
-#include "Utils/H5/CachedH5File.hpp"
-#include "Utils/H5/CachedH5FileHolder.hpp"
-#include "Utils/H5/H5_ObjectDat.hpp"
+#include "Utils/Store/CachedH5File.hpp"
+#include "Utils/Store/CachedH5FileHolder.hpp"
+#include "Utils/Store/H5_ObjectDat.hpp"
 
 namespace {
 

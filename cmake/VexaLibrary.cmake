@@ -81,6 +81,20 @@ function(vexa_add_library name)
   endif()
 endfunction()
 
+# vexa_add_forwarding(<name> HEADERS ... DEPENDS ...): Vexa::<name> is another name of what it depends
+# on, with headers that include others, for programs that know both from before they moved.
+function(vexa_add_forwarding name)
+  cmake_parse_arguments(ARG "" "" "HEADERS;DEPENDS" ${ARGN})
+  add_library(Vexa_${name} INTERFACE)
+  add_library(Vexa::${name} ALIAS Vexa_${name})
+  target_sources(Vexa_${name} INTERFACE FILE_SET HEADERS BASE_DIRS ${PROJECT_SOURCE_DIR}
+                                        FILES ${ARG_HEADERS})
+  target_link_libraries(Vexa_${name} INTERFACE ${ARG_DEPENDS})
+  set_target_properties(Vexa_${name} PROPERTIES EXPORT_NAME ${name})
+  install(TARGETS Vexa_${name} EXPORT VexaTargets
+          FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/Vexa COMPONENT Development)
+endfunction()
+
 # vexa_add_test(<program> SOURCES ... DEPENDS ...): a GoogleTest program and its tests in ctest.
 # Death tests read the report of a process that ended; a backtrace in it is only noise.
 function(vexa_add_test program)

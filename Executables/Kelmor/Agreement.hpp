@@ -8,10 +8,10 @@
 #include <vector>
 
 #include "Executables/Kelmor/Inputs.hpp"
-#include "Utils/H5/H5_ObjectDat.hpp"
-#include "Utils/H5/H5_ObjectTdm.hpp"
-#include "Utils/H5/H5_ObjectTxt.hpp"
-#include "Utils/H5/H5_ObjectVersion.hpp"
+#include "Utils/Store/H5_ObjectDat.hpp"
+#include "Utils/Store/H5_ObjectTdm.hpp"
+#include "Utils/Store/H5_ObjectTxt.hpp"
+#include "Utils/Store/H5_ObjectVersion.hpp"
 
 /// What is the same for all kinds: which inputs have which value.
 class Agreement {

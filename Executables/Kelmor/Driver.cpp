@@ -8,9 +8,9 @@
 #include "Executables/Kelmor/Join.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/ErrorHandling/TerminateHandler.hpp"
-#include "Utils/H5/CachedH5FileHolder.hpp"
-#include "Utils/H5/H5_Utils.hpp"
+#include "Utils/HDF5/H5_Utils.hpp"
 #include "Utils/Process/Files.hpp"
+#include "Utils/Store/CachedH5FileHolder.hpp"
 #include "Utils/StringParsing/PathUtilities.hpp"
 
 namespace {

@@ -4,7 +4,7 @@
 
 #include "Utils/Containers/MyMap.hpp"
 #include "Utils/Containers/MyVector.hpp"
-#include "Utils/H5/CachedH5File.hpp"
+#include "Utils/Store/CachedH5File.hpp"
 
 /// The input files of a join, in command-line order, and what they hold. Of every input the names
 /// stay in memory; a file that is open takes the HDF5 library half a megabyte, so only the first

@@ -2,7 +2,7 @@
 
 #include <iostream>
 
-#include "Utils/H5/CachedH5FileHolder.hpp"
+#include "Utils/Store/CachedH5FileHolder.hpp"
 
 SelectedSteps SelectSteps(const Options& options, const std::vector<MyVector<double>>& times) {
   SelectedSteps steps;

@@ -1,5 +1,5 @@
 #include "Executables/Kelmor/JoinIndexed.hpp"
-#include "Utils/H5/H5_ObjectCoef.hpp"
+#include "Utils/Store/H5_ObjectCoef.hpp"
 
 void JoinCoef(JoinRun& run, const JoinTask& task) {
   using H5_Objects::Coef;

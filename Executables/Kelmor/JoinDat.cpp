@@ -4,7 +4,7 @@
 #include "Executables/Kelmor/Agreement.hpp"
 #include "Executables/Kelmor/Join.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
-#include "Utils/H5/H5_ObjectDat.hpp"
+#include "Utils/Store/H5_ObjectDat.hpp"
 
 namespace {
 
@@ -36,7 +36,7 @@ struct Held {
 };
 
 // Whether any of its columns can be read without the others, at no more than the columns' own cost.
-bool HasColumnsApart(const TableLayout& layout) {
+bool HasColumnsApart(const Tables::TableLayout& layout) {
   return layout.mChunkColumns == 1 || layout.mColumns == 1;
 }
 
@@ -55,7 +55,7 @@ class TableInputs {
   const std::vector<MyVector<double>>& Times() const { return mTimes; }
 
   // Hands over the kept rows, file after file within a column.
-  void Write(const SelectedSteps& steps, ColumnWriter& writer) {
+  void Write(const SelectedSteps& steps, Tables::ColumnWriter& writer) {
     const auto kept = static_cast<std::uint64_t>(steps.mKept);
     const auto columns = static_cast<std::uint64_t>(mAgreement.Columns());
     const std::uint64_t together =
@@ -102,8 +102,8 @@ class TableInputs {
   }
 
   // The rows of the block that come from one input, as far apart as the block's columns are.
-  void Gather(std::size_t i, const ColumnBlock& block, const std::vector<StepRun>& runs,
-              double* values, PendingReads& reads) {
+  void Gather(std::size_t i, const Tables::ColumnBlock& block, const std::vector<StepRun>& runs,
+              double* values, Tables::PendingReads& reads) {
     if (runs.empty()) {
       return;
     }
@@ -175,7 +175,7 @@ void JoinDat(JoinRun& run, const JoinTask& task) {
   dat.Initialize(inputs.Legend(), !run.mOptions.mNoGzip, steps.mKept);
   // Written at once: the table is complete, and holding it serves nothing.
   run.mOutput.WriteImmediately(task.mName, [&] {
-    dat.WriteManyStepsImmediately_(steps.mKept,
-                                   [&](ColumnWriter& writer) { inputs.Write(steps, writer); });
+    dat.WriteManyStepsImmediately_(
+        steps.mKept, [&](Tables::ColumnWriter& writer) { inputs.Write(steps, writer); });
   });
 }

@@ -14,11 +14,11 @@ constexpr std::uint64_t sSmallSetBytes = 1024 * 1024;
 
 }  // namespace
 
-std::vector<RowRun> ValueRuns(const StepIndex& index, const std::vector<StepRun>& steps) {
-  std::vector<RowRun> values;
+std::vector<Tables::RowRun> ValueRuns(const StepIndex& index, const std::vector<StepRun>& steps) {
+  std::vector<Tables::RowRun> values;
   values.reserve(steps.size());
   for (const StepRun& run : steps) {
-    const RowRun of{index.Begin(run.mFirst), index.mEnds[run.mOnePastLast - 1]};
+    const Tables::RowRun of{index.Begin(run.mFirst), index.mEnds[run.mOnePastLast - 1]};
     if (of.Size() > 0) {
       values.push_back(of);
     }
@@ -93,12 +93,12 @@ std::uint64_t IndexedInputs::KeptValues() const {
 }
 
 void IndexedInputs::CopyFromFile(std::size_t i, const IndexedGroup& set,
-                                 ColumnWriter& writer) const {
+                                 Tables::ColumnWriter& writer) const {
   const std::uint64_t kept = KeptValues(i);
   // Reads end where the input's chunks end, so that each chunk is inflated once.
   const std::uint64_t chunk = std::max<std::uint64_t>(set.ValuesPerChunk(), 1);
   const std::uint64_t pass = std::max<std::uint64_t>(writer.BlockValues() / chunk, 1) * chunk;
-  std::vector<RowRun> inPass;
+  std::vector<Tables::RowRun> inPass;
   std::uint64_t values = 0;
   const auto read = [&] {
     const auto [place, reads] = writer.Room(values);
@@ -107,7 +107,7 @@ void IndexedInputs::CopyFromFile(std::size_t i, const IndexedGroup& set,
     inPass.clear();
     values = 0;
   };
-  for (const RowRun& run : ValueRuns(mIndices[i], mSteps.mRuns[i])) {
+  for (const Tables::RowRun& run : ValueRuns(mIndices[i], mSteps.mRuns[i])) {
     std::uint64_t first = run.mFirst;
     while (first < run.mOnePastLast) {
       if (!inPass.empty() && first / pass > inPass.back().mFirst / pass) {
@@ -124,8 +124,8 @@ void IndexedInputs::CopyFromFile(std::size_t i, const IndexedGroup& set,
   }
 }
 
-void IndexedInputs::CopyHeld(std::size_t i, ColumnWriter& writer) const {
-  for (const RowRun& run : ValueRuns(mIndices[i], mSteps.mRuns[i])) {
+void IndexedInputs::CopyHeld(std::size_t i, Tables::ColumnWriter& writer) const {
+  for (const Tables::RowRun& run : ValueRuns(mIndices[i], mSteps.mRuns[i])) {
     writer.Append(std::span(mHeld[i]).subspan(run.mFirst, run.Size()));
   }
   mRun.mProgress.Advance(mStoredBytes[i]);

@@ -7,13 +7,13 @@
 #include <vector>
 
 #include "Executables/Kelmor/Join.hpp"
-#include "Utils/H5/H5_ColumnWriter.hpp"
-#include "Utils/H5/H5_IndexedGroup.hpp"
-#include "Utils/H5/RowRun.hpp"
+#include "Utils/Store/IndexedGroup.hpp"
+#include "Utils/Tables/ColumnWriter.hpp"
+#include "Utils/Tables/RowRun.hpp"
 
 /// Where the values of runs of steps lie, as runs of values; steps without values leave none.
-std::vector<RowRun> ValueRuns(const H5_Objects::StepIndex& index,
-                              const std::vector<StepRun>& steps);
+std::vector<Tables::RowRun> ValueRuns(const H5_Objects::StepIndex& index,
+                                      const std::vector<StepRun>& steps);
 /// How many they are.
 std::uint64_t CountValues(const H5_Objects::StepIndex& index, const std::vector<StepRun>& steps);
 
@@ -47,7 +47,7 @@ class IndexedInputs {
   template <class KIND>
   void Write(KIND& output) {
     output.WriteIndexImmediately_(KeptIndex(mIndices, mSteps));
-    output.WriteValuesImmediately_(KeptValues(), [&](ColumnWriter& writer) {
+    output.WriteValuesImmediately_(KeptValues(), [&](Tables::ColumnWriter& writer) {
       for (std::size_t i = 0; i < mIndices.size(); ++i) {
         if (KeptValues(i) == 0 || !mHeld[i].empty()) {
           CopyHeld(i, writer);
@@ -60,8 +60,9 @@ class IndexedInputs {
   }
 
  private:
-  void CopyFromFile(std::size_t i, const H5_Objects::IndexedGroup& set, ColumnWriter& writer) const;
-  void CopyHeld(std::size_t i, ColumnWriter& writer) const;
+  void CopyFromFile(std::size_t i, const H5_Objects::IndexedGroup& set,
+                    Tables::ColumnWriter& writer) const;
+  void CopyHeld(std::size_t i, Tables::ColumnWriter& writer) const;
 
   JoinRun& mRun;
   const JoinTask& mTask;

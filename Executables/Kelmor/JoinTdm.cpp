@@ -3,7 +3,7 @@
 
 #include "Executables/Kelmor/Agreement.hpp"
 #include "Executables/Kelmor/JoinIndexed.hpp"
-#include "Utils/H5/H5_ObjectTdm.hpp"
+#include "Utils/Store/H5_ObjectTdm.hpp"
 
 namespace {
 

@@ -2,7 +2,7 @@
 
 #include "Executables/Kelmor/Agreement.hpp"
 #include "Executables/Kelmor/Join.hpp"
-#include "Utils/H5/H5_ObjectTxt.hpp"
+#include "Utils/Store/H5_ObjectTxt.hpp"
 
 void JoinTxt(JoinRun& run, const JoinTask& task) {
   std::string text;

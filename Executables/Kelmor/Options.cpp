@@ -4,8 +4,8 @@
 #include <string_view>
 
 #include "Utils/ErrorHandling/Require.hpp"
-#include "Utils/H5/CachedH5FileHolder.hpp"
 #include "Utils/Process/Files.hpp"
+#include "Utils/Store/CachedH5FileHolder.hpp"
 
 namespace {
 

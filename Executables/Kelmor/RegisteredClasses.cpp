@@ -2,12 +2,12 @@
 #include <iterator>
 
 #include "Utils/Factory/EnableCreation.hpp"
-#include "Utils/H5/H5_ObjectCoef.hpp"
-#include "Utils/H5/H5_ObjectDat.hpp"
-#include "Utils/H5/H5_ObjectDir.hpp"
-#include "Utils/H5/H5_ObjectTdm.hpp"
-#include "Utils/H5/H5_ObjectTxt.hpp"
-#include "Utils/H5/H5_ObjectVersion.hpp"
+#include "Utils/Store/H5_ObjectCoef.hpp"
+#include "Utils/Store/H5_ObjectDat.hpp"
+#include "Utils/Store/H5_ObjectDir.hpp"
+#include "Utils/Store/H5_ObjectTdm.hpp"
+#include "Utils/Store/H5_ObjectTxt.hpp"
+#include "Utils/Store/H5_ObjectVersion.hpp"
 
 // The classes that this program creates by name. Whatever else is linked in stays out of the
 // registry, so that a stray extension is not taken for one of ours.

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "Utils/Containers/MyVector.hpp"
-#include "Utils/H5/RowRun.hpp"
+#include "Utils/Tables/RowRun.hpp"
 
 /// Decides which time steps of files that follow each other survive: times[i] are those of the i-th
 /// file that holds the dataset, in that file's order. A step is kept if it lies at least DeltaT
@@ -20,7 +20,7 @@ std::int64_t SelectTimeSteps(const std::vector<MyVector<double>>& times,
 unsigned Blocksize(int n);
 
 /// Steps [mFirst, mOnePastLast) of one file.
-using StepRun = RowRun;
+using StepRun = Tables::RowRun;
 
 /// The kept steps of one file as runs, in order.
 std::vector<StepRun> KeptRuns(const MyVector<bool>& keep);

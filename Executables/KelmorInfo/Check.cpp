@@ -14,7 +14,7 @@
 #include "Executables/Kelmor/JoinIndexed.hpp"
 #include "Executables/KelmorInfo/CompareRows.hpp"
 #include "Executables/KelmorInfo/Text.hpp"
-#include "Utils/H5/H5_ObjectCoef.hpp"
+#include "Utils/Store/H5_ObjectCoef.hpp"
 
 namespace {
 
@@ -303,7 +303,7 @@ class Checker {
                    const TableOf& tableOf) {
     mJoined.Visit<KIND>(0, task.mName, [&](const KIND& object) {
       const Dat& joined = tableOf(object);
-      for (const ColumnBlock& block : BlocksOf(joined.Layout())) {
+      for (const Tables::ColumnBlock& block : BlocksOf(joined.Layout())) {
         const auto values = std::make_unique_for_overwrite<double[]>(block.mColumns * block.mRows);
         joined.RetrieveColumns_(block, values.get());
         std::uint64_t position = 0;
@@ -332,7 +332,7 @@ class Checker {
   }
 
   void TellProgress(const Dat& table, std::uint64_t columns, std::uint64_t rows) {
-    const TableLayout& layout = table.Layout();
+    const Tables::TableLayout& layout = table.Layout();
     mProgress.Advance(layout.mStoredBytes, columns * rows, layout.mColumns * layout.mRows);
   }
 

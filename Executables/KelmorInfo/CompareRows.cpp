@@ -10,13 +10,13 @@ namespace {
 constexpr std::uint64_t sBlockValues = 4 * 1024 * 1024;
 
 // As many whole chunks of rows as make a block of that many columns.
-std::uint64_t RowsPerBlock(const TableLayout& layout, std::uint64_t columns) {
+std::uint64_t RowsPerBlock(const Tables::TableLayout& layout, std::uint64_t columns) {
   const std::uint64_t chunk = std::max<std::uint64_t>(layout.mChunkRows, 1);
   return std::max<std::uint64_t>(sBlockValues / columns / chunk, 1) * chunk;
 }
 
 // How many columns make a block with the rows of one chunk: those of a chunk at least.
-std::uint64_t ColumnsPerBlock(const TableLayout& layout) {
+std::uint64_t ColumnsPerBlock(const Tables::TableLayout& layout) {
   const std::uint64_t rows =
       std::max<std::uint64_t>(std::min<std::uint64_t>(layout.mChunkRows, layout.mRows), 1);
   return std::max<std::uint64_t>({sBlockValues / rows, layout.mChunkColumns, 1});
@@ -67,7 +67,7 @@ std::optional<RowDifference> CompareColumns(const H5_Objects::Dat& input,
                                             const std::vector<JoinedPart>& parts,
                                             const JoinedBlock& joined, std::uint64_t first,
                                             std::uint64_t columns) {
-  const ColumnBlock& block = joined.mWhere;
+  const Tables::ColumnBlock& block = joined.mWhere;
   Window window(input, block.mFirstColumn + first, columns, parts.back().mRow + parts.back().mRows);
   for (JoinedPart part : parts) {
     while (part.mRows > 0) {
@@ -98,8 +98,8 @@ bool AreSameBits(const double* a, const double* b, std::uint64_t count) {
   return std::memcmp(a, b, count * sizeof(double)) == 0;
 }
 
-std::vector<ColumnBlock> BlocksOf(const TableLayout& layout) {
-  std::vector<ColumnBlock> blocks;
+std::vector<Tables::ColumnBlock> BlocksOf(const Tables::TableLayout& layout) {
+  std::vector<Tables::ColumnBlock> blocks;
   const std::uint64_t most =
       layout.mRows * layout.mColumns <= sBlockValues ? layout.mRows : RowsPerBlock(layout, 1);
   const std::uint64_t rows =
@@ -114,8 +114,8 @@ std::vector<ColumnBlock> BlocksOf(const TableLayout& layout) {
   return blocks;
 }
 
-std::vector<JoinedPart> PartsWithin(const std::vector<StepRun>& kept, const ColumnBlock& block,
-                                    std::uint64_t& position) {
+std::vector<JoinedPart> PartsWithin(const std::vector<StepRun>& kept,
+                                    const Tables::ColumnBlock& block, std::uint64_t& position) {
   std::vector<JoinedPart> parts;
   for (const StepRun& run : kept) {
     const std::uint64_t begin = std::max(position, block.mFirstRow);

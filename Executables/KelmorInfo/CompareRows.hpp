@@ -6,17 +6,17 @@
 #include <vector>
 
 #include "Executables/Kelmor/SelectTimeSteps.hpp"
-#include "Utils/H5/H5_ObjectDat.hpp"
+#include "Utils/Store/H5_ObjectDat.hpp"
 
 /// A block of a joined table in memory, column after column.
 struct JoinedBlock {
-  ColumnBlock mWhere;
+  Tables::ColumnBlock mWhere;
   const double* mValues;
 };
 
 /// The blocks in which a joined table is compared: of whole chunks, and of some mebibytes unless a
 /// chunk is longer.
-std::vector<ColumnBlock> BlocksOf(const TableLayout& layout);
+std::vector<Tables::ColumnBlock> BlocksOf(const Tables::TableLayout& layout);
 
 /// Rows of an input, and where they stand in the joined table.
 struct JoinedPart {
@@ -27,8 +27,8 @@ struct JoinedPart {
 
 /// Those of an input's kept rows that stand in the block. The first of all kept rows of the input
 /// stands at `position`, which is moved behind the last.
-std::vector<JoinedPart> PartsWithin(const std::vector<StepRun>& kept, const ColumnBlock& block,
-                                    std::uint64_t& position);
+std::vector<JoinedPart> PartsWithin(const std::vector<StepRun>& kept,
+                                    const Tables::ColumnBlock& block, std::uint64_t& position);
 
 struct RowDifference {
   std::uint64_t mColumn;

@@ -5,17 +5,17 @@
 
 #include "Executables/KelmorInfo/Text.hpp"
 #include "Utils/ErrorHandling/CodeError.hpp"
-#include "Utils/H5/H5_ObjectCoef.hpp"
-#include "Utils/H5/H5_ObjectDat.hpp"
-#include "Utils/H5/H5_ObjectTdm.hpp"
-#include "Utils/H5/H5_ObjectTxt.hpp"
+#include "Utils/Store/H5_ObjectCoef.hpp"
+#include "Utils/Store/H5_ObjectDat.hpp"
+#include "Utils/Store/H5_ObjectTdm.hpp"
+#include "Utils/Store/H5_ObjectTxt.hpp"
 
 namespace {
 
 using namespace H5_Objects;
 
 void TakeStorage(const DataSet& dataset, Facts& facts) {
-  H5_Storage storage = dataset.Storage();
+  Tables::Storage storage = dataset.Storage();
   facts.mStoredBytes = Sum(facts.mStoredBytes, storage.mBytes);
   facts.mFilters = std::move(storage.mFilters);
 }
@@ -106,7 +106,7 @@ Facts ReadFacts(Inputs& inputs, int file, const std::string& name) {
                     : facts.mKind == "tdm"  ? Read<Tdm>
                     : facts.mKind == "txt"  ? Read<Txt>
                                             : Read<Version>;
-  const MuteH5Errors mute;
+  const Vexa_H5::MuteH5Errors mute;
   try {
     read(inputs, file, facts);
   } catch (const CodeError& error) {

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "Executables/Kelmor/Inputs.hpp"
-#include "Utils/H5/H5_ObjectVersion.hpp"
+#include "Utils/Store/H5_ObjectVersion.hpp"
 
 struct TimeRange {
   double mFirst;

@@ -6,7 +6,7 @@
 #include "Executables/KelmorInfo/Text.hpp"
 #include "Utils/ErrorHandling/CodeError.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
-#include "Utils/H5/H5_Utils.hpp"
+#include "Utils/HDF5/H5_Utils.hpp"
 #include "Utils/Process/Files.hpp"
 
 namespace {
@@ -28,9 +28,9 @@ std::string InnermostH5Error() {
 
 // What the library says against opening the file; empty if it opens.
 std::string OpenError(const std::string& path) {
-  PropertyListHandle fapl_id(H5Pcreate(H5P_FILE_ACCESS));
+  Vexa_H5::PropertyListHandle fapl_id(H5Pcreate(H5P_FILE_ACCESS));
   Vexa_H5::set_libver_bounds(fapl_id);
-  Handle<H5Fclose> file_id(H5Fopen(path.c_str(), H5F_ACC_RDONLY, fapl_id));
+  Vexa_H5::Handle<H5Fclose> file_id(H5Fopen(path.c_str(), H5F_ACC_RDONLY, fapl_id));
   return file_id >= 0 ? "" : InnermostH5Error();
 }
 
@@ -100,7 +100,7 @@ void InputFiles::RequireUnchanged() const {
 }
 
 InputFiles::InputFiles(const MyVector<std::string>& names) {
-  const MuteH5Errors mute;
+  const Vexa_H5::MuteH5Errors mute;
   // All handles live to the end of the trial, so that a file that is given twice is noticed.
   std::vector<std::unique_ptr<CachedH5File>> handles;
   for (const std::string& name : names) {

@@ -8,8 +8,8 @@
 #include "Executables/Kelmor/JoinIndexed.hpp"
 #include "Executables/KelmorInfo/Text.hpp"
 #include "Utils/ErrorHandling/CodeError.hpp"
-#include "Utils/H5/H5_ObjectCoef.hpp"
 #include "Utils/Process/Files.hpp"
+#include "Utils/Store/H5_ObjectCoef.hpp"
 #include "Utils/StringParsing/PathUtilities.hpp"
 
 namespace {
@@ -282,6 +282,6 @@ class Planner {
 }  // namespace
 
 Plan MakePlan(InputFiles& files, const Options& options) {
-  const MuteH5Errors mute;
+  const Vexa_H5::MuteH5Errors mute;
   return Planner(files, options).Make();
 }

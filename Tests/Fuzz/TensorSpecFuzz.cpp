@@ -4,7 +4,7 @@
 #include <cmath>
 
 #include "Tests/Fuzz/Fuzz.hpp"
-#include "Utils/H5/H5_ObjectTdm.hpp"
+#include "Utils/Store/H5_ObjectTdm.hpp"
 #include "Utils/Tensors/TensorIndexTable.hpp"
 
 namespace {

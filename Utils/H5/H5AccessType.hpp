@@ -1,4 +1,4 @@
+// Kept for programs that know this header under its older path.
 #pragma once
 
-/// How a file is accessed. ReadWrite creates a missing file; ReadOnly fails on one.
-enum H5AccessType { ReadWrite = 0, ReadOnly = 1 };
+#include "Utils/HDF5/H5AccessType.hpp"

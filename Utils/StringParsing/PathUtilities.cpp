@@ -1,7 +1,6 @@
 #include "Utils/StringParsing/PathUtilities.hpp"
 
 #include <stdlib.h>
-#include <string.h>
 
 #include <cerrno>
 #include <cstddef>
@@ -18,14 +17,6 @@ std::string WithoutTrailingSlashes(const std::string& path) {
 struct FreeStorage {
   void operator()(char* storage) const { free(storage); }
 };
-
-// strerror_r() exists in two forms; which one a C++ compiler sees is not ours to choose.
-[[maybe_unused]] std::string ErrorText(int status, const char* buffer, int errnum) {
-  return status == 0 ? buffer : "Unknown error " + std::to_string(errnum);
-}
-[[maybe_unused]] std::string ErrorText(const char* text, const char* /*buffer*/, int /*errnum*/) {
-  return text;
-}
 
 }  // namespace
 
@@ -56,9 +47,4 @@ std::string Realpath(const std::string& path) {
 
 bool PathIsAbsolute(const std::string& path) {
   return path.starts_with('/');
-}
-
-std::string StrError(int errnum) {
-  char buffer[1000] = "";
-  return ErrorText(strerror_r(errnum, buffer, sizeof(buffer)), buffer, errnum);
 }

@@ -3,6 +3,8 @@
 
 #include <string>
 
+#include "Utils/Process/SystemError.hpp"
+
 /// The part after the last '/', trailing ones aside: "a/b/" gives "b". "/" for a path that is
 /// empty or made of '/' only.
 std::string GetFilenameFromPath(const std::string& path);
@@ -16,6 +18,3 @@ std::string GetDirectoryFromPath(const std::string& path);
 std::string Realpath(const std::string& path);
 
 bool PathIsAbsolute(const std::string& path);
-
-/// The system's text for an errno value. Thread-safe.
-std::string StrError(int errnum);

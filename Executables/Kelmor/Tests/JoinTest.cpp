@@ -7,7 +7,7 @@
 
 #include "Executables/Kelmor/Inputs.hpp"
 #include "Executables/Kelmor/Tests/KelmorFixture.hpp"
-#include "Utils/H5/H5_ObjectDat.hpp"
+#include "Utils/Store/H5_ObjectDat.hpp"
 
 namespace {
 

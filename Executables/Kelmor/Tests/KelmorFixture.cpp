@@ -6,7 +6,7 @@
 #include <map>
 #include <tuple>
 
-#include "Utils/H5/CachedH5FileHolder.hpp"
+#include "Utils/Store/CachedH5FileHolder.hpp"
 
 namespace fs = std::filesystem;
 using PlainH5::File;

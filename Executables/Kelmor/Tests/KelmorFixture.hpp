@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "Executables/Kelmor/Tests/RunKelmor.hpp"
-#include "Utils/H5/TestSupport/PlainH5.hpp"
+#include "Utils/HDF5/TestSupport/PlainH5.hpp"
 
 using Strings = std::vector<std::string>;
 

@@ -4,7 +4,7 @@
 #include <numeric>
 
 #include "Executables/Kelmor/Tests/KelmorFixture.hpp"
-#include "Utils/H5/Handle.hpp"
+#include "Utils/HDF5/Handle.hpp"
 
 namespace {
 
@@ -51,7 +51,7 @@ void WriteValues(File& file, const std::string& path, hsize_t rows, hsize_t colu
     values[i] = static_cast<double>(i - i % columns);
   }
   const hsize_t dims[2] = {rows, columns};
-  const DatasetHandle dataset(H5Dopen2(file.Id(), path.c_str(), H5P_DEFAULT));
+  const Vexa_H5::DatasetHandle dataset(H5Dopen2(file.Id(), path.c_str(), H5P_DEFAULT));
   EXPECT_GE(H5Dset_extent(dataset, dims), 0);
   EXPECT_GE(H5Dwrite(dataset, H5T_NATIVE_DOUBLE, H5S_ALL, H5S_ALL, H5P_DEFAULT, values.data()), 0);
 }

@@ -11,7 +11,7 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "Utils/H5/TestSupport/PlainH5.hpp"
+#include "Utils/HDF5/TestSupport/PlainH5.hpp"
 
 namespace {
 

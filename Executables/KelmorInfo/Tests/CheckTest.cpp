@@ -6,7 +6,7 @@
 
 #include "Executables/KelmorInfo/CompareRows.hpp"
 #include "Executables/KelmorInfo/Tests/InfoFixture.hpp"
-#include "Utils/H5/Handle.hpp"
+#include "Utils/HDF5/Handle.hpp"
 
 namespace {
 
@@ -33,14 +33,14 @@ TEST(CompareRows, BlocksCoverATableInWholeChunks) {
       {mega, 10, 3 * mega / 10, 3},
   };
   for (const Case& c : cases) {
-    TableLayout layout;
+    Tables::TableLayout layout;
     layout.mRows = c.mRows;
     layout.mColumns = c.mColumns;
     layout.mChunkRows = c.mChunkRows;
-    const std::vector<ColumnBlock> blocks = BlocksOf(layout);
+    const std::vector<Tables::ColumnBlock> blocks = BlocksOf(layout);
     EXPECT_EQ(blocks.size(), c.mBlocks) << c.mRows << " x " << c.mColumns;
     std::uint64_t values = 0;
-    for (const ColumnBlock& block : blocks) {
+    for (const Tables::ColumnBlock& block : blocks) {
       values += block.mRows * block.mColumns;
       EXPECT_LE(block.mFirstColumn + block.mColumns, c.mColumns);
       EXPECT_LE(block.mFirstRow + block.mRows, c.mRows);
@@ -70,7 +70,8 @@ class CheckTest : public InfoFixture {
 
   // Changes the joined file.
   void Mutate(const std::function<void(hid_t file)>& change) {
-    const Handle<H5Fclose> file(H5Fopen(Path("out.h5").c_str(), H5F_ACC_RDWR, H5P_DEFAULT));
+    const Vexa_H5::Handle<H5Fclose> file(
+        H5Fopen(Path("out.h5").c_str(), H5F_ACC_RDWR, H5P_DEFAULT));
     ASSERT_GE(file, 0);
     change(file);
   }
@@ -81,9 +82,9 @@ using Change = std::function<void(hid_t)>;
 // One number of a table replaced.
 Change Set(const char* table, hsize_t row, hsize_t column, double value) {
   return [=](hid_t file) {
-    const DatasetHandle dataset(H5Dopen2(file, table, H5P_DEFAULT));
-    const DataspaceHandle space(H5Dget_space(dataset));
-    const DataspaceHandle one(H5Screate(H5S_SCALAR));
+    const Vexa_H5::DatasetHandle dataset(H5Dopen2(file, table, H5P_DEFAULT));
+    const Vexa_H5::DataspaceHandle space(H5Dget_space(dataset));
+    const Vexa_H5::DataspaceHandle one(H5Screate(H5S_SCALAR));
     const hsize_t at[2] = {row, column};
     EXPECT_GE(H5Sselect_elements(space, H5S_SELECT_SET, 1, at), 0);
     EXPECT_GE(H5Dwrite(dataset, H5T_NATIVE_DOUBLE, one, space, H5P_DEFAULT, &value), 0);
@@ -93,13 +94,13 @@ Change Set(const char* table, hsize_t row, hsize_t column, double value) {
 // All strings of a dataset or an attribute replaced.
 Change Rewrite(const char* path, const char* attribute, std::vector<const char*> strings) {
   return [=](hid_t file) {
-    const DatatypeHandle type(H5Tcopy(H5T_C_S1));
+    const Vexa_H5::DatatypeHandle type(H5Tcopy(H5T_C_S1));
     H5Tset_size(type, H5T_VARIABLE);
-    const Handle<H5Oclose> object(H5Oopen(file, path, H5P_DEFAULT));
+    const Vexa_H5::Handle<H5Oclose> object(H5Oopen(file, path, H5P_DEFAULT));
     if (attribute == nullptr) {
       EXPECT_GE(H5Dwrite(object, type, H5S_ALL, H5S_ALL, H5P_DEFAULT, strings.data()), 0);
     } else {
-      const AttributeHandle handle(H5Aopen(object, attribute, H5P_DEFAULT));
+      const Vexa_H5::AttributeHandle handle(H5Aopen(object, attribute, H5P_DEFAULT));
       EXPECT_GE(H5Awrite(handle, type, strings.data()), 0);
     }
   };
@@ -115,7 +116,7 @@ Change Copy(const char* from, const char* to) {
 
 Change Resize(const char* path, hsize_t rows, hsize_t columns) {
   return [=](hid_t file) {
-    const DatasetHandle dataset(H5Dopen2(file, path, H5P_DEFAULT));
+    const Vexa_H5::DatasetHandle dataset(H5Dopen2(file, path, H5P_DEFAULT));
     const hsize_t dims[2] = {rows, columns};
     EXPECT_GE(H5Dset_extent(dataset, dims), 0);
   };
@@ -194,7 +195,7 @@ TEST_F(CheckTest, LongSeriesAreComparedToTheirEnd) {
     for (const char* table : {"/c.coef/coefs.dat", "/t.tdm/data.dat"}) {
       file.Table(table, {}, {.mChunk = {7000, 1}}, 1);
       Resize(table, values, 1)(file.Id());
-      const DatasetHandle dataset(H5Dopen2(file.Id(), table, H5P_DEFAULT));
+      const Vexa_H5::DatasetHandle dataset(H5Dopen2(file.Id(), table, H5P_DEFAULT));
       EXPECT_GE(H5Dwrite(dataset, H5T_NATIVE_DOUBLE, H5S_ALL, H5S_ALL, H5P_DEFAULT, numbers.data()),
                 0);
     }
@@ -224,12 +225,12 @@ TEST_F(CheckTest, FewRowsOfLongColumnsAreComparedColumnByColumn) {
     // Only times are written: the other columns take no room in the file.
     std::vector<double> times(rows);
     std::iota(times.begin(), times.end(), 0);
-    const DatasetHandle dataset(H5Dopen2(file.Id(), "/x.dat", H5P_DEFAULT));
-    const DataspaceHandle space(H5Dget_space(dataset));
+    const Vexa_H5::DatasetHandle dataset(H5Dopen2(file.Id(), "/x.dat", H5P_DEFAULT));
+    const Vexa_H5::DataspaceHandle space(H5Dget_space(dataset));
     const hsize_t start[2] = {0, 0};
     const hsize_t count[2] = {rows, 1};
     EXPECT_GE(H5Sselect_hyperslab(space, H5S_SELECT_SET, start, nullptr, count, nullptr), 0);
-    const DataspaceHandle memory(H5Screate_simple(2, count, nullptr));
+    const Vexa_H5::DataspaceHandle memory(H5Screate_simple(2, count, nullptr));
     EXPECT_GE(H5Dwrite(dataset, H5T_NATIVE_DOUBLE, memory, space, H5P_DEFAULT, times.data()), 0);
   }
   Join({"-DeltaT", "100000", "1.h5"});

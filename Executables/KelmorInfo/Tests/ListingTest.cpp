@@ -5,7 +5,7 @@
 #include <tuple>
 
 #include "Executables/KelmorInfo/Tests/InfoFixture.hpp"
-#include "Utils/H5/Handle.hpp"
+#include "Utils/HDF5/Handle.hpp"
 
 namespace {
 
@@ -116,9 +116,9 @@ TEST_F(ListingTest, AFileThatDoesNotOpenGetsAdvice) {
 
 TEST_F(ListingTest, AFileOfWhichOnlyTheBeginningReachedTheDiskGetsAdvice) {
   {
-    const PropertyListHandle access(H5Pcreate(H5P_FILE_ACCESS));
+    const Vexa_H5::PropertyListHandle access(H5Pcreate(H5P_FILE_ACCESS));
     EXPECT_GE(H5Pset_libver_bounds(access, H5F_LIBVER_V18, H5F_LIBVER_V18), 0);
-    const Handle<H5Fclose> file(
+    const Vexa_H5::Handle<H5Fclose> file(
         H5Fcreate(Path("a.h5").c_str(), H5F_ACC_TRUNC, H5P_DEFAULT, access));
     EXPECT_GE(file, 0);
   }

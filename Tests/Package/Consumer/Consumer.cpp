@@ -1,7 +1,7 @@
 // Makes the file given as argument with one table of one row, or checks that the file holds it.
-#include "Utils/H5/CachedH5File.hpp"
-#include "Utils/H5/H5_ObjectDat.hpp"
 #include "Utils/Process/Files.hpp"
+#include "Utils/Store/CachedH5File.hpp"
+#include "Utils/Store/H5_ObjectDat.hpp"
 
 int main(int, char** argv) {
   const bool exists = FileExists(argv[1]);

@@ -12,11 +12,11 @@
 #include <string>
 
 #include "Utils/ErrorHandling/CachedOutput.hpp"
-#include "Utils/H5/CachedH5File.hpp"
-#include "Utils/H5/CachedH5FileHolder.hpp"
-#include "Utils/H5/H5_ObjectCoef.hpp"
-#include "Utils/H5/H5_ObjectDat.hpp"
-#include "Utils/H5/H5_ObjectTdm.hpp"
+#include "Utils/Store/CachedH5File.hpp"
+#include "Utils/Store/CachedH5FileHolder.hpp"
+#include "Utils/Store/H5_ObjectCoef.hpp"
+#include "Utils/Store/H5_ObjectDat.hpp"
+#include "Utils/Store/H5_ObjectTdm.hpp"
 
 namespace {
 

@@ -1,9 +1,0 @@
-#include "Utils/H5/H5_Object.hpp"
-
-#include <exception>
-
-#include "Utils/ErrorHandling/MyAbort.hpp"
-
-bool MayCheckInDestructor() {
-  return std::uncaught_exceptions() == 0 && !MyAbortCalled_UncleanShutdown();
-}

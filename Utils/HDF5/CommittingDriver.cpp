@@ -1,0 +1,410 @@
+#include "Utils/HDF5/CommittingDriver.hpp"
+
+#if H5_VERSION_GE(1, 14, 0)
+#include <H5FDdevelop.h>
+#endif
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <bit>
+#include <cerrno>
+#include <memory>
+#include <new>
+#include <utility>
+#include <vector>
+
+#include "Utils/ErrorHandling/Require.hpp"
+#include "Utils/HDF5/FilePieces.hpp"
+#include "Utils/HDF5/Handle.hpp"
+#include "Utils/HDF5/Library.hpp"
+
+using namespace Vexa_H5;
+
+namespace {
+
+// Without a group behind it nobody can open a file.
+constexpr haddr_t sSuperblockBytes = 48;
+
+// The checksum of metadata: Bob Jenkins's lookup3 (hashlittle, with an initial value of 0), of 44
+// bytes here (HDF5 File Format Specification, "Superblock" of version 3).
+std::uint32_t ChecksumOfSuperblock(const unsigned char* bytes) {
+  const auto word = [bytes](int i) {
+    std::uint32_t value = 0;
+    for (int k = 3; k >= 0; --k) {
+      value = value << 8 | bytes[4 * i + k];
+    }
+    return value;
+  };
+  std::uint32_t a = 0xdeadbeef + 44;
+  std::uint32_t b = a;
+  std::uint32_t c = a;
+  for (int i = 0; i < 9; i += 3) {
+    a += word(i);
+    b += word(i + 1);
+    c += word(i + 2);
+    a = (a - c) ^ std::rotl(c, 4), c += b;
+    b = (b - a) ^ std::rotl(a, 6), a += c;
+    c = (c - b) ^ std::rotl(b, 8), b += a;
+    a = (a - c) ^ std::rotl(c, 16), c += b;
+    b = (b - a) ^ std::rotl(a, 19), a += c;
+    c = (c - b) ^ std::rotl(b, 4), b += a;
+  }
+  a += word(9);
+  b += word(10);
+  c = (c ^ b) - std::rotl(b, 14);
+  a = (a ^ c) - std::rotl(c, 11);
+  b = (b ^ a) - std::rotl(a, 25);
+  c = (c ^ b) - std::rotl(b, 16);
+  a = (a ^ c) - std::rotl(c, 4);
+  b = (b ^ a) - std::rotl(a, 14);
+  return (c ^ b) - std::rotl(b, 24);
+}
+
+// In a superblock of version 3, which other writers make, the library marks a file as open for
+// writing, and refuses a file that is so marked. What is committed can be read at any time, so it
+// carries no mark.
+void ClearWriteMark(FilePieces::Bytes& beginning) {
+  constexpr std::size_t version = 8;
+  constexpr std::size_t mark = 11;
+  constexpr std::size_t checksum = sSuperblockBytes - 4;
+  if (beginning.size() < sSuperblockBytes || beginning[0] != 0x89 || beginning[version] != 3) {
+    return;
+  }
+  beginning[mark] = 0;
+  const std::uint32_t sum = ChecksumOfSuperblock(beginning.data());
+  for (std::size_t i = 0; i < 4; ++i) {
+    beginning[checksum + i] = static_cast<unsigned char>(sum >> 8 * i);
+  }
+}
+
+// A file as this driver knows it. Below is the file of the library's own driver, whose functions
+// are called past the library's interface: that would clear the stack of errors and print it twice.
+class File {
+ public:
+  File(H5FD_t* below, bool isNew)
+      : mpBelow(below), mHasContent(!isNew), mEnd(FileEnd()), mCommittedEnd(isNew ? 0 : mEnd) {}
+
+  H5FD_t* Below() const { return mpBelow; }
+  haddr_t End() const { return mEnd; }
+
+  herr_t Read(H5FD_mem_t type, hid_t dxpl_id, haddr_t address, std::size_t size, void* buffer) {
+    const herr_t err = mpBelow->cls->read(mpBelow, type, dxpl_id, address, size, buffer);
+    if (err >= 0 && !mHeld.IsEmpty()) {
+      mHeld.Overlay(address, static_cast<unsigned char*>(buffer), size);
+    }
+    return err;
+  }
+
+  herr_t Write(H5FD_mem_t type, hid_t dxpl_id, haddr_t address, std::size_t size,
+               const void* buffer) {
+    const auto* bytes = static_cast<const unsigned char*>(buffer);
+    if (Vexa_H5::DiscardUnflushed::IsActive()) {
+      return 0;
+    }
+    mEnd = std::max(mEnd, address + size);
+    const bool passes =
+        mHasContent && address >= mCommittedEnd && size >= FilePieces::BytesWorthAWrite;
+    if (!passes || mHeld.Overlaps(address, size)) {
+      mHeld.Write(address, bytes, size);
+      return mHeld.Size() > Vexa_H5::sMostBytesHeld && mHasContent ? EmitEarly(dxpl_id) : 0;
+    }
+    const herr_t err = mpBelow->cls->write(mpBelow, type, dxpl_id, address, size, bytes);
+    // The library's metadata already lead to what is missing, a chunk with earlier rows among it.
+    mLacksBytes = mLacksBytes || err < 0;
+    return err;
+  }
+
+  void Truncate(haddr_t end) {
+    mHeld.Cut(end);
+    mEnd = end;
+  }
+
+  herr_t Commit(hid_t dxpl_id, hbool_t isClosing) {
+    if (Vexa_H5::DiscardUnflushed::IsActive()) {
+      mHasFailed = true;
+      return 0;
+    }
+    mHasFailed = std::exchange(mLacksBytes, false) || TryToCommit(dxpl_id, isClosing) < 0;
+    return mHasFailed ? -1 : 0;
+  }
+
+  // While it closes a file the library writes to it after its last flush, too.
+  herr_t CommitRest() {
+    return mHasFailed || (mHeld.IsEmpty() && mEnd == mCommittedEnd) ? 0 : Commit(H5P_DEFAULT, true);
+  }
+
+ private:
+  herr_t TryToCommit(hid_t dxpl_id, hbool_t isClosing) {
+    if (!mHasContent) {
+      // The library flushes a superblock before there is a group, which nobody could open.
+      if (mEnd <= sSuperblockBytes) {
+        return 0;
+      }
+      if (CommitFirst(dxpl_id) < 0) {
+        return -1;
+      }
+    }
+    FilePieces fresh = mHasContent ? mHeld.TakeFrom(mCommittedEnd) : FilePieces();
+    if ((mHasContent && TakeRoom() < 0) || Emit(fresh, dxpl_id) < 0 ||
+        (mHasContent && FileEnd() < mEnd &&
+         mpBelow->cls->truncate(mpBelow, dxpl_id, isClosing) < 0) ||
+        Emit(mHeld, dxpl_id) < 0 ||
+        (FileEnd() > mEnd && mpBelow->cls->truncate(mpBelow, dxpl_id, isClosing) < 0)) {
+      return -1;
+    }
+    mHasContent = true;
+    mCommittedEnd = mEnd;
+    return mpBelow->cls->flush == nullptr ? 0 : mpBelow->cls->flush(mpBelow, dxpl_id, isClosing);
+  }
+
+  // Of the new part of the file, also where nothing is written yet: what a later commit writes
+  // there could otherwise find the disk full when the old part is half overwritten. A file system
+  // that cannot take room does without.
+  herr_t TakeRoom() {
+    const int descriptor = Descriptor();
+    if (mEnd <= mCommittedEnd || descriptor < 0) {
+      return 0;
+    }
+    int result = -1;
+    do {
+      result = fallocate(descriptor, 0, static_cast<off_t>(mCommittedEnd),
+                         static_cast<off_t>(mEnd - mCommittedEnd));
+    } while (result != 0 && errno == EINTR);
+    const bool isFull = result != 0 && (errno == ENOSPC || errno == EDQUOT || errno == EFBIG);
+    return isFull ? -1 : 0;
+  }
+
+  // Of the file below; -1 if there is none.
+  int Descriptor() const {
+    void* handle = nullptr;
+    const herr_t err = mpBelow->cls->get_handle(mpBelow, H5P_DEFAULT, &handle);
+    return err < 0 ? -1 : *static_cast<const int*>(handle);
+  }
+
+  // Writes all that is held in one piece, the unused end of the file included, or nothing of it.
+  herr_t CommitFirst(hid_t dxpl_id) {
+    const FilePieces::Bytes rest(std::max(mEnd, FileEnd()) - FileEnd(), 0);
+    FilePieces all;
+    all.Write(FileEnd(), rest.data(), rest.size());
+    for (const auto& [address, bytes] : mHeld.All()) {
+      all.Write(address, bytes.data(), bytes.size());
+    }
+    mHeld = std::move(all);
+    const int descriptor = Descriptor();
+    struct stat status {};
+    // Where nobody uses locks, another process may have taken the same empty file for its own.
+    if (fstat(descriptor, &status) != 0 || status.st_size != 0) {
+      return -1;
+    }
+    const herr_t err = Emit(mHeld, dxpl_id);
+    return err < 0 && ftruncate(descriptor, 0) != 0 ? -1 : err;
+  }
+
+  // The end of the file on disk.
+  haddr_t FileEnd() const { return mpBelow->cls->get_eof(mpBelow, H5FD_MEM_DEFAULT); }
+
+  // When too much is held, what lies beyond the old end goes first, where it does no harm.
+  herr_t EmitEarly(hid_t dxpl_id) {
+    FilePieces fresh = mHeld.TakeFrom(mCommittedEnd);
+    const herr_t err = Emit(fresh, dxpl_id);
+    return err < 0 || mHeld.Size() <= Vexa_H5::sMostBytesHeld / 2 ? err : Emit(mHeld, dxpl_id);
+  }
+
+  // Writes pieces and forgets them, or none of the latter. All are gathered first, so that the
+  // writes follow one another closely.
+  herr_t Emit(FilePieces& pieces, hid_t dxpl_id) {
+    const auto read = [&](haddr_t address, FilePieces::Bytes& bytes) {
+      return mpBelow->cls->read(mpBelow, H5FD_MEM_DEFAULT, dxpl_id, address, bytes.size(),
+                                bytes.data()) >= 0;
+    };
+    bool isFine = pieces.Gather(read);
+    if (FilePieces::Bytes* const beginning = pieces.Find(0)) {
+      ClearWriteMark(*beginning);
+    }
+    for (const auto& [address, bytes] : pieces.All()) {
+      isFine = isFine && mpBelow->cls->write(mpBelow, H5FD_MEM_DEFAULT, dxpl_id, address,
+                                             bytes.size(), bytes.data()) >= 0;
+    }
+    if (isFine) {
+      pieces.Clear();
+    } else if (&pieces != &mHeld) {
+      for (const auto& [address, bytes] : pieces.All()) {
+        mHeld.Write(address, bytes.data(), bytes.size());
+      }
+    }
+    return isFine ? 0 : -1;
+  }
+
+  H5FD_t* mpBelow;
+  bool mHasContent;  // the file on disk, for a reader
+  haddr_t mEnd;      // of the file as the library sees it
+  haddr_t mCommittedEnd;
+  bool mLacksBytes = false;  // some that the library wrote since the last flush
+  bool mHasFailed = false;   // at the last flush
+  FilePieces mHeld;
+};
+
+// The library casts this to H5FD_t and back.
+struct DriverFile {
+  H5FD_t mPublic;
+  File* mpFile;
+};
+
+File& FileOf(H5FD_t* file) {
+  return *reinterpret_cast<DriverFile*>(file)->mpFile;
+}
+
+const File& FileOf(const H5FD_t* file) {
+  return *reinterpret_cast<const DriverFile*>(file)->mpFile;
+}
+
+H5FD_t* BelowOf(const H5FD_t* file) {
+  return FileOf(file).Below();
+}
+
+// No exception may pass through the library.
+template <class Function>
+herr_t Guarded(const Function& function) {
+  try {
+    return function();
+  } catch (...) {
+    return -1;
+  }
+}
+
+// Keeps the library's errors while its interface is called, which would clear them.
+class KeptErrors {
+ public:
+  KeptErrors() : mErrors_id(H5Eget_current_stack()) {}
+  ~KeptErrors() { H5Eset_current_stack(mErrors_id); }
+  KeptErrors(const KeptErrors&) = delete;
+  KeptErrors& operator=(const KeptErrors&) = delete;
+
+ private:
+  hid_t mErrors_id;
+};
+
+H5FD_t* OpenBelow(const char* name, unsigned flags, haddr_t maxAddress) {
+  // The library prints its errors once more on the way up.
+  const MuteH5Errors mute;
+  static Vexa_H5::KeptId list;
+  const hid_t below_id = list.Get([] {
+    PropertyListHandle made(H5Pcreate(H5P_FILE_ACCESS));
+    return made >= 0 && H5Pset_fapl_sec2(made) >= 0 ? made.Release() : -1;
+  });
+  return below_id < 0 ? nullptr : H5FDopen(name, flags, below_id, maxAddress);
+}
+
+H5FD_t* Open(const char* name, unsigned flags, hid_t, haddr_t maxAddress) {
+  // The library truncates a file before it asks for its lock. Only an empty file is made a new one
+  // here; that it is empty still is seen when something is written to it.
+  const bool mustBeEmpty = (flags & H5F_ACC_TRUNC) != 0;
+  const unsigned harmless = flags & ~(H5F_ACC_TRUNC | H5F_ACC_CREAT);
+  H5FD_t* const below = OpenBelow(name, mustBeEmpty ? harmless : flags, maxAddress);
+  if (below == nullptr) {
+    return nullptr;
+  }
+  const bool isNew = below->cls->get_eof(below, H5FD_MEM_DEFAULT) == 0;
+  if (mustBeEmpty && !isNew) {
+    H5FDclose(below);
+    return nullptr;
+  }
+  try {
+    auto file = std::make_unique<File>(below, isNew);
+    return &(new DriverFile{{}, file.release()})->mPublic;
+  } catch (...) {
+    H5FDclose(below);
+    return nullptr;
+  }
+}
+
+herr_t Close(H5FD_t* file) {
+  // What is held after a failed flush is not whole, and goes no further.
+  const herr_t rest = Guarded([file] { return FileOf(file).CommitRest(); });
+  const KeptErrors kept;
+  const herr_t err = std::min(H5FDclose(BelowOf(file)), rest);
+  delete &FileOf(file);
+  delete reinterpret_cast<DriverFile*>(file);
+  return err;
+}
+
+// Functions that the library's own driver answers.
+template <auto Member, class... Arguments>
+auto Forward(const H5FD_t* file, Arguments... arguments) {
+  H5FD_t* const below = BelowOf(file);
+  return (below->cls->*Member)(below, arguments...);
+}
+
+// How bytes move.
+void SetTransfer(H5FD_class_t& driver) {
+  driver.get_eoa = [](const H5FD_t* file, H5FD_mem_t type) {
+    return Forward<&H5FD_class_t::get_eoa>(file, type);
+  };
+  driver.set_eoa = [](H5FD_t* file, H5FD_mem_t type, haddr_t address) {
+    return Forward<&H5FD_class_t::set_eoa>(file, type, address);
+  };
+  driver.get_eof = [](const H5FD_t* file, H5FD_mem_t) { return FileOf(file).End(); };
+  driver.get_handle = [](H5FD_t* file, hid_t fapl_id, void** handle) {
+    return Forward<&H5FD_class_t::get_handle>(file, fapl_id, handle);
+  };
+  driver.read = [](H5FD_t* file, H5FD_mem_t type, hid_t dxpl_id, haddr_t address, std::size_t size,
+                   void* buffer) {
+    return FileOf(file).Read(type, dxpl_id, address, size, buffer);
+  };
+  driver.write = [](H5FD_t* file, H5FD_mem_t type, hid_t dxpl_id, haddr_t address, std::size_t size,
+                    const void* buffer) {
+    return Guarded([&] { return FileOf(file).Write(type, dxpl_id, address, size, buffer); });
+  };
+  driver.flush = [](H5FD_t* file, hid_t dxpl_id, hbool_t isClosing) {
+    return Guarded([&] { return FileOf(file).Commit(dxpl_id, isClosing); });
+  };
+  driver.truncate = [](H5FD_t* file, hid_t, hbool_t) {
+    FileOf(file).Truncate(Forward<&H5FD_class_t::get_eoa>(file, H5FD_MEM_DEFAULT));
+    return 0;
+  };
+}
+
+H5FD_class_t MakeClass() {
+  H5FD_class_t driver{};
+#ifdef H5FD_CLASS_VERSION
+  driver.version = H5FD_CLASS_VERSION;
+  driver.value = static_cast<H5FD_class_value_t>(H5_VFD_RESERVED + 77);
+#endif
+  driver.name = "committing";
+  driver.maxaddr = (haddr_t{1} << 63) - 1;  // of an off_t
+  driver.fc_degree = H5F_CLOSE_WEAK;
+  driver.open = Open;
+  driver.close = Close;
+  driver.cmp = [](const H5FD_t* a, const H5FD_t* b) {
+    return BelowOf(a)->cls->cmp(BelowOf(a), BelowOf(b));
+  };
+  driver.query = [](const H5FD_t* file, unsigned long* flags) {
+    if (file == nullptr) {
+      return H5FDdriver_query(H5FD_SEC2, flags);
+    }
+    return BelowOf(file)->cls->query(BelowOf(file), flags);
+  };
+  SetTransfer(driver);
+  driver.lock = [](H5FD_t* file, hbool_t isForWriting) {
+    return Forward<&H5FD_class_t::lock>(file, isForWriting);
+  };
+  driver.unlock = [](H5FD_t* file) { return Forward<&H5FD_class_t::unlock>(file); };
+  // Room that is given up is reused as under the driver below.
+  const H5FD_mem_t map[] = H5FD_FLMAP_DICHOTOMY;
+  std::ranges::copy(map, driver.fl_map);
+  return driver;
+}
+
+}  // namespace
+
+void Vexa_H5::UseCommittingDriver(hid_t fapl_id) {
+  static const H5FD_class_t driver = MakeClass();
+  static KeptId registered;
+  const hid_t driver_id = registered.Get([] { return H5FDregister(&driver); });
+  REQUIRE(driver_id>=0, "H5FDregister failed");
+  const herr_t err = H5Pset_driver(fapl_id, driver_id, nullptr);
+  REQUIRE(err>=0, "H5Pset_driver failed");
+}

@@ -1,0 +1,263 @@
+#include "Utils/HDF5/GlobalHeap.hpp"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cerrno>
+#include <cstring>
+#include <iterator>
+#include <string_view>
+#include <utility>
+
+#include "Utils/ErrorHandling/Require.hpp"
+#include "Utils/HDF5/Handle.hpp"
+#include "Utils/HDF5/Library.hpp"
+#include "Utils/Process/PerThread.hpp"
+
+namespace Vexa_H5 {
+
+namespace {
+
+constexpr std::size_t sLengthBytes = 4;
+constexpr std::size_t sIndexBytes = 4;
+// A collection begins with its signature, version and size; an object with its index, a count of
+// references and its size. Either takes this much, whatever the size of a size.
+constexpr std::uint64_t sHeaderBytes = 16;
+constexpr std::uint64_t sSizeAt = 8;
+constexpr std::size_t sObjectIndexBytes = 2;
+constexpr std::uint64_t sSmallestCollection = 4096;
+// Collections up to this size are kept for the next list of strings.
+constexpr std::uint64_t sKeptCollection = 65536;
+// The library keeps some 24 bytes for each index up to the highest of a collection. A collection of
+// which many strings were replaced has a high one and few objects; but not a hundred of them.
+constexpr std::uint64_t sHarmlessIndices = std::uint64_t{1} << 22;
+
+std::uint64_t LittleEndian(const std::byte* bytes, std::size_t count) {
+  std::uint64_t number = 0;
+  while (count-- > 0) {
+    number = number << 8 | std::to_integer<std::uint64_t>(bytes[count]);
+  }
+  return number;
+}
+
+// The same of the first bytes of eight.
+std::uint64_t OfWord(const std::byte* word, std::size_t count) {
+  std::uint64_t number = 0;
+  if constexpr (std::endian::native == std::endian::little) {
+    std::memcpy(&number, word, sizeof(number));
+    return number & ~std::uint64_t{0} >> (64 - 8 * count);
+  }
+  return LittleEndian(word, count);
+}
+
+std::uint64_t Padded(std::uint64_t size) {
+  return (size + 7) / 8 * 8;
+}
+
+// The descriptor through which the strings of a file can be read; negative if they cannot.
+int DescriptorOf(hid_t file_id, std::source_location where) {
+  unsigned intent = 0;
+  herr_t err = H5Fget_intent(file_id, &intent);
+  REQUIRE_AT(where, err>=0, "H5Fget_intent failed");
+#if H5_VERSION_GE(1, 10, 1)
+  haddr_t imageAddress = 0;
+  hsize_t imageSize = 0;
+  err = H5Fget_mdc_image_info(file_id, &imageAddress, &imageSize);
+  REQUIRE_AT(where, err>=0, "H5Fget_mdc_image_info failed");
+#else
+  const hsize_t imageSize = 0;
+#endif
+  const PropertyListHandle fapl_id(H5Fget_access_plist(file_id));
+  REQUIRE_AT(where, fapl_id>=0, "H5Fget_access_plist failed");
+  if ((intent & H5F_ACC_RDWR) != 0 || imageSize > 0 || H5Pget_driver(fapl_id) != H5FD_SEC2) {
+    return -1;
+  }
+  void* pDescriptor = nullptr;
+  err = H5Fget_vfd_handle(file_id, H5P_DEFAULT, &pDescriptor);
+  REQUIRE_AT(where, err>=0, "H5Fget_vfd_handle failed");
+  return *static_cast<int*>(pDescriptor);
+}
+
+}  // namespace
+
+GlobalHeap::GlobalHeap(hid_t object_id, const char* failure, std::source_location where)
+    : mFile(FileOf(object_id, where)),
+      mFailure(failure),
+      mWhere(where),
+      mMostIndices(sHarmlessIndices) {}
+
+// To ask for all this takes longer than the rest that is done for a short list of strings, of which
+// a file can have thousands, in turn with those of other files. The library gives no identifier
+// twice in one life.
+GlobalHeap::OpenFile& GlobalHeap::FileOf(hid_t object_id, std::source_location where) {
+  const Handle<H5Fclose> file_id(H5Iget_file_id(object_id));
+  REQUIRE_AT(where, file_id>=0, "H5Iget_file_id failed");
+  using KnownFiles = std::array<OpenFile, 64>;
+  KnownFiles& files = PerThread<KnownFiles>();
+  OpenFile& known = files[static_cast<std::size_t>(hid_t(file_id)) % files.size()];
+  if (known.mFile_id == file_id && known.mLife == Vexa_H5::LibraryLife()) {
+    return known;
+  }
+  OpenFile file;
+  const PropertyListHandle fcpl_id(H5Fget_create_plist(file_id));
+  REQUIRE_AT(where, fcpl_id>=0, "H5Fget_create_plist failed");
+  herr_t err = H5Pget_sizes(fcpl_id, &file.mAddressBytes, &file.mSizeBytes);
+  REQUIRE_AT(where, err>=0, "H5Pget_sizes failed");
+  const std::size_t most = sizeof(std::uint64_t);
+  REQUIRE_AT(where, file.mAddressBytes<=most && file.mSizeBytes<=most,
+             "Addresses of " << file.mAddressBytes << " bytes and sizes of " << file.mSizeBytes
+                             << " are not read");
+  hsize_t base = 0;
+  err = H5Pget_userblock(fcpl_id, &base);
+  REQUIRE_AT(where, err>=0, "H5Pget_userblock failed");
+  hsize_t size = 0;
+  err = H5Fget_filesize(file_id, &size);
+  REQUIRE_AT(where, err>=0 && size>=base, "H5Fget_filesize failed");
+  file.mBase = base;
+  file.mFileSize = size - base;
+  file.mDescriptor = DescriptorOf(file_id, where);
+  file.mFile_id = file_id;
+  file.mLife = Vexa_H5::LibraryLife();
+  known = std::move(file);
+  return known;
+}
+
+std::size_t GlobalHeap::ElementBytes() const {
+  return sLengthBytes + mFile.mAddressBytes + sIndexBytes;
+}
+
+void GlobalHeap::RequireString(std::span<const std::byte> element, bool mayShare) {
+  const std::uint64_t length = LittleEndian(element.data(), sLengthBytes);
+  const std::uint64_t address = LittleEndian(element.data() + sLengthBytes, mFile.mAddressBytes);
+  const std::uint64_t index =
+      LittleEndian(element.data() + sLengthBytes + mFile.mAddressBytes, sIndexBytes);
+  if (address == 0) {
+    REQUIRE_AT(mWhere, length==0,
+               mFailure << ": a string of " << length << " characters has no address");
+    return;
+  }
+  Use& use = At(address);
+  const std::vector<Object>& objects = use.mpCollection->mObjects;
+  const auto object = std::ranges::lower_bound(objects, index, {}, &Object::mIndex);
+  REQUIRE_AT(mWhere, object!=objects.end() && object->mIndex==index,
+             mFailure << ": there is no string " << index << " in the collection at " << address);
+  REQUIRE_AT(mWhere, object->mSize==length,
+             mFailure << ": string " << index << " in the collection at " << address << " has "
+                      << object->mSize << " characters instead of " << length);
+  const auto position = static_cast<std::size_t>(object - objects.begin());
+  REQUIRE_AT(mWhere, mayShare || !use.mIsTaken[position],
+             mFailure << ": two strings are string " << index << " in the collection at "
+                      << address);
+  use.mIsTaken[position] = true;
+}
+
+GlobalHeap::Use& GlobalHeap::At(std::uint64_t address) {
+  const auto found = mUses.find(address);
+  if (found != mUses.end()) {
+    return found->second;
+  }
+  if (mFile.mpLast == nullptr || mFile.mpLast->mAddress != address) {
+    mFile.mpLast = ReadCollection(address);
+  }
+  Use use = {mFile.mpLast, std::vector<bool>(mFile.mpLast->mObjects.size())};
+  if (use.mpCollection->mSize > sKeptCollection) {
+    mFile.mpLast.reset();
+  }
+  // Or a small file could make us read its bytes again and again, and the library keep gigabytes.
+  const auto next = mUses.lower_bound(address);
+  const std::uint64_t end = address + use.mpCollection->mSize;
+  const auto endOf = [](const Use& other) {
+    return other.mpCollection->mAddress + other.mpCollection->mSize;
+  };
+  const bool isApart = (next == mUses.end() || end <= next->first) &&
+                       (next == mUses.begin() || endOf(std::prev(next)->second) <= address);
+  REQUIRE_AT(mWhere, isApart,
+             mFailure << ": the collection at " << address << " overlaps with another");
+  mIndices += use.mIsTaken.empty() ? 0 : use.mpCollection->mObjects.back().mIndex;
+  mMostIndices += use.mpCollection->mSize / sHeaderBytes;
+  REQUIRE_AT(mWhere, mIndices<=mMostIndices,
+             mFailure << ": the collections up to that at " << address
+                      << " claim more strings than they have room for");
+  return mUses.emplace_hint(next, address, std::move(use))->second;
+}
+
+GlobalHeap::CollectionPointer GlobalHeap::ReadCollection(std::uint64_t address) {
+  constexpr std::string_view signature("GCOL\1", 5);
+  const std::byte* pHeader = Bytes(address, sHeaderBytes);
+  REQUIRE_AT(mWhere,
+             std::equal(signature.begin(), signature.end(), reinterpret_cast<const char*>(pHeader)),
+             mFailure << ": there is no collection of strings at " << address);
+  auto pCollection = std::make_shared<Collection>();
+  pCollection->mAddress = address;
+  pCollection->mSize = OfWord(pHeader + sSizeAt, mFile.mSizeBytes);
+  const bool isInFile =
+      pCollection->mSize >= sSmallestCollection && pCollection->mSize <= mFile.mFileSize - address;
+  REQUIRE_AT(mWhere, isInFile,
+             mFailure << ": the collection at " << address << " has " << pCollection->mSize
+                      << " bytes, its file " << mFile.mFileSize);
+  ReadObjects(*pCollection);
+  return pCollection;
+}
+
+void GlobalHeap::ReadObjects(Collection& collection) {
+  std::vector<Object>& objects = collection.mObjects;
+  objects.reserve(sSmallestCollection / sHeaderBytes);
+  const std::uint64_t end = collection.mAddress + collection.mSize;
+  bool isAscending = true;
+  bool hasFreeRoom = false;
+  // What is left at the end for no header is free.
+  for (std::uint64_t at = collection.mAddress + sHeaderBytes; end - at >= sHeaderBytes;) {
+    const std::byte* pObject = Bytes(at, sHeaderBytes);
+    const auto index = static_cast<std::uint32_t>(OfWord(pObject, sObjectIndexBytes));
+    const std::uint64_t size = OfWord(pObject + sSizeAt, mFile.mSizeBytes);
+    const std::uint64_t room = end - at;
+    // Object 0 is the free room, with its header.
+    const bool isFreeRoom = index == 0;
+    const bool fits = isFreeRoom ? size >= sHeaderBytes && size <= room && !hasFreeRoom
+                                 : size <= room && sHeaderBytes + Padded(size) <= room;
+    REQUIRE_AT(mWhere, fits,
+               mFailure << ": the collection at " << collection.mAddress << " is damaged at "
+                        << at);
+    if (isFreeRoom) {
+      hasFreeRoom = true;
+      at += size;
+    } else {
+      isAscending = isAscending && (objects.empty() || objects.back().mIndex < index);
+      objects.push_back({index, size});
+      at += sHeaderBytes + Padded(size);
+    }
+  }
+  if (!isAscending) {
+    std::ranges::sort(objects, {}, &Object::mIndex);
+    const auto twice = std::ranges::adjacent_find(objects, {}, &Object::mIndex);
+    REQUIRE_AT(mWhere, twice==objects.end(),
+               mFailure << ": the collection at " << collection.mAddress << " has string "
+                        << twice->mIndex << " twice");
+  }
+}
+
+const std::byte* GlobalHeap::Bytes(std::uint64_t address, std::size_t count) {
+  // Beyond any window if it is before this one.
+  std::uint64_t at = address - mWindowAddress;
+  if (at > mWindow.size() || count > mWindow.size() - at) {
+    REQUIRE_AT(mWhere, address<=mFile.mFileSize && count<=mFile.mFileSize-address,
+               mFailure << ": a collection at " << address << " is beyond the end of the file");
+    mWindow.resize(std::min(sSmallestCollection, mFile.mFileSize - address));
+    mWindowAddress = address;
+    at = 0;
+    std::size_t done = 0;
+    while (done < count) {
+      const ssize_t bytes = pread(mFile.mDescriptor, mWindow.data() + done, mWindow.size() - done,
+                                  static_cast<off_t>(mFile.mBase + address + done));
+      REQUIRE_AT(mWhere, bytes>0 || (bytes<0 && errno==EINTR),
+                 mFailure << ": the strings at " << address << " cannot be read");
+      done += bytes > 0 ? static_cast<std::size_t>(bytes) : 0;
+    }
+    mWindow.resize(done);
+  }
+  return mWindow.data() + at;
+}
+
+}  // namespace Vexa_H5

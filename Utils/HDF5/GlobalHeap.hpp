@@ -1,0 +1,80 @@
+// Where a file keeps its strings of variable length: in the collections of its global heap (HDF5
+// File Format Specification 3.0, III.E). Read here only to see whether they are sound, since the
+// library trusts them: damaged ones crash it, or show it another string.
+#pragma once
+
+#include <hdf5.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <source_location>
+#include <span>
+#include <vector>
+
+namespace Vexa_H5 {
+
+/// Of the file of an open object, which is lent.
+class GlobalHeap {
+ public:
+  /// What fails is reported with `failure` before it.
+  GlobalHeap(hid_t object_id, const char* failure, std::source_location where);
+
+  /// Not if the file is open for writing, so that strings may be in memory still; nor if it keeps
+  /// them in an image of the library's cache, or is no ordinary file to the library.
+  bool CanRead() const { return mFile.mDescriptor >= 0; }
+
+  /// What a string takes beside its characters: length, address of its collection, index in that.
+  std::size_t ElementBytes() const;
+
+  /// Fails unless the string is in the file, with the length that its element gives, and (unless
+  /// they may share) no element before this one had the same. A string that was never written has
+  /// neither length nor address.
+  void RequireString(std::span<const std::byte> element, bool mayShare);
+
+  struct Object {
+    std::uint32_t mIndex;
+    std::uint64_t mSize;
+  };
+  struct Collection {
+    std::uint64_t mAddress = 0;
+    std::uint64_t mSize = 0;
+    std::vector<Object> mObjects;  // ascending by index
+  };
+  using CollectionPointer = std::shared_ptr<const Collection>;
+  struct OpenFile {
+    hid_t mFile_id = -1;
+    unsigned long mLife = 0;  // of the library, in which the file was opened
+    std::size_t mAddressBytes = 0;
+    std::size_t mSizeBytes = 0;
+    std::uint64_t mBase = 0;      // addresses count from here
+    std::uint64_t mFileSize = 0;  // from there on
+    int mDescriptor = -1;         // negative if strings cannot be seen
+    CollectionPointer mpLast;
+  };
+  /// The file of an open object, as long as it stays open and no other file is asked for.
+  static OpenFile& FileOf(hid_t object_id, std::source_location where);
+
+ private:
+  struct Use {
+    CollectionPointer mpCollection;
+    std::vector<bool> mIsTaken;  // an object of it
+  };
+
+  Use& At(std::uint64_t address);
+  CollectionPointer ReadCollection(std::uint64_t address);
+  void ReadObjects(Collection& collection);
+  const std::byte* Bytes(std::uint64_t address, std::size_t count);
+
+  OpenFile& mFile;
+  const char* mFailure;
+  std::source_location mWhere;
+  std::map<std::uint64_t, Use> mUses;  // by address; they do not overlap
+  std::uint64_t mIndices = 0;          // that the library keeps for them
+  std::uint64_t mMostIndices;
+  std::vector<std::byte> mWindow;  // a part of the file
+  std::uint64_t mWindowAddress = 0;
+};
+
+}  // namespace Vexa_H5

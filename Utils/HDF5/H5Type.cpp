@@ -1,0 +1,58 @@
+#include "Utils/HDF5/H5Type.hpp"
+
+#include "Utils/ErrorHandling/Require.hpp"
+#include "Utils/HDF5/Handle.hpp"
+
+using namespace Vexa_H5;
+
+template <>
+hid_t H5Type<double>() {
+  H5open();
+  return H5T_NATIVE_DOUBLE;
+}
+
+template <>
+hid_t H5Type<int>() {
+  H5open();
+  return H5T_NATIVE_INT;
+}
+
+template <>
+hid_t H5Type<unsigned long>() {
+  H5open();
+  return H5T_NATIVE_ULLONG;
+}
+
+template <>
+hid_t H5Type<char>() {
+  H5open();
+  return H5T_NATIVE_SCHAR;
+}
+
+template <>
+hid_t H5Type<std::string>() {
+  H5open();
+  DatatypeHandle type_id(H5Tcopy(H5T_C_S1));
+  REQUIRE(type_id>=0, "H5Tcopy failed");
+  const herr_t err = H5Tset_size(type_id, HdfConst::H5T_Variable());
+  REQUIRE(0==err, "H5Tset_size failed");
+  return type_id.Release();
+}
+
+std::size_t HdfConst::H5T_Variable() {
+  return H5T_VARIABLE;
+}
+
+bool H5TypesEqual(hid_t dataset_id, hid_t type_id) {
+  DatatypeHandle dataset_type_id(H5Dget_type(dataset_id));
+  REQUIRE(dataset_type_id >= 0, "H5Dget_type failed");
+  DatatypeHandle native_type_id(H5Tget_native_type(dataset_type_id, H5T_DIR_ASCEND));
+  REQUIRE(native_type_id >= 0, "H5Tget_native_type failed");
+  const htri_t equal = H5Tequal(native_type_id, type_id);
+  REQUIRE(equal >= 0, "H5Tequal failed");
+  herr_t status = native_type_id.Close();
+  REQUIRE(status >= 0, "H5Tclose failed");
+  status = dataset_type_id.Close();
+  REQUIRE(status >= 0, "H5Tclose failed");
+  return equal > 0;
+}

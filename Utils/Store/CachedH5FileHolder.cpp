@@ -1,0 +1,332 @@
+#include "Utils/Store/CachedH5FileHolder.hpp"
+
+#include <algorithm>
+#include <iostream>
+#include <optional>
+#include <sstream>
+#include <utility>
+
+#include "Utils/ErrorHandling/FirstFailure.hpp"
+#include "Utils/ErrorHandling/MyAbort.hpp"
+#include "Utils/ErrorHandling/MyErr.hpp"
+#include "Utils/ErrorHandling/ParallelRuntime.hpp"
+#include "Utils/ErrorHandling/Require.hpp"
+#include "Utils/HDF5/Library.hpp"
+#include "Utils/Process/Formatting.hpp"
+#include "Utils/Process/Printable.hpp"
+#include "Utils/Store/InsideStore.hpp"
+
+using Vexa_H5::LockWait;
+
+namespace {
+
+void SayWhatIsLost(const H5_File& file) {
+  if (file.CummulativeCacheSize() != 0) {
+    MyErr << "File '" << Printable(file.Filename()) << "' lacks " << file.CummulativeCacheSize()
+          << " bytes that waited for another program to close it\n";
+  }
+}
+
+// Until when a flush waits for files that other programs have open. It only does if the process
+// ends after it.
+std::optional<LockWait::Clock::time_point> EndOfWait() {
+  using Clock = LockWait::Clock;
+  if (CachedOutput::IsEndingBySignal() && !MyAbortCalled_UncleanShutdown()) {
+    return LockWait::Patient().mUntil;
+  }
+  const ParallelRuntime& runtime = ParallelRuntime::Instance();
+  if (!MyAbortCalled_UncleanShutdown() || !runtime.IsInitialized() ||
+      runtime.NumberOfProcesses() < 2) {
+    return std::nullopt;
+  }
+  const std::chrono::duration<double> half(MyAbort_SleepSeconds() / 2.0);
+  const auto wait = std::min(half, Vexa_H5::LockPatience());
+  return Clock::now() + std::chrono::duration_cast<Clock::duration>(wait);
+}
+
+}  // namespace
+
+CachedH5FileHolder::CachedH5FileHolder() {
+  // The holder writes when the process exits; the library must not have shut down by then.
+  Vexa_H5::ArrangeLibraryEnd();
+  Vexa_H5::SetOnLibraryEnd([] {
+    for (auto [path, file] : TheCachedH5FileHolder().mFiles) {
+      file.DropIds();
+    }
+  });
+}
+
+CachedH5FileHolder::~CachedH5FileHolder() {
+  // What fails from here on must not be answered by asking this object to write again.
+  Unregister();
+  Vexa_H5::SetOnLibraryEnd(nullptr);
+  if (!InsideStore::TakeForGood()) {
+    Vexa_H5::EndProcess(-1);
+  }
+  ClearWriteLog();
+  WriteAtLast(false);
+  mFiles.clear();
+  MyAbort_LastOutputWritten();
+}
+
+CachedH5FileHolder& TheCachedH5FileHolder() {
+  static CachedH5FileHolder holder;
+  return holder;
+}
+
+H5_File& CachedH5FileHolder::GetH5_File(const std::string& fullPath, H5AccessType access,
+                                        int verbosity, bool staysReadable) {
+  const InsideStore inside;
+  H5_File* ptr = mFiles.Find(fullPath);
+  if (ptr == nullptr) {
+    mFiles.Insert(fullPath, fullPath, access, verbosity, staysReadable);
+    mFiles.Sort();
+    H5_File& file = mFiles[fullPath];
+    file.CountIn(mTotalCacheSize);
+    return file;
+  }
+  const std::string noDataset;
+  const ReportContext context(noDataset, fullPath);
+  const char* message =
+      "Consistency error.  h5-file should be closed when creatingCachedH5File.\n"
+      "Do you use **multiple** instances of CachedH5File to access the same file?";
+  REQUIRE(!ptr->IsFileOpen(), Verbatim(message));
+  REQUIRE(!ptr->HasHandle(), Verbatim(message));
+  if (access == ReadWrite) {
+    ptr->SetAccess(ReadWrite);
+    ptr->CreateIfMissing();
+    return *ptr;
+  }
+  if (ptr->CummulativeCacheSize() != 0) {
+    MyErr << "CachedH5File(" << Printable(fullPath) << ", ReadOnly):\n"
+          << "Write non-empty cache now,  before opening ReadOnly.\n";
+    WriteFile(*ptr, LockWait::None());
+  }
+  ptr->SetAccess(ReadOnly);
+  return *ptr;
+}
+
+void CachedH5FileHolder::CheckForEmergencyWriteCache() {
+  const InsideStore inside;
+  CachedOutput::FlushIfRequested();
+  const std::uint64_t total = mTotalCacheSize;
+  if (total <= mMaxCacheSize) {
+    return;
+  }
+  const Clock::time_point begin = Clock::now();
+  std::vector<const H5_File*> tried;
+  while (H5_File* const file = FullestFile(tried)) {
+    if (tried.empty() && ExceedsTwiceTheLimit(total)) {
+      WarnOfTwiceTheLimit();
+    }
+    if (Relieve(*file)) {
+      break;
+    }
+    tried.push_back(file);
+  }
+  if (!tried.empty()) {
+    // However many files wait, and however often handles go, trying them takes little of the time.
+    const Clock::time_point now = Clock::now();
+    mNextTry = now + std::clamp<Clock::duration>(50 * (now - begin), std::chrono::milliseconds(50),
+                                                 std::chrono::seconds(1));
+  }
+}
+
+std::uint64_t CachedH5FileHolder::WaitingBytes() const {
+  std::uint64_t bytes = 0;
+  for (const auto& [path, file] : mFiles) {
+    bytes += file.IsWaiting() ? file.CummulativeCacheSize() : 0;
+  }
+  return bytes;
+}
+
+// The file to write next, of those that were not tried yet; null if there is none for which it is
+// worth it.
+H5_File* CachedH5FileHolder::FullestFile(const std::vector<const H5_File*>& tried) const {
+  const bool triesWaiting = Clock::now() >= mNextTry;
+  // While what waits exceeds the limit on its own, small files would be written row by row.
+  const bool isDueToOthers = mTotalCacheSize - WaitingBytes() <= mMaxCacheSize;
+  const std::uint64_t least = isDueToOthers ? mMaxCacheSize / 20 : 0;
+  H5_File* fullest = nullptr;
+  std::uint64_t most = 0;
+  for (auto [path, file] : mFiles) {
+    const std::uint64_t size = file.CummulativeCacheSize();
+    const bool isCandidate = file.IsWaiting() ? triesWaiting : size >= least;
+    if (size > most && isCandidate && std::find(tried.begin(), tried.end(), &file) == tried.end()) {
+      fullest = &file;
+      most = size;
+    }
+  }
+  return fullest;
+}
+
+bool CachedH5FileHolder::Relieve(H5_File& file) const {
+  std::uint64_t objectsWithCache = 0;
+  std::uint64_t timeSteps = 0;
+  std::uint64_t bytes = 0;
+  file.Root()->CacheStatistics(objectsWithCache, timeSteps, bytes);
+  const std::uint64_t others = mTotalCacheSize - bytes;
+  bool isWritten = WriteFile(file, LockWait::None());
+  if (!isWritten && ExceedsTwiceTheLimit(WaitingBytes())) {
+    isWritten = WriteFile(file, LockWait::PassReaders());
+    if (!isWritten && !Vexa_H5::SharedLock(file.Filename()).IsHeld()) {
+      isWritten = WriteFile(file, LockWait::Patient());
+    }
+  }
+  if (isWritten) {
+    mWriteLog.push_back({1, objectsWithCache, timeSteps, bytes, others});
+  }
+  return isWritten;
+}
+
+bool CachedH5FileHolder::WriteFile(H5_File& file, LockWait wait) {
+  FirstFailure failure;
+  bool isWritten = false;
+  const bool isFine = failure.Try([&] { isWritten = file.WriteCache(std::move(wait)); });
+  // A file that nobody has a handle on would stay open, and the next handle on it be refused.
+  if (!file.HasHandle() && (isFine || !file.IsIncomplete())) {
+    failure.Try([&file] { file.CloseFile(); });
+  }
+  failure.Throw();
+  return isWritten;
+}
+
+void CachedH5FileHolder::WarnOfTwiceTheLimit() const {
+  std::ostringstream info;
+  WriteInfo(info, 2);
+  MyErr << "CachedeH5FileHolder: GlobalCacheSize exceeds **two** times\n"
+        << "the specified limit " << mMaxCacheSize / 1000000 << "MB.  Cached files:\n"
+        << info.str() << "\n"
+        << "Please note that the h5-cachesize is only checked when a\n"
+        << "CachedH5File goes out of scope.  So you are likely writing\n"
+        << "a lot of data while keeping the CachedH5File around.  \n"
+        << "Consider to let the CachedH5File go out of scope, and re-\n"
+        << "create it when needed (this is an inexpensive operation).\n";
+}
+
+void CachedH5FileHolder::WriteCache() const {
+  if (MyAbortCalled_UncleanShutdown() && !InsideStore::TakeForGood()) {
+    return;
+  }
+  const InsideStore inside;
+  std::uint64_t written = 0;
+  std::uint64_t objectsWithCache = 0;
+  std::uint64_t timeSteps = 0;
+  std::uint64_t bytes = 0;
+  FirstFailure failure;
+  const auto write = [&](H5_File& file, LockWait wait) {
+    std::uint64_t objects = 0;
+    std::uint64_t steps = 0;
+    std::uint64_t size = 0;
+    file.Root()->CacheStatistics(objects, steps, size);
+    bool isWritten = false;
+    failure.Try([&] { isWritten = WriteFile(file, std::move(wait)); });
+    if (isWritten && size != 0) {
+      ++written;
+      objectsWithCache += objects;
+      timeSteps += steps;
+      bytes += size;
+    }
+  };
+  for (auto [path, file] : mFiles) {
+    if (!file.IsIncomplete()) {
+      write(file, LockWait::None());
+    }
+  }
+  if (const auto end = EndOfWait()) {
+    // What cannot be written then is a failure, except on the way down after one.
+    const bool mayStayLocked = MyAbortCalled_UncleanShutdown();
+    mHasWaitedAtLast = !mayStayLocked;
+    for (auto [path, file] : mFiles) {
+      if (file.IsWaiting() && !file.IsIncomplete()) {
+        failure.Try([&file] { file.CloseFile(); });
+        write(file, LockWait::Until(*end, mayStayLocked));
+        SayWhatIsLost(file);
+      }
+    }
+  }
+  if (written != 0) {
+    mWriteLog.push_back({written, objectsWithCache, timeSteps, bytes, 0});
+  }
+  failure.Throw();
+}
+
+void CachedH5FileHolder::PurgeCache() {
+  const InsideStore inside;
+  // Written before the files are destroyed: a failure ends in a report, not in a destructor.
+  WriteAtLast(true);
+  mFiles.clear();
+}
+
+// Writes and closes the files that can be written at once, then those that others have open. The
+// first failure is thrown when all had their turn.
+void CachedH5FileHolder::WriteAtLast(bool includesIncomplete) {
+  FirstFailure failure;
+  const auto write = [&](H5_File& file, LockWait wait) {
+    const bool isFine = failure.Try([&] { file.WriteCache(std::move(wait)); });
+    if (file.IsWaiting() || (!isFine && file.IsIncomplete())) {
+      return;
+    }
+    // What follows from the failure that ends the process is not told after it.
+    FirstFailure consequence;
+    const bool isConsequence = file.HasFailed() && MyAbortCalled_UncleanShutdown();
+    (isConsequence ? consequence : failure).Try([&file] { file.CloseFile(); });
+  };
+  for (auto [path, file] : mFiles) {
+    if (includesIncomplete || !file.IsIncomplete()) {
+      write(file, LockWait::None());
+    }
+  }
+  const bool isAbort = MyAbortCalled_UncleanShutdown();
+  const Clock::time_point end =
+      isAbort && mHasWaitedAtLast ? Clock::now() : LockWait::Patient().mUntil;
+  for (auto [path, file] : mFiles) {
+    if (!file.IsWaiting() || (file.IsIncomplete() && !includesIncomplete)) {
+      continue;
+    }
+    mHasWaitedAtLast = true;
+    failure.Try([&file] { file.CloseFile(); });  // somebody may still have it open for reading
+    write(file, LockWait::Until(end, isAbort));
+    if (isAbort) {
+      SayWhatIsLost(file);
+    }
+  }
+  failure.Throw();
+}
+
+void CachedH5FileHolder::Statistics(std::uint64_t& files, std::uint64_t& dirs,
+                                    std::uint64_t& objects, std::uint64_t& filesWithCache,
+                                    std::uint64_t& objectsWithCache, std::uint64_t& timeSteps,
+                                    std::uint64_t& bytes) const {
+  const InsideStore inside;
+  files = dirs = objects = filesWithCache = objectsWithCache = timeSteps = bytes = 0;
+  for (const auto& [path, file] : mFiles) {
+    std::uint64_t fileDirs = 0;
+    std::uint64_t fileObjects = 0;
+    std::uint64_t fileObjectsWithCache = 0;
+    std::uint64_t fileSteps = 0;
+    std::uint64_t fileBytes = 0;
+    file.Statistics(fileDirs, fileObjects, fileObjectsWithCache, fileSteps, fileBytes);
+    ++files;
+    dirs += fileDirs;
+    objects += fileObjects;
+    filesWithCache += fileBytes != 0 ? 1 : 0;
+    objectsWithCache += fileObjectsWithCache;
+    timeSteps += fileSteps;
+    bytes += fileBytes;
+  }
+}
+
+void CachedH5FileHolder::WriteInfo(std::ostream& os, int verbosity) const {
+  const InsideStore inside;
+  if (verbosity < 0) {
+    return;
+  }
+  os << "CachedH5FileHolder holds " << mFiles.size() << " h5-files with "
+     << DoubleToStringDecimal(static_cast<double>(mTotalCacheSize) / 1e6, 5) << " MB cached data\n";
+  if (verbosity != 0) {
+    for (const auto& [path, file] : mFiles) {
+      file.WriteInfo(os, verbosity);
+    }
+  }
+}

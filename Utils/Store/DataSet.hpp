@@ -1,0 +1,86 @@
+// What the kinds that are a single dataset share: the name in the parent group, whether it is in
+// the file, the open identifier, and the calls around opening, creating, extending and closing.
+// Reports name the kind that called, whose source location the helpers take.
+#pragma once
+
+#include <hdf5.h>
+
+#include <cstdint>
+#include <source_location>
+#include <string>
+#include <vector>
+
+#include "Utils/ErrorHandling/Trace.hpp"
+#include "Utils/HDF5/Handle.hpp"
+#include "Utils/Store/H5_Object.hpp"
+#include "Utils/Tables/Storage.hpp"
+
+namespace H5_Objects {
+
+/// Whether the link is in the parent group; the root "/" always is.
+bool LinkExists(hid_t parentId, const std::string& name, const Trace& trace,
+                std::source_location where = std::source_location::current());
+
+class DataSet : public H5_Object {
+ public:
+  bool IsObjectOpen() const override { return mMy_id >= 0; }
+  void RolledBack(bool isFileNew) override {
+    mExistsInFile = mExistsInFile && !isFileNew;
+    mIsExistenceKnown = isFileNew;
+  }
+  void DropIds() override { mMy_id = -1; }
+
+  /// How the open dataset lies on disk.
+  Tables::Storage Storage() const;
+  /// Extents of the open dataset in the file, now.
+  std::vector<hsize_t> ExtentsInFile() const;
+
+ protected:
+  using Location = std::source_location;
+
+  DataSet(const std::string& name, bool existsInFile, int verbosity)
+      : mName(name), mExistsInFile(existsInFile), mTrace(verbosity) {}
+
+  /// Fails with "Existence of group is inconsistently reported ..." unless the file agrees with
+  /// mExistsInFile about the link.
+  void RequireConsistentExistence(bool h5_exists, Location where);
+
+  /// Extents of the open dataset in the file, now.
+  std::vector<hsize_t> FileExtents(Location where) const;
+
+  /// Whether the file of the open dataset was opened for writing, so that nobody else writes to it.
+  bool IsFileWritable() const;
+
+  /// Creates a chunked dataset that can grow along its first dimension. `type_id` is lent.
+  hid_t Create(hid_t parentId, const std::string& linkName, const std::vector<hsize_t>& dims,
+               const std::vector<hsize_t>& chunk, hid_t type_id, bool compress,
+               Location where) const;
+
+  /// Changes the extents of the open dataset.
+  void Extend(const std::vector<hsize_t>& dims, const char* message, Location where) const;
+
+  /// The same without a report, for what was extended and could then not be written.
+  void PutBack(const std::vector<hsize_t>& dims) const noexcept;
+
+  /// Writes `data`, shaped `memoryDims`, to the block of the open dataset at `start` whose extents
+  /// are memoryDims too.
+  void WriteBlock(const std::vector<hsize_t>& start, const std::vector<hsize_t>& memoryDims,
+                  hid_t memoryType, const void* data, Location where) const;
+
+  /// Reads the whole open dataset, `count` strings of any HDF5 string type, in storage order.
+  std::vector<std::string> ReadAllStrings(std::size_t count, Location where) const;
+
+  /// Closes the open dataset.
+  void Close(Location where);
+
+  /// For destructors: closes a dataset left open, without a report.
+  void CloseSilently() noexcept;
+
+  std::string mName;   // the link's name in its parent group
+  bool mExistsInFile;  // given at construction, set when created
+  bool mIsExistenceKnown = true;
+  hid_t mMy_id = -1;  // open dataset, or -1 while closed
+  Trace mTrace;
+};
+
+}  // namespace H5_Objects

@@ -1,0 +1,167 @@
+#pragma once
+
+#include <hdf5.h>
+
+#include <cstdint>
+#include <functional>
+#include <iosfwd>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Utils/Containers/MyVector.hpp"
+#include "Utils/ErrorHandling/Trace.hpp"
+#include "Utils/HDF5/FileLock.hpp"
+#include "Utils/HDF5/H5AccessType.hpp"
+#include "Utils/Process/Files.hpp"
+#include "Utils/Store/H5_Node.hpp"
+
+/// One HDF5 file as the store sees it: its path, its access, its identifier while it is open, and
+/// the tree of its objects, which stays in memory while the file is closed.
+class H5_File {
+ public:
+  /// Opens the file, or creates it if it is missing and the access is ReadWrite, and reads its
+  /// tree. `fullPath` is the real path. With `staysReadable`, what was written is there for every
+  /// later reader after each WriteCache(), also of a file that is never closed. Without, a file for
+  /// writing is of use only when it is whole: it is created, never opened, neither when it is made
+  /// nor later, and is unfinished.
+  H5_File(const std::string& fullPath, H5AccessType access, int verbosity,
+          bool staysReadable = true);
+  H5_File(const H5_File&) = delete;
+  H5_File& operator=(const H5_File&) = delete;
+  /// Writes what is held and closes the file, unless that is incomplete.
+  ~H5_File();
+
+  /// Opens again with the stored access; the tree stays as it is. A file that is opened for writing
+  /// and locked by another program is waited for, as LockWait::Patient says.
+  void OpenFile();
+  /// Opens a closed file to read from it: for writing, too, if its access says so, unless another
+  /// program that reads the file is in the way.
+  void OpenToRead();
+  /// Closes all objects and the file; what is held stays in memory.
+  void CloseFile();
+  /// Does so after a failure, when nothing can be expected to be in order: reports nothing, and
+  /// closes what interrupted calls left open besides.
+  void CloseSilently() noexcept;
+  /// The library has ended, and closed the file: nothing is open any more. What is held stays.
+  void DropIds();
+  bool IsFileOpen() const { return mFile_id >= 0; }
+  bool IsOpenForWriting() const { return IsFileOpen() && mIsOpenForWriting; }
+  /// Whether the node's object is in the open file.
+  bool Contains(const H5_Node& node) const;
+  hid_t FileId() const { return mFile_id; }
+  const std::string& Filename() const { return mFilename; }
+  /// Keeps hold of the file itself, which is open, until after it was closed; and with it of the
+  /// library's lock, if it has one.
+  HeldFile Hold() const;
+
+  /// Makes a closed file anew, and leaves it open, if somebody has removed it: it is new then, and
+  /// what is held goes into it.
+  void CreateIfMissing();
+
+  void SetAccess(H5AccessType access) { mAtype = access; }
+
+  H5_Node* Root() { return mpRoot.get(); }
+  const H5_Node* Root() const { return mpRoot.get(); }
+  std::uint64_t CummulativeCacheSize() const;
+
+  /// Writes what all objects hold; opens a closed file and leaves it open. Does nothing, not even
+  /// open, when nothing is held. Fails on a ReadOnly file that holds data which did not wait for
+  /// another program. The failure of one object is thrown on when the others are written; what it
+  /// held is dropped. A file that has a handle is flushed then; one that has none is the caller's
+  /// to close. When the file itself fails, as on a full disk, it stays as it was at its last flush,
+  /// and what was appended since is dropped.
+  /// False if a handle that only reads is in the way, or another program's lock that may be, as
+  /// `wait` says. What is held then waits for a later call, which is said once.
+  bool WriteCache(Vexa_H5::LockWait wait = Vexa_H5::LockWait::None());
+  /// Whether the last attempt to write what is held met a lock.
+  bool IsWaiting() const { return mIsWaiting; }
+  /// Whether others may have changed the file since what is held was appended: it has been waited
+  /// for, and what is known of its objects must be compared with what is in it.
+  bool HasWaited() const { return mHasWaited; }
+  /// Opens the object of `node`, which is new, calls `write`, and closes the object again. If that
+  /// fails, what the object holds is dropped, unless the file is unfinished.
+  void WriteImmediately(H5_Node& node, const std::function<void()>& write);
+  /// Whether the file was made for a handle that is not complete yet.
+  bool IsNew() const { return mIsNew; }
+  void SetKnown() { mIsNew = mIsUnfinished = false; }
+  /// While set, as at first for a file that does not stay readable, the file lacks something that
+  /// is still to be added.
+  void SetUnfinished(bool isUnfinished) { mIsUnfinished = isUnfinished; }
+  /// Whether the file is unfinished, or nothing can be written to it any more. It is neither
+  /// written nor closed then when the process ends: what is on disk is not a whole file, and only
+  /// because nobody closed it does no reader take it for one.
+  bool IsIncomplete() const;
+  bool IsUnfinished() const { return mIsUnfinished; }
+  /// Whether a write failed, if only of one object; what fails when the file is closed then follows
+  /// from that.
+  bool HasFailed() const { return mHasFailed; }
+
+  /// Closes all objects but groups.
+  void CloseObjectsInGroups();
+  /// Closes the groups that do not lead to `node`, if nothing in them is open.
+  void CloseGroupsApartFrom(const H5_Node& node);
+
+  /// Counts by a walk over the whole tree: groups; objects; objects that hold data; their time
+  /// steps; their bytes.
+  void Statistics(std::uint64_t& dirs, std::uint64_t& objects, std::uint64_t& objectsWithCache,
+                  std::uint64_t& timeSteps, std::uint64_t& bytes) const;
+  void WriteInfo(std::ostream& os, int verbosity) const;
+  friend std::ostream& operator<<(std::ostream& os, const H5_File& file);
+
+  /// The full names, such as "/Run.dir/a.dat", of the objects that match the glob, ascending by
+  /// bytes. Groups are descended into, whatever `recursive` says, and never listed.
+  MyVector<std::string> GetNames(const std::string& glob, bool recursive) const;
+
+  /// At most one CachedH5File at a time stands for a file.
+  bool HasHandle() const { return mpHandle != nullptr; }
+  /// The handle's pointer to this file, or null when the handle goes; nulled when the file goes.
+  void SetHandle(H5_File** handle) { mpHandle = handle; }
+
+  /// Keeps the bytes that this file holds counted in `total` from now on.
+  void CountIn(std::uint64_t& total);
+
+ private:
+  friend class H5_Node;
+
+  bool Open(H5AccessType access, Vexa_H5::LockWait& wait);
+  void BuildTree();
+  bool IsMissing() const;
+  void StartAnew();
+  void Flush();
+  void SetFlushed();
+  bool BeginWriting(Vexa_H5::LockWait wait);
+  void KeepWaiting();
+  void RollBack();
+  void CloseNodesOpenedSince(std::size_t openBefore);
+  void CacheChanged(std::uint64_t before, std::uint64_t now);
+  // The nodes tell what is open and how many were read from disk, so that closing costs what was
+  // opened and links that lead in circles through a graph of groups are noticed.
+  void NodeOpened(const H5_Node& node) { mOpenNodes.push_back(&node); }
+  void CloseNodes(const H5_Node& top);
+  void CountNode();
+
+  std::string mFilename;
+  Trace mTrace;
+  H5AccessType mAtype;
+  hid_t mFile_id = -1;
+  bool mIsOpenForWriting = false;   // else the open file is open for reading
+  Vexa_H5::SharedLock mSharedLock;  // while the file is open without the library's lock
+  bool mIsWaiting = false;
+  bool mHasWaited = false;
+  H5_File** mpHandle = nullptr;
+  std::uint64_t* mpTotal = nullptr;
+  bool mStaysReadable;
+  bool mIsNew = false;
+  bool mIsUnfinished;
+  bool mIsWriting = false;
+  bool mIsRollingBack = false;
+  bool mHasLost = false;     // what objects hold again before the next write
+  bool mCannotOpen = false;  // at the last attempt to write
+  bool mHasFailed = false;
+  std::vector<H5_Node*> mUnflushed;  // whose objects may have changed the file since its last flush
+  std::uint64_t mNodes = 0;
+  std::uint64_t mMostNodes = 0;            // a file of this size has no room for more
+  std::vector<const H5_Node*> mOpenNodes;  // in the order of opening
+  std::unique_ptr<H5_Node> mpRoot;
+};

@@ -1,0 +1,9 @@
+#include "Utils/Store/H5_Object.hpp"
+
+#include <exception>
+
+#include "Utils/ErrorHandling/MyAbort.hpp"
+
+bool MayCheckInDestructor() {
+  return std::uncaught_exceptions() == 0 && !MyAbortCalled_UncleanShutdown();
+}

@@ -1,0 +1,83 @@
+// H5_Object is what a node of the tree holds: something stored under a name in an HDF5 file, which
+// the tree can open, close, size, write and describe. Its kind follows from the extension of the
+// name and is created through the class registry.
+#pragma once
+
+#include <hdf5.h>
+
+#include <cstdint>
+#include <iosfwd>
+#include <string>
+
+#include "Utils/Factory/EnableCreation.hpp"
+
+/// Hears of every change of the bytes that an object holds for its file.
+class CacheListener {
+ public:
+  virtual void CacheChanged(std::uint64_t before, std::uint64_t now) = 0;
+
+ protected:
+  ~CacheListener() = default;
+};
+
+/// Objects are made closed, then opened and closed any number of times. What is appended waits in
+/// memory, in open and closed objects alike, until WriteCache.
+class H5_Object : public Factory::EnableCreation<H5_Object, const std::string&, bool, int> {
+ public:
+  H5_Object() = default;
+  H5_Object(const H5_Object&) = delete;
+  H5_Object& operator=(const H5_Object&) = delete;
+  ~H5_Object() override = default;
+
+  /// Opens the stored thing inside the group or file `parentId`, or creates it if it is new.
+  virtual void OpenObject(hid_t parentId) = 0;
+  virtual bool IsObjectOpen() const = 0;
+  /// Whether the descriptive attributes (shape, legend, version) are in memory.
+  virtual bool AreAttributesKnown() const = 0;
+  /// Bytes held in memory that are not yet in the file. Costs nothing.
+  virtual std::uint64_t SizeOfCache() const = 0;
+  virtual std::uint64_t NTimeStepsCached() const = 0;
+  /// Time steps in the file when the object was last open; 0 for what has none.
+  virtual std::uint64_t StepsInFile() const { return 0; }
+  /// Writes what is held to the open object, and forgets it.
+  virtual void WriteCache() = 0;
+  /// Forgets what is held, after it could not be written.
+  virtual void DropCache() = 0;
+  /// Says that all that was written is in the file for good.
+  virtual void Flushed() {}
+  /// Says that the file is as it was when Flushed() was last called, so that the object may not be
+  /// in it; or, if `isFileNew`, that it was made anew and the object is not in it.
+  virtual void RolledBack(bool isFileNew) = 0;
+  /// Holds again what the file needs but lost by that. Called before the next write.
+  virtual void HoldAgain() {}
+  /// Makes an open object that an earlier process wrote fit to be appended to. Called once, when it
+  /// is first asked for to be written.
+  virtual void PrepareToAppend() {}
+  /// Releases the HDF5 identifiers; cache and attributes stay in memory.
+  virtual void CloseObject() = 0;
+  /// Forgets the identifiers, which are void because the library has ended.
+  virtual void DropIds() = 0;
+  /// Describes the object on one line, without a newline, for listings.
+  virtual std::ostream& Output(std::ostream& os, const std::string& indent) const = 0;
+
+  /// The one listener, which is lent; null for none.
+  void SetCacheListener(CacheListener* listener) { mpListener = listener; }
+
+ protected:
+  /// Every operation that changes SizeOfCache() ends with this.
+  void ReportCacheSize() {
+    const std::uint64_t now = SizeOfCache();
+    if (mpListener != nullptr && now != mReportedCache) {
+      mpListener->CacheChanged(mReportedCache, now);
+      mReportedCache = now;
+    }
+  }
+
+ private:
+  CacheListener* mpListener = nullptr;
+  std::uint64_t mReportedCache = 0;
+};
+
+/// Whether a destructor may end the process over an object left open or unwritten: not while
+/// another failure is on its way, whose report would be lost.
+bool MayCheckInDestructor();

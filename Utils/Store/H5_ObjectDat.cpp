@@ -1,0 +1,369 @@
+#include "Utils/Store/H5_ObjectDat.hpp"
+
+#include <algorithm>
+#include <ostream>
+
+#include "Utils/ErrorHandling/OnFailure.hpp"
+#include "Utils/ErrorHandling/Require.hpp"
+#include "Utils/HDF5/ExternalFiles.hpp"
+#include "Utils/HDF5/H5_Utils.hpp"
+#include "Utils/HDF5/ObjectHeader.hpp"
+#include "Utils/Store/InsideStore.hpp"
+#include "Utils/Tables/WriteRows.hpp"
+
+template struct Factory::Register<H5_Objects::Dat>;
+
+namespace H5_Objects {
+
+namespace {
+
+std::uint64_t Characters(const MyVector<std::string>& strings) {
+  std::uint64_t characters = 0;
+  for (const std::string& text : strings) {
+    characters += text.size();
+  }
+  return characters;
+}
+
+MyVector<std::string> UndefinedLegends(std::uint64_t columns) {
+  MyVector<std::string> legends{MV::Size(columns)};
+  for (std::uint64_t c = 0; c < columns; ++c) {
+    legends[c] = "undef " + std::to_string(c);
+  }
+  return legends;
+}
+
+}  // namespace
+
+std::string LegacyName(const std::string& name) {
+  if (name == "DimensionfulInertialSpin.dat") {
+    return "DimensionfullInertialSpin.dat";
+  }
+  if (name == "DimensionfulInertialSpinMag.dat") {
+    return "DimensionfullInertialSpinMag.dat";
+  }
+  return name;
+}
+
+std::string Dat::Help() {
+  return "H5_Object::Dat                                                 \n"
+         "  Writes one 2-D rectangular data-set into a H5 file. The rows \n"
+         "  of the data are thought of different time-steps, and it is   \n"
+         "  possible to append more rows.                                \n";
+}
+
+Dat::Dat(const std::string& name, bool existsOnDisk, int verbosity)
+    : DataSet(name, existsOnDisk, verbosity) {
+  mTrace.Line(5, "Dat::Dat(\"", name, "\", ... existsOnDisk=", existsOnDisk);
+}
+
+Dat::~Dat() {
+  if (MayCheckInDestructor()) {
+    const herr_t err = mMy_id >= 0 ? H5Dclose(mMy_id) : 0;
+    mMy_id = -1;
+    REQUIRE(0==err, "H5Dclose failed");
+    REQUIRE(mCachedData.size()==0,
+            "Internal error. " << "Attempting to destruct H5_ObjectDat with non-empty Cache");
+  }
+  CloseSilently();
+}
+
+void Dat::Initialize(const MyVector<std::string>& legend, bool compress, std::size_t chunkRows) {
+  const InsideStore inside;
+  REQUIRE(!IsInitialized(), "DataSet already initialized");
+  // A chunk is less than 4 GiB.
+  const unsigned long long longestChunk = 0xffffffffULL / sizeof(double);
+  mCompress = compress;
+  mLegends = legend;
+  mLegendCharacters = Characters(legend);
+  mExtents = {0, legend.size()};
+  mChunkRows = std::clamp<unsigned long long>(chunkRows, 1, longestChunk);
+  ReportCacheSize();
+}
+
+void Dat::OpenObject(hid_t parentGroupId) {
+  REQUIRE(IsInitialized(), "Called OpenObject on a H5_Object::Dat, which is not initialized");
+  std::string group_name = mName;
+  bool h5_exists = LinkExists(parentGroupId, group_name, mTrace);
+  if (h5_exists != mExistsInFile && LegacyName(mName) != mName) {
+    group_name = LegacyName(mName);
+    h5_exists = LinkExists(parentGroupId, group_name, mTrace);
+  }
+  RequireConsistentExistence(h5_exists, Location::current());
+  if (h5_exists) {
+    mTrace.Line(3, "H5_ObjectDat open ", mName);
+    mMy_id = mTrace(4, H5Dopen2(parentGroupId, group_name.c_str(), Vexa_H5::DatasetAccess()),
+                    "H5Dopen2(", parentGroupId, ", \"", group_name, "\")");
+    Vexa_H5::NoteOpened(mMy_id);
+    REQUIRE(mMy_id>=0, "Opening of dataset " << group_name << " failed");
+    Vexa_H5::RequireSoundHeader(mMy_id);
+    TakeLayout();
+    REQUIRE(mExtents.Size()==2 && static_cast<unsigned int>(mLegends.Size())==mExtents[1],
+            "internal consistency error");
+  } else {
+    REQUIRE(group_name == mName,
+            "Inconsistency in legacy support.  Should never be asked to create a new dataset with "
+            "the old group_name="
+                << group_name);
+    mMy_id = CreateDataSet(parentGroupId, group_name, mLegends.size(), mChunkRows);
+    REQUIRE(mMy_id>=0, "CreateDataSet failed");
+    mLayout = Tables::ReadTableLayout(mMy_id, mName, Location::current());
+    mExistsInFile = mIsLayoutKnown = true;
+    Vexa_H5::AttachStringsToAttributes(mMy_id, "Legend", mLegends, mTrace.Verbosity());
+    ReportCacheSize();
+  }
+}
+
+void Dat::TakeLayout() {
+  const Tables::TableLayout before = mLayout;
+  const bool isFirst = mExtents.empty();
+  mLayout = Tables::ReadTableLayout(mMy_id, mName, Location::current());
+  mExtents = {mLayout.mRows, mLayout.mColumns};
+  mRowsFlushed = isFirst ? mLayout.mRows : mRowsFlushed;
+  // What was looked at once in a file that this process writes need not be looked at again, unless
+  // somebody has put another table in its place.
+  if (mIsLayoutKnown && mLayout.IsLike(before) && IsFileWritable()) {
+    mLayout.mStoredBytes = before.mStoredBytes;
+    return;
+  }
+  Tables::CheckStorage(mMy_id, mLayout, mName, Location::current());
+  mLegends = Vexa_H5::RetrieveStringsFromAttributes(mMy_id, "Legend", true, mTrace.Verbosity());
+  if (mLegends.empty()) {
+    mLegends = UndefinedLegends(mLayout.mColumns);
+  }
+  mLegendCharacters = Characters(mLegends);
+  mIsLayoutKnown = true;
+}
+
+hid_t Dat::CreateDataSet(hid_t parentId, const std::string& name, std::uint64_t columns,
+                         std::uint64_t chunkRows) {
+  mExtents = {0, columns};
+  const hid_t dataset_id = Create(parentId, name, {0, columns}, {chunkRows, 1}, H5T_NATIVE_DOUBLE,
+                                  mCompress, Location::current());
+  mTrace.Line(2, "Dat: Create '", name, "' with ", columns, " column(s)");
+  return dataset_id;
+}
+
+void Dat::CloseObject() {
+  REQUIRE(IsObjectOpen(), "Calling CloseObject on closed ObjectDat!");
+  Close(Location::current());
+}
+
+void Dat::Append(const MyVector<double>& data) {
+  const InsideStore inside;
+  REQUIRE(IsInitialized(), "H5_Objects::Dat must be initialized before appending\nName=" << mName);
+  if (AreAttributesKnown()) {
+    REQUIRE(static_cast<int>(mExtents[1])==data.Size(),
+            "data being appended inconsistent with Extents\n"
+                << "Name=" << mName << ", Extents=" << mExtents << ", data.Size()=" << data.Size());
+  }
+  if (mCachedData.empty()) {
+    mNumberOfColumnsPerRow = data.size();
+  } else {
+    REQUIRE(mNumberOfColumnsPerRow==data.size(),
+            "data being appended must be consistent with previously appended data");
+  }
+  mCachedData.insert(mCachedData.end(), data.begin(), data.end());
+  mTrace.Line(6, "Dat::Append sizeof(double)*data.Size()=", sizeof(double) * data.size());
+  ReportCacheSize();
+}
+
+void Dat::WriteCache() {
+  const InsideStore inside;
+  mTrace.Line(4, "Dat WriteCache ", mName);
+  REQUIRE(IsObjectOpen(), "Consistency error: Called WriteCache on a closed object");
+  REQUIRE(mExtents.Size()==2, "Internal error");
+  if (mCachedData.empty()) {
+    return;
+  }
+  REQUIRE(mNumberOfColumnsPerRow == mLegends.size(),
+          "The CachedData has entries of length" << mNumberOfColumnsPerRow
+                                                 << ",\nbut Legends has length" << mLegends.size());
+  WriteCacheDetail(mCachedData.size() / mNumberOfColumnsPerRow,
+                   [this](const Tables::OpenTable& table) {
+                     Tables::WriteRows(table, mExtents[0], mCachedData);
+                   });
+  ForgetRows();
+}
+
+void Dat::ForgetRows() {
+  std::vector<double>().swap(mCachedData);
+  mNumberOfColumnsPerRow = 1;
+  ReportCacheSize();
+}
+
+void Dat::DropCache() {
+  mLegendCharacters = 0;  // or a table that cannot be created would wait for ever
+  ForgetRows();
+}
+
+void Dat::RolledBack(bool isFileNew) {
+  DataSet::RolledBack(isFileNew);
+  if (isFileNew) {
+    // It is created like the one that was there, once there are rows for it.
+    mRowsFlushed = mLegendCharacters = 0;
+    mChunkRows = std::max<unsigned long long>({mChunkRows, mLayout.mChunkRows, 1});
+    mCompress = mCompress || mLayout.mHasFilters;
+    ReportCacheSize();
+  }
+  if (!mExtents.empty()) {
+    mExtents[0] = mRowsFlushed;
+  }
+}
+
+void Dat::WriteCacheDetail(std::uint64_t rows,
+                           const std::function<void(const Tables::OpenTable&)>& write) {
+  RequireFileExtents("Extents inconsistent");
+  const std::vector<hsize_t> newDims = {mExtents[0] + rows, mExtents[1]};
+  mTrace.Line(3, "H5_ObjectDat append ", rows, " row(s) to '", mName, "' (new dims {", newDims[0],
+              ",", newDims[1], "})");
+  Extend(newDims, "H5Dset_extent failed", Location::current());
+  const OnFailure putBack([this] { PutBack({mExtents[0], mExtents[1]}); });
+  write({mMy_id, mLayout, mName, mTrace, Location::current()});
+  mExtents[0] = newDims[0];
+  mLayout.mRows = newDims[0];
+}
+
+void Dat::WriteManyStepsImmediately(const std::vector<double>& data) {
+  WriteCache();
+  // Every double counts as one row, which only makes sense in a table of one column.
+  REQUIRE(data.empty() || mExtents[1]==1, "WriteManyStepsImmediately needs a dataset of one column\nName=" << mName);
+  WriteManyStepsImmediately_(data.size(),
+                             [&data](Tables::ColumnWriter& writer) { writer.Append(data); });
+}
+
+void Dat::WriteManyStepsImmediately_(std::uint64_t rows,
+                                     const std::function<void(Tables::ColumnWriter&)>& fill) {
+  const InsideStore inside;
+  WriteCache();
+  mTrace.Line(4, "Dat WriteManyStepsImmediately ", mName);
+  REQUIRE(IsObjectOpen(),
+          "Consistency error: Called WriteManyStepsImmediately on a closed object");
+  REQUIRE(mExtents.Size()==2, "Internal error");
+  if (rows > 0) {
+    WriteCacheDetail(rows, [&](const Tables::OpenTable& table) {
+      Tables::ColumnWriter writer(table, mExtents[0], rows);
+      fill(writer);
+      writer.Finish();
+    });
+  }
+}
+
+void Dat::CutBack(std::uint64_t rows) {
+  REQUIRE(IsObjectOpen(), "Object must be open");
+  if (rows < mExtents[0]) {
+    Extend({rows, mExtents[1]}, "H5Dset_extent failed", Location::current());
+    mExtents[0] = rows;
+    mLayout.mRows = rows;
+  }
+}
+
+MyVector<unsigned long long> Dat::GetExtents() const {
+  REQUIRE(AreAttributesKnown(), "Must call Initialize or OpenObject first");
+  return {mExtents[0] + NTimeStepsCached(), mExtents[1]};
+}
+
+MyVector<std::string> Dat::GetLegend() const {
+  REQUIRE(AreAttributesKnown(), "Must call Initialize or OpenObject first");
+  return mLegends;
+}
+
+std::uint64_t Dat::NTimeStepsCached() const {
+  return mCachedData.empty() ? 0 : mCachedData.size() / mNumberOfColumnsPerRow;
+}
+
+std::uint64_t Dat::SizeOfCache() const {
+  return sizeof(double) * mCachedData.size() + (mExistsInFile ? 0 : mLegendCharacters);
+}
+
+std::ostream& Dat::Output(std::ostream& os, const std::string& indent) const {
+  os << indent;
+  if (AreAttributesKnown()) {
+    os << "extents=" << mExtents;
+  } else {
+    os << (IsInitialized() ? "extents unknown" : "not initialized");
+  }
+  if (!mCachedData.empty()) {
+    os << ", " << NTimeStepsCached() << " cached time-steps";
+  }
+  return os;
+}
+
+void Dat::RequireFileExtents(const char* message) const {
+  const std::vector<hsize_t> dims = FileExtents(Location::current());
+  const std::size_t ndims = dims.size();
+  REQUIRE(ndims==2, "Dimension mismatch.");
+  REQUIRE(dims[0]==mExtents[0] && dims[1]==mExtents[1], message);
+}
+
+MyVector<double> Dat::RetrieveTimes() const {
+  MyVector<double> times{MV::Size(mLayout.mRows)};
+  RetrieveColumns_({0, 1, 0, times.size()}, times.data());
+  return times;
+}
+
+void Dat::RequireReadable() const {
+  const InsideStore inside;
+  REQUIRE(IsObjectOpen(), "Object must be open");
+  // Where there are no rows nobody meets the filters.
+  if (mLayout.mRows > 0) {
+    Tables::RequireKnownFilters(mMy_id, mName, Location::current());
+  }
+}
+
+MyVector<MyVector<double>> Dat::RetrieveData() const {
+  REQUIRE(IsObjectOpen(), "Object must be open to retrieve data");
+  RequireFileExtents("consistency error");
+  const std::uint64_t columns = mLayout.mColumns;
+  std::vector<double> values(mLayout.mRows * columns);
+  RetrieveColumns_({0, columns, 0, mLayout.mRows}, values.data());
+  MyVector<MyVector<double>> rows;
+  rows.assign(MV::Size(mLayout.mRows), MV::Size(columns));
+  for (std::uint64_t c = 0; c < columns; ++c) {
+    for (std::uint64_t r = 0; r < mLayout.mRows; ++r) {
+      rows[r][c] = values[c * mLayout.mRows + r];
+    }
+  }
+  return rows;
+}
+
+MyVector<MyVector<double>> Dat::RetrieveColumns(const MyVector<int>& columns,
+                                                unsigned long long first,
+                                                unsigned long long one_past_last) const {
+  REQUIRE(IsObjectOpen(), "Object must be open to retrieve data");
+  REQUIRE(one_past_last <= GetExtents()[0],
+          "Dat::RetrieveColumns called with one_past_last larger than\nextents.  one_past_last="
+              << one_past_last << ", Extents=" << GetExtents()
+              << ", SizeOfCache()=" << SizeOfCache());
+  RequireFileExtents("consistency error");
+  REQUIRE(one_past_last <= mExtents[0],
+          "Dat::RetrieveColumns reads from the file only; rows from " << mExtents[0]
+                                                                      << " on are still cached");
+  REQUIRE(first <= one_past_last,
+          "Dat::RetrieveColumns called with first=" << first << ", one_past_last=" << one_past_last);
+  const unsigned long long rows = one_past_last - first;
+  MyVector<MyVector<double>> result;
+  result.assign(MV::Size(columns.size()), MV::Size(rows));
+  for (std::uint64_t j = 0; j < columns.size(); ++j) {
+    REQUIRE(columns[j]>=0 && static_cast<unsigned long long>(columns[j])<mExtents[1],
+            "Dat::RetrieveColumns called with column " << columns[j] << ", Extents=" << mExtents);
+    RetrieveColumns_({static_cast<std::uint64_t>(columns[j]), 1, first, rows}, result[j].data());
+  }
+  return result;
+}
+
+void Dat::RetrieveColumns_(const Tables::ColumnBlock& block, double* values) const {
+  const InsideStore inside;
+  REQUIRE(IsObjectOpen(), "Object must be open to retrieve data");
+  Tables::ReadColumns({mMy_id, mLayout, mName, mTrace, Location::current()}, block, values);
+}
+
+void Dat::RetrieveRuns_(std::uint64_t column, std::span<const Tables::RowRun> runs, double* values,
+                        Tables::PendingReads& reads) const {
+  const InsideStore inside;
+  REQUIRE(IsObjectOpen(), "Object must be open to retrieve data");
+  Tables::StartReading({mMy_id, mLayout, mName, mTrace, Location::current()}, column, runs, values,
+                       reads);
+}
+
+}  // namespace H5_Objects

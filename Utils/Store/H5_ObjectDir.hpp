@@ -1,0 +1,54 @@
+#pragma once
+
+#include <hdf5.h>
+
+#include <string>
+
+#include "Utils/Containers/MyVector.hpp"
+#include "Utils/ErrorHandling/Trace.hpp"
+#include "Utils/Factory/Register.hpp"
+#include "Utils/Store/H5_Object.hpp"
+
+namespace H5_Objects {
+
+/// A group. Its name ends in ".dir"; the root is "/".
+class Dir : public H5_Object, public Factory::Register<Dir> {
+ public:
+  static std::string ClassID() { return "dir"; }
+  static std::string Help();
+
+  /// `existsOnDisk` tells whether the group was found in the file or is still to be created.
+  Dir(const std::string& name, bool existsOnDisk, int verbosity);
+  /// Ends the process if the group is still open.
+  ~Dir() override;
+
+  void OpenObject(hid_t parentId) override;
+  bool IsObjectOpen() const override { return mGroup_id >= 0; }
+  bool AreAttributesKnown() const override { return true; }
+  std::uint64_t SizeOfCache() const override { return 0; }
+  std::uint64_t NTimeStepsCached() const override { return 0; }
+  void WriteCache() override {}
+  void DropCache() override {}
+  void RolledBack(bool isFileNew) override {
+    mExistsOnDisk = mExistsOnDisk && !isFileNew;
+    mIsExistenceKnown = isFileNew;
+  }
+  void CloseObject() override;
+  void DropIds() override { mGroup_id = -1; }
+  std::ostream& Output(std::ostream& os, const std::string& indent) const override;
+
+  /// Names of the open group's members, ascending by bytes.
+  MyVector<std::string> ReadGroupsFromDisk() const;
+
+  /// The open group, lent; -1 while closed.
+  hid_t GroupId() const { return mGroup_id; }
+
+ private:
+  std::string mName;
+  bool mExistsOnDisk;
+  bool mIsExistenceKnown = true;
+  Trace mTrace;
+  hid_t mGroup_id = -1;
+};
+
+}  // namespace H5_Objects

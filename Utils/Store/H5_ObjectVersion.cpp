@@ -1,0 +1,152 @@
+#include "Utils/Store/H5_ObjectVersion.hpp"
+
+#include <ostream>
+
+#include "Utils/ErrorHandling/Require.hpp"
+#include "Utils/HDF5/CharacterSet.hpp"
+#include "Utils/HDF5/H5_Utils.hpp"
+#include "Utils/Store/InsideStore.hpp"
+
+template struct Factory::Register<H5_Objects::Version>;
+
+namespace H5_Objects {
+
+std::string Version::Help() {
+  return "H5_Object::Version. Holds the version number as an attribute,  \n"
+         "and holds a list of strings of the form:                       \n"
+         "git-hash-of-commit-before-this-version : help-text             \n"
+         "that contain a history of what was changed with every version. \n";
+}
+
+Version::Version(const std::string& name, bool existsOnDisk, int verbosity)
+    : StringDataSet("Ver", name, existsOnDisk, verbosity) {}
+
+void Version::Initialize(const History& history) {
+  const InsideStore inside;
+  REQUIRE(mHist.size()==0 and (not IsObjectOpen()), "Please call initialize only once");
+  mWhole = history;
+  mIsUnflushed = true;
+  mIsLost = false;
+  Hold(history);
+}
+
+void Version::Hold(const History& history) {
+  mHist = history;
+  mSize = 0;
+  mCurrentVersion = history.size();
+  mCharacters = 0;
+  for (const auto& [hash, help] : mHist) {
+    mCharacters += hash.size() + help.size();
+  }
+  ReportCacheSize();
+}
+
+void Version::TakeExisting(const std::vector<hsize_t>& currdims) {
+  const std::size_t ndims = currdims.size();
+  REQUIRE(ndims==2, "Expected dim of 2, got " << ndims);
+  mSize = currdims[0];
+  const std::vector<unsigned long> version =
+      Vexa_H5::RetrieveAttributes<unsigned long>(mMy_id, "Version", false, mTrace.Verbosity());
+  REQUIRE(version.size()==1, "Bad size " << version.size());
+  mCurrentVersion = version[0];
+  REQUIRE(mCurrentVersion == currdims[0]+mHist.size(),
+          "oops: CurrentVersion = " << mCurrentVersion << ", expected "
+                                    << currdims[0] + mHist.size());
+}
+
+void Version::Shape(std::vector<hsize_t>& dims, std::vector<hsize_t>& chunk) const {
+  dims = {0, 2};
+  chunk = {1, 2};
+}
+
+H5T_cset_t Version::CharacterSet() const {
+  std::vector<std::string_view> strings;
+  for (const auto& [hash, help] : mHist) {
+    strings.insert(strings.end(), {hash, help});
+  }
+  return Vexa_H5::CharacterSetOf(strings);
+}
+
+void Version::AttachAttributes() {
+  Vexa_H5::AttachAttributes<unsigned long>(mMy_id, "Version", {mCurrentVersion},
+                                           mTrace.Verbosity());
+  mSize = 0;
+}
+
+void Version::WriteCache() {
+  const InsideStore inside;
+  mTrace.Line(5, "Ver WriteCache ", mName);
+  REQUIRE(IsObjectOpen(), "Consistency error: Called WriteCache on a closed object");
+  if (SizeOfCache() == 0) {
+    return;
+  }
+  REQUIRE(mSize==0, "This can be written only once, ");
+  const std::vector<hsize_t> dims = {mHist.size(), 2};
+  mTrace.Line(5, "Txt append ", dims[0], " strings to '", mName, "' (new size=", dims[0], ")");
+  std::vector<const char*> wdata;
+  wdata.reserve(2 * mHist.size());
+  for (const auto& [hash, help] : mHist) {
+    wdata.push_back(hash.c_str());
+    wdata.push_back(help.c_str());
+  }
+  WriteStrings(dims, {0, 0}, dims, wdata);
+  mSize = mHist.size();
+  DropCache();
+}
+
+void Version::DropCache() {
+  mHist.clear();
+  mCharacters = 0;
+  ReportCacheSize();
+}
+
+void Version::RolledBack(bool isFileNew) {
+  DataSet::RolledBack(isFileNew);
+  mIsLost = !mWhole.empty() && (isFileNew || mIsUnflushed);
+  mSize = mIsLost || isFileNew ? 0 : mSize;
+}
+
+void Version::HoldAgain() {
+  if (mIsLost) {
+    mIsLost = false;
+    mIsUnflushed = true;
+    Hold(mWhole);
+  }
+}
+
+unsigned long Version::GetCurrentVersion() const {
+  REQUIRE(mHist.size()>0 || IsObjectOpen() || AreAttributesKnown(), "Must call Initialize or OpenObject first");
+  return mCurrentVersion;
+}
+
+Version::History Version::RetrieveVersionHistory() const {
+  REQUIRE(IsObjectOpen(), "Dataset must be opened first");
+  const std::vector<hsize_t> dims = FileExtents(Location::current());
+  const std::size_t ndims = dims.size();
+  REQUIRE(ndims == 2, "Expected dim of 2, got " << ndims);
+  REQUIRE(dims[0]==mSize, "Extents inconsistent between memory and file");
+  REQUIRE(dims[1]==2, "Expected 2 columns, got " << dims[1]);
+  std::vector<std::string> strings = ReadAllStrings(2 * dims[0], Location::current());
+  History history;
+  history.reserve(dims[0]);
+  for (std::size_t i = 0; i < strings.size(); i += 2) {
+    history.emplace_back(std::move(strings[i]), std::move(strings[i + 1]));
+  }
+  return history;
+}
+
+std::string Version::RetrieveVersionHistorySingleString() const {
+  std::string text;
+  for (const auto& [hash, help] : RetrieveVersionHistory()) {
+    text += "Hash " + hash + ":\n" + help + "\n";
+  }
+  return text;
+}
+
+std::ostream& Version::Output(std::ostream& os, const std::string& indent) const {
+  os << indent;
+  return AreAttributesKnown() || !mHist.empty() ? os << "Version " << mCurrentVersion
+                                                : os << "Version unknown";
+}
+
+}  // namespace H5_Objects

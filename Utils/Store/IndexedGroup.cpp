@@ -1,0 +1,303 @@
+#include "Utils/Store/IndexedGroup.hpp"
+
+#include <algorithm>
+#include <cmath>
+
+#include "Utils/ErrorHandling/FirstFailure.hpp"
+#include "Utils/ErrorHandling/MyErr.hpp"
+#include "Utils/ErrorHandling/OnFailure.hpp"
+#include "Utils/ErrorHandling/Require.hpp"
+#include "Utils/Store/InsideStore.hpp"
+
+namespace H5_Objects {
+
+IndexedGroup::IndexedGroup(const std::string& kind, const std::string& name,
+                           const std::string& valuesName, bool existsOnDisk, int verbosity)
+    : mKind(kind),
+      mName(name),
+      mTrace(verbosity),
+      mExistsOnDisk(existsOnDisk),
+      mGroup(name, existsOnDisk, verbosity),
+      mIndex("index.dat", existsOnDisk, verbosity),
+      mValues(valuesName, existsOnDisk, verbosity) {}
+
+void IndexedGroup::InitializeTables(const MyVector<std::string>& indexLegend,
+                                    const std::string& dataDescription, bool compress,
+                                    std::size_t indexChunkRows, std::size_t dataChunkRows) {
+  const InsideStore inside;
+  mIndex.Initialize(indexLegend, compress, indexChunkRows);
+  mValues.Initialize(MyVector<std::string>{dataDescription}, compress, dataChunkRows);
+  ReportCacheSize();
+}
+
+void IndexedGroup::OpenObject(hid_t parentGroupId) {
+  mTrace.Line(5, mKind, "::OpenObject(", parentGroupId, ")");
+  if (!mIsExistenceKnown) {
+    mExistsOnDisk = LinkExists(parentGroupId, mName, mTrace);
+    mIsExistenceKnown = true;
+  }
+  const bool existedBefore = mExistsOnDisk;
+  mGroup.OpenObject(parentGroupId);
+  mExistsOnDisk = true;
+  mIndex.OpenObject(mGroup.GroupId());
+  mValues.OpenObject(mGroup.GroupId());
+  OpenAttributes(existedBefore);
+  const std::uint64_t columns = IndexColumns();
+  const std::uint64_t expected = 2 + ExtraColumns();
+  REQUIRE_LABELLED("H5_Object" + mKind, __LINE__, columns==expected,
+                   "internal error.  Index of " << mName << " has " << columns
+                                                << " columns instead of " << expected);
+  const std::uint64_t valueColumns = mValues.GetExtents()[1];
+  REQUIRE_LABELLED("H5_Object" + mKind, __LINE__, valueColumns==1,
+                   "internal error.  Values of " << mName << " have " << valueColumns
+                                                 << " columns instead of 1");
+  ReportCacheSize();
+}
+
+void IndexedGroup::CloseObject() {
+  // What failed to open is not closed.
+  if (mValues.IsObjectOpen()) {
+    mValues.CloseObject();
+  }
+  if (mIndex.IsObjectOpen()) {
+    mIndex.CloseObject();
+  }
+  mGroup.CloseObject();
+}
+
+void IndexedGroup::DropIds() {
+  mGroup.DropIds();
+  mIndex.DropIds();
+  mValues.DropIds();
+}
+
+std::span<double> IndexedGroup::AppendStep(double time, std::span<const double> extras,
+                                           std::uint64_t count) {
+  const std::size_t begin = mCachedValues.size();
+  mCachedValues.resize(begin + count);
+  mCachedTimes.push_back(time);
+  mCachedEnds.push_back(mCachedValues.size());
+  mCachedExtras.insert(mCachedExtras.end(), extras.begin(), extras.end());
+  ReportCacheSize();
+  return std::span(mCachedValues).subspan(begin);
+}
+
+void IndexedGroup::WriteCache() {
+  const InsideStore inside;
+  mTrace.Line(5, mKind, " WriteCache ", mName);
+  mGroup.WriteCache();
+  const std::size_t steps = mCachedTimes.size();
+  const std::size_t extras = ExtraColumns();
+  StepIndex index{std::move(mCachedTimes), std::move(mCachedEnds), {}};
+  index.mExtras.assign(extras, std::vector<double>(steps));
+  for (std::size_t i = 0; i < steps; ++i) {
+    for (std::size_t k = 0; k < extras; ++k) {
+      index.mExtras[k][i] = mCachedExtras[i * extras + k];
+    }
+  }
+  const std::uint64_t stepsBefore = mIndex.Layout().mRows;
+  WriteIndexImmediately_(index);
+  const OnFailure putBack([&] { FirstFailure().Try([&] { mIndex.CutBack(stepsBefore); }); });
+  WriteValuesImmediately_(mCachedValues.size(),
+                          [this](Tables::ColumnWriter& writer) { writer.Append(mCachedValues); });
+  ForgetSteps();
+}
+
+void IndexedGroup::Flushed() {
+  mIndex.Flushed();
+  mValues.Flushed();
+}
+
+void IndexedGroup::RolledBack(bool isFileNew) {
+  mExistsOnDisk = mExistsOnDisk && !isFileNew;
+  mIsExistenceKnown = isFileNew;
+  mGroup.RolledBack(isFileNew);
+  mIndex.RolledBack(isFileNew);
+  mValues.RolledBack(isFileNew);
+  ReportCacheSize();
+}
+
+void IndexedGroup::DropCache() {
+  mIndex.DropCache();
+  mValues.DropCache();
+  ForgetSteps();
+}
+
+void IndexedGroup::ForgetSteps() {
+  mCachedTimes = {};
+  mCachedEnds = {};
+  mCachedExtras = {};
+  mCachedValues = {};
+  ReportCacheSize();
+}
+
+void IndexedGroup::WriteIndexImmediately_(const StepIndex& steps) {
+  const InsideStore inside;
+  const std::uint64_t offset = mValues.GetExtents()[0];
+  mIndex.WriteManyStepsImmediately_(steps.Size(), [&](Tables::ColumnWriter& writer) {
+    writer.Append(steps.mTimes);
+    const auto toDouble = [offset](std::uint64_t end) { return static_cast<double>(offset + end); };
+    std::ranges::transform(steps.mEnds, writer.Room(steps.Size()).mpValues, toDouble);
+    for (const std::vector<double>& extra : steps.mExtras) {
+      writer.Append(extra);
+    }
+  });
+}
+
+void IndexedGroup::WriteValuesImmediately_(std::uint64_t count,
+                                           const std::function<void(Tables::ColumnWriter&)>& fill) {
+  mValues.WriteManyStepsImmediately_(count, fill);
+}
+
+IndexedGroup::WholePart IndexedGroup::FindWholePart(std::uint64_t first) const {
+  const std::uint64_t rows = mIndex.Layout().mRows - first;
+  const std::uint64_t columns = mIndex.Layout().mColumns;
+  std::vector<double> index(rows * columns);
+  mIndex.RetrieveColumns_({0, columns, first, rows}, index.data());
+  const auto most = static_cast<double>(mValues.Layout().mRows);
+  std::vector<double> row(columns);
+  std::uint64_t whole = 0;
+  std::uint64_t written = 0;
+  double end = 0;
+  for (std::uint64_t r = 0; r < rows; ++r) {
+    for (std::uint64_t c = 0; c < columns; ++c) {
+      row[c] = index[c * rows + r];
+    }
+    const double next = row[1];
+    const bool isOffset = next >= end && next <= most && next == std::floor(next);
+    const bool isStart = r == 0 && first > 0;
+    if (!isOffset || !(isStart || IsWholeStep(std::span(row).subspan(2), next - end))) {
+      break;
+    }
+    end = next;
+    whole = r + 1;
+    const bool isWritten = std::ranges::any_of(row, [](double value) { return value != 0; });
+    written = isWritten ? whole : written;
+  }
+  // Rows that were never written read as zeros, and look like steps without values.
+  return {first + (end == most ? whole : written), static_cast<std::uint64_t>(end)};
+}
+
+void IndexedGroup::PrepareToAppend() {
+  const std::uint64_t steps = mIndex.Layout().mRows;
+  const std::uint64_t values = mValues.Layout().mRows;
+  // The last two rows tell, at a cost that does not grow with the series.
+  const WholePart last = FindWholePart(steps - std::min<std::uint64_t>(steps, 2));
+  if (last.mSteps == steps && last.mValues == values) {
+    return;
+  }
+  const WholePart whole = FindWholePart(0);
+  mIndex.CutBack(whole.mSteps);
+  mValues.CutBack(whole.mValues);
+  MyErr << ReportContext::Current() << " disagrees with itself, as a killed run may leave it. "
+        << steps - whole.mSteps << " step(s) and " << values - whole.mValues
+        << " value(s) were dropped, " << whole.mSteps << " whole step(s) are left.\n";
+}
+
+std::uint64_t IndexedGroup::SizeOfCache() const {
+  const std::uint64_t numbers =
+      mCachedTimes.size() + mCachedEnds.size() + mCachedExtras.size() + mCachedValues.size();
+  return mIndex.SizeOfCache() + mValues.SizeOfCache() + 8 * numbers +
+         (mExistsOnDisk ? 0 : mGroup.SizeOfCache());
+}
+
+std::size_t IndexedGroup::GetNumberOfTimeSteps() const {
+  REQUIRE_LABELLED("H5_Object" + mKind, __LINE__, AreAttributesKnown(), "Must call Initialize or OpenObject first");
+  return mIndex.GetExtents()[0];
+}
+
+std::string IndexedGroup::GetTimeDescription() const {
+  REQUIRE_LABELLED("H5_Object" + mKind, __LINE__, AreAttributesKnown(), "Must call Initialize or OpenObject first");
+  return mIndex.GetLegend()[0];
+}
+
+std::string IndexedGroup::GetDataDescription() const {
+  REQUIRE_LABELLED("H5_Object" + mKind, __LINE__, AreAttributesKnown(), "Must call Initialize or OpenObject first");
+  return mValues.GetLegend()[0];
+}
+
+MyVector<double> IndexedGroup::RetrieveTimes() const {
+  return mIndex.RetrieveTimes();
+}
+
+std::uint64_t IndexedGroup::CheckedOffset(double offset, std::uint64_t previous) const {
+  // The comparison comes before the conversion, which is undefined out of range, and is false for
+  // what is not a number.
+  const double values = static_cast<double>(mValues.Layout().mRows);
+  REQUIRE_LABELLED("H5_Object" + mKind, __LINE__, offset>=0 && offset<=values && offset==std::floor(offset),
+          "Index of " << mName << " holds the offset " << offset << ", but there are " << values
+                      << " values");
+  const auto whole = static_cast<std::uint64_t>(offset);
+  REQUIRE_LABELLED("H5_Object" + mKind, __LINE__, whole>=previous, "Index of " << mName << " decreases from " << previous << " to "
+                                       << whole);
+  return whole;
+}
+
+StepIndex IndexedGroup::RetrieveIndex_() const {
+  const std::uint64_t steps = mIndex.Layout().mRows;
+  const auto column = [&](std::uint64_t c) {
+    std::vector<double> values(steps);
+    mIndex.RetrieveColumns_({c, 1, 0, steps}, values.data());
+    return values;
+  };
+  StepIndex index;
+  index.mTimes = column(0);
+  index.mEnds.reserve(steps);
+  std::uint64_t end = 0;
+  for (const double offset : column(1)) {
+    end = CheckedOffset(offset, end);
+    index.mEnds.push_back(end);
+  }
+  const std::uint64_t values = mValues.Layout().mRows;
+  REQUIRE_LABELLED("H5_Object" + mKind, __LINE__, end==values,
+                   "internal error.  Index of " << mName << " ends at " << end
+                                                << ", but there are " << values << " values");
+  for (std::uint64_t c = 2; c < mIndex.Layout().mColumns; ++c) {
+    index.mExtras.push_back(column(c));
+  }
+  return index;
+}
+
+std::vector<double> IndexedGroup::RetrieveValuesOf(const StepIndex& index) const {
+  std::vector<double> values(index.Size() == 0 ? 0 : index.mEnds.back());
+  RetrieveValues_(0, values.size(), values.data());
+  return values;
+}
+
+void IndexedGroup::RetrieveValues_(std::uint64_t first, std::uint64_t count, double* values) const {
+  mValues.RetrieveColumns_({0, 1, first, count}, values);
+}
+
+void IndexedGroup::RetrieveRuns_(std::span<const Tables::RowRun> runs, double* values,
+                                 Tables::PendingReads& reads) const {
+  mValues.RetrieveRuns_(0, runs, values, reads);
+}
+
+IndexedGroup::Step IndexedGroup::RetrieveStepIndex(std::size_t filestep) const {
+  REQUIRE_LABELLED("H5_Object" + mKind, __LINE__, filestep < mIndex.GetExtents()[0],
+             "Access out of bounds.  Requesting filestep=" << filestep
+                                                           << " in a dataset with only "
+                                                           << mIndex.GetExtents()[0] << " steps");
+  const std::size_t first = filestep == 0 ? 0 : filestep - 1;
+  const MyVector<MyVector<double>> offset =
+      mIndex.RetrieveColumns(MyVector<int>{1}, first, filestep + 1);
+  Step step{};
+  step.mBegin = filestep == 0 ? 0 : CheckedOffset(offset[0][0], 0);
+  step.mEnd = CheckedOffset(offset[0][offset[0].Size() - 1], step.mBegin);
+  mTrace.Line(5, "offsets for this filestep: ", step.mBegin, " ", step.mEnd);
+  for (std::uint64_t c = 2; c < mIndex.Layout().mColumns; ++c) {
+    double extra = 0;
+    mIndex.RetrieveColumns_({c, 1, filestep, 1}, &extra);
+    step.mExtras.push_back(extra);
+  }
+  mTrace.Line(5, "  now reading data [", step.mBegin, ",", step.mEnd, ")");
+  return step;
+}
+
+void IndexedGroup::RequireClosed(const char* message) const {
+  if (MayCheckInDestructor()) {
+    REQUIRE_LABELLED("H5_Object" + mKind, __LINE__, IsObjectOpen()==false, Verbatim(message));
+  }
+}
+
+}  // namespace H5_Objects

@@ -1,0 +1,148 @@
+// What the kinds that are a time series of blocks of values share: a group that holds an index
+// table, "index.dat", with a row per step, and a table of one column with the values of all steps
+// one after the other. Column 0 of the index is the time, column 1 the number of values up to and
+// including the step, and further columns are the kind's own.
+#pragma once
+
+#include <hdf5.h>
+
+#include <cstdint>
+#include <functional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "Utils/Containers/MyVector.hpp"
+#include "Utils/ErrorHandling/Trace.hpp"
+#include "Utils/Store/H5_Object.hpp"
+#include "Utils/Store/H5_ObjectDat.hpp"
+#include "Utils/Store/H5_ObjectDir.hpp"
+
+namespace H5_Objects {
+
+/// An index table: step i has values [mEnds[i-1], mEnds[i]), with 0 before the first.
+struct StepIndex {
+  std::vector<double> mTimes;
+  std::vector<std::uint64_t> mEnds;
+  std::vector<std::vector<double>> mExtras;  // the kind's own columns, one vector per column
+
+  std::uint64_t Size() const { return mTimes.size(); }
+  std::uint64_t Begin(std::uint64_t step) const { return step == 0 ? 0 : mEnds[step - 1]; }
+  std::uint64_t Values(std::uint64_t step) const { return mEnds[step] - Begin(step); }
+};
+
+class IndexedGroup : public H5_Object {
+ public:
+  void OpenObject(hid_t parentGroupId) override;
+  void CloseObject() override;
+  void DropIds() override;
+  bool IsObjectOpen() const override { return mGroup.IsObjectOpen(); }
+  bool AreAttributesKnown() const override { return mIndex.AreAttributesKnown(); }
+  void WriteCache() override;
+  void DropCache() override;
+  void Flushed() override;
+  void RolledBack(bool isFileNew) override;
+  /// Cuts both tables back to the last whole step, with a notice through MyErr, if they disagree.
+  void PrepareToAppend() override;
+  std::uint64_t NTimeStepsCached() const override { return mCachedTimes.size(); }
+  std::uint64_t SizeOfCache() const override;
+  std::uint64_t StepsInFile() const override { return mIndex.StepsInFile(); }
+
+  /// Steps, waiting ones in the index table included. This and the descriptions fail with "Must
+  /// call Initialize or OpenObject first".
+  std::size_t GetNumberOfTimeSteps() const;
+  std::string GetTimeDescription() const;
+  std::string GetDataDescription() const;
+  /// The times of all steps in the file.
+  MyVector<double> RetrieveTimes() const;
+
+  /// The two tables, lent: open while the object is.
+  const Dat& Index() const { return mIndex; }
+  const Dat& Values() const { return mValues; }
+
+  /// The whole index, checked: offsets are whole, never decrease, and end where the values end.
+  StepIndex RetrieveIndex_() const;
+  /// `count` values from `first` on, of all steps' values one after the other.
+  void RetrieveValues_(std::uint64_t first, std::uint64_t count, double* values) const;
+  /// Runs of values, as Dat reads runs of rows.
+  void RetrieveRuns_(std::span<const Tables::RowRun> runs, double* values,
+                     Tables::PendingReads& reads) const;
+  /// The length of the chunks in which the open object's values lie; 0 if they are not chunked.
+  std::uint64_t ValuesPerChunk() const { return mValues.Layout().mChunkRows; }
+
+  /// Write steps, and values, at once, bypassing the cache. mEnds count from the first value that
+  /// is written along with these steps; the values may follow in several calls.
+  void WriteIndexImmediately_(const StepIndex& steps);
+  void WriteValuesImmediately_(std::uint64_t count,
+                               const std::function<void(Tables::ColumnWriter&)>& fill);
+
+ protected:
+  /// `kind` is the class's name: "Coef" traces as "Coef::..." and reports as "H5_ObjectCoef", also
+  /// from what is shared here.
+  IndexedGroup(const std::string& kind, const std::string& name, const std::string& valuesName,
+               bool existsOnDisk, int verbosity);
+
+  /// Columns of the index besides time and offset; known once the group's attributes are.
+  virtual std::uint64_t ExtraColumns() const = 0;
+  void InitializeTables(const MyVector<std::string>& indexLegend,
+                        const std::string& dataDescription, bool compress,
+                        std::size_t indexChunkRows, std::size_t dataChunkRows);
+
+  /// Whether a step can have that many values, from what its further columns say.
+  virtual bool IsWholeStep(std::span<const double> /*extras*/, double /*values*/) const {
+    return true;
+  }
+
+  /// Adds a step to the cache: reserves room for `count` values, which the caller fills.
+  std::span<double> AppendStep(double time, std::span<const double> extras, std::uint64_t count);
+
+  /// The kind's own part of opening the group: its attributes. Called when the group is open.
+  virtual void OpenAttributes(bool /*existedBefore*/) {}
+
+  /// The values of all steps of the open object's index.
+  std::vector<double> RetrieveValuesOf(const StepIndex& index) const;
+
+  /// Offsets [begin, end) of one step, and its further columns; fails if there is no such step.
+  struct Step {
+    std::uint64_t mBegin;
+    std::uint64_t mEnd;
+    std::vector<double> mExtras;
+  };
+  Step RetrieveStepIndex(std::size_t filestep) const;
+
+  /// For destructors: fails if the group is still open.
+  void RequireClosed(const char* message) const;
+
+  std::uint64_t IndexColumns() const { return mIndex.GetExtents()[1]; }
+  std::uint64_t NumberOfValues() const { return mValues.GetExtents()[0]; }
+  std::uint64_t CachedValues() const { return mCachedValues.size(); }
+  hid_t GroupId() const { return mGroup.GroupId(); }
+
+  std::string mKind;
+  std::string mName;
+  Trace mTrace;
+
+ private:
+  // Steps that are whole, and values up to the end of the last of them.
+  struct WholePart {
+    std::uint64_t mSteps;
+    std::uint64_t mValues;
+  };
+
+  void ForgetSteps();
+  std::uint64_t CheckedOffset(double offset, std::uint64_t previous) const;
+  // Of row `first` only the offset is believed, unless it is the very first.
+  WholePart FindWholePart(std::uint64_t first) const;
+
+  bool mExistsOnDisk;
+  bool mIsExistenceKnown = true;
+  Dir mGroup;
+  Dat mIndex;
+  Dat mValues;
+  std::vector<double> mCachedTimes;
+  std::vector<std::uint64_t> mCachedEnds;  // counted in cached values
+  std::vector<double> mCachedExtras;       // step after step
+  std::vector<double> mCachedValues;
+};
+
+}  // namespace H5_Objects

@@ -1,0 +1,191 @@
+#include "Utils/Store/IndexedGroup.hpp"
+
+#include <gmock/gmock.h>
+
+#include <tuple>
+
+#include "Utils/HDF5/TestSupport/PlainH5.hpp"
+#include "Utils/Process/Printable.hpp"
+#include "Utils/Store/H5_ObjectCoef.hpp"
+#include "Utils/Store/H5_ObjectTdm.hpp"
+
+namespace {
+
+using H5_Objects::Coef;
+using H5_Objects::Tdm;
+using PlainH5::IsReport;
+using PlainH5::ReportOf;
+using PlainH5::Rows;
+using testing::HasSubstr;
+
+class IndexedGroupTest : public testing::Test {
+ protected:
+  IndexedGroupTest() : mFile(PlainH5::File::Create(mDir / "g.h5")) {}
+  PlainH5::TempDir mDir;
+  PlainH5::File mFile;
+};
+
+TEST_F(IndexedGroupTest, CoefficientVectorsOfChangingLength) {
+  Coef coef("c.coef", false, 0);
+  EXPECT_TRUE(IsReport(ReportOf([&] { coef.Append(0, {1}); }), "",
+                       "Must initialize H5_PluginsCoef before appending data"));
+  coef.Initialize("time", "power", true, 4, 8);
+  coef.Append(0, {1, 2, 3});
+  coef.Append(1, {});
+  EXPECT_EQ(coef.NTimeStepsCached(), 2u);
+  coef.OpenObject(mFile.Id());
+  coef.WriteCache();
+  EXPECT_EQ(coef.SizeOfCache(), 0u);
+  coef.Append(2, {4, 5});
+  coef.WriteCache();
+  coef.CloseObject();
+  EXPECT_EQ(mFile.ReadTable("c.coef/index.dat"), (Rows{{0, 3}, {1, 3}, {2, 5}}));
+  EXPECT_EQ(mFile.ReadTable("c.coef/coefs.dat"), (Rows{{1}, {2}, {3}, {4}, {5}}));
+  EXPECT_EQ(mFile.ReadStringAttribute("c.coef/index.dat", "Legend"),
+            (std::vector<std::string>{"time", "index one past current coeff-data"}));
+
+  Coef again("c.coef", true, 0);
+  again.OpenObject(mFile.Id());
+  MyVector<double> times;
+  MyVector<MyVector<double>> data;
+  again.RetrieveData(times, data);
+  EXPECT_EQ(times, (MyVector<double>{0, 1, 2}));
+  EXPECT_EQ(data, (MyVector<MyVector<double>>{{1, 2, 3}, {}, {4, 5}}));
+  for (const std::size_t step : {0U, 1U, 2U}) {
+    EXPECT_EQ(again.RetrieveCoefficients(step), data[step]);
+  }
+  EXPECT_TRUE(IsReport(ReportOf([&] { again.RetrieveCoefficients(3); }),
+                       "filestep < mIndex.GetExtents()[0]",
+                       "Access out of bounds.  Requesting filestep=3 in a dataset with only 3"));
+  again.CloseObject();
+}
+
+TEST_F(IndexedGroupTest, TensorsOnChangingMeshes) {
+  const auto structure = FindTensorIndexTable(3, "1");
+  Tdm tdm("t.tdm", false, 0);
+  tdm.Initialize("time", "shift", *structure, 2, false, 4, 8);
+  double next = 0;
+  const auto append = [&](double time, const MyVector<int>& extents) {
+    Tensor<DataMesh> tensor(structure, Mesh(extents));
+    for (DataMesh& component : tensor) {
+      for (double& value : component) {
+        value = next++;
+      }
+    }
+    tdm.Append(time, tensor);
+  };
+  append(0, {2, 3});
+  append(1, {4, 1});
+  Tensor<DataMesh> uneven(structure, Mesh({2, 2}));
+  uneven[1] = DataMesh(Mesh({3, 1}));
+  EXPECT_TRUE(IsReport(ReportOf([&] { tdm.Append(2, uneven); }), "it->Size()==mesh.Size()",
+                       "inconsistent sizes in the components of the tensor"));
+  EXPECT_TRUE(IsReport(ReportOf([&] { append(2, {4}); }), "mDataMeshDim==data.begin()->Dim()",
+                       "Tdm::Append dimension of DataMesh inconsistent"));
+  tdm.OpenObject(mFile.Id());
+  tdm.WriteCache();
+  const Tensor<DataMesh> step = tdm.RetrieveStep(1);
+  EXPECT_EQ(step[0].Mesh(), Mesh({4, 1}));
+  EXPECT_EQ(step[2][3], 29);
+  MyVector<double> times;
+  MyVector<Tensor<DataMesh>> data;
+  tdm.RetrieveData(times, data);
+  EXPECT_EQ(data[0][1][5], 11);
+  tdm.CloseObject();
+  EXPECT_EQ(mFile.ReadTable("t.tdm/index.dat"), (Rows{{0, 18, 2, 3}, {1, 30, 4, 1}}));
+  EXPECT_EQ(mFile.ReadStringAttribute("t.tdm", "TensorSpec"),
+            (std::vector<std::string>{"TensorDim=3; TensorSymm=1; DataMeshDim=2;"}));
+}
+
+TEST_F(IndexedGroupTest, SymmetriesThatCannotBeReadBackAreRefused) {
+  const auto refusal = [](const std::string& symmetry) {
+    Tdm tdm("t.tdm", false, 0);
+    const auto structure = FindTensorIndexTable(2, symmetry);
+    return ReportOf([&] { tdm.Initialize("t", "x", *structure, 1, false, 4, 8); });
+  };
+  for (const std::string& symmetry :
+       {std::string("1;2"), std::string("1#"), std::string("1="), std::string(")("),
+        std::string("("), std::string(" 1"), std::string("1\0", 2)}) {
+    EXPECT_TRUE(IsReport(refusal(symmetry), "canBeStored", "The symmetry '" + Printable(symmetry)));
+  }
+  EXPECT_EQ(refusal("1 1"), "");
+  EXPECT_EQ(refusal("(=;)"), "");
+}
+
+TEST_F(IndexedGroupTest, WhatAKilledRunLeftIsCutBackToTheLastWholeStep) {
+  const std::tuple<const char*, Rows, std::size_t, hsize_t, hsize_t> cases[] = {
+      // name, index, values, steps and values kept
+      {"nothing but a step without values", {{0, 0, 0}}, 0, 1, 0},
+      {"steps without values first and last", {{0, 0, 0}, {1, 3, 1}, {2, 3, 0}}, 3, 3, 3},
+      {"values without a step", {{0, 3, 1}}, 5, 1, 3},
+      {"a step with some of its values", {{0, 3, 1}, {1, 6, 1}}, 5, 1, 3},
+      {"steps never written", {{1, 3, 1}, {0, 0, 0}, {0, 0, 0}}, 3, 1, 3},
+      {"no step written, but values", {{0, 0, 0}, {0, 0, 0}}, 3, 0, 0},
+      {"extents never written", {{0, 3, 1}, {1, 6, 0}}, 6, 1, 3}};
+  for (const auto& [name, index, values, stepsKept, valuesKept] : cases) {
+    auto file = PlainH5::File::Create(mDir / "cut.h5");
+    file.Table("t.tdm/index.dat", index);
+    file.Table("t.tdm/data.dat", Rows(values, {1.0}), {}, 1);
+    file.StringAttribute("t.tdm", "TensorSpec", {"TensorDim=3; TensorSymm=1; DataMeshDim=1;"});
+    Tdm tdm("t.tdm", true, 0);
+    tdm.OpenObject(file.Id());
+    tdm.PrepareToAppend();
+    EXPECT_EQ(tdm.GetNumberOfTimeSteps(), stepsKept) << name;
+    tdm.CloseObject();
+    EXPECT_EQ(file.Dims("t.tdm/index.dat")[0], stepsKept) << name;
+    EXPECT_EQ(file.Dims("t.tdm/data.dat")[0], valuesKept) << name;
+  }
+}
+
+TEST_F(IndexedGroupTest, WhatAFileSaysIsCheckedBeforeItIsUsed) {
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  const std::string vector = "TensorDim=3; TensorSymm=1; DataMeshDim=1;";
+  const struct {
+    Rows mIndex;
+    std::size_t mValues;
+    std::vector<std::string> mSpec;
+    std::string mMessage;
+  } cases[] = {
+      {{{0, 6, 2}}, 6, {vector}, ""},
+      {{}, 0, {vector}, ""},
+      {{{0, -3, 1}, {1, 6, 1}}, 6, {vector}, "holds the offset -3"},
+      {{{0, nan, 1}, {1, 6, 1}}, 6, {vector}, "holds the offset nan"},
+      {{{0, 1.5, 1}, {1, 6, 1}}, 6, {vector}, "holds the offset 1.5"},
+      {{{0, 1e300, 1}}, 6, {vector}, "holds the offset 1e+300"},
+      {{{0, 3, 1}, {1, 7, 1}}, 6, {vector}, "holds the offset 7, but there are 6"},
+      {{{0, 3, 1}, {1, 0, 1}, {2, 6, 1}}, 6, {vector}, "decreases from 3 to 0"},
+      {{{0, 3, 1}}, 6, {vector}, "ends at 3, but there are 6"},
+      {{}, 6, {vector}, "ends at 0, but there are 6"},
+      {{{0, 6, -2}}, 6, {vector}, "holds the mesh extent -2"},
+      {{{0, 6, nan}}, 6, {vector}, "holds the mesh extent nan"},
+      {{{0, 6, 2.5}}, 6, {vector}, "holds the mesh extent 2.5"},
+      {{{0, 6, 4e9}}, 6, {vector}, "holds the mesh extent 4e+09"},
+      {{{0, 6, 3}}, 6, {vector}, "3 components of 3 points"},
+      {{{0, 7, 2}}, 7, {vector}, "3 components of 2 points"},
+      {{{0, 6, 2}}, 6, {}, "H5Aopen failed"},
+      {{{0, 6, 2}}, 6, {vector, vector}, "TensorSpec holds 2 strings"},
+      {{{0, 6, 2}}, 6, {"TensorDim=3; TensorSymm=1; DataMeshDim=2;"}, "has 3 columns instead of 4"},
+      {{{0, 6, 2}}, 6, {"TensorDim=3; TensorSymm=1; DataMeshDim=-1;"}, "dimensions, got -1"},
+      {{{0, 6, 2}}, 6, {"TensorDim=-3; TensorSymm=1; DataMeshDim=1;"}, "must be positive, got -3"},
+      {{{0, 6, 2}}, 6, {"TensorDim=2000000000; TensorSymm=11; DataMeshDim=1;"}, "too many"}};
+  for (const auto& each : cases) {
+    const std::string name = std::to_string(&each - cases) + ".tdm";
+    mFile.Table(name + "/index.dat", each.mIndex, {}, 3);
+    mFile.Table(name + "/data.dat", Rows(each.mValues, {1.0}), {}, 1);
+    if (!each.mSpec.empty()) {
+      mFile.StringAttribute(name, "TensorSpec", each.mSpec);
+    }
+    const std::string report = ReportOf([&] {
+      Tdm tdm(name, true, 0);
+      tdm.OpenObject(mFile.Id());
+      MyVector<double> times;
+      MyVector<Tensor<DataMesh>> data;
+      tdm.RetrieveData(times, data);
+      tdm.CloseObject();
+    });
+    EXPECT_THAT(report, HasSubstr(each.mMessage)) << name;
+    EXPECT_EQ(report.empty(), each.mMessage.empty()) << name << report;
+  }
+}
+
+}  // namespace

@@ -1,0 +1,51 @@
+#include "Utils/Store/InsideStore.hpp"
+
+#include <chrono>
+#include <thread>
+
+#include "Utils/ErrorHandling/MyAbort.hpp"
+#include "Utils/ErrorHandling/MyErr.hpp"
+#include "Utils/ErrorHandling/Require.hpp"
+
+namespace {
+std::atomic<bool> sIsTaken = false;
+bool sGaveUp = false;
+}  // namespace
+
+void InsideStore::Refuse() {
+  if (sIsTaken) {
+    MyAbort_AwaitEnd();
+  }
+  const bool isAlone = false;
+  REQUIRE(isAlone, "The store is used by two threads at once; it belongs to one at a time");
+}
+
+void InsideStore::StopIfProcessEnds() {
+  if (sDepth == 0 && MyAbort_CalledByAnotherThread()) {
+    MyAbort_AwaitEnd();
+  }
+}
+
+bool InsideStore::TakeForGood() {
+  StopIfProcessEnds();
+  sIsTaken = true;
+  using Clock = std::chrono::steady_clock;
+  const auto end = Clock::now() + std::chrono::seconds(10);
+  const int* inside = nullptr;
+  while (sDepth == 0 && !sInside.compare_exchange_strong(inside, &sDepth)) {
+    if (sGaveUp) {
+      return false;
+    }
+    if (Clock::now() > end) {
+      MyErr
+          << "Another thread does not leave the store, whose files are left as they are.  What is "
+          << "held in memory is lost.\n";
+      sGaveUp = true;
+      return false;
+    }
+    inside = nullptr;
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  ++sDepth;  // never counted down
+  return true;
+}

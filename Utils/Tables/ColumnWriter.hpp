@@ -1,0 +1,102 @@
+// Writes rows of a table, column after column, in a stream that overlaps: while worker threads
+// encode chunks and decode the values of the next, the calling thread fetches and writes.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <span>
+#include <vector>
+
+#include "Utils/ChunkCodec/ChunkEncoder.hpp"
+#include "Utils/Process/WorkerPool.hpp"
+#include "Utils/Tables/Columns.hpp"
+#include "Utils/Tables/PendingReads.hpp"
+
+namespace Tables {
+
+/// Takes all values of the new rows of one column, then those of the next, as one stream in pieces
+/// of any size. Chunks that are full go to the file encoded by our codec where they can (see
+/// H5_Chunks), others through the library. The bytes in the file do not depend on the number of
+/// threads.
+///
+/// Holds two blocks of values: each some mebibytes, or one chunk if that is longer (one column, if
+/// the rows do not begin where a chunk does); and what those are encoded to. A stream that fits in
+/// one block needs one.
+class ColumnWriter {
+ public:
+  /// Rows [firstRow, firstRow + rows) of all columns; the table is large enough already.
+  ColumnWriter(const OpenTable& table, std::uint64_t firstRow, std::uint64_t rows);
+
+  /// Room for the next `count` values of the stream. Until the next call the caller fills it, or
+  /// starts to read into it with these reads, which the writer finishes.
+  struct Place {
+    double* mpValues;
+    PendingReads& mReads;
+  };
+  Place Room(std::uint64_t count);
+
+  /// Adds these values to the stream.
+  void Append(std::span<const double> values);
+
+  /// Values that the stream takes at a time: room for about as many, and for whole columns where
+  /// they are short, is best asked for.
+  std::uint64_t BlockValues() const { return mBlockValues; }
+
+  /// Writes the rest; the stream has all values. Fails with "H5Dwrite failed".
+  void Finish();
+
+ private:
+  // Rows of one column that go out together: a chunk, or those of one that is not full.
+  struct Part {
+    std::uint64_t mColumn;
+    std::uint64_t mRow;
+    std::uint64_t mRows;
+    bool mIsChunk;  // and can be moved past the library
+  };
+  // Values on their way to the file: a part that workers encode, or as many others as follow one
+  // another.
+  struct Outgoing {
+    Outgoing(std::uint64_t first, std::span<const double> values)
+        : mFirst(first), mValues(values) {}
+
+    std::uint64_t mFirst;  // of the stream
+    std::span<const double> mValues;
+    std::unique_ptr<ChunkCodec::ChunkEncoder> mpEncoder;  // null if no worker is to encode
+    std::vector<ChunkCodec::ChunkEncoder::Piece> mPieces;
+    TaskGroup mTasks;  // last: it waits for tasks that use the others
+  };
+  struct Block {
+    std::unique_ptr<double[]> mpValues;  // not a vector, which would fill room with zeros first
+    std::uint64_t mCapacity = 0;
+    std::uint64_t mSize = 0;
+    PendingReads mReads;
+    std::deque<Outgoing> mOutgoing;
+  };
+
+  void Reserve(Block& block, std::uint64_t values) const;
+  // The part that begins there in the stream.
+  Part PartAt(std::uint64_t position) const;
+  void Turn();
+  // Makes as much of the block outgoing as can be; returns how many values that is.
+  std::uint64_t Encode(Block& block);
+  void Encode(Outgoing& outgoing) const;
+  void Write(Block& block) const;
+  void Write(Outgoing& outgoing) const;
+
+  OpenTable mTable;
+  std::uint64_t mFirstRow;
+  std::uint64_t mRows;
+  bool mMovesChunks;           // full ones, past the library
+  bool mIsFiltered;            // what chunks hold
+  std::uint64_t mLongestPart;  // rows that go out together
+  std::uint64_t mBlockValues;  // a block goes out before it holds more
+  std::uint64_t mTotal;        // values of the whole stream
+  std::uint64_t mEncoded = 0;  // of these, what has been made outgoing
+  Block mBlocks[2];
+  Block* mpFilling = &mBlocks[0];
+  Block* mpWriting = &mBlocks[1];
+};
+
+}  // namespace Tables

@@ -1,0 +1,15 @@
+#pragma once
+
+#include <cstdint>
+
+namespace Tables {
+
+/// Rows [mFirst, mOnePastLast) of one table.
+struct RowRun {
+  std::uint64_t mFirst;
+  std::uint64_t mOnePastLast;
+  std::uint64_t Size() const { return mOnePastLast - mFirst; }
+  friend bool operator==(const RowRun&, const RowRun&) = default;
+};
+
+}  // namespace Tables

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <hdf5.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <source_location>
+#include <string>
+#include <vector>
+
+namespace Tables {
+
+/// One that the chunks of a dataset pass when they are written.
+struct Filter {
+  H5Z_filter_t mNumber;
+  std::size_t mParameters;  // how many there are
+  unsigned mParameter;      // the first: of shuffle the bytes of an element, of deflate the level
+  std::string mName;
+
+  /// Whether the library undoes one of ours with such parameters.
+  bool HasItsParameters() const;
+};
+
+/// The filters of a dataset, whose creation list this is, in their order, named as HDF5 and the
+/// makers of further filters name them.
+std::vector<Filter> ReadFilters(hid_t cparms_id, std::source_location where);
+
+/// Fails on a filter that is not ours, or has parameters with which the library undoes none. What
+/// HDF5 (1.10.8, tried) makes of a damaged chunk of another, such as scale-offset or szip, may be
+/// anything, and kill the process; and so may two deflates.
+void RequireKnownFilters(const std::vector<Filter>& filters, const std::string& name,
+                         std::source_location where);
+
+/// What a dataset takes on disk, and the filters that its chunks pass when they are written.
+struct Storage {
+  std::vector<std::string> mFilters;    // in their order: "shuffle", "deflate 1", "fletcher32", ...
+  std::optional<std::uint64_t> mBytes;  // none where the file cannot have what it claims
+};
+
+/// Of an open dataset.
+Storage ReadStorage(hid_t dataset_id, std::source_location where);
+
+/// Fails if the values of a dataset, whose creation list this is, are not in its file: if it is
+/// virtual or has external storage. What such a dataset names may be anything, itself or a device,
+/// and is opened when the library is asked for extents or values.
+void RequireOwnStorage(hid_t cparms_id, const std::string& name, std::source_location where);
+
+/// Fails unless all the filters of an open dataset are known: then what is damaged is all that can
+/// keep a table from being read.
+void RequireKnownFilters(hid_t dataset_id, const std::string& name, std::source_location where);
+
+}  // namespace Tables
