@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "Utils/Containers/MyAllocatorProfiler.hpp"
-#include "Utils/ErrorHandling/Require.hpp"
+#include "Utils/ErrorHandling/RequireFail.hpp"
 
 template <class K, class V>
 class MyMap {
@@ -50,7 +50,7 @@ class MyMap {
   /// ("Key '...' inserted twice into a MyMap"). Inserts chain.
   template <class... Args>
   MyMap& Insert(const K& key, Args&&... args) {
-    REQUIRE(!KeyExists(key), "Key '" << key << "' inserted twice into a MyMap");
+    VEXA_REQUIRE(!KeyExists(key), "Key '" << key << "' inserted twice into a MyMap");
     // The value first: the arguments may stand in this very map, where a growing list moves them.
     V* const value = MyAllocatorProfiler::Allocate<V>(1);
     try {
@@ -85,7 +85,7 @@ class MyMap {
   V& operator[](const K& key) { return const_cast<V&>(std::as_const(*this)[key]); }
   const V& operator[](const K& key) const {
     const V* value = Find(key);
-    REQUIRE(value != nullptr, "Key '" << key << "' not found in a MyMap");
+    VEXA_REQUIRE(value != nullptr, "Key '" << key << "' not found in a MyMap");
     return *value;
   }
 

@@ -3,132 +3,18 @@
 // stands in the source, the source file and the line.
 #pragma once
 
-#include <ostream>
-#include <source_location>
-#include <sstream>
-#include <string>
-#include <string_view>
-#include <type_traits>
-
-#include "Utils/Process/Printable.hpp"
-
-/// Builds the framed report, raises SIGTRAP for a debugger, and throws CodeError; never returns.
-/// `file` is printed as given: a source file's name without directory and extension. The innermost
-/// ReportContext, if there is one, follows the message on a line of its own.
-[[noreturn]] void RequireFail(const char* condition, const char* file, int line,
-                              const std::string& message);
-
-/// The name under which a source file appears in reports: no directory, no extension.
-std::string ReportLabel(const char* path);
-
-/// Text that a message takes as it stands, lines and all: somebody composed it for reports. The
-/// names and values in it were made Printable() then.
-struct Verbatim {
-  explicit Verbatim(std::string_view text) : mText(text) {}
-  std::string_view mText;
-};
-
-/// What a REQUIRE's message is streamed into. Literals appear as they are written. Strings are
-/// names and values and appear as Printable() makes them, so that none can pass for a line of the
-/// report. A double that differs from what its first six digits say appears with all that it has,
-/// in the same notation, unless the message sets a precision. Everything else appears as
-/// std::ostream shows it; it keeps its line breaks and loses other control characters.
-class RequireMessage {
- public:
-  template <std::size_t N>
-  RequireMessage& operator<<(const char (&literal)[N]) {
-    return *this << Verbatim(literal);
-  }
-  template <std::size_t N>
-  RequireMessage& operator<<(char (&buffer)[N]) {
-    return *this << std::string_view(buffer);
-  }
-  RequireMessage& operator<<(Verbatim text);
-  RequireMessage& operator<<(std::string_view text);
-  RequireMessage& operator<<(double value);
-  RequireMessage& operator<<(std::ostream& (*manipulator)(std::ostream&));
-  RequireMessage& operator<<(std::ios_base& (*manipulator)(std::ios_base&));
-
-  template <class T>
-  RequireMessage& operator<<(const T& value) {
-    if constexpr (std::is_pointer_v<T> && std::is_convertible_v<T, std::string_view>) {
-      return *this << (value == nullptr ? std::string_view() : std::string_view(value));
-    } else if constexpr (std::is_convertible_v<const T&, std::string_view>) {
-      return *this << std::string_view(value);
-    } else {
-      mStream << value;
-      return Take(Breaks::Kept);
-    }
-  }
-
-  const std::string& Text() const { return mText; }
-
- private:
-  /// Moves what the stream holds to the text.
-  RequireMessage& Take(Breaks breaks);
-
-  std::ostringstream mStream;  // keeps the formats that the message sets
-  std::string mText;
-};
-
-// A program whose sources report under one name defines VEXA_REPORT_LABEL on its target. Headers
-// that such a program includes keep their own names.
-#ifdef VEXA_REPORT_LABEL
-#define VEXA_CURRENT_REPORT_LABEL \
-  (std::string(__FILE__) == __BASE_FILE__ ? std::string(VEXA_REPORT_LABEL) : ReportLabel(__FILE__))
-#else
-#define VEXA_CURRENT_REPORT_LABEL ReportLabel(__FILE__)
-#endif
-
-// The condition's text is made by the macro that the user wrote: one macro further in, macros
-// inside of the condition would be expanded already.
-#define VEXA_REQUIRE(label, line, text, condition, message)                             \
-  do {                                                                                  \
-    if (!(condition)) [[unlikely]] {                                                    \
-      RequireMessage requireMessage;                                                    \
-      requireMessage << message; /* NOLINT(bugprone-macro-parentheses): it chains << */ \
-      RequireFail(text, std::string(label).c_str(), static_cast<int>(line),             \
-                  requireMessage.Text());                                               \
-    }                                                                                   \
-  } while (false)
+#include "Utils/ErrorHandling/RequireFail.hpp"
 
 /// Fails unless `condition` holds. `message` may chain << items and is built only on failure; see
 /// RequireMessage for how they appear.
 #define REQUIRE(condition, message) \
-  VEXA_REQUIRE(VEXA_CURRENT_REPORT_LABEL, __LINE__, #condition, condition, message)
+  VEXA_REQUIRE_AS(VEXA_CURRENT_REPORT_LABEL, #condition, condition, message)
 
 /// The same under an explicit label; for the few reports whose label is not their source file.
-#define REQUIRE_LABELLED(label, line, condition, message) \
-  VEXA_REQUIRE(label, line, #condition, condition, message)
+#define REQUIRE_LABELLED(label, condition, message) \
+  VEXA_REQUIRE_AS(label, #condition, condition, message)
 
-/// The same for helpers that several sources share: the report names the caller, whose
-/// std::source_location the helper took as a defaulted argument.
-#define REQUIRE_AT(location, condition, message)                                              \
-  VEXA_REQUIRE(ReportLabel((location).file_name()), (location).line(), #condition, condition, \
-               message)
-
-/// Says what is being worked on while it lives, so that a report from any depth lets a user find
-/// the file and the dataset. Costs two pointers; nothing is formatted unless something fails.
-/// Both strings are lent and must outlive the context; an empty one is left out.
-class ReportContext {
- public:
-  ReportContext(const std::string& dataset, const std::string& file);
-  ~ReportContext();
-  ReportContext(const ReportContext&) = delete;
-  ReportContext& operator=(const ReportContext&) = delete;
-
-  /// The line that a report gets, without a newline: "Object '/a.dat' of file 'x.h5'";
-  /// empty when nothing is being worked on.
-  static std::string Current();
-  /// The same and a newline, or nothing at all. Allocates nothing.
-  static void PrintCurrent(std::ostream& os);
-
-  /// What is being worked on, for a context that outlives this one; empty when nothing is.
-  static std::string Dataset();
-  static std::string File();
-
- private:
-  const std::string& mDataset;
-  const std::string& mFile;
-  const ReportContext* mpOuter;
-};
+/// The same for helpers that several sources share: the report names the caller, by the innermost
+/// ReportAs.
+#define REQUIRE_FOR_CALLER(condition, message) \
+  VEXA_REQUIRE_AS(VEXA_CALLERS_REPORT_LABEL, #condition, condition, message)

@@ -13,17 +13,17 @@ namespace {
 
 using testing::HasSubstr;
 
-void Shared(std::source_location where = std::source_location::current()) {
-  REQUIRE_AT(where, 1 < 0, "shared");
+void Shared() {
+  REQUIRE_FOR_CALLER(1 < 0, "shared");
 }
+const int sLineInShared = __LINE__ - 2;
 
 TEST(RequireTest, NamesConditionAsWrittenSourceAndLine) {
   setenv("VEXA_NO_BACKTRACE", "1", 1);
   int x = 0;
   REQUIRE(x == 0, ++x);  // the message is built on failure only
   const auto fail = [x] { REQUIRE(x>EXPANDED_BY_THE_PREPROCESSOR, "x=" << x << '!'); };
-  const auto failElsewhere = [] { Shared(); };
-  const int line = __LINE__ - 2;
+  const int line = __LINE__ - 1;
   EXPECT_EQ(ReportOf(fail),
             "\n#######################  REQUIRE  FAILED  #######################\n"
             "#### x>EXPANDED_BY_THE_PREPROCESSOR  violated\n"
@@ -31,8 +31,6 @@ TEST(RequireTest, NamesConditionAsWrittenSourceAndLine) {
                 std::to_string(line) +
                 ")\nx=0!\n"
                 "#################################################################\n\n");
-  EXPECT_THAT(ReportOf(failElsewhere), HasSubstr("\n#### 1 < 0  violated\n#### RequireTest (line " +
-                                                 std::to_string(line + 1) + ")\nshared\n"));
 }
 
 TEST(RequireTest, NamesPassForNoLineOfTheReport) {
@@ -61,6 +59,27 @@ TEST(RequireTest, InnermostContextFollowsTheMessage) {
   }
   EXPECT_THAT(ReportOf([] { REQUIRE(false, "message"); }),
               HasSubstr(")\nmessage\nFile 'x.h5'\n###"));
+}
+
+// A report of shared code has the label of who called and leads to where the condition stands.
+TEST(RequireTest, HelpersReportUnderTheLabelOfTheirCaller) {
+  const std::string place = std::to_string(sLineInShared);
+  const std::string object = "Object 'a.dat' of file 'x.h5'";
+  const ReportAs outer("Outer");
+  const auto failAs = [](const char* label) {
+    const ReportAs inner(label);
+    Shared();
+  };
+  EXPECT_THAT(ReportOf(Shared),
+              HasSubstr("\n#### 1 < 0  violated\n#### Outer (line " + place + ")\nshared\n###"));
+  const std::string dataset = "a.dat";
+  const std::string file = "x.h5";
+  const ReportContext context(dataset, file);
+  EXPECT_THAT(ReportOf([&] { failAs("Inner"); }),
+              HasSubstr("#### Inner (line " + place + ")\nshared\n" + object +
+                        " (RequireTest.cpp:" + place + ")\n###"));
+  EXPECT_THAT(ReportOf([&] { failAs("../RequireTest"); }), HasSubstr("\n" + object + "\n###"));
+  EXPECT_THAT(ReportOf(Shared), HasSubstr("#### Outer (line "));
 }
 
 }  // namespace

@@ -57,43 +57,40 @@ std::uint64_t Padded(std::uint64_t size) {
 }
 
 // The descriptor through which the strings of a file can be read; negative if they cannot.
-int DescriptorOf(hid_t file_id, std::source_location where) {
+int DescriptorOf(hid_t file_id) {
   unsigned intent = 0;
   herr_t err = H5Fget_intent(file_id, &intent);
-  REQUIRE_AT(where, err>=0, "H5Fget_intent failed");
+  REQUIRE_FOR_CALLER(err>=0, "H5Fget_intent failed");
 #if H5_VERSION_GE(1, 10, 1)
   haddr_t imageAddress = 0;
   hsize_t imageSize = 0;
   err = H5Fget_mdc_image_info(file_id, &imageAddress, &imageSize);
-  REQUIRE_AT(where, err>=0, "H5Fget_mdc_image_info failed");
+  REQUIRE_FOR_CALLER(err>=0, "H5Fget_mdc_image_info failed");
 #else
   const hsize_t imageSize = 0;
 #endif
   const PropertyListHandle fapl_id(H5Fget_access_plist(file_id));
-  REQUIRE_AT(where, fapl_id>=0, "H5Fget_access_plist failed");
+  REQUIRE_FOR_CALLER(fapl_id>=0, "H5Fget_access_plist failed");
   if ((intent & H5F_ACC_RDWR) != 0 || imageSize > 0 || H5Pget_driver(fapl_id) != H5FD_SEC2) {
     return -1;
   }
   void* pDescriptor = nullptr;
   err = H5Fget_vfd_handle(file_id, H5P_DEFAULT, &pDescriptor);
-  REQUIRE_AT(where, err>=0, "H5Fget_vfd_handle failed");
+  REQUIRE_FOR_CALLER(err>=0, "H5Fget_vfd_handle failed");
   return *static_cast<int*>(pDescriptor);
 }
 
 }  // namespace
 
-GlobalHeap::GlobalHeap(hid_t object_id, const char* failure, std::source_location where)
-    : mFile(FileOf(object_id, where)),
-      mFailure(failure),
-      mWhere(where),
-      mMostIndices(sHarmlessIndices) {}
+GlobalHeap::GlobalHeap(hid_t object_id, const char* failure)
+    : mFile(FileOf(object_id)), mFailure(failure), mMostIndices(sHarmlessIndices) {}
 
 // To ask for all this takes longer than the rest that is done for a short list of strings, of which
 // a file can have thousands, in turn with those of other files. The library gives no identifier
 // twice in one life.
-GlobalHeap::OpenFile& GlobalHeap::FileOf(hid_t object_id, std::source_location where) {
+GlobalHeap::OpenFile& GlobalHeap::FileOf(hid_t object_id) {
   const Handle<H5Fclose> file_id(H5Iget_file_id(object_id));
-  REQUIRE_AT(where, file_id>=0, "H5Iget_file_id failed");
+  REQUIRE_FOR_CALLER(file_id>=0, "H5Iget_file_id failed");
   using KnownFiles = std::array<OpenFile, 64>;
   KnownFiles& files = PerThread<KnownFiles>();
   OpenFile& known = files[static_cast<std::size_t>(hid_t(file_id)) % files.size()];
@@ -102,22 +99,22 @@ GlobalHeap::OpenFile& GlobalHeap::FileOf(hid_t object_id, std::source_location w
   }
   OpenFile file;
   const PropertyListHandle fcpl_id(H5Fget_create_plist(file_id));
-  REQUIRE_AT(where, fcpl_id>=0, "H5Fget_create_plist failed");
+  REQUIRE_FOR_CALLER(fcpl_id>=0, "H5Fget_create_plist failed");
   herr_t err = H5Pget_sizes(fcpl_id, &file.mAddressBytes, &file.mSizeBytes);
-  REQUIRE_AT(where, err>=0, "H5Pget_sizes failed");
+  REQUIRE_FOR_CALLER(err>=0, "H5Pget_sizes failed");
   const std::size_t most = sizeof(std::uint64_t);
-  REQUIRE_AT(where, file.mAddressBytes<=most && file.mSizeBytes<=most,
+  REQUIRE_FOR_CALLER(file.mAddressBytes<=most && file.mSizeBytes<=most,
              "Addresses of " << file.mAddressBytes << " bytes and sizes of " << file.mSizeBytes
                              << " are not read");
   hsize_t base = 0;
   err = H5Pget_userblock(fcpl_id, &base);
-  REQUIRE_AT(where, err>=0, "H5Pget_userblock failed");
+  REQUIRE_FOR_CALLER(err>=0, "H5Pget_userblock failed");
   hsize_t size = 0;
   err = H5Fget_filesize(file_id, &size);
-  REQUIRE_AT(where, err>=0 && size>=base, "H5Fget_filesize failed");
+  REQUIRE_FOR_CALLER(err>=0 && size>=base, "H5Fget_filesize failed");
   file.mBase = base;
   file.mFileSize = size - base;
-  file.mDescriptor = DescriptorOf(file_id, where);
+  file.mDescriptor = DescriptorOf(file_id);
   file.mFile_id = file_id;
   file.mLife = Vexa_H5::LibraryLife();
   known = std::move(file);
@@ -134,20 +131,20 @@ void GlobalHeap::RequireString(std::span<const std::byte> element, bool mayShare
   const std::uint64_t index =
       LittleEndian(element.data() + sLengthBytes + mFile.mAddressBytes, sIndexBytes);
   if (address == 0) {
-    REQUIRE_AT(mWhere, length==0,
+    REQUIRE_FOR_CALLER(length==0,
                mFailure << ": a string of " << length << " characters has no address");
     return;
   }
   Use& use = At(address);
   const std::vector<Object>& objects = use.mpCollection->mObjects;
   const auto object = std::ranges::lower_bound(objects, index, {}, &Object::mIndex);
-  REQUIRE_AT(mWhere, object!=objects.end() && object->mIndex==index,
+  REQUIRE_FOR_CALLER(object!=objects.end() && object->mIndex==index,
              mFailure << ": there is no string " << index << " in the collection at " << address);
-  REQUIRE_AT(mWhere, object->mSize==length,
+  REQUIRE_FOR_CALLER(object->mSize==length,
              mFailure << ": string " << index << " in the collection at " << address << " has "
                       << object->mSize << " characters instead of " << length);
   const auto position = static_cast<std::size_t>(object - objects.begin());
-  REQUIRE_AT(mWhere, mayShare || !use.mIsTaken[position],
+  REQUIRE_FOR_CALLER(mayShare || !use.mIsTaken[position],
              mFailure << ": two strings are string " << index << " in the collection at "
                       << address);
   use.mIsTaken[position] = true;
@@ -173,11 +170,11 @@ GlobalHeap::Use& GlobalHeap::At(std::uint64_t address) {
   };
   const bool isApart = (next == mUses.end() || end <= next->first) &&
                        (next == mUses.begin() || endOf(std::prev(next)->second) <= address);
-  REQUIRE_AT(mWhere, isApart,
+  REQUIRE_FOR_CALLER(isApart,
              mFailure << ": the collection at " << address << " overlaps with another");
   mIndices += use.mIsTaken.empty() ? 0 : use.mpCollection->mObjects.back().mIndex;
   mMostIndices += use.mpCollection->mSize / sHeaderBytes;
-  REQUIRE_AT(mWhere, mIndices<=mMostIndices,
+  REQUIRE_FOR_CALLER(mIndices<=mMostIndices,
              mFailure << ": the collections up to that at " << address
                       << " claim more strings than they have room for");
   return mUses.emplace_hint(next, address, std::move(use))->second;
@@ -186,15 +183,14 @@ GlobalHeap::Use& GlobalHeap::At(std::uint64_t address) {
 GlobalHeap::CollectionPointer GlobalHeap::ReadCollection(std::uint64_t address) {
   constexpr std::string_view signature("GCOL\1", 5);
   const std::byte* pHeader = Bytes(address, sHeaderBytes);
-  REQUIRE_AT(mWhere,
-             std::equal(signature.begin(), signature.end(), reinterpret_cast<const char*>(pHeader)),
+  REQUIRE_FOR_CALLER(std::equal(signature.begin(), signature.end(), reinterpret_cast<const char*>(pHeader)),
              mFailure << ": there is no collection of strings at " << address);
   auto pCollection = std::make_shared<Collection>();
   pCollection->mAddress = address;
   pCollection->mSize = OfWord(pHeader + sSizeAt, mFile.mSizeBytes);
   const bool isInFile =
       pCollection->mSize >= sSmallestCollection && pCollection->mSize <= mFile.mFileSize - address;
-  REQUIRE_AT(mWhere, isInFile,
+  REQUIRE_FOR_CALLER(isInFile,
              mFailure << ": the collection at " << address << " has " << pCollection->mSize
                       << " bytes, its file " << mFile.mFileSize);
   ReadObjects(*pCollection);
@@ -217,7 +213,7 @@ void GlobalHeap::ReadObjects(Collection& collection) {
     const bool isFreeRoom = index == 0;
     const bool fits = isFreeRoom ? size >= sHeaderBytes && size <= room && !hasFreeRoom
                                  : size <= room && sHeaderBytes + Padded(size) <= room;
-    REQUIRE_AT(mWhere, fits,
+    REQUIRE_FOR_CALLER(fits,
                mFailure << ": the collection at " << collection.mAddress << " is damaged at "
                         << at);
     if (isFreeRoom) {
@@ -232,7 +228,7 @@ void GlobalHeap::ReadObjects(Collection& collection) {
   if (!isAscending) {
     std::ranges::sort(objects, {}, &Object::mIndex);
     const auto twice = std::ranges::adjacent_find(objects, {}, &Object::mIndex);
-    REQUIRE_AT(mWhere, twice==objects.end(),
+    REQUIRE_FOR_CALLER(twice==objects.end(),
                mFailure << ": the collection at " << collection.mAddress << " has string "
                         << twice->mIndex << " twice");
   }
@@ -242,7 +238,7 @@ const std::byte* GlobalHeap::Bytes(std::uint64_t address, std::size_t count) {
   // Beyond any window if it is before this one.
   std::uint64_t at = address - mWindowAddress;
   if (at > mWindow.size() || count > mWindow.size() - at) {
-    REQUIRE_AT(mWhere, address<=mFile.mFileSize && count<=mFile.mFileSize-address,
+    REQUIRE_FOR_CALLER(address<=mFile.mFileSize && count<=mFile.mFileSize-address,
                mFailure << ": a collection at " << address << " is beyond the end of the file");
     mWindow.resize(std::min(sSmallestCollection, mFile.mFileSize - address));
     mWindowAddress = address;
@@ -251,7 +247,7 @@ const std::byte* GlobalHeap::Bytes(std::uint64_t address, std::size_t count) {
     while (done < count) {
       const ssize_t bytes = pread(mFile.mDescriptor, mWindow.data() + done, mWindow.size() - done,
                                   static_cast<off_t>(mFile.mBase + address + done));
-      REQUIRE_AT(mWhere, bytes>0 || (bytes<0 && errno==EINTR),
+      REQUIRE_FOR_CALLER(bytes>0 || (bytes<0 && errno==EINTR),
                  mFailure << ": the strings at " << address << " cannot be read");
       done += bytes > 0 ? static_cast<std::size_t>(bytes) : 0;
     }

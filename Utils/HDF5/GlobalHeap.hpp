@@ -9,7 +9,6 @@
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <source_location>
 #include <span>
 #include <vector>
 
@@ -19,7 +18,7 @@ namespace Vexa_H5 {
 class GlobalHeap {
  public:
   /// What fails is reported with `failure` before it.
-  GlobalHeap(hid_t object_id, const char* failure, std::source_location where);
+  GlobalHeap(hid_t object_id, const char* failure);
 
   /// Not if the file is open for writing, so that strings may be in memory still; nor if it keeps
   /// them in an image of the library's cache, or is no ordinary file to the library.
@@ -54,7 +53,7 @@ class GlobalHeap {
     CollectionPointer mpLast;
   };
   /// The file of an open object, as long as it stays open and no other file is asked for.
-  static OpenFile& FileOf(hid_t object_id, std::source_location where);
+  static OpenFile& FileOf(hid_t object_id);
 
  private:
   struct Use {
@@ -69,7 +68,6 @@ class GlobalHeap {
 
   OpenFile& mFile;
   const char* mFailure;
-  std::source_location mWhere;
   std::map<std::uint64_t, Use> mUses;  // by address; they do not overlap
   std::uint64_t mIndices = 0;          // that the library keeps for them
   std::uint64_t mMostIndices;

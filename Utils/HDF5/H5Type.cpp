@@ -44,15 +44,14 @@ std::size_t HdfConst::H5T_Variable() {
 }
 
 bool H5TypesEqual(hid_t dataset_id, hid_t type_id) {
+  const ReportAs label("H5Type");
   DatatypeHandle dataset_type_id(H5Dget_type(dataset_id));
   REQUIRE(dataset_type_id >= 0, "H5Dget_type failed");
   DatatypeHandle native_type_id(H5Tget_native_type(dataset_type_id, H5T_DIR_ASCEND));
   REQUIRE(native_type_id >= 0, "H5Tget_native_type failed");
   const htri_t equal = H5Tequal(native_type_id, type_id);
   REQUIRE(equal >= 0, "H5Tequal failed");
-  herr_t status = native_type_id.Close();
-  REQUIRE(status >= 0, "H5Tclose failed");
-  status = dataset_type_id.Close();
-  REQUIRE(status >= 0, "H5Tclose failed");
+  native_type_id.Close("status >= 0");
+  dataset_type_id.Close("status >= 0");
   return equal > 0;
 }

@@ -29,7 +29,7 @@ namespace {
 
 // An attribute lies in the file whole, so a claim beyond the file's size is damage.
 void RequireRoomInFile(hid_t attr, hid_t id, hsize_t count, const std::string& name) {
-  const hsize_t fileSize = FileSizeOf(id, std::source_location::current());
+  const hsize_t fileSize = FileSizeOf(id);
   const hsize_t attributeSize = H5Aget_storage_size(attr);
   // A file in the making has its attributes in memory still; what is small is never damage.
   const hsize_t most = std::max<hsize_t>(fileSize, 65536);
@@ -70,10 +70,8 @@ OpenedAttribute OpenAttribute(hid_t id, const std::string& name, bool allowMissi
 }
 
 void CloseAttribute(AttributeHandle& attr, DataspaceHandle& space, const Trace& trace) {
-  herr_t err = trace(5, attr.Close(), "H5Aclose(attr)");
-  REQUIRE(0==err, "H5Aclose failed");
-  err = trace(5, space.Close(), "H5Sclose(space)");
-  REQUIRE(0==err, "H5Sclose failed");
+  attr.Close(trace, "H5Aclose(attr)");
+  space.Close(trace, "H5Sclose(space)");
 }
 
 // Creates a one-dimensional attribute and writes it in one call.
@@ -247,15 +245,16 @@ void Vexa_H5::set_libver_bounds(hid_t fapl_id) {
                                                   << static_cast<int>(high) << ") failed: " << err);
 }
 
-PropertyListHandle Vexa_H5::UntimedCreation(hid_t propertyListClass, std::source_location where) {
+PropertyListHandle Vexa_H5::UntimedCreation(hid_t propertyListClass) {
   PropertyListHandle cparms_id(H5Pcreate(propertyListClass));
-  REQUIRE_AT(where, cparms_id>=0, "H5Pcreate failed");
+  REQUIRE_FOR_CALLER(cparms_id>=0, "H5Pcreate failed");
   const herr_t err = H5Pset_obj_track_times(cparms_id, false);
-  REQUIRE_AT(where, 0==err, "H5Pset_obj_track_times failed");
+  REQUIRE_FOR_CALLER(0==err, "H5Pset_obj_track_times failed");
   return cparms_id;
 }
 
 hid_t Vexa_H5::CreateFile(const std::string& path, int verbosity, bool staysReadable) {
+  const ReportAs label("H5_Utils");
   const Trace trace(verbosity);
   const hid_t fapl_id = FileAccess(ReadWrite, staysReadable);
   const hid_t file_id = trace(4, H5Fcreate(path.c_str(), H5F_ACC_EXCL, FileCreation(), fapl_id),
@@ -292,6 +291,7 @@ std::optional<std::uint64_t> Vexa_H5::SizeWhenClosed(const HeldFile& file) {
 
 hid_t Vexa_H5::OpenFile(const std::string& path, H5AccessType access, int verbosity,
                         bool staysReadable, LockWait* wait) {
+  const ReportAs label("H5_Utils");
   if (!FileExists(path)) {
     REQUIRE(access==ReadWrite,
             "Attempting to create non-existent file '" << path << "' in ReadOnly mode");
@@ -333,6 +333,7 @@ hid_t Vexa_H5::OpenFile(const std::string& path, H5AccessType access, int verbos
 
 void Vexa_H5::AttachStringsToAttributes(hid_t id, const std::string& name,
                                         const MyVector<std::string>& list, int verbosity) {
+  const ReportAs label("H5_Utils");
   const Trace trace(verbosity);
   REQUIRE(id>=0, "oops -- internal error");
   DatatypeHandle type_id(trace(5, H5Tcopy(H5T_FORTRAN_S1), "H5Tcopy(H5T_FORTRAN_S1)"));
@@ -355,14 +356,13 @@ void Vexa_H5::AttachStringsToAttributes(hid_t id, const std::string& name,
     wdata.push_back(text.c_str());
   }
   WriteAttribute(id, name, wdata.size(), type_id, memtype_id, wdata.data(), trace);
-  err = trace(5, memtype_id.Close(), "H5Tclose(memtype)");
-  REQUIRE(0==err, "H5Tclose failed");
-  err = trace(5, type_id.Close(), "H5Tclose(type)");
-  REQUIRE(0==err, "H5Tclose failed");
+  memtype_id.Close(trace, "H5Tclose(memtype)");
+  type_id.Close(trace, "H5Tclose(type)");
 }
 
 MyVector<std::string> Vexa_H5::RetrieveStringsFromAttributes(hid_t id, const std::string& name,
                                                              bool allowMissing, int verbosity) {
+  const ReportAs label("H5_Utils");
   const Trace trace(verbosity);
   OpenedAttribute opened = OpenAttribute(id, name, allowMissing, trace);
   if (opened.mAttribute < 0) {
@@ -378,8 +378,7 @@ MyVector<std::string> Vexa_H5::RetrieveStringsFromAttributes(hid_t id, const std
   const std::vector<std::string> strings =
       ReadStrings(opened.mAttribute, fileType, opened.mSpace, opened.mCount, read,
                   {"H5Aread to read Legend of dat-set failed", "h5Dvlen_reclaim failed"});
-  const herr_t err = fileType.Close();
-  REQUIRE(0==err, "H5Tclose failed");
+  fileType.Close();
   CloseAttribute(opened.mAttribute, opened.mSpace, trace);
   return MyVector<std::string>(strings);
 }
@@ -387,6 +386,7 @@ MyVector<std::string> Vexa_H5::RetrieveStringsFromAttributes(hid_t id, const std
 template <>
 void Vexa_H5::AttachAttributes(hid_t id, const std::string& name,
                                const std::vector<unsigned long>& values, int verbosity) {
+  const ReportAs label("H5_Utils");
   const Trace trace(verbosity);
   REQUIRE(id>=0, "oops -- internal error");
   const hid_t type_id = H5Type<unsigned long>();
@@ -397,6 +397,7 @@ void Vexa_H5::AttachAttributes(hid_t id, const std::string& name,
 template <>
 std::vector<unsigned long> Vexa_H5::RetrieveAttributes(hid_t id, const std::string& name,
                                                        bool allowMissing, int verbosity) {
+  const ReportAs label("H5_Utils");
   const Trace trace(verbosity);
   OpenedAttribute opened = OpenAttribute(id, name, allowMissing, trace);
   if (opened.mAttribute < 0) {
@@ -413,13 +414,13 @@ std::vector<unsigned long> Vexa_H5::RetrieveAttributes(hid_t id, const std::stri
 }
 
 MyVector<std::string> Vexa_H5::ReadGroupNames(hid_t group_id, int verbosity) {
+  const ReportAs label("H5_Utils");
   const Trace trace(verbosity);
   // A damaged tree of links can lead back into itself: there are no more than the file has bytes.
   struct {
     std::vector<std::string> mNames;
     std::uint64_t mMost;
-  } list = {{},
-            std::max<std::uint64_t>(FileSizeOf(group_id, std::source_location::current()), 65536)};
+  } list = {{}, std::max<std::uint64_t>(FileSizeOf(group_id), 65536)};
   const auto append = [](hid_t, const char* name, const H5L_info_t*, void* data) -> herr_t {
     auto& [names, most] = *static_cast<decltype(list)*>(data);
     try {
@@ -436,13 +437,13 @@ MyVector<std::string> Vexa_H5::ReadGroupNames(hid_t group_id, int verbosity) {
   return MyVector<std::string>(list.mNames);
 }
 
-std::vector<hsize_t> Vexa_H5::Extents(hid_t space_id, std::source_location where) {
+std::vector<hsize_t> Vexa_H5::Extents(hid_t space_id) {
   const int ndims = H5Sget_simple_extent_ndims(space_id);
-  REQUIRE_AT(where, ndims>=0, "H5Sget_simple_extent_ndims failed");
+  REQUIRE_FOR_CALLER(ndims>=0, "H5Sget_simple_extent_ndims failed");
   std::vector<hsize_t> dims(static_cast<std::size_t>(ndims));
   if (ndims > 0) {
     const int err = H5Sget_simple_extent_dims(space_id, dims.data(), nullptr);
-    REQUIRE_AT(where, err>=0, "H5Sget_simple_extent_dims failed");
+    REQUIRE_FOR_CALLER(err>=0, "H5Sget_simple_extent_dims failed");
   }
   return dims;
 }
@@ -450,56 +451,54 @@ std::vector<hsize_t> Vexa_H5::Extents(hid_t space_id, std::source_location where
 std::vector<std::string> Vexa_H5::ReadStrings(hid_t object_id, hid_t fileType, hid_t space_id,
                                               std::size_t count,
                                               const std::function<herr_t(hid_t, void*)>& read,
-                                              const StringReadMessages& messages,
-                                              std::source_location where) {
-  REQUIRE_AT(where, H5Tget_class(fileType)==H5T_STRING,
+                                              const StringReadMessages& messages) {
+  REQUIRE_FOR_CALLER(H5Tget_class(fileType)==H5T_STRING,
              messages.mRead << ": expected strings, found another type");
   const H5T_cset_t characterSet = H5Tget_cset(fileType);
-  REQUIRE_AT(where, characterSet==H5T_CSET_ASCII || characterSet==H5T_CSET_UTF8,
+  REQUIRE_FOR_CALLER(characterSet==H5T_CSET_ASCII || characterSet==H5T_CSET_UTF8,
              "Unknown character set " << static_cast<int>(characterSet));
   const bool isVariable = H5Tis_variable_str(fileType) > 0;
   DatatypeHandle memtype_id(H5Tcopy(isVariable ? H5T_C_S1 : fileType));
-  REQUIRE_AT(where, memtype_id>=0, "H5Tcopy failed");
+  REQUIRE_FOR_CALLER(memtype_id>=0, "H5Tcopy failed");
   std::vector<std::string> result;
   result.reserve(count);
   if (isVariable) {
     // Of other elements the library would make characters without a word.
-    REQUIRE_AT(where, ConsistsOfCharacters(fileType),
+    REQUIRE_FOR_CALLER(ConsistsOfCharacters(fileType),
                messages.mRead << ": the strings do not consist of characters");
-    RequireStringsInFile(object_id, count, messages.mRead, where);
+    RequireStringsInFile(object_id, count, messages.mRead);
     herr_t err = H5Tset_size(memtype_id, HdfConst::H5T_Variable());
-    REQUIRE_AT(where, 0==err, "H5Tset_size failed");
+    REQUIRE_FOR_CALLER(0==err, "H5Tset_size failed");
     err = H5Tset_cset(memtype_id, characterSet);
-    REQUIRE_AT(where, 0==err, "H5Tset_cset failed");
+    REQUIRE_FOR_CALLER(0==err, "H5Tset_cset failed");
     VariableLengthBuffer rdata(memtype_id, space_id, count);
     err = read(memtype_id, rdata.mPointers.data());
-    REQUIRE_AT(where, 0==err, messages.mRead);
+    REQUIRE_FOR_CALLER(0==err, messages.mRead);
     for (const char* text : rdata.mPointers) {
       result.emplace_back(text == nullptr ? "" : text);
     }
     err = rdata.Reclaim();
-    REQUIRE_AT(where, 0==err, messages.mReclaim);
+    REQUIRE_FOR_CALLER(0==err, messages.mReclaim);
   } else {
     const std::size_t size = H5Tget_size(fileType);
     const H5T_str_t padding = H5Tget_strpad(fileType);
     std::vector<char> rdata(size * count);
     const herr_t err = read(memtype_id, rdata.data());
-    REQUIRE_AT(where, 0==err, messages.mRead);
+    REQUIRE_FOR_CALLER(0==err, messages.mRead);
     for (std::size_t i = 0; i < count; ++i) {
       result.push_back(FixedLengthString(rdata.data() + i * size, size, padding));
     }
   }
-  const herr_t err = memtype_id.Close();
-  REQUIRE_AT(where, 0==err, "H5Tclose failed");
+  memtype_id.Close();
   return result;
 }
 
 void Vexa_H5::RequirePlausibleSize(long double claimed, std::uint64_t stored,
-                                   const std::string& name, std::source_location where) {
+                                   const std::string& name) {
   // Deflate reaches 1032 to 1 at most; filters that others use store constants in less.
   const long double harmless = 64.0L * 1024 * 1024;
   const long double largest = std::max(harmless, 20000.0L * static_cast<long double>(stored));
-  REQUIRE_AT(where, claimed<=largest, name << " claims " << static_cast<double>(claimed)
+  REQUIRE_FOR_CALLER(claimed<=largest, name << " claims " << static_cast<double>(claimed)
                                            << " bytes of values, but only " << stored
                                            << " bytes are stored");
 }

@@ -7,7 +7,6 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
-#include <source_location>
 #include <string>
 #include <vector>
 
@@ -27,8 +26,7 @@ void set_libver_bounds(hid_t fapl_id);
 /// A creation property list of the class (H5P_FILE_CREATE, H5P_GROUP_CREATE or H5P_DATASET_CREATE)
 /// that keeps no times with the object, so that files written twice from the same data are the
 /// same.
-PropertyListHandle UntimedCreation(hid_t propertyListClass,
-                                   std::source_location where = std::source_location::current());
+PropertyListHandle UntimedCreation(hid_t propertyListClass);
 
 /// Access property lists for opening groups and datasets. An external link to something that is not
 /// a regular file is not followed: opening a FIFO would wait for ever. The lists are the library's
@@ -81,8 +79,7 @@ std::vector<T> RetrieveAttributes(hid_t id, const std::string& name, bool allowM
 MyVector<std::string> ReadGroupNames(hid_t group_id, int verbosity);
 
 /// The extents of a dataset or attribute's dataspace; empty for a scalar. Closes nothing.
-std::vector<hsize_t> Extents(hid_t space_id,
-                             std::source_location where = std::source_location::current());
+std::vector<hsize_t> Extents(hid_t space_id);
 
 /// What a failed read of strings is reported with, besides the caller's own name.
 struct StringReadMessages {
@@ -98,14 +95,12 @@ struct StringReadMessages {
 std::vector<std::string> ReadStrings(
     hid_t object_id, hid_t fileType, hid_t space_id, std::size_t count,
     const std::function<herr_t(hid_t memoryType, void* buffer)>& read,
-    const StringReadMessages& messages,
-    std::source_location where = std::source_location::current());
+    const StringReadMessages& messages);
 
 /// Fails unless what an object claims to hold can be in the file: `claimed` bytes against `stored`
 /// bytes on disk, of the object or of all its file. No filter of ours compresses by more than some
 /// thousand to one, so a far larger claim is damage, and memory for it must not be asked for. Small
 /// claims always pass.
-void RequirePlausibleSize(long double claimed, std::uint64_t stored, const std::string& name,
-                          std::source_location where = std::source_location::current());
+void RequirePlausibleSize(long double claimed, std::uint64_t stored, const std::string& name);
 
 }  // namespace Vexa_H5

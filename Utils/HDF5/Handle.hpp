@@ -1,11 +1,15 @@
-// Handle owns one HDF5 identifier for the length of a call. A failed close must be reported, so
-// the normal path closes explicitly and checks the answer; the destructor only serves the path on
-// which something else failed already, and ignores errors.
+// Handle owns one HDF5 identifier for the length of a call, and closes it. A failed close is
+// reported under the label of the caller: "H5Sclose failed". While an exception passes, which has
+// its own report, errors are ignored.
 #pragma once
 
 #include <hdf5.h>
 
+#include <exception>
 #include <utility>
+
+#include "Utils/ErrorHandling/RequireFail.hpp"
+#include "Utils/ErrorHandling/Trace.hpp"
 
 namespace Vexa_H5 {
 
@@ -13,7 +17,7 @@ template <herr_t (*CloseFunction)(hid_t)>
 class Handle {
  public:
   Handle() = default;
-  /// Takes over an identifier as the library returned it; a negative one is held but not closed.
+  /// Takes over an identifier as the library returned it; a negative one is kept but not closed.
   explicit Handle(hid_t id) : mId(id) {}
   Handle(Handle&& other) noexcept : mId(std::exchange(other.mId, -1)) {}
   Handle& operator=(Handle&& other) noexcept {
@@ -22,21 +26,45 @@ class Handle {
   }
   Handle(const Handle&) = delete;
   Handle& operator=(const Handle&) = delete;
-  ~Handle() {
-    if (mId >= 0) {
+  ~Handle() noexcept(false) {
+    if (mId >= 0 && std::uncaught_exceptions() > 0) {
       CloseFunction(mId);
+    } else if (mId >= 0) {
+      Close();
     }
   }
 
   // A handle is passed where the library wants its identifier.
   operator hid_t() const { return mId; }  // NOLINT(google-explicit-constructor)
 
-  /// Closes now and returns the library's answer; the handle is empty afterwards.
-  herr_t Close() { return CloseFunction(std::exchange(mId, -1)); }
+  /// Closes now, for who wants to say when; the handle is empty afterwards. `condition` is what the
+  /// report says was violated.
+  void Close(const char* condition = "0==err") {
+    RequireClosed(CloseFunction(std::exchange(mId, -1)), condition);
+  }
+  /// The same with a trace line, `call`, at level 5.
+  void Close(const Trace& trace, const char* call, const char* condition = "0==err") {
+    RequireClosed(trace(5, CloseFunction(std::exchange(mId, -1)), call), condition);
+  }
   /// Gives the identifier away without closing it.
   hid_t Release() { return std::exchange(mId, -1); }
 
  private:
+  static void RequireClosed(herr_t err, const char* condition) {
+    VEXA_REQUIRE_AS(VEXA_CALLERS_REPORT_LABEL, condition, err == 0, Name() << " failed");
+  }
+  static constexpr const char* Name() {
+    return CloseFunction == H5Aclose   ? "H5Aclose"
+           : CloseFunction == H5Dclose ? "H5Dclose"
+           : CloseFunction == H5Fclose ? "H5Fclose"
+           : CloseFunction == H5Gclose ? "H5Gclose"
+           : CloseFunction == H5Oclose ? "H5Oclose"
+           : CloseFunction == H5Pclose ? "H5Pclose"
+           : CloseFunction == H5Sclose ? "H5Sclose"
+           : CloseFunction == H5Tclose ? "H5Tclose"
+                                       : "H5?close";
+  }
+
   hid_t mId = -1;
 };
 

@@ -11,8 +11,6 @@ namespace Vexa_H5 {
 
 namespace {
 
-using Location = std::source_location;
-
 // Of an element; no double holds an integer of more.
 constexpr std::size_t sMostBytes = 128;
 // No format has exponents as long, and the library counts in 64 bits.
@@ -71,7 +69,7 @@ bool IsString(hid_t type_id) {
 
 // The library tells the size of a fill value only where it writes a list down: behind the name of
 // the property and two bytes, in eight.
-std::uint64_t BytesOfFillValue(hid_t cparms_id, Location where) {
+std::uint64_t BytesOfFillValue(hid_t cparms_id) {
 #if H5_VERSION_GE(1, 12, 0)
   const auto encode = [cparms_id](void* to, std::size_t* size) {
     return H5Pencode2(cparms_id, to, size, H5P_DEFAULT);
@@ -83,13 +81,13 @@ std::uint64_t BytesOfFillValue(hid_t cparms_id, Location where) {
 #endif
   std::size_t size = 0;
   herr_t err = encode(nullptr, &size);
-  REQUIRE_AT(where, err>=0, "H5Pencode failed");
+  REQUIRE_FOR_CALLER(err>=0, "H5Pencode failed");
   std::string list(size, '\0');
   err = encode(list.data(), &size);
-  REQUIRE_AT(where, err>=0, "H5Pencode failed");
+  REQUIRE_FOR_CALLER(err>=0, "H5Pencode failed");
   const std::string_view name("fill_value\0", 11);
   const std::size_t at = list.find(name);
-  REQUIRE_AT(where, at!=std::string::npos && list.size()-at>=name.size()+10,
+  REQUIRE_FOR_CALLER(at!=std::string::npos && list.size()-at>=name.size()+10,
              "H5Pencode failed: there is no fill value");
   std::uint64_t bytes = 0;
   for (std::size_t i = 8; i > 0; --i) {
@@ -100,34 +98,32 @@ std::uint64_t BytesOfFillValue(hid_t cparms_id, Location where) {
 
 }  // namespace
 
-void RequireFittingFillValue(hid_t cparms_id, hid_t type_id, const std::string& name,
-                             Location where) {
+void RequireFittingFillValue(hid_t cparms_id, hid_t type_id, const std::string& name) {
   H5D_fill_value_t kind = H5D_FILL_VALUE_UNDEFINED;
   const herr_t err = H5Pfill_value_defined(cparms_id, &kind);
-  REQUIRE_AT(where, err>=0, "H5Pfill_value_defined failed");
+  REQUIRE_FOR_CALLER(err>=0, "H5Pfill_value_defined failed");
   if (kind == H5D_FILL_VALUE_USER_DEFINED) {
-    const std::uint64_t bytes = BytesOfFillValue(cparms_id, where);
-    REQUIRE_AT(where, bytes==H5Tget_size(type_id),
+    const std::uint64_t bytes = BytesOfFillValue(cparms_id);
+    REQUIRE_FOR_CALLER(bytes==H5Tget_size(type_id),
                "H5Dread failed for name=" << name << ": its fill value has " << bytes
                                           << " bytes, its elements " << H5Tget_size(type_id));
   }
 }
 
-DatatypeHandle RequireNumbers(hid_t dataset_id, const std::string& name, Location where) {
+DatatypeHandle RequireNumbers(hid_t dataset_id, const std::string& name) {
   DatatypeHandle type_id(H5Dget_type(dataset_id));
-  REQUIRE_AT(where, type_id>=0, "H5Dget_type failed");
-  REQUIRE_AT(where, IsNumber(type_id),
+  REQUIRE_FOR_CALLER(type_id>=0, "H5Dget_type failed");
+  REQUIRE_FOR_CALLER(IsNumber(type_id),
              "H5Dread failed for name=" << name << ": its elements are no numbers");
   return type_id;
 }
 
-void RequireStringsOrNumbers(hid_t dataset_id, const std::string& name, Location where) {
+void RequireStringsOrNumbers(hid_t dataset_id, const std::string& name) {
   DatatypeHandle type_id(H5Dget_type(dataset_id));
-  REQUIRE_AT(where, type_id>=0, "H5Dget_type failed");
-  REQUIRE_AT(where, IsString(type_id) || IsNumber(type_id),
+  REQUIRE_FOR_CALLER(type_id>=0, "H5Dget_type failed");
+  REQUIRE_FOR_CALLER(IsString(type_id) || IsNumber(type_id),
              "H5Dread failed: " << name << " holds neither strings nor characters");
-  const herr_t err = type_id.Close();
-  REQUIRE_AT(where, 0==err, "H5Tclose failed");
+  type_id.Close();
 }
 
 }  // namespace Vexa_H5

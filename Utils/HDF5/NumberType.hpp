@@ -6,7 +6,6 @@
 
 #include <hdf5.h>
 
-#include <source_location>
 #include <string>
 
 #include "Utils/HDF5/Handle.hpp"
@@ -16,15 +15,13 @@ namespace Vexa_H5 {
 /// Returns the type of an open dataset. Fails with "H5Dread failed for name=..." unless that is an
 /// integer, a floating-point number or an enumeration whose bits all lie within an element, none in
 /// two fields: of any size that doubles can hold the values of, byte order and layout.
-DatatypeHandle RequireNumbers(hid_t dataset_id, const std::string& name,
-                              std::source_location where);
+DatatypeHandle RequireNumbers(hid_t dataset_id, const std::string& name);
 
 /// Fails if the fill value of a dataset, whose creation list this is, has another size than the
 /// elements of its type. What was never written would be read from beyond the fill value.
-void RequireFittingFillValue(hid_t cparms_id, hid_t type_id, const std::string& name,
-                             std::source_location where);
+void RequireFittingFillValue(hid_t cparms_id, hid_t type_id, const std::string& name);
 
 /// Fails unless the type of an open dataset is such a number, or strings.
-void RequireStringsOrNumbers(hid_t dataset_id, const std::string& name, std::source_location where);
+void RequireStringsOrNumbers(hid_t dataset_id, const std::string& name);
 
 }  // namespace Vexa_H5

@@ -47,8 +47,7 @@ bool BeginsWith(Bytes bytes, std::string_view signature) {
 
 class Header {
  public:
-  Header(const GlobalHeap::OpenFile& file, std::source_location where)
-      : mFile(file), mWhere(where) {}
+  Header(const GlobalHeap::OpenFile& file) : mFile(file) {}
 
   void RequireSound(haddr_t address);
 
@@ -64,7 +63,6 @@ class Header {
   }
 
   const GlobalHeap::OpenFile& mFile;
-  std::source_location mWhere;
   bool mIsOld = false;  // the format before version 1.8 of the library
   std::size_t mMessageHeader = 0;
   struct Block {
@@ -162,7 +160,7 @@ void Header::RequireFittingAttribute(Bytes data) const {
   const std::uint64_t typeAt = (version == 3 ? 9 : 8) + padded(NumberAt(data, 2, 2));
   const std::uint64_t spaceAt = typeAt + padded(NumberAt(data, 4, 2));
   const std::uint64_t valuesAt = spaceAt + padded(NumberAt(data, 6, 2));
-  REQUIRE_AT(mWhere, valuesAt<=data.size(),
+  REQUIRE_FOR_CALLER(valuesAt<=data.size(),
              "Damaged header: an attribute of " << valuesAt << " bytes and its values in "
                                                 << data.size());
   const bool isElsewhere = version > 1 && NumberAt(data, 1, 1) != 0;  // its type or its space
@@ -179,7 +177,7 @@ void Header::RequireFittingAttribute(Bytes data) const {
   }
   std::uint64_t size = std::ranges::count(extents, 0U) > 0 ? 0 : 1;
   for (const std::uint64_t extent : extents) {
-    REQUIRE_AT(mWhere, size==0 || extent<=room/size,
+    REQUIRE_FOR_CALLER(size==0 || extent<=room/size,
                "Damaged header: the values of an attribute do not fit its " << room << " bytes");
     size *= extent;
   }
@@ -200,7 +198,7 @@ void Header::RequireFittingTree(std::uint64_t address) const {
   constexpr std::uint64_t besides = 64;
   const bool fits = record > 0 && node >= 2 * record + besides &&
                     node <= mFile.mFileSize / (depth + 1) && records <= mFile.mFileSize / record;
-  REQUIRE_AT(mWhere, fits,
+  REQUIRE_FOR_CALLER(fits,
              "Damaged header: a tree of depth " << depth << " and nodes of " << node << " bytes for "
                                                 << records << " records of " << record);
 }
@@ -216,23 +214,22 @@ void Header::RequireSoundHeap(std::uint64_t address) const {
   const std::uint64_t hugeTree = AddressAt(bytes, 14 + sizes);
   const std::uint64_t hugeObjects = NumberAt(bytes, 14 + 7 * sizes + 2 * addresses, sizes);
   const std::uint64_t none = ~std::uint64_t{0} >> (64 - 8 * addresses);
-  REQUIRE_AT(mWhere, hugeObjects>0 || hugeTree==none,
+  REQUIRE_FOR_CALLER(hugeObjects>0 || hugeTree==none,
              "Damaged header: a tree of huge objects at " << hugeTree << ", of which there are none");
   RequireFittingTree(hugeTree);
 }
 
 }  // namespace
 
-void Vexa_H5::RequireSoundHeader([[maybe_unused]] hid_t object_id,
-                                 [[maybe_unused]] std::source_location where) {
+void Vexa_H5::RequireSoundHeader([[maybe_unused]] hid_t object_id) {
 #if H5_VERSION_GE(1, 10, 3)  // before which the address is not had without the attributes
-  const GlobalHeap::OpenFile& file = GlobalHeap::FileOf(object_id, where);
+  const GlobalHeap::OpenFile& file = GlobalHeap::FileOf(object_id);
   if (file.mDescriptor < 0) {
     return;
   }
   H5O_info_t info;
   const herr_t err = H5Oget_info2(object_id, &info, H5O_INFO_BASIC);
-  REQUIRE_AT(where, err>=0, "H5Oget_info2 failed");
-  Header(file, where).RequireSound(info.addr);
+  REQUIRE_FOR_CALLER(err>=0, "H5Oget_info2 failed");
+  Header(file).RequireSound(info.addr);
 #endif
 }

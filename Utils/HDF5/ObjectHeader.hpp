@@ -8,14 +8,11 @@
 
 #include <hdf5.h>
 
-#include <source_location>
-
 namespace Vexa_H5 {
 
 /// Fails if the header of an open dataset or group holds an attribute that does not fit its
 /// message, or leads to a tree of links, attributes or chunks whose nodes do not fit the file.
 /// Other damage is left to the library to find; so is all in a file that is open for writing.
-void RequireSoundHeader(hid_t object_id,
-                        std::source_location where = std::source_location::current());
+void RequireSoundHeader(hid_t object_id);
 
 }  // namespace Vexa_H5

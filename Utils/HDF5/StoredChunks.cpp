@@ -13,8 +13,6 @@ namespace Vexa_H5 {
 
 namespace {
 
-using Location = std::source_location;
-
 // A chunk takes the bytes of an element, and of an address in the index.
 constexpr std::uint64_t sLeastBytesOfChunk = 4;
 // Looked up in less than a second, so that datasets may be created before they are written.
@@ -43,11 +41,10 @@ int TakeChunk(const hsize_t*, unsigned, haddr_t, hsize_t size, void* data) {
 
 // Of the tree that files have had from the first on: only there do chunks without filters have a
 // size of their own, which the library does not tell of a single one.
-std::optional<std::uint64_t> WalkTree(hid_t dataset_id, const ChunkGrid&, std::uint64_t fileSize,
-                                      Location where) {
+std::optional<std::uint64_t> WalkTree(hid_t dataset_id, const ChunkGrid&, std::uint64_t fileSize) {
   TreeWalk walk{MostChunks(fileSize), 0};
   const herr_t result = H5Dchunk_iter(dataset_id, H5P_DEFAULT, TakeChunk, &walk);
-  REQUIRE_AT(where, result>=0, "H5Dchunk_iter failed");
+  REQUIRE_FOR_CALLER(result>=0, "H5Dchunk_iter failed");
   return result == H5_ITER_STOP ? std::nullopt : std::optional(walk.mBytes);
 }
 
@@ -55,9 +52,9 @@ std::optional<std::uint64_t> WalkTree(hid_t dataset_id, const ChunkGrid&, std::u
 
 // The same, for a library that does not let a walk be ended.
 std::optional<std::uint64_t> WalkTree(hid_t dataset_id, const ChunkGrid& grid,
-                                      std::uint64_t fileSize, Location where) {
+                                      std::uint64_t fileSize) {
   const DataspaceHandle space_id(H5Dget_space(dataset_id));
-  REQUIRE_AT(where, space_id>=0, "H5Dget_space failed");
+  REQUIRE_FOR_CALLER(space_id>=0, "H5Dget_space failed");
   // The walk to a chunk ends there, and there is none behind as many as can be.
   std::vector<hsize_t> offset(grid.mDims.size());
   unsigned filterMask = 0;
@@ -65,7 +62,7 @@ std::optional<std::uint64_t> WalkTree(hid_t dataset_id, const ChunkGrid& grid,
   hsize_t size = 0;
   const herr_t err = H5Dget_chunk_info(dataset_id, space_id, MostChunks(fileSize), offset.data(),
                                        &filterMask, &address, &size);
-  REQUIRE_AT(where, err>=0, "H5Dget_chunk_info failed");
+  REQUIRE_FOR_CALLER(err>=0, "H5Dget_chunk_info failed");
   if (address != HADDR_UNDEF) {
     return {};
   }
@@ -76,10 +73,10 @@ std::optional<std::uint64_t> WalkTree(hid_t dataset_id, const ChunkGrid& grid,
 
 #if H5_VERSION_GE(1, 10, 5)
 
-bool HasTree(hid_t dataset_id, Location where) {
+bool HasTree(hid_t dataset_id) {
   H5D_chunk_index_t index = H5D_CHUNK_IDX_BTREE;
   const herr_t err = H5Dget_chunk_index_type(dataset_id, &index);
-  REQUIRE_AT(where, err>=0, "H5Dget_chunk_index_type failed");
+  REQUIRE_FOR_CALLER(err>=0, "H5Dget_chunk_index_type failed");
   return index == H5D_CHUNK_IDX_BTREE;
 }
 
@@ -109,11 +106,11 @@ std::optional<std::uint64_t> LookUpEach(hid_t dataset_id, const ChunkGrid& grid,
 #else
 
 // Such a library tells no more.
-bool HasTree(hid_t, Location) {
+bool HasTree(hid_t) {
   return false;
 }
 
-std::optional<std::uint64_t> WalkTree(hid_t, const ChunkGrid&, std::uint64_t, Location) {
+std::optional<std::uint64_t> WalkTree(hid_t, const ChunkGrid&, std::uint64_t) {
   return {};
 }
 
@@ -133,30 +130,30 @@ long double ChunkGrid::Places() const {
   return places;
 }
 
-ChunkGrid ReadChunkGrid(hid_t dataset_id, hid_t cparms_id, Location where) {
+ChunkGrid ReadChunkGrid(hid_t dataset_id, hid_t cparms_id) {
   const DataspaceHandle space_id(H5Dget_space(dataset_id));
-  REQUIRE_AT(where, space_id>=0, "H5Dget_space failed");
+  REQUIRE_FOR_CALLER(space_id>=0, "H5Dget_space failed");
   ChunkGrid grid;
-  grid.mDims = Vexa_H5::Extents(space_id, where);
+  grid.mDims = Vexa_H5::Extents(space_id);
   const H5D_layout_t layout = H5Pget_layout(cparms_id);
-  REQUIRE_AT(where, layout>=0, "H5Pget_layout failed");
+  REQUIRE_FOR_CALLER(layout>=0, "H5Pget_layout failed");
   if (layout == H5D_CHUNKED) {
     grid.mChunk.resize(grid.mDims.size());
     const int rank =
         H5Pget_chunk(cparms_id, static_cast<int>(grid.mChunk.size()), grid.mChunk.data());
-    REQUIRE_AT(where, rank>0 && rank==static_cast<int>(grid.mChunk.size()), "H5Pget_chunk failed");
-    REQUIRE_AT(where, std::ranges::count(grid.mChunk, hsize_t{0})==0,
+    REQUIRE_FOR_CALLER(rank>0 && rank==static_cast<int>(grid.mChunk.size()), "H5Pget_chunk failed");
+    REQUIRE_FOR_CALLER(std::ranges::count(grid.mChunk, hsize_t{0})==0,
                "H5Pget_chunk failed: a chunk has no extent");
   }
   return grid;
 }
 
-std::uint64_t FileSizeOf(hid_t object_id, Location where) {
+std::uint64_t FileSizeOf(hid_t object_id) {
   const Handle<H5Fclose> file_id(H5Iget_file_id(object_id));
-  REQUIRE_AT(where, file_id>=0, "H5Iget_file_id failed");
+  REQUIRE_FOR_CALLER(file_id>=0, "H5Iget_file_id failed");
   hsize_t size = 0;
   const herr_t err = H5Fget_filesize(file_id, &size);
-  REQUIRE_AT(where, err>=0, "H5Fget_filesize failed");
+  REQUIRE_FOR_CALLER(err>=0, "H5Fget_filesize failed");
   return size;
 }
 
@@ -167,15 +164,15 @@ bool HasFewPlaces(const ChunkGrid& grid, std::uint64_t fileSize) {
   return grid.Places() <= static_cast<long double>(MostChunks(fileSize));
 }
 
-std::optional<std::uint64_t> LookUp(hid_t dataset_id, const ChunkGrid& grid, std::uint64_t fileSize,
-                                    Location where) {
+std::optional<std::uint64_t> LookUp(hid_t dataset_id, const ChunkGrid& grid,
+                                    std::uint64_t fileSize) {
   std::optional<std::uint64_t> bytes;
   if (grid.mChunk.empty()) {
     bytes = H5Dget_storage_size(dataset_id);
   } else if (grid.Places() == 0) {
     bytes = 0;
-  } else if (HasTree(dataset_id, where)) {
-    bytes = WalkTree(dataset_id, grid, fileSize, where);
+  } else if (HasTree(dataset_id)) {
+    bytes = WalkTree(dataset_id, grid, fileSize);
   } else if (HasFewPlaces(grid, fileSize)) {
     bytes = LookUpEach(dataset_id, grid, fileSize);
   }
@@ -184,53 +181,51 @@ std::optional<std::uint64_t> LookUp(hid_t dataset_id, const ChunkGrid& grid, std
 
 }  // namespace
 
-std::optional<std::uint64_t> LookUpStoredBytes(hid_t dataset_id, const ChunkGrid& grid,
-                                               Location where) {
-  return LookUp(dataset_id, grid, FileSizeOf(dataset_id, where), where);
+std::optional<std::uint64_t> LookUpStoredBytes(hid_t dataset_id, const ChunkGrid& grid) {
+  return LookUp(dataset_id, grid, FileSizeOf(dataset_id));
 }
 
 std::uint64_t RequirePlausibleStorage(hid_t dataset_id, const ChunkGrid& grid, long double claimed,
-                                      const std::string& name, Location where) {
-  const std::uint64_t fileSize = FileSizeOf(dataset_id, where);
-  Vexa_H5::RequirePlausibleSize(claimed, fileSize, name, where);
-  if (!HasFewPlaces(grid, fileSize) && !HasTree(dataset_id, where)) {
+                                      const std::string& name) {
+  const std::uint64_t fileSize = FileSizeOf(dataset_id);
+  Vexa_H5::RequirePlausibleSize(claimed, fileSize, name);
+  if (!HasFewPlaces(grid, fileSize) && !HasTree(dataset_id)) {
     return fileSize;
   }
-  const std::optional<std::uint64_t> stored = LookUp(dataset_id, grid, fileSize, where);
-  REQUIRE_AT(where, stored.has_value(),
+  const std::optional<std::uint64_t> stored = LookUp(dataset_id, grid, fileSize);
+  REQUIRE_FOR_CALLER(stored.has_value(),
              name << " claims more chunks, or more bytes in them, than its file of " << fileSize
                   << " bytes has room for");
-  Vexa_H5::RequirePlausibleSize(claimed, *stored, name, where);
+  Vexa_H5::RequirePlausibleSize(claimed, *stored, name);
   return *stored;
 }
 
-std::uint64_t BytesOfChunk(hid_t dataset_id, const ChunkGrid& grid, const std::string& name,
-                           Location where) {
+std::uint64_t BytesOfChunk(hid_t dataset_id, const ChunkGrid& grid, const std::string& name) {
   const DatatypeHandle type_id(H5Dget_type(dataset_id));
-  REQUIRE_AT(where, type_id>=0, "H5Dget_type failed");
-  const std::uint64_t elementBytes = Vexa_H5::ElementBytes(dataset_id, type_id, where);
+  REQUIRE_FOR_CALLER(type_id>=0, "H5Dget_type failed");
+  const std::uint64_t elementBytes = Vexa_H5::ElementBytes(dataset_id, type_id);
   long double bytes = static_cast<long double>(elementBytes);
   for (const hsize_t extent : grid.mChunk) {
     bytes *= static_cast<long double>(extent);
   }
-  REQUIRE_AT(where, bytes<=std::numeric_limits<std::uint32_t>::max(),
+  REQUIRE_FOR_CALLER(bytes<=std::numeric_limits<std::uint32_t>::max(),
              name << " claims chunks of " << static_cast<double>(bytes) << " bytes");
   return static_cast<std::uint64_t>(bytes);
 }
 
 void RequireWholeChunks(hid_t dataset_id, const ChunkGrid& grid, std::uint64_t stored,
-                        const std::string& name, Location where) {
-  if (grid.mChunk.empty() || !HasTree(dataset_id, where)) {
+                        const std::string& name) {
+  if (grid.mChunk.empty() || !HasTree(dataset_id)) {
     return;
   }
 #if H5_VERSION_GE(1, 10, 5)
   const DataspaceHandle space_id(H5Dget_space(dataset_id));
-  REQUIRE_AT(where, space_id>=0, "H5Dget_space failed");
+  REQUIRE_FOR_CALLER(space_id>=0, "H5Dget_space failed");
   hsize_t chunks = 0;
   const herr_t err = H5Dget_num_chunks(dataset_id, space_id, &chunks);
-  REQUIRE_AT(where, err>=0, "H5Dget_num_chunks failed");
-  const std::uint64_t expected = chunks * BytesOfChunk(dataset_id, grid, name, where);
-  REQUIRE_AT(where, stored==expected, "Damaged chunks in " << name << ": " << stored
+  REQUIRE_FOR_CALLER(err>=0, "H5Dget_num_chunks failed");
+  const std::uint64_t expected = chunks * BytesOfChunk(dataset_id, grid, name);
+  REQUIRE_FOR_CALLER(stored==expected, "Damaged chunks in " << name << ": " << stored
                                                            << " bytes instead of " << expected);
 #else
   static_cast<void>(std::tie(stored, name));  // such a library cannot tell

@@ -8,7 +8,6 @@
 
 #include <cstdint>
 #include <optional>
-#include <source_location>
 #include <string>
 #include <vector>
 
@@ -25,33 +24,31 @@ struct ChunkGrid {
 };
 
 /// The grid of an open dataset, whose creation list this is.
-ChunkGrid ReadChunkGrid(hid_t dataset_id, hid_t cparms_id, std::source_location where);
+ChunkGrid ReadChunkGrid(hid_t dataset_id, hid_t cparms_id);
 
 /// Looks up what a dataset takes on disk. None if it has, or the extents have, far more chunks than
 /// the file has room for, or if they claim to take more than there is.
-std::optional<std::uint64_t> LookUpStoredBytes(hid_t dataset_id, const ChunkGrid& grid,
-                                               std::source_location where);
+std::optional<std::uint64_t> LookUpStoredBytes(hid_t dataset_id, const ChunkGrid& grid);
 
 /// The same; fails unless the file can have the chunks, and the dataset, of so much that is stored,
 /// the `claimed` bytes of values (see Vexa_H5::RequirePlausibleSize). The extents are judged before
 /// a chunk is looked up. Of a dataset that leaves out so many chunks that they cannot all be looked
 /// up, the size of the file is taken for what is stored.
 std::uint64_t RequirePlausibleStorage(hid_t dataset_id, const ChunkGrid& grid, long double claimed,
-                                      const std::string& name, std::source_location where);
+                                      const std::string& name);
 
 /// Fails unless the chunks of a dataset without filters, of which so many bytes are stored as
 /// RequirePlausibleStorage() said, have together as many bytes on disk as they must have; chunks
 /// may be missing. Of one that is too short HDF5 would read memory that nobody wrote into (1.10.8,
 /// tried).
 void RequireWholeChunks(hid_t dataset_id, const ChunkGrid& grid, std::uint64_t stored,
-                        const std::string& name, std::source_location where);
+                        const std::string& name);
 
 /// The bytes of a chunk of the dataset without filters. Fails if the library, which (up to 1.14)
 /// counts them in 32 bits, cannot have them.
-std::uint64_t BytesOfChunk(hid_t dataset_id, const ChunkGrid& grid, const std::string& name,
-                           std::source_location where);
+std::uint64_t BytesOfChunk(hid_t dataset_id, const ChunkGrid& grid, const std::string& name);
 
 /// The size of the file of an open object.
-std::uint64_t FileSizeOf(hid_t object_id, std::source_location where);
+std::uint64_t FileSizeOf(hid_t object_id);
 
 }  // namespace Vexa_H5

@@ -15,8 +15,6 @@ using namespace Vexa_H5;
 
 namespace {
 
-using Location = std::source_location;
-
 // What the library calls to convert elements of strings to bytes: it leaves them as they lie in the
 // file. Both types must take as much.
 herr_t LeaveElements(hid_t source, hid_t destination, H5T_cdata_t* conversion, std::size_t,
@@ -28,9 +26,9 @@ herr_t LeaveElements(hid_t source, hid_t destination, H5T_cdata_t* conversion, s
   return H5Tget_size(source) == H5Tget_size(destination) ? 0 : -1;
 }
 
-DatatypeHandle BytesOfElements(std::size_t count, Location where) {
+DatatypeHandle BytesOfElements(std::size_t count) {
   DatatypeHandle type_id(H5Tcreate(H5T_OPAQUE, count));
-  REQUIRE_AT(where, type_id>=0, "H5Tcreate failed");
+  REQUIRE_FOR_CALLER(type_id>=0, "H5Tcreate failed");
   static unsigned long sRegisteredIn = 0;  // this life of the library
   if (sRegisteredIn != Vexa_H5::LibraryLife()) {
     const DatatypeHandle string_id(H5Tcopy(H5T_C_S1));
@@ -38,17 +36,16 @@ DatatypeHandle BytesOfElements(std::size_t count, Location where) {
         H5Tset_size(string_id, HdfConst::H5T_Variable()) < 0
             ? -1
             : H5Tregister(H5T_PERS_SOFT, "string elements", string_id, type_id, LeaveElements);
-    REQUIRE_AT(where, registered>=0, "H5Tregister failed");
+    REQUIRE_FOR_CALLER(registered>=0, "H5Tregister failed");
     sRegisteredIn = Vexa_H5::LibraryLife();
   }
   return type_id;
 }
 
-bool IsNothingStored(hid_t dataset_id, Location where) {
+bool IsNothingStored(hid_t dataset_id) {
   const PropertyListHandle cparms_id(H5Dget_create_plist(dataset_id));
-  REQUIRE_AT(where, cparms_id>=0, "H5Dget_create_plist failed");
-  const auto stored =
-      LookUpStoredBytes(dataset_id, ReadChunkGrid(dataset_id, cparms_id, where), where);
+  REQUIRE_FOR_CALLER(cparms_id>=0, "H5Dget_create_plist failed");
+  const auto stored = LookUpStoredBytes(dataset_id, ReadChunkGrid(dataset_id, cparms_id));
   return stored && *stored == 0;
 }
 
@@ -61,30 +58,28 @@ bool Vexa_H5::ConsistsOfCharacters(hid_t stringType) {
          H5Tget_sign(type_id) == H5T_SGN_NONE;
 }
 
-hsize_t Vexa_H5::ElementBytes(hid_t object_id, hid_t type_id, Location where) {
-  return H5Tis_variable_str(type_id) > 0
-             ? GlobalHeap(object_id, "H5Dread failed", where).ElementBytes()
-             : H5Tget_size(type_id);
+hsize_t Vexa_H5::ElementBytes(hid_t object_id, hid_t type_id) {
+  return H5Tis_variable_str(type_id) > 0 ? GlobalHeap(object_id, "H5Dread failed").ElementBytes()
+                                         : H5Tget_size(type_id);
 }
 
-void Vexa_H5::RequireStringsInFile(hid_t object_id, std::size_t count, const char* failure,
-                                   Location where) {
-  GlobalHeap heap(object_id, failure, where);
+void Vexa_H5::RequireStringsInFile(hid_t object_id, std::size_t count, const char* failure) {
+  GlobalHeap heap(object_id, failure);
   if (count == 0 || !heap.CanRead()) {
     return;
   }
   const std::size_t elementBytes = heap.ElementBytes();
-  const DatatypeHandle type_id = BytesOfElements(elementBytes, where);
+  const DatatypeHandle type_id = BytesOfElements(elementBytes);
   std::vector<std::byte> elements(count * elementBytes);
   const bool isAttribute = H5Iget_type(object_id) == H5I_ATTR;
   const herr_t err =
       isAttribute ? H5Aread(object_id, type_id, elements.data())
                   : H5Dread(object_id, type_id, H5S_ALL, H5S_ALL, H5P_DEFAULT, elements.data());
-  REQUIRE_AT(where, err>=0, failure);
+  REQUIRE_FOR_CALLER(err>=0, failure);
   // What was never written is all the same string: the fill value.
   const bool areAlike = std::equal(elements.begin() + static_cast<std::ptrdiff_t>(elementBytes),
                                    elements.end(), elements.begin());
-  const bool mayShare = !isAttribute && areAlike && IsNothingStored(object_id, where);
+  const bool mayShare = !isAttribute && areAlike && IsNothingStored(object_id);
   for (std::size_t at = 0; at < elements.size(); at += elementBytes) {
     heap.RequireString(std::span(elements).subspan(at, elementBytes), mayShare);
   }

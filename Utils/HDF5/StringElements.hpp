@@ -3,7 +3,6 @@
 #include <hdf5.h>
 
 #include <cstddef>
-#include <source_location>
 #include <vector>
 
 namespace Vexa_H5 {
@@ -14,15 +13,13 @@ bool ConsistsOfCharacters(hid_t stringType);
 
 /// What an element of the type takes in the file of an object. A string of variable length lies
 /// elsewhere: its element has a length, the address of a collection, and an index in that.
-hsize_t ElementBytes(hid_t object_id, hid_t type_id,
-                     std::source_location where = std::source_location::current());
+hsize_t ElementBytes(hid_t object_id, hid_t type_id);
 
 /// Fails unless each of the `count` strings of a dataset or attribute of strings of variable length
 /// is in its file as its element says (see GlobalHeap), with `failure` before the reason. HDF5
 /// believes an element: it makes room for the length it gives, copies as much as it finds, past
 /// the end of that room too, and takes a string without an address for an empty one. Nothing is
 /// checked where the heap cannot be read.
-void RequireStringsInFile(hid_t object_id, std::size_t count, const char* failure,
-                          std::source_location where = std::source_location::current());
+void RequireStringsInFile(hid_t object_id, std::size_t count, const char* failure);
 
 }  // namespace Vexa_H5

@@ -5,6 +5,7 @@
 
 #include "Utils/ErrorHandling/CachedOutput.hpp"
 #include "Utils/ErrorHandling/MyAbort.hpp"
+#include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/HDF5/ExternalFiles.hpp"
 #include "Utils/Process/Files.hpp"
 #include "Utils/Store/CachedH5FileHolder.hpp"

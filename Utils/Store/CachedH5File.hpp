@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "Utils/Containers/MyVector.hpp"
-#include "Utils/ErrorHandling/Require.hpp"
+#include "Utils/ErrorHandling/RequireFail.hpp"
 #include "Utils/HDF5/H5AccessType.hpp"
 #include "Utils/Store/H5_File.hpp"
 
@@ -132,8 +132,8 @@ class CachedH5File {
   template <class OBJECT>
   static OBJECT& Cast(H5_Object& object) {
     OBJECT* ptr2 = dynamic_cast<OBJECT*>(&object);
-    REQUIRE_LABELLED("../../Utils/H5/CachedH5File", __LINE__, ptr2!=0,
-                     "consistency error dynamic_cast failed");
+    VEXA_REQUIRE_AS("../../Utils/H5/CachedH5File", "ptr2!=0", ptr2 != 0,
+                    "consistency error dynamic_cast failed");
     return *ptr2;
   }
 

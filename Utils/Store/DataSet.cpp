@@ -8,69 +8,68 @@
 
 namespace H5_Objects {
 
-bool LinkExists(hid_t parentId, const std::string& name, const Trace& trace,
-                std::source_location where) {
+bool LinkExists(hid_t parentId, const std::string& name, const Trace& trace) {
   if (name == "/") {
     return true;
   }
   const htri_t answer = trace(4, H5Lexists(parentId, name.c_str(), H5P_DEFAULT), "H5Lexists(",
                               parentId, ", \"", name, "\")");
-  REQUIRE_AT(where, answer>=0, "H5Lexists failed on '" << name << "'");
+  REQUIRE_FOR_CALLER(answer>=0, "H5Lexists failed on '" << name << "'");
   return answer > 0;
 }
 
-void DataSet::RequireConsistentExistence(bool h5_exists, Location where) {
+void DataSet::RequireConsistentExistence(bool h5_exists) {
   mExistsInFile = mIsExistenceKnown ? mExistsInFile : h5_exists;
   mIsExistenceKnown = true;
-  REQUIRE_AT(where, h5_exists==mExistsInFile,
+  REQUIRE_FOR_CALLER(h5_exists==mExistsInFile,
              "Existence of group is inconsistently reported by h5-library and\nH5_Node.  mName="
                  << mName << ", h5_exists=" << h5_exists << ", mExistsInFile=" << mExistsInFile);
 }
 
-std::vector<hsize_t> DataSet::FileExtents(Location where) const {
+std::vector<hsize_t> DataSet::FileExtents() const {
   Vexa_H5::DataspaceHandle dataspace_id(
       mTrace(5, H5Dget_space(mMy_id), "H5Dget_space(", mMy_id, ")"));
-  REQUIRE_AT(where, dataspace_id>=0, "H5Dget_space failed");
-  std::vector<hsize_t> dims = Vexa_H5::Extents(dataspace_id, where);
-  const herr_t err = mTrace(5, dataspace_id.Close(), "H5Sclose(dataspace_id)");
-  REQUIRE_AT(where, 0==err, "H5Sclose failed");
+  REQUIRE_FOR_CALLER(dataspace_id>=0, "H5Dget_space failed");
+  std::vector<hsize_t> dims = Vexa_H5::Extents(dataspace_id);
+  dataspace_id.Close(mTrace, "H5Sclose(dataspace_id)");
   return dims;
 }
 
 Tables::Storage DataSet::Storage() const {
+  const ReportAs label("H5_DataSet");
   REQUIRE(IsObjectOpen(), "Object must be open");
-  return Tables::ReadStorage(mMy_id, Location::current());
+  return Tables::ReadStorage(mMy_id);
 }
 
 std::vector<hsize_t> DataSet::ExtentsInFile() const {
+  const ReportAs label("H5_DataSet");
   REQUIRE(IsObjectOpen(), "Object must be open");
-  return FileExtents(Location::current());
+  return FileExtents();
 }
 
 bool DataSet::IsFileWritable() const {
+  const ReportAs label("H5_DataSet");
   Vexa_H5::Handle<H5Fclose> file_id(H5Iget_file_id(mMy_id));
   REQUIRE(file_id>=0, "H5Iget_file_id failed");
   unsigned intent = H5F_ACC_RDONLY;
   herr_t err = H5Fget_intent(file_id, &intent);
   REQUIRE(err>=0, "H5Fget_intent failed");
-  err = file_id.Close();
-  REQUIRE(0==err, "H5Fclose failed");
+  file_id.Close();
   return (intent & H5F_ACC_RDWR) != 0;
 }
 
 hid_t DataSet::Create(hid_t parentId, const std::string& linkName, const std::vector<hsize_t>& dims,
-                      const std::vector<hsize_t>& chunk, hid_t type_id, bool compress,
-                      Location where) const {
+                      const std::vector<hsize_t>& chunk, hid_t type_id, bool compress) const {
   const int rank = static_cast<int>(dims.size());
   std::vector<hsize_t> maxDims = dims;
   maxDims[0] = H5S_UNLIMITED;
   Vexa_H5::DataspaceHandle dataspace_id(mTrace(
       5, H5Screate_simple(rank, dims.data(), maxDims.data()), "H5Screate_simple(", rank, ", ...)"));
-  REQUIRE_AT(where, dataspace_id>=0, "H5Screate_simple failed");
-  Vexa_H5::PropertyListHandle cparms_id = Vexa_H5::UntimedCreation(H5P_DATASET_CREATE, where);
+  REQUIRE_FOR_CALLER(dataspace_id>=0, "H5Screate_simple failed");
+  Vexa_H5::PropertyListHandle cparms_id = Vexa_H5::UntimedCreation(H5P_DATASET_CREATE);
   herr_t err = mTrace(5, H5Pset_chunk(cparms_id, rank, chunk.data()), "H5Pset_chunk(cparms_id, {",
                       chunk[0], ", ...})");
-  REQUIRE_AT(where, 0==err, "H5P_set_chunk failed");
+  REQUIRE_FOR_CALLER(0==err, "H5P_set_chunk failed");
   if (compress) {
     SetCompressionH5(cparms_id, 1, linkName);
   }
@@ -79,18 +78,16 @@ hid_t DataSet::Create(hid_t parentId, const std::string& linkName, const std::ve
              H5Dcreate2(parentId, linkName.c_str(), type_id, dataspace_id, H5P_DEFAULT, cparms_id,
                         H5P_DEFAULT),
              "H5Dcreate2(", parentId, ", \"", linkName, "\", ...)"));
-  REQUIRE_AT(where, dataset_id>=0, "H5Dcreate2 failed");
-  herr_t status = mTrace(5, cparms_id.Close(), "H5Pclose(cparms_id)");
-  REQUIRE_AT(where, status==0, "H5Pclose failed");
-  status = mTrace(5, dataspace_id.Close(), "H5Sclose(dataspace_id)");
-  REQUIRE_AT(where, status==0, "H5Sclose failed");
+  REQUIRE_FOR_CALLER(dataset_id>=0, "H5Dcreate2 failed");
+  cparms_id.Close(mTrace, "H5Pclose(cparms_id)", "status==0");
+  dataspace_id.Close(mTrace, "H5Sclose(dataspace_id)", "status==0");
   return dataset_id.Release();
 }
 
-void DataSet::Extend(const std::vector<hsize_t>& dims, const char* message, Location where) const {
+void DataSet::Extend(const std::vector<hsize_t>& dims, const char* message) const {
   const herr_t err = mTrace(4, H5Dset_extent(mMy_id, dims.data()), "H5Dset_extent(", mMy_id, ", {",
                             dims[0], ", ...})");
-  REQUIRE_AT(where, err>=0, message);
+  REQUIRE_FOR_CALLER(err>=0, message);
 }
 
 void DataSet::PutBack(const std::vector<hsize_t>& dims) const noexcept {
@@ -99,66 +96,61 @@ void DataSet::PutBack(const std::vector<hsize_t>& dims) const noexcept {
 }
 
 void DataSet::WriteBlock(const std::vector<hsize_t>& start, const std::vector<hsize_t>& memoryDims,
-                         hid_t memoryType, const void* data, Location where) const {
+                         hid_t memoryType, const void* data) const {
   Vexa_H5::DataspaceHandle filespace_id(
       mTrace(5, H5Dget_space(mMy_id), "H5Dget_space(", mMy_id, ")"));
-  REQUIRE_AT(where, filespace_id>=0, "H5Dget_space failed");
+  REQUIRE_FOR_CALLER(filespace_id>=0, "H5Dget_space failed");
   herr_t err = mTrace(5,
                       H5Sselect_hyperslab(filespace_id, H5S_SELECT_SET, start.data(), nullptr,
                                           memoryDims.data(), nullptr),
                       "H5Sselect_hyperslab(filespace_id, ...)");
-  REQUIRE_AT(where, err>=0, "H5Sselect_hyperslab failed");
+  REQUIRE_FOR_CALLER(err>=0, "H5Sselect_hyperslab failed");
   Vexa_H5::DataspaceHandle memspace_id(
       mTrace(5, H5Screate_simple(static_cast<int>(memoryDims.size()), memoryDims.data(), nullptr),
              "H5Screate_simple(", memoryDims.size(), ", ...)"));
-  REQUIRE_AT(where, memspace_id>=0, "H5Screate_simple failed");
+  REQUIRE_FOR_CALLER(memspace_id>=0, "H5Screate_simple failed");
   err = mTrace(4, H5Dwrite(mMy_id, memoryType, memspace_id, filespace_id, H5P_DEFAULT, data),
                "H5Dwrite(", mMy_id, ", ...)");
-  REQUIRE_AT(where, err>=0, "H5Dwrite failed");
-  err = mTrace(5, memspace_id.Close(), "H5Sclose(memspace_id)");
-  REQUIRE_AT(where, 0==err, "H5Sclose failed");
-  err = mTrace(5, filespace_id.Close(), "H5Sclose(filespace_id)");
-  REQUIRE_AT(where, 0==err, "H5Sclose failed");
+  REQUIRE_FOR_CALLER(err>=0, "H5Dwrite failed");
+  memspace_id.Close(mTrace, "H5Sclose(memspace_id)");
+  filespace_id.Close(mTrace, "H5Sclose(filespace_id)");
 }
 
-std::vector<std::string> DataSet::ReadAllStrings(std::size_t count, Location where) const {
+std::vector<std::string> DataSet::ReadAllStrings(std::size_t count) const {
   const InsideStore inside;
   Vexa_H5::DatatypeHandle my_dtype_id(mTrace(5, H5Dget_type(mMy_id), "H5Dget_type(", mMy_id, ")"));
-  REQUIRE_AT(where, my_dtype_id>0, "H5Dget_type failed");
+  REQUIRE_FOR_CALLER(my_dtype_id>0, "H5Dget_type failed");
   Vexa_H5::DataspaceHandle dataspace_id(
       mTrace(5, H5Dget_space(mMy_id), "H5Dget_space(", mMy_id, ")"));
-  REQUIRE_AT(where, dataspace_id>=0, "H5Dget_space failed");
+  REQUIRE_FOR_CALLER(dataspace_id>=0, "H5Dget_space failed");
   const auto npoints = H5Sget_simple_extent_npoints(dataspace_id);
-  REQUIRE_AT(where, npoints>=0 && static_cast<std::size_t>(npoints)==count,
+  REQUIRE_FOR_CALLER(npoints>=0 && static_cast<std::size_t>(npoints)==count,
              "dataset-size inconsistent with expected size");
   std::vector<std::string> strings;
   if (count == 0) {
-    REQUIRE_AT(where, H5Tget_class(my_dtype_id)==H5T_STRING, mName << " is of another type");
+    REQUIRE_FOR_CALLER(H5Tget_class(my_dtype_id)==H5T_STRING, mName << " is of another type");
   } else {
-    REQUIRE_AT(where, H5Tis_variable_str(my_dtype_id)>0 || H5Tget_class(my_dtype_id)!=H5T_STRING,
+    REQUIRE_FOR_CALLER(H5Tis_variable_str(my_dtype_id)>0 || H5Tget_class(my_dtype_id)!=H5T_STRING,
                "H5Dread failed: " << mName << " has strings of fixed length");
     // Of the library's memory and ours together, for a string of no length.
     const long double bytesOfString = 280;
-    Tables::RequireSoundStorage(mMy_id, bytesOfString * static_cast<long double>(count), mName,
-                                where);
+    Tables::RequireSoundStorage(mMy_id, bytesOfString * static_cast<long double>(count), mName);
     const auto read = [&](hid_t memoryType, void* buffer) {
       return mTrace(4, H5Dread(mMy_id, memoryType, H5S_ALL, H5S_ALL, H5P_DEFAULT, buffer),
                     "H5Dread(", mMy_id, ", ...)");
     };
     strings = Vexa_H5::ReadStrings(mMy_id, my_dtype_id, dataspace_id, count, read,
-                                   {"H5Dread failed", "H5Dvlen_reclaim failed"}, where);
+                                   {"H5Dread failed", "H5Dvlen_reclaim failed"});
   }
-  herr_t status = mTrace(5, dataspace_id.Close(), "H5Sclose(dataspace_id)");
-  REQUIRE_AT(where, status==0, "H5Sclose failed");
-  status = mTrace(5, my_dtype_id.Close(), "H5Tclose(my_dtype_id)");
-  REQUIRE_AT(where, status==0, "H5Tclose failed");
+  dataspace_id.Close(mTrace, "H5Sclose(dataspace_id)", "status==0");
+  my_dtype_id.Close(mTrace, "H5Tclose(my_dtype_id)", "status==0");
   return strings;
 }
 
-void DataSet::Close(Location where) {
+void DataSet::Close() {
   const herr_t err = mTrace(5, H5Dclose(mMy_id), "H5Dclose(", mMy_id, ")");
   mMy_id = -1;
-  REQUIRE_AT(where, 0==err, "H5Dclose failed");
+  REQUIRE_FOR_CALLER(0==err, "H5Dclose failed");
 }
 
 void DataSet::CloseSilently() noexcept {

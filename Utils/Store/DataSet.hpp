@@ -6,7 +6,6 @@
 #include <hdf5.h>
 
 #include <cstdint>
-#include <source_location>
 #include <string>
 #include <vector>
 
@@ -18,8 +17,7 @@
 namespace H5_Objects {
 
 /// Whether the link is in the parent group; the root "/" always is.
-bool LinkExists(hid_t parentId, const std::string& name, const Trace& trace,
-                std::source_location where = std::source_location::current());
+bool LinkExists(hid_t parentId, const std::string& name, const Trace& trace);
 
 class DataSet : public H5_Object {
  public:
@@ -36,28 +34,25 @@ class DataSet : public H5_Object {
   std::vector<hsize_t> ExtentsInFile() const;
 
  protected:
-  using Location = std::source_location;
-
   DataSet(const std::string& name, bool existsInFile, int verbosity)
       : mName(name), mExistsInFile(existsInFile), mTrace(verbosity) {}
 
   /// Fails with "Existence of group is inconsistently reported ..." unless the file agrees with
   /// mExistsInFile about the link.
-  void RequireConsistentExistence(bool h5_exists, Location where);
+  void RequireConsistentExistence(bool h5_exists);
 
   /// Extents of the open dataset in the file, now.
-  std::vector<hsize_t> FileExtents(Location where) const;
+  std::vector<hsize_t> FileExtents() const;
 
   /// Whether the file of the open dataset was opened for writing, so that nobody else writes to it.
   bool IsFileWritable() const;
 
   /// Creates a chunked dataset that can grow along its first dimension. `type_id` is lent.
   hid_t Create(hid_t parentId, const std::string& linkName, const std::vector<hsize_t>& dims,
-               const std::vector<hsize_t>& chunk, hid_t type_id, bool compress,
-               Location where) const;
+               const std::vector<hsize_t>& chunk, hid_t type_id, bool compress) const;
 
   /// Changes the extents of the open dataset.
-  void Extend(const std::vector<hsize_t>& dims, const char* message, Location where) const;
+  void Extend(const std::vector<hsize_t>& dims, const char* message) const;
 
   /// The same without a report, for what was extended and could then not be written.
   void PutBack(const std::vector<hsize_t>& dims) const noexcept;
@@ -65,13 +60,13 @@ class DataSet : public H5_Object {
   /// Writes `data`, shaped `memoryDims`, to the block of the open dataset at `start` whose extents
   /// are memoryDims too.
   void WriteBlock(const std::vector<hsize_t>& start, const std::vector<hsize_t>& memoryDims,
-                  hid_t memoryType, const void* data, Location where) const;
+                  hid_t memoryType, const void* data) const;
 
   /// Reads the whole open dataset, `count` strings of any HDF5 string type, in storage order.
-  std::vector<std::string> ReadAllStrings(std::size_t count, Location where) const;
+  std::vector<std::string> ReadAllStrings(std::size_t count) const;
 
   /// Closes the open dataset.
-  void Close(Location where);
+  void Close();
 
   /// For destructors: closes a dataset left open, without a report.
   void CloseSilently() noexcept;

@@ -15,7 +15,7 @@
 
 #include "Utils/Containers/MyMap.hpp"
 #include "Utils/Containers/MyVector.hpp"
-#include "Utils/ErrorHandling/Require.hpp"
+#include "Utils/ErrorHandling/RequireFail.hpp"
 #include "Utils/ErrorHandling/Trace.hpp"
 #include "Utils/Store/H5_Object.hpp"
 
@@ -70,11 +70,11 @@ class H5_Node final : private CacheListener {
   /// The object as the kind OBJECT; fails if the node is of another kind.
   template <class OBJECT>
   OBJECT& GetObject() const {
-    REQUIRE(OBJECT::ClassID()==Type(), "Node contains H5_Object '"
+    VEXA_REQUIRE(OBJECT::ClassID()==Type(), "Node contains H5_Object '"
                                            << Type() << "', but requesting\nto cast into H5_Object '"
                                            << OBJECT::ClassID() << "'");
     OBJECT* ptr = dynamic_cast<OBJECT*>(&Object());
-    REQUIRE(ptr!=0, "consistency error dynamic_cast failed");
+    VEXA_REQUIRE(ptr!=0, "consistency error dynamic_cast failed");
     return *ptr;
   }
 

@@ -82,6 +82,7 @@ void Dat::Initialize(const MyVector<std::string>& legend, bool compress, std::si
 }
 
 void Dat::OpenObject(hid_t parentGroupId) {
+  const ReportAs label("H5_ObjectDat");
   REQUIRE(IsInitialized(), "Called OpenObject on a H5_Object::Dat, which is not initialized");
   std::string group_name = mName;
   bool h5_exists = LinkExists(parentGroupId, group_name, mTrace);
@@ -89,7 +90,7 @@ void Dat::OpenObject(hid_t parentGroupId) {
     group_name = LegacyName(mName);
     h5_exists = LinkExists(parentGroupId, group_name, mTrace);
   }
-  RequireConsistentExistence(h5_exists, Location::current());
+  RequireConsistentExistence(h5_exists);
   if (h5_exists) {
     mTrace.Line(3, "H5_ObjectDat open ", mName);
     mMy_id = mTrace(4, H5Dopen2(parentGroupId, group_name.c_str(), Vexa_H5::DatasetAccess()),
@@ -107,7 +108,7 @@ void Dat::OpenObject(hid_t parentGroupId) {
                 << group_name);
     mMy_id = CreateDataSet(parentGroupId, group_name, mLegends.size(), mChunkRows);
     REQUIRE(mMy_id>=0, "CreateDataSet failed");
-    mLayout = Tables::ReadTableLayout(mMy_id, mName, Location::current());
+    mLayout = Tables::ReadTableLayout(mMy_id, mName);
     mExistsInFile = mIsLayoutKnown = true;
     Vexa_H5::AttachStringsToAttributes(mMy_id, "Legend", mLegends, mTrace.Verbosity());
     ReportCacheSize();
@@ -117,7 +118,7 @@ void Dat::OpenObject(hid_t parentGroupId) {
 void Dat::TakeLayout() {
   const Tables::TableLayout before = mLayout;
   const bool isFirst = mExtents.empty();
-  mLayout = Tables::ReadTableLayout(mMy_id, mName, Location::current());
+  mLayout = Tables::ReadTableLayout(mMy_id, mName);
   mExtents = {mLayout.mRows, mLayout.mColumns};
   mRowsFlushed = isFirst ? mLayout.mRows : mRowsFlushed;
   // What was looked at once in a file that this process writes need not be looked at again, unless
@@ -126,7 +127,7 @@ void Dat::TakeLayout() {
     mLayout.mStoredBytes = before.mStoredBytes;
     return;
   }
-  Tables::CheckStorage(mMy_id, mLayout, mName, Location::current());
+  Tables::CheckStorage(mMy_id, mLayout, mName);
   mLegends = Vexa_H5::RetrieveStringsFromAttributes(mMy_id, "Legend", true, mTrace.Verbosity());
   if (mLegends.empty()) {
     mLegends = UndefinedLegends(mLayout.mColumns);
@@ -138,15 +139,16 @@ void Dat::TakeLayout() {
 hid_t Dat::CreateDataSet(hid_t parentId, const std::string& name, std::uint64_t columns,
                          std::uint64_t chunkRows) {
   mExtents = {0, columns};
-  const hid_t dataset_id = Create(parentId, name, {0, columns}, {chunkRows, 1}, H5T_NATIVE_DOUBLE,
-                                  mCompress, Location::current());
+  const hid_t dataset_id =
+      Create(parentId, name, {0, columns}, {chunkRows, 1}, H5T_NATIVE_DOUBLE, mCompress);
   mTrace.Line(2, "Dat: Create '", name, "' with ", columns, " column(s)");
   return dataset_id;
 }
 
 void Dat::CloseObject() {
+  const ReportAs label("H5_ObjectDat");
   REQUIRE(IsObjectOpen(), "Calling CloseObject on closed ObjectDat!");
-  Close(Location::current());
+  Close();
 }
 
 void Dat::Append(const MyVector<double>& data) {
@@ -213,13 +215,14 @@ void Dat::RolledBack(bool isFileNew) {
 
 void Dat::WriteCacheDetail(std::uint64_t rows,
                            const std::function<void(const Tables::OpenTable&)>& write) {
+  const ReportAs label("H5_ObjectDat");
   RequireFileExtents("Extents inconsistent");
   const std::vector<hsize_t> newDims = {mExtents[0] + rows, mExtents[1]};
   mTrace.Line(3, "H5_ObjectDat append ", rows, " row(s) to '", mName, "' (new dims {", newDims[0],
               ",", newDims[1], "})");
-  Extend(newDims, "H5Dset_extent failed", Location::current());
+  Extend(newDims, "H5Dset_extent failed");
   const OnFailure putBack([this] { PutBack({mExtents[0], mExtents[1]}); });
-  write({mMy_id, mLayout, mName, mTrace, Location::current()});
+  write({mMy_id, mLayout, mName, mTrace});
   mExtents[0] = newDims[0];
   mLayout.mRows = newDims[0];
 }
@@ -250,9 +253,10 @@ void Dat::WriteManyStepsImmediately_(std::uint64_t rows,
 }
 
 void Dat::CutBack(std::uint64_t rows) {
+  const ReportAs label("H5_ObjectDat");
   REQUIRE(IsObjectOpen(), "Object must be open");
   if (rows < mExtents[0]) {
-    Extend({rows, mExtents[1]}, "H5Dset_extent failed", Location::current());
+    Extend({rows, mExtents[1]}, "H5Dset_extent failed");
     mExtents[0] = rows;
     mLayout.mRows = rows;
   }
@@ -290,7 +294,8 @@ std::ostream& Dat::Output(std::ostream& os, const std::string& indent) const {
 }
 
 void Dat::RequireFileExtents(const char* message) const {
-  const std::vector<hsize_t> dims = FileExtents(Location::current());
+  const ReportAs label("H5_ObjectDat");
+  const std::vector<hsize_t> dims = FileExtents();
   const std::size_t ndims = dims.size();
   REQUIRE(ndims==2, "Dimension mismatch.");
   REQUIRE(dims[0]==mExtents[0] && dims[1]==mExtents[1], message);
@@ -303,11 +308,12 @@ MyVector<double> Dat::RetrieveTimes() const {
 }
 
 void Dat::RequireReadable() const {
+  const ReportAs label("H5_ObjectDat");
   const InsideStore inside;
   REQUIRE(IsObjectOpen(), "Object must be open");
   // Where there are no rows nobody meets the filters.
   if (mLayout.mRows > 0) {
-    Tables::RequireKnownFilters(mMy_id, mName, Location::current());
+    Tables::RequireKnownFilters(mMy_id, mName);
   }
 }
 
@@ -353,17 +359,18 @@ MyVector<MyVector<double>> Dat::RetrieveColumns(const MyVector<int>& columns,
 }
 
 void Dat::RetrieveColumns_(const Tables::ColumnBlock& block, double* values) const {
+  const ReportAs label("H5_ObjectDat");
   const InsideStore inside;
   REQUIRE(IsObjectOpen(), "Object must be open to retrieve data");
-  Tables::ReadColumns({mMy_id, mLayout, mName, mTrace, Location::current()}, block, values);
+  Tables::ReadColumns({mMy_id, mLayout, mName, mTrace}, block, values);
 }
 
 void Dat::RetrieveRuns_(std::uint64_t column, std::span<const Tables::RowRun> runs, double* values,
                         Tables::PendingReads& reads) const {
+  const ReportAs label("H5_ObjectDat");
   const InsideStore inside;
   REQUIRE(IsObjectOpen(), "Object must be open to retrieve data");
-  Tables::StartReading({mMy_id, mLayout, mName, mTrace, Location::current()}, column, runs, values,
-                       reads);
+  Tables::StartReading({mMy_id, mLayout, mName, mTrace}, column, runs, values, reads);
 }
 
 }  // namespace H5_Objects

@@ -31,6 +31,7 @@ Dir::~Dir() {
 }
 
 void Dir::OpenObject(hid_t parentId) {
+  const ReportAs label("H5_ObjectDir");
   REQUIRE(IsObjectOpen()==false, "Opening H5_ObjectDir while it is already open");
   const bool h5_exists = LinkExists(parentId, mName, mTrace);
   mExistsOnDisk = mIsExistenceKnown ? mExistsOnDisk : h5_exists;
@@ -49,8 +50,7 @@ void Dir::OpenObject(hid_t parentId) {
     mGroup_id = mTrace(5, H5Gcreate2(parentId, mName.c_str(), H5P_DEFAULT, gcpl_id, H5P_DEFAULT),
                        "H5Gcreate2(", parentId, ", \"", mName, "\")");
     REQUIRE(mGroup_id>=0, "H5Gcreate2 failed on group '" << mName << "'");
-    const herr_t err = gcpl_id.Close();
-    REQUIRE(err>=0, "H5Pclose failed");
+    gcpl_id.Close("err>=0");
     mExistsOnDisk = true;
     mTrace.Line(5, "H5_ObjectDir created ", mName);
   }

@@ -30,7 +30,7 @@ std::string Txt::Help() {
 }
 
 Txt::Txt(const std::string& name, bool existsOnDisk, int verbosity)
-    : StringDataSet("Txt", name, existsOnDisk, verbosity) {
+    : StringDataSet("H5_ObjectTxt", "Txt", name, existsOnDisk, verbosity) {
   // Or text would be lost without a word where memory is exhausted.
   mText.exceptions(std::ios_base::badbit);
 }
@@ -52,6 +52,7 @@ H5T_cset_t Txt::CharacterSet() const {
 }
 
 void Txt::WriteCache() {
+  const ReportAs label("H5_ObjectTxt");
   const InsideStore inside;
   mOldDatatype = mOldDatatype || (IsObjectOpen() && SizeOfCache() > 0 && HoldsCharacters());
   REQUIRE(!mOldDatatype, "Cannot write new Txt format into "
@@ -61,7 +62,7 @@ void Txt::WriteCache() {
   if (SizeOfCache() == 0) {
     return;
   }
-  const std::vector<hsize_t> dims = FileExtents(Location::current());
+  const std::vector<hsize_t> dims = FileExtents();
   const std::size_t ndims = dims.size();
   REQUIRE(ndims!=0, "H5_ObjectTxt attempting to append to a *scalar* string dataset\n"
                         << "Such datasets are not written by H5_ObjectTxt, but could be created\n"
@@ -90,8 +91,9 @@ void Txt::RolledBack(bool isFileNew) {
 }
 
 std::string Txt::RetrieveData() {
+  const ReportAs label("H5_ObjectTxt");
   REQUIRE(IsObjectOpen(), "Dataset must be opened first");
-  const std::vector<hsize_t> dims = FileExtents(Location::current());
+  const std::vector<hsize_t> dims = FileExtents();
   const std::size_t ndims = dims.size();
   REQUIRE(ndims==1 or ndims==0, "Expected dim of 0 or 1, got " << ndims);
   REQUIRE(ndims==0 or dims[0]==mSize, "Extents inconsistent between memory and file");
@@ -103,7 +105,7 @@ std::string Txt::RetrieveData() {
     REQUIRE(mSize==1, "dataset-size inconsistent with expected size");
   }
   std::string text;
-  for (const std::string& piece : ReadAllStrings(mSize, Location::current())) {
+  for (const std::string& piece : ReadAllStrings(mSize)) {
     text += piece;
   }
   return text;
@@ -114,7 +116,8 @@ bool Txt::HoldsCharacters() const {
 }
 
 std::string Txt::RetrieveCharacters() const {
-  Tables::RequireSoundStorage(mMy_id, static_cast<long double>(mSize), mName, Location::current());
+  const ReportAs label("H5_ObjectTxt");
+  Tables::RequireSoundStorage(mMy_id, static_cast<long double>(mSize), mName);
   std::string text(mSize, '\0');
   if (mSize > 0) {
     const herr_t err =

@@ -19,7 +19,7 @@ std::string Version::Help() {
 }
 
 Version::Version(const std::string& name, bool existsOnDisk, int verbosity)
-    : StringDataSet("Ver", name, existsOnDisk, verbosity) {}
+    : StringDataSet("H5_ObjectVersion", "Ver", name, existsOnDisk, verbosity) {}
 
 void Version::Initialize(const History& history) {
   const InsideStore inside;
@@ -120,13 +120,14 @@ unsigned long Version::GetCurrentVersion() const {
 }
 
 Version::History Version::RetrieveVersionHistory() const {
+  const ReportAs label("H5_ObjectVersion");
   REQUIRE(IsObjectOpen(), "Dataset must be opened first");
-  const std::vector<hsize_t> dims = FileExtents(Location::current());
+  const std::vector<hsize_t> dims = FileExtents();
   const std::size_t ndims = dims.size();
   REQUIRE(ndims == 2, "Expected dim of 2, got " << ndims);
   REQUIRE(dims[0]==mSize, "Extents inconsistent between memory and file");
   REQUIRE(dims[1]==2, "Expected 2 columns, got " << dims[1]);
-  std::vector<std::string> strings = ReadAllStrings(2 * dims[0], Location::current());
+  std::vector<std::string> strings = ReadAllStrings(2 * dims[0]);
   History history;
   history.reserve(dims[0]);
   for (std::size_t i = 0; i < strings.size(); i += 2) {

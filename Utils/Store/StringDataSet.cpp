@@ -12,39 +12,39 @@
 namespace H5_Objects {
 
 StringDataSet::~StringDataSet() {
+  const ReportAs label(mLabel);
   if (MayCheckInDestructor()) {
-    REQUIRE_AT(mWhere, not IsObjectOpen(), "Encountered destructor while object still open");
+    REQUIRE_FOR_CALLER(not IsObjectOpen(), "Encountered destructor while object still open");
   }
   CloseSilently();
 }
 
 void StringDataSet::OpenObject(hid_t parentGroupId) {
-  const bool h5_exists = LinkExists(parentGroupId, mName, mTrace, mWhere);
-  RequireConsistentExistence(h5_exists, mWhere);
+  const ReportAs label(mLabel);
+  const bool h5_exists = LinkExists(parentGroupId, mName, mTrace);
+  RequireConsistentExistence(h5_exists);
   mTrace.Line(5, mTraceName, " open ", mName);
   if (h5_exists) {
     mMy_id = mTrace(5, H5Dopen2(parentGroupId, mName.c_str(), Vexa_H5::DatasetAccess()),
                     "H5Dopen2(", parentGroupId, ", \"", mName, "\")");
     Vexa_H5::NoteOpened(mMy_id);
-    REQUIRE_AT(mWhere, mMy_id>=0, "H5Dopen2 failed");
-    Vexa_H5::RequireSoundHeader(mMy_id, mWhere);
-    Vexa_H5::RequireStringsOrNumbers(mMy_id, mName, mWhere);
+    REQUIRE_FOR_CALLER(mMy_id>=0, "H5Dopen2 failed");
+    Vexa_H5::RequireSoundHeader(mMy_id);
+    Vexa_H5::RequireStringsOrNumbers(mMy_id, mName);
     Vexa_H5::PropertyListHandle cparms_id(H5Dget_create_plist(mMy_id));
-    REQUIRE_AT(mWhere, cparms_id>=0, "H5Dget_create_plist failed");
-    Tables::RequireOwnStorage(cparms_id, mName, mWhere);
-    const herr_t err = cparms_id.Close();
-    REQUIRE_AT(mWhere, 0==err, "H5Pclose failed");
-    TakeExisting(FileExtents(mWhere));
+    REQUIRE_FOR_CALLER(cparms_id>=0, "H5Dget_create_plist failed");
+    Tables::RequireOwnStorage(cparms_id, mName);
+    cparms_id.Close();
+    TakeExisting(FileExtents());
   } else {
     std::vector<hsize_t> dims;
     std::vector<hsize_t> chunk;
     Shape(dims, chunk);
     Vexa_H5::DatatypeHandle type_id(H5Type<std::string>());
     const herr_t err = H5Tset_cset(type_id, CharacterSet());
-    REQUIRE_AT(mWhere, err>=0, "H5Tset_cset failed");
-    mMy_id = Create(parentGroupId, mName, dims, chunk, type_id, false, mWhere);
-    const herr_t status = mTrace(5, type_id.Close(), "H5Tclose(type_id)");
-    REQUIRE_AT(mWhere, status==0, "H5Tclose failed");
+    REQUIRE_FOR_CALLER(err>=0, "H5Tset_cset failed");
+    mMy_id = Create(parentGroupId, mName, dims, chunk, type_id, false);
+    type_id.Close(mTrace, "H5Tclose(type_id)", "status==0");
     AttachAttributes();
     mExistsInFile = true;
   }
@@ -52,22 +52,22 @@ void StringDataSet::OpenObject(hid_t parentGroupId) {
 }
 
 void StringDataSet::CloseObject() {
-  REQUIRE_AT(mWhere, IsObjectOpen(),
-             "Calling CloseObject on closed " << ReportLabel(mWhere.file_name()).substr(3) << "!");
-  Close(mWhere);
+  const ReportAs label(mLabel);
+  REQUIRE_FOR_CALLER(IsObjectOpen(),
+             "Calling CloseObject on closed " << mLabel + 3 << "!");
+  Close();
 }
 
 Vexa_H5::DatatypeHandle StringDataSet::MemoryType() const {
   Vexa_H5::DatatypeHandle file_type_id(mTrace(5, H5Dget_type(mMy_id), "H5Dget_type(", mMy_id, ")"));
-  REQUIRE_AT(mWhere, file_type_id>=0, "H5Dget_type failed");
-  REQUIRE_AT(mWhere, H5Tis_variable_str(file_type_id)>0,
+  REQUIRE_FOR_CALLER(file_type_id>=0, "H5Dget_type failed");
+  REQUIRE_FOR_CALLER(H5Tis_variable_str(file_type_id)>0,
              "Cannot append to " << mName << ", whose elements are not strings of variable length");
   Vexa_H5::DatatypeHandle type_id(H5Type<std::string>());
   // The library does not convert strings of one character set to another.
   herr_t status = H5Tset_cset(type_id, H5Tget_cset(file_type_id));
-  REQUIRE_AT(mWhere, status>=0, "H5Tset_cset failed");
-  status = mTrace(5, file_type_id.Close(), "H5Tclose(file_type_id)");
-  REQUIRE_AT(mWhere, status==0, "H5Tclose failed");
+  REQUIRE_FOR_CALLER(status>=0, "H5Tset_cset failed");
+  file_type_id.Close(mTrace, "H5Tclose(file_type_id)", "status==0");
   return type_id;
 }
 
@@ -75,14 +75,14 @@ void StringDataSet::WriteStrings(const std::vector<hsize_t>& dims,
                                  const std::vector<hsize_t>& start,
                                  const std::vector<hsize_t>& count,
                                  const std::vector<const char*>& strings) {
+  const ReportAs label(mLabel);
   Vexa_H5::DatatypeHandle type_id = MemoryType();
-  Extend(dims, "H5Dextent failed", mWhere);
+  Extend(dims, "H5Dextent failed");
   std::vector<hsize_t> dimsBefore = dims;
   dimsBefore[0] = start[0];
   const OnFailure putBack([&] { PutBack(dimsBefore); });
-  WriteBlock(start, count, type_id, strings.data(), mWhere);
-  const herr_t status = mTrace(5, type_id.Close(), "H5Tclose(type_id)");
-  REQUIRE_AT(mWhere, status==0, "H5Tclose failed");
+  WriteBlock(start, count, type_id, strings.data());
+  type_id.Close(mTrace, "H5Tclose(type_id)", "status==0");
 }
 
 }  // namespace H5_Objects

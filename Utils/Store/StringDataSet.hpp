@@ -19,11 +19,10 @@ class StringDataSet : public DataSet {
   bool AreAttributesKnown() const override { return mIsKnown; }
 
  protected:
-  /// `traceName` begins trace lines. All that is shared reports from where the kind's constructor
-  /// stands.
-  StringDataSet(const char* traceName, const std::string& name, bool existsOnDisk, int verbosity,
-                Location where = Location::current())
-      : DataSet(name, existsOnDisk, verbosity), mTraceName(traceName), mWhere(where) {}
+  /// `label` is the kind's own in reports, `traceName` begins trace lines; both are literals.
+  StringDataSet(const char* label, const char* traceName, const std::string& name,
+                bool existsOnDisk, int verbosity)
+      : DataSet(name, existsOnDisk, verbosity), mLabel(label), mTraceName(traceName) {}
   /// Ends the process if the object is still open.
   ~StringDataSet() override;
 
@@ -44,8 +43,8 @@ class StringDataSet : public DataSet {
  private:
   Vexa_H5::DatatypeHandle MemoryType() const;
 
+  const char* mLabel;
   const char* mTraceName;
-  Location mWhere;
   bool mIsKnown = false;
 };
 

@@ -11,8 +11,6 @@
 
 namespace Tables {
 
-using Location = std::source_location;
-
 #if H5_VERSION_GE(1, 10, 3)
 
 namespace {
@@ -54,7 +52,7 @@ StoredChunk FetchChunk(const OpenTable& table, std::uint64_t row, std::uint64_t 
   }
   // No encoder makes a chunk much larger than it was. The library would inflate whatever there is.
   const std::uint64_t mostBytes = 2 * sizeof(double) * table.mLayout.mChunkRows + 65536;
-  REQUIRE_AT(table.mWhere, size<=mostBytes, "H5Dread failed for name=" << table.mName
+  REQUIRE_FOR_CALLER(size<=mostBytes, "H5Dread failed for name=" << table.mName
                                                        << ": damaged chunk at row " << row
                                                        << " of column " << column << ": " << size
                                                        << " bytes are stored");
@@ -67,14 +65,14 @@ StoredChunk FetchChunk(const OpenTable& table, std::uint64_t row, std::uint64_t 
   const herr_t err = table.mTrace(
       4, H5Dread_chunk(table.mDataset_id, H5P_DEFAULT, offset, &filterMask, chunk.mpBytes.get()),
       "H5Dread_chunk(", table.mDataset_id, ", ...)");
-  REQUIRE_AT(table.mWhere, err>=0, "H5Dread_chunk failed for name=" << table.mName);
+  REQUIRE_FOR_CALLER(err>=0, "H5Dread_chunk failed for name=" << table.mName);
   chunk.mFilters = WithoutSkipped(table.mLayout.mFilters, filterMask);
   return chunk;
 }
 
 }  // namespace
 
-bool CanMoveChunks(hid_t type_id, hid_t cparms_id, ChunkCodec::Filters& filters, Location where) {
+bool CanMoveChunks(hid_t type_id, hid_t cparms_id, ChunkCodec::Filters& filters) {
   unsigned chunkOptions = 0;
   if (H5Pget_chunk_opts(cparms_id, &chunkOptions) < 0 || chunkOptions != 0) {
     return false;
@@ -83,7 +81,7 @@ bool CanMoveChunks(hid_t type_id, hid_t cparms_id, ChunkCodec::Filters& filters,
   const std::pair<H5Z_filter_t, bool*> ours[] = {{H5Z_FILTER_SHUFFLE, &filters.mShuffle},
                                                  {H5Z_FILTER_DEFLATE, &filters.mDeflate},
                                                  {H5Z_FILTER_FLETCHER32, &filters.mFletcher32}};
-  const std::vector<Filter> stored = ReadFilters(cparms_id, where);
+  const std::vector<Filter> stored = ReadFilters(cparms_id);
   std::size_t found = 0;
   for (const auto& [filter, isUsed] : ours) {
     if (found < stored.size() && stored[found].mNumber == filter && IsTakenByCodec(stored[found])) {
@@ -136,13 +134,13 @@ void WriteStoredChunk(const OpenTable& table, std::uint64_t row, std::uint64_t c
   const herr_t err = table.mTrace(
       4, H5Dwrite_chunk(table.mDataset_id, H5P_DEFAULT, 0, offset, stored.size(), stored.data()),
       "H5Dwrite_chunk(", table.mDataset_id, ", ...)");
-  REQUIRE_AT(table.mWhere, err>=0, "H5Dwrite failed");
+  REQUIRE_FOR_CALLER(err>=0, "H5Dwrite failed");
 }
 
 #else
 
 // Such a library moves chunks through its own filters only.
-bool CanMoveChunks(hid_t, hid_t, ChunkCodec::Filters&, Location) {
+bool CanMoveChunks(hid_t, hid_t, ChunkCodec::Filters&) {
   return false;
 }
 
@@ -153,7 +151,7 @@ void StartReadingChunks(const OpenTable& table, std::uint64_t column, std::span<
 
 void WriteStoredChunk(const OpenTable& table, std::uint64_t, std::uint64_t,
                       std::span<const std::byte>) {
-  REQUIRE_AT(table.mWhere, false, "internal error: this HDF5 library cannot write chunks");
+  REQUIRE_FOR_CALLER(false, "internal error: this HDF5 library cannot write chunks");
 }
 
 #endif

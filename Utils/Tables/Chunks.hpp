@@ -7,7 +7,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <source_location>
 #include <span>
 
 #include "Utils/Tables/Columns.hpp"
@@ -19,8 +18,7 @@ namespace Tables {
 /// Whether chunks of the dataset can be moved so: each is a run of rows of a single column, of
 /// native doubles, under no filter or ours in our order and with our parameters. `filters` tells
 /// which.
-bool CanMoveChunks(hid_t type_id, hid_t cparms_id, ChunkCodec::Filters& filters,
-                   std::source_location where);
+bool CanMoveChunks(hid_t type_id, hid_t cparms_id, ChunkCodec::Filters& filters);
 
 /// Reads runs of a column as StartReading does. Chunks that the codec cannot take (never written,
 /// or with a filter skipped) go through the library.

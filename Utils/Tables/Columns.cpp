@@ -19,29 +19,27 @@ namespace Tables {
 
 namespace {
 
-using Location = std::source_location;
-
 constexpr std::uint64_t sValuesPerPass = 128 * 1024;
 
 // Selects a block of the dataset and hands the library its file and memory spaces. The memory
 // space has rank 2 like the file's: with a one-dimensional one the library is ten times slower.
 class Selection {
  public:
-  Selection(hid_t dataset_id, Location where) : mWhere(where), mFile(H5Dget_space(dataset_id)) {
-    REQUIRE_AT(mWhere, mFile>=0, "H5Dget_space failed");
+  explicit Selection(hid_t dataset_id) : mFile(H5Dget_space(dataset_id)) {
+    REQUIRE_FOR_CALLER(mFile>=0, "H5Dget_space failed");
   }
 
   void Select(const ColumnBlock& block) {
     const hsize_t start[2] = {block.mFirstRow, block.mFirstColumn};
     const hsize_t count[2] = {block.mRows, block.mColumns};
     herr_t err = H5Sselect_hyperslab(mFile, H5S_SELECT_SET, start, nullptr, count, nullptr);
-    REQUIRE_AT(mWhere, err>=0, "H5Sselect_hyperslab failed");
+    REQUIRE_FOR_CALLER(err>=0, "H5Sselect_hyperslab failed");
     if (mMemory < 0) {
       mMemory = Vexa_H5::DataspaceHandle(H5Screate_simple(2, count, nullptr));
-      REQUIRE_AT(mWhere, mMemory>=0, "H5Screate_simple failed");
+      REQUIRE_FOR_CALLER(mMemory>=0, "H5Screate_simple failed");
     } else {
       err = H5Sset_extent_simple(mMemory, 2, count, nullptr);
-      REQUIRE_AT(mWhere, err>=0, "H5Sset_extent_simple failed");
+      REQUIRE_FOR_CALLER(err>=0, "H5Sset_extent_simple failed");
     }
   }
 
@@ -49,14 +47,13 @@ class Selection {
   hid_t MemorySpace() const { return mMemory; }
 
   void Close() {
-    herr_t err = mMemory < 0 ? 0 : mMemory.Close();
-    REQUIRE_AT(mWhere, 0==err, "H5Sclose failed");
-    err = mFile.Close();
-    REQUIRE_AT(mWhere, 0==err, "H5Sclose failed");
+    if (mMemory >= 0) {
+      mMemory.Close();
+    }
+    mFile.Close();
   }
 
  private:
-  Location mWhere;
   Vexa_H5::DataspaceHandle mFile;
   Vexa_H5::DataspaceHandle mMemory;
 };
@@ -81,15 +78,15 @@ void Transpose(const double* rowMajor, std::uint64_t rows, std::uint64_t columns
 
 }  // namespace
 
-TableLayout ReadTableLayout(hid_t dataset_id, const std::string& name, Location where) {
-  Vexa_H5::DatatypeHandle type_id = Vexa_H5::RequireNumbers(dataset_id, name, where);
+TableLayout ReadTableLayout(hid_t dataset_id, const std::string& name) {
+  Vexa_H5::DatatypeHandle type_id = Vexa_H5::RequireNumbers(dataset_id, name);
   Vexa_H5::PropertyListHandle cparms_id(H5Dget_create_plist(dataset_id));
-  REQUIRE_AT(where, cparms_id>=0, "H5Dget_create_plist failed");
-  RequireOwnStorage(cparms_id, name, where);
-  Vexa_H5::RequireFittingFillValue(cparms_id, type_id, name, where);
-  const Vexa_H5::ChunkGrid grid = Vexa_H5::ReadChunkGrid(dataset_id, cparms_id, where);
+  REQUIRE_FOR_CALLER(cparms_id>=0, "H5Dget_create_plist failed");
+  RequireOwnStorage(cparms_id, name);
+  Vexa_H5::RequireFittingFillValue(cparms_id, type_id, name);
+  const Vexa_H5::ChunkGrid grid = Vexa_H5::ReadChunkGrid(dataset_id, cparms_id);
   const std::size_t ndims = grid.mDims.size();
-  REQUIRE_AT(where, ndims==2, "Dimension mismatch.");
+  REQUIRE_FOR_CALLER(ndims==2, "Dimension mismatch.");
 
   TableLayout layout;
   layout.mRows = grid.mDims[0];
@@ -99,16 +96,14 @@ TableLayout ReadTableLayout(hid_t dataset_id, const std::string& name, Location 
     layout.mChunkColumns = grid.mChunk[1];
     layout.mHasFilters = H5Pget_nfilters(cparms_id) > 0;
     layout.mMovesChunks =
-        layout.mChunkColumns == 1 && CanMoveChunks(type_id, cparms_id, layout.mFilters, where);
+        layout.mChunkColumns == 1 && CanMoveChunks(type_id, cparms_id, layout.mFilters);
   }
-  herr_t err = cparms_id.Close();
-  REQUIRE_AT(where, 0==err, "H5Pclose failed");
-  err = type_id.Close();
-  REQUIRE_AT(where, 0==err, "H5Tclose failed");
+  cparms_id.Close();
+  type_id.Close();
 
   // Legends and rows are held per column, whatever the file has of them.
   const hsize_t mostColumns = 1000000;
-  REQUIRE_AT(where, layout.mColumns<=mostColumns,
+  REQUIRE_FOR_CALLER(layout.mColumns<=mostColumns,
              name << " claims " << layout.mColumns << " columns");
   return layout;
 }
@@ -122,18 +117,18 @@ bool TableLayout::IsLike(const TableLayout& other) const {
   return form(*this) == form(other);
 }
 
-void CheckStorage(hid_t dataset_id, TableLayout& layout, const std::string& name, Location where) {
+void CheckStorage(hid_t dataset_id, TableLayout& layout, const std::string& name) {
   Vexa_H5::ChunkGrid grid{{layout.mRows, layout.mColumns}, {}};
   if (layout.mChunkRows > 0) {
     grid.mChunk = {layout.mChunkRows, layout.mChunkColumns};
   }
   const long double values = static_cast<long double>(layout.mRows) * layout.mColumns;
   const std::uint64_t stored =
-      Vexa_H5::RequirePlausibleStorage(dataset_id, grid, sizeof(double) * values, name, where);
+      Vexa_H5::RequirePlausibleStorage(dataset_id, grid, sizeof(double) * values, name);
   layout.mStoredBytes = stored;
-  Vexa_H5::BytesOfChunk(dataset_id, grid, name, where);
+  Vexa_H5::BytesOfChunk(dataset_id, grid, name);
   if (!layout.mHasFilters) {
-    RequireWholeChunks(dataset_id, grid, stored, name, where);
+    RequireWholeChunks(dataset_id, grid, stored, name);
   }
 }
 
@@ -142,10 +137,9 @@ namespace {
 // Reads blocks of a table one after the other.
 class BlockReader {
  public:
-  explicit BlockReader(const OpenTable& table)
-      : mTable(table), mSelection(table.mDataset_id, table.mWhere) {
+  explicit BlockReader(const OpenTable& table) : mTable(table), mSelection(table.mDataset_id) {
     if (table.mLayout.mHasFilters) {
-      mChunks.emplace(table.mDataset_id, table.mName, table.mWhere);
+      mChunks.emplace(table.mDataset_id, table.mName);
     }
   }
 
@@ -158,7 +152,7 @@ class BlockReader {
                       H5Dread(mTable.mDataset_id, H5T_NATIVE_DOUBLE, mSelection.MemorySpace(),
                               mSelection.FileSpace(), H5P_DEFAULT, values),
                       "H5Dread(", mTable.mDataset_id, ", ...)");
-    REQUIRE_AT(mTable.mWhere, err>=0, "H5Dread failed for name=" << mTable.mName);
+    REQUIRE_FOR_CALLER(err>=0, "H5Dread failed for name=" << mTable.mName);
   }
 
   void Close() { mSelection.Close(); }
@@ -265,14 +259,14 @@ void ReadByLibrary(const OpenTable& table, std::uint64_t column, std::span<const
 namespace {
 
 void WriteBlock(const OpenTable& table, const ColumnBlock& block, const double* values) {
-  Selection selection(table.mDataset_id, table.mWhere);
+  Selection selection(table.mDataset_id);
   selection.Select(block);
   const herr_t err =
       table.mTrace(4,
                    H5Dwrite(table.mDataset_id, H5T_NATIVE_DOUBLE, selection.MemorySpace(),
                             selection.FileSpace(), H5P_DEFAULT, values),
                    "H5Dwrite(", table.mDataset_id, ", ...)");
-  REQUIRE_AT(table.mWhere, err>=0, "H5Dwrite failed");
+  REQUIRE_FOR_CALLER(err>=0, "H5Dwrite failed");
   selection.Close();
 }
 

@@ -6,7 +6,6 @@
 #include <hdf5.h>
 
 #include <cstdint>
-#include <source_location>
 #include <span>
 #include <string>
 
@@ -42,12 +41,11 @@ struct TableLayout {
 /// Reads extents and chunking of an open dataset; fails unless it holds numbers (see
 /// RequireNumbers), with "Dimension mismatch." unless its rank is 2, and when its values are in
 /// other files.
-TableLayout ReadTableLayout(hid_t dataset_id, const std::string& name, std::source_location where);
+TableLayout ReadTableLayout(hid_t dataset_id, const std::string& name);
 
 /// Fails when the dataset claims more than can be stored (see RequirePlausibleStorage), and notes
 /// what it takes on disk. Looks up every chunk of the dataset.
-void CheckStorage(hid_t dataset_id, TableLayout& layout, const std::string& name,
-                  std::source_location where);
+void CheckStorage(hid_t dataset_id, TableLayout& layout, const std::string& name);
 
 /// An open table as the functions below are handed it: lent, by the object that has it open and
 /// under whose name they report.
@@ -56,7 +54,6 @@ struct OpenTable {
   const TableLayout& mLayout;
   const std::string& mName;
   const Trace& mTrace;
-  std::source_location mWhere;
 };
 
 class PendingReads;

@@ -23,14 +23,13 @@ ChunkCodec::DecodeStatus DecodeNow(const StoredChunk& chunk, std::uint64_t chunk
 void PendingReads::Decode(const OpenTable& table, StoredChunk chunk) {
   const std::uint64_t chunkRows = table.mLayout.mChunkRows;
   if (chunkRows < sValuesWorthAWorker) {
-    RequireDecoded(DecodeNow(chunk, chunkRows), table.mName, chunk.mRow, chunk.mColumn,
-                   table.mWhere);
+    RequireDecoded(DecodeNow(chunk, chunkRows), table.mName, chunk.mRow, chunk.mColumn);
     return;
   }
   if (mOrigins.empty() || mOrigins.back().mName != table.mName ||
       mOrigins.back().mFile != ReportContext::File()) {
     mOrigins.push_back(
-        {table.mName, ReportContext::Dataset(), ReportContext::File(), table.mWhere});
+        {table.mName, ReportContext::Dataset(), ReportContext::File(), ReportAs::Label()});
   }
   Item& item = mItems.emplace_back(Item{std::move(chunk), &mOrigins.back()});
   mTasks.Add([&item, chunkRows] {
@@ -46,8 +45,8 @@ void PendingReads::Finish() {
   for (const Item& item : mItems) {
     const Origin& origin = *item.mpOrigin;
     const ReportContext context(origin.mDataset, origin.mFile);
-    RequireDecoded(item.mStatus, origin.mName, item.mChunk.mRow, item.mChunk.mColumn,
-                   origin.mWhere);
+    const ReportAs label(origin.mLabel);
+    RequireDecoded(item.mStatus, origin.mName, item.mChunk.mRow, item.mChunk.mColumn);
   }
   mItems.clear();
   mOrigins.clear();

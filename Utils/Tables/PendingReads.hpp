@@ -41,7 +41,7 @@ class PendingReads {
     std::string mName;
     std::string mDataset;
     std::string mFile;
-    std::source_location mWhere;
+    const char* mLabel;
   };
   struct Item {
     StoredChunk mChunk;

@@ -13,8 +13,8 @@ using ChunkCodec::DecodeStatus;
 using ChunkCodec::FilterStep;
 
 void RequireDecoded(DecodeStatus status, const std::string& name, std::uint64_t row,
-                    std::uint64_t column, std::source_location where) {
-  REQUIRE_AT(where, status==DecodeStatus::Ok,
+                    std::uint64_t column) {
+  REQUIRE_FOR_CALLER(status==DecodeStatus::Ok,
              "H5Dread failed for name=" << name << ": damaged chunk at row " << row << " of column "
                                         << column << ": " << ChunkCodec::Describe(status));
 }
@@ -37,23 +37,23 @@ std::vector<FilterStep> StepsOf(const std::vector<Filter>& filters) {
 
 }  // namespace
 
-RawChunks::RawChunks(hid_t dataset_id, const std::string& name, std::source_location where)
-    : mDataset_id(dataset_id), mName(name), mWhere(where) {
+RawChunks::RawChunks(hid_t dataset_id, const std::string& name)
+    : mDataset_id(dataset_id), mName(name) {
   const Vexa_H5::PropertyListHandle cparms_id(H5Dget_create_plist(dataset_id));
-  REQUIRE_AT(where, cparms_id>=0, "H5Dget_create_plist failed");
+  REQUIRE_FOR_CALLER(cparms_id>=0, "H5Dget_create_plist failed");
   if (H5Pget_layout(cparms_id) != H5D_CHUNKED) {
     return;
   }
-  const Vexa_H5::ChunkGrid grid = Vexa_H5::ReadChunkGrid(dataset_id, cparms_id, where);
+  const Vexa_H5::ChunkGrid grid = Vexa_H5::ReadChunkGrid(dataset_id, cparms_id);
   mDims = grid.mDims;
   mExtents = grid.mChunk;
-  mBytes = Vexa_H5::BytesOfChunk(dataset_id, grid, name, where);
+  mBytes = Vexa_H5::BytesOfChunk(dataset_id, grid, name);
   unsigned chunkOptions = 0;
   const herr_t err = H5Pget_chunk_opts(cparms_id, &chunkOptions);
-  REQUIRE_AT(where, err>=0, "H5Pget_chunk_opts failed");
+  REQUIRE_FOR_CALLER(err>=0, "H5Pget_chunk_opts failed");
   mIsPlainAtEdges = (chunkOptions & H5D_CHUNK_DONT_FILTER_PARTIAL_CHUNKS) != 0;
-  const std::vector<Filter> filters = ReadFilters(cparms_id, where);
-  RequireKnownFilters(filters, name, where);
+  const std::vector<Filter> filters = ReadFilters(cparms_id);
+  RequireKnownFilters(filters, name);
   mSteps = StepsOf(filters);
   mCanRead = true;
 }
@@ -71,12 +71,12 @@ std::vector<std::byte> RawChunks::Read(const std::vector<hsize_t>& offset) const
   }
   // No filter of these makes a chunk much larger than it was.
   RequireDecoded(size > 2 * mBytes + 65536 ? DecodeStatus::TooManyValues : DecodeStatus::Ok, mName,
-                 row, column, mWhere);
+                 row, column);
   std::vector<std::byte> bytes(size);
   std::uint32_t filterMask = 0;
   const herr_t err =
       H5Dread_chunk(mDataset_id, H5P_DEFAULT, offset.data(), &filterMask, bytes.data());
-  REQUIRE_AT(mWhere, err>=0, "H5Dread_chunk failed for name=" << mName);
+  REQUIRE_FOR_CALLER(err>=0, "H5Dread_chunk failed for name=" << mName);
   std::vector<FilterStep> steps;
   bool isAtEdge = false;
   for (std::size_t d = 0; d < mDims.size(); ++d) {
@@ -87,7 +87,7 @@ std::vector<std::byte> RawChunks::Read(const std::vector<hsize_t>& offset) const
       steps.push_back(mSteps[i]);
     }
   }
-  RequireDecoded(ChunkCodec::UndoFilters(bytes, steps, mBytes), mName, row, column, mWhere);
+  RequireDecoded(ChunkCodec::UndoFilters(bytes, steps, mBytes), mName, row, column);
   return bytes;
 }
 
@@ -107,8 +107,8 @@ void RawChunks::ForEach(const std::function<void(const std::vector<std::byte>&)>
 #else
 
 // Such a library hands out no chunks.
-RawChunks::RawChunks(hid_t dataset_id, const std::string& name, std::source_location where)
-    : mDataset_id(dataset_id), mName(name), mWhere(where) {}
+RawChunks::RawChunks(hid_t dataset_id, const std::string& name)
+    : mDataset_id(dataset_id), mName(name) {}
 
 std::vector<std::byte> RawChunks::Read(const std::vector<hsize_t>&) const {
   return {};
@@ -118,17 +118,15 @@ void RawChunks::ForEach(const std::function<void(const std::vector<std::byte>&)>
 
 #endif
 
-void RequireSoundStorage(hid_t dataset_id, long double claimed, const std::string& name,
-                         std::source_location where) {
+void RequireSoundStorage(hid_t dataset_id, long double claimed, const std::string& name) {
   const Vexa_H5::PropertyListHandle cparms_id(H5Dget_create_plist(dataset_id));
-  REQUIRE_AT(where, cparms_id>=0, "H5Dget_create_plist failed");
-  const Vexa_H5::ChunkGrid grid = Vexa_H5::ReadChunkGrid(dataset_id, cparms_id, where);
-  const std::uint64_t stored =
-      Vexa_H5::RequirePlausibleStorage(dataset_id, grid, claimed, name, where);
+  REQUIRE_FOR_CALLER(cparms_id>=0, "H5Dget_create_plist failed");
+  const Vexa_H5::ChunkGrid grid = Vexa_H5::ReadChunkGrid(dataset_id, cparms_id);
+  const std::uint64_t stored = Vexa_H5::RequirePlausibleStorage(dataset_id, grid, claimed, name);
   if (H5Pget_nfilters(cparms_id) == 0) {
-    RequireWholeChunks(dataset_id, grid, stored, name, where);
+    RequireWholeChunks(dataset_id, grid, stored, name);
   } else {
-    RawChunks(dataset_id, name, where).ForEach([](const auto&) {});
+    RawChunks(dataset_id, name).ForEach([](const auto&) {});
   }
 }
 

@@ -8,7 +8,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <source_location>
 #include <string>
 #include <vector>
 
@@ -18,13 +17,13 @@ namespace Tables {
 
 /// Fails unless a chunk was decoded: "H5Dread failed for name=<name>: damaged chunk at row ...".
 void RequireDecoded(ChunkCodec::DecodeStatus status, const std::string& name, std::uint64_t row,
-                    std::uint64_t column, std::source_location where);
+                    std::uint64_t column);
 
 /// Of an open dataset, which is lent, as is its name. Fails on filters that are not known here (see
 /// RequireKnownFilters).
 class RawChunks {
  public:
-  RawChunks(hid_t dataset_id, const std::string& name, std::source_location where);
+  RawChunks(hid_t dataset_id, const std::string& name);
 
   /// Whether there are chunks, and the library hands them out (since 1.10.3). If not, there is
   /// nothing to read.
@@ -40,7 +39,6 @@ class RawChunks {
  private:
   hid_t mDataset_id;
   const std::string& mName;
-  std::source_location mWhere;
   std::vector<hsize_t> mDims;
   std::vector<hsize_t> mExtents;  // of a chunk
   std::vector<ChunkCodec::FilterStep> mSteps;
@@ -51,7 +49,6 @@ class RawChunks {
 
 /// Fails unless an open dataset can hold the `claimed` bytes (see RequirePlausibleStorage), and all
 /// of its chunks are whole.
-void RequireSoundStorage(hid_t dataset_id, long double claimed, const std::string& name,
-                         std::source_location where);
+void RequireSoundStorage(hid_t dataset_id, long double claimed, const std::string& name);
 
 }  // namespace Tables

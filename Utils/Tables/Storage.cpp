@@ -10,8 +10,6 @@ namespace Tables {
 
 namespace {
 
-using Location = std::source_location;
-
 std::string FilterName(H5Z_filter_t number, const std::string& storedName, unsigned level) {
   switch (number) {
     case H5Z_FILTER_SHUFFLE:
@@ -39,9 +37,9 @@ bool Filter::HasItsParameters() const {
   }
 }
 
-std::vector<Filter> ReadFilters(hid_t cparms_id, Location where) {
+std::vector<Filter> ReadFilters(hid_t cparms_id) {
   const int count = H5Pget_nfilters(cparms_id);
-  REQUIRE_AT(where, count>=0, "H5Pget_nfilters failed");
+  REQUIRE_FOR_CALLER(count>=0, "H5Pget_nfilters failed");
   std::vector<Filter> filters;
   for (int i = 0; i < count; ++i) {
     unsigned flags = 0;
@@ -51,54 +49,51 @@ std::vector<Filter> ReadFilters(hid_t cparms_id, Location where) {
     const H5Z_filter_t number =
         H5Pget_filter2(cparms_id, static_cast<unsigned>(i), &flags, &parameters, &parameter,
                        name.size() - 1, name.data(), nullptr);
-    REQUIRE_AT(where, number>=0, "H5Pget_filter2 failed");
+    REQUIRE_FOR_CALLER(number>=0, "H5Pget_filter2 failed");
     filters.push_back({number, parameters, parameter, FilterName(number, name.data(), parameter)});
   }
   return filters;
 }
 
-void RequireKnownFilters(const std::vector<Filter>& filters, const std::string& name,
-                         Location where) {
+void RequireKnownFilters(const std::vector<Filter>& filters, const std::string& name) {
   int deflates = 0;
   for (const Filter& filter : filters) {
     const H5Z_filter_t number = filter.mNumber;
     deflates += number == H5Z_FILTER_DEFLATE ? 1 : 0;
     const bool isKnown = number == H5Z_FILTER_DEFLATE || number == H5Z_FILTER_SHUFFLE ||
                          number == H5Z_FILTER_FLETCHER32;
-    REQUIRE_AT(where, isKnown && deflates<=1,
+    REQUIRE_FOR_CALLER(isKnown && deflates<=1,
                name << " was written with other filters than shuffle, deflate and fletcher32: "
                     << filter.mName);
-    REQUIRE_AT(where, filter.HasItsParameters(),
+    REQUIRE_FOR_CALLER(filter.HasItsParameters(),
                name << " has a filter with parameters that it does not take: " << filter.mName
                     << " (" << filter.mParameters << " parameters, the first "
                     << filter.mParameter << ")");
   }
 }
 
-void RequireKnownFilters(hid_t dataset_id, const std::string& name, Location where) {
+void RequireKnownFilters(hid_t dataset_id, const std::string& name) {
   Vexa_H5::PropertyListHandle cparms_id(H5Dget_create_plist(dataset_id));
-  REQUIRE_AT(where, cparms_id>=0, "H5Dget_create_plist failed");
-  RequireKnownFilters(ReadFilters(cparms_id, where), name, where);
-  const herr_t err = cparms_id.Close();
-  REQUIRE_AT(where, 0==err, "H5Pclose failed");
+  REQUIRE_FOR_CALLER(cparms_id>=0, "H5Dget_create_plist failed");
+  RequireKnownFilters(ReadFilters(cparms_id), name);
+  cparms_id.Close();
 }
 
-Storage ReadStorage(hid_t dataset_id, Location where) {
+Storage ReadStorage(hid_t dataset_id) {
   Vexa_H5::PropertyListHandle cparms_id(H5Dget_create_plist(dataset_id));
-  REQUIRE_AT(where, cparms_id>=0, "H5Dget_create_plist failed");
+  REQUIRE_FOR_CALLER(cparms_id>=0, "H5Dget_create_plist failed");
   Storage storage;
-  for (Filter& filter : ReadFilters(cparms_id, where)) {
+  for (Filter& filter : ReadFilters(cparms_id)) {
     storage.mFilters.push_back(std::move(filter.mName));
   }
-  storage.mBytes = Vexa_H5::LookUpStoredBytes(
-      dataset_id, Vexa_H5::ReadChunkGrid(dataset_id, cparms_id, where), where);
-  const herr_t err = cparms_id.Close();
-  REQUIRE_AT(where, 0==err, "H5Pclose failed");
+  storage.mBytes =
+      Vexa_H5::LookUpStoredBytes(dataset_id, Vexa_H5::ReadChunkGrid(dataset_id, cparms_id));
+  cparms_id.Close();
   return storage;
 }
 
-void RequireOwnStorage(hid_t cparms_id, const std::string& name, Location where) {
-  REQUIRE_AT(where, H5Pget_layout(cparms_id)!=H5D_VIRTUAL && H5Pget_external_count(cparms_id)==0,
+void RequireOwnStorage(hid_t cparms_id, const std::string& name) {
+  REQUIRE_FOR_CALLER(H5Pget_layout(cparms_id)!=H5D_VIRTUAL && H5Pget_external_count(cparms_id)==0,
              name << " has its values in other files");
 }
 

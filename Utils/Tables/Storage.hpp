@@ -5,7 +5,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
-#include <source_location>
 #include <string>
 #include <vector>
 
@@ -24,13 +23,12 @@ struct Filter {
 
 /// The filters of a dataset, whose creation list this is, in their order, named as HDF5 and the
 /// makers of further filters name them.
-std::vector<Filter> ReadFilters(hid_t cparms_id, std::source_location where);
+std::vector<Filter> ReadFilters(hid_t cparms_id);
 
 /// Fails on a filter that is not ours, or has parameters with which the library undoes none. What
 /// HDF5 (1.10.8, tried) makes of a damaged chunk of another, such as scale-offset or szip, may be
 /// anything, and kill the process; and so may two deflates.
-void RequireKnownFilters(const std::vector<Filter>& filters, const std::string& name,
-                         std::source_location where);
+void RequireKnownFilters(const std::vector<Filter>& filters, const std::string& name);
 
 /// What a dataset takes on disk, and the filters that its chunks pass when they are written.
 struct Storage {
@@ -39,15 +37,15 @@ struct Storage {
 };
 
 /// Of an open dataset.
-Storage ReadStorage(hid_t dataset_id, std::source_location where);
+Storage ReadStorage(hid_t dataset_id);
 
 /// Fails if the values of a dataset, whose creation list this is, are not in its file: if it is
 /// virtual or has external storage. What such a dataset names may be anything, itself or a device,
 /// and is opened when the library is asked for extents or values.
-void RequireOwnStorage(hid_t cparms_id, const std::string& name, std::source_location where);
+void RequireOwnStorage(hid_t cparms_id, const std::string& name);
 
 /// Fails unless all the filters of an open dataset are known: then what is damaged is all that can
 /// keep a table from being read.
-void RequireKnownFilters(hid_t dataset_id, const std::string& name, std::source_location where);
+void RequireKnownFilters(hid_t dataset_id, const std::string& name);
 
 }  // namespace Tables

@@ -9,7 +9,7 @@
 #include <utility>
 
 #include "Utils/Containers/MyVector.hpp"
-#include "Utils/ErrorHandling/Require.hpp"
+#include "Utils/ErrorHandling/RequireFail.hpp"
 #include "Utils/Tensors/TensorIndexTable.hpp"
 
 template <class T>
@@ -22,7 +22,7 @@ class Tensor {
   template <class Each>
   Tensor(std::shared_ptr<const TensorStructure> structure, const Each& each)
       : mpStructure(std::move(structure)) {
-    REQUIRE(mpStructure != nullptr, "A tensor needs a structure");
+    VEXA_REQUIRE(mpStructure != nullptr, "A tensor needs a structure");
     mComponents.assign(MV::Size(static_cast<std::uint64_t>(mpStructure->NumberOfComponents())),
                        T(each));
   }
@@ -33,7 +33,7 @@ class Tensor {
 
   /// Fails for a tensor made by the default constructor: "The tensor has no structure".
   const TensorStructure& Structure() const {
-    REQUIRE(mpStructure != nullptr, "The tensor has no structure");
+    VEXA_REQUIRE(mpStructure != nullptr, "The tensor has no structure");
     return *mpStructure;
   }
   /// The number of components.

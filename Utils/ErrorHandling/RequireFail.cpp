@@ -1,4 +1,4 @@
-#include "Utils/ErrorHandling/Require.hpp"
+#include "Utils/ErrorHandling/RequireFail.hpp"
 
 #include <cmath>
 #include <cstdlib>
@@ -11,9 +11,19 @@
 
 namespace {
 thread_local const ReportContext* pInnermostContext = nullptr;
+
+std::string_view WithoutDirectory(std::string_view path) {
+  return path.substr(path.rfind('/') + 1);  // npos + 1 is 0
+}
+
 }  // namespace
 
 void RequireFail(const char* condition, const char* file, int line, const std::string& message) {
+  RequireFail(condition, file, line, message, file);
+}
+
+void RequireFail(const char* condition, const char* file, int line, const std::string& message,
+                 const char* sourceFile) {
   std::ostringstream report;
   report.exceptions(std::ios_base::badbit);  // where there is no memory, that is reported instead
   report << "\n#######################  REQUIRE  FAILED  #######################\n"
@@ -23,6 +33,10 @@ void RequireFail(const char* condition, const char* file, int line, const std::s
   const std::string context = ReportContext::Current();
   if (!context.empty()) {
     report << (message.empty() || message.back() == '\n' ? "" : "\n") << context;
+    const bool namesBoth = !ReportContext::Dataset().empty() && !ReportContext::File().empty();
+    if (namesBoth && ReportLabel(file) != ReportLabel(sourceFile)) {
+      report << " (" << WithoutDirectory(sourceFile) << ':' << line << ')';
+    }
   }
   report << "\n#################################################################\n";
   Breakpoint();
@@ -71,10 +85,7 @@ RequireMessage& RequireMessage::Take(Breaks breaks) {
 }
 
 std::string ReportLabel(const char* path) {
-  std::string_view name(path);
-  if (const std::size_t slash = name.rfind('/'); slash != std::string_view::npos) {
-    name.remove_prefix(slash + 1);
-  }
+  const std::string_view name = WithoutDirectory(path);
   return std::string(name.substr(0, name.rfind('.')));
 }
 
