@@ -61,14 +61,10 @@ int DescriptorOf(hid_t file_id) {
   unsigned intent = 0;
   herr_t err = H5Fget_intent(file_id, &intent);
   REQUIRE_FOR_CALLER(err>=0, "H5Fget_intent failed");
-#if H5_VERSION_GE(1, 10, 1)
   haddr_t imageAddress = 0;
   hsize_t imageSize = 0;
   err = H5Fget_mdc_image_info(file_id, &imageAddress, &imageSize);
   REQUIRE_FOR_CALLER(err>=0, "H5Fget_mdc_image_info failed");
-#else
-  const hsize_t imageSize = 0;
-#endif
   const PropertyListHandle fapl_id(H5Fget_access_plist(file_id));
   REQUIRE_FOR_CALLER(fapl_id>=0, "H5Fget_access_plist failed");
   if ((intent & H5F_ACC_RDWR) != 0 || imageSize > 0 || H5Pget_driver(fapl_id) != H5FD_SEC2) {
@@ -104,8 +100,9 @@ GlobalHeap::OpenFile& GlobalHeap::FileOf(hid_t object_id) {
   REQUIRE_FOR_CALLER(err>=0, "H5Pget_sizes failed");
   const std::size_t most = sizeof(std::uint64_t);
   REQUIRE_FOR_CALLER(file.mAddressBytes<=most && file.mSizeBytes<=most,
-             "Addresses of " << file.mAddressBytes << " bytes and sizes of " << file.mSizeBytes
-                             << " are not read");
+                     "Addresses of " << file.mAddressBytes << " bytes and sizes of "
+                     << file.mSizeBytes
+                                     << " are not read");
   hsize_t base = 0;
   err = H5Pget_userblock(fcpl_id, &base);
   REQUIRE_FOR_CALLER(err>=0, "H5Pget_userblock failed");
@@ -132,21 +129,23 @@ void GlobalHeap::RequireString(std::span<const std::byte> element, bool mayShare
       LittleEndian(element.data() + sLengthBytes + mFile.mAddressBytes, sIndexBytes);
   if (address == 0) {
     REQUIRE_FOR_CALLER(length==0,
-               mFailure << ": a string of " << length << " characters has no address");
+                       mFailure << ": a string of " << length << " characters has no address");
     return;
   }
   Use& use = At(address);
   const std::vector<Object>& objects = use.mpCollection->mObjects;
   const auto object = std::ranges::lower_bound(objects, index, {}, &Object::mIndex);
   REQUIRE_FOR_CALLER(object!=objects.end() && object->mIndex==index,
-             mFailure << ": there is no string " << index << " in the collection at " << address);
+                     mFailure << ": there is no string " << index << " in the collection at "
+                     << address);
   REQUIRE_FOR_CALLER(object->mSize==length,
-             mFailure << ": string " << index << " in the collection at " << address << " has "
-                      << object->mSize << " characters instead of " << length);
+                     mFailure << ": string " << index << " in the collection at " << address
+                     << " has "
+                              << object->mSize << " characters instead of " << length);
   const auto position = static_cast<std::size_t>(object - objects.begin());
   REQUIRE_FOR_CALLER(mayShare || !use.mIsTaken[position],
-             mFailure << ": two strings are string " << index << " in the collection at "
-                      << address);
+                     mFailure << ": two strings are string " << index << " in the collection at "
+                              << address);
   use.mIsTaken[position] = true;
 }
 
@@ -171,12 +170,12 @@ GlobalHeap::Use& GlobalHeap::At(std::uint64_t address) {
   const bool isApart = (next == mUses.end() || end <= next->first) &&
                        (next == mUses.begin() || endOf(std::prev(next)->second) <= address);
   REQUIRE_FOR_CALLER(isApart,
-             mFailure << ": the collection at " << address << " overlaps with another");
+                     mFailure << ": the collection at " << address << " overlaps with another");
   mIndices += use.mIsTaken.empty() ? 0 : use.mpCollection->mObjects.back().mIndex;
   mMostIndices += use.mpCollection->mSize / sHeaderBytes;
   REQUIRE_FOR_CALLER(mIndices<=mMostIndices,
-             mFailure << ": the collections up to that at " << address
-                      << " claim more strings than they have room for");
+                     mFailure << ": the collections up to that at " << address
+                              << " claim more strings than they have room for");
   return mUses.emplace_hint(next, address, std::move(use))->second;
 }
 
@@ -184,15 +183,15 @@ GlobalHeap::CollectionPointer GlobalHeap::ReadCollection(std::uint64_t address) 
   constexpr std::string_view signature("GCOL\1", 5);
   const std::byte* pHeader = Bytes(address, sHeaderBytes);
   REQUIRE_FOR_CALLER(std::equal(signature.begin(), signature.end(), reinterpret_cast<const char*>(pHeader)),
-             mFailure << ": there is no collection of strings at " << address);
+                     mFailure << ": there is no collection of strings at " << address);
   auto pCollection = std::make_shared<Collection>();
   pCollection->mAddress = address;
   pCollection->mSize = OfWord(pHeader + sSizeAt, mFile.mSizeBytes);
   const bool isInFile =
       pCollection->mSize >= sSmallestCollection && pCollection->mSize <= mFile.mFileSize - address;
   REQUIRE_FOR_CALLER(isInFile,
-             mFailure << ": the collection at " << address << " has " << pCollection->mSize
-                      << " bytes, its file " << mFile.mFileSize);
+                     mFailure << ": the collection at " << address << " has " << pCollection->mSize
+                              << " bytes, its file " << mFile.mFileSize);
   ReadObjects(*pCollection);
   return pCollection;
 }
@@ -214,8 +213,9 @@ void GlobalHeap::ReadObjects(Collection& collection) {
     const bool fits = isFreeRoom ? size >= sHeaderBytes && size <= room && !hasFreeRoom
                                  : size <= room && sHeaderBytes + Padded(size) <= room;
     REQUIRE_FOR_CALLER(fits,
-               mFailure << ": the collection at " << collection.mAddress << " is damaged at "
-                        << at);
+                       mFailure << ": the collection at " << collection.mAddress
+                       << " is damaged at "
+                                << at);
     if (isFreeRoom) {
       hasFreeRoom = true;
       at += size;
@@ -229,8 +229,8 @@ void GlobalHeap::ReadObjects(Collection& collection) {
     std::ranges::sort(objects, {}, &Object::mIndex);
     const auto twice = std::ranges::adjacent_find(objects, {}, &Object::mIndex);
     REQUIRE_FOR_CALLER(twice==objects.end(),
-               mFailure << ": the collection at " << collection.mAddress << " has string "
-                        << twice->mIndex << " twice");
+                       mFailure << ": the collection at " << collection.mAddress << " has string "
+                                << twice->mIndex << " twice");
   }
 }
 
@@ -239,7 +239,8 @@ const std::byte* GlobalHeap::Bytes(std::uint64_t address, std::size_t count) {
   std::uint64_t at = address - mWindowAddress;
   if (at > mWindow.size() || count > mWindow.size() - at) {
     REQUIRE_FOR_CALLER(address<=mFile.mFileSize && count<=mFile.mFileSize-address,
-               mFailure << ": a collection at " << address << " is beyond the end of the file");
+                       mFailure << ": a collection at " << address
+                       << " is beyond the end of the file");
     mWindow.resize(std::min(sSmallestCollection, mFile.mFileSize - address));
     mWindowAddress = address;
     at = 0;
@@ -248,7 +249,7 @@ const std::byte* GlobalHeap::Bytes(std::uint64_t address, std::size_t count) {
       const ssize_t bytes = pread(mFile.mDescriptor, mWindow.data() + done, mWindow.size() - done,
                                   static_cast<off_t>(mFile.mBase + address + done));
       REQUIRE_FOR_CALLER(bytes>0 || (bytes<0 && errno==EINTR),
-                 mFailure << ": the strings at " << address << " cannot be read");
+                         mFailure << ": the strings at " << address << " cannot be read");
       done += bytes > 0 ? static_cast<std::size_t>(bytes) : 0;
     }
     mWindow.resize(done);

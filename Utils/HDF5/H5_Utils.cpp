@@ -124,19 +124,11 @@ std::string FixedLengthString(const char* text, std::size_t size, H5T_str_t padd
   return result;
 }
 
-}  // namespace
-
-namespace {
-
 // What the library holds of a dataset of a file that is only read goes when the dataset is closed,
 // so that reading many datasets takes no more memory than reading one. A file that is open already,
 // as an input to which an external link leads can be, must be opened again in the same way.
-herr_t EvictOnClose([[maybe_unused]] unsigned flags, [[maybe_unused]] hid_t fapl_id) {
-#if H5_VERSION_GE(1, 10, 1)
+herr_t EvictOnClose(unsigned flags, hid_t fapl_id) {
   return (flags & H5F_ACC_RDWR) != 0 ? 0 : H5Pset_evict_on_close(fapl_id, true);
-#else
-  return 0;
-#endif
 }
 
 // Where the library looks for the file of an external link: in the folders of an environment
@@ -242,7 +234,7 @@ void Vexa_H5::set_libver_bounds(hid_t fapl_id) {
   const H5F_libver_t high = H5F_LIBVER_LATEST;
   const herr_t err = H5Pset_libver_bounds(fapl_id, low, high);
   REQUIRE(err>=0, "H5Pset_libver_bounds(fapl_id," << static_cast<int>(low) << " , "
-                                                  << static_cast<int>(high) << ") failed: " << err);
+          << static_cast<int>(high) << ") failed: " << err);
 }
 
 PropertyListHandle Vexa_H5::UntimedCreation(hid_t propertyListClass) {
@@ -267,7 +259,7 @@ hid_t Vexa_H5::CreateFile(const std::string& path, int verbosity, bool staysRead
       RemoveNewFile(path);
     }
     REQUIRE(file_id>=0, "H5Fcreate(" << path << ", ...) failed"
-                                     << (error ? ": " + StrError(*error) : ""));
+            << (error ? ": " + StrError(*error) : ""));
   }
   return file_id;
 }
@@ -323,8 +315,8 @@ hid_t Vexa_H5::OpenFile(const std::string& path, H5AccessType access, int verbos
     return file_id;
   }
   REQUIRE(file_id>=0, (isNew ? "H5Fcreate(" : "H5Fopen(")
-                          << path << ", ...) failed"
-                          << (isLocked ? ": another program has the file locked" : ""));
+          << path << ", ...) failed"
+          << (isLocked ? ": another program has the file locked" : ""));
   if (wait != nullptr) {
     wait->mIsNew = isNew;
   }
@@ -453,10 +445,10 @@ std::vector<std::string> Vexa_H5::ReadStrings(hid_t object_id, hid_t fileType, h
                                               const std::function<herr_t(hid_t, void*)>& read,
                                               const StringReadMessages& messages) {
   REQUIRE_FOR_CALLER(H5Tget_class(fileType)==H5T_STRING,
-             messages.mRead << ": expected strings, found another type");
+                     messages.mRead << ": expected strings, found another type");
   const H5T_cset_t characterSet = H5Tget_cset(fileType);
   REQUIRE_FOR_CALLER(characterSet==H5T_CSET_ASCII || characterSet==H5T_CSET_UTF8,
-             "Unknown character set " << static_cast<int>(characterSet));
+                     "Unknown character set " << static_cast<int>(characterSet));
   const bool isVariable = H5Tis_variable_str(fileType) > 0;
   DatatypeHandle memtype_id(H5Tcopy(isVariable ? H5T_C_S1 : fileType));
   REQUIRE_FOR_CALLER(memtype_id>=0, "H5Tcopy failed");
@@ -465,7 +457,7 @@ std::vector<std::string> Vexa_H5::ReadStrings(hid_t object_id, hid_t fileType, h
   if (isVariable) {
     // Of other elements the library would make characters without a word.
     REQUIRE_FOR_CALLER(ConsistsOfCharacters(fileType),
-               messages.mRead << ": the strings do not consist of characters");
+                       messages.mRead << ": the strings do not consist of characters");
     RequireStringsInFile(object_id, count, messages.mRead);
     herr_t err = H5Tset_size(memtype_id, HdfConst::H5T_Variable());
     REQUIRE_FOR_CALLER(0==err, "H5Tset_size failed");
@@ -499,6 +491,6 @@ void Vexa_H5::RequirePlausibleSize(long double claimed, std::uint64_t stored,
   const long double harmless = 64.0L * 1024 * 1024;
   const long double largest = std::max(harmless, 20000.0L * static_cast<long double>(stored));
   REQUIRE_FOR_CALLER(claimed<=largest, name << " claims " << static_cast<double>(claimed)
-                                           << " bytes of values, but only " << stored
-                                           << " bytes are stored");
+                     << " bytes of values, but only " << stored
+                     << " bytes are stored");
 }

@@ -88,7 +88,7 @@ std::uint64_t BytesOfFillValue(hid_t cparms_id) {
   const std::string_view name("fill_value\0", 11);
   const std::size_t at = list.find(name);
   REQUIRE_FOR_CALLER(at!=std::string::npos && list.size()-at>=name.size()+10,
-             "H5Pencode failed: there is no fill value");
+                     "H5Pencode failed: there is no fill value");
   std::uint64_t bytes = 0;
   for (std::size_t i = 8; i > 0; --i) {
     bytes = bytes << 8 | static_cast<unsigned char>(list[at + name.size() + 1 + i]);
@@ -105,8 +105,9 @@ void RequireFittingFillValue(hid_t cparms_id, hid_t type_id, const std::string& 
   if (kind == H5D_FILL_VALUE_USER_DEFINED) {
     const std::uint64_t bytes = BytesOfFillValue(cparms_id);
     REQUIRE_FOR_CALLER(bytes==H5Tget_size(type_id),
-               "H5Dread failed for name=" << name << ": its fill value has " << bytes
-                                          << " bytes, its elements " << H5Tget_size(type_id));
+                       "H5Dread failed for name=" << name << ": its fill value has " << bytes
+                                                  << " bytes, its elements "
+                       << H5Tget_size(type_id));
   }
 }
 
@@ -114,7 +115,7 @@ DatatypeHandle RequireNumbers(hid_t dataset_id, const std::string& name) {
   DatatypeHandle type_id(H5Dget_type(dataset_id));
   REQUIRE_FOR_CALLER(type_id>=0, "H5Dget_type failed");
   REQUIRE_FOR_CALLER(IsNumber(type_id),
-             "H5Dread failed for name=" << name << ": its elements are no numbers");
+                     "H5Dread failed for name=" << name << ": its elements are no numbers");
   return type_id;
 }
 
@@ -122,7 +123,7 @@ void RequireStringsOrNumbers(hid_t dataset_id, const std::string& name) {
   DatatypeHandle type_id(H5Dget_type(dataset_id));
   REQUIRE_FOR_CALLER(type_id>=0, "H5Dget_type failed");
   REQUIRE_FOR_CALLER(IsString(type_id) || IsNumber(type_id),
-             "H5Dread failed: " << name << " holds neither strings nor characters");
+                     "H5Dread failed: " << name << " holds neither strings nor characters");
   type_id.Close();
 }
 

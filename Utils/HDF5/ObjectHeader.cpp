@@ -161,8 +161,8 @@ void Header::RequireFittingAttribute(Bytes data) const {
   const std::uint64_t spaceAt = typeAt + padded(NumberAt(data, 4, 2));
   const std::uint64_t valuesAt = spaceAt + padded(NumberAt(data, 6, 2));
   REQUIRE_FOR_CALLER(valuesAt<=data.size(),
-             "Damaged header: an attribute of " << valuesAt << " bytes and its values in "
-                                                << data.size());
+                     "Damaged header: an attribute of " << valuesAt << " bytes and its values in "
+                                                        << data.size());
   const bool isElsewhere = version > 1 && NumberAt(data, 1, 1) != 0;  // its type or its space
   const Bytes space = From(data, spaceAt);
   const bool isEmpty = NumberAt(space, 0, 1) > 1 && NumberAt(space, 3, 1) == 2;
@@ -178,7 +178,8 @@ void Header::RequireFittingAttribute(Bytes data) const {
   std::uint64_t size = std::ranges::count(extents, 0U) > 0 ? 0 : 1;
   for (const std::uint64_t extent : extents) {
     REQUIRE_FOR_CALLER(size==0 || extent<=room/size,
-               "Damaged header: the values of an attribute do not fit its " << room << " bytes");
+                       "Damaged header: the values of an attribute do not fit its " << room
+                       << " bytes");
     size *= extent;
   }
 }
@@ -199,8 +200,9 @@ void Header::RequireFittingTree(std::uint64_t address) const {
   const bool fits = record > 0 && node >= 2 * record + besides &&
                     node <= mFile.mFileSize / (depth + 1) && records <= mFile.mFileSize / record;
   REQUIRE_FOR_CALLER(fits,
-             "Damaged header: a tree of depth " << depth << " and nodes of " << node << " bytes for "
-                                                << records << " records of " << record);
+                     "Damaged header: a tree of depth " << depth << " and nodes of " << node
+                     << " bytes for "
+                                                        << records << " records of " << record);
 }
 
 // Of the links or attributes of one object.
@@ -215,14 +217,14 @@ void Header::RequireSoundHeap(std::uint64_t address) const {
   const std::uint64_t hugeObjects = NumberAt(bytes, 14 + 7 * sizes + 2 * addresses, sizes);
   const std::uint64_t none = ~std::uint64_t{0} >> (64 - 8 * addresses);
   REQUIRE_FOR_CALLER(hugeObjects>0 || hugeTree==none,
-             "Damaged header: a tree of huge objects at " << hugeTree << ", of which there are none");
+                     "Damaged header: a tree of huge objects at " << hugeTree
+                     << ", of which there are none");
   RequireFittingTree(hugeTree);
 }
 
 }  // namespace
 
-void Vexa_H5::RequireSoundHeader([[maybe_unused]] hid_t object_id) {
-#if H5_VERSION_GE(1, 10, 3)  // before which the address is not had without the attributes
+void Vexa_H5::RequireSoundHeader(hid_t object_id) {
   const GlobalHeap::OpenFile& file = GlobalHeap::FileOf(object_id);
   if (file.mDescriptor < 0) {
     return;
@@ -231,5 +233,4 @@ void Vexa_H5::RequireSoundHeader([[maybe_unused]] hid_t object_id) {
   const herr_t err = H5Oget_info2(object_id, &info, H5O_INFO_BASIC);
   REQUIRE_FOR_CALLER(err>=0, "H5Oget_info2 failed");
   Header(file).RequireSound(info.addr);
-#endif
 }

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <limits>
-#include <tuple>
 
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/HDF5/H5_Utils.hpp"
@@ -48,7 +47,7 @@ std::optional<std::uint64_t> WalkTree(hid_t dataset_id, const ChunkGrid&, std::u
   return result == H5_ITER_STOP ? std::nullopt : std::optional(walk.mBytes);
 }
 
-#elif H5_VERSION_GE(1, 10, 5)
+#else
 
 // The same, for a library that does not let a walk be ended.
 std::optional<std::uint64_t> WalkTree(hid_t dataset_id, const ChunkGrid& grid,
@@ -70,8 +69,6 @@ std::optional<std::uint64_t> WalkTree(hid_t dataset_id, const ChunkGrid& grid,
 }
 
 #endif
-
-#if H5_VERSION_GE(1, 10, 5)
 
 bool HasTree(hid_t dataset_id) {
   H5D_chunk_index_t index = H5D_CHUNK_IDX_BTREE;
@@ -103,23 +100,6 @@ std::optional<std::uint64_t> LookUpEach(hid_t dataset_id, const ChunkGrid& grid,
   return bytes;
 }
 
-#else
-
-// Such a library tells no more.
-bool HasTree(hid_t) {
-  return false;
-}
-
-std::optional<std::uint64_t> WalkTree(hid_t, const ChunkGrid&, std::uint64_t) {
-  return {};
-}
-
-std::optional<std::uint64_t> LookUpEach(hid_t dataset_id, const ChunkGrid&, std::uint64_t) {
-  return H5Dget_storage_size(dataset_id);
-}
-
-#endif
-
 }  // namespace
 
 long double ChunkGrid::Places() const {
@@ -134,7 +114,7 @@ ChunkGrid ReadChunkGrid(hid_t dataset_id, hid_t cparms_id) {
   const DataspaceHandle space_id(H5Dget_space(dataset_id));
   REQUIRE_FOR_CALLER(space_id>=0, "H5Dget_space failed");
   ChunkGrid grid;
-  grid.mDims = Vexa_H5::Extents(space_id);
+  grid.mDims = Extents(space_id);
   const H5D_layout_t layout = H5Pget_layout(cparms_id);
   REQUIRE_FOR_CALLER(layout>=0, "H5Pget_layout failed");
   if (layout == H5D_CHUNKED) {
@@ -143,7 +123,7 @@ ChunkGrid ReadChunkGrid(hid_t dataset_id, hid_t cparms_id) {
         H5Pget_chunk(cparms_id, static_cast<int>(grid.mChunk.size()), grid.mChunk.data());
     REQUIRE_FOR_CALLER(rank>0 && rank==static_cast<int>(grid.mChunk.size()), "H5Pget_chunk failed");
     REQUIRE_FOR_CALLER(std::ranges::count(grid.mChunk, hsize_t{0})==0,
-               "H5Pget_chunk failed: a chunk has no extent");
+                       "H5Pget_chunk failed: a chunk has no extent");
   }
   return grid;
 }
@@ -188,28 +168,29 @@ std::optional<std::uint64_t> LookUpStoredBytes(hid_t dataset_id, const ChunkGrid
 std::uint64_t RequirePlausibleStorage(hid_t dataset_id, const ChunkGrid& grid, long double claimed,
                                       const std::string& name) {
   const std::uint64_t fileSize = FileSizeOf(dataset_id);
-  Vexa_H5::RequirePlausibleSize(claimed, fileSize, name);
+  RequirePlausibleSize(claimed, fileSize, name);
   if (!HasFewPlaces(grid, fileSize) && !HasTree(dataset_id)) {
     return fileSize;
   }
   const std::optional<std::uint64_t> stored = LookUp(dataset_id, grid, fileSize);
   REQUIRE_FOR_CALLER(stored.has_value(),
-             name << " claims more chunks, or more bytes in them, than its file of " << fileSize
-                  << " bytes has room for");
-  Vexa_H5::RequirePlausibleSize(claimed, *stored, name);
+                     name << " claims more chunks, or more bytes in them, than its file of "
+                     << fileSize
+                          << " bytes has room for");
+  RequirePlausibleSize(claimed, *stored, name);
   return *stored;
 }
 
 std::uint64_t BytesOfChunk(hid_t dataset_id, const ChunkGrid& grid, const std::string& name) {
   const DatatypeHandle type_id(H5Dget_type(dataset_id));
   REQUIRE_FOR_CALLER(type_id>=0, "H5Dget_type failed");
-  const std::uint64_t elementBytes = Vexa_H5::ElementBytes(dataset_id, type_id);
+  const std::uint64_t elementBytes = ElementBytes(dataset_id, type_id);
   long double bytes = static_cast<long double>(elementBytes);
   for (const hsize_t extent : grid.mChunk) {
     bytes *= static_cast<long double>(extent);
   }
   REQUIRE_FOR_CALLER(bytes<=std::numeric_limits<std::uint32_t>::max(),
-             name << " claims chunks of " << static_cast<double>(bytes) << " bytes");
+                     name << " claims chunks of " << static_cast<double>(bytes) << " bytes");
   return static_cast<std::uint64_t>(bytes);
 }
 
@@ -218,7 +199,6 @@ void RequireWholeChunks(hid_t dataset_id, const ChunkGrid& grid, std::uint64_t s
   if (grid.mChunk.empty() || !HasTree(dataset_id)) {
     return;
   }
-#if H5_VERSION_GE(1, 10, 5)
   const DataspaceHandle space_id(H5Dget_space(dataset_id));
   REQUIRE_FOR_CALLER(space_id>=0, "H5Dget_space failed");
   hsize_t chunks = 0;
@@ -226,10 +206,7 @@ void RequireWholeChunks(hid_t dataset_id, const ChunkGrid& grid, std::uint64_t s
   REQUIRE_FOR_CALLER(err>=0, "H5Dget_num_chunks failed");
   const std::uint64_t expected = chunks * BytesOfChunk(dataset_id, grid, name);
   REQUIRE_FOR_CALLER(stored==expected, "Damaged chunks in " << name << ": " << stored
-                                                           << " bytes instead of " << expected);
-#else
-  static_cast<void>(std::tie(stored, name));  // such a library cannot tell
-#endif
+                     << " bytes instead of " << expected);
 }
 
 }  // namespace Vexa_H5

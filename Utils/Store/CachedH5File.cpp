@@ -33,8 +33,7 @@ std::string RealPathOf(const std::string& filename, const FileIdentity& identity
 // The path of a file that is to be created. What has the name already is not looked at.
 std::string NewPath(const std::string& filename) {
   const std::string dir = GetDirectoryFromPath(filename);
-  REQUIRE(DirectoryExists(dir),
-          "Tried to create file " << filename << " in nonexistent directory");
+  REQUIRE(DirectoryExists(dir), "Tried to create file " << filename << " in nonexistent directory");
   const std::string path = Realpath(dir);
   return (path == "/" ? "" : path) + "/" + GetFilenameFromPath(filename);
 }
@@ -49,7 +48,7 @@ std::string FullPath(const std::string& filename, H5AccessType atype) {
 
 void RequireType(const H5_Node* ptr, const std::string& typ) {
   REQUIRE(typ==ptr->Type(), "Type of name and OBJECT inconsistent.  ptr->Type()='"
-                                << ptr->Type() << "', but OBJECT::ClassID()='" << typ << "'");
+          << ptr->Type() << "', but OBJECT::ClassID()='" << typ << "'");
 }
 
 }  // namespace
@@ -144,7 +143,7 @@ H5_Object& CachedH5File::GetObjectForRead_(const std::string& name, const std::s
   RequireType(ptr, typ);
   if (!ptr->WasOnDisk() && !mpFile->IsOpenForWriting() && !mpFile->Contains(*ptr)) {
     REQUIRE(mAtype==ReadWrite, "'" << name << "' is not in file " << mpFile->Filename() << " yet; "
-                                   << ptr->SizeOfCache() << " bytes of it wait in memory");
+            << ptr->SizeOfCache() << " bytes of it wait in memory");
     // Readers that are in the way are passed after a while.
     mpFile->CloseFile();
     mpFile->OpenFile();
@@ -195,12 +194,7 @@ std::string CachedH5File::OpenedStamp() const {
 
 void CachedH5File::CloseObjects() {
   const InsideStore inside;
-#if H5_VERSION_GE(1, 10, 1)
   mpFile->CloseObjectsInGroups();
-#else
-  // Only closing the file makes such a library let go of what it read.
-  mpFile->CloseFile();
-#endif
 }
 
 void CachedH5File::CloseFile() {

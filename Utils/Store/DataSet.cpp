@@ -22,8 +22,9 @@ void DataSet::RequireConsistentExistence(bool h5_exists) {
   mExistsInFile = mIsExistenceKnown ? mExistsInFile : h5_exists;
   mIsExistenceKnown = true;
   REQUIRE_FOR_CALLER(h5_exists==mExistsInFile,
-             "Existence of group is inconsistently reported by h5-library and\nH5_Node.  mName="
-                 << mName << ", h5_exists=" << h5_exists << ", mExistsInFile=" << mExistsInFile);
+                     "Existence of group is inconsistently reported by h5-library and\nH5_Node.  mName="
+                         << mName << ", h5_exists=" << h5_exists << ", mExistsInFile="
+                     << mExistsInFile);
 }
 
 std::vector<hsize_t> DataSet::FileExtents() const {
@@ -125,13 +126,13 @@ std::vector<std::string> DataSet::ReadAllStrings(std::size_t count) const {
   REQUIRE_FOR_CALLER(dataspace_id>=0, "H5Dget_space failed");
   const auto npoints = H5Sget_simple_extent_npoints(dataspace_id);
   REQUIRE_FOR_CALLER(npoints>=0 && static_cast<std::size_t>(npoints)==count,
-             "dataset-size inconsistent with expected size");
+                     "dataset-size inconsistent with expected size");
   std::vector<std::string> strings;
   if (count == 0) {
     REQUIRE_FOR_CALLER(H5Tget_class(my_dtype_id)==H5T_STRING, mName << " is of another type");
   } else {
     REQUIRE_FOR_CALLER(H5Tis_variable_str(my_dtype_id)>0 || H5Tget_class(my_dtype_id)!=H5T_STRING,
-               "H5Dread failed: " << mName << " has strings of fixed length");
+                       "H5Dread failed: " << mName << " has strings of fixed length");
     // Of the library's memory and ours together, for a string of no length.
     const long double bytesOfString = 280;
     Tables::RequireSoundStorage(mMy_id, bytesOfString * static_cast<long double>(count), mName);

@@ -183,8 +183,9 @@ bool H5_File::Contains(const H5_Node& node) const {
 
 void H5_File::CountNode() {
   ++mNodes;
-  REQUIRE(mNodes<=mMostNodes, "File " << mFilename << " leads to more objects than it has room for; "
-                                      << "its links go round in circles");
+  REQUIRE(mNodes<=mMostNodes, "File " << mFilename
+          << " leads to more objects than it has room for; "
+          << "its links go round in circles");
 }
 
 HeldFile H5_File::Hold() const {
@@ -328,7 +329,7 @@ bool H5_File::WriteCache(Vexa_H5::LockWait wait) {
   // What waits was appended before the file was requested ReadOnly.
   if (!mIsWaiting) {
     REQUIRE(mAtype==ReadWrite, "Consistency error: Called WriteCache() on ReadOnly file "
-                                   << mFilename << "\nwith a non-zero cache size " << size);
+            << mFilename << "\nwith a non-zero cache size " << size);
   }
   if (IsFileOpen() && !mIsOpenForWriting) {
     return false;

@@ -130,10 +130,10 @@ void H5_Node::InitChildrenFromDir(const Ancestors* above) {
       list += name + " ";
     }
     REQUIRE(false, "H5_Node: file " << Filename() << " contains these unidentified objects:\n"
-                                    << list << "\n"
-                                    << "You are likely trying to work with new-style h5-utilities\n"
-                                    << "on non-conpliant h5-files like Vars_SphereA0.h5.\n"
-                                    << "Or you have linked without H5 in your FACTORY_LIBS.\n");
+            << list << "\n"
+            << "You are likely trying to work with new-style h5-utilities\n"
+            << "on non-conpliant h5-files like Vars_SphereA0.h5.\n"
+            << "Or you have linked without H5 in your FACTORY_LIBS.\n");
   }
 }
 
@@ -141,10 +141,10 @@ void H5_Node::RequireNoCycle(const Ancestors& group) const {
   for (const Ancestors* outer = group.mpAbove; outer != nullptr; outer = outer->mpAbove) {
     const bool isItself = outer->mFile == group.mFile && outer->mAddress == group.mAddress;
     REQUIRE(!isItself, "Group '" << FullName() << "' of file " << Filename()
-                                 << " contains itself through a link");
+            << " contains itself through a link");
   }
   REQUIRE(group.mDepth<=sDeepestGroup, "Groups of file " << Filename() << " are nested more than "
-                                                         << sDeepestGroup << " deep");
+          << sDeepestGroup << " deep");
 }
 
 H5_Node& H5_Node::InsertChild(const std::string& name, Origin origin) {

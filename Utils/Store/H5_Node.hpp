@@ -71,8 +71,8 @@ class H5_Node final : private CacheListener {
   template <class OBJECT>
   OBJECT& GetObject() const {
     VEXA_REQUIRE(OBJECT::ClassID()==Type(), "Node contains H5_Object '"
-                                           << Type() << "', but requesting\nto cast into H5_Object '"
-                                           << OBJECT::ClassID() << "'");
+                 << Type() << "', but requesting\nto cast into H5_Object '"
+                 << OBJECT::ClassID() << "'");
     OBJECT* ptr = dynamic_cast<OBJECT*>(&Object());
     VEXA_REQUIRE(ptr!=0, "consistency error dynamic_cast failed");
     return *ptr;

@@ -230,7 +230,8 @@ void Dat::WriteCacheDetail(std::uint64_t rows,
 void Dat::WriteManyStepsImmediately(const std::vector<double>& data) {
   WriteCache();
   // Every double counts as one row, which only makes sense in a table of one column.
-  REQUIRE(data.empty() || mExtents[1]==1, "WriteManyStepsImmediately needs a dataset of one column\nName=" << mName);
+  REQUIRE(data.empty() || mExtents[1]==1,
+          "WriteManyStepsImmediately needs a dataset of one column\nName=" << mName);
   WriteManyStepsImmediately_(data.size(),
                              [&data](Tables::ColumnWriter& writer) { writer.Append(data); });
 }
@@ -240,8 +241,7 @@ void Dat::WriteManyStepsImmediately_(std::uint64_t rows,
   const InsideStore inside;
   WriteCache();
   mTrace.Line(4, "Dat WriteManyStepsImmediately ", mName);
-  REQUIRE(IsObjectOpen(),
-          "Consistency error: Called WriteManyStepsImmediately on a closed object");
+  REQUIRE(IsObjectOpen(), "Consistency error: Called WriteManyStepsImmediately on a closed object");
   REQUIRE(mExtents.Size()==2, "Internal error");
   if (rows > 0) {
     WriteCacheDetail(rows, [&](const Tables::OpenTable& table) {
@@ -346,7 +346,8 @@ MyVector<MyVector<double>> Dat::RetrieveColumns(const MyVector<int>& columns,
           "Dat::RetrieveColumns reads from the file only; rows from " << mExtents[0]
                                                                       << " on are still cached");
   REQUIRE(first <= one_past_last,
-          "Dat::RetrieveColumns called with first=" << first << ", one_past_last=" << one_past_last);
+          "Dat::RetrieveColumns called with first=" << first << ", one_past_last="
+          << one_past_last);
   const unsigned long long rows = one_past_last - first;
   MyVector<MyVector<double>> result;
   result.assign(MV::Size(columns.size()), MV::Size(rows));

@@ -71,7 +71,8 @@ void TensorSpec::RequireStorable() const {
     canBeStored = canBeStored && depth >= 0 && !isEnd;
   }
   canBeStored = canBeStored && depth == 0;
-  REQUIRE(canBeStored, "The symmetry '" << mSymm << "' has characters with a meaning in TensorSpec");
+  REQUIRE(canBeStored,
+          "The symmetry '" << mSymm << "' has characters with a meaning in TensorSpec");
 }
 
 TensorSpec TensorSpec::FromText(const std::string& text) {

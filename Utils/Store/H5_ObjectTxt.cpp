@@ -56,7 +56,7 @@ void Txt::WriteCache() {
   const InsideStore inside;
   mOldDatatype = mOldDatatype || (IsObjectOpen() && SizeOfCache() > 0 && HoldsCharacters());
   REQUIRE(!mOldDatatype, "Cannot write new Txt format into "
-                             << mName << ",\nwhich has existing data in the old Txt format.");
+          << mName << ",\nwhich has existing data in the old Txt format.");
   mTrace.Line(5, "Txt WriteCache ", mName);
   REQUIRE(IsObjectOpen(), "Consistency error: Called WriteCache on a closed object");
   if (SizeOfCache() == 0) {
@@ -65,9 +65,9 @@ void Txt::WriteCache() {
   const std::vector<hsize_t> dims = FileExtents();
   const std::size_t ndims = dims.size();
   REQUIRE(ndims!=0, "H5_ObjectTxt attempting to append to a *scalar* string dataset\n"
-                        << "Such datasets are not written by H5_ObjectTxt, but could be created\n"
-                        << "by e.g. Quillon\n"
-                        << "Appending to such strings in H5_ObjectTxt is not supported");
+          << "Such datasets are not written by H5_ObjectTxt, but could be created\n"
+          << "by e.g. Quillon\n"
+          << "Appending to such strings in H5_ObjectTxt is not supported");
   REQUIRE(ndims==1, "Dimension mismatch.");
   REQUIRE(dims[0]==mSize, "Extents inconsistent between memory and file");
   const std::string text = mText.str();

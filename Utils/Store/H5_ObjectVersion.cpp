@@ -115,7 +115,8 @@ void Version::HoldAgain() {
 }
 
 unsigned long Version::GetCurrentVersion() const {
-  REQUIRE(mHist.size()>0 || IsObjectOpen() || AreAttributesKnown(), "Must call Initialize or OpenObject first");
+  REQUIRE(mHist.size()>0 || IsObjectOpen() || AreAttributesKnown(),
+          "Must call Initialize or OpenObject first");
   return mCurrentVersion;
 }
 

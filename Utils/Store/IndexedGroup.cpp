@@ -14,6 +14,7 @@ namespace H5_Objects {
 IndexedGroup::IndexedGroup(const std::string& kind, const std::string& name,
                            const std::string& valuesName, bool existsOnDisk, int verbosity)
     : mKind(kind),
+      mLabel("H5_Object" + kind),
       mName(name),
       mTrace(verbosity),
       mExistsOnDisk(existsOnDisk),
@@ -31,7 +32,7 @@ void IndexedGroup::InitializeTables(const MyVector<std::string>& indexLegend,
 }
 
 void IndexedGroup::OpenObject(hid_t parentGroupId) {
-  const ReportAs label("H5_IndexedGroup");
+  const ReportAs shared("H5_IndexedGroup");
   mTrace.Line(5, mKind, "::OpenObject(", parentGroupId, ")");
   if (!mIsExistenceKnown) {
     mExistsOnDisk = LinkExists(parentGroupId, mName, mTrace);
@@ -45,11 +46,11 @@ void IndexedGroup::OpenObject(hid_t parentGroupId) {
   OpenAttributes(existedBefore);
   const std::uint64_t columns = IndexColumns();
   const std::uint64_t expected = 2 + ExtraColumns();
-  REQUIRE_LABELLED("H5_Object" + mKind, columns==expected,
+  REQUIRE_LABELLED(mLabel, columns==expected,
                    "internal error.  Index of " << mName << " has " << columns
                                                 << " columns instead of " << expected);
   const std::uint64_t valueColumns = mValues.GetExtents()[1];
-  REQUIRE_LABELLED("H5_Object" + mKind, valueColumns==1,
+  REQUIRE_LABELLED(mLabel, valueColumns==1,
                    "internal error.  Values of " << mName << " have " << valueColumns
                                                  << " columns instead of 1");
   ReportCacheSize();
@@ -203,17 +204,17 @@ std::uint64_t IndexedGroup::SizeOfCache() const {
 }
 
 std::size_t IndexedGroup::GetNumberOfTimeSteps() const {
-  REQUIRE_LABELLED("H5_Object" + mKind, AreAttributesKnown(), "Must call Initialize or OpenObject first");
+  REQUIRE_LABELLED(mLabel, AreAttributesKnown(), "Must call Initialize or OpenObject first");
   return mIndex.GetExtents()[0];
 }
 
 std::string IndexedGroup::GetTimeDescription() const {
-  REQUIRE_LABELLED("H5_Object" + mKind, AreAttributesKnown(), "Must call Initialize or OpenObject first");
+  REQUIRE_LABELLED(mLabel, AreAttributesKnown(), "Must call Initialize or OpenObject first");
   return mIndex.GetLegend()[0];
 }
 
 std::string IndexedGroup::GetDataDescription() const {
-  REQUIRE_LABELLED("H5_Object" + mKind, AreAttributesKnown(), "Must call Initialize or OpenObject first");
+  REQUIRE_LABELLED(mLabel, AreAttributesKnown(), "Must call Initialize or OpenObject first");
   return mValues.GetLegend()[0];
 }
 
@@ -225,12 +226,14 @@ std::uint64_t IndexedGroup::CheckedOffset(double offset, std::uint64_t previous)
   // The comparison comes before the conversion, which is undefined out of range, and is false for
   // what is not a number.
   const double values = static_cast<double>(mValues.Layout().mRows);
-  REQUIRE_LABELLED("H5_Object" + mKind, offset>=0 && offset<=values && offset==std::floor(offset),
-          "Index of " << mName << " holds the offset " << offset << ", but there are " << values
-                      << " values");
+  REQUIRE_LABELLED(mLabel, offset>=0 && offset<=values && offset==std::floor(offset),
+                   "Index of " << mName << " holds the offset " << offset << ", but there are "
+                   << values
+                               << " values");
   const auto whole = static_cast<std::uint64_t>(offset);
-  REQUIRE_LABELLED("H5_Object" + mKind, whole>=previous, "Index of " << mName << " decreases from " << previous << " to "
-                                       << whole);
+  REQUIRE_LABELLED(mLabel, whole>=previous, "Index of " << mName << " decreases from " << previous
+                   << " to "
+                   << whole);
   return whole;
 }
 
@@ -250,7 +253,7 @@ StepIndex IndexedGroup::RetrieveIndex_() const {
     index.mEnds.push_back(end);
   }
   const std::uint64_t values = mValues.Layout().mRows;
-  REQUIRE_LABELLED("H5_Object" + mKind, end==values,
+  REQUIRE_LABELLED(mLabel, end==values,
                    "internal error.  Index of " << mName << " ends at " << end
                                                 << ", but there are " << values << " values");
   for (std::uint64_t c = 2; c < mIndex.Layout().mColumns; ++c) {
@@ -275,10 +278,11 @@ void IndexedGroup::RetrieveRuns_(std::span<const Tables::RowRun> runs, double* v
 }
 
 IndexedGroup::Step IndexedGroup::RetrieveStepIndex(std::size_t filestep) const {
-  REQUIRE_LABELLED("H5_Object" + mKind, filestep < mIndex.GetExtents()[0],
-             "Access out of bounds.  Requesting filestep=" << filestep
-                                                           << " in a dataset with only "
-                                                           << mIndex.GetExtents()[0] << " steps");
+  REQUIRE_LABELLED(mLabel, filestep < mIndex.GetExtents()[0],
+                   "Access out of bounds.  Requesting filestep=" << filestep
+                                                                 << " in a dataset with only "
+                                                                 << mIndex.GetExtents()[0]
+                   << " steps");
   const std::size_t first = filestep == 0 ? 0 : filestep - 1;
   const MyVector<MyVector<double>> offset =
       mIndex.RetrieveColumns(MyVector<int>{1}, first, filestep + 1);
@@ -297,7 +301,7 @@ IndexedGroup::Step IndexedGroup::RetrieveStepIndex(std::size_t filestep) const {
 
 void IndexedGroup::RequireClosed(const char* message) const {
   if (MayCheckInDestructor()) {
-    REQUIRE_LABELLED("H5_Object" + mKind, IsObjectOpen()==false, Verbatim(message));
+    REQUIRE_LABELLED(mLabel, IsObjectOpen()==false, Verbatim(message));
   }
 }
 

@@ -119,6 +119,7 @@ class IndexedGroup : public H5_Object {
   hid_t GroupId() const { return mGroup.GroupId(); }
 
   std::string mKind;
+  std::string mLabel;  // in reports
   std::string mName;
   Trace mTrace;
 

@@ -53,8 +53,7 @@ void StringDataSet::OpenObject(hid_t parentGroupId) {
 
 void StringDataSet::CloseObject() {
   const ReportAs label(mLabel);
-  REQUIRE_FOR_CALLER(IsObjectOpen(),
-             "Calling CloseObject on closed " << mLabel + 3 << "!");
+  REQUIRE_FOR_CALLER(IsObjectOpen(), "Calling CloseObject on closed " << mLabel + 3 << "!");
   Close();
 }
 
@@ -62,7 +61,8 @@ Vexa_H5::DatatypeHandle StringDataSet::MemoryType() const {
   Vexa_H5::DatatypeHandle file_type_id(mTrace(5, H5Dget_type(mMy_id), "H5Dget_type(", mMy_id, ")"));
   REQUIRE_FOR_CALLER(file_type_id>=0, "H5Dget_type failed");
   REQUIRE_FOR_CALLER(H5Tis_variable_str(file_type_id)>0,
-             "Cannot append to " << mName << ", whose elements are not strings of variable length");
+                     "Cannot append to " << mName
+                     << ", whose elements are not strings of variable length");
   Vexa_H5::DatatypeHandle type_id(H5Type<std::string>());
   // The library does not convert strings of one character set to another.
   herr_t status = H5Tset_cset(type_id, H5Tget_cset(file_type_id));
