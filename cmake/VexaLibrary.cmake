@@ -23,7 +23,9 @@ endfunction()
 #                  [PRIVATE_DEPENDS ...] [TESTS ...] [TEST_DEPENDS ...])
 #
 # Makes the static library Vexa::<name> of the current folder and, from TESTS, the test program
-# <name>Test, which links that library only (and what TEST_DEPENDS adds). With REGISTERS the
+# <name>Test, which links that library only (and what TEST_DEPENDS adds). What is linked here is all
+# that the folder may include from: scripts/check-directions reads it. HEADERS are those that are
+# installed: what a program includes, and what these include in turn. With REGISTERS the
 # library is linked whole: a linker drops archive members that nobody refers to, and with them
 # the objects that enter the folder's classes into the class registry. With OPTIONAL the library is
 # installed as a component of its own, which users have to ask find_package(Vexa) for.
