@@ -89,6 +89,12 @@ std::string ReportLabel(const char* path) {
   return std::string(name.substr(0, name.rfind('.')));
 }
 
+const std::string& ReportContext::NoDataset() {
+  // Never destroyed: files are written while the process exits.
+  static const auto& none = *new std::string;
+  return none;
+}
+
 ReportContext::ReportContext(const std::string& dataset, const std::string& file)
     : mDataset(dataset), mFile(file), mpOuter(pInnermostContext) {
   pInnermostContext = this;

@@ -128,6 +128,7 @@ class ReportAs {
 class ReportContext {
  public:
   ReportContext(const std::string& dataset, const std::string& file);
+  explicit ReportContext(const std::string& file) : ReportContext(NoDataset(), file) {}
   ~ReportContext();
   ReportContext(const ReportContext&) = delete;
   ReportContext& operator=(const ReportContext&) = delete;
@@ -143,6 +144,8 @@ class ReportContext {
   static std::string File();
 
  private:
+  static const std::string& NoDataset();
+
   const std::string& mDataset;
   const std::string& mFile;
   const ReportContext* mpOuter;

@@ -370,7 +370,6 @@ MyVector<std::string> Vexa_H5::RetrieveStringsFromAttributes(hid_t id, const std
   const std::vector<std::string> strings =
       ReadStrings(opened.mAttribute, fileType, opened.mSpace, opened.mCount, read,
                   {"H5Aread to read Legend of dat-set failed", "h5Dvlen_reclaim failed"});
-  fileType.Close();
   CloseAttribute(opened.mAttribute, opened.mSpace, trace);
   return MyVector<std::string>(strings);
 }
@@ -481,7 +480,6 @@ std::vector<std::string> Vexa_H5::ReadStrings(hid_t object_id, hid_t fileType, h
       result.push_back(FixedLengthString(rdata.data() + i * size, size, padding));
     }
   }
-  memtype_id.Close();
   return result;
 }
 

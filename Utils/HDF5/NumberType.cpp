@@ -124,7 +124,6 @@ void RequireStringsOrNumbers(hid_t dataset_id, const std::string& name) {
   REQUIRE_FOR_CALLER(type_id>=0, "H5Dget_type failed");
   REQUIRE_FOR_CALLER(IsString(type_id) || IsNumber(type_id),
                      "H5Dread failed: " << name << " holds neither strings nor characters");
-  type_id.Close();
 }
 
 }  // namespace Vexa_H5

@@ -85,8 +85,7 @@ H5_File& CachedH5FileHolder::GetH5_File(const std::string& fullPath, H5AccessTyp
     file.CountIn(mTotalCacheSize);
     return file;
   }
-  const std::string noDataset;
-  const ReportContext context(noDataset, fullPath);
+  const ReportContext context(fullPath);
   const char* message =
       "Consistency error.  h5-file should be closed when creatingCachedH5File.\n"
       "Do you use **multiple** instances of CachedH5File to access the same file?";
@@ -161,11 +160,8 @@ H5_File* CachedH5FileHolder::FullestFile(const std::vector<const H5_File*>& trie
 }
 
 bool CachedH5FileHolder::Relieve(H5_File& file) const {
-  std::uint64_t objectsWithCache = 0;
-  std::uint64_t timeSteps = 0;
-  std::uint64_t bytes = 0;
-  file.Root()->CacheStatistics(objectsWithCache, timeSteps, bytes);
-  const std::uint64_t others = mTotalCacheSize - bytes;
+  const WaitingData data = file.Root()->Waiting();
+  const std::uint64_t others = mTotalCacheSize - data.mBytes;
   bool isWritten = WriteFile(file, LockWait::None());
   if (!isWritten && ExceedsTwiceTheLimit(WaitingBytes())) {
     isWritten = WriteFile(file, LockWait::PassReaders());
@@ -174,7 +170,7 @@ bool CachedH5FileHolder::Relieve(H5_File& file) const {
     }
   }
   if (isWritten) {
-    mWriteLog.push_back({1, objectsWithCache, timeSteps, bytes, others});
+    mWriteLog.push_back({1, data.mObjects, data.mTimeSteps, data.mBytes, others});
   }
   return isWritten;
 }
@@ -209,23 +205,16 @@ void CachedH5FileHolder::WriteCache() const {
     return;
   }
   const InsideStore inside;
-  std::uint64_t written = 0;
-  std::uint64_t objectsWithCache = 0;
-  std::uint64_t timeSteps = 0;
-  std::uint64_t bytes = 0;
+  std::uint64_t filesWritten = 0;
+  WaitingData written;
   FirstFailure failure;
   const auto write = [&](H5_File& file, LockWait wait) {
-    std::uint64_t objects = 0;
-    std::uint64_t steps = 0;
-    std::uint64_t size = 0;
-    file.Root()->CacheStatistics(objects, steps, size);
+    const WaitingData data = file.Root()->Waiting();
     bool isWritten = false;
     failure.Try([&] { isWritten = WriteFile(file, std::move(wait)); });
-    if (isWritten && size != 0) {
-      ++written;
-      objectsWithCache += objects;
-      timeSteps += steps;
-      bytes += size;
+    if (isWritten && data.mBytes != 0) {
+      ++filesWritten;
+      written += data;
     }
   };
   for (auto [path, file] : mFiles) {
@@ -245,8 +234,8 @@ void CachedH5FileHolder::WriteCache() const {
       }
     }
   }
-  if (written != 0) {
-    mWriteLog.push_back({written, objectsWithCache, timeSteps, bytes, 0});
+  if (filesWritten != 0) {
+    mWriteLog.push_back({filesWritten, written.mObjects, written.mTimeSteps, written.mBytes, 0});
   }
   failure.Throw();
 }

@@ -55,7 +55,6 @@ bool DataSet::IsFileWritable() const {
   unsigned intent = H5F_ACC_RDONLY;
   herr_t err = H5Fget_intent(file_id, &intent);
   REQUIRE(err>=0, "H5Fget_intent failed");
-  file_id.Close();
   return (intent & H5F_ACC_RDWR) != 0;
 }
 

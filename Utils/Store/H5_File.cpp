@@ -130,8 +130,7 @@ bool H5_File::IsIncomplete() const {
 
 bool H5_File::Open(H5AccessType access, Vexa_H5::LockWait& wait) {
   REQUIRE(!IsFileOpen(), "Internal error: " << mFilename << " is open already");
-  const std::string noDataset;
-  const ReportContext context(noDataset, mFilename);
+  const ReportContext context(mFilename);
   Vexa_H5::LibraryLife();
   if (access == ReadWrite && !mStaysReadable) {
     // What has its name later need not be what was created.
@@ -223,8 +222,7 @@ void H5_File::CloseFile() {
   if (!IsFileOpen()) {
     return;
   }
-  const std::string noDataset;
-  const ReportContext context(noDataset, mFilename);
+  const ReportContext context(mFilename);
   if (mpRoot != nullptr) {
     mpRoot->CloseObject();
   }
@@ -378,8 +376,7 @@ void H5_File::Flush() {
   if (!mStaysReadable) {
     return;
   }
-  const std::string noDataset;
-  const ReportContext context(noDataset, mFilename);
+  const ReportContext context(mFilename);
   const herr_t err =
       mTrace(5, H5Fflush(mFile_id, H5F_SCOPE_LOCAL), "H5Fflush(", mFile_id, ", H5F_SCOPE_LOCAL)");
   REQUIRE(err>=0, "H5Fflush failed");
@@ -467,7 +464,10 @@ void H5_File::Statistics(std::uint64_t& dirs, std::uint64_t& objects,
   dirs = objects = objectsWithCache = timeSteps = bytes = 0;
   if (mpRoot != nullptr) {
     CountNodes(mpRoot.get(), dirs, objects);
-    mpRoot->CacheStatistics(objectsWithCache, timeSteps, bytes);
+    const WaitingData waiting = mpRoot->Waiting();
+    objectsWithCache = waiting.mObjects;
+    timeSteps = waiting.mTimeSteps;
+    bytes = waiting.mBytes;
   }
 }
 

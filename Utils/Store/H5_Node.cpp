@@ -393,18 +393,17 @@ void H5_Node::CacheChanged(std::uint64_t before, std::uint64_t now) {
   }
 }
 
-void H5_Node::CacheStatistics(std::uint64_t& objectsWithCache, std::uint64_t& timeSteps,
-                              std::uint64_t& bytes) const {
+WaitingData H5_Node::Waiting() const {
+  WaitingData waiting;
   if (SizeOfCache() != 0) {
-    ++objectsWithCache;
-    timeSteps += NTimeStepsCached();
-    bytes += SizeOfCache();
+    waiting = {1, NTimeStepsCached(), SizeOfCache()};
   }
   if (mpDirectory != nullptr) {
     for (const auto& [position, child] : mpDirectory->mHolding) {
-      child->CacheStatistics(objectsWithCache, timeSteps, bytes);
+      waiting += child->Waiting();
     }
   }
+  return waiting;
 }
 
 void H5_Node::AppendDataSets(const std::string& glob, std::vector<std::string>& names,

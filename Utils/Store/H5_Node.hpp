@@ -22,6 +22,20 @@
 class FailedWrites;
 class H5_File;
 
+/// Data that wait in memory to be written.
+struct WaitingData {
+  std::uint64_t mObjects = 0;
+  std::uint64_t mTimeSteps = 0;
+  std::uint64_t mBytes = 0;
+
+  WaitingData& operator+=(const WaitingData& other) {
+    mObjects += other.mObjects;
+    mTimeSteps += other.mTimeSteps;
+    mBytes += other.mBytes;
+    return *this;
+  }
+};
+
 class H5_Node final : private CacheListener {
  public:
   /// What a member of a group is made for: found in the file, or to be created in it.
@@ -116,9 +130,8 @@ class H5_Node final : private CacheListener {
   /// Bytes held by the objects of the subtree. Costs nothing.
   std::uint64_t CummulativeCacheSize() const { return mCacheSize; }
 
-  /// Adds what the objects of the subtree hold to the counts; visits only those that hold data.
-  void CacheStatistics(std::uint64_t& objectsWithCache, std::uint64_t& timeSteps,
-                       std::uint64_t& bytes) const;
+  /// What the objects of the subtree hold in memory; visits only those that hold data.
+  WaitingData Waiting() const;
 
   /// Appends the full names of the objects below this node that match the glob; never groups.
   /// Descends into groups whatever `recursive` says.

@@ -34,7 +34,6 @@ void StringDataSet::OpenObject(hid_t parentGroupId) {
     Vexa_H5::PropertyListHandle cparms_id(H5Dget_create_plist(mMy_id));
     REQUIRE_FOR_CALLER(cparms_id>=0, "H5Dget_create_plist failed");
     Tables::RequireOwnStorage(cparms_id, mName);
-    cparms_id.Close();
     TakeExisting(FileExtents());
   } else {
     std::vector<hsize_t> dims;
