@@ -2,68 +2,77 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <string>
 
 namespace {
 
 namespace fs = std::filesystem;
 
-TEST(FilesTest, EveryKindOfPath) {
-  const fs::path folder = fs::temp_directory_path() / ("vexa-files-" + std::to_string(getpid()));
+TEST(FilesTest, EveryKindOfPathAndEveryChange) {
+  const fs::path folder = testing::TempDir() + "vexa-files-" + std::to_string(getpid());
+  const fs::path file = folder / "file";
   fs::create_directories(folder / "sub");
-  std::ofstream(folder / "file") << "text";
+  std::ofstream(file) << "text";
+  std::ofstream(folder / "empty");
   fs::create_symlink("file", folder / "link");
   fs::create_symlink("nowhere", folder / "dangling");
   mkfifo((folder / "fifo").c_str(), 0600);
-  const struct {
-    const char* mName;
-    bool mExists;
-    bool mIsDirectory;
-    bool mIsRegular;
-  } cases[] = {{"file", true, false, true},       {"link", true, false, true},
-               {"sub", true, true, false},        {"fifo", true, false, false},
-               {"dangling", false, false, false}, {"file/below", false, false, false}};
-  for (const auto& c : cases) {
-    const std::string path = folder / c.mName;
-    EXPECT_EQ(FileExists(path), c.mExists) << c.mName;
-    EXPECT_EQ(DirectoryExists(path), c.mIsDirectory) << c.mName;
-    EXPECT_EQ(IsRegularFile(path), c.mIsRegular) << c.mName;
+  std::string kinds;
+  for (const char* name : {"file", "link", "empty", "sub", "fifo", "dangling", "file/below"}) {
+    const std::string path = folder / name;
+    kinds.append(FileExists(path) ? " exists" : " -")
+        .append(DirectoryExists(path) ? ":folder" : "");
+    kinds.append(IsRegularFile(path) ? ":file" : "").append(IsEmptyFile(path) ? ":empty" : "");
   }
-  EXPECT_EQ(fs::file_size(folder / "file"), 4u);
-  EXPECT_EQ(FileStamp(folder / "none"), "");
-  EXPECT_EQ(FileStamp(folder / "link"), FileStamp(folder / "file"));
-  EXPECT_NE(FileStamp(folder / "sub"), FileStamp(folder / "file"));
-
-  const int descriptor = open((folder / "file").c_str(), O_RDONLY);
-  const HeldFile held(descriptor);
-  close(descriptor);
-  EXPECT_TRUE(held.HasName(folder / "file"));
-  EXPECT_FALSE(held.HasName(folder / "link"));
-  std::ofstream(folder / "other") << "text";
-  fs::rename(folder / "other", folder / "file");
-  EXPECT_FALSE(held.HasName(folder / "file"));
-  EXPECT_EQ(held.Bytes(), 4u);
-
-  EXPECT_EQ(FlushToDisk(folder / "file"), 0);
-  EXPECT_EQ(FlushToDisk(folder), 0);
+  EXPECT_EQ(kinds, " exists:file exists:file exists:file:empty exists:folder exists - -");
+  EXPECT_EQ(IdentityOf(folder / "link"), IdentityOf(file));
+  EXPECT_NE(IdentityOf(folder / "sub"), IdentityOf(file));
+  EXPECT_EQ(FlushToDisk(file) + FlushToDisk(folder), 0);
   EXPECT_EQ(FlushToDisk(folder / "none"), ENOENT);
   EXPECT_EQ(FlushToDisk("/dev/null"), EINVAL) << "only a directory is excused";
+
+  const std::string stamp = FileStamp(folder / "link");
+  const auto time = fs::last_write_time(file);
+  fs::last_write_time(file, time + std::chrono::nanoseconds(1));
+  EXPECT_NE(FileStamp(file), stamp);
+  std::ofstream(file, std::ios::app) << "+";
+  fs::last_write_time(file, time);
+  EXPECT_NE(FileStamp(file), stamp);
+
+  const int descriptor = open(file.c_str(), O_RDONLY);
+  const HeldFile held(descriptor);
+  close(descriptor);
+  EXPECT_EQ(held.Stamp(), FileStamp(file));
+  EXPECT_TRUE(held.HasName(file) && !held.HasName(folder / "link"));
   fs::remove_all(folder);
+  EXPECT_FALSE(held.HasName(file));
+  std::string bytes(held.Bytes() - 1, ' ');
+  EXPECT_TRUE(held.Read(1, bytes.data(), 4));
+  EXPECT_EQ(bytes, "ext+");
+  EXPECT_FALSE(held.Read(2, bytes.data(), 4)) << "there are fewer";
+  EXPECT_EQ(HeldFile(-1).FlushToDisk(), EBADF);
 }
 
-TEST(FilesTest, NoFileBecomesStandardError) {
+TEST(FilesTest, NoFileBecomesStandardErrorAndManyMayBeOpen) {
   const auto run = [] {
+    rlimit limit{64, 128};
+    setrlimit(RLIMIT_NOFILE, &limit);
+    RaiseOpenFileLimit();
+    getrlimit(RLIMIT_NOFILE, &limit);
     close(STDIN_FILENO);
     close(STDERR_FILENO);
     TakeStandardDescriptors();
     const bool fails = write(STDERR_FILENO, "x", 1) < 0;
-    std::exit(fails && open("/dev/null", O_RDWR) > STDERR_FILENO ? 0 : 1);
+    std::exit(fails && open("/dev/null", O_RDWR) > STDERR_FILENO && limit.rlim_cur == 128 ? 0 : 1);
   };
   EXPECT_EXIT(run(), testing::ExitedWithCode(0), "");
 }

@@ -1,7 +1,9 @@
 #include "Utils/Process/Memory.hpp"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
+#include <sys/prctl.h>
 
+#include <array>
 #include <vector>
 
 namespace {
@@ -12,25 +14,20 @@ TEST(MemoryTest, SizesAreThoseOfThisProcessAndMachine) {
   const std::uint64_t before = GetCurrentRSS();
   const std::vector<char> touched(size, 'x');
   const std::uint64_t now = GetCurrentRSS();
-  EXPECT_GE(now, before + size / 2);
-  EXPECT_LE(now, before + 2 * size);
-  EXPECT_GE(GetPeakRSS(), size);
+  EXPECT_TRUE(now >= before + size / 2 && now <= before + 2 * size) << before << " then " << now;
+  EXPECT_TRUE(GetPeakRSS() >= size && GetPeakRSS() < 2 * now) << GetPeakRSS();
 
-  std::uint64_t virtualBytes = 0;
-  std::uint64_t residentBytes = 0;
+  prctl(PR_SET_NAME, "a) R 1 (b");
+  auto [virtualBytes, residentBytes] = std::array<std::uint64_t, 2>{};
   GetMemoryUsageBytes(virtualBytes, residentBytes);
-  EXPECT_GT(residentBytes, now / 2);
-  EXPECT_LT(residentBytes, now * 2);
+  EXPECT_TRUE(residentBytes > now / 2 && residentBytes < now * 2) << residentBytes;
   EXPECT_GE(virtualBytes, residentBytes);
+  EXPECT_THAT(MemoryUsage(), testing::MatchesRegex("[0-9.]+ .iB vm, [0-9.]+ MiB res"));
 
-  std::uint64_t total = 0;
-  std::uint64_t available = 0;
-  std::uint64_t committed = 0;
-  std::uint64_t commitLimit = 0;
+  auto [total, available, committed, commitLimit] = std::array<std::uint64_t, 4>{};
   GetSystemMemoryBytes(total, available, committed, commitLimit);
-  EXPECT_GT(total, GetPeakRSS());
-  EXPECT_GT(available, total / 1000) << "free memory alone, or kilobytes";
-  EXPECT_LE(available, total);
+  EXPECT_TRUE(total > size && available > total / 1000 && available <= total) << available;
+  EXPECT_TRUE(committed >= size && commitLimit >= size) << "there is this process, to begin with";
 }
 
 }  // namespace

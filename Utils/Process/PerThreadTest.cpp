@@ -12,12 +12,7 @@ std::atomic<int> sAlive = 0;
 std::atomic<bool> sIsMemoryShort = false;
 
 struct Counted {
-  Counted() {
-    if (sIsMemoryShort) {
-      throw std::bad_alloc();
-    }
-    ++sAlive;
-  }
+  Counted() { sIsMemoryShort ? throw std::bad_alloc() : ++sAlive; }
   ~Counted() { --sAlive; }
   int mValue = 0;
 };
@@ -28,9 +23,8 @@ TEST(PerThreadTest, EachThreadKeepsItsOwnUntilItEnds) {
     sIsMemoryShort = true;
     EXPECT_THROW(PerThread<Counted>(), std::bad_alloc);
     sIsMemoryShort = false;
-    EXPECT_EQ(PerThread<Counted>().mValue, 0);
-    PerThread<Counted>().mValue = 8;
-    EXPECT_EQ(PerThread<Counted>().mValue, 8);
+    EXPECT_EQ(PerThread<Counted>().mValue++, 0);
+    EXPECT_EQ(PerThread<Counted>().mValue, 1);
     EXPECT_EQ(sAlive, 2);
   }).join();
   EXPECT_EQ(sAlive, 1);
