@@ -7,6 +7,7 @@
 #include <string>
 
 #include "Utils/ErrorHandling/ReportOf.hpp"
+#include "Utils/Process/FailingNew.hpp"
 
 namespace {
 
@@ -15,9 +16,7 @@ using testing::HasSubstr;
 using Numbers = MyMap<std::string, int>;
 
 std::string Text(const Numbers& map) {
-  std::ostringstream text;
-  text << map;
-  return text.str();
+  return (std::ostringstream() << map).str();
 }
 
 TEST(MyMapTest, KeepsTheOrderOfInsertionUntilSorted) {
@@ -28,8 +27,8 @@ TEST(MyMapTest, KeepsTheOrderOfInsertionUntilSorted) {
   map.Sort();
   EXPECT_EQ(Text(map), "B = 3\na = 2\nb = 1\n");
   EXPECT_EQ(map.Find("a"), value) << "values stay where they are";
-  map.Insert("A", 4);
-  EXPECT_EQ(map["A"], 4);
+  map.Insert("A", map["b"]).Sort();
+  EXPECT_EQ(Text(map), "A = 1\nB = 3\na = 2\nb = 1\n");
   EXPECT_EQ(map["b"], 1);
   EXPECT_EQ(map.Find("c"), nullptr);
   EXPECT_THAT(ReportOf([&] { map["c"] = 1; }), HasSubstr("Key 'c' not found in a MyMap"));
@@ -43,40 +42,50 @@ TEST(MyMapTest, CopiesAreDeepAndMovesLeaveNothing) {
   Numbers b(a);
   b["x"] = 7;
   b = *&b;
+  b = std::move(*&b);
   EXPECT_EQ(Text(b), "x = 7\ny = 2\n");
   b = std::move(a);
   EXPECT_EQ(Text(b), "x = 1\ny = 2\n");
-  EXPECT_EQ(Text(a), "");
+  const Numbers c(std::move(b));
+  EXPECT_EQ(Text(c) + Text(a) + Text(b), "x = 1\ny = 2\n");
   EXPECT_FALSE(a.KeyExists("x"));
 }
 
-TEST(MyMapTest, ExceptionOfAValueLosesNothing) {
-  struct Picky {
-    explicit Picky(int value) : mValue(value < 0 ? throw std::range_error("negative") : value) {}
-    Picky(const Picky& other) : Picky(other.mValue) {}
-    int mValue;
-  };
-  using Map = MyMap<std::string, Picky>;
-  MyAllocatorProfiler::ProfilingEnabled = true;
-  MyAllocatorProfiler::NumBytesAllocated = 0;
+[[maybe_unused]] const bool sIsCounted = MyAllocatorProfiler::ProfilingEnabled = true;
+
+// Throws when copied from a negative value.
+struct Picky {
+  explicit Picky(int value) : mValue(value < 0 ? throw std::range_error("") : value) { ++sAlive; }
+  Picky(const Picky& other) : Picky(other.mValue) {}
+  ~Picky() { --sAlive; }
+  int mValue;
+  static inline int sAlive = 0;
+};
+
+TEST(MyMapTest, WhatFailsLosesNothing) {
+  const std::string key(100, 'k');
   {
-    Map map;
-    map.Insert("a", 1);
-    EXPECT_THROW(map.Insert("b", -1), std::range_error);
-    EXPECT_EQ(map.Size(), 1);
-    map.Insert("b", 2);
-    map["b"].mValue = -1;
-    EXPECT_THROW(Map{map}, std::range_error);
-    EXPECT_EQ(MyAllocatorProfiler::NumBytesAllocated, 2 * sizeof(Picky));
+    MyMap<std::string, Picky> map;
+    for (int allocations = 0; map.empty(); ++allocations) {
+      sAllocationsLeft = allocations;
+      EXPECT_EQ(Picky::sAlive, 0);
+      try {
+        map.Insert(key, 1);
+      } catch (const std::bad_alloc&) {
+      }
+      sAllocationsLeft = -1;
+    }
+    EXPECT_THROW(map.Insert("a", -1), std::range_error);
+    map[key].mValue = -1;
+    EXPECT_THROW((MyMap<std::string, Picky>(map)), std::range_error);
+    EXPECT_EQ(MyAllocatorProfiler::NumBytesAllocated, map.size() * sizeof(Picky));
   }
   EXPECT_EQ(MyAllocatorProfiler::NumBytesAllocated, 0u);
-  MyAllocatorProfiler::ProfilingEnabled = false;
 }
 
 // A value whose destruction fails has all maps written, also the one that is being cleared.
 TEST(MyMapTest, ShowsWholeEntriesOnlyWhileItIsCleared) {
   struct Observer {
-    explicit Observer(const MyMap<int, Observer>& map) : mMap(map) {}
     ~Observer() {
       EXPECT_EQ(mMap.Keys().size(), mMap.size());
       for (const auto& [key, value] : mMap) {
@@ -86,8 +95,7 @@ TEST(MyMapTest, ShowsWholeEntriesOnlyWhileItIsCleared) {
     const MyMap<int, Observer>& mMap;
   };
   MyMap<int, Observer> map;
-  map.Insert(1, map).Insert(2, map);
-  map.clear();
+  map.Insert(1, map).Insert(2, map).clear();
   EXPECT_FALSE(map.KeyExists(1));
 }
 
