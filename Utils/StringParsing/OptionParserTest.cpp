@@ -10,113 +10,135 @@
 namespace {
 
 using testing::ElementsAre;
+using testing::EndsWith;
 using testing::HasSubstr;
+using testing::StartsWith;
 
-// What the action writes to standard error before it fails with an empty CodeError.
+// What the action writes to standard error before it fails, and then the short form of that.
 std::string WrittenReport(const std::function<void()>& action) {
   testing::internal::CaptureStderr();
-  const std::string message = ReportOf(action);
-  std::string written = testing::internal::GetCapturedStderr();
-  EXPECT_EQ(message, "");
-  return written;
+  std::string reason = "none";
+  try {
+    action();
+  } catch (const CodeError& error) {
+    reason = error.Reason();
+    EXPECT_EQ(error.Message(), "");
+  }
+  return testing::internal::GetCapturedStderr() + reason;
 }
 
-std::string Equals(std::size_t n) {
-  return std::string(n, '=') + "\n";
+std::string Banner(std::string banner) {
+  banner.resize(78, '=');
+  return banner + "\n";
 }
 
-TEST(OptionParser, PairsInTheOrderOfTheText) {
-  EXPECT_EQ(
-      OptionParser(" B=1 ; # A = 2;\n F = Foo(a = 1; b = 2);G=", "", false).CompactOptionList(),
-      "B=1;F=Foo(a = 1; b = 2);G=;");
-}
-
-TEST(OptionParser, SyntaxErrorsAreReported) {
-  EXPECT_EQ(WrittenReport([] { OptionParser(" A = 1; A = 2; # c\n", "H\n", true); }),
-            "======== OptionParser: DUPLICATE KEY " + Equals(41) +
-                "==== Key \"A\" specified twice.\n==== Given Options:\nA = 1; A = 2;\n"
-                "==== Help: " +
-                Equals(67) + "H\n");
+TEST(OptionParser, ReportsInTheirWords) {
+  const std::string form = "==== Value for key 'K' expected to have the form\n==== Tag(string)";
   const struct {
     const char* mOptions;
-    const char* mReport;
-  } cases[] = {
-      {"just text", "=\n==== The option list \"just text\" does not contain an equals sign."},
-      {"A = 1; junk", "=\n==== Non-whitespace string \"junk\" without an equals sign\n"},
-      {"A;B = (", "=\n==== The key \"A;B\" contains a semicolon."},
-      {"A = 1 B = 2;", "=\n#### The value of key \"A\" (1 B = 2)\n#### contains an equal-sign."}};
-  for (const auto& c : cases) {
-    EXPECT_THAT(WrittenReport([&] { OptionParser(c.mOptions, "", true); }), HasSubstr(c.mReport));
+    const char* mBanner;
+    std::string mBody;
+  } cases[] = {{"A = 1; A = 2;", "======== OptionParser: DUPLICATE KEY ",
+                "==== Key \"A\" specified twice.\n"},
+               {"just text", "========= OptionParser: NO EQUALS SIGN ",
+                "==== The option list \"just text\" does not contain an equals sign.  The option "
+                "list should "
+                "be a sequence of  KEY=VALUE pairs separated by semicolons.\n"},
+               {"A = 1; junk", "======== OptionParser: EXTRA TEXT AT END ",
+                "==== Non-whitespace string \"junk\" without an equals sign\n==== Found after the "
+                "last valid "
+                "option.\n"},
+               {"A;B = (", "======== OptionParser: KEY WITH SEMICOLON ",
+                "==== The key \"A;B\" contains a semicolon.  Just before this\n==== option, you "
+                "probably used "
+                "a semicolon instead of a comma.\n"},
+               {"A = 1 B = 2;", "======== OptionParser: VALUE WITH EQUAL SIGN",
+                "#### The value of key \"A\" (1 B = 2)\n#### contains an equal-sign.  This may "
+                "indicate that "
+                "the terminating\n#### semicolon after this option is missing.\n"},
+               {"A = 1;", "======== OptionParser:  KEY NOT FOUND ",
+                "==== Key \"K\" requested, but not specified.\n"},
+               {"K = Foo(a);", "======== OptionParser: WRONG FORMAT ", form + ".\n"}};
+  for (const auto& [options, banner, body] : cases) {
+    const auto read = [&] { OptionParser(options, "H\n", false).GetStringWithTag("K", "Tag"); };
+    EXPECT_THAT(WrittenReport(read),
+                StartsWith(Banner(banner) + body + "==== Given Options:\n" + options + "\n" +
+                           Banner("==== Help: ") + "H\nOptionParser: "));
   }
+  const auto readList = [] {
+    OptionParser("K = Tag(a), Tag(b)(c)", "", false).GetMyVectorStringWithTag("K", "Tag");
+  };
+  EXPECT_THAT(WrittenReport(readList), HasSubstr(form + ", Tag(string), ... .\n==== Given"));
   for (const char* options : {"A = (1; B = 2;", "A = 1); B = 2", "(A = 1;"}) {
     EXPECT_THAT(ReportOf([&] { OptionParser(options, "", false); }),
                 HasSubstr("FindWhileParsingFast: Unbalanced parentheses.\n"));
   }
+  EXPECT_THAT(
+      ReportOf([] { OptionParser("K=x;A=(b);", "help", false).Get<int>("K"); }),
+      HasSubstr("==== OptionParser Error ==============================\n"
+                "While parsing the key 'K', conversion of \nvalue 'x' to type 'int' failed.\n"
+                "==== Provided Options ================================\nK = x\nA = (b)\n"
+                "==== User-provided help-text =========================\nhelp\n"));
 }
 
-TEST(OptionParser, TypedValues) {
+// They stay on a line there, and the report names the object and ends in a short form.
+TEST(OptionParser, ReportsOfOptionsFromAFile) {
+  const std::string object = "/a.dat";
+  const ReportContext context(object, object);
+  EXPECT_THAT(
+      WrittenReport([] { OptionParser("A=1;\nB", "help", false); }),
+      EndsWith("\nA=1;\\nB\n" + Banner("==== Help: ") + "help\n" + ReportContext::Current() +
+               "\nOptionParser: EXTRA TEXT AT END: Non-whitespace string \"B\" without an "
+               "equals sign\nFound after the last valid option."));
+}
+
+TEST(OptionParser, TypedValuesAndDefaults) {
   const OptionParser parser(
-      "N=2*3; X=Pi; S= a b ;B=Yes;C=c;L=(a, f(b,c) ,d); T=Tag( a(b) ); U=Tag(a), Tag (b, c)", "",
-      true);
-  EXPECT_EQ(parser.Get<int>("N"), 6);
-  EXPECT_DOUBLE_EQ(parser.Get<double>("X"), 3.14159265358979323846);
-  EXPECT_EQ(parser.Get<std::string>("S"), "a b");
-  EXPECT_TRUE(parser.Get<bool>("B"));
-  EXPECT_EQ(parser.Get<char>("C"), 'c');
-  EXPECT_THAT(parser.Get<MyVector<std::string>>("L"), ElementsAre("a", "f(b,c)", "d"));
-  EXPECT_EQ(parser.Get<int>("Absent", 7), 7);
+      " N=2*3; # A = 2;\nX=Pi; S= a b ;B=Yes;C=c;L=(a, f(b=1,c) ,d); T=Tag( a(b) ); U=Tag(a), Tag "
+      "(b, c);V=",
+      "", true);
+  EXPECT_EQ(parser.CompactOptionList(),
+            "N=2*3;X=Pi;S=a b;B=Yes;C=c;L=(a, f(b=1,c) ,d);T=Tag( a(b) );U=Tag(a), Tag (b, c);V=;");
   EXPECT_EQ(parser.Get<int>("N", 7), 6);
-  EXPECT_EQ(parser.GetStringWithTag("T", "Tag"), "a(b)");
-  EXPECT_EQ(parser.GetStringWithTag("Absent", "Tag", "d"), "d");
-  EXPECT_THAT(parser.GetMyVectorStringWithTag("U", "Tag"), ElementsAre("a", "b, c"));
-  EXPECT_THAT(parser.GetMyVectorStringWithTag("Absent", "Tag", {"d"}), ElementsAre("d"));
-}
-
-TEST(OptionParser, WhatCannotBeReadIsReported) {
-  const OptionParser parser("N = x; W = Tag(a)(b); X = Tagx(a); L = Tag(a), Tag(b);", "help",
-                            false);
-  EXPECT_THAT(ReportOf([&] { parser.Get<int>("N"); }),
-              HasSubstr("While parsing the key 'N', conversion of \n"
-                        "value 'x' to type 'int' failed.\n"
-                        "==== Provided Options ================================\n"
-                        "N = x\nW = Tag(a)(b)\nX = Tagx(a)\nL = Tag(a), Tag(b)\n"
-                        "==== User-provided help-text =========================\nhelp\n"));
-  for (const char* key : {"W", "X", "L"}) {
-    EXPECT_THAT(WrittenReport([&] { parser.GetStringWithTag(key, "Tag"); }),
-                HasSubstr("==== Value for key '" + std::string(key) +
-                          "' expected to have the form\n==== Tag(string).\n==== Given"));
-  }
-  EXPECT_THAT(WrittenReport([&] { parser.GetMyVectorStringWithTag("W", "Tag"); }),
-              HasSubstr("form\n==== Tag(string), Tag(string), ... .\n==== Given"));
-
-  const auto missing = HasSubstr("==== Key \"K\" requested, but not specified.\n");
-  EXPECT_THAT(WrittenReport([&] { parser.Get<int>("K"); }), missing);
-  EXPECT_THAT(WrittenReport([&] { parser.GetStringWithTag("K", "tag"); }), missing);
+  EXPECT_DOUBLE_EQ(parser.Get<double>("X"), 3.14159265358979323846);
+  EXPECT_EQ(parser.Get<std::string>("S") + parser.Get<std::string>("V"), "a b");
+  EXPECT_TRUE(parser.Get<bool>("B") && parser.Get<char>("C") == 'c');
+  EXPECT_THAT(parser.Get<MyVector<std::string>>("L"), ElementsAre("a", "f(b=1,c)", "d"));
+  EXPECT_EQ(parser.GetStringWithTag("T", "Tag", "d"), "a(b)");
+  EXPECT_THAT(parser.GetMyVectorStringWithTag("U", "Tag", {"d"}), ElementsAre("a", "b, c"));
+  EXPECT_EQ(parser.Get<int>("K", 7), 7);
+  EXPECT_EQ(parser.GetStringWithTag("K", "Tag", "d"), "d");
+  EXPECT_THAT(parser.GetMyVectorStringWithTag("K", "Tag", {"d"}), ElementsAre("d"));
   // A default for replays only is no default otherwise.
+  const auto inReplay = [&parser] { return parser.Get<int>("K", 3, true); };
+  EXPECT_THAT(ReportOf([] { GlobalFlags::Get("HistoryFileRunMode"); }),
+              HasSubstr("Global flag 'HistoryFileRunMode' is not set"));
+  EXPECT_THAT(WrittenReport(inReplay), HasSubstr("KEY NOT FOUND"));
   GlobalFlags::Set("HistoryFileRunMode", "Record");
-  EXPECT_THAT(WrittenReport([&] { parser.Get<int>("K", 3, true); }), missing);
+  EXPECT_THAT(WrittenReport(inReplay), HasSubstr("KEY NOT FOUND"));
   GlobalFlags::Set("HistoryFileRunMode", "Replay");
-  EXPECT_EQ(parser.Get<int>("K", 3, true), 3);
+  EXPECT_EQ(inReplay(), 3);
 }
 
 TEST(OptionParser, DestructorChecksUseUnlessSomethingFailedAlready) {
-  const auto failedRead = [](const char* key) {
-    const OptionParser parser("A = x; B = 2;", "", true);
+  const auto read = [](const char* key, bool isChecked = true) {
+    const OptionParser parser("A = x; B = 2;", "", isChecked);
     parser.Get<int>(key);
   };
-  EXPECT_THAT(WrittenReport([&] { failedRead("K"); }), testing::Not(HasSubstr("UNUSED OPTIONS")));
-  EXPECT_THAT(ReportOf([&] { failedRead("A"); }), HasSubstr("conversion of"));
+  EXPECT_THAT(WrittenReport([&] { read("K"); }), testing::Not(HasSubstr("UNUSED OPTIONS")));
+  EXPECT_THAT(ReportOf([&] { read("A"); }), HasSubstr("conversion of"));
+  read("B", false);
   {
-    const OptionParser parser("A = 1; B = x;", "", true);
+    const OptionParser parser("A = 1;", "", true);
     EXPECT_THAT(WrittenReport([&] { parser.Get<int>("K"); }), HasSubstr("KEY NOT FOUND"));
   }
   const auto unused = [] {
-    const OptionParser parser("A = 1; B = x; C = 3;", "", true);
-    parser.Get<int>("A");
-    ReportOf([&parser] { parser.Get<int>("B"); });  // a failed read is no use
+    const OptionParser parser("A = x; B = 2; C = 3;", "", true);
+    ReportOf([&parser] { parser.Get<int>("A"); });  // a failed read is no use
+    parser.Get<int>("B");
   };
   EXPECT_EXIT(unused(), testing::ExitedWithCode(255),
-              "UNUSED OPTIONS =+\n.*not used:\n=== B\n=== C\n=== Given");
+              "UNUSED OPTIONS =+\n.*not used:\n=== A\n=== C\n=== Given");
 }
 
 }  // namespace

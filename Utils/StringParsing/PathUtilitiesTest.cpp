@@ -2,21 +2,21 @@
 
 #include <gmock/gmock.h>
 
+#include <array>
+
 #include "Utils/ErrorHandling/ReportOf.hpp"
 
 namespace {
 
 TEST(PathUtilities, FilenameAndDirectory) {
-  const struct {
-    const char* mPath;
-    const char* mFilename;
-    const char* mDirectory;
-  } cases[] = {{"", "/", "/"},      {"///", "/", "/"},         {"a", "a", "."},
-               {"a/", "a", "."},    {"a/b/", "b", "a"},        {"a//b", "b", "a"},
-               {"//a//", "a", "/"}, {"/a/b.h5", "b.h5", "/a"}, {"../a", "a", ".."}};
-  for (const auto& c : cases) {
-    EXPECT_EQ(GetFilenameFromPath(c.mPath), c.mFilename) << c.mPath;
-    EXPECT_EQ(GetDirectoryFromPath(c.mPath), c.mDirectory) << c.mPath;
+  const std::array<const char*, 3> cases[] = {
+      {"", "/", "/"},      {"///", "/", "/"},         {"a", "a", "."},
+      {"a/", "a", "."},    {"a/b/", "b", "a"},        {"a//b", "b", "a"},
+      {"//a//", "a", "/"}, {"/a/b.h5", "b.h5", "/a"}, {"../a", "a", ".."}};
+  for (const auto& [path, filename, directory] : cases) {
+    EXPECT_EQ(GetFilenameFromPath(path), filename) << path;
+    EXPECT_EQ(GetDirectoryFromPath(path), directory) << path;
+    EXPECT_EQ(PathIsAbsolute(path), path[0] == '/') << path;
   }
 }
 

@@ -3,10 +3,12 @@
 #include <gmock/gmock.h>
 
 #include <cfenv>
+#include <climits>
 #include <cstdlib>
 #include <limits>
 #include <locale>
 #include <numbers>
+#include <utility>
 
 #include "Utils/ErrorHandling/ReportOf.hpp"
 
@@ -28,36 +30,34 @@ std::string FailureOf(const std::string& text) {
 }
 
 TEST(SimpleConvert, NumbersAndFormulas) {
-  const struct {
-    const char* mText;
-    double mValue;
-  } cases[] = {{" -1", -1},
-               {"4.9406564584124654e-324", std::numeric_limits<double>::denorm_min()},
-               {"2*Pi", 2 * std::numbers::pi},
-               {"-2^2", -4},
-               {"2^-2*3", 0.75},
-               {"1e5-1", 99999},
-               {"2-3-4", -5},
-               {"2^(3^2)", 512},
-               {"max(2^2,3^2)", 9},
-               {"cbrt(27) +\tfloor(-0.5)\n+\v\f log(exp(1))\r", 3},
-               {"log10(1e3) + log2(8) + ln(exp(1)) + exp2(3) + logb(9)", 18},
-               {"rint(2.5) + 10*nearbyint(-1.5) + 100*round(2.5) + 1000*trunc(-2.7)", -1718},
-               {"ceil(-0.5) + 10*abs(-1) + 100*fabs(-2) + 1000*sign(-3)", -790},
-               {"asinh(1e-20) + atanh(1e-20) + expm1(1e-20) + log1p(2e-20)", 5e-20},
-               {"acosh(1e200)", 461.2101657793691},
-               {"2*erf(10) + erfc(0) + tgamma(5) + exp(lgamma(4))", 33},
-               {"sin(Pi/6) + cos(Pi/3) + tan(Pi/4) + sqrt(4) + 2*sinh(0) + cosh(0) + tanh(20)", 6},
-               {"(asin(1) + acos(0) + 2*atan(1) + 4*atan2(1,-1))/Pi", 4.5}};
-  for (const auto& c : cases) {
-    EXPECT_DOUBLE_EQ(Converted<double>(c.mText), c.mValue) << c.mText;
+  const std::pair<const char*, double> cases[] = {
+      {" -1", -1},
+      {"4.9406564584124654e-324", std::numeric_limits<double>::denorm_min()},
+      {"2*Pi", 2 * std::numbers::pi},
+      {"-2^2", -4},
+      {"2^-2*3", 0.75},
+      {"1e5-1", 99999},
+      {"2-3-4", -5},
+      {"2^(3^2)", 512},
+      {"max(2^2,3^2)", 9},
+      {"cbrt(27) +\tfloor(-0.5)\n+\v\f log(exp(1))\r", 3},
+      {"log10(1e3) + log2(8) + ln(exp(1)) + exp2(3) + logb(9)", 18},
+      {"rint(2.5) + 10*nearbyint(-1.5) + 100*round(2.5) + 1000*trunc(-2.7)", -1718},
+      {"ceil(-0.5) + 10*abs(-1) + 100*fabs(-2) + 1000*sign(-3)", -790},
+      {"asinh(1e-20) + atanh(1e-20) + expm1(1e-20) + log1p(2e-20)", 5e-20},
+      {"expm1(1) + 10*log1p(1)", 8.649753634058499},
+      {"acosh(1e200)", 461.2101657793691},
+      {"2*erf(10) + erfc(0) + tgamma(5) + exp(lgamma(4))", 33},
+      {"sin(Pi/6) + cos(Pi/3) + tan(Pi/4) + sqrt(4) + tanh(20)", 5},
+      {"sinh(1) + 10*cosh(1) + 100*tanh(1)", 92.76542313737272},
+      {"(asin(1) + acos(0) + 2*atan(1) + 4*atan2(1,-1))/Pi", 4.5}};
+  for (const auto& [text, value] : cases) {
+    EXPECT_DOUBLE_EQ(Converted<double>(text), value) << text;
   }
-  EXPECT_EQ(Converted<int>("12 "), 12);
-  EXPECT_EQ(Converted<int>("010"), 10);
-  EXPECT_EQ(Converted<int>(" -2147483648"), std::numeric_limits<int>::min());
-  EXPECT_EQ(Converted<int>("1e3"), 1000);
-  EXPECT_EQ(Converted<int>("2^31-1"), std::numeric_limits<int>::max());
-  EXPECT_EQ(Converted<int>("-49*(1/49)"), -1);  // whole up to rounding
+  EXPECT_THAT(Converted<MyVector<int>>("12 ,010, -2147483648,1e3,2^31-1,-2^31"),
+              ElementsAre(12, 10, INT_MIN, 1000, INT_MAX, INT_MIN));
+  EXPECT_THAT(Converted<MyVector<int>>("-49*(1/49),49*(1/49)"), ElementsAre(-1, 1))
+      << "but for rounding";
 }
 
 TEST(SimpleConvert, WhatIsNoNumberIsRefused) {
@@ -94,7 +94,6 @@ TEST(SimpleConvert, FloatingPointTrapsStayQuiet) {
   const auto withTraps = [] {
     feenableexcept(FE_INVALID | FE_DIVBYZERO | FE_OVERFLOW);
     for (const char* text : {"1e400", "1/0", "sqrt(-1)", "exp(1000)"}) {
-      FailureOf<double>(text);
       FailureOf<int>(text);
     }
     std::exit(fegetexcept() == (FE_INVALID | FE_DIVBYZERO | FE_OVERFLOW) ? 0 : 1);
