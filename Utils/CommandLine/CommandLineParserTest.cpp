@@ -56,9 +56,9 @@ TEST(CommandLineParser, WhatCannotBeReadIsReported) {
     EXPECT_THAT(ReportOf([&c] { Parsed(c.mArguments); }), HasSubstr(c.mMessage));
   }
   EXPECT_THAT(ReportOf([] {
-                Parsed({"-x", "1,5"}).Get<double>("x", 0.0);
+                Parsed({"-x", "1,5\n"}).Get<double>("x", 0.0);
               }),
-              HasSubstr("\nOption-key 'x' was given the value '1,5'.\n"));
+              HasSubstr("\nOption-key 'x' was given the value '1,5\\n'.\n"));
 }
 
 TEST(CommandLineParser, WhatWasNotUsedIsReported) {
@@ -75,7 +75,8 @@ TEST(CommandLineParser, WhatWasNotUsedIsReported) {
 }
 
 TEST(CommandLineParserDeathTest, TheHelpEndsTheProcess) {
-  const std::string help = "=== help-text supplied by program =+\nthe help\n====";
+  const std::string help =
+      "=== help-text supplied by program =+\nthe help\n=+\nCommand line: program ";
   for (const char* key : {"-h", "-help"}) {
     const auto onStandardError = [key] {
       std::cout.rdbuf(std::cerr.rdbuf());

@@ -2,7 +2,7 @@
 
 #include <gmock/gmock.h>
 
-#include "Utils/ErrorHandling/CodeError.hpp"
+#include "Utils/ErrorHandling/ReportOf.hpp"
 
 namespace {
 
@@ -14,7 +14,7 @@ void MakeB() {}
 // What a retrieval that fails writes to standard error.
 std::string ReportOfRetrieve(const Factory::FactoryBackbone& registry, const std::string& id) {
   testing::internal::CaptureStderr();
-  EXPECT_THROW(registry.Retrieve(id, "The heading"), CodeError);
+  EXPECT_EQ(ReportOf([&] { registry.Retrieve(id, "The heading"); }), "");
   return testing::internal::GetCapturedStderr();
 }
 
@@ -27,10 +27,10 @@ TEST(FactoryBackboneTest, FindsExactlyTheRegistered) {
   registry.Register("B", MakeB, "Makes B.", "Letters");
   EXPECT_EQ(registry.Retrieve("a", ""), MakeA);
   EXPECT_EQ(registry.Retrieve("b", ""), MakeB);
-  for (const char* unknown : {"", "A", "aa", "c"}) {
-    EXPECT_THAT(ReportOfRetrieve(registry, unknown),
-                HasSubstr("###\nThe heading\nClassID '" + std::string(unknown) +
-                          "' not found. Known ClassIDs:\nB\na\nb\n###"));
+  for (const std::string unknown : {"", "A", "aa", "c"}) {
+    EXPECT_THAT(ReportOfRetrieve(registry, unknown + "\n"),
+                HasSubstr("###\nThe heading\nClassID '" + unknown +
+                          "\\n' not found. Known ClassIDs:\nB\na\nb\n###"));
   }
   for (const char* id : {"help", "-Help", "HELPME"}) {
     EXPECT_THAT(ReportOfRetrieve(registry, id),
@@ -40,6 +40,19 @@ TEST(FactoryBackboneTest, FindsExactlyTheRegistered) {
   EXPECT_EQ(registry.Retrieve("helper", ""), MakeA);
   EXPECT_EXIT(registry.Register("a", MakeB, "", ""), testing::ExitedWithCode(255),
               "Trying to register ID=a for the second time!");
+  EXPECT_EQ(Factory::FormatRegisteredClassIDs(MyVector<MyVector<std::string>>{{"b", "a"}, {"c"}}),
+            "b\na\nc\n");
+  for (int i = 5; i <= 10000; ++i) {
+    registry.Register(std::to_string(i), MakeA, "", "");
+  }
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(registry.RegisteredClassIDs().Size(), 10000);
+  registry.Register("z", MakeA, "", "");
+  registry.RegisteredClassIDs();
+  EXPECT_THAT(testing::internal::GetCapturedStderr(),
+              testing::StartsWith(
+                  "WARNING WARNING WARNING\nRequesting FactoryBackboneImpl::RegisteredClassIDs() "
+                  "for\na class with 10001 registered"));
 }
 
 }  // namespace

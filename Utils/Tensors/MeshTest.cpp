@@ -17,11 +17,11 @@ TEST(Mesh, CountsPointsAndRefusesWhatCannotBe) {
   EXPECT_EQ(Mesh().Size(), 1);
   EXPECT_EQ(Mesh({2, 3, 4}).Size(), 24);
   EXPECT_EQ(Mesh({huge, huge, huge, 0}).Size(), 0) << "no points, in any order of the extents";
+  EXPECT_EQ(Mesh(MyVector<int>(MV::Size(32), 1)).Size(), 1);
   // 2^60 points are 2^63 bytes, one more than addresses reach.
-  EXPECT_EQ(Mesh({1 << 30, 1 << 29}).Size(), std::ptrdiff_t{1} << 59);
+  EXPECT_EQ(Mesh({(1 << 30) - 1, (1 << 30) + 1}).Size(), (std::ptrdiff_t{1} << 60) - 1);
   const std::pair<MyVector<int>, const char*> refused[] = {
       {{1 << 30, 1 << 30}, "too many points"},
-      {{huge, huge, huge}, "too many points"},
       {{0, -1}, "must not be negative, got (0,-1)"},
       {MyVector<int>(MV::Size(33), 1), "at most 32 dimensions, got 33"}};
   for (const auto& [extents, message] : refused) {
@@ -34,9 +34,8 @@ TEST(DataMesh, HasOneValuePerPoint) {
   const DataMesh copy = data;
   data[3] = 5;
   EXPECT_THAT(data, testing::ElementsAre(1, 2, 3, 5));
-  EXPECT_THAT(copy, testing::ElementsAre(1, 2, 3, 4));
-  EXPECT_THAT(DataMesh(Mesh({3})), testing::ElementsAre(0, 0, 0));
-  EXPECT_FALSE(data == DataMesh(Mesh({4}), {1, 2, 3, 5}));
+  EXPECT_FALSE(data == copy || data == DataMesh(Mesh({4}), {1, 2, 3, 5}));
+  EXPECT_TRUE(DataMesh(Mesh({1})) == DataMesh(Mesh({1}), {0}));
   EXPECT_THAT(ReportOf([] {
                 DataMesh(Mesh({2, 2}), {1, 2, 3});
               }),
