@@ -2,32 +2,23 @@
 // The flags are bits: 1 shuffle, 2 deflate, 4 Fletcher-32. The chunk is the values 2^(low three
 // bits) times, each repetition with other bits in as many low bytes as the next three bits say: so
 // a short input makes long chunks of repeats, noise and what is between.
-#include <zlib.h>
-
+#include <algorithm>
 #include <bit>
-#include <cstring>
-#include <span>
-#include <vector>
 
-#include "Tests/Fuzz/Fuzz.hpp"
-#include "Utils/ChunkCodec/ChunkDecoder.hpp"
-#include "Utils/ChunkCodec/ChunkEncoder.hpp"
-#include "Utils/ChunkCodec/Shuffle.hpp"
+#include "Tests/Fuzz/ChunkFuzz.hpp"
 
 namespace {
 
-using ChunkCodec::DecodeStatus;
-
-std::vector<double> ValuesFrom(std::uint8_t repeat, std::span<const std::uint8_t> bytes) {
+Fuzz::Values ValuesFrom(unsigned char repeat, std::string_view bytes) {
   constexpr std::size_t mostValues = 4096;
   std::vector<std::uint64_t> tile((bytes.size() + 7) / 8);
   for (std::size_t i = 0; i < bytes.size(); ++i) {
-    tile[i / 8] |= std::uint64_t{bytes[i]} << 8 * (i % 8);
+    tile[i / 8] |= std::uint64_t{static_cast<unsigned char>(bytes[i])} << 8 * (i % 8);
   }
   const std::size_t count = std::min(tile.size() << (repeat & 7U), mostValues);
   const unsigned noisyBytes = repeat >> 3 & 7U;
   const std::uint64_t noisyBits = (std::uint64_t{1} << 8 * noisyBytes) - 1;
-  std::vector<double> values(count);
+  Fuzz::Values values(count);
   std::uint64_t noise = 0;
   for (std::size_t i = 0; i < count; ++i) {
     values[i] = std::bit_cast<double>(tile[i % tile.size()] ^ (noise >> 7 & noisyBits));
@@ -36,59 +27,39 @@ std::vector<double> ValuesFrom(std::uint8_t repeat, std::span<const std::uint8_t
   return values;
 }
 
-// The reader of everybody else.
-void CheckWithZlib(const std::vector<double>& values, const ChunkCodec::Filters& filters,
-                   std::span<const std::byte> stored) {
-  std::vector<std::uint8_t> expected(values.size() * sizeof(double) + 1);
-  if (filters.mShuffle) {
-    ChunkCodec::Shuffle(values, expected.data(), values.size());
-  } else if (!values.empty()) {
-    std::memcpy(expected.data(), values.data(), values.size() * sizeof(double));
-  }
-  std::vector<std::uint8_t> inflated(expected.size());
-  auto size = static_cast<uLongf>(inflated.size());
-  auto read = static_cast<uLong>(stored.size() - (filters.mFletcher32 ? 4 : 0));
-  const uLong given = read;
-  const int result =
-      uncompress2(inflated.data(), &size, reinterpret_cast<const Bytef*>(stored.data()), &read);
-  FUZZ_CHECK(result == Z_OK && read == given && size + 1 == expected.size(),
-             "zlib answers " + std::to_string(result));
-  FUZZ_CHECK(inflated == expected, "zlib reads something else");
-}
-
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+void Fuzz::Target(std::string_view input) {
   constexpr std::size_t header = 2;
-  if (size < header) {
-    return 0;
+  if (input.size() < header) {
+    return;
   }
-  const ChunkCodec::Filters filters{(data[0] & 1U) != 0, (data[0] & 2U) != 0, (data[0] & 4U) != 0};
-  const std::vector<double> values = ValuesFrom(data[1], {data + header, size - header});
+  const Flags flags(input[0]);
+  const Values values = ValuesFrom(input[1], input.substr(header));
   const std::size_t bytes = values.size() * sizeof(double);
 
-  std::vector<std::byte> stored = EncodeChunk(values, filters);
+  std::vector<std::byte> stored = CheckedEncoding(values, flags);
   FUZZ_CHECK(stored.size() <= bytes + bytes / 1000 + 100, std::to_string(stored.size()));
   // What a thread's workspace remembers of earlier chunks must not show.
-  FUZZ_CHECK(EncodeChunk(values, filters) == stored, "encoded twice");
-  if (filters.mDeflate) {
-    CheckWithZlib(values, filters, stored);
+  FUZZ_CHECK(EncodeChunk(values, flags.Filters()) == stored, "encoded twice");
+  Values decoded(values.size());
+  if (flags.mDeflate) {
+    std::size_t used = 0;
+    FUZZ_CHECK(InflatesWithZlib(stored, flags.mShuffle, decoded, used), "zlib does not");
+    FUZZ_CHECK(used == stored.size() - (flags.mFletcher32 ? 4 : 0), std::to_string(used));
+    FUZZ_CHECK(AreSameBits(decoded, values), "zlib reads something else");
   }
-  stored.shrink_to_fit();
-  std::vector<double> decoded(values.size());
-  FUZZ_CHECK(DecodeChunk(stored, filters, decoded) == DecodeStatus::Ok, "what was encoded");
-  FUZZ_CHECK(bytes == 0 || std::memcmp(values.data(), decoded.data(), bytes) == 0, "values");
-
-  if (!stored.empty()) {
-    const std::span whole(stored);
-    FUZZ_CHECK(DecodeChunk(whole.first(stored.size() - 1), filters, decoded) != DecodeStatus::Ok,
-               "a byte is missing");
-    if (filters.mFletcher32) {
-      const std::size_t bit = (data[0] >> 3) * std::size_t{37} % (8 * stored.size());
-      stored[bit / 8] ^= std::byte{1} << bit % 8;
-      FUZZ_CHECK(DecodeChunk(stored, filters, decoded) == DecodeStatus::WrongChecksum,
-                 "bit " + std::to_string(bit));
-    }
+  if (stored.empty()) {
+    return;
   }
-  return 0;
+  const auto decode = [&](std::size_t size) {
+    return DecodeChunk(std::span(stored).first(size), flags.Filters(), decoded);
+  };
+  FUZZ_CHECK(decode(stored.size() - 1) != ChunkCodec::DecodeStatus::Ok, "a byte is missing");
+  if (flags.mFletcher32) {
+    const std::size_t bit = (input[0] >> 3 & 31) * std::size_t{37} % (8 * stored.size());
+    stored[bit / 8] ^= std::byte{1} << bit % 8;
+    FUZZ_CHECK(decode(stored.size()) == ChunkCodec::DecodeStatus::WrongChecksum,
+               "bit " + std::to_string(bit));
+  }
 }

@@ -1,6 +1,7 @@
 // The input is the arguments of Kelmor, each ended by a null character or a newline. Whatever is
 // read must be all that was given, and nothing else.
 #include <algorithm>
+#include <sstream>
 #include <vector>
 
 #include "Executables/Kelmor/Options.hpp"
@@ -10,24 +11,10 @@
 
 namespace {
 
-std::vector<std::string> ArgumentsFrom(std::string_view text) {
-  std::vector<std::string> arguments;
-  while (!text.empty()) {
-    const std::size_t end = std::min(text.find_first_of(std::string_view("\0\n", 2)), text.size());
-    arguments.emplace_back(text.substr(0, end));
-    text.remove_prefix(std::min(end + 1, text.size()));
-  }
-  return arguments;
-}
-
-const MyVector<std::string>& BooleanOptions() {
-  static const MyVector<std::string> names{"v", "NoWipe", "NoGzip"};
-  return names;
-}
+const MyVector<std::string> sBooleanOptions{"v", "NoWipe", "NoGzip"};
 
 bool IsBoolean(const std::string& name) {
-  return std::find(BooleanOptions().begin(), BooleanOptions().end(), name) !=
-         BooleanOptions().end();
+  return std::count(sBooleanOptions.begin(), sBooleanOptions.end(), name) > 0;
 }
 
 // Every argument was a plain one, an option, an option's value, or the "--".
@@ -62,25 +49,29 @@ void CheckNothingIsLost(const CommandLineParser& parser,
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  std::vector<std::string> arguments = ArgumentsFrom(Fuzz::Text(data, size));
-  if (std::any_of(arguments.begin(), arguments.end(),
-                  [](const std::string& s) { return s == "-h" || s == "-help"; })) {
-    return 0;  // asks for help, which ends the process
+void Fuzz::Target(std::string_view input) {
+  std::vector<std::string> arguments;
+  std::string text(input);
+  std::replace(text.begin(), text.end(), '\0', '\n');
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) {
+    if (line == "-h" || line == "-help") {
+      return;  // asks for help, which ends the process
+    }
+    arguments.push_back(line);
   }
   std::string program = "Kelmor";
   std::vector<char*> argv{program.data()};
   for (std::string& argument : arguments) {
     argv.push_back(argument.data());
   }
-  Fuzz::Succeeds([&] {
+  Succeeds([&] {
     const CommandLineParser parser(static_cast<int>(argv.size()), argv.data(), HelpText(),
-                                   BooleanOptions());
-    Fuzz::Succeeds([&] {
+                                   sBooleanOptions);
+    Succeeds([&] {
       const Options options(parser, Options::Output::Optional);
       FUZZ_CHECK(options.mDeltaT >= 0, std::to_string(options.mDeltaT));
     });
     CheckNothingIsLost(parser, arguments);
   });
-  return 0;
 }

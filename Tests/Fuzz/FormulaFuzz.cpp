@@ -19,8 +19,8 @@ std::optional<double> ValueOf(const std::string& text) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const std::string text(Fuzz::Text(data, size));
+void Fuzz::Target(std::string_view input) {
+  const std::string text(input);
   const std::optional<double> value = ValueOf(text);
   int whole = 0;
   const bool isWhole = Fuzz::Succeeds([&] { SimpleConvert(text, "context", whole); });
@@ -41,5 +41,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   } else {
     FUZZ_CHECK(!value || *value != std::floor(*value) || std::abs(*value) > 2147483647, text);
   }
-  return 0;
 }

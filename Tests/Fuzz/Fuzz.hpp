@@ -13,13 +13,13 @@
 #include <exception>
 #include <string>
 #include <string_view>
-#include <utility>
 
 #include "Utils/ErrorHandling/CodeError.hpp"
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
-
 namespace Fuzz {
+
+/// Each target defines it.
+void Target(std::string_view input);
 
 /// Writes the text to standard error and aborts.
 [[noreturn]] inline void Fail(const char* file, int line, const std::string& text) {
@@ -27,15 +27,10 @@ namespace Fuzz {
   std::abort();
 }
 
-inline std::string_view Text(const std::uint8_t* data, std::size_t size) {
-  return {reinterpret_cast<const char*>(data), size};
-}
-
 /// False if the action throws a CodeError, true if it throws nothing.
-template <class Action>
-bool Succeeds(Action&& action) {
+bool Succeeds(const auto& action) {
   try {
-    std::forward<Action>(action)();
+    action();
     return true;
   } catch (const CodeError&) {
     return false;

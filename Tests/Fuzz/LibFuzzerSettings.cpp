@@ -1,6 +1,13 @@
-// What a libFuzzer program is to be set to, however it is started.
+// How a libFuzzer program calls its target, and what it is to be set to, however it is started.
 #include <cstdlib>
 #include <iostream>
+
+#include "Tests/Fuzz/Fuzz.hpp"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  Fuzz::Target({reinterpret_cast<const char*>(data), size});
+  return 0;
+}
 
 // Our own signal handlers must not take the place of those that save the input that led to the
 // signal. Freed memory is held back, but not so much of it that it hides what is really in use.

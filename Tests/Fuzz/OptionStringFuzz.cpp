@@ -31,35 +31,22 @@ void CheckPair(const OptionParser& parser, const std::string& key, const std::st
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const std::string text(Fuzz::Text(data, size));
-  Fuzz::Succeeds([&text] {
+void Fuzz::Target(std::string_view input) {
+  const std::string text(input);
+  Succeeds([&text] {
     const OptionParser parser(text, "", false);
     const std::string compact = parser.CompactOptionList();
-    // Takes the list "key=value;key=value;" apart by its parentheses alone.
-    std::string pieces[2];
-    std::size_t current = 0;
-    int depth = 0;
-    for (const char c : compact) {
-      depth += c == '(' ? 1 : c == ')' ? -1 : 0;
-      FUZZ_CHECK(depth >= 0, compact);
-      if (depth != 0 || (c != ';' && (c != '=' || current == 1))) {
-        pieces[current] += c;
-      } else if (current == 0) {
-        FUZZ_CHECK(c == '=', compact);
-        current = 1;
-      } else {
-        CheckPair(parser, pieces[0], pieces[1]);
-        pieces[0] = pieces[1] = "";
-        current = 0;
-      }
-    }
-    FUZZ_CHECK(depth == 0 && current == 0 && pieces[0].empty(), compact);
-    FUZZ_CHECK(Fuzz::Succeeds([&] { parser.TerminateIfThereAreUnusedOptions(); }), compact);
-    FUZZ_CHECK(Fuzz::Succeeds([&] {
+    FUZZ_CHECK(Succeeds([&] {
+                 for (std::size_t begin = 0; begin < compact.size();) {
+                   const std::size_t equals = FindWhileParsingFast(compact, begin, '=');
+                   const std::size_t end = FindWhileParsingFast(compact, equals + 1, ';');
+                   CheckPair(parser, compact.substr(begin, equals - begin),
+                             compact.substr(equals + 1, end - equals - 1));
+                   begin = end + 1;
+                 }
+                 parser.TerminateIfThereAreUnusedOptions();
                  FUZZ_CHECK(OptionParser(compact, "", false).CompactOptionList() == compact, text);
                }),
                compact);
   });
-  return 0;
 }

@@ -20,7 +20,7 @@ int main(int, char** argv) {
     std::vector<char> bytes{std::istreambuf_iterator<char>(stream), {}};
     bytes.shrink_to_fit();  // so that a read beyond the input is one beyond its allocation
     const std::clock_t start = std::clock();
-    LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
+    Fuzz::Target({bytes.data(), bytes.size()});
     ++replayed;
     if (std::clock() - start > CLOCKS_PER_SEC) {
       std::cout << "FINDING: takes more than a second\n";
