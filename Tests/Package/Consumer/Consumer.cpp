@@ -1,7 +1,13 @@
 // Makes the file given as argument with one table of one row, or checks that the file holds it.
+// Compiles with the headers of today and with those from before the store was divided.
 #include "Utils/Process/Files.hpp"
+#ifdef OLD_NAMES
+#include "Utils/H5/CachedH5File.hpp"
+#include "Utils/H5/H5_ObjectDat.hpp"
+#else
 #include "Utils/Store/CachedH5File.hpp"
 #include "Utils/Store/H5_ObjectDat.hpp"
+#endif
 
 int main(int, char** argv) {
   const bool exists = FileExists(argv[1]);
