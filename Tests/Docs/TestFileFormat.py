@@ -17,22 +17,15 @@ import h5py
 
 SUPERBLOCK_VERSION = 8  # offset of the byte
 
-
-def main():
-    sources, kelmor = pathlib.Path(sys.argv[1]), sys.argv[2]
-    page = (sources / "docs/file-format.md").read_text(encoding="utf-8")
-    snippets = re.findall(r"^```python\n(.*?)^```$", page, re.MULTILINE | re.DOTALL)
-    with tempfile.TemporaryDirectory() as folder:
-        os.chdir(folder)
-        exec("\n".join(snippets), {})
-        subprocess.run([kelmor, "-o", "joined.h5", "segment.h5"], check=True)
-        subprocess.run([sys.executable, sources / "Benchmarks/compare.py", "segment.h5",
-                        "joined.h5"], check=True)
-        assert pathlib.Path("joined.h5").read_bytes()[SUPERBLOCK_VERSION] == 2
+sources, kelmor = pathlib.Path(sys.argv[1]), sys.argv[2]
+page = (sources / "docs/file-format.md").read_text(encoding="utf-8")
+with tempfile.TemporaryDirectory() as folder:
+    os.chdir(folder)
+    exec("\n".join(re.findall(r"^```python\n(.*?)^```$", page, re.MULTILINE | re.DOTALL)), {})
+    subprocess.run([kelmor, "-o", "joined.h5", "segment.h5"], check=True)
+    subprocess.run([sys.executable, sources / "Benchmarks/compare.py", "segment.h5", "joined.h5"],
+                   check=True)
+    assert pathlib.Path("joined.h5").read_bytes()[SUPERBLOCK_VERSION] == 2
+    with h5py.File("joined.h5", "r") as joined:
         for name in ("Run.dir/position.dat", "metric.tdm/data.dat"):
-            with h5py.File("joined.h5", "r") as joined:
-                assert joined[name].id.get_create_plist().get_obj_track_times() == 0, name
-
-
-if __name__ == "__main__":
-    main()
+            assert joined[name].id.get_create_plist().get_obj_track_times() == 0, name

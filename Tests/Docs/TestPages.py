@@ -18,22 +18,14 @@ SOURCES = pathlib.Path(sys.argv[1])
 
 # What the examples of a page print, or part of it, and the files that they make.
 EXAMPLES = {
-    "Kelmor": [
-        ("/Run.dir/energy.dat keeping 176 steps out of 192", {"joined.h5"}),
-        ("", {"thin.h5"}),
-        ("", {"all.h5"})],
-    "KelmorInfo": [
-        ("kinetic", set()),
-        ("Kelmor would join 3 files", {"plan.svg"}),
-        ("run.h5 is the join of 3 files", {"run.h5"}),
-        ("/BodyB.dir/speed.dat\n/Run.dir/energy.dat\n", set())],
-    "kelmor-run": [
-        ("", {"run.h5", "run.h5.json"}),
-        ("", {"thin.h5", "thin.h5.json"}),
-        ("segment3.h5: OK", set()),
-        ("", {f"one-segment{i}.h5{suffix}" for i in (1, 2, 3) for suffix in ("", ".json")})],
+    "Kelmor": [("/Run.dir/energy.dat keeping 176 steps out of 192", "joined.h5"), ("", "thin.h5"),
+               ("", "all.h5")],
+    "KelmorInfo": [("kinetic", ""), ("Kelmor would join 3 files", "plan.svg"),
+                   ("run.h5 is the join of 3 files", "run.h5"),
+                   ("/BodyB.dir/speed.dat\n/Run.dir/energy.dat\n", "")],
+    "kelmor-run": [("", "run.h5 run.h5.json"), ("", "thin.h5 thin.h5.json"), ("segment3.h5: OK", ""),
+                   ("", " ".join(f"one-segment{i}.h5 one-segment{i}.h5.json" for i in (1, 2, 3)))],
 }
-
 
 CLUSTER_PAGE = (SOURCES / "docs/cluster.md").read_text(encoding="utf-8")
 SCRIPTS = dict(re.findall(r"`([\w.-]+)`[^`]*\n\n```\w+\n(.*?)^```$", CLUSTER_PAGE,
@@ -53,26 +45,21 @@ class WithPrograms(unittest.TestCase):
             (programs / pathlib.Path(program).name).symlink_to(program)
         self.environment = dict(os.environ, PATH=f"{programs}:{os.environ['PATH']}", HOME=str(self.top),
                                 VEXA_NO_BACKTRACE="1")
+        self.data = self.top / "data"
+        self.data.mkdir()
+        subprocess.run([WRITE_SEGMENTS, self.data], check=True, stdout=subprocess.DEVNULL)
 
-    def write_segments(self, name):
-        folder = self.top / name
-        folder.mkdir(parents=True)
-        subprocess.run([WRITE_SEGMENTS, folder], check=True, stdout=subprocess.DEVNULL)
-        return folder
 
 
 class TestPages(WithPrograms):
-    def setUp(self):
-        super().setUp()
-        self.data = self.write_segments("data")
-
     def run_line(self, line):
-        """What it prints; the files that it makes."""
+        """What it prints; the files that it makes in data, where the segments are."""
         before = set(self.data.iterdir())
         result = subprocess.run(["bash", "-euo", "pipefail", "-c", line], cwd=self.data, text=True,
                                 env=self.environment, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
         self.assertEqual(result.returncode, 0, result.stdout)
-        return result.stdout, {path.name for path in set(self.data.iterdir()) - before}
+        made = sorted(path.name for path in set(self.data.iterdir()) - before)
+        return result.stdout, " ".join(made)
 
     def test_readme(self):
         page = (SOURCES / "README.md").read_text(encoding="utf-8")
@@ -99,18 +86,13 @@ class TestPages(WithPrograms):
                 path.unlink()
 
 
-def line_of(program):
-    """The line that starts a program, as the page has it."""
-    return re.search(rf"^    ({program} .*)$", CLUSTER_PAGE, re.MULTILINE)[1]
-
-
 class TestCluster(WithPrograms):
     def setUp(self):
         super().setUp()
         for name, text in SCRIPTS.items():
             (self.top / name).write_text(text)
         for run in RUNS:
-            self.write_segments(f"runs/{run}")
+            shutil.copytree(self.data, self.top / "runs" / run)
         self.broken = self.top / "runs" / BROKEN / "segment2.h5"
         os.truncate(self.broken, 2000)
 
@@ -118,6 +100,11 @@ class TestCluster(WithPrograms):
         result = subprocess.run(command, cwd=self.top, env=dict(self.environment, **environment),
                                 stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
         return result.returncode, result.stdout
+
+    def start_line(self, program):
+        """Runs the line that starts a program, as the page has it."""
+        line = re.search(rf"^    ({program} .*)$", CLUSTER_PAGE, re.MULTILINE)[1]
+        return self.start("bash", "-c", line)
 
     def results(self):
         """Those that are there, with what changes if they are made again."""
@@ -146,7 +133,7 @@ class TestCluster(WithPrograms):
 
     @unittest.skipUnless(shutil.which("snakemake"), "snakemake is not installed")
     def test_snakemake(self):
-        self.check(lambda: self.start("bash", "-c", line_of("snakemake")))
+        self.check(lambda: self.start_line("snakemake"))
 
     @unittest.skipUnless(shutil.which("parallel"), "GNU parallel is not installed")
     def test_parallel(self):
@@ -157,7 +144,7 @@ class TestCluster(WithPrograms):
         sbatch = self.top / "bin/sbatch"
         sbatch.write_text('#!/bin/sh\necho "$@"\n')
         sbatch.chmod(0o755)
-        submitted = self.start("bash", "-c", line_of("sbatch"))[1]
+        submitted = self.start_line("sbatch")[1]
         first, last, script = re.fullmatch(r"--array=(\d+)-(\d+) ([\w.]+)\n", submitted).groups()
 
         def start():
