@@ -96,7 +96,7 @@ TEST(OptionParser, TypedValuesAndDefaults) {
   const OptionParser parser(
       " N=2*3; # A = 2;\nX=Pi; S= a b ;B=Yes;C=c;L=(a, f(b=1,c) ,d); T=Tag( a(b) ); U=Tag(a), Tag "
       "(b, c);V=",
-      "", true);
+      "", false);
   EXPECT_EQ(parser.CompactOptionList(),
             "N=2*3;X=Pi;S=a b;B=Yes;C=c;L=(a, f(b=1,c) ,d);T=Tag( a(b) );U=Tag(a), Tag (b, c);V=;");
   EXPECT_EQ(parser.Get<int>("N", 7), 6);
@@ -109,6 +109,7 @@ TEST(OptionParser, TypedValuesAndDefaults) {
   EXPECT_EQ(parser.Get<int>("K", 7), 7);
   EXPECT_EQ(parser.GetStringWithTag("K", "Tag", "d"), "d");
   EXPECT_THAT(parser.GetMyVectorStringWithTag("K", "Tag", {"d"}), ElementsAre("d"));
+  parser.TerminateIfThereAreUnusedOptions();
   // A default for replays only is no default otherwise.
   const auto inReplay = [&parser] { return parser.Get<int>("K", 3, true); };
   EXPECT_THAT(ReportOf([] { GlobalFlags::Get("HistoryFileRunMode"); }),

@@ -40,7 +40,7 @@ TEST(SplitStrings, FirstLeftAndLastRight) {
 TEST(SplitStrings, LongestTokenAndProtectedOnes) {
   MyVector<std::string> pieces;
   MyVector<std::string> found;
-  SplitStringAtTokens("a->b-c<=(d-e)<f->>g", {"-", "<", "<=", "->>"}, pieces, found, {"->"});
+  SplitStringAtTokens("a->b-c<=(d-e)<f->>g", {"-", "<=", "<", "->>"}, pieces, found, {"->"});
   EXPECT_THAT(pieces, ElementsAre("a->b", "c", "(d-e)", "f", "g"));
   EXPECT_THAT(found, ElementsAre("-", "<=", "<", "->>"));
 }
