@@ -24,7 +24,7 @@ Holders Discover(const Inputs& inputs, const Options& options, const std::string
 }
 
 // Flushes the file that was written and has been closed, and fails unless it still has its name.
-void FlushOutputToDisk(const HeldFile& written, const std::string& path) {
+void FlushOutputToDisk(const FileDescriptor& written, const std::string& path) {
   int error = written.FlushToDisk();
   REQUIRE(error==0, "Flushing " << path << " to disk failed: " << StrError(error));
   const std::string directory = GetDirectoryFromPath(path);
@@ -47,7 +47,7 @@ void CleanUp(Inputs& inputs, CachedH5File& output, const Options& options) {
   }
   inputs.RequireUnchanged();
   inputs.Clear();
-  const HeldFile written = output.Hold();
+  const FileDescriptor written = output.Hold();
   output.SetUnfinished(false);
   CachedH5FileHolder& holder = TheCachedH5FileHolder();
   if (verbose) {

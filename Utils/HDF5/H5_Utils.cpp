@@ -264,7 +264,7 @@ hid_t Vexa_H5::CreateFile(const std::string& path, int verbosity, bool staysRead
   return file_id;
 }
 
-std::optional<std::uint64_t> Vexa_H5::SizeWhenClosed(const HeldFile& file) {
+std::optional<std::uint64_t> Vexa_H5::SizeWhenClosed(const FileDescriptor& file) {
   // HDF5 File Format Specification, "Superblock" of version 2 with addresses of 8 bytes.
   unsigned char superblock[48];
   constexpr std::size_t version = 8;

@@ -9,79 +9,80 @@
 
 namespace {
 
-// The file type bits of the mode, or 0 if there is nothing.
-mode_t FileType(const std::string& path) {
+using Status = std::optional<struct stat>;
+
+Status StatusOf(const std::string& path) {
   struct stat status;
-  return stat(path.c_str(), &status) == 0 ? status.st_mode & S_IFMT : 0;
+  return stat(path.c_str(), &status) == 0 ? Status(status) : std::nullopt;
 }
 
-}  // namespace
-
-bool FileExists(const std::string& path) {
+Status StatusOf(int descriptor) {
   struct stat status;
-  return stat(path.c_str(), &status) == 0;
+  return fstat(descriptor, &status) == 0 ? Status(status) : std::nullopt;
 }
 
-bool DirectoryExists(const std::string& path) {
-  return FileType(path) == S_IFDIR;
-}
-
-bool IsRegularFile(const std::string& path) {
-  return FileType(path) == S_IFREG;
-}
-
-bool IsEmptyFile(const std::string& path) {
-  struct stat status;
-  return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) && status.st_size == 0;
-}
-
-std::optional<FileIdentity> IdentityOf(const std::string& path) {
-  struct stat status;
-  if (stat(path.c_str(), &status) != 0) {
-    return std::nullopt;
-  }
-  return FileIdentity{status.st_dev, status.st_ino};
-}
-
-namespace {
-
-std::string StampFrom(const struct stat& status) {
+std::string StampFrom(const Status& status) {
   std::string stamp;
-  for (const auto number :
-       {static_cast<long long>(status.st_dev), static_cast<long long>(status.st_ino),
-        static_cast<long long>(status.st_size), static_cast<long long>(status.st_mtim.tv_sec),
-        static_cast<long long>(status.st_mtim.tv_nsec)}) {
-    stamp += std::to_string(number) + " ";
+  if (status) {
+    for (const auto number :
+         {static_cast<long long>(status->st_dev), static_cast<long long>(status->st_ino),
+          static_cast<long long>(status->st_size), static_cast<long long>(status->st_mtim.tv_sec),
+          static_cast<long long>(status->st_mtim.tv_nsec)}) {
+      stamp += std::to_string(number) + " ";
+    }
   }
   return stamp;
 }
 
 }  // namespace
 
-std::string FileStamp(const std::string& path) {
-  struct stat status {};
-  return stat(path.c_str(), &status) == 0 ? StampFrom(status) : "";
+bool FileExists(const std::string& path) {
+  return StatusOf(path).has_value();
 }
 
-HeldFile::HeldFile(int descriptor) : mDescriptor(fcntl(descriptor, F_DUPFD_CLOEXEC, 0)) {}
+bool DirectoryExists(const std::string& path) {
+  const Status status = StatusOf(path);
+  return status && S_ISDIR(status->st_mode);
+}
 
-HeldFile::~HeldFile() {
+bool IsRegularFile(const std::string& path) {
+  const Status status = StatusOf(path);
+  return status && S_ISREG(status->st_mode);
+}
+
+bool IsEmptyFile(const std::string& path) {
+  const Status status = StatusOf(path);
+  return status && S_ISREG(status->st_mode) && status->st_size == 0;
+}
+
+std::optional<FileIdentity> IdentityOf(const std::string& path) {
+  const Status status = StatusOf(path);
+  return status ? std::optional(FileIdentity{status->st_dev, status->st_ino}) : std::nullopt;
+}
+
+std::string FileStamp(const std::string& path) {
+  return StampFrom(StatusOf(path));
+}
+
+FileDescriptor::FileDescriptor(int descriptor)
+    : mDescriptor(fcntl(descriptor, F_DUPFD_CLOEXEC, 0)) {}
+
+FileDescriptor::~FileDescriptor() {
   if (mDescriptor >= 0) {
     close(mDescriptor);
   }
 }
 
-std::string HeldFile::Stamp() const {
-  struct stat status {};
-  return fstat(mDescriptor, &status) == 0 ? StampFrom(status) : "";
+std::string FileDescriptor::Stamp() const {
+  return StampFrom(StatusOf(mDescriptor));
 }
 
-std::uint64_t HeldFile::Bytes() const {
-  struct stat status {};
-  return fstat(mDescriptor, &status) == 0 ? static_cast<std::uint64_t>(status.st_size) : 0;
+std::uint64_t FileDescriptor::Bytes() const {
+  const Status status = StatusOf(mDescriptor);
+  return status ? static_cast<std::uint64_t>(status->st_size) : 0;
 }
 
-bool HeldFile::Read(std::uint64_t position, void* bytes, std::size_t count) const {
+bool FileDescriptor::Read(std::uint64_t position, void* bytes, std::size_t count) const {
   auto* next = static_cast<char*>(bytes);
   while (count > 0) {
     // A read may be cut short, or interrupted before it began.
@@ -97,15 +98,15 @@ bool HeldFile::Read(std::uint64_t position, void* bytes, std::size_t count) cons
   return true;
 }
 
-int HeldFile::FlushToDisk() const {
+int FileDescriptor::FlushToDisk() const {
   return fsync(mDescriptor) == 0 ? 0 : errno;
 }
 
-bool HeldFile::HasName(const std::string& path) const {
-  struct stat held {};
-  struct stat named {};
-  return fstat(mDescriptor, &held) == 0 && lstat(path.c_str(), &named) == 0 &&
-         held.st_dev == named.st_dev && held.st_ino == named.st_ino;
+bool FileDescriptor::HasName(const std::string& path) const {
+  const Status own = StatusOf(mDescriptor);
+  struct stat named;
+  return own && lstat(path.c_str(), &named) == 0 && own->st_dev == named.st_dev &&
+         own->st_ino == named.st_ino;
 }
 
 int FlushToDisk(const std::string& path) {

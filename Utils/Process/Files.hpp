@@ -14,10 +14,11 @@ bool FileExists(const std::string& path);
 
 bool DirectoryExists(const std::string& path);
 
-/// Whether it can be opened and read like a file: no directory, FIFO, socket or device.
+/// Whether the path leads to what can be opened and read like a file: to no directory, FIFO, socket
+/// or device.
 bool IsRegularFile(const std::string& path);
 
-/// Whether it is a regular file without a single byte.
+/// Whether the path leads to a regular file without a single byte.
 bool IsEmptyFile(const std::string& path);
 
 /// Which file it is, whatever its names: two paths with equal identities lead to the same file.
@@ -26,30 +27,31 @@ struct FileIdentity {
   unsigned long long mNumber;
   bool operator==(const FileIdentity&) const = default;
 };
-/// Nothing if there is no file.
+/// Returns nothing if there is no file.
 std::optional<FileIdentity> IdentityOf(const std::string& path);
 
-/// What changes when another file takes this one's place or its contents are written to: device,
-/// number, size and time of the last change. Empty if there is none.
+/// Returns device, number, size and time of the last change of a file as a text, which changes when
+/// another file takes its place or its contents are written to. It is empty if there is no file.
 std::string FileStamp(const std::string& path);
 
 /// A file that this process has open, whatever becomes of its name. Closing it elsewhere does not
 /// let it go.
-class HeldFile {
+class FileDescriptor {
  public:
-  /// Duplicates the descriptor. What is asked of a file that could not be held fails.
-  explicit HeldFile(int descriptor);
-  HeldFile(HeldFile&& other) noexcept : mDescriptor(std::exchange(other.mDescriptor, -1)) {}
-  HeldFile& operator=(HeldFile&&) = delete;
-  ~HeldFile();
+  /// Duplicates the descriptor. If that fails, so does every operation.
+  explicit FileDescriptor(int descriptor);
+  FileDescriptor(FileDescriptor&& other) noexcept
+      : mDescriptor(std::exchange(other.mDescriptor, -1)) {}
+  FileDescriptor& operator=(FileDescriptor&&) = delete;
+  ~FileDescriptor();
 
-  /// Its size; 0 if it is not known.
+  /// Returns the size of the file, or 0 if it is not known.
   std::uint64_t Bytes() const;
-  /// Reads so many bytes; false if there are fewer, or reading fails.
+  /// Reads so many bytes, and returns false if there are fewer or reading fails.
   bool Read(std::uint64_t position, void* bytes, std::size_t count) const;
   /// Returns once the contents are on the disk: 0, or the errno of the call that failed.
   int FlushToDisk() const;
-  /// As FileStamp() of a path that leads to it.
+  /// Returns what FileStamp() returns of a path that leads to the file.
   std::string Stamp() const;
   /// Whether `path` is a name of this file itself, not of a link to it.
   bool HasName(const std::string& path) const;
@@ -64,8 +66,8 @@ class HeldFile {
 int FlushToDisk(const std::string& path);
 
 /// Sees to it that the standard descriptors are taken: those that are closed are opened, so that
-/// every read or write fails still. Else the next file that is opened would be one of them, and
-/// get what is meant for standard error.
+/// every read or write still fails. Otherwise the next file that is opened would be one of them,
+/// and get what is meant for standard error.
 void TakeStandardDescriptors();
 
 /// Raises the soft limit on open files of this process to the hard limit, as far as the system

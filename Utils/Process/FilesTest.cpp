@@ -49,7 +49,7 @@ TEST(FilesTest, EveryKindOfPathAndEveryChange) {
   EXPECT_NE(FileStamp(file), stamp);
 
   const int descriptor = open(file.c_str(), O_RDONLY);
-  const HeldFile held(descriptor);
+  const FileDescriptor held(descriptor);
   close(descriptor);
   EXPECT_EQ(held.Stamp(), FileStamp(file));
   EXPECT_TRUE(held.HasName(file) && !held.HasName(folder / "link"));
@@ -59,7 +59,7 @@ TEST(FilesTest, EveryKindOfPathAndEveryChange) {
   EXPECT_TRUE(held.Read(1, bytes.data(), 4));
   EXPECT_EQ(bytes, "ext+");
   EXPECT_FALSE(held.Read(2, bytes.data(), 4)) << "there are fewer";
-  EXPECT_EQ(HeldFile(-1).FlushToDisk(), EBADF);
+  EXPECT_EQ(FileDescriptor(-1).FlushToDisk(), EBADF);
 }
 
 TEST(FilesTest, NoFileBecomesStandardErrorAndManyMayBeOpen) {

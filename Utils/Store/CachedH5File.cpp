@@ -182,7 +182,7 @@ void CachedH5File::SetUnfinished(bool isUnfinished) {
   mpFile->SetUnfinished(isUnfinished);
 }
 
-HeldFile CachedH5File::Hold() const {
+FileDescriptor CachedH5File::Hold() const {
   const InsideStore inside;
   return mpFile->Hold();
 }

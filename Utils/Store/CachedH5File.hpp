@@ -112,7 +112,7 @@ class CachedH5File {
   /// one.
   void SetUnfinished(bool isUnfinished);
   /// Keeps hold of the file itself, which must be open, beyond the life of this handle.
-  HeldFile Hold() const;
+  FileDescriptor Hold() const;
   /// The stamp of the file that is open, whatever has its name by now; empty if none is open.
   std::string OpenedStamp() const;
 

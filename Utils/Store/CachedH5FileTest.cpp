@@ -415,7 +415,7 @@ TEST_F(CachedH5FileTest, AFileThatIsOfUseOnlyWhenWholeIsCreated) {
   EXPECT_TRUE(std::filesystem::is_empty(Path("empty.h5")));
   EXPECT_FALSE(std::filesystem::exists(Path("nowhere.h5")));
   const auto file = CachedH5File::CreateUnfinished(Path("new.h5"));
-  const HeldFile held = file->Hold();
+  const FileDescriptor held = file->Hold();
   file->SetUnfinished(false);
   TheCachedH5FileHolder().PurgeCache();
   EXPECT_EQ(held.Bytes(), Vexa_H5::SizeWhenClosed(held));

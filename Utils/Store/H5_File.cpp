@@ -48,7 +48,7 @@ H5_File::H5_File(const std::string& fullPath, H5AccessType access, int verbosity
       Flush();
     }
   } catch (...) {
-    std::optional<HeldFile> created;
+    std::optional<FileDescriptor> created;
     try {
       if (IsFileOpen() && wait.mIsCreated) {
         created.emplace(Hold());
@@ -187,11 +187,11 @@ void H5_File::CountNode() {
           << "its links go round in circles");
 }
 
-HeldFile H5_File::Hold() const {
+FileDescriptor H5_File::Hold() const {
   void* descriptor = nullptr;
   const herr_t err = H5Fget_vfd_handle(mFile_id, H5P_DEFAULT, &descriptor);
   REQUIRE(err>=0, "H5Fget_vfd_handle failed");
-  return HeldFile(*static_cast<int*>(descriptor));
+  return FileDescriptor(*static_cast<int*>(descriptor));
 }
 
 void H5_File::CloseNodes(const H5_Node& top) {
