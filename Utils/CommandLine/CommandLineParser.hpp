@@ -36,14 +36,15 @@ class CommandLineParser {
   template <class T>
   T Get(const std::string& key, const T& defaultValue) const;
 
-  /// The same for a required option: if it was not given, an error and the help text go to standard
-  /// error and the process ends through MyAbort.
+  /// Returns the value of a required option. If it was not given, an error and the help text go to
+  /// standard error and the process ends through MyAbort.
   template <class T>
   T Get(const std::string& key) const;
 
   /// The plain arguments in the order of the command line; marks them used.
   MyVector<std::string> GetAllArguments() const;
-  /// The same without the first n, which stay as they are. Fails if there are fewer than n.
+  /// Returns all plain arguments but the first n, which do not count as used. Fails if there are
+  /// fewer than n.
   MyVector<std::string> GetAllArgumentsAfterTheFirstN(unsigned n) const;
 
   /// Fails at the first plain argument, then at the first option, that nothing has asked for.

@@ -19,7 +19,7 @@ template <class K, class V>
 class MyMap {
  public:
   MyMap() = default;
-  // Delegates, so that an exception on the way finds an object whose destructor frees the values.
+  // It delegates, so that an exception finds an object whose destructor frees the values.
   MyMap(const MyMap& other) : MyMap() { *this = other; }
   MyMap(MyMap&& other) noexcept { swap(other); }
   MyMap& operator=(const MyMap& other) {
@@ -51,7 +51,8 @@ class MyMap {
   template <class... Args>
   MyMap& Insert(const K& key, Args&&... args) {
     VEXA_REQUIRE(!KeyExists(key), "Key '" << key << "' inserted twice into a MyMap");
-    // The value first: the arguments may stand in this very map, where a growing list moves them.
+    // The value is made first: the arguments may stand in this very map, where a growing list would
+    // move them.
     V* const value = MyAllocatorProfiler::Allocate<V>(1);
     try {
       ::new (value) V(std::forward<Args>(args)...);

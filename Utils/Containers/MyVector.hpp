@@ -65,7 +65,7 @@ class MyVector {
   using value_type = T;
 
   MyVector() = default;
-  /// n elements, value-initialised: numbers are zero.
+  /// Makes n elements that are value-initialised: numbers are zero.
   explicit MyVector(MV::internal::size_helper n) { assign(n); }
   MyVector(MV::internal::size_helper n, const T& fill) { assign(n, fill); }
   MyVector(MV::FillTag_nonconst tag, MV::internal::size_helper n, T fill) { assign(tag, n, fill); }
@@ -103,7 +103,7 @@ class MyVector {
     std::swap(mpData, other.mpData);
   }
 
-  /// Signed, so that it compares with the signed counts that the callers use.
+  /// The size is signed here, so that it compares with the signed counts that the callers use.
   std::ptrdiff_t Size() const { return static_cast<std::ptrdiff_t>(mSize); }
   std::uint64_t size() const { return mSize; }
   bool empty() const { return mSize == 0; }
@@ -120,7 +120,7 @@ class MyVector {
     return mpData[i];
   }
 
-  /// Null while the vector is empty.
+  /// The pointer is null while the vector is empty.
   T* data() { return mpData; }
   const T* data() const { return mpData; }
   T* begin() { return mpData; }
@@ -140,7 +140,7 @@ class MyVector {
   void assign(MV::FillTag_nonconst, MV::internal::size_helper n, T fill) {
     assign(n, static_cast<const T&>(fill));
   }
-  /// n inner vectors of the given size each, zero-filled.
+  /// Makes n inner vectors of the given size each, filled with zeros.
   template <class Inner = T>
   requires std::constructible_from<Inner, MV::internal::size_helper>
   void assign(MV::internal::size_helper n, MV::internal::size_helper inner) {
@@ -180,7 +180,7 @@ class MyVector {
     return std::equal(a.begin(), a.end(), b.begin(), b.end());
   }
 
-  /// "(a,b,c)"
+  /// Writes "(a,b,c)".
   friend std::ostream& operator<<(std::ostream& os, const MyVector& vector) {
     os << '(';
     for (std::uint64_t i = 0; i < vector.mSize; ++i) {

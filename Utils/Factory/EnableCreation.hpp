@@ -45,14 +45,15 @@ class EnableCreation : public virtual HasClassID {
         reinterpret_cast<Base* (*)(Args...)>(function)(std::forward<Args>(args)...));
   }
 
-  /// The creation function of Derived, which the caller owns the result of.
+  /// The creation function of Derived. The caller owns what it returns.
   template <class Derived>
   static Base* CreateHelper(Args... args) {
     return new Derived(std::forward<Args>(args)...);
   }
 };
 
-/// &EnableCreation<Base, Args...>::CreateHelper<Derived> as the registry knows it.
+/// Returns &EnableCreation<Base, Args...>::CreateHelper<Derived> in the form that the registry
+/// keeps.
 template <class Derived>
 CreateFunction FunctionFor() {
   return reinterpret_cast<CreateFunction>(

@@ -35,14 +35,14 @@ void WarnOfManyClasses(std::size_t count) {
 
 }  // namespace
 
-std::vector<FactoryBackbone::Thingy>::const_iterator FactoryBackbone::LowerBound(
+std::vector<FactoryBackbone::Entry>::const_iterator FactoryBackbone::LowerBound(
     std::string_view id) const {
   return std::lower_bound(
       mEntries.begin(), mEntries.end(), id,
-      [](const Thingy& entry, std::string_view wanted) { return entry.mID < wanted; });
+      [](const Entry& entry, std::string_view wanted) { return entry.mID < wanted; });
 }
 
-const FactoryBackbone::Thingy* FactoryBackbone::Find(std::string_view id) const {
+const FactoryBackbone::Entry* FactoryBackbone::Find(std::string_view id) const {
   const auto it = LowerBound(id);
   return it != mEntries.end() && it->mID == id ? &*it : nullptr;
 }
@@ -57,7 +57,7 @@ bool FactoryBackbone::Register(const std::string& id, CreateFunction function,
           << sErrorEnd;
     MyAbort();
   }
-  mEntries.insert(LowerBound(id), Thingy{id, function, help});
+  mEntries.insert(LowerBound(id), Entry{id, function, help});
   mTitle = title;
   return true;
 }
@@ -70,7 +70,7 @@ void FactoryBackbone::RegisterDeprecated(const std::string& id) {
 }
 
 CreateFunction FactoryBackbone::Retrieve(std::string_view id, const std::string& heading) const {
-  if (const Thingy* entry = Find(id); entry != nullptr) {
+  if (const Entry* entry = Find(id); entry != nullptr) {
     if (FactoryReporter::ReportingEnabled()) {
       FactoryReporter::ReportClass(mTitle + " " + entry->mID);
     }
@@ -97,7 +97,7 @@ MyVector<std::string> FactoryBackbone::RegisteredClassIDs() const {
   }
   std::vector<std::string> ids;
   ids.reserve(mEntries.size());
-  for (const Thingy& entry : mEntries) {
+  for (const Entry& entry : mEntries) {
     ids.push_back(entry.mID);
   }
   return MyVector<std::string>(ids);
@@ -109,7 +109,7 @@ MyVector<std::string> FactoryBackbone::DeprecatedClassIDs() const {
 
 std::string FactoryBackbone::Help() const {
   std::string text;
-  for (const Thingy& entry : mEntries) {
+  for (const Entry& entry : mEntries) {
     text += entry.mID + "\n" + entry.mHelp + (entry.mHelp.ends_with('\n') ? "" : "\n");
   }
   return text;

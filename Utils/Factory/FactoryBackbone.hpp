@@ -52,23 +52,23 @@ class FactoryBackbone {
   std::string Help() const;
 
  private:
-  struct Thingy {
+  struct Entry {
     std::string mID;
     CreateFunction mFunction;
     std::string mHelp;
   };
 
-  std::vector<Thingy>::const_iterator LowerBound(std::string_view id) const;
-  const Thingy* Find(std::string_view id) const;
+  std::vector<Entry>::const_iterator LowerBound(std::string_view id) const;
+  const Entry* Find(std::string_view id) const;
 
-  std::vector<Thingy> mEntries;  // ascending by ID
+  std::vector<Entry> mEntries;  // ascending by ID
   std::vector<std::string> mDeprecated;
   std::string mTitle;
 };
 
-/// For messages: one ID a line, or advice if there is none.
+/// Writes IDs for a message, one a line, or advice if there is none.
 std::string FormatRegisteredClassIDs(const MyVector<std::string>& ids);
-/// The same for the IDs of several registries together.
+/// Writes the IDs of several registries together.
 std::string FormatRegisteredClassIDs(const MyVector<MyVector<std::string>>& lists);
 
 }  // namespace Factory

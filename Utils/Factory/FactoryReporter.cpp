@@ -11,8 +11,8 @@ struct Record {
 };
 
 Record& TheRecord() {
-  // Never destroyed: output that is written while the process exits creates objects still. Every
-  // line is flushed.
+  // The record is never destroyed: output that is written while the process exits still creates
+  // objects. Nothing is lost, since every line is flushed.
   static Record& record = *new Record;
   return record;
 }

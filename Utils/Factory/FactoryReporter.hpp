@@ -5,7 +5,7 @@
 
 namespace FactoryReporter {
 
-/// From here on reports are appended to this file, each once. A file that cannot be written
+/// Has all reports from here on appended to this file, each once. A file that cannot be written
 /// silently gets nothing.
 void EnableReporting(const std::string& path);
 bool ReportingEnabled();

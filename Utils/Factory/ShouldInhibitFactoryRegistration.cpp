@@ -1,6 +1,6 @@
 #include "Utils/Factory/FactoryBackbone.hpp"
 
-// Weak, and in an archive member of its own: the definition of an executable wins over it.
+// It is weak, and in an archive member of its own, so that the definition of an executable wins.
 [[gnu::weak]] bool Factory::ShouldInhibitFactoryRegistration(CreateFunction) {
   return false;
 }

@@ -40,7 +40,7 @@ void InstallErrorHandler() {
   MPI_Errhandler_free(&handler);  // the communicator keeps it
 }
 
-// "rank 3", or "ranks 0-3, 7", from numbers that increase.
+// Writes "rank 3", or "ranks 0-3, 7", of numbers that increase.
 std::string Ranks(const std::vector<int>& ranks) {
   std::string text = ranks.size() == 1 ? "rank " : "ranks ";
   for (std::size_t first = 0; first < ranks.size();) {
@@ -59,8 +59,8 @@ std::string Ranks(const std::vector<int>& ranks) {
 
 }  // namespace
 
-// Asks MPI at the beginning: its answers do not change, and a process that fails should depend on
-// little. That is also why the processes of a host tell each other through plain memory.
+// It asks MPI at the beginning: the answers do not change, and a process that fails should depend
+// on little. That is also why the processes of a host tell each other through plain memory.
 //
 // The object belongs to MPI, as an attribute of the communicator that MPI_Finalize() clears first.
 class MpiEnvironment::Runtime : public ParallelRuntime {
@@ -96,7 +96,7 @@ class MpiEnvironment::Runtime : public ParallelRuntime {
 
   void SayWritten() const override {
     if (mpAnswers != nullptr) {
-      // Who ends adds no more output, so the answer is good for all requests to come.
+      // A process that ends adds no more output, so its answer is good for all requests to come.
       const bool isEnding = mIsFinalizing || MyAbortCalled_UncleanShutdown();
       mpAnswers[mHostRank] = isEnding ? sAllRequests : mpRequests->load();
     }
@@ -212,8 +212,8 @@ class MpiEnvironment::Runtime : public ParallelRuntime {
   std::vector<Process> mHost;  // all processes on this host
   bool mIsFinalizing = false;
   MPI_Win mWindow = MPI_WIN_NULL;
-  // Lie in the window, or are null. The first counts the requests to write of all processes; of the
-  // others each belongs to a process of mHost, and is the last request that it has answered.
+  // These lie in the window, or are null. The first counts the requests to write of all processes;
+  // of the others each belongs to a process of mHost, and is the last request that it has answered.
   Atomic* mpRequests = nullptr;
   Atomic* mpAnswers = nullptr;
 };

@@ -5,10 +5,10 @@
 #include <cstdlib>
 #include <new>
 
-/// Allocations of this thread until one fails; negative if none does.
+/// So many allocations of this thread succeed before one fails; if it is negative, none fails.
 inline thread_local int sAllocationsLeft = -1;
 
-// Not inlined: compilers would see malloc() paired with delete.
+// These must not be inlined: compilers would see malloc() paired with delete.
 [[gnu::noinline]] void* operator new(std::size_t size) {
   void* storage = sAllocationsLeft >= 0 && sAllocationsLeft-- == 0 ? nullptr : std::malloc(size);
   return storage != nullptr ? storage : throw std::bad_alloc();

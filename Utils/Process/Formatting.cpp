@@ -11,7 +11,7 @@
 namespace {
 
 std::string Fixed(double value, int decimals) {
-  // Room for the longest number, a sign, the point and the decimals.
+  // The buffer has room for the longest number, a sign, the point and the decimals.
   constexpr int maxDecimals = 100;
   std::array<char, std::numeric_limits<double>::max_exponent10 + maxDecimals + 4> text;
   const auto end = std::to_chars(text.begin(), text.end(), value, std::chars_format::fixed,

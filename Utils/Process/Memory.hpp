@@ -4,11 +4,11 @@
 #include <cstdint>
 #include <string>
 
-/// Resident set of this process now; 0 if the system does not tell. Allocates nothing, so that it
-/// serves when memory is exhausted.
+/// Returns the resident set of this process, or 0 if the system does not tell. Allocates nothing,
+/// so that it serves when memory is exhausted.
 std::uint64_t GetCurrentRSS();
 
-/// Largest resident set so far. Allocates nothing either.
+/// Returns the largest resident set so far. Allocates nothing either.
 std::uint64_t GetPeakRSS();
 
 /// Memory of the machine; all 0 if the system does not tell. `available` is what is free plus what
@@ -19,7 +19,7 @@ void GetSystemMemoryBytes(std::uint64_t& total, std::uint64_t& available, std::u
 /// Address space and resident set of this process; both 0 if the system does not tell.
 void GetMemoryUsageBytes(std::uint64_t& virtualBytes, std::uint64_t& residentBytes);
 
-/// The same on one line, without a newline: "53.816 MiB vm, 7.2031 MiB res".
+/// Returns both on one line, without a newline: "53.816 MiB vm, 7.2031 MiB res".
 std::string MemoryUsage();
 
 /// Lets the process keep memory that it has freed, up to 128 MiB in blocks of up to 16 MiB, instead

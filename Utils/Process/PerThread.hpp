@@ -6,9 +6,9 @@
 #include <memory>
 #include <new>
 
-/// This thread's T: made when it first asks, destroyed when it ends (the main thread's at the end
-/// of the process is not). Throws what T's constructor does, and std::bad_alloc; then the next call
-/// tries again.
+/// Returns this thread's T, which is made when the thread first asks and destroyed when the thread
+/// ends (that of the main thread is never destroyed). Throws what T's constructor throws, and
+/// std::bad_alloc; then the next call tries again.
 ///
 /// A thread_local with a destructor cannot fail so: to register the destructor takes memory, and
 /// where there is none the C library aborts.

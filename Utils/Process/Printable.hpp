@@ -7,14 +7,14 @@
 #include <string>
 #include <string_view>
 
-/// What becomes of line breaks and tabs. Kept: in a text of several lines.
+/// What becomes of line breaks and tabs: a text of several lines keeps them.
 enum class Breaks { Escaped, Kept };
 
-/// Fit for a terminal: control characters, those from U+0080 to U+009F among them, and bytes that
-/// are no UTF-8 as "\n", "\t" or "\x1b".
+/// Makes a text fit for a terminal: control characters, those from U+0080 to U+009F among them, and
+/// bytes that are no UTF-8 become "\n", "\t" or "\x1b".
 std::string Printable(std::string_view text, Breaks breaks = Breaks::Escaped);
 
-/// The bytes at the beginning of a text that are shown as they are.
+/// Counts the bytes at the beginning of a text that are shown as they are.
 std::size_t PlainLength(std::string_view text, Breaks breaks);
 
 /// How the first character of a text is shown that is not shown as it is.

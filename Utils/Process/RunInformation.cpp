@@ -21,13 +21,13 @@ std::string HostName() {
   return gethostname(name.data(), name.size() - 1) == 0 ? name.data() : "unknown host";
 }
 
-// Asks before main() can change the directory.
+// This asks for the directory before main() can change it.
 [[maybe_unused]] const std::string& sRunDirectory = RunDirectory();
 
 }  // namespace
 
 const std::string& RunDirectory() {
-  // Never destroyed: reports are written until the very end of the process.
+  // The text is never destroyed: reports are written until the very end of the process.
   static const std::string& directory = *new std::string(WorkingDirectory());
   return directory;
 }

@@ -12,7 +12,7 @@ std::size_t WellFormedLength(std::string_view text) {
   if (first < 0xC2 || first > 0xF4 || text.size() < length) {
     return 0;
   }
-  // Neither longer than need be, nor a surrogate, nor past U+10FFFF.
+  // A character is neither longer than need be, nor a surrogate, nor past U+10FFFF.
   const unsigned char second = byte(1);
   if ((first == 0xE0 && second < 0xA0) || (first == 0xED && second > 0x9F) ||
       (first == 0xF0 && second < 0x90) || (first == 0xF4 && second > 0x8F)) {

@@ -30,8 +30,8 @@ std::size_t ProcessorsByAffinity() {
   return std::thread::hardware_concurrency();
 }
 
-// The processors' worth of time that the control group grants, rounded up; no limit if it tells
-// none.
+// Returns how many processors' worth of time the control group grants, rounded up, or the largest
+// number if it sets no limit.
 std::size_t ProcessorsByQuota() {
   std::ifstream file("/sys/fs/cgroup/cpu.max");
   std::string quota;
@@ -61,7 +61,7 @@ std::size_t ChosenNumberOfThreads() {
 class WorkerPool {
  public:
   static WorkerPool& Instance() {
-    // Never destroyed: the process may end while a failure is reported from anywhere.
+    // The pool is never destroyed: the process may end while a failure is reported from anywhere.
     static WorkerPool& pool = *new WorkerPool(NumberOfThreads() - 1);
     return pool;
   }
@@ -100,8 +100,8 @@ class WorkerPool {
         mWorkers.emplace_back([this] { Work(); });
       }
     } catch (const std::exception&) {
-      // A limit on processes, or on memory: those that were started do all the work. Passing it on
-      // would have them joined, and they never end.
+      // There is a limit on processes, or on memory: those that were started do all the work. If
+      // this exception passed, they would be joined, and they never end.
     }
   }
 

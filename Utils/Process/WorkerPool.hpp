@@ -18,13 +18,13 @@ std::size_t NumberOfThreads();
 class TaskGroup {
  public:
   TaskGroup() = default;
-  /// Waits; a failure nobody waited for is dropped.
+  /// Waits for the tasks. A failure that nobody has waited for is dropped.
   ~TaskGroup();
   TaskGroup(const TaskGroup&) = delete;
   TaskGroup& operator=(const TaskGroup&) = delete;
 
-  /// Hands the task over. When many are waiting, whatever group they belong to, works on one
-  /// first: what waiting tasks hold is bounded.
+  /// Hands the task over. When many tasks are waiting, whatever group they belong to, the caller
+  /// works on one first, so that what waiting tasks hold in memory is bounded.
   void Add(std::function<void()> task);
 
   /// Returns when all tasks have ended. If some threw, the exception of one of them is thrown on.

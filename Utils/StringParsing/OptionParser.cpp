@@ -15,28 +15,28 @@
 
 namespace {
 
-constexpr std::size_t kBannerWidth = 78;
+constexpr std::size_t sBannerWidth = 78;
 
 std::string BannerLine(std::string banner) {
-  banner.resize(std::max(banner.size(), kBannerWidth), '=');
+  banner.resize(std::max(banner.size(), sBannerWidth), '=');
   return banner + "\n";
 }
 
 // The names under which types appear in reports.
 template <class T>
-constexpr const char* kTypeName = nullptr;
+constexpr const char* sTypeName = nullptr;
 template <>
-constexpr const char* kTypeName<int> = "int";
+constexpr const char* sTypeName<int> = "int";
 template <>
-constexpr const char* kTypeName<double> = "double";
+constexpr const char* sTypeName<double> = "double";
 template <>
-constexpr const char* kTypeName<bool> = "bool";
+constexpr const char* sTypeName<bool> = "bool";
 template <>
-constexpr const char* kTypeName<char> = "char";
+constexpr const char* sTypeName<char> = "char";
 template <>
-constexpr const char* kTypeName<std::string> = "std::string";
+constexpr const char* sTypeName<std::string> = "std::string";
 template <>
-constexpr const char* kTypeName<MyVector<std::string>> = "MyVector<std::string>";
+constexpr const char* sTypeName<MyVector<std::string>> = "MyVector<std::string>";
 
 }  // namespace
 
@@ -104,7 +104,7 @@ void OptionParser::Insert(const std::string& key, const std::string& value) {
 
 namespace {
 
-// A report's text without what frames it: the signs before each line.
+// Returns a report's text without the signs before each line that frame it.
 std::string WithoutFrame(const std::string& text) {
   std::string bare;
   bool isFrame = true;
@@ -125,7 +125,7 @@ void OptionParser::Report(const std::string& banner, const std::string& body,
   if (!mHelp.empty()) {
     report += BannerLine("==== Help: ") + mHelp;
   }
-  // Options from a file: the report names neither it nor the object.
+  // Options may come from a file, which the report so far does not name, nor the object.
   if (const std::string context = ReportContext::Current(); !context.empty()) {
     report += (report.back() == '\n' ? "" : "\n") + context + "\n";
   }
@@ -167,7 +167,7 @@ template <class T>
 T OptionParser::Get(const std::string& key) const {
   CheckKeyExists(key);
   T value{};
-  SimpleConvert(mKeyValueMap[key], ConversionContext(key, kTypeName<T>), value);
+  SimpleConvert(mKeyValueMap[key], ConversionContext(key, sTypeName<T>), value);
   mKeyWasUsed[key] = true;
   return value;
 }

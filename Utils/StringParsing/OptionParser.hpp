@@ -45,13 +45,13 @@ class OptionParser {
   template <class T>
   T Get(const std::string& key, const T& defaultValue, bool defaultOnlyInReplay = false) const;
 
-  /// For a value "tag(text)", with or without blanks before the '(': the text, trimmed. Reports KEY
-  /// NOT FOUND and WRONG FORMAT.
+  /// Returns the text of a value "tag(text)", trimmed; there may be blanks before the '('. Reports
+  /// KEY NOT FOUND and WRONG FORMAT.
   std::string GetStringWithTag(const std::string& key, const std::string& tag) const;
   std::string GetStringWithTag(const std::string& key, const std::string& tag,
                                const std::string& defaultValue) const;
 
-  /// For a value "tag(a), tag(b), ...": the list a, b, ...
+  /// Returns the list a, b, ... of a value "tag(a), tag(b), ...".
   MyVector<std::string> GetMyVectorStringWithTag(const std::string& key,
                                                  const std::string& tag) const;
   MyVector<std::string> GetMyVectorStringWithTag(const std::string& key, const std::string& tag,
@@ -76,10 +76,10 @@ class OptionParser {
   /// Writes banner, body, given options and help text, then throws.
   [[noreturn]] void Report(const std::string& banner, const std::string& body,
                            const std::string& optionsTitle = "==== Given Options:\n") const;
-  /// A piece of the options as a report shows it. Those that a file holds stay on a line.
+  /// A piece of the options as a report shows it: what a file holds is shown on one line.
   static std::string Shown(const std::string& text);
   std::string ConversionContext(const std::string& key, const std::string& typeName) const;
-  /// What stands in "tag(text)"; reports WRONG FORMAT with `form` for anything else.
+  /// Returns the text in "tag(text)", and reports WRONG FORMAT with `form` for anything else.
   std::string TextInTag(const std::string& value, const std::string& key, const std::string& tag,
                         const std::string& form) const;
 

@@ -40,8 +40,9 @@ std::size_t EndOfOperand(const std::string& formula, std::size_t i) {
   return i;
 }
 
-// Why the evaluator must not see the formula, or an empty text. It would take comparisons, strings
-// and assignments, and it would evaluate a chained '^' from the right without a word.
+// Says why the evaluator must not see the formula, or returns an empty text. The evaluator would
+// take comparisons, strings and assignments, and it would evaluate a chained '^' from the right
+// without a word.
 std::string WhatIsRefused(const std::string& formula) {
   std::vector<bool> powerIsOpen{false};  // per depth: would another '^' be chained?
   bool operandBefore = false;            // else a '+' or '-' is a sign
@@ -140,7 +141,7 @@ void DefineNames(mu::Parser& parser) {
   }
 }
 
-// The value, or nan with the reason in `problem`.
+// Returns the value; if there is none, returns nan and leaves the reason in `problem`.
 double Evaluate(const std::string& formula, std::string& problem) {
   problem = WhatIsRefused(formula);
   if (!problem.empty()) {

@@ -28,10 +28,8 @@ T StringConversion::ConvertTo(const std::string& text, bool& ok) {
   T value{};
   stream >> value;
   ok = !stream.fail();
-  if (ok && !stream.eof()) {  // at the end already, skipping blanks would count as a failure
-    stream >> std::ws;
-    ok = stream.eof();
-  }
+  stream >> std::ws;
+  ok = ok && stream.eof();
   return value;
 }
 template int StringConversion::ConvertTo<int>(const std::string& text, bool& ok);

@@ -9,7 +9,7 @@
 
 namespace {
 
-// Where a search for a delimiter at depth 0 ended: at the delimiter, at a ')' without its '('
+// Tells where a search for a delimiter at depth 0 ended: at the delimiter, at a ')' without its '('
 // (depth -1), or at the end of the text (npos).
 struct DepthZeroSearch {
   std::size_t mPosition;

@@ -1,6 +1,6 @@
-// Taking text apart: at delimiters, at parentheses, at tokens; comments, blanks, prefixes.
-// Only '(' and ')' nest; no other bracket and no quote is special. "Depth 0" is outside of all
-// parentheses. Positions count from 0; std::string::npos is "not found".
+// These functions take text apart, at delimiters, parentheses and tokens, and remove comments,
+// blanks and prefixes. Only '(' and ')' nest; no other bracket and no quote is special. "Depth 0"
+// is outside of all parentheses. Positions count from 0; std::string::npos is "not found".
 #pragma once
 
 #include <cstddef>
@@ -17,7 +17,7 @@ MyVector<std::string> SplitStrings(const std::string& text, char delimiter);
 /// fails with a message that shows what was searched and what remained.
 std::size_t FindWhileParsing(const std::string& text, char delimiter);
 
-/// The same from a start position, which is taken as depth 0. Any imbalance met before the
+/// Searches from a start position, which is taken as depth 0. Any imbalance met before the
 /// delimiter, an unclosed '(' at the end of the text included, fails with
 /// "FindWhileParsingFast: Unbalanced parentheses.\n".
 std::size_t FindWhileParsingFast(const std::string& text, std::size_t start, char delimiter);

@@ -42,7 +42,7 @@ class DataMesh {
   const double* begin() const { return mValues.begin(); }
   const double* end() const { return mValues.end(); }
 
-  /// Same mesh and equal values; a NaN equals nothing.
+  /// They are equal if mesh and values are; a NaN equals nothing.
   friend bool operator==(const DataMesh& a, const DataMesh& b) {
     return a.mMesh == b.mMesh && a.mValues == b.mValues;
   }

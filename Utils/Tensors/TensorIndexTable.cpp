@@ -11,7 +11,8 @@
 
 namespace {
 
-// Checked before the symmetry string is copied: it may be as long as a file makes it.
+// The shape is checked before the symmetry string is copied, which may be as long as a file makes
+// it.
 int CheckedFlatEntries(int dim, const std::string& symm) {
   const std::size_t rank = symm.size();
   REQUIRE(rank <= static_cast<std::size_t>(TensorIndexTable::MaxRank),
@@ -52,7 +53,7 @@ TensorIndexTable::TensorIndexTable(int dim, const std::string& symm) : mDim(dim)
     }
   }
   mNumberOfComponents = static_cast<int>(components);
-  if (entries <= MaxStoredEntries) {
+  if (entries <= sMaxStoredEntries) {
     mComponents.assign(MV::Size(static_cast<std::uint64_t>(entries)));
     for (int flat = 0; flat < entries; ++flat) {
       mComponents[flat] = ComponentOf(ComputeIndex(flat, mExtents));
@@ -155,7 +156,7 @@ std::shared_ptr<const TensorIndexTable> TensorIndexTableHolder::Find(int dim,
 void TensorIndexTableHolder::Add(const Table& table) {
   if (mTables.size() >= mSizeToSweep) {
     std::erase_if(mTables, [](const auto& entry) { return entry.second.expired(); });
-    mSizeToSweep = 2 * std::max(mTables.size(), MaxRecent);
+    mSizeToSweep = 2 * std::max(mTables.size(), sMaxRecent);
   }
   mTables[KeyOf(table->Dim(), table->Symmetry())] = table;
   KeepForAWhile(table);
@@ -167,7 +168,7 @@ void TensorIndexTableHolder::KeepForAWhile(const Table& table) {
     std::rotate(found, found + 1, mRecent.end());
     return;
   }
-  if (mRecent.size() == MaxRecent) {
+  if (mRecent.size() == sMaxRecent) {
     mRecent.erase(mRecent.begin());
   }
   mRecent.push_back(table);

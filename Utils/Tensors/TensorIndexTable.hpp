@@ -11,7 +11,8 @@
 
 #include "Utils/Containers/MyVector.hpp"
 
-/// Immutable once built, so tensors of the same shape share one; see FindTensorIndexTable.
+/// A table is immutable once built, so tensors of the same shape share one; see
+/// FindTensorIndexTable().
 ///
 /// The symmetry string has one character per index slot; slots with the same character are
 /// symmetric with each other, whatever the character is. An index list in canonical form has the
@@ -25,7 +26,7 @@ class TensorIndexTable {
   static constexpr int MaxFlatEntries = 1 << 20;
   /// A file of a few bytes can name shapes at the limit by the dozen, so the component numbers of
   /// larger shapes than this are not stored but worked out at every call of Index().
-  static constexpr int MaxStoredEntries = 1 << 12;
+  static constexpr int sMaxStoredEntries = 1 << 12;
 
   /// Each of the symm.size() indices ranges over 0 ... dim-1. A scalar (empty symmetry) has no
   /// index, so any dimension will do. Fails, before anything is allocated,
@@ -53,7 +54,7 @@ class TensorIndexTable {
   static void ApplySymmToIndexList(const std::string& symm, const MyVector<int>& in,
                                    MyVector<int>& out);
 
-  /// "dimension 3, symmetry '11', 6 components"
+  /// Writes "dimension 3, symmetry '11', 6 components".
   void Output(std::ostream& os) const;
 
   /// Structures are equal when dimension and symmetry string are, character for character: "11"
@@ -82,7 +83,7 @@ using TensorStructure = TensorIndexTable;
 /// Flat index of an index list, the first index varying fastest; 0 for an empty list. Both have
 /// equal length, and each index is within its extent; neither is checked.
 std::ptrdiff_t ComputeIndex(const MyVector<int>& indices, const MyVector<int>& extents);
-/// The inverse. Fails on a flat index out of range.
+/// Returns the index list that has this flat index. Fails if there is none.
 MyVector<int> ComputeIndex(std::ptrdiff_t flat, const MyVector<int>& extents);
 
 /// The tables of one thread: all that somebody keeps, and the last few that were asked for. Others
@@ -97,15 +98,15 @@ class TensorIndexTableHolder {
   std::shared_ptr<const TensorIndexTable> Find(int dim, const std::string& symm);
 
  private:
-  static constexpr std::size_t MaxRecent = 16;
+  static constexpr std::size_t sMaxRecent = 16;
   using Table = std::shared_ptr<const TensorIndexTable>;
 
   void Add(const Table& table);
   void KeepForAWhile(const Table& table);
 
   std::map<std::string, std::weak_ptr<const TensorIndexTable>> mTables;  // by "<dim> <symm>"
-  std::size_t mSizeToSweep = 2 * MaxRecent;  // of mTables: dropped ones are then taken out of it
-  std::vector<Table> mRecent;                // the last one asked for at the end
+  std::size_t mSizeToSweep = 2 * sMaxRecent;  // of mTables: dropped ones are then taken out of it
+  std::vector<Table> mRecent;                 // the last one asked for at the end
 };
 
 /// The calling thread's table for (dim, symm): one and the same on every call while somebody keeps
