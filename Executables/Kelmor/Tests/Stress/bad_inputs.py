@@ -1,106 +1,131 @@
-"""A table of inputs that are not what they should be: {name: Case}.
+# Inputs that are not what they should be, and outputs and reports that have no place. Each input is a
+# plain segment with one thing about it changed, and stands with what the report must say; some are
+# joined all the same, and what the join then holds is for check.py to say.
 
-Each is a plain segment with one thing about it changed. Some are joined all the same; what the join
-then holds is for check.py to say.
-"""
-
-import dataclasses
-import itertools
 import os
 import pathlib
-import shutil
+import re
 import socket
-import typing
 import zlib
 
 import h5py
 import numpy as np
+from faults import PAIR, write_pair
 from segments import FILTERS, UTF8, write_plain
 
 TABLE, COEF, TDM, TEXT, RECORD = "A.dir/a.dat", "c.coef", "m.tdm", "l.txt", "v.ver"
 INDEX, COEFS, TDM_INDEX, DATA = (COEF + "/index.dat", COEF + "/coefs.dat", TDM + "/index.dat",
                                  TDM + "/data.dat")
-MANY = 1 << 40
+MANY, UNLIMITED, JOINS = 1 << 40, h5py.h5f.UNLIMITED, None
+LEAST_CHECKS = 81  # distinct conditions that the reports of all these inputs name together
+CHECK = re.compile(r"^#### (.*  violated\n#### \w+) |^=+ (OptionParser: .*?) =+$", re.MULTILINE)
 
 
-@dataclasses.dataclass
-class Case:
-    write: typing.Callable[[str], None]
-    about: str = ""  # what the report must name besides the file
-    says: str = ""  # of what is wrong
-    joins: bool = False
-    in_values: bool = False  # which a plan does not read
-
-
-CASES = {}
-
-
-def add(name, write, *about_and_says, **expected):
-    assert name not in CASES, name
-    CASES[name] = Case(write, *about_and_says, **expected)
-
-
-def change(name, how, *about_and_says, **expected):
-    def write(path):
-        write_plain(path)
-        with h5py.File(path, "r+") as file:
-            how(file)
-    add(name, write, *about_and_says, **expected)
-
-
-def object_of(path):
-    """A member's set stands for it in reports."""
-    folder, _, name = path.rpartition("/")
-    return folder if name in ("index.dat", "coefs.dat", "data.dat") else path
-
-
-def replace(name, path, says="", keywords=None, **expected):
-    """By a dataset, or a group if there are no keywords."""
+def with_data(path, data=None, dtype=None, **keywords):
     def how(file):
         del file[path]
-        if keywords:
-            file.create_dataset(path, **keywords)
-        else:
-            file.create_group(path)
-    change(name, how, object_of(path), says, **expected)
+        file.create_dataset(path, data=data, dtype=dtype, **keywords)
+    how.about = path.removesuffix("/" + os.path.basename(path)) if path in (
+        INDEX, COEFS, TDM_INDEX, DATA) else path
+    return how
 
 
-def attribute(name, path, key, value, says="", dtype=None, **expected):
+def index(rows, path=INDEX):
+    return with_data(path, np.array(rows, "f8"))
+
+
+def extents(*row):
+    return index([[0, *row]], TDM_INDEX)
+
+
+def group(path):
+    return lambda file: (file.__delitem__(path), file.create_group(path))
+
+
+def attribute(path, key, value, dtype=None):
     def how(file):
-        if key in file[path].attrs:
-            del file[path].attrs[key]
+        file[path].attrs.pop(key, None)
         if value is not None:
             file[path].attrs.create(key, value, dtype=dtype)
-    change(name, how, path, says, **expected)
+    how.about = path
+    return how
 
 
-def objects(*values):
-    return np.array(values, object)
+def spec(dimension, symmetry="11", mesh="2", more=""):
+    return attribute(TDM, "TensorSpec", [
+        f"TensorDim={dimension}; TensorSymm={symmetry}; DataMeshDim={mesh};{more}"], UTF8)
 
 
-# No HDF5 files.
-
-def file_of(content):
-    return lambda path: pathlib.Path(path).write_bytes(content)
+def raw_spec(*texts):
+    return attribute(TDM, "TensorSpec", texts, UTF8)
 
 
-def link_to(target):
-    return lambda path: os.symlink(target, path)
+def record(data, version, dtype=UTF8):
+    def how(file):
+        del file[RECORD]
+        file.create_dataset(RECORD, data=data, dtype=dtype).attrs.create("Version", version)
+    how.about = RECORD
+    return how
 
 
-def edited(edit):
-    def write(path):
-        write_plain(path)
-        edit(path)
+def link(at, target):
+    return lambda file: file.__setitem__(at, target(file) if callable(target) else target)
+
+
+# A table whose chunks, one per column, are stored as these bytes, past the filters in the mask.
+def chunks(chunk, mask=0, **keywords):
+    def how(file):
+        del file[TABLE]
+        table = file.create_dataset(TABLE, (40, 2), "f8", maxshape=(None, 2), chunks=(40, 1),
+                                    **keywords)
+        for column in 0, 1:
+            table.id.write_direct_chunk((0, column), chunk, mask)
+    how.about = TABLE
+    return how
+
+
+# The file with these bytes where place(object, bytes of the file) says.
+def overwritten(path, place, content):
+    def write(name):
+        write_plain(name, libver="earliest", kinds=("dat", "txt", "ver"))  # without checksums
+        with h5py.File(name, "r+") as file:
+            file.create_dataset("fill.dat", (4, 2), "f8", chunks=(4, 1), fillvalue=3.5)
+        whole = bytearray(pathlib.Path(name).read_bytes())
+        with h5py.File(name) as file:
+            at = place(file[path], whole)
+        whole[at:at + len(content)] = content
+        pathlib.Path(name).write_bytes(whole)
+    write.about = path
     return write
 
 
-def left_open(path):
-    with h5py.File(path + "~", "w", libver="latest") as file:
-        file["a.dat"] = np.zeros((2, 2))
-        file.swmr_mode = True
-        shutil.copy(path + "~", path)
-    os.remove(path + "~")
+def behind(mark, further=0):
+    return lambda node, whole: whole.index(mark, h5py.h5o.get_info(node.id).addr) + len(
+        mark) + further
+
+
+def first_chunk(dataset, _):
+    return dataset.id.get_chunk_info(0).byte_offset
+
+
+# A damaged chunk behind the times; a long one is decoded when its file is closed again.
+def damaged_column(path):
+    write_plain(path)
+    with h5py.File(path, "r+") as file:
+        del file[TABLE]
+        # Of equal times before all others, one is kept.
+        values = np.column_stack([np.full(100_000, -1), np.arange(100_000)])
+        table = file.create_dataset(TABLE, data=values, dtype="f8", chunks=(100_000, 1), **FILTERS)
+        file.flush()
+        chunk = table.id.get_chunk_info(1)
+    with open(path, "r+b") as raw:
+        raw.seek(chunk.byte_offset + chunk.size // 2)
+        raw.write(b"\x5a\xa5")
+
+
+def half(path):
+    write_plain(path)
+    os.truncate(path, os.path.getsize(path) // 2)
 
 
 def bound_socket(path):
@@ -108,427 +133,21 @@ def bound_socket(path):
         one.bind(path)
 
 
-for name, write, says in (
-        ("empty file", file_of(b""), "H5Fopen("),
-        ("text", file_of(b"hello world\n" * 100), "H5Fopen("),
-        ("signature only", file_of(b"\x89HDF\r\n\x1a\n"), "H5Fopen("),
-        ("zeros", file_of(bytes(4096)), "H5Fopen("),
-        ("half of a file", edited(lambda path: os.truncate(path, os.path.getsize(path) // 2)),
-         "H5Fopen("),
-        ("left open by its writer", left_open, "H5Fopen("),
-        ("directory", os.mkdir, "not a regular file"),
-        ("device", link_to("/dev/null"), "not a regular file"),
-        ("endless device", link_to("/dev/zero"), "not a regular file"),
-        ("FIFO", os.mkfifo, "not a regular file"),
-        ("socket", bound_socket, "not a regular file"),
-        ("dangling link", link_to("nowhere.h5"), "not found"),
-        ("link loop", lambda path: os.symlink(path, path), "not found"),
-        ("missing", lambda path: None, "not found"),
-        ("a link to the first input", link_to("first.h5"), "**multiple** instances")):
-    add(name, write, "", says)
-add("the first input by another name", lambda path: os.link("first.h5", path), joins=True)
-add("bytes behind the end", edited(lambda path: open(path, "ab").write(b"junk" * 100)), joins=True)
-
-# Tables.
-ELSEWHERE = "has its values in other files"
-for name, says, keywords in (
-        ("rank 1", "Dimension mismatch.", {"data": np.arange(5.0)}),
-        ("rank 3", "Dimension mismatch.", {"data": np.zeros((2, 2, 2))}),
-        ("rank 0", "Dimension mismatch.", {"data": 1.0}),
-        ("no dataspace", "", {"data": h5py.Empty("f8")}),
-        ("strings", "H5Dread failed", {"data": objects(["a", "b"]).reshape(1, 2), "dtype": UTF8}),
-        ("fixed strings", "", {"data": np.zeros((2, 2), "S4")}),
-        ("compounds", "", {"data": np.zeros((2, 2), [("x", "f8"), ("y", "i4")])}),
-        ("complex numbers", "", {"data": np.zeros((2, 2), "c16")}),
-        ("opaque bytes", "", {"data": np.zeros((2, 2), "V8")}),
-        ("references", "", {"shape": (2, 2), "dtype": h5py.ref_dtype}),
-        ("vectors", "", {"shape": (2, 2), "dtype": h5py.vlen_dtype("f8")}),
-        ("arrays", "", {"shape": (2, 2), "dtype": np.dtype(("f8", (3,)))}),
-        ("no columns", "Dataset /A.dir/a.dat has", {"shape": (5, 0), "dtype": "f8"}),
-        ("neither rows nor columns", "", {"shape": (0, 0), "dtype": "f8"}),
-        ("one column more", "different number of columns", {"data": np.zeros((2, 3))}),
-        ("2^40 rows", "a.dat claims 1.7", {"shape": (MANY, 2), "maxshape": (None, 2),
-                                           "chunks": (1000, 1)}),
-        ("2^40 compressed rows", "a.dat claims 1.7", {"shape": (MANY, 2), "chunks": (1000, 1),
-                                                      "compression": "gzip"}),
-        ("2^40 columns", "a.dat claims 109951162", {"shape": (2, MANY), "chunks": (1, 1000)}),
-        ("2^62 values", "a.dat claims", {"shape": (1 << 61, 2), "maxshape": (None, 2),
-                                         "chunks": (1000, 1)}),
-        ("2^34 contiguous values", "a.dat claims", {"shape": (1 << 33, 2), "dtype": "f8"}),
-        ("a foreign filter", "with other filters than shuffle, deflate and fletcher32",
-         {"data": np.zeros((50, 2)), "chunks": (50, 1), "compression": "lzf"}),
-        # Whose damage the library does not notice.
-        ("the scale-offset filter", "with other filters than shuffle, deflate and fletcher32",
-         {"data": np.zeros((4, 2), "i4"), "chunks": (4, 2), "scaleoffset": 0}),
-        ("a missing external file", ELSEWHERE,
-         {"shape": (3, 2), "dtype": "f8", "external": [("nofile.bin", 0, h5py.h5f.UNLIMITED)]})):
-    replace("table of " + name, TABLE, says, keywords)
-for name, keywords in (
-        ("no rows", {"shape": (0, 2), "maxshape": (None, 2), "chunks": (5, 1)}),
-        ("huge chunks", {"shape": (3, 2), "maxshape": (None, 2), "chunks": (1 << 28, 1)}),
-        ("booleans", {"data": np.ones((2, 2), bool)}),
-        ("long doubles", {"data": np.ones((2, 2), np.longdouble)}),
-        ("chunks of several columns", {"data": np.zeros((50, 2)), "chunks": (7, 2)})):
-    replace("table of " + name, TABLE, "", keywords, joins=True)
-for name, times in (("NaN", [np.nan] * 3), ("infinity", [0, np.inf, 1]),
-                    ("minus infinity", [-np.inf] * 3), ("equal times", [1] * 3),
-                    ("decreasing times", [3, 2, 1])):
-    change("table with " + name,
-           lambda file, times=times: file[TABLE].__setitem__((slice(None), 0), times), joins=True)
-
-
-def stored_chunks(name, chunk, says="", joins=False, mask=0, dtype="f8", columns=1, **keywords):
-    """A table whose chunks, of so many columns, are stored as these bytes, past the filters in the
-    mask."""
-    def how(file):
-        del file[TABLE]
-        table = file.create_dataset(TABLE, (40, 2), dtype, maxshape=(None, 2),
-                                    chunks=(40, columns), **keywords)
-        for column in range(0, 2, columns):
-            table.id.write_direct_chunk((0, column), chunk, mask)
-    change("chunks " + name, how, TABLE, says, joins=joins)
-
-
-DAMAGED = "damaged chunk at row 0 of column "
-GZIP = {"compression": "gzip"}
-stored_chunks("shorter than they are", bytes(40), "Damaged chunks in a.dat: 80 bytes")
-stored_chunks("that inflate to less", zlib.compress(bytes(40)), DAMAGED, **GZIP)
-stored_chunks("of two columns that inflate to less", zlib.compress(bytes(40)),
-              DAMAGED + "0: too few values", columns=2, **GZIP)
-stored_chunks("of floats that inflate to less", zlib.compress(bytes(40)), DAMAGED, dtype="f4",
-              **GZIP)
-stored_chunks("of floats that inflate to 20 MB", zlib.compress(bytes(20_000_000)), DAMAGED,
-              dtype="f4", **GZIP)
-stored_chunks("that inflate to 200 MB", zlib.compress(bytes(200_000_000)), DAMAGED, **GZIP)
-stored_chunks("that are not deflated", np.arange(40.0).tobytes(), joins=True, mask=1, **GZIP)
-stored_chunks("that are deflated and said not to be", zlib.compress(bytes(320)), DAMAGED, mask=1,
-              **GZIP)
-stored_chunks("that do not inflate", b"no deflate", DAMAGED, **GZIP)
-stored_chunks("with a wrong checksum", bytes(323) + b"x", DAMAGED, fletcher32=True)
-
-
-def damaged_column(rows):
-    def write(path):
-        write_plain(path)
-        with h5py.File(path, "r+") as file:
-            del file[TABLE]
-            # Of equal times before all others, one is kept.
-            values = np.column_stack([np.full(rows, -1), np.arange(rows)])
-            table = file.create_dataset(TABLE, data=values, dtype="f8", chunks=(rows, 1), **FILTERS)
-            file.flush()
-            chunk = table.id.get_chunk_info(1)
-        with open(path, "r+b") as raw:
-            raw.seek(chunk.byte_offset + chunk.size // 2)
-            raw.write(b"\x5a\xa5")
-    return write
-
-
-for rows in 1000, 100_000:  # the longer is decoded when its file is closed again
-    add(f"damage in a chunk of {rows}", damaged_column(rows), TABLE, DAMAGED + "1", in_values=True)
-
-
-def virtual(source, name):
-    def how(file):
-        layout = h5py.VirtualLayout((5, 2), "f8")
-        layout[:] = h5py.VirtualSource(source, name, (5, 2))
-        del file[TABLE]
-        file.create_virtual_dataset(TABLE, layout)
-    return how
-
-
-change("table under its old name", lambda file: file.move(
-    TABLE, "A.dir/DimensionfullInertialSpin.dat"), joins=True)
-change("virtual table", virtual("first.h5", "a"), TABLE, ELSEWHERE)
-change("virtual table of itself", virtual(".", TABLE), TABLE, ELSEWHERE)
-
-INCONSISTENT = "internal consistency error"
-for name, value, says in (
-        ("numbers", np.arange(2), ""), ("rank 2", np.array([[b"a", b"b"]]), ""),
-        ("one string", "t x", ""), ("too few", [b"a"], INCONSISTENT),
-        ("too many", [b"a"] * 3, INCONSISTENT), ("compounds", np.zeros(2, [("x", "f8")]), ""),
-        ("a number", 3.0, ""), ("no dataspace", h5py.Empty("S1"), "")):
-    attribute("legend of " + name, TABLE, "Legend", value, says)
-for name, value, dtype in (("missing", None, None),
-                           ("bytes that are no text", np.array([b"\xff\xfe", b"a"], "S2"), None),
-                           ("60000 characters", objects("x" * 60000, "y"), UTF8)):
-    attribute("legend of " + name, TABLE, "Legend", value, dtype=dtype, joins=True)
-
-# Sets of coefficients and tensor series.
-NAN, INF = np.nan, np.inf
-for name, says, rows in (
-        ("negative", "holds the offset -1", [[0, -1], [1, 9]]),
-        ("negative zero", "ends at 0, but there are 9 values", [[0, -0.0]]),
-        ("NaN", "holds the offset nan", [[0, NAN], [1, 9]]),
-        ("fraction", "holds the offset 2.5", [[0, 2.5], [1, 9]]),
-        ("decreasing", "decreases from 9 to 2", [[0, 9], [1, 2]]),
-        ("decreasing within", "decreases from 5 to 3", [[0, 5], [1, 3], [2, 9]]),
-        ("past the end", "holds the offset 50, but there are 9", [[0, 2], [1, 50]]),
-        ("short of the end", "ends at 3, but there are 9 values", [[0, 2], [1, 3]]),
-        ("huge", "holds the offset 1e+300", [[0, 2], [1, 1e300]]),
-        ("infinite", "holds the offset inf", [[0, 2], [1, INF]]),
-        ("2^63", "holds the offset 9.2", [[0, 2], [1, 2.0**63]]),
-        ("2^64", "holds the offset 1.8", [[0, 2.0**64], [1, 9]]),
-        ("without a column", "has 1 columns instead of 2", [[0], [1]]),
-        ("with another column", "has 3 columns instead of 2", [[0, 2, 3], [1, 9, 3]])):
-    replace("coefficient index " + name, INDEX, says, {"data": np.array(rows, "f8")})
-for name, says, *rows in (
-        ("of negative extents", "holds the mesh extent -6", [72, -6, -2]),
-        ("of NaN extents", "holds the mesh extent nan", [72, NAN, 3]),
-        ("of huge extents", "holds the mesh extent 1e+18", [72, 1e18, 1e18]),
-        ("of extents that are no int", "holds the mesh extent 4.2", [72, 2.0**32, 2.0**32]),
-        ("of extents that overflow", "has too many points", [72, 2.0**31 - 1, 2.0**31 - 1]),
-        ("of other extents", "of 4 points, offset[0]=72", [72, 2, 2]),
-        ("of zero extents", "of 0 points, offset[0]=72", [72, 0, 3]),
-        ("of fractions", "holds the mesh extent 1.5", [72, 1.5, 8]),
-        ("of part of a tensor", "of 11 points, offset[0]=71", [71, 11, 1], [72, 0, 0]),
-        ("past the end", "holds the offset 144", [144, 8, 3]),
-        ("negative", "holds the offset -72", [-72, 4, 3]),
-        ("NaN", "holds the offset nan", [NAN, 4, 3]),
-        ("without a column", "has 3 columns instead of 4", [72, 12]),
-        ("with another column", "has 5 columns instead of 4", [72, 4, 3, 1])):
-    replace("tensor index " + name, TDM_INDEX, says,
-            {"data": np.array([[i, *row] for i, row in enumerate(rows)], "f8")})
-for path, columns, values in ((INDEX, 2, 9), (TDM_INDEX, 4, 72)):
-    replace(path + " of rank 1", path, "Dimension mismatch.", {"data": np.zeros(4)})
-    replace(path + " without steps", path, f"ends at 0, but there are {values} values",
-            {"shape": (0, columns), "dtype": "f8"})
-    replace(path + " of 2^40 steps", path, "index.dat claims",
-            {"shape": (MANY, columns), "chunks": (100, 1), "dtype": "f8"})
-for path, says in itertools.product((COEFS, DATA), ("of two columns", "too short", "too long")):
-    rows = {"of two columns": (9, 2), "too short": (5, 1), "too long": (99, 1)}[says]
-    replace(f"{path} {says}", path, "", {"data": np.zeros(rows)})
-for path, rows in ((COEFS, 9), (DATA, 72)):
-    replace(path + " of strings", path, "H5Dread failed",
-            {"data": np.full((rows, 1), "a", object), "dtype": UTF8})
-for path in INDEX, COEFS, TDM_INDEX, DATA:
-    change("missing " + path, lambda file, path=path: file.__delitem__(path), object_of(path),
-           f"mName={os.path.basename(path)}, h5_exists=0")
-change("another member of a set", lambda file: file.create_dataset(COEF + "/x.dat", (1, 1)),
-       joins=True)
-
-SPEC = "TensorDim=%s; TensorSymm=%s; DataMeshDim=%s;"
-for name, says, spec in (
-        ("without a key", '"TensorSymm" requested', "TensorDim=3; DataMeshDim=2;"),
-        ("with another key", "=== X\n", SPEC % (3, 11, "2; X=1")),
-        ("with a key twice", "DUPLICATE KEY", "TensorDim=3; " + SPEC % (3, 11, 2)),
-        ("of no number", "While parsing the key 'TensorDim'", SPEC % ("x", 11, 2)),
-        ("of dimension -3", "must be positive, got -3", SPEC % (-3, 11, 2)),
-        ("of dimension 0", "must be positive, got 0", SPEC % (0, 11, 2)),
-        ("of dimension 2000000000", "has too many components", SPEC % (2000000000, 12, 2)),
-        ("of dimension 99999999999999", "While parsing the key 'TensorDim'",
-         SPEC % (99999999999999, "", 2)),
-        ("of rank 200", "20 indices, got 200", SPEC % (3, "1" * 200, 2)),
-        ("of rank 200 and dimension 1", "20 indices, got 200", SPEC % (1, "1" * 200, 2)),
-        ("of another mesh", "has 4 columns instead of 5", SPEC % (3, 11, 3)),
-        ("of mesh -2", "got -2", SPEC % (3, 11, -2)),
-        ("of mesh 2000000000", "got 2000000000", SPEC % (3, 11, 2000000000)),
-        ("of another structure", "Tdm::Append TensorStructure inconsistent", SPEC % (6, 1, 2)),
-        ("of a structure of other size", "", SPEC % (3, 12, 2)),
-        ("empty", "KEY NOT FOUND", ""), ("of a comment", "KEY NOT FOUND", " # none"),
-        ("of no options", "NO EQUALS SIGN", "3"), ("of garbage", "", "((((;;;==="),
-        ("of nested parentheses", "", SPEC % ("(" * 20000 + "3" + ")" * 20000, 11, 2))):
-    attribute("TensorSpec " + name, TDM, "TensorSpec", [spec], says, UTF8)
-attribute("TensorSpec missing", TDM, "TensorSpec", None, "H5Aopen failed")
-attribute("TensorSpec that is a number", TDM, "TensorSpec", 3)
-attribute("TensorSpec of two strings", TDM, "TensorSpec", [SPEC % (3, 11, 2)] * 2, "2 strings",
-          UTF8)
-attribute("TensorSpec with many blanks", TDM, "TensorSpec", [SPEC % (3, 11, 2) + " " * 60000],
-          dtype=UTF8, joins=True)
-
+def virtual(file):
+    layout = h5py.VirtualLayout((5, 2), "f8")
+    layout[:] = h5py.VirtualSource("first.h5", "a", (5, 2))
+    del file[TABLE]
+    file.create_virtual_dataset(TABLE, layout)
 
 
 def flat_meshes(file):
-    del file[TDM_INDEX]
-    file[TDM_INDEX] = np.array([[0, 72, 12]], "f8")
-    file[TDM].attrs.create("TensorSpec", [SPEC % (3, 11, 1)], dtype=UTF8)
-
-
-change("meshes of another dimension", flat_meshes, TDM, "Tdm::Append dimension of DataMesh incons")
-
-# Texts and records.
-for name, says, keywords in (
-        ("numbers", "H5Dread failed: expected", {"data": np.arange(4.0)}),
-        ("rank 2", "of 0 or 1, got 2", {"data": objects("a", "b").reshape(1, 2), "dtype": UTF8}),
-        ("vectors", "", {"shape": (4,), "dtype": h5py.vlen_dtype("i4")}),
-        ("2^40 strings", "l.txt claims 3.",
-         {"shape": (MANY,), "maxshape": (None,), "chunks": (16,), "dtype": UTF8}),
-        ("2^40 characters", "l.txt claims 1.0", {"shape": (MANY,), "chunks": (1000,),
-                                                 "dtype": "i1"}),
-        ("a null character", "holds a null character", {"data": np.frombuffer(b"ab\0cd", "i1")}),
-        ("characters of rank 2", "of 0 or 1, got 2", {"data": np.zeros((2, 2), "i1")}),
-        ("characters elsewhere", ELSEWHERE, {"shape": (4,), "dtype": "i1", "external": [
-            ("/dev/zero", 0, h5py.h5f.UNLIMITED)]}),
-        ("unsigned characters", "", {"data": np.frombuffer(b"abc", "u1")}),
-        ("no numbers", "", {"shape": (0,), "dtype": "u8"}),
-        ("fixed strings", "of fixed length", {"data": np.array([b"abc"])}),
-        ("one fixed string", "of fixed length", {"data": np.bytes_(b"abc")}),
-        ("no dataspace", "", {"data": h5py.Empty(UTF8)})):
-    replace("text of " + name, TEXT, says, keywords)
-replace("text of null strings", TEXT, "", {"shape": (4,), "dtype": UTF8}, joins=True)
-replace("text of one character", TEXT, "", {"data": np.int8(65)}, joins=True)
-
-
-def record(name, data, version, says="", dtype=UTF8, **expected):
-    def how(file):
-        del file[RECORD]
-        made = file.create_dataset(RECORD, data=data, dtype=dtype)
-        if version is not None:
-            made.attrs.create("Version", version)
-    change("record " + name, how, RECORD, says, **expected)
-
-
-ENTRY = objects("h", "first").reshape(1, 2)
-one = np.array([1], "u8")
-for name, says, data, version in (
-        ("without a version", "H5Aopen failed", ENTRY, None),
-        ("of another version", "CurrentVersion = 3, expected 1", ENTRY, one + 2),
-        ("of two versions", "Bad size 2", ENTRY, [1, 1]),
-        ("with a scalar version", "", ENTRY, np.uint64(1)),
-        ("of version '1'", "", ENTRY, [b"1"]), ("of version -1", "", ENTRY, [-1]),
-        ("of rank 1", "Expected dim of 2, got 1", ENTRY[0], one + 1),
-        ("of three columns", "dims[1]==2", objects("h", "t", "u").reshape(1, 3), one),
-        ("that differs", "Version mismatch '/v.ver' in history",
-         objects("h", "second").reshape(1, 2), one),
-        ("that is longer", "Version mismatch '/v.ver'", np.vstack([ENTRY, ENTRY]), one + 1)):
-    record(name, data, version, says)
-record("of numbers", np.zeros((1, 2)), one, dtype="f8")
-record("of fixed strings", np.array([[b"h", b"first"]]), one, dtype="S5")
-record("of version 1.0", ENTRY, [1.0], joins=True)
-change("record whose name is a glob", lambda file: file.copy(RECORD, "*.ver"), "/*.ver",
-       "Version information '/*.ver' not found in all h5 files.")
-change("record missing", lambda file: file.__delitem__(RECORD), joins=True)
+    index([[0, 72, 12]], TDM_INDEX)(file)
+    spec(3, 11, 1)(file)
 
 
 def endless_record(file):
     del file[RECORD]
-    made = file.create_dataset(RECORD, (MANY, 2), chunks=(1000, 2), dtype=UTF8)
-    made.attrs.create("Version", [MANY], dtype="u8")
-
-
-change("record of 2^40 entries", endless_record, RECORD)
-
-
-def overwritten(name, path, place, content, says="", **expected):
-    """With these bytes where place(object, bytes of the file) says."""
-    def write(name):
-        write_plain(name, libver="earliest", kinds=("dat", "txt", "ver"))  # without checksums
-        with h5py.File(name, "r+") as file:
-            file.create_dataset("scalar.txt", data="text")
-            file.create_dataset("fill.dat", (4, 2), "f8", chunks=(4, 1), fillvalue=3.5)
-        whole = bytearray(pathlib.Path(name).read_bytes())
-        with h5py.File(name) as file:
-            at = place(file[path], whole)
-        whole[at:at + len(content)] = content
-        pathlib.Path(name).write_bytes(whole)
-    add(name, write, path, says, **expected)
-
-
-def first_chunk(dataset, _):
-    return dataset.id.get_chunk_info(0).byte_offset
-
-
-def base_type(dataset, whole):
-    """Of the strings' type: where its class, its bit field and its size lie."""
-    header = b"\x19\x01\x00\x00\x10\x00\x00\x00"
-    return whole.index(header, h5py.h5o.get_info(dataset.id).addr) + len(header)
-
-
-LENGTH = 0x7f000004.to_bytes(4, "little")
-INSTEAD = " characters instead of 2130706436"
-overwritten("text of 2^31 characters", TEXT, first_chunk, LENGTH, "has 5" + INSTEAD)
-overwritten("scalar text of 2^31 characters", "scalar.txt", lambda text, _: text.id.get_offset(),
-            LENGTH, "has 4" + INSTEAD)
-overwritten("record of 2^31 characters", RECORD, first_chunk, LENGTH, "has 1" + INSTEAD)
-overwritten("text of elements of a megabyte", TEXT, lambda *place: base_type(*place) + 4,
-            (1 << 20).to_bytes(4, "little"))
-overwritten("record of signed characters", RECORD, lambda *place: base_type(*place) + 1, b"\x08")
-overwritten("record of shifted characters", RECORD, lambda *place: base_type(*place) + 8, b"\x01")
-overwritten("record of floating characters", RECORD, base_type, b"\x11")
-
-
-def behind(mark):
-    """The mark itself lies in the header of the object."""
-    return lambda dataset, whole: whole.index(mark, h5py.h5o.get_info(dataset.id).addr) + len(mark)
-
-
-PARAMETERS, NO_NUMBERS = "parameters that it does not take: ", "its elements are no numbers"
-for mark, value, says in ((b"shuffle\0", 4, ""), (b"shuffle\0", 1 << 30, ""),  # legal
-                          (b"shuffle\0", 0, PARAMETERS + "shuffle"),
-                          (b"deflate\0", 9, ""), (b"deflate\0", 10, PARAMETERS + "deflate 10")):
-    overwritten(f"table of {value} behind {mark}", TABLE, behind(mark), value.to_bytes(4, "little"),
-                says, joins=not says)
-FILL = b"\x08\0\0\0" + np.float64(3.5).tobytes()
-overwritten("fill value of 7 bytes", "fill.dat", lambda *place: behind(FILL)(*place) - len(FILL),
-            b"\7", "fill value has 7 bytes")
-FLOAT = b"\x11\x20\x3f\x00\x08\0\0\0\0\0\x40\0\x34\x0b\0\x34\xff\3\0\0"
-for at, content, says in ((1, b"\x21", ""), (2, b"\x40", NO_NUMBERS), (4, b"\x10", DAMAGED),
-                          (8, b"\1", NO_NUMBERS), (10, b"\0", NO_NUMBERS),
-                          (10, b"\x41", NO_NUMBERS), (12, b"\x33", NO_NUMBERS),
-                          (12, b"\x36", NO_NUMBERS), (13, b"\0", NO_NUMBERS),
-                          (15, b"\x35", NO_NUMBERS), (16, b"\0\4", "")):
-    overwritten(f"table of floats with {content} at {at}", TABLE,
-                lambda *place, at=at: behind(FLOAT)(*place) - len(FLOAT) + at, content, says,
-                joins=not says)
-for name, at, byte in (("a longer name", -5, b"\x7f"), ("a longer type", -3, b"\x7f"),
-                       ("2^16 values", 34, b"\x01"), ("larger values", 13, b"\x7f")):
-    overwritten("version that claims " + name, RECORD, lambda _, whole, at=at: whole.index(
-        b"Version\0") + at, byte, "Damaged header: ")
-
-# Names, kinds and links.
-for path, says in ((TABLE, "Opening of dataset a.dat failed"), (TEXT, "H5Dopen2 failed"),
-                   (RECORD, "H5Dopen2 failed"), (INDEX, "index.dat failed"),
-                   (COEFS, "coefs.dat failed"), (TDM_INDEX, "index.dat failed"),
-                   (DATA, "data.dat failed")):
-    replace("group " + path, path, says)
-for path in COEF, TDM, "A.dir":
-    replace("dataset " + path, path, "H5Gopen2 failed", {"data": np.zeros((2, 2))})
-change("named type", lambda file: file.__setitem__("t.dat", np.dtype("f8")), "t.dat")
-UNIDENTIFIED, NO_EXTENSION = "these unidentified objects:\n", "create H5_Object node with name '"
-for name, says in (
-        ("z.foo", UNIDENTIFIED + "z.foo"), ("zoo", NO_EXTENSION + "zoo'"), ("zoo.", UNIDENTIFIED),
-        ("q.DAT", UNIDENTIFIED + "q.DAT"), ("A.dir/zoo", NO_EXTENSION + "zoo'"),
-        ("a\n\x1b[31m.foo", UNIDENTIFIED), ("n" * 30000, NO_EXTENSION)):
-    change("name " + ascii(name[:9]), lambda file, name=name: file.create_dataset(name, data=1),
-           "" if "\n" in name else os.path.basename(name), says)
-change("name '..'", lambda file: h5py.h5g.create(file.id, b".."), "..")
-for name in (".dat", b"\xff\xfe.dat", "a\n\x1b[31m.dat", "n" * 30000 + ".dat"):
-    change("name " + ascii(name[:9]) + ".dat",
-           lambda file, name=name: file.create_dataset(name, data=np.zeros((2, 2))), joins=True)
-
-Soft, External = h5py.SoftLink, h5py.ExternalLink
-
-
-def link(name, at, target, says="", **expected):
-    def how(file):
-        file[at] = target(file) if callable(target) else target
-    change(name, how, at, says, **expected)
-
-
-def external_to_itself(path):
-    return lambda file: External(os.path.basename(file.filename), path)
-
-
-def external_to_fifo(file):
-    """Where an absolute path leads nowhere, its last part is looked for beside the file."""
-    os.mkfifo(file.filename + ".fifo")
-    return External("/nowhere/" + os.path.basename(file.filename) + ".fifo", "/x.dat")
-
-
-CYCLE = "contains itself through a link"
-link("dangling soft link", "s.dat", Soft("/none"), "Opening of")
-link("dangling soft link for a group", "s.dir", Soft("/none"), "H5Gopen2 failed")
-link("soft link to itself", "s.dat", Soft("/s.dat"), "Opening of")
-link("soft link to the root", "s.dir", Soft("/"), CYCLE)
-link("hard link to a parent", "A.dir/b.dir", lambda file: file["A.dir"], CYCLE)
-link("hard link to a grandparent", "A.dir/b.dir/c.dir", lambda file: file["A.dir"], CYCLE)
-link("soft link to a parent", "A.dir/b.dir", Soft("/A.dir"), CYCLE)
-link("external link to nothing", "s.dat", External("none.h5", "/x"), "Opening of")
-link("external link to a device", "s.dat", External("/dev/zero", "/x"), "Opening of")
-link("external link to a FIFO", "s.dat", external_to_fifo, "Opening of")
-link("external link to its own root", "s.dir", external_to_itself("/"), CYCLE)
-link("external link to its own table", "s.dat", external_to_itself(TABLE), joins=True)
-link("external link to a table of another input", "s.dat", External("first.h5", TABLE), joins=True)
-link("soft link to a table", "s.dat", Soft(TABLE), joins=True)
+    file.create_dataset(RECORD, (MANY, 2), chunks=(1000, 2), dtype=UTF8).attrs["Version"] = [MANY]
 
 
 def nested_pairs(file):
@@ -537,16 +156,209 @@ def nested_pairs(file):
         outer["l.dir"] = outer["r.dir"] = inner
 
 
-def nested(depth, leaf):
+def nested(depth):
     def how(file):
-        group = file.id
+        node = file.id
         for _ in range(depth):
-            group = h5py.h5g.create(group, b"d.dir")
-        if leaf:
-            h5py.Group(group).create_dataset("a.dat", data=np.ones((1, 1)))
+            node = h5py.h5g.create(node, b"d.dir")
+        h5py.Group(node).create_dataset("a.dat", data=np.ones((1, 1)))
     return how
 
 
-change("2^26 paths", nested_pairs, "d0.dir", "leads to more objects than it has room for")
-change("depth 1000", nested(1000, True), joins=True)
-change("depth 20000", nested(20000, False), "d.dir", "are nested more than")
+def objects(*values):
+    return np.array(values, object)
+
+
+ELSEWHERE, NUMBERS, DAMAGED = "has its values in other files", "its elements are no numbers", (
+    "damaged chunk at row 0 of column ")
+ENTRY, ONE, CYCLE = objects(["h", "first"]), np.array([1], "u8"), "contains itself through a link"
+FLOAT = b"\x11\x20\x3f\x00\x08\0\0\0\0\0\x40\0\x34\x0b\0\x34\xff\3\0\0"
+STRING = b"\x19\x01\x00\x00\x10\x00\x00\x00"
+LENGTH = 0x7f000004.to_bytes(4, "little")
+GZIP = {"compression": "gzip"}
+FILES = [  # that are no segments
+    ("H5Fopen(", lambda path: pathlib.Path(path).write_bytes(b"hello world\n" * 100)),
+    ("H5Fopen(", half),
+    ("not a regular file", os.mkdir), ("not a regular file", os.mkfifo),
+    ("not a regular file", bound_socket),
+    ("not a regular file", lambda path: os.symlink("/dev/zero", path)),
+    ("not found", lambda path: None), ("not found", lambda path: os.symlink(path, path)),
+    ("**multiple** instances", lambda path: os.symlink("first.h5", path)),
+    (JOINS, lambda path: os.link("first.h5", path)),
+    (DAMAGED + "1", damaged_column),
+    ("fill value has 7 bytes", overwritten("fill.dat", behind(b"\x08\0\0\0" + np.float64(
+        3.5).tobytes(), -12), b"\7")),
+    ("has 5 characters instead of 2130706436", overwritten(TEXT, first_chunk, LENGTH)),
+    ("has 1 characters instead of 2130706436", overwritten(RECORD, first_chunk, LENGTH)),
+    ("neither strings nor", overwritten(TEXT, behind(STRING, 4), (1 << 20).to_bytes(4, "little"))),
+    ("neither strings nor characters", overwritten(RECORD, behind(STRING, 1), b"\x08")),
+    ("that it does not take: shuffle", overwritten(TABLE, behind(b"shuffle\0"), b"\0")),
+    ("that it does not take: deflate 10", overwritten(TABLE, behind(b"deflate\0"), b"\x0a")),
+    (JOINS, overwritten(TABLE, behind(FLOAT, 1 - len(FLOAT)), b"\x21")),
+    (NUMBERS, overwritten(TABLE, behind(FLOAT, 2 - len(FLOAT)), b"\x40")),
+    (NUMBERS, overwritten(TABLE, behind(FLOAT, 12 - len(FLOAT)), b"\x36")),
+    (DAMAGED, overwritten(TABLE, behind(FLOAT, 4 - len(FLOAT)), b"\x10")),
+    ("Damaged header: an attribute of", overwritten(RECORD, behind(b"Version\0", -13), b"\x7f")),
+    ("Damaged header: the values", overwritten(RECORD, behind(b"Version\0", 26), b"\x01")),
+]
+CHANGES = [  # of segments: of tables and legends
+    ("Dimension mismatch.", with_data(TABLE, np.arange(5.0))),
+    (NUMBERS, with_data(TABLE, objects(["a", "b"]), UTF8)),
+    ("different number of columns", with_data(TABLE, np.zeros((2, 3)))),
+    ("a.dat claims 1.7", with_data(TABLE, shape=(MANY, 2), chunks=(1000, 1), **GZIP)),
+    ("a.dat claims 109951162", with_data(TABLE, shape=(2, MANY), chunks=(1, 1000))),
+    ("with other filters than shuffle, deflate and fletcher32", with_data(
+        TABLE, np.zeros((50, 2)), chunks=(50, 1), compression="lzf")),
+    (ELSEWHERE, with_data(TABLE, shape=(3, 2), dtype="f8", external=[("no.bin", 0, UNLIMITED)])),
+    (ELSEWHERE, virtual),
+    (JOINS, with_data(TABLE, shape=(3, 2), maxshape=(None, 2), chunks=(1 << 28, 1))),
+    (JOINS, with_data(TABLE, np.ones((2, 2), np.longdouble))),
+    ("Damaged chunks in a.dat: 80 bytes", chunks(bytes(40))),
+    (DAMAGED + "0: too few values", chunks(zlib.compress(bytes(40)), **GZIP)),
+    (DAMAGED + "0: too many values", chunks(zlib.compress(bytes(20_000_000)), **GZIP)),
+    ("194409 bytes are stored", chunks(zlib.compress(bytes(200_000_000)), **GZIP)),
+    (DAMAGED, chunks(b"no deflate", **GZIP)),
+    (DAMAGED, chunks(bytes(323) + b"x", fletcher32=True)),
+    (JOINS, chunks(np.arange(40.0).tobytes(), 1, **GZIP)),
+    ("expected strings", attribute(TABLE, "Legend", np.arange(2))),
+    ("Dimensionality of Attribute", attribute(TABLE, "Legend", np.array([[b"a", b"b"]]))),
+    ("internal consistency error", attribute(TABLE, "Legend", [b"a"])),
+    (JOINS, attribute(TABLE, "Legend", objects("x" * 60000, "y"), UTF8)),
+    (JOINS, attribute(TABLE, "Legend", np.array([b"\xff\xfe", b"a"], "S2"))),
+    # Coefficient sets and tensor series.
+    ("holds the offset nan", index([[0, np.nan], [1, 9]])),
+    ("holds the offset 1.8", index([[0, 2.0**64], [1, 9]])),
+    ("decreases from 5 to 3", index([[0, 5], [1, 3], [2, 9]])),
+    ("ends at 3, but there are 9 values", index([[0, 2], [1, 3]])),
+    ("has 3 columns instead of 2", index([[0, 2, 3], [1, 9, 3]])),
+    ("index.dat claims", with_data(INDEX, shape=(MANY, 2), chunks=(100, 1), dtype="f8")),
+    ("have 2 columns instead of 1", with_data(COEFS, np.zeros((9, 2)))),
+    ("have 2 columns instead of 1", with_data(DATA, np.zeros((72, 2)))),
+    ("holds the mesh extent 4.2", extents(72, 2.0**32, 2.0**32)),
+    ("has too many points", extents(72, 2.0**31 - 1, 2.0**31 - 1)),
+    ("of 4 points, offset[0]=72", extents(72, 2, 2)),
+    ("holds the offset -72", extents(-72, 4, 3)),
+    ("has 3 columns instead of 4", extents(72, 12)),
+    ("ends at 0, but there are 72", with_data(TDM_INDEX, shape=(0, 4), dtype="f8")),
+    ("mName=data.dat, h5_exists=0", lambda file: file.__delitem__(DATA)),
+    ('"TensorSymm" requested', raw_spec("TensorDim=3; DataMeshDim=2;")),
+    ("NO EQUALS SIGN", raw_spec("3")), ("2 strings", raw_spec("a", "b")),
+    ("Unbalanced parentheses", raw_spec("((((;;;===")),
+    ("=== X\n", spec(3, more=" X=1")), ("DUPLICATE KEY", spec(3, more=" TensorDim=3")),
+    ("While parsing the key 'TensorDim'", spec("x")),
+    ("could not evaluate", spec("(" * 20000 + "3" + ")" * 20000)),
+    ("While parsing the key 'TensorDim'", spec(99999999999999)),
+    ("must be positive, got 0", spec(0)), ("has too many components", spec(2000000000, "12")),
+    ("20 indices, got 200", spec(3, "1" * 200)), ("got -2", spec(3, mesh=-2)),
+    ("Tdm::Append TensorStructure inconsistent", spec(6, "1")),
+    ("Tdm::Append dimension of DataMesh incons", flat_meshes),
+    ("H5Aopen failed", attribute(TDM, "TensorSpec", None)),
+    # Texts and records.
+    ("H5Dread failed: expected", with_data(TEXT, np.arange(4.0))),
+    ("of 0 or 1, got 2", with_data(TEXT, objects(["a", "b"]), UTF8)),
+    ("l.txt claims 3.", with_data(TEXT, shape=(MANY,), chunks=(16,), dtype=UTF8)),
+    ("holds a null character", with_data(TEXT, np.frombuffer(b"ab\0cd", "i1"))),
+    (ELSEWHERE, with_data(TEXT, shape=(4,), dtype="i1", external=[("/dev/zero", 0, UNLIMITED)])),
+    ("l.txt is of another type", with_data(TEXT, shape=(0,), dtype="u8")),
+    ("of fixed length", with_data(TEXT, np.array([b"abc"]))),
+    ("inconsistent with expected size", with_data(TEXT, h5py.Empty(UTF8))),
+    (JOINS, with_data(TEXT, shape=(4,), dtype=UTF8)), (JOINS, with_data(TEXT, np.int8(65))),
+    ("CurrentVersion = 3, expected 1", record(ENTRY, ONE + 2)),
+    ("Bad size 2", record(ENTRY, [1, 1])), ("H5Aread failed", record(ENTRY, [b"1"])),
+    ("Expected dim of 2, got 1", record(ENTRY[0], ONE + 1)),
+    ("Expected 2 columns, got 3", record(objects(["h", "t", "u"]), ONE)),
+    ("Version mismatch '/v.ver' in history", record(objects(["h", "second"]), ONE)),
+    ("Version mismatch '/v.ver': ", record(np.vstack([ENTRY, ENTRY]), ONE + 1)),
+    ("H5Dread failed: expected", record(np.zeros((1, 2)), ONE, "f8")),
+    ("of fixed length", record(np.array([[b"h", b"first"]]), ONE, "S5")),
+    ("v.ver claims", endless_record), (JOINS, lambda file: file.__delitem__(RECORD)),
+    ("'/*.ver' not found in all h5 files", lambda file: file.copy(RECORD, "*.ver")),
+    # Names, kinds and links.
+    ("Opening of dataset coefs.dat failed", group(COEFS)), ("H5Dopen2 failed", group(TEXT)),
+    ("H5Dopen2 failed", group(RECORD)), ("H5Gopen2 failed", with_data("A.dir", np.zeros((2, 2)))),
+    ("unidentified objects:\nz.foo", link("z.foo", 1)), ("with name 'zoo'", link("zoo", 1)),
+    (JOINS, link("a\n\x1b[31m.dat", np.zeros((2, 2)))),
+    (JOINS, link(b"\xff\xfe.dat", np.zeros((2, 2)))),
+    ("Opening of", link("s.dat", h5py.SoftLink("/none"))),
+    ("Opening of", link("s.dat", h5py.ExternalLink("/dev/zero", "/x"))),
+    (JOINS, link("s.dat", h5py.ExternalLink("first.h5", TABLE))),
+    (CYCLE, link("s.dir", h5py.SoftLink("/"))),
+    (CYCLE, link("A.dir/b.dir/c.dir", lambda file: file["A.dir"])),
+    ("leads to more objects than it has room for", nested_pairs),
+    ("are nested more than", nested(20000)), (JOINS, nested(1000)),
+]
+INPUTS = FILES + CHANGES
+
+
+def run_input(judge, number, place):
+    says, how = INPUTS[number]
+    inputs = [*PAIR[:place], "bad.h5", *PAIR[place:]]
+    os.chdir(judge.folder)
+    if number < len(FILES):
+        how("bad.h5")
+    else:
+        write_plain("bad.h5")
+        with h5py.File("bad.h5", "r+") as file:
+            how(file)
+    # Groups may be nested deeply, and a sanitizer makes that slow.
+    late = {"cpu_seconds": 60, "seconds": 90, "environment": {"VEXA_NO_BACKTRACE": "1"}}
+    # Two inputs disagree, or are the same one: any of them may be named.
+    about, names = (getattr(how, "about", ""), says or ""), r"(bad|first|second)\.h5|/dev/"
+    outcome = judge.join(inputs, more=["-cachesize", "1e6"], about=about, names=names,
+                         allowed=(255 if says else 0,), **late)
+    judge.notes["check " + "".join(CHECK.search(outcome.err).groups("")) if says else "joined"] += 1
+    if how is not damaged_column:  # whose damage a plan does not see
+        status = (2 if says == "not found" else 1) if says else 0
+        told = ("Kelmor would refuse these files:\n", about[0]) if status == 1 else ()
+        judge.inspect("-plan", *inputs, allowed=(status,), tells=told, **late)
+    # A listing reads no values, and goes on after what it cannot read.
+    outcome = judge.inspect("bad.h5", "second.h5", allowed=(0, 255), **late, tells=() if (
+        says == "not found") else ("second.h5  (", "  3 steps  t = 2 ... 4 "))
+    if outcome.status == 255:
+        judge.judge_report(outcome, ("bad.h5",), True)
+
+
+SURROUNDINGS = [  # something in the place of the output or of the file of reports, and what is said
+    ("out.h5", lambda path: path.write_text("mine"), "out.h5 already exists.\nCowardly refusing"),
+    ("out.h5", os.mkfifo, "Cowardly refusing"), ("out.h5", os.mkdir, "Cowardly refusing"),
+    ("out.h5", lambda path: path.symlink_to("first.h5"), "Cowardly refusing"),
+    ("out.h5", lambda path: os.link(path.with_name("first.h5"), path), "Cowardly refusing"),
+    ("out.h5", lambda path: path.symlink_to("nowhere.h5"), "H5Fcreate("),
+    ("mine.h5/", lambda path: write_plain(path, kinds=("txt",)), "'mine.h5/' is not the name of a"),
+    ("none/out.h5", None, "in nonexistent directory"), ("n" * 300, None, ""), ("", None, ""),
+    ("first.h5/out.h5", None, ""), ("first.h5", None, ""),
+    ("Errors000.txt", os.mkfifo, ""), ("Errors000.txt", os.mkdir, ""),
+    ("Errors000.txt", lambda path: path.symlink_to("/dev/full"), ""),
+]
+NOBODY = 65534
+
+
+def run_surroundings(judge, number):
+    name, make, says = SURROUNDINGS[number]
+    if make:
+        make(judge.folder / name)
+    if name == "Errors000.txt":
+        judge.join(["none.h5"], allowed=(255,), about=("none.h5",), reports_to_file=False)
+        judge.join(PAIR, allowed=(0,))
+    else:
+        judge.join(PAIR, output=name, allowed=(255,), about=(says,))
+
+
+# Without the rights of the superuser.
+def run_as_nobody(judge, mode, folder_mode):
+    (judge.folder / PAIR[1]).chmod(mode)
+    judge.folder.chmod(folder_mode)
+    judge.join(PAIR, allowed=(0 if (mode, folder_mode) == (0o644, 0o777) else 255,),
+               user=None if os.geteuid() else NOBODY, reports_to_file=folder_mode == 0o777)
+    judge.folder.chmod(0o755)
+
+
+def bad_cases(share):
+    return [("input", number, number % 3) for number in range(len(INPUTS))] + [
+        ("surroundings", number) for number in range(len(SURROUNDINGS))] + [
+            ("as_nobody", *modes) for modes in ((0o600, 0o777), (0o644, 0o755), (0o644, 0o777))]
+
+
+def run_bad(judge, what, *case):
+    write_pair(judge)
+    globals()["run_" + what](judge, *case)

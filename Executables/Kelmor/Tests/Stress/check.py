@@ -1,9 +1,6 @@
 """Recomputes a join from its inputs, by brute force and apart from the program, and compares it
-with an output: the objects and their layout on disk, values bit for bit, legends, texts and
-records.
-"""
+with an output: the objects and their layout on disk, values bit for bit, legends, texts, records."""
 
-import dataclasses
 import itertools
 import re
 import sys
@@ -15,15 +12,15 @@ from h5py import h5a, h5s, h5t
 
 sys.setrecursionlimit(100_000)  # groups may be nested deeply
 LARGEST_TABLE = 4 << 30  # bytes; a file that promises more is taken for a damaged one
-FILTERS = [h5py.h5z.FILTER_SHUFFLE, h5py.h5z.FILTER_DEFLATE, h5py.h5z.FILTER_FLETCHER32]
+FILTERS = [(h5py.h5z.FILTER_SHUFFLE, ()), (h5py.h5z.FILTER_DEFLATE, (1,)),
+           (h5py.h5z.FILTER_FLETCHER32, ())]
 
 
 class Refused(Exception):
     """The inputs cannot be joined."""
 
 
-@dataclasses.dataclass
-class Options:
+class Options(typing.NamedTuple):
     DeltaT: float = 1e-10
     NoWipe: bool = False
     NoGzip: bool = False
@@ -32,26 +29,6 @@ class Options:
     def arguments(self):
         flags = ["-" + name for name in ("NoWipe", "NoGzip") if getattr(self, name)]
         return flags + ["-DeltaT", repr(self.DeltaT)] + (["-skip", self.skip] if self.skip else [])
-
-
-# What the objects of an output must be.
-class Group(typing.NamedTuple):
-    spec: bytes | None = None
-
-
-class Table(typing.NamedTuple):
-    rows: np.ndarray
-    legend: list
-    chunk_rows: int
-    is_compressed: bool
-
-
-class Text(typing.NamedTuple):
-    text: bytes
-
-
-class Record(typing.NamedTuple):
-    entries: list
 
 
 # Reading.
@@ -69,69 +46,63 @@ def in_text(name):
     return name.decode("utf-8", "surrogateescape") if isinstance(name, bytes) else name
 
 
-def strings_of(node, attribute):
-    if attribute not in node.attrs:
+def strings_of(node, name):
+    if name not in node.attrs:
         return []
-    attribute_id = h5a.open(node.id, attribute.encode())
-    require(len(attribute_id.shape) == 1, attribute + " is no list")
-    if attribute_id.shape[0] == 0:
+    attribute = h5a.open(node.id, name.encode())
+    require(len(attribute.shape) == 1, name + " is no list")
+    if attribute.shape[0] == 0:
         return []
-    kind = attribute_id.get_type()
-    require(isinstance(kind, h5t.TypeStringID), attribute + " holds no strings")
+    kind = attribute.get_type()
+    require(isinstance(kind, h5t.TypeStringID), name + " holds no strings")
     if kind.is_variable_str():
-        return [in_bytes(value) for value in node.attrs[attribute]]
-    values = np.empty(attribute_id.shape, f"S{kind.get_size()}")
-    attribute_id.read(values)
+        return [in_bytes(value) for value in node.attrs[name]]
+    values = np.empty(attribute.shape, f"S{kind.get_size()}")
+    attribute.read(values)
     return [bytes(value) for value in values]
 
 
-def values_of(dataset):
-    require(isinstance(dataset, h5py.Dataset), "no table")
-    shape = dataset.shape
-    require(shape is not None and len(shape) == 2 and shape[1] > 0, "no table of rank 2")
-    require(int(shape[0]) * int(shape[1]) * 8 <= LARGEST_TABLE, "promises too much")
-    values = np.empty(shape, "f8")
-    if values.size:
-        dataset.id.read(h5s.ALL, h5s.ALL, values)
-    return values
+def dataset_of(node, ranks):
+    require(isinstance(node, h5py.Dataset) and node.shape is not None, "no dataset")
+    require(len(node.shape) in ranks, "another rank")
+    return node.id.get_type()
 
 
 def read_table(dataset):
-    values = values_of(dataset)
-    legend = strings_of(dataset, "Legend") or [b"undef %d" % c for c in range(values.shape[1])]
-    require(len(legend) == values.shape[1], "the legend has another number of columns")
+    dataset_of(dataset, (2,))
+    rows, columns = map(int, dataset.shape)
+    require(columns > 0 and rows * columns * 8 <= LARGEST_TABLE, "promises too much")
+    values = np.empty((rows, columns), "f8")
+    if values.size:
+        dataset.id.read(h5s.ALL, h5s.ALL, values)
+    legend = strings_of(dataset, "Legend") or [b"undef %d" % c for c in range(columns)]
+    require(len(legend) == columns, "the legend has another number of columns")
     return values, legend
 
 
 def read_text(dataset):
-    require(isinstance(dataset, h5py.Dataset) and dataset.shape is not None, "no text")
-    kind = dataset.id.get_type()
+    kind = dataset_of(dataset, (0, 1))
     if isinstance(kind, h5t.TypeIntegerID):
-        require(kind.equal(h5t.NATIVE_INT8) and len(dataset.shape) <= 1, "no array of characters")
+        require(kind.equal(h5t.NATIVE_INT8), "no array of characters")
         text = np.array(dataset[()]).tobytes().rstrip(b"\0")
         require(b"\0" not in text, "a null character in the text")
         return text
-    require(isinstance(kind, h5t.TypeStringID) and len(dataset.shape) <= 1, "no strings")
+    require(isinstance(kind, h5t.TypeStringID), "no strings")
     return b"".join(in_bytes(piece) for piece in np.ravel(dataset[()]))
 
 
 def read_record(dataset):
-    require(isinstance(dataset, h5py.Dataset) and dataset.shape is not None, "no record")
-    require(len(dataset.shape) == 2 and dataset.shape[1] == 2, "not {entries, 2}")
-    require(isinstance(dataset.id.get_type(), h5t.TypeStringID), "no strings")
-    entries = [[in_bytes(text) for text in row] for row in dataset[()]]
-    version = dataset.attrs["Version"]
+    require(isinstance(dataset_of(dataset, (2,)), h5t.TypeStringID), "no strings")
+    require(dataset.shape[1] == 2, "not {entries, 2}")
+    entries, version = dataset[()], dataset.attrs["Version"]
     require(np.shape(version) == (1,) and version[0] == len(entries), "version and entries")
-    return entries
+    return [[in_bytes(text) for text in row] for row in entries]
 
 
+# How many lists of indices there are, less those that differ only in the order of symmetric ones.
 def component_count(dimension, symmetry):
-    """Lists of indices, less those that differ only in the order of symmetric ones."""
-    distinct = set()
-    for indices in itertools.product(range(dimension), repeat=len(symmetry)):
-        order = sorted(range(len(symmetry)), key=lambda i: (symmetry[i], indices[i]))
-        distinct.add(tuple((symmetry[i], indices[i]) for i in order))
-    return len(distinct)
+    return len({tuple(sorted(zip(symmetry, indices))) for indices in
+                itertools.product(range(dimension), repeat=len(symmetry))})
 
 
 def read_spec(group):
@@ -144,44 +115,31 @@ def read_spec(group):
     return int(values["TensorDim"]), values["TensorSymm"], int(values["DataMeshDim"])
 
 
-def read_steps(group, values_name):
-    """The steps of a coefficient set or a tensor series: times, a vector each, further columns."""
+# The steps of a coefficient set or a tensor series: times, a vector each, further columns.
+def read_steps(group):
     require(isinstance(group, h5py.Group), "no group")
+    spec = read_spec(group) if group.name.endswith(".tdm") else None
     index, legend = read_table(group["index.dat"])
-    values, values_legend = read_table(group[values_name])
-    require(values.shape[1] == 1, "values are one column")
-    ends = index[:, 1]
-    require(np.all(np.isfinite(ends)) and np.all(ends == np.floor(ends)), "ends are whole")
+    values, values_legend = read_table(group["data.dat" if spec else "coefs.dat"])
+    ends, extents = index[:, 1], index[:, 2:]
+    require(values.shape[1] == 1 and extents.shape[1] == (spec[2] if spec else 0), "columns")
+    require(np.all(np.isfinite(index[:, 1:])) and np.all(index[:, 1:] == np.floor(index[:, 1:])) and
+            np.all(extents >= 0), "the index is whole")
     bounds = [0] + [int(end) for end in ends]
     require(bounds == sorted(bounds) and bounds[-1] == len(values), "ends do not fit the values")
     vectors = [values[begin:end, 0] for begin, end in itertools.pairwise(bounds)]
-    return {"times": index[:, 0], "vectors": vectors, "more": index[:, 2:],
-            "description": legend[0], "values description": values_legend[0]}
+    require(not spec or all(len(vector) == component_count(*spec[:2]) * np.prod(sizes)
+                            for vector, sizes in zip(vectors, extents)), "extents do not fit")
+    return {"times": index[:, 0], "vectors": vectors, "extents": extents, "spec": spec,
+            "legends": (legend[0], values_legend[0])}
 
 
-def read_coef(group):
-    steps = read_steps(group, "coefs.dat")
-    require(steps["more"].shape[1] == 0, "columns of the index")
-    return steps
-
-
-def read_tdm(group):
-    steps = read_steps(group, "data.dat")
-    steps["spec"] = dimension, symmetry, mesh_dimension = read_spec(group)
-    require(steps["more"].shape[1] == mesh_dimension, "columns of the index")
-    components = component_count(dimension, symmetry)
-    for vector, extents in zip(steps["vectors"], steps["more"]):
-        require(np.all(extents >= 0) and np.all(extents == np.floor(extents)), "extents")
-        require(len(vector) == components * np.prod(extents), "extents do not fit the step")
-    return steps
-
-
-READERS = {"dat": read_table, "coef": read_coef, "tdm": read_tdm, "txt": read_text,
+READERS = {"dat": read_table, "coef": read_steps, "tdm": read_steps, "txt": read_text,
            "ver": read_record}
 
 
+# Gives {full path: (kind, content)}, in byte order of the paths.
 def read(path):
-    """{full path: (kind, content)}, in byte order of the paths."""
     found = {}
 
     def walk(group, prefix):
@@ -192,51 +150,96 @@ def read(path):
                 walk(node, prefix + name + "/")
             else:
                 require(kind in READERS and "." in name, "no kind of object: " + name)
-                content = READERS[kind](node)
-                found[prefix + name] = kind, content
+                found[prefix + name] = kind, READERS[kind](node)
 
     with h5py.File(path, "r") as file:
         walk(file["/"], "/")
     return dict(sorted(found.items(), key=lambda item: in_bytes(item[0])))
 
 
+# What an output holds: every node as a dictionary, as join() wants it and as describe() finds it.
+
+# A type of strings that vary in length, which says whether they are ASCII or UTF-8.
+def strings_type(padding, strings):
+    is_utf8 = [string.decode(errors="ignore").encode() for string in strings] == strings
+    is_ascii = not is_utf8 or all(map(bytes.isascii, strings))
+    return "strings", h5t.CSET_ASCII if is_ascii else h5t.CSET_UTF8, padding
+
+
+def dataset(type_, content, maximum, chunks, attributes, filters=()):
+    return {"type": type_, "content": content, "shape": np.shape(content), "maximum": maximum,
+            "chunks": chunks, "filters": list(filters), "skipped": set(), "times": False,
+            "attributes": attributes}
+
+
+def attribute_of_strings(strings):
+    return strings_type(h5t.STR_SPACEPAD, strings), (len(strings),), strings
+
+
+def table(rows, legend, chunk_rows, filters):
+    return dataset("<f8", rows, (None, rows.shape[1]), (max(chunk_rows, 1), 1),
+                   {"Legend": attribute_of_strings(legend)}, filters)
+
+
+def group(attributes):
+    return {"type": "group", "attributes": attributes}
+
+
+def type_of(node):
+    kind = node.get_type()
+    if isinstance(kind, h5t.TypeStringID) and kind.is_variable_str():
+        return "strings", kind.get_cset(), kind.get_strpad()
+    return kind.dtype.str
+
+
+def describe(node):
+    attributes = {}
+    for name in node.attrs:
+        attribute = h5a.open(node.id, in_bytes(name))
+        values = strings_of(node, name) if name != "Version" else list(node.attrs[name])
+        attributes[name] = type_of(attribute), attribute.shape, values
+    if isinstance(node, h5py.Group):
+        return group(attributes)
+    plist, content = node.id.get_create_plist(), node[()]
+    if node.dtype.kind == "O":
+        content = np.array([in_bytes(text) for text in content.flat], object).reshape(content.shape)
+    filters = [plist.get_filter(i) for i in range(plist.get_nfilters())]
+    return dataset(type_of(node.id), content, node.maxshape, node.chunks, attributes, [
+        (code, values if code == h5py.h5z.FILTER_DEFLATE else ()) for code, _, values, _ in filters]
+                   ) | {"times": bool(plist.get_obj_track_times()), "skipped": {
+                       node.id.get_chunk_info(i).filter_mask
+                       for i in range(node.id.get_num_chunks())} - {0}}
+
+
 # Joining.
 
-def piece_matches(glob, text):
-    """A '*' matches any run; one that is not last needs a character at its place."""
-    for i, c in enumerate(glob):
-        if c == "*":
-            return i == len(glob) - 1 or i < len(text) and any(
-                piece_matches(glob[i + 1:], text[k:]) for k in range(i, len(text)))
-        if i >= len(text) or c not in ("?", text[i]):
-            return False
-    return len(text) == len(glob)
-
-
+# A '*' matches any run; one that is not last needs a character at its place.
 def glob_matches(glob, text):
+    def in_regex(piece):
+        return "".join({"*": "(?=.).*", "?": "."}.get(c, re.escape(c)) for c in piece[:-1]) + (
+            {"*": ".*", "?": "."}.get(piece[-1:], re.escape(piece[-1:])))
+
     glob, text = in_bytes(glob).decode("latin-1"), in_bytes(text).decode("latin-1")
-    return any(piece_matches(piece, text) for piece in glob.split("|"))
+    return any(re.fullmatch(in_regex(piece), text, re.DOTALL) for piece in glob.split("|"))
 
 
+# Tells which steps stay, a list per file, and the largest gap between two of them.
 def select(times, options):
-    """Which steps stay, a list per file, and the largest gap between two of them."""
     keep = [np.ones(len(part), bool) for part in times]
     last, gap, is_first = 0.0, 0.0, True
-    if options.NoWipe:
-        return keep, gap
     for part, flags in zip(reversed([part.tolist() for part in times]), reversed(keep)):
-        for i in range(len(part) - 1, -1, -1):
+        for i in reversed(range(0 if options.NoWipe else len(part))):
             difference = last - part[i]
-            if is_first or difference >= options.DeltaT:
+            flags[i] = is_first or difference >= options.DeltaT
+            if flags[i]:
                 is_first, last, gap = False, part[i], max(gap, difference)
-            else:
-                flags[i] = False
     return keep, gap
 
 
+# Gives {path: what must be there}, and the verbose lines that tell of single datasets.
 def join(inputs, options):
-    """{path: what must be there}, and the verbose lines that tell of single datasets."""
-    objects, lines = {}, []
+    objects, lines = {"/": group({})}, []
+    filters = [] if options.NoGzip else FILTERS
 
     def holders_of(kind):
         names = [name for content in inputs for name, entry in content.items() if entry[0] == kind]
@@ -250,14 +253,13 @@ def join(inputs, options):
                      f"{sum(map(len, keep))}, maximum time-gap is {gap:g}")
         return keep
 
-    def table(name, rows, legend, chunk_rows):
-        objects[name] = Table(rows, legend, max(chunk_rows, 1), not options.NoGzip)
-
     for name, records in holders_of("ver"):
         require(all(record == records[0] for record in records), "records differ: " + name)
-        if any(text for entry in records[0] for text in entry):
-            objects[name] = Record(records[0])
-        lines.append(f"{name} writing version {len(records[0])}")
+        count, texts = len(records[0]), sum(records[0], [])
+        if any(texts):
+            objects[name] = dataset(strings_type(h5t.STR_NULLTERM, texts), np.array(
+                records[0], object), (None, 2), (1, 2), {"Version": ("<u8", (1,), [count])})
+        lines.append(f"{name} writing version {count}")
 
     for name, tables in holders_of("dat"):
         require(len({rows.shape[1] for rows, _ in tables}) == 1, "columns differ: " + name)
@@ -265,142 +267,52 @@ def join(inputs, options):
         legend = next((one for one in legends if one[0] != b"undefined"), legends[-1])
         keep = selected(name, [rows[:, 0] for rows, _ in tables])
         rows = np.concatenate([rows[flags] for (rows, _), flags in zip(tables, keep)])
-        table(name, rows, legend, len(rows))
+        objects[name] = table(rows, legend, len(rows), filters)
 
-    for kind in ("coef", "tdm"):
-        for name, sets in holders_of(kind):
-            require(len({one.get("spec") for one in sets}) == 1, "structures differ: " + name)
-            keep = selected(name, [one["times"] for one in sets])
-            steps = [(one["times"][i], one["vectors"][i], one["more"][i])
-                     for one, flags in zip(sets, keep) for i in np.flatnonzero(flags)]
-            more = sets[0]["more"].shape[1]
-            ends = itertools.accumulate(len(vector) for _, vector, _ in steps)
-            index = np.array([[time, end, *extents] for (time, _, extents), end
-                              in zip(steps, ends)], "f8").reshape(len(steps), 2 + more)
-            values = np.concatenate([vector for _, vector, _ in steps] + [np.empty(0)])
-            legend = [sets[0]["description"]]
-            if kind == "coef":
-                objects[name] = Group()
-                legend.append(b"index one past current coeff-data")
-                values_name, chunk_rows = "/coefs.dat", len(values)
-            else:
-                objects[name] = Group(
-                    in_bytes("TensorDim=%d; TensorSymm=%s; DataMeshDim=%d;" % sets[0]["spec"]))
-                legend.append(b"index one past this filestep")
-                legend += [b"Extents[%d]" % i for i in range(more)]
-                values_name, chunk_rows = "/data.dat", min(len(values), 131072)
-            table(name + "/index.dat", index, legend, len(index))
-            table(name + values_name, values.reshape(-1, 1), [sets[0]["values description"]],
-                  chunk_rows)
+    for name, sets in itertools.chain(holders_of("coef"), holders_of("tdm")):
+        spec, legends = sets[0]["spec"], sets[0]["legends"]
+        require(all(one["spec"] == spec for one in sets), "structures differ: " + name)
+        steps = [(one["times"][i], one["vectors"][i], one["extents"][i]) for one, flags in
+                 zip(sets, selected(name, [one["times"] for one in sets]))
+                 for i in np.flatnonzero(flags)]
+        ends = itertools.accumulate(len(vector) for _, vector, _ in steps)
+        columns = sets[0]["extents"].shape[1]
+        index = np.array([[time, end, *extents] for (time, _, extents), end in zip(steps, ends)],
+                         "f8").reshape(len(steps), 2 + columns)
+        values = np.concatenate([vector for _, vector, _ in steps] + [np.empty(0)]).reshape(-1, 1)
+        what = b"index one past this filestep" if spec else b"index one past current coeff-data"
+        objects[name] = group(spec and {"TensorSpec": attribute_of_strings(
+            [in_bytes("TensorDim=%d; TensorSymm=%s; DataMeshDim=%d;" % spec)])} or {})
+        objects[name + "/index.dat"] = table(index, [legends[0], what] + [
+            b"Extents[%d]" % i for i in range(columns)], len(index), filters)
+        objects[name + ("/data.dat" if spec else "/coefs.dat")] = table(
+            values, [legends[1]], min(len(values), 131072) if spec else len(values), filters)
 
     for name, texts in holders_of("txt"):
         text = b"".join(texts)
         lines.append(f"{name} writing {len(text)} characters.")
         if text:
-            objects[name] = Text(text)
+            objects[name] = dataset(strings_type(h5t.STR_NULLTERM, [text]),
+                                    np.array([text], object), (None,), (16,), {})
 
     for name in list(objects):
         parents = name.split("/")[1:-1]
         for depth in range(1, len(parents) + 1):
-            objects.setdefault("/" + "/".join(parents[:depth]), Group())
+            objects.setdefault("/" + "/".join(parents[:depth]), group({}))
     return objects, lines
 
 
 # Comparing.
 
-def character_set_of(strings):
-    is_utf8 = [string.decode(errors="ignore").encode() for string in strings] == strings
-    return h5t.CSET_UTF8 if is_utf8 and not all(map(bytes.isascii, strings)) else h5t.CSET_ASCII
+def same(found, wanted):
+    if isinstance(wanted, np.ndarray) and wanted.dtype == "f8":
+        return found.dtype == "f8" and found.tobytes() == wanted.tobytes()
+    return np.array_equal(found, wanted) if isinstance(wanted, np.ndarray) else found == wanted
 
 
-def has_string_type(kind, padding, strings):
-    return (isinstance(kind, h5t.TypeStringID) and kind.is_variable_str() and
-            kind.get_cset() == character_set_of(strings) and kind.get_strpad() == padding)
-
-
-def attribute_differs(node, name, wanted):
-    attribute = h5a.open(node.id, name.encode())
-    if name == "Version":
-        return (attribute.shape != (1,) or not attribute.get_type().equal(h5t.NATIVE_UINT64) or
-                node.attrs[name][0] != wanted)
-    return (not has_string_type(attribute.get_type(), h5t.STR_SPACEPAD, wanted) or
-            strings_of(node, name) != wanted)
-
-
-def layout_of(dataset):
-    plist = dataset.id.get_create_plist()
-    filters = [plist.get_filter(i) for i in range(plist.get_nfilters())]
-    level = [one[2] for one in filters if one[0] == h5py.h5z.FILTER_DEFLATE]
-    skipped = {dataset.id.get_chunk_info(i).filter_mask for i in range(dataset.id.get_num_chunks())}
-    return {"dimensions": dataset.shape, "maximum": dataset.maxshape, "chunks": dataset.chunks,
-            "filters": [one[0] for one in filters], "level": level, "skipped": skipped - {0},
-            "tracks times": bool(plist.get_obj_track_times())}
-
-
-def node_differences(node, wanted):
-    attributes = {}
-    if isinstance(wanted, Group):
-        if not isinstance(node, h5py.Group):
-            return ["is no group"]
-        found = []
-        if wanted.spec is not None:
-            attributes["TensorSpec"] = [wanted.spec]
-    elif not isinstance(node, h5py.Dataset):
-        return ["is no dataset"]
-    else:
-        layout = {"filters": [], "level": [], "skipped": set(), "tracks times": False}
-        kind = node.id.get_type()
-        if isinstance(wanted, Table):
-            attributes["Legend"] = wanted.legend
-            rows, columns = wanted.rows.shape
-            layout |= {"dimensions": (rows, columns), "maximum": (None, columns),
-                       "chunks": (wanted.chunk_rows, 1)}
-            if wanted.is_compressed:
-                layout |= {"filters": FILTERS, "level": [(1,)]}
-            is_right_type = kind.equal(h5t.NATIVE_DOUBLE)
-        elif isinstance(wanted, Text):
-            layout |= {"dimensions": (1,), "maximum": (None,), "chunks": (16,)}
-            is_right_type = has_string_type(kind, h5t.STR_NULLTERM, [wanted.text])
-        else:
-            attributes["Version"] = len(wanted.entries)
-            layout |= {"dimensions": (len(wanted.entries), 2), "maximum": (None, 2),
-                       "chunks": (1, 2)}
-            is_right_type = has_string_type(kind, h5t.STR_NULLTERM, sum(wanted.entries, []))
-        found = [f"{item} {value}, not {layout[item]}" for item, value in layout_of(node).items()
-                 if value != layout[item]]
-        if not is_right_type:
-            found.append(f"type {node.dtype}")
-        if not found:
-            found = list(content_differences(node, wanted))
-    if set(node.attrs) != set(attributes):
-        return found + [f"attributes {sorted(node.attrs)}, not {sorted(attributes)}"]
-    return found + [f"{name} is not {value}" for name, value in attributes.items()
-                    if attribute_differs(node, name, value)]
-
-
-def content_differences(dataset, wanted):
-    if isinstance(wanted, Table):
-        rows = values_of(dataset).view("u8")
-        at = np.argwhere(rows != np.ascontiguousarray(wanted.rows).view("u8"))
-        if len(at):
-            where = tuple(at[0])
-            yield (f"{len(at)} values, the first at {where}: {rows.view('f8')[where]!r}, "
-                   f"not {wanted.rows[where]!r}")
-    elif isinstance(wanted, Text):
-        if in_bytes(dataset[0]) != wanted.text:
-            yield f"text {dataset[0][:80]!r}, not {wanted.text[:80]!r}"
-    elif [[in_bytes(text) for text in row] for row in dataset[()]] != wanted.entries:
-        yield "entries"
-
-
+# Lists what an output has otherwise than join() says.
 def differences(output, objects):
-    """Of an output from what join() says."""
-    found = []
-    with open(output, "rb") as raw:
-        head = raw.read(12)
-    if head[:9] != b"\x89HDF\r\n\x1a\n\x02" or head[11] != 0:
-        found.append(f"superblock {head}")
-    seen = set()
+    found, seen = [], {"/"}
 
     def walk(group, prefix):
         for name in map(in_bytes, group):
@@ -411,12 +323,17 @@ def differences(output, objects):
             elif isinstance(group[name], h5py.Group):
                 walk(group[name], path + "/")
 
+    with open(output, "rb") as raw:
+        head = raw.read(12)
+    if head[:9] != b"\x89HDF\r\n\x1a\n\x02" or head[11] != 0:
+        found.append(f"superblock {head}")
     with h5py.File(output, "r") as file:
         walk(file["/"], "/")
-        found += [f"/: {what}" for what in node_differences(file["/"], Group())]
-        found += [path + " is not in the output" for path in sorted(objects.keys() - seen)]
-        found += [path + " is in the output" for path in sorted(seen - objects.keys())]
+        for path in sorted(seen ^ objects.keys()):
+            found.append(f"{path} is {'not ' * (path not in seen)}in the output")
         for path in sorted(seen & objects.keys()):
-            found += [f"{path}: {what}" for what in node_differences(file[in_bytes(path)],
-                                                                objects[path])]
+            node = describe(file[in_bytes(path)])
+            found += [f"{path}: {what} {str(node.get(what))[:200]}, not {str(wanted)[:200]}"
+                      for what, wanted in objects[path].items()
+                      if what not in node or not same(node[what], wanted)]
     return found

@@ -1,12 +1,9 @@
-"""Writes segments with h5py: plain ones, and random ones in all the forms that are read.
+"""Writes segments with h5py: plain ones, and random ones in all the forms that are read."""
 
-The segments of one random set are drawn from one plan, so that what must agree between them does.
-"""
-
-import dataclasses
 import functools
 import io
 import pathlib
+import types
 
 import h5py
 import numpy as np
@@ -23,43 +20,39 @@ FILTERS = {"shuffle": True, "compression": "gzip", "compression_opts": 1, "fletc
 def write_table(group, name, rows, legend, dtype=ASCII, **keywords):
     rows = np.asarray(rows, "f8")
     keywords = {"maxshape": (None, rows.shape[1]), "chunks": (max(len(rows), 1), 1)} | keywords
-    table = group.create_dataset(name, data=rows, **keywords)
-    table.attrs.create("Legend", legend, dtype=dtype)
+    group.create_dataset(name, data=rows, **keywords).attrs.create("Legend", legend, dtype=dtype)
 
 
 def write_plain(path, *arguments, **keywords):
     pathlib.Path(path).write_bytes(plain(*arguments, **keywords))
 
 
+# Makes a file with an object of each kind, and `tables` tables. Further keywords say how tables are
+# stored. No values are random.
 @functools.lru_cache(64)
 def plain(start=0.0, kinds=KINDS, steps=3, tables=1, legends=ASCII, libver="v108", filters=True,
           **keywords):
-    """A file with an object of each kind, and `tables` tables; further keywords say how tables are
-    stored. No values are random."""
     content = io.BytesIO()
     keywords = {"dtype": legends} | (FILTERS if filters else {}) | keywords
-    times = start + np.arange(steps)
+    times, lengths = start + np.arange(steps), 2 + np.arange(steps) % 3
     with h5py.File(content, "w", libver=(libver, "latest")) as file:
+        def steps_of(name, values, index, legend):
+            group = file.create_group(name)
+            write_table(group, "index.dat", np.column_stack([times, *index]), legend, **keywords)
+            write_table(group, values[0], values[1].reshape(-1, 1), ["v"], **keywords)
+            return group
+
         for i in range(tables if "dat" in kinds else 0):
             write_table(file.require_group("A.dir"), f"a{i or ''}.dat",
                         np.column_stack([times, np.sin(times + i)]), ["t", "x"], **keywords)
         if "coef" in kinds:
-            lengths = 2 + np.arange(steps) % 3
-            group = file.create_group("c.coef")
-            write_table(group, "index.dat", np.column_stack([times, np.cumsum(lengths)]),
-                        ["t", "index"], **keywords)
-            write_table(group, "coefs.dat", np.cos(np.arange(sum(lengths))).reshape(-1, 1), ["c"],
-                        **keywords)
+            steps_of("c.coef", ("coefs.dat", np.cos(np.arange(sum(lengths)))),
+                     [np.cumsum(lengths)], ["t", "index"])
         if "tdm" in kinds:
-            group = file.create_group("m.tdm")
-            ends = 24 * np.arange(1, steps + 1)
-            write_table(group, "index.dat",
-                        np.column_stack([times, ends, np.full((steps, 2), 2)]),
-                        ["t", "index", "n", "m"], **keywords)
-            write_table(group, "data.dat", np.sqrt(np.arange(24 * steps)).reshape(-1, 1), ["v"],
-                        **keywords)
-            spec = b"TensorDim=3; TensorSymm=11; DataMeshDim=2;"
-            group.attrs.create("TensorSpec", [spec], dtype=ASCII if legends == ASCII else "S60")
+            series = steps_of("m.tdm", ("data.dat", np.sqrt(np.arange(24 * steps))), [
+                24 * np.arange(1, steps + 1), np.full((steps, 2), 2)], ["t", "index", "n", "m"])
+            series.attrs.create("TensorSpec", [b"TensorDim=3; TensorSymm=11; DataMeshDim=2;"],
+                                dtype=ASCII if legends == ASCII else "S60")
         if "txt" in kinds:
             file.create_dataset("l.txt", data=["step\n", "done\n"], dtype=ASCII, maxshape=(None,),
                                 chunks=(16,))
@@ -70,50 +63,38 @@ def plain(start=0.0, kinds=KINDS, steps=3, tables=1, legends=ASCII, libver="v108
     return content.getvalue()
 
 
-# Random ones. `rng` is a random.Random.
+# Random segments. `rng` is a random.Random. The segments of one set are drawn from one plan, so that
+# what must agree between them does.
 
 FOLDERS = ("", "", "A.dir/", "A.dir/B b.dir/", "Zé*.dir/", "x|y.dir/", "de.dir/ep.dir/er.dir/")
 STEMS = ("a", "b", "q.r", " c", "Z", "ü", "[x]", "f?", "*")
 
 
-@dataclasses.dataclass
-class Plan:
-    """Of one object in all segments."""
-    columns: int
-    legend: str
-    spec: tuple
-    entries: list
-
-
 def random_plans(rng):
-    plans = {}
-    for kind in KINDS:
-        for i in range(rng.choice((0, 1, 1, 2, 3))):
-            plans[f"{rng.choice(FOLDERS)}{rng.choice(STEMS)}{i}.{kind}"] = Plan(
-                columns=rng.choice((1, 2, 3, 7, 25)),
-                legend=rng.choice(("plain", "missing", "undefined", "accents", "empty")),
-                spec=(rng.choice((1, 2, 3)), rng.choice(("", "1", "11", "12", "112", "aa")),
-                      rng.choice((0, 1, 2, 3))),
-                entries=[("h" * rng.randrange(3), rng.choice(("", "text", "ä" * 5, "x" * 300)))
-                         for _ in range(rng.choice((0, 1, 3)))])
-    return plans
+    return {f"{rng.choice(FOLDERS)}{rng.choice(STEMS)}{i}.{kind}": types.SimpleNamespace(
+        columns=rng.choice((1, 2, 3, 7, 25)),
+        legend=rng.choice(("plain", "missing", "undefined", "accents", "empty")),
+        spec=(rng.choice((1, 2, 3)), rng.choice(("", "1", "11", "12", "112", "aa")),
+              rng.choice((0, 1, 2, 3))),
+        entries=[("h" * rng.randrange(3), rng.choice(("", "text", "ä" * 5, "x" * 300)))
+                 for _ in range(rng.choice((0, 1, 3)))])
+            for kind in KINDS for i in range(rng.choice((0, 1, 1, 2, 3)))}
 
 
 def random_times(rng, start):
     count = rng.choice((0, 1, 2, 5, 20, rng.randrange(60)))
     times = start + rng.choice((0.25, 0.5, 1.0)) * np.arange(count)
-    if count > 2:
-        oddity = rng.randrange(9)
-        if oddity == 0:
-            times[rng.randrange(count)] = rng.choice((np.nan, np.inf, -np.inf))
-        elif oddity == 1:
-            times[-1] = rng.choice((np.nan, np.inf, -np.inf, -3.0))
-        elif oddity == 2:
-            times = np.repeat(times, 2)[:count]
-        elif oddity == 3:
-            times = np.array(rng.sample(list(times), count))
-        elif oddity == 4:
-            times += np.array([rng.choice((0, 1e-11, -1e-11, 1e-10)) for _ in times])
+    oddity = rng.randrange(9) if count > 2 else None
+    if oddity == 0:
+        times[rng.randrange(count)] = rng.choice((np.nan, np.inf, -np.inf))
+    elif oddity == 1:
+        times[-1] = rng.choice((np.nan, np.inf, -np.inf, -3.0))
+    elif oddity == 2:
+        times = np.repeat(times, 2)[:count]
+    elif oddity == 3:
+        times = np.array(rng.sample(list(times), count))
+    elif oddity == 4:
+        times += np.array([rng.choice((0, 1e-11, -1e-11, 1e-10)) for _ in times])
     return times
 
 
@@ -127,38 +108,30 @@ def random_values(rng, count):
 
 
 def random_strings(rng, node, name, values):
-    """As an attribute: of fixed length, UTF-8, or ASCII where that is possible."""
-    form = rng.choice(("fixed", UTF8, ASCII))
+    form = rng.choice(("fixed", UTF8, ASCII if all(map(bytes.isascii, values)) else UTF8))
     if form == "fixed":
         node.attrs.create(name, np.array(values, f"S{max(map(len, values)) or 1}"))
     else:
-        is_ascii = all(map(bytes.isascii, values))
-        node.attrs.create(name, np.array([value.decode() for value in values], object),
-                          dtype=form if is_ascii else UTF8)
+        node.attrs.create(name, np.array([value.decode() for value in values], object), dtype=form)
 
 
 def random_table(rng, group, name, rows, legend, must_be_exact=False):
-    types = ["f8", "f8", "f8", ">f8"]
-    if not must_be_exact:
-        types += ["f4", ">f4", "f2"]
+    types = ["f8", "f8", "f8", ">f8"] + ([] if must_be_exact else ["f4", ">f4", "f2"])
     if rows.size and np.all(np.isfinite(rows)) and np.all(rows == np.floor(rows)):
         if np.max(np.abs(rows)) < 100:
             types += ["i4", ">i8", "i1", ">i2"] + (["u2"] if np.min(rows) >= 0 else [])
-    dtype = np.dtype(rng.choice(types))
+    dtype, written, columns = np.dtype(rng.choice(types)), len(rows), rows.shape[1]
     with np.errstate(all="ignore"):
         rows = rows.astype(dtype)
-    layout = rng.choice(("contiguous", "compact", "chunked", "chunked", "chunked"))
+    layout, keywords = rng.choice(("contiguous", "compact", "chunked", "chunked", "chunked")), {}
     if layout == "compact" and 0 < rows.nbytes < 60000:
         plist = h5p.create(h5p.DATASET_CREATE)
         plist.set_layout(h5d.COMPACT)
-        space = h5s.create_simple(rows.shape)
-        table_id = h5d.create(group.id, in_bytes(name), h5t.py_create(dtype), space, plist)
-        table_id.write(h5s.ALL, h5s.ALL, rows)
+        h5d.create(group.id, in_bytes(name), h5t.py_create(dtype), h5s.create_simple(rows.shape),
+                   plist).write(h5s.ALL, h5s.ALL, rows)
         table = group[name]
     else:
-        keywords, written = {}, len(rows)
         if layout == "chunked":
-            columns = rows.shape[1]
             chunk = (rng.choice((1, 2, 3, 7, 64, max(1, len(rows)))), rng.choice((1, 1, columns)))
             largest = [(None, columns), (None, None)]
             if chunk[0] <= len(rows):
@@ -172,62 +145,50 @@ def random_table(rng, group, name, rows, legend, must_be_exact=False):
         table = group.create_dataset(name, shape=rows.shape, dtype=dtype, **keywords)
         if written:
             table[:written] = rows[:written]
+        if keywords.get("compression") and chunk[1] == 1 and written >= chunk[0] and rng.random() < 0.3:
+            # One chunk is stored past all filters, as its filter mask says.
+            plist = table.id.get_create_plist()
+            table.id.write_direct_chunk((0, 0), rows[:chunk[0], 0].tobytes(),
+                                        (1 << plist.get_nfilters()) - 1)
     if legend is not None:
         random_strings(rng, table, "Legend", legend)
-    if rng.random() < 0.1:
-        table.attrs["another"] = np.arange(3)
 
 
 def random_legend(rng, plan):
-    legend = [b"c%d" % c for c in range(plan.columns)]
-    if plan.legend == "missing" and rng.random() < 0.5:
-        return None
-    if plan.legend == "undefined" and rng.random() < 0.5:
-        legend[0] = b"undefined"
-    if plan.legend == "accents":
-        legend = [in_bytes(f"côl {c}") for c in range(plan.columns)]
-    if plan.legend == "empty":
-        legend[1:] = [b""] * (plan.columns - 1)
-    return legend
+    if plan.legend in ("missing", "undefined") and rng.random() < 0.5:
+        return None if plan.legend == "missing" else [b"undefined"] * plan.columns
+    form = {"accents": "côl %d", "empty": "%.0d"}.get(plan.legend, "c%d")
+    return [in_bytes(form % c) for c in range(plan.columns)]
 
 
-def random_steps(rng, group, values_name, start, lengths_of):
-    """lengths_of(times) gives {name of further column: values} and the length of every step."""
-    times = random_times(rng, start)
-    more, lengths = lengths_of(times)
-    index = np.column_stack([times, np.cumsum(lengths, dtype="f8"), more])
-    legend = [b"time", b"index"] + [b"Extents"] * more.shape[1]
+# The extents of a step say how many values it has, unless `lengths` do.
+def random_steps(rng, group, values_name, times, extents, lengths):
+    index = np.column_stack([times, np.cumsum(lengths, dtype="f8"), extents])
+    legend = [b"time", b"index"] + [b"Extents"] * extents.shape[1]
     random_table(rng, group, "index.dat", index, rng.choice((legend, legend, None)), True)
     random_table(rng, group, values_name, random_values(rng, int(sum(lengths))).reshape(-1, 1),
                  rng.choice(([b"values"], [b""], None)))
 
 
 def write_random_object(rng, group, name, plan, start):
-    kind = name.rpartition(".")[2]
+    kind, times = name.rpartition(".")[2], random_times(rng, start)
     if kind == "dat":
-        times = random_times(rng, start)
         rows = random_values(rng, len(times) * plan.columns).reshape(-1, plan.columns)
         rows[:, 0] = times
         random_table(rng, group, name, rows, random_legend(rng, plan))
     elif kind == "coef":
         usual = rng.choice((0, 4))
-        random_steps(rng, group.create_group(name), "coefs.dat", start, lambda times: (
-            np.empty((len(times), 0)), [rng.choice((usual, usual, 1, 200)) for _ in times]))
+        random_steps(rng, group.create_group(name), "coefs.dat", times, np.empty((len(times), 0)),
+                     [rng.choice((usual, usual, 1, 200)) for _ in times])
     elif kind == "tdm":
-        dimension, symmetry, mesh_dimension = plan.spec
-        components = component_count(dimension, symmetry)
-
-        def lengths_of(times):
-            extents = np.array([[rng.choice((0, 1, 2, 3, 5)) for _ in range(mesh_dimension)]
-                                for _ in times], "f8").reshape(len(times), mesh_dimension)
-            return extents, components * np.prod(extents, axis=1)
-
+        extents = np.array([[rng.choice((0, 1, 2, 3, 5)) for _ in range(plan.spec[2])]
+                            for _ in times], "f8").reshape(len(times), plan.spec[2])
         series = group.create_group(name)
-        random_steps(rng, series, "data.dat", start, lengths_of)
-        random_strings(rng, series, "TensorSpec", [rng.choice((
-            b"TensorDim=%d; TensorSymm=%s; DataMeshDim=%d;",
-            b" TensorDim = %d ;\n TensorSymm=%s; # indices\n DataMeshDim=%d")) % (
-                dimension, in_bytes(symmetry), mesh_dimension)])
+        random_steps(rng, series, "data.dat", times, extents,
+                     component_count(*plan.spec[:2]) * np.prod(extents, axis=1))
+        random_strings(rng, series, "TensorSpec", [in_bytes(rng.choice((
+            "TensorDim=%d; TensorSymm=%s; DataMeshDim=%d;",
+            " TensorDim = %d ;\n TensorSymm=%s; # indices\n DataMeshDim=%d")) % plan.spec)])
     elif kind == "txt":
         text = rng.choice(("", "abc", "line\n", "x" * 5000, "naïve "))
         form = rng.choice(("scalar", "characters", "strings", "strings"))
@@ -243,10 +204,9 @@ def write_random_object(rng, group, name, plan, start):
                     pieces[i] = text
     else:
         is_ascii = all(text.isascii() for entry in plan.entries for text in entry)
-        record = group.create_dataset(name, (len(plan.entries), 2), maxshape=(None, 2),
-                                      chunks=(1, 2), dtype=ASCII if is_ascii else UTF8)
-        for i, (commit, text) in enumerate(plan.entries):
-            record[i, 0], record[i, 1] = commit, text
+        record = group.create_dataset(
+            name, data=np.array(plan.entries, object).reshape(-1, 2), maxshape=(None, 2),
+            chunks=(1, 2), dtype=ASCII if is_ascii else UTF8)
         record.attrs.create("Version", [len(plan.entries)], dtype=rng.choice(("u8", "i4", ">u8")))
 
 
