@@ -9,6 +9,7 @@ import collections
 import errno
 import functools
 import hashlib
+import math
 import os
 import random
 import re
@@ -60,7 +61,10 @@ def run_calls(judge, what, always, share):
     reference, calls = judge.reference(PAIR, environment=shim(judge)), traced(judge)
     if not {"open", "pread", "pwrite", "close", "fsync"} <= {call for call, _ in calls}:
         judge.fault("the faults do not reach the program")
-    for i in random.Random(judge.case).sample(range(len(calls)), round(len(calls) * share)):
+    kinds, rng = collections.defaultdict(list), random.Random(judge.case)
+    for i, (call, _) in enumerate(calls):
+        kinds[call].append(i)
+    for i in [i for one in kinds.values() for i in rng.sample(one, math.ceil(len(one) * share))]:
         call, judge.case = calls[i][0], f"calls{(what, always, share)}: call {i}, {calls[i]}"
         judge.clear("out.h5", "Errors000.txt")
         how, allowed = {"error": getattr(errno, what, 0), "always": always}, (0, 255)
