@@ -47,7 +47,7 @@ def shim(judge, at=-1, run="", error=0, always=False):
 
 # The calls of a run, as pairs of function and file.
 def traced(judge):
-    return [line.split(maxsplit=1) for line in judge.trace.read_text().splitlines()]
+    return [line.rstrip().split(maxsplit=1) for line in judge.trace.read_text().splitlines()]
 
 
 def call_cases(share):
