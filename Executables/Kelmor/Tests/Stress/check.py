@@ -1,5 +1,5 @@
-"""Recomputes a join from its inputs, by brute force and apart from the program, and compares it
-with an output: the objects and their layout on disk, values bit for bit, legends, texts, records."""
+# Recomputes a join from its inputs, by brute force and apart from the program, and compares it with an
+# output: the objects and their layout on disk, values bit for bit, legends, texts, records.
 
 import itertools
 import re

@@ -93,10 +93,10 @@ def damaged(how, name, seed):
 
 
 def damage_cases(share):
-    return [(how, name, range(first, first + 25))
+    return [(how, name, range(round(count * share))[first:first + 25])
             for how, count in (("cut", 200), ("flip", 1000), ("checksums", 1200))
             for name in FILES if how != "checksums" or intact(name)[1]
-            for first in range(0, max(1, round(count * share)), 25)]
+            for first in range(0, round(count * share), 25)]
 
 
 def run_damage(judge, how, name, seeds):

@@ -100,7 +100,8 @@ FAIL(int, link, (const char* from, const char* path), -1, path, from, path)
 FAIL(int, linkat, (int k, const char* p, int fd, const char* to, int w), fd, to, k, p, fd, to, w)
 
 FUNCTION(char*, realpath, (const char* path, char* to)) {
-  return Fails("realpath", -1, path) ? NULL : REAL(char*, "realpath", (const char*, char*))(path, to);
+  Fails("realpath", -1, path);
+  return REAL(char*, "realpath", (const char*, char*))(path, to);
 }
 FUNCTION(int, close, (int fd)) { /* which loses the descriptor even when it fails */
   const int fails = Fails("close", fd, NULL);

@@ -1,4 +1,4 @@
-"""Writes segments with h5py: plain ones, and random ones in all the forms that are read."""
+# Writes segments with h5py: plain ones, and random ones in all the forms that are read.
 
 import functools
 import io
@@ -161,7 +161,7 @@ def random_legend(rng, plan):
     return [in_bytes(form % c) for c in range(plan.columns)]
 
 
-# The extents of a step say how many values it has, unless `lengths` do.
+# Writes the steps of a coefficient set or a tensor series, of `lengths` values each.
 def random_steps(rng, group, values_name, times, extents, lengths):
     index = np.column_stack([times, np.cumsum(lengths, dtype="f8"), extents])
     legend = [b"time", b"index"] + [b"Extents"] * extents.shape[1]

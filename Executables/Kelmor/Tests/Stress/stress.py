@@ -84,8 +84,8 @@ def write_trio(judge):
 # Of memory from what the program needs to start to more than the join needs, of the output's size from
 # nothing to the whole, and of open files fewer than there are inputs.
 def limit_cases(share):
-    step = max(1, round(1 / share))
-    return [(what, i) for what in ("as", "fsize") for i in range(0, 100, step)] + [("nofile", 1024)]
+    return [(what, i) for what in ("as", "fsize") for i in range(0, 100, round(1 / share))] + [
+        ("nofile", 1024)]
 
 
 def run_limits(judge, what, i):
@@ -114,7 +114,7 @@ GROUPS = {  # name: its cases, what runs one, share of them in a quick run, whet
     "sources": (source_cases, run_source, 0, False),
     "limits": (limit_cases, run_limits, 0.1, False),
     "others": (others_cases, run_others, 0.02, False),
-    "soak": (soak_cases, run_soak, 0.1, True),
+    "soak": (soak_cases, run_soak, 0.15, True),
 }
 MOST_LIBRARY_CRASHES = {"limits": 0.1, "damage": 0.02, "sources": 0.02}
 
@@ -135,7 +135,8 @@ def run_case(group, case):
 
 
 def run_group(pool, group, cases):
-    begin, faults, statuses, notes = time.monotonic(), [], collections.Counter(), collections.Counter()
+    begin, faults = time.monotonic(), []
+    statuses, notes = collections.Counter(), collections.Counter()
     for task in [pool.apply_async(run_case, (group, case)) for case in cases]:
         more_statuses, more_notes, more_faults = task.get()
         statuses, notes, faults = statuses + more_statuses, notes + more_notes, faults + more_faults
