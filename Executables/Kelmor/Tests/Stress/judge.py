@@ -10,7 +10,7 @@
 #
 # Damaged files and failing allocations may crash HDF5 itself. Where a group allows it, such an end is
 # counted and is no fault, if the program's own backtrace begins in HDF5 or if h5py dies of the same
-# inputs; main.py bounds their share.
+# inputs; stress.py bounds their share.
 
 import collections
 import contextlib
@@ -47,9 +47,9 @@ class Outcome(typing.NamedTuple):
     rss: int  # peak, in bytes
 
 
-# Runs a program, with a limit as prlimit has it, for example "--as=1000000:". One that takes too long gets
-# SIGQUIT, for its backtrace, and is killed. The system never reports a peak memory below that of the
-# process that starts it, which therefore must stay small.
+# Runs a program, with a limit as prlimit has it, for example "--as=1000000:". One that takes too long
+# gets SIGQUIT, for its backtrace, and is killed. The system never reports a peak memory below that of
+# the process that starts it, which therefore must stay small.
 def run(command, folder, environment=None, limit=None, seconds=30, cpu_seconds=10, user=None):
     process = subprocess.Popen(
         (["prlimit", limit] if limit else []) + command, cwd=folder, stdin=subprocess.DEVNULL,
@@ -149,7 +149,8 @@ class Judge:
 
     # Removes what is in the folder, or these names from it.
     def clear(self, *names):
-        subprocess.run(["rm", "-rf", *[self.folder / name for name in names or os.listdir(self.folder)]])
+        subprocess.run(["rm", "-rf", *(self.folder / name for name in names or os.listdir(
+            self.folder))], check=True)
 
     # Keeps the folder as it is, under the name of the case.
     def fault(self, what, outcome=None):
@@ -214,7 +215,7 @@ class Judge:
             self.fault(f"the output does not tell {tells}", outcome)
         return outcome
 
-    # Has KelmorInfo agree with a join, in the given ways of three; `other` is not what the inputs make.
+    # Has KelmorInfo agree with a join, in ways of three; `other` is not what the inputs make.
     def join_and_inspect(self, inputs, ways, other, **how):
         self.clear("out.h5", "Errors000.txt")
         status = self.join(inputs, **how).status

@@ -179,8 +179,9 @@ def main():
                 return run_group(pool, group, [ast.literal_eval("(" + case)]) > 0
             for group in settings.groups or GROUPS:
                 cases, _, share, runs_sanitized = GROUPS[group]
+                share = share / (1 + settings.sanitized) if settings.quick else 1
                 if runs_sanitized or not settings.sanitized:
-                    found += run_group(pool, group, cases(share / (1 + settings.sanitized) if settings.quick else 1))
+                    found += run_group(pool, group, cases(share))
     return found > 0
 
 
