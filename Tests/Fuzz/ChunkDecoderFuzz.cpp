@@ -16,10 +16,7 @@ void Fuzz::Target(std::string_view input) {
   const auto stream = std::as_bytes(std::span(input.substr(header)));
   std::vector<std::byte> stored(stream.begin(), stream.end());
   if (flags.mFletcher32 && flags.mIsSealed) {
-    const std::uint32_t checksum = ChunkCodec::Fletcher32(stored);
-    for (int shift = 0; shift < 32; shift += 8) {
-      stored.push_back(static_cast<std::byte>(checksum >> shift));
-    }
+    ChunkCodec::AppendFletcher32(stored);
   }
   stored.shrink_to_fit();
 

@@ -22,7 +22,9 @@ struct Flags {
         mDeflate((bits & 2) != 0),
         mFletcher32((bits & 4) != 0),
         mIsSealed((bits & 8) != 0) {}
-  ChunkCodec::Filters Filters() const { return {mShuffle, mDeflate, mFletcher32}; }
+  ChunkCodec::Filters Filters() const {
+    return ChunkCodec::FiltersOfDoubles(mShuffle, mDeflate, mFletcher32);
+  }
   bool mShuffle, mDeflate, mFletcher32, mIsSealed;
 };
 

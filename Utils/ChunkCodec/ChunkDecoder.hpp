@@ -2,8 +2,9 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
+#include <memory>
 #include <span>
-#include <vector>
 
 #include "Utils/ChunkCodec/Filters.hpp"
 
@@ -22,36 +23,43 @@ enum class DecodeStatus {
 /// "ok".
 const char* Describe(DecodeStatus status);
 
-/// Where values of a chunk go: `mValues` receives those from the chunk's mFirst-th on.
-struct ChunkPart {
-  std::size_t mFirst = 0;
-  std::span<double> mValues;
+/// How the chunks of a dataset are stored. The filters are lent.
+struct ChunkFormat {
+  const Filters& mFilters;  // deflate, shuffle and Fletcher-32 in any order, deflate at most once
+  std::size_t mChunkBytes;  // of a chunk without filters
+  std::size_t mElementBytes;
 };
 
-/// Decodes the stored bytes of a chunk of `chunkValues` values, of which the parts, in ascending
-/// order, are wanted; no filter may have been skipped (filter mask 0). Bytes after the end of a
-/// compressed stream are taken no notice of, as by HDF5. Damaged bytes are a status, never an
-/// exception, and the parts' values are then undefined. Needs, with deflate, one further chunk of
-/// memory while it runs, unless there is no shuffle and the whole chunk is wanted.
-[[nodiscard]] DecodeStatus DecodeChunk(std::span<const std::byte> stored, const Filters& filters,
-                                       std::size_t chunkValues, std::span<const ChunkPart> parts);
+/// Decodes one chunk and hands out its elements. A shuffle that was the first filter is undone only
+/// for the elements that are taken, on the way to where they go.
+class ChunkDecoder {
+ public:
+  /// Undoes the filters, but for those whose bit in `skipped` is set: the lowest bit is that of the
+  /// first filter. Bytes after the end of a compressed stream are taken no notice of, as by HDF5.
+  /// Damaged bytes are a status, never an exception. The stored bytes are lent for as long as
+  /// elements are taken. With deflate the decoder has one chunk of memory, but never more than
+  /// could have been compressed to the bytes there are.
+  [[nodiscard]] DecodeStatus Decode(std::span<const std::byte> stored, const ChunkFormat& format,
+                                    std::uint32_t skipped = 0);
 
-/// Decodes all values of a chunk.
+  /// Copies as many elements as there is room for, from the chunk's `first`-th on. Only after
+  /// Decode() returned Ok.
+  void Take(std::size_t first, std::span<std::byte> elements) const;
+
+ private:
+  DecodeStatus Undo(const Filter& filter, std::size_t inflatedBytes);
+  DecodeStatus StripChecksum();
+  DecodeStatus Inflate(std::size_t inflatedBytes);
+  void UnshuffleAll(std::size_t elementBytes);
+
+  std::span<const std::byte> mBytes;  // lent, or those at mpOwnBytes
+  std::unique_ptr<std::byte[]> mpOwnBytes;
+  std::size_t mElementBytes = 1;
+  bool mIsShuffled = false;
+};
+
+/// Decodes all values of a chunk of native doubles.
 [[nodiscard]] DecodeStatus DecodeChunk(std::span<const std::byte> stored, const Filters& filters,
                                        std::span<double> values);
-
-/// A filter that a chunk went through; those of HDF5 may come in any order.
-struct FilterStep {
-  enum class Kind { Shuffle, Deflate, Fletcher32 };
-  Kind mKind;
-  std::size_t mElementBytes = 1;  // that shuffle took apart
-};
-
-/// Undoes all the steps, the last first, for a chunk of elements of any type, which has
-/// `chunkBytes` bytes without filters. Deflate may be among the steps once. Makes room for no more
-/// than deflate could have compressed to the bytes there are. What is in `bytes` after a failure is
-/// undefined.
-[[nodiscard]] DecodeStatus UndoFilters(std::vector<std::byte>& bytes,
-                                       std::span<const FilterStep> steps, std::size_t chunkBytes);
 
 }  // namespace ChunkCodec

@@ -16,10 +16,14 @@ namespace {
 
 using ChunkCodec::DecodeStatus;
 using ChunkCodec::Filters;
-using ChunkCodec::FilterStep;
+using ChunkCodec::FiltersOfDoubles;
+using ChunkCodec::sDeflate;
+using ChunkCodec::sFletcher32;
+using ChunkCodec::sShuffle;
 
-constexpr Filters AllFilters{true, true, true};
-constexpr Filters NoChecksum{true, true, false};
+const Filters AllFilters = FiltersOfDoubles(true, true, true);
+const Filters NoChecksum = FiltersOfDoubles(true, true, false);
+const Filters ShuffleOnly = FiltersOfDoubles(true, false, false);
 constexpr std::size_t Count = 700;
 
 TEST(ChunkDecoder, ReportsFlippedBitsAndEveryTruncation) {
@@ -49,7 +53,7 @@ TEST(ChunkDecoder, SaysWhatIsWrong) {
   std::vector<double> decoded(Count);
   std::vector<double> fewer(Count - 1);
   std::vector<double> more(Count + 1);
-  for (const Filters& filters : {NoChecksum, Filters{.mShuffle = true}}) {
+  for (const Filters& filters : {NoChecksum, ShuffleOnly}) {
     const auto chunk = EncodeChunk(values, filters);
     EXPECT_EQ(DecodeChunk(chunk, filters, fewer), DecodeStatus::TooManyValues);
     EXPECT_EQ(DecodeChunk(chunk, filters, more), DecodeStatus::TooFewValues);
@@ -72,59 +76,64 @@ TEST(ChunkDecoder, SaysWhatIsWrong) {
   EXPECT_EQ(DecodeChunk(old, AllFilters, decoded), DecodeStatus::Ok);
 }
 
-TEST(ChunkDecoder, DecodesPartsOfAChunk) {
+TEST(ChunkDecoder, TakesElementsFromAnywhere) {
   const std::vector<double> values = AwkwardColumns().back().Values(Count);
-  for (const Filters& filters : {AllFilters, NoChecksum, Filters{.mShuffle = true},
-                                 Filters{.mDeflate = true}, Filters{.mFletcher32 = true}}) {
+  for (int bits = 0; bits < 8; ++bits) {
+    const Filters filters = FiltersOfDoubles((bits & 1) != 0, (bits & 2) != 0, (bits & 4) != 0);
     const auto chunk = EncodeChunk(values, filters);
-    std::vector<double> first(3);
-    std::vector<double> middle(Count / 2);
-    std::vector<double> last(1);
-    const ChunkCodec::ChunkPart parts[] = {{0, first}, {7, middle}, {Count - 1, last}};
-    ASSERT_EQ(DecodeChunk(chunk, filters, Count, parts), DecodeStatus::Ok);
-    for (const auto& [begin, part] : parts) {
-      EXPECT_EQ(std::memcmp(part.data(), values.data() + begin, part.size_bytes()), 0);
+    ChunkCodec::ChunkDecoder decoder;
+    ASSERT_EQ(decoder.Decode(chunk, {filters, Count * 8, 8}), DecodeStatus::Ok);
+    for (const auto& [first, count] : {std::pair(0U, 3U), {7U, 350U}, {699U, 1U}}) {
+      std::vector<double> taken(count);
+      decoder.Take(first, std::as_writable_bytes(std::span(taken)));
+      EXPECT_EQ(std::memcmp(taken.data(), values.data() + first, count * 8), 0) << bits << first;
     }
   }
 }
 
 TEST(ChunkDecoder, UndoesFiltersInAnyOrderForElementsOfAnySize) {
-  using Kind = FilterStep::Kind;
-  const std::vector<double> values = AwkwardColumns().front().Values(1000);
-  const auto plain = std::as_bytes(std::span(values));
-  const FilterStep all[] = {{Kind::Shuffle, 8}, {Kind::Deflate}, {Kind::Fletcher32}};
-  std::vector<std::byte> bytes = EncodeChunk(values, AllFilters);
-  ASSERT_EQ(UndoFilters(bytes, all, plain.size()), DecodeStatus::Ok);
-  EXPECT_TRUE(std::ranges::equal(bytes, plain));
-
   // The checksum of what is deflated thereafter; elements of three bytes and two bytes left over.
   const std::string text = "adgjbehkcfi..";
   const std::string unshuffled = "abcdefghijk..";
-  const std::uint32_t sum = ChunkCodec::Fletcher32(std::as_bytes(std::span(text)));
-  std::string checked = text;
-  for (int i = 0; i < 4; ++i) {
-    checked += static_cast<char>(sum >> 8 * i);
-  }
+  std::vector<std::byte> checked(text.size());
+  std::memcpy(checked.data(), text.data(), text.size());
+  ChunkCodec::AppendFletcher32(checked);
   std::vector<std::byte> deflated(100);
   uLongf size = deflated.size();
   ASSERT_EQ(compress(reinterpret_cast<Bytef*>(deflated.data()), &size,
                      reinterpret_cast<const Bytef*>(checked.data()), checked.size()),
             Z_OK);
   deflated.resize(size);
-  // The library leaves alone what is no two elements, however large they are.
-  const FilterStep other[] = {{Kind::Shuffle, 3},
-                              {Kind::Shuffle, std::size_t{1} << 40},
-                              {Kind::Fletcher32},
-                              {Kind::Deflate}};
-  for (const auto& [chunkBytes, expected] :
-       {std::pair(text.size() + 1, DecodeStatus::TooFewValues),
-        std::pair(text.size() - 1, DecodeStatus::TooManyValues),
-        std::pair(std::size_t{1} << 60, DecodeStatus::TooFewValues),
-        std::pair(text.size(), DecodeStatus::Ok)}) {
-    bytes = deflated;
-    EXPECT_EQ(UndoFilters(bytes, other, chunkBytes), expected) << chunkBytes;
+  // HDF5 leaves alone what is no two elements, however large they are.
+  const Filters filters = {{sShuffle, 1, 3}, {sShuffle, 1, 1U << 31}, {sFletcher32}, {sDeflate}};
+  ChunkCodec::ChunkDecoder decoder;
+  for (const std::size_t elementBytes : {1U, 3U}) {  // taken apart along with the bytes left over
+    for (const auto& [chunkBytes, expected] :
+         {std::pair(text.size() + 1, DecodeStatus::TooFewValues),
+          std::pair(text.size() - 1, DecodeStatus::TooManyValues),
+          std::pair(std::size_t{1} << 60, DecodeStatus::TooFewValues),
+          std::pair(text.size(), DecodeStatus::Ok)}) {
+      EXPECT_EQ(decoder.Decode(deflated, {filters, chunkBytes, elementBytes}), expected);
+    }
   }
-  EXPECT_TRUE(std::ranges::equal(bytes, std::as_bytes(std::span(unshuffled))));
+  ASSERT_EQ(decoder.Decode(deflated, {filters, text.size(), 1}), DecodeStatus::Ok);
+  std::string taken(text.size(), ' ');
+  decoder.Take(0, std::as_writable_bytes(std::span(taken)));
+  EXPECT_EQ(taken, unshuffled);
+
+  // Only the shuffle of such a chunk was skipped, or only the checksum.
+  const Filters two = {{sShuffle, 1, 2}, {sFletcher32}};
+  for (const auto& [skipped, expected] : {std::pair(1U, "acbd"), std::pair(2U, "abcd")}) {
+    std::vector<std::byte> stored = {std::byte{'a'}, std::byte{'c'}, std::byte{'b'},
+                                     std::byte{'d'}};
+    if (skipped == 1) {
+      ChunkCodec::AppendFletcher32(stored);
+    }
+    ASSERT_EQ(decoder.Decode(stored, {two, 4, 2}, skipped), DecodeStatus::Ok);
+    taken.resize(4);
+    decoder.Take(0, std::as_writable_bytes(std::span(taken)));
+    EXPECT_EQ(taken, expected);
+  }
 }
 
 }  // namespace

@@ -125,7 +125,7 @@ ChunkEncoder::Piece ChunkEncoder::EncodePiece(std::size_t piece) const {
 
   const std::size_t most = MatchSearch::MaxDistance;
   std::vector<PlaneRun> runs;
-  if (mFilters.mShuffle) {
+  if (Has(mFilters, sShuffle)) {
     // The stream has the planes one after the other. Before a later piece of a plane stand bytes of
     // the same plane, and before the plane of an only piece the planes before it.
     const std::size_t history = std::min(first, most);
@@ -151,16 +151,16 @@ ChunkEncoder::Piece ChunkEncoder::EncodePiece(std::size_t piece) const {
   for (std::size_t r = 0; r < runs.size(); ++r) {
     const auto bytes = runs[r].mBytes;
     const auto* encoded = reinterpret_cast<const std::byte*>(bytes.data());
-    Piece::Part& part = result.mParts[r];
-    part = {bytes.size(), bytes.size(), AdlerOfNothing};
-    if (mFilters.mDeflate && !bytes.empty()) {
+    Piece::PlaneSlice& slice = result.mSlices[r];
+    slice = {bytes.size(), bytes.size(), AdlerOfNothing};
+    if (Has(mFilters, sDeflate) && !bytes.empty()) {
       Workspace::Reserve(DeflatedBound(runs[r]), workspace.mpEncoded, workspace.mEncodedRoom);
       std::uint8_t* const begin = workspace.mpEncoded.get();
-      part.mSize = static_cast<std::size_t>(Deflate(runs[r], workspace, begin) - begin);
-      part.mAdler32 = Adler32(bytes.data(), bytes.size());
+      slice.mSize = static_cast<std::size_t>(Deflate(runs[r], workspace, begin) - begin);
+      slice.mAdler32 = Adler32(bytes.data(), bytes.size());
       encoded = reinterpret_cast<const std::byte*>(begin);
     }
-    result.mBytes.insert(result.mBytes.end(), encoded, encoded + part.mSize);
+    result.mBytes.insert(result.mBytes.end(), encoded, encoded + slice.mSize);
   }
   workspace.mIsInUse = false;
   return result;
@@ -174,30 +174,27 @@ std::vector<std::byte> ChunkEncoder::Assemble(std::span<const Piece> pieces) con
   }
   std::vector<std::byte> chunk;
   chunk.reserve(size);
-  if (mFilters.mDeflate) {
+  if (Has(mFilters, sDeflate)) {
     AppendHighByteFirst(StreamHeader, 2, chunk);
   }
   std::uint32_t adler = AdlerOfNothing;
   std::vector<std::size_t> next(pieces.size());
   for (std::size_t p = 0; p < PlaneCount; ++p) {
     for (std::size_t i = 0; i < pieces.size(); ++i) {
-      const Piece::Part& part = pieces[i].mParts[p];
+      const Piece::PlaneSlice& slice = pieces[i].mSlices[p];
       const auto from = pieces[i].mBytes.begin() + static_cast<std::ptrdiff_t>(next[i]);
-      chunk.insert(chunk.end(), from, from + static_cast<std::ptrdiff_t>(part.mSize));
-      next[i] += part.mSize;
+      chunk.insert(chunk.end(), from, from + static_cast<std::ptrdiff_t>(slice.mSize));
+      next[i] += slice.mSize;
       adler = static_cast<std::uint32_t>(
-          adler32_combine(adler, part.mAdler32, static_cast<z_off_t>(part.mRawSize)));
+          adler32_combine(adler, slice.mAdler32, static_cast<z_off_t>(slice.mRawSize)));
     }
   }
-  if (mFilters.mDeflate) {
+  if (Has(mFilters, sDeflate)) {
     AppendHighByteFirst(LastBlock, 2, chunk);
     AppendHighByteFirst(adler, 4, chunk);
   }
-  if (mFilters.mFletcher32) {
-    const std::uint32_t checksum = Fletcher32(chunk);
-    for (int shift = 0; shift < 32; shift += 8) {
-      chunk.push_back(static_cast<std::byte>(checksum >> shift));
-    }
+  if (Has(mFilters, sFletcher32)) {
+    AppendFletcher32(chunk);
   }
   return chunk;
 }

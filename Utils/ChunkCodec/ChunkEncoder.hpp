@@ -23,7 +23,8 @@
 
 namespace ChunkCodec {
 
-/// Filters a full chunk. The result is at most 0.1 % and 100 bytes larger than the values.
+/// Filters a full chunk; CanEncode() says whether that can be done. The result is at most 0.1 % and
+/// 100 bytes larger than the values.
 std::vector<std::byte> EncodeChunk(std::span<const double> values, const Filters& filters);
 
 /// The same in steps, for a chunk that several threads share.
@@ -32,18 +33,19 @@ std::vector<std::byte> EncodeChunk(std::span<const double> values, const Filters
 /// each thread that encodes keeps a workspace of up to 5 MB until it ends.
 class ChunkEncoder {
  public:
-  /// The encoded form of PieceCount()'s i-th run of values: a part of every plane.
+  /// The encoded form of PieceCount()'s i-th run of values: a slice of every plane.
   struct Piece {
-    struct Part {
-      std::size_t mSize = 0;     // in mBytes, where the parts follow one another
+    struct PlaneSlice {
+      std::size_t mSize = 0;     // in mBytes, where the slices follow one another
       std::size_t mRawSize = 0;  // before deflate
       std::uint32_t mAdler32 = 1;
     };
     std::vector<std::byte> mBytes;
-    std::array<Part, PlaneCount> mParts;
+    std::array<PlaneSlice, PlaneCount> mSlices;
   };
 
-  /// The values are lent and must live, unchanged, until the last piece is encoded.
+  /// Values and filters are lent. The values must live, unchanged, until the last piece is encoded,
+  /// and the filters until the pieces are assembled.
   ChunkEncoder(std::span<const double> values, const Filters& filters);
 
   /// How many pieces there are: one per 256 Ki values begun, all of nearly equal length.
@@ -59,7 +61,7 @@ class ChunkEncoder {
   std::size_t FirstValue(std::size_t piece) const;
 
   std::span<const double> mValues;
-  Filters mFilters;
+  const Filters& mFilters;
   std::size_t mPieceCount;
 };
 

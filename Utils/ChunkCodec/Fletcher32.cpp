@@ -82,4 +82,11 @@ std::uint32_t Fletcher32OfOldFiles(std::uint32_t checksum) {
   return (checksum & 0x00ff00ffU) << 8 | (checksum & 0xff00ff00U) >> 8;
 }
 
+void AppendFletcher32(std::vector<std::byte>& chunk) {
+  const std::uint32_t checksum = Fletcher32(chunk);
+  for (int shift = 0; shift < 32; shift += 8) {
+    chunk.push_back(static_cast<std::byte>(checksum >> shift));
+  }
+}
+
 }  // namespace ChunkCodec

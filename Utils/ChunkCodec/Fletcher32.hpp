@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <vector>
 
 namespace ChunkCodec {
 
@@ -17,5 +18,8 @@ std::uint32_t Fletcher32(std::span<const std::byte> bytes);
 /// What HDF5 before 1.6.3 stored for the same bytes on little-endian machines: the two bytes of
 /// each half exchanged. Readers accept either, as HDF5 does.
 std::uint32_t Fletcher32OfOldFiles(std::uint32_t checksum);
+
+/// Appends the checksum of the chunk, as the filter does.
+void AppendFletcher32(std::vector<std::byte>& chunk);
 
 }  // namespace ChunkCodec

@@ -26,13 +26,13 @@ Bytes ExchangeWithHDF5(const Bytes& stored, const Filters& filters, std::vector<
   const hid_t space = H5Screate_simple(1, &extent, nullptr);
   const hid_t creation = H5Pcreate(H5P_DATASET_CREATE);
   H5Pset_chunk(creation, 1, &extent);
-  if (filters.mShuffle) {
+  if (Has(filters, ChunkCodec::sShuffle)) {
     H5Pset_shuffle(creation);
   }
-  if (filters.mDeflate) {
+  if (Has(filters, ChunkCodec::sDeflate)) {
     H5Pset_deflate(creation, 1);
   }
-  if (filters.mFletcher32) {
+  if (Has(filters, ChunkCodec::sFletcher32)) {
     H5Pset_fletcher32(creation);
   }
   const auto create = [&](const char* name) {
@@ -61,8 +61,9 @@ Bytes ExchangeWithHDF5(const Bytes& stored, const Filters& filters, std::vector<
 
 void ExpectAgreement(const AwkwardColumn& column, std::size_t count, const Filters& filters) {
   SCOPED_TRACE(std::string(column.mName) + ", " + std::to_string(count) + " values, filters " +
-               (filters.mShuffle ? "s" : "-") + (filters.mDeflate ? "d" : "-") +
-               (filters.mFletcher32 ? "f" : "-"));
+               (Has(filters, ChunkCodec::sShuffle) ? "s" : "-") +
+               (Has(filters, ChunkCodec::sDeflate) ? "d" : "-") +
+               (Has(filters, ChunkCodec::sFletcher32) ? "f" : "-"));
   const std::vector<double> values = column.Values(count);
   // Bits, not values: a NaN equals nothing, and 0.0 equals -0.0.
   const auto hasSameBits = [&](const std::vector<double>& other) {
@@ -95,10 +96,11 @@ TEST(HDF5Agreement, OnEveryColumn) {
   }
   for (const AwkwardColumn& column : AwkwardColumns()) {
     for (const std::size_t count : counts) {
-      ExpectAgreement(column, count, {true, true, true});
+      ExpectAgreement(column, count, ChunkCodec::FiltersOfDoubles(true, true, true));
     }
     for (int bits = 0; bits < 7; ++bits) {
-      const Filters filters{(bits & 1) != 0, (bits & 2) != 0, (bits & 4) != 0};
+      const Filters filters =
+          ChunkCodec::FiltersOfDoubles((bits & 1) != 0, (bits & 2) != 0, (bits & 4) != 0);
       ExpectAgreement(column, 20001, filters);
       ExpectAgreement(column, (1U << 18) + 1, filters);
     }

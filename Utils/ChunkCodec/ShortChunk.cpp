@@ -53,23 +53,20 @@ class Deflater {
 
 std::vector<std::byte> EncodeShortChunk(std::span<const double> values, const Filters& filters) {
   std::vector<std::uint8_t> bytes(values.size_bytes());
-  if (filters.mShuffle) {
+  if (Has(filters, sShuffle)) {
     Shuffle(values, bytes.data(), values.size());
   } else {
     std::memcpy(bytes.data(), values.data(), bytes.size());
   }
   std::vector<std::byte> chunk;
-  if (filters.mDeflate) {
+  if (Has(filters, sDeflate)) {
     PerThread<Deflater>().Append(bytes, chunk);
   } else {
-    chunk.resize(bytes.size());
-    std::memcpy(chunk.data(), bytes.data(), bytes.size());
+    const auto unfiltered = std::as_bytes(std::span(bytes));
+    chunk.assign(unfiltered.begin(), unfiltered.end());
   }
-  if (filters.mFletcher32) {
-    const std::uint32_t checksum = Fletcher32(chunk);
-    for (int shift = 0; shift < 32; shift += 8) {
-      chunk.push_back(static_cast<std::byte>(checksum >> shift));
-    }
+  if (Has(filters, sFletcher32)) {
+    AppendFletcher32(chunk);
   }
   return chunk;
 }

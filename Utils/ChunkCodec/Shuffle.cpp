@@ -16,6 +16,17 @@ void Split(const std::uint8_t* in, std::size_t pairs, std::uint8_t* __restrict e
   }
 }
 
+template <std::size_t Bytes>
+void UnshuffleElements(const std::byte* planes, std::size_t stride, std::size_t count,
+                       std::byte* __restrict out) {
+  for (std::size_t i = 0; i < count; ++i) {
+#pragma GCC unroll 8  // or GCC makes no vectors of it below -O3
+    for (std::size_t k = 0; k < Bytes; ++k) {
+      out[Bytes * i + k] = planes[k * stride + i];
+    }
+  }
+}
+
 }  // namespace
 
 void Shuffle(std::span<const double> values, std::uint8_t* planes, std::size_t stride) {
@@ -36,25 +47,22 @@ void Shuffle(std::span<const double> values, std::uint8_t* planes, std::size_t s
   }
 }
 
-void Unshuffle(const std::uint8_t* planes, std::size_t stride, std::span<double> values) {
-  const std::size_t n = values.size();
-  const std::uint8_t* p1 = planes + stride;
-  const std::uint8_t* p2 = planes + 2 * stride;
-  const std::uint8_t* p3 = planes + 3 * stride;
-  const std::uint8_t* p4 = planes + 4 * stride;
-  const std::uint8_t* p5 = planes + 5 * stride;
-  const std::uint8_t* p6 = planes + 6 * stride;
-  const std::uint8_t* p7 = planes + 7 * stride;
-  auto* __restrict out = reinterpret_cast<std::uint8_t*>(values.data());
-  for (std::size_t i = 0; i < n; ++i) {
-    out[8 * i] = planes[i];
-    out[8 * i + 1] = p1[i];
-    out[8 * i + 2] = p2[i];
-    out[8 * i + 3] = p3[i];
-    out[8 * i + 4] = p4[i];
-    out[8 * i + 5] = p5[i];
-    out[8 * i + 6] = p6[i];
-    out[8 * i + 7] = p7[i];
+void Unshuffle(const std::byte* planes, std::size_t stride, std::size_t elementBytes,
+               std::span<std::byte> elements) {
+  const std::size_t count = elements.size() / elementBytes;
+  switch (elementBytes) {
+    case 2:
+      return UnshuffleElements<2>(planes, stride, count, elements.data());
+    case 4:
+      return UnshuffleElements<4>(planes, stride, count, elements.data());
+    case 8:
+      return UnshuffleElements<8>(planes, stride, count, elements.data());
+    default:
+      for (std::size_t k = 0; k < elementBytes; ++k) {
+        for (std::size_t i = 0; i < count; ++i) {
+          elements[i * elementBytes + k] = planes[k * stride + i];
+        }
+      }
   }
 }
 

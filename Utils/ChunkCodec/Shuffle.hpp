@@ -15,8 +15,10 @@ inline constexpr std::size_t PlaneCount = sizeof(double);
 /// values.size(); nothing is written between the planes of a larger one.
 void Shuffle(std::span<const double> values, std::uint8_t* planes, std::size_t stride);
 
-/// The inverse: values[i] from bytes planes[p * stride + i]. In the filter's own layout the stride
-/// is the number of all values, of which these may be some.
-void Unshuffle(const std::uint8_t* planes, std::size_t stride, std::span<double> values);
+/// The inverse for elements of any size: byte p of the i-th element from planes[p * stride + i],
+/// for as many whole elements as there is room for. In the filter's own layout the stride is the
+/// number of all elements, of which these may be some.
+void Unshuffle(const std::byte* planes, std::size_t stride, std::size_t elementBytes,
+               std::span<std::byte> elements);
 
 }  // namespace ChunkCodec

@@ -4,7 +4,7 @@
 #include "Utils/HDF5/H5_Utils.hpp"
 #include "Utils/HDF5/SetCompressionH5.hpp"
 #include "Utils/Store/InsideStore.hpp"
-#include "Utils/Tables/RawChunks.hpp"
+#include "Utils/Tables/ChunkReader.hpp"
 
 namespace H5_Objects {
 

@@ -205,7 +205,7 @@ void Dat::RolledBack(bool isFileNew) {
     // It is created like the one that was there, once there are rows for it.
     mRowsFlushed = mLegendCharacters = 0;
     mChunkRows = std::max<unsigned long long>({mChunkRows, mLayout.mChunkRows, 1});
-    mCompress = mCompress || mLayout.mHasFilters;
+    mCompress = mCompress || !mLayout.mFilters.empty();
     ReportCacheSize();
   }
   if (!mExtents.empty()) {
@@ -313,7 +313,7 @@ void Dat::RequireReadable() const {
   REQUIRE(IsObjectOpen(), "Object must be open");
   // Where there are no rows nobody meets the filters.
   if (mLayout.mRows > 0) {
-    Tables::RequireKnownFilters(mMy_id, mName);
+    Tables::RequireKnownFilters(mLayout.mFilters, mName);
   }
 }
 

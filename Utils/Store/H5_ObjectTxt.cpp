@@ -9,7 +9,7 @@
 #include "Utils/HDF5/H5Type.hpp"
 #include "Utils/HDF5/H5_Utils.hpp"
 #include "Utils/Store/InsideStore.hpp"
-#include "Utils/Tables/RawChunks.hpp"
+#include "Utils/Tables/ChunkReader.hpp"
 
 template struct Factory::Register<H5_Objects::Txt>;
 

@@ -4,7 +4,8 @@
 #include <span>
 #include <utility>
 
-#include "Utils/Tables/Chunks.hpp"
+#include "Utils/ErrorHandling/Require.hpp"
+#include "Utils/Tables/LibraryAccess.hpp"
 
 namespace Tables {
 
@@ -13,52 +14,56 @@ namespace {
 using ChunkCodec::ChunkEncoder;
 
 // Some pieces of work for each thread; few enough to stay in a cache.
-std::uint64_t WantedBlockValues() {
+std::uint64_t WantedValues() {
   return 256 * 1024 * (NumberOfThreads() + 1);
 }
 
 // A chunk below this is encoded sooner than a worker is woken.
 constexpr std::uint64_t sValuesWorthAWorker = 16 * 1024;
 
-bool IsFiltered(const ChunkCodec::Filters& filters) {
-  return filters.mShuffle || filters.mDeflate || filters.mFletcher32;
-}
-
 }  // namespace
+
+void WriteStoredChunk(const OpenTable& table, std::uint64_t row, std::uint64_t column,
+                      std::span<const std::byte> stored) {
+  const hsize_t offset[2] = {row, column};
+  const herr_t err = table.mTrace(
+      4, H5Dwrite_chunk(table.mDataset_id, H5P_DEFAULT, 0, offset, stored.size(), stored.data()),
+      "H5Dwrite_chunk(", table.mDataset_id, ", ...)");
+  REQUIRE_FOR_CALLER(err>=0, "H5Dwrite failed");
+}
 
 ColumnWriter::ColumnWriter(const OpenTable& table, std::uint64_t firstRow, std::uint64_t rows)
     : mTable(table),
       mFirstRow(firstRow),
       mRows(rows),
       mMovesChunks(table.mLayout.mMovesChunks && firstRow % table.mLayout.mChunkRows == 0),
-      mIsFiltered(IsFiltered(table.mLayout.mFilters)),
-      mLongestPart(mMovesChunks ? std::min(table.mLayout.mChunkRows, rows) : rows),
+      mLongestStretch(mMovesChunks ? std::min(table.mLayout.mChunkRows, rows) : rows),
       mTotal(rows * table.mLayout.mColumns) {
-  const std::uint64_t parts = WantedBlockValues() / std::max<std::uint64_t>(mLongestPart, 1);
-  mBlockValues = std::min(std::max<std::uint64_t>(parts, 1) * mLongestPart, mTotal);
+  const std::uint64_t stretches = WantedValues() / std::max<std::uint64_t>(mLongestStretch, 1);
+  mBlockValues = std::min(std::max<std::uint64_t>(stretches, 1) * mLongestStretch, mTotal);
 }
 
-void ColumnWriter::Reserve(Block& block, std::uint64_t values) const {
-  if (values > block.mCapacity) {
-    block.mReads.Finish();  // they know the old place
+void ColumnWriter::Reserve(Buffer& buffer, std::uint64_t values) const {
+  if (values > buffer.mCapacity) {
+    buffer.mReads.Finish();  // they know the old place
     // What is needed and no more: doubling would hold a long chunk twice.
     const std::uint64_t capacity = std::max(mBlockValues, values);
     auto larger = std::make_unique_for_overwrite<double[]>(capacity);
-    std::copy_n(block.mpValues.get(), block.mSize, larger.get());
-    block.mpValues = std::move(larger);
-    block.mCapacity = capacity;
+    std::copy_n(buffer.mpValues.get(), buffer.mSize, larger.get());
+    buffer.mpValues = std::move(larger);
+    buffer.mCapacity = capacity;
   }
 }
 
 ColumnWriter::Place ColumnWriter::Room(std::uint64_t count) {
-  if (mpFilling->mSize >= mLongestPart && mpFilling->mSize + count > mBlockValues) {
-    Turn();
+  if (mpFilling->mSize >= mLongestStretch && mpFilling->mSize + count > mBlockValues) {
+    ExchangeBuffers();
   }
-  Block& block = *mpFilling;
-  Reserve(block, block.mSize + count);
-  double* const room = block.mpValues.get() + block.mSize;
-  block.mSize += count;
-  return {room, block.mReads};
+  Buffer& buffer = *mpFilling;
+  Reserve(buffer, buffer.mSize + count);
+  double* const room = buffer.mpValues.get() + buffer.mSize;
+  buffer.mSize += count;
+  return {room, buffer.mReads};
 }
 
 void ColumnWriter::Append(std::span<const double> values) {
@@ -69,33 +74,34 @@ void ColumnWriter::Append(std::span<const double> values) {
   }
 }
 
-ColumnWriter::Part ColumnWriter::PartAt(std::uint64_t position) const {
+ColumnWriter::Stretch ColumnWriter::StretchAt(std::uint64_t position) const {
   const std::uint64_t row = position % mRows;
-  const std::uint64_t rows = std::min(mLongestPart, mRows - row);
+  const std::uint64_t rows = std::min(mLongestStretch, mRows - row);
   const bool isChunk = mMovesChunks && rows == mTable.mLayout.mChunkRows;
   return {position / mRows, mFirstRow + row, rows, isChunk};
 }
 
-std::uint64_t ColumnWriter::Encode(Block& block) {
+std::uint64_t ColumnWriter::Encode(Buffer& buffer) {
   std::uint64_t first = 0;
-  while (first < block.mSize) {
-    const Part part = PartAt(mEncoded);
-    if (first + part.mRows > block.mSize) {
+  while (first < buffer.mSize) {
+    const Stretch stretch = StretchAt(mEncoded);
+    if (first + stretch.mRows > buffer.mSize) {
       break;
     }
-    const std::span values(block.mpValues.get() + first, part.mRows);
-    const bool isForWorkers = part.mIsChunk && mIsFiltered && part.mRows >= sValuesWorthAWorker;
-    if (isForWorkers || block.mOutgoing.empty() || block.mOutgoing.back().mpEncoder != nullptr) {
-      block.mOutgoing.emplace_back(mEncoded, values);
+    const std::span values(buffer.mpValues.get() + first, stretch.mRows);
+    const bool isForWorkers = stretch.mIsChunk && !mTable.mLayout.mFilters.empty() &&
+                              stretch.mRows >= sValuesWorthAWorker;
+    if (isForWorkers || buffer.mOutgoing.empty() || buffer.mOutgoing.back().mpEncoder != nullptr) {
+      buffer.mOutgoing.emplace_back(mEncoded, values);
     } else {
-      // There may be as many short parts as values, so they do not stand alone.
-      std::span<const double>& together = block.mOutgoing.back().mValues;
+      // There may be as many short stretches as values, so they do not stand alone.
+      std::span<const double>& together = buffer.mOutgoing.back().mValues;
       together = {together.data(), together.size() + values.size()};
     }
-    first += part.mRows;
-    mEncoded += part.mRows;
+    first += stretch.mRows;
+    mEncoded += stretch.mRows;
     if (isForWorkers) {
-      Encode(block.mOutgoing.back());
+      Encode(buffer.mOutgoing.back());
     }
   }
   return first;
@@ -112,43 +118,44 @@ void ColumnWriter::Encode(Outgoing& outgoing) const {
 
 void ColumnWriter::Write(Outgoing& outgoing) const {
   if (outgoing.mpEncoder != nullptr) {
-    const Part part = PartAt(outgoing.mFirst);
+    const Stretch stretch = StretchAt(outgoing.mFirst);
     outgoing.mTasks.Wait();
     const std::vector<std::byte> stored = outgoing.mpEncoder->Assemble(outgoing.mPieces);
     outgoing.mPieces.clear();
-    WriteStoredChunk(mTable, part.mRow, part.mColumn, stored);
+    WriteStoredChunk(mTable, stretch.mRow, stretch.mColumn, stored);
     return;
   }
+  const ChunkCodec::Filters& filters = mTable.mLayout.mFilters;
   for (std::uint64_t done = 0; done < outgoing.mValues.size();) {
-    const Part part = PartAt(outgoing.mFirst + done);
-    const auto values = outgoing.mValues.subspan(done, part.mRows);
-    if (!part.mIsChunk) {
-      WriteByLibrary(mTable, part.mColumn, part.mRow, values);
-    } else if (mIsFiltered) {
-      WriteStoredChunk(mTable, part.mRow, part.mColumn,
-                       ChunkCodec::EncodeChunk(values, mTable.mLayout.mFilters));
+    const Stretch stretch = StretchAt(outgoing.mFirst + done);
+    const auto values = outgoing.mValues.subspan(done, stretch.mRows);
+    if (!stretch.mIsChunk) {
+      WriteByLibrary(mTable, stretch.mColumn, stretch.mRow, values);
+    } else if (filters.empty()) {
+      WriteStoredChunk(mTable, stretch.mRow, stretch.mColumn, std::as_bytes(values));
     } else {
-      WriteStoredChunk(mTable, part.mRow, part.mColumn, std::as_bytes(values));
+      WriteStoredChunk(mTable, stretch.mRow, stretch.mColumn,
+                       ChunkCodec::EncodeChunk(values, filters));
     }
-    done += part.mRows;
+    done += stretch.mRows;
   }
 }
 
-void ColumnWriter::Write(Block& block) const {
-  while (!block.mOutgoing.empty()) {
-    Write(block.mOutgoing.front());
-    block.mOutgoing.pop_front();
+void ColumnWriter::Write(Buffer& buffer) const {
+  while (!buffer.mOutgoing.empty()) {
+    Write(buffer.mOutgoing.front());
+    buffer.mOutgoing.pop_front();
   }
-  block.mSize = 0;
+  buffer.mSize = 0;
 }
 
-void ColumnWriter::Turn() {
+void ColumnWriter::ExchangeBuffers() {
   // In this order: meanwhile the workers decode what is being read.
   Write(*mpWriting);
-  Block& full = *mpFilling;
+  Buffer& full = *mpFilling;
   full.mReads.Finish();
   const std::uint64_t encoded = Encode(full);
-  // What has begun of the next part goes to the front of the other block.
+  // What has begun of the next stretch goes to the front of the other buffer.
   const std::uint64_t rest = full.mSize - encoded;
   Reserve(*mpWriting, rest);
   std::copy_n(full.mpValues.get() + encoded, rest, mpWriting->mpValues.get());

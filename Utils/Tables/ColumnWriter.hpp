@@ -16,14 +16,19 @@
 
 namespace Tables {
 
+/// Stores the filtered bytes of the chunk that begins at this row, without the library's filters
+/// (H5Dwrite_chunk). Fails with "H5Dwrite failed".
+void WriteStoredChunk(const OpenTable& table, std::uint64_t row, std::uint64_t column,
+                      std::span<const std::byte> stored);
+
 /// Takes all values of the new rows of one column, then those of the next, as one stream in pieces
-/// of any size. Chunks that are full go to the file encoded by our codec where they can (see
-/// H5_Chunks), others through the library. The bytes in the file do not depend on the number of
+/// of any size. Chunks that are full go to the file encoded by our codec where it can (see
+/// TableLayout), others through the library. The bytes in the file do not depend on the number of
 /// threads.
 ///
-/// Holds two blocks of values: each some mebibytes, or one chunk if that is longer (one column, if
+/// Holds two buffers of values: each some mebibytes, or one chunk if that is longer (one column, if
 /// the rows do not begin where a chunk does); and what those are encoded to. A stream that fits in
-/// one block needs one.
+/// one buffer needs one.
 class ColumnWriter {
  public:
   /// Rows [firstRow, firstRow + rows) of all columns; the table is large enough already.
@@ -49,14 +54,14 @@ class ColumnWriter {
 
  private:
   // Rows of one column that go out together: a chunk, or those of one that is not full.
-  struct Part {
+  struct Stretch {
     std::uint64_t mColumn;
     std::uint64_t mRow;
     std::uint64_t mRows;
     bool mIsChunk;  // and can be moved past the library
   };
-  // Values on their way to the file: a part that workers encode, or as many others as follow one
-  // another.
+  // Values on their way to the file: a stretch that workers encode, or as many others as follow
+  // one another.
   struct Outgoing {
     Outgoing(std::uint64_t first, std::span<const double> values)
         : mFirst(first), mValues(values) {}
@@ -67,7 +72,7 @@ class ColumnWriter {
     std::vector<ChunkCodec::ChunkEncoder::Piece> mPieces;
     TaskGroup mTasks;  // last: it waits for tasks that use the others
   };
-  struct Block {
+  struct Buffer {
     std::unique_ptr<double[]> mpValues;  // not a vector, which would fill room with zeros first
     std::uint64_t mCapacity = 0;
     std::uint64_t mSize = 0;
@@ -75,28 +80,28 @@ class ColumnWriter {
     std::deque<Outgoing> mOutgoing;
   };
 
-  void Reserve(Block& block, std::uint64_t values) const;
-  // The part that begins there in the stream.
-  Part PartAt(std::uint64_t position) const;
-  void Turn();
-  // Makes as much of the block outgoing as can be; returns how many values that is.
-  std::uint64_t Encode(Block& block);
+  void Reserve(Buffer& buffer, std::uint64_t values) const;
+  // The stretch that begins there in the stream.
+  Stretch StretchAt(std::uint64_t position) const;
+  // Writes the buffer that is being written, has the full one encoded, and exchanges the two.
+  void ExchangeBuffers();
+  // Makes as much of the buffer outgoing as can be; returns how many values that is.
+  std::uint64_t Encode(Buffer& buffer);
   void Encode(Outgoing& outgoing) const;
-  void Write(Block& block) const;
+  void Write(Buffer& buffer) const;
   void Write(Outgoing& outgoing) const;
 
   OpenTable mTable;
   std::uint64_t mFirstRow;
   std::uint64_t mRows;
-  bool mMovesChunks;           // full ones, past the library
-  bool mIsFiltered;            // what chunks hold
-  std::uint64_t mLongestPart;  // rows that go out together
-  std::uint64_t mBlockValues;  // a block goes out before it holds more
-  std::uint64_t mTotal;        // values of the whole stream
-  std::uint64_t mEncoded = 0;  // of these, what has been made outgoing
-  Block mBlocks[2];
-  Block* mpFilling = &mBlocks[0];
-  Block* mpWriting = &mBlocks[1];
+  bool mMovesChunks;              // full ones, past the library
+  std::uint64_t mLongestStretch;  // rows that go out together
+  std::uint64_t mBlockValues;     // a buffer goes out before it holds more
+  std::uint64_t mTotal;           // values of the whole stream
+  std::uint64_t mEncoded = 0;     // of these, what has been made outgoing
+  Buffer mBuffers[2];
+  Buffer* mpFilling = &mBuffers[0];
+  Buffer* mpWriting = &mBuffers[1];
 };
 
 }  // namespace Tables

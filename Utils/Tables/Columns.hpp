@@ -5,6 +5,7 @@
 
 #include <hdf5.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <span>
 #include <string>
@@ -30,9 +31,11 @@ struct TableLayout {
   std::uint64_t mChunkRows = 0;     // 0: not chunked
   std::uint64_t mChunkColumns = 0;  // 1: a chunk holds a single column, as in every table of ours
   std::uint64_t mStoredBytes = 0;   // on disk, once the storage was checked
-  bool mHasFilters = false;
-  bool mMovesChunks = false;     // chunks can be moved past the library's filters
-  ChunkCodec::Filters mFilters;  // of such chunks
+  std::size_t mElementBytes = 0;
+  bool mHoldsDoubles = false;    // of this machine, so that nothing is converted
+  bool mIsPlainAtEdges = false;  // chunks that reach beyond the extents pass no filters
+  bool mMovesChunks = false;  // our codec can make chunks, so that these need not be the library's
+  ChunkCodec::Filters mFilters;
 
   /// Whether values lie alike: everything but the number of rows and what depends on it.
   bool IsLike(const TableLayout& other) const;
@@ -64,23 +67,8 @@ class PendingReads;
 void ReadColumns(const OpenTable& table, const ColumnBlock& block, double* values);
 
 /// Reads runs of rows of one column, one after the other, into `values`, which are there when
-/// `reads` has finished. Runs ascend, and none is empty. Each chunk is read once, if it holds one
-/// column only.
+/// `reads` has finished. Runs ascend, and none is empty. Each chunk is read once.
 void StartReading(const OpenTable& table, std::uint64_t column, std::span<const RowRun> runs,
                   double* values, PendingReads& reads);
-
-/// The same through the library's own filters, whatever the layout, and at once.
-void ReadByLibrary(const OpenTable& table, std::uint64_t column, std::span<const RowRun> runs,
-                   double* values);
-
-/// Writes values to the rows of a column from `firstRow` on through the library's own filters.
-/// Fails with "H5Dwrite failed".
-void WriteByLibrary(const OpenTable& table, std::uint64_t column, std::uint64_t firstRow,
-                    std::span<const double> values);
-
-/// Writes whole rows, row after row, from `firstRow` on in the same way. For a few rows that is
-/// faster than by columns.
-void WriteRowsByLibrary(const OpenTable& table, std::uint64_t firstRow,
-                        std::span<const double> rowMajor);
 
 }  // namespace Tables

@@ -10,37 +10,28 @@ namespace Tables {
 
 namespace {
 
-std::string FilterName(H5Z_filter_t number, const std::string& storedName, unsigned level) {
-  switch (number) {
-    case H5Z_FILTER_SHUFFLE:
+using ChunkCodec::Filter;
+
+// "shuffle", "deflate 1", "fletcher32", or as HDF5 and the makers of further filters name them.
+std::string NameOf(const Filter& filter) {
+  switch (filter.mNumber) {
+    case ChunkCodec::sShuffle:
       return "shuffle";
-    case H5Z_FILTER_DEFLATE:
-      return "deflate " + std::to_string(level);
-    case H5Z_FILTER_FLETCHER32:
+    case ChunkCodec::sDeflate:
+      return "deflate " + std::to_string(filter.mParameter);
+    case ChunkCodec::sFletcher32:
       return "fletcher32";
     default:
-      return storedName.empty() ? "filter " + std::to_string(number) : storedName;
+      return filter.mName.empty() ? "filter " + std::to_string(filter.mNumber) : filter.mName;
   }
 }
 
 }  // namespace
 
-bool Filter::HasItsParameters() const {
-  const unsigned highestLevel = 9;
-  switch (mNumber) {
-    case H5Z_FILTER_SHUFFLE:
-      return mParameters == 1 && mParameter > 0;
-    case H5Z_FILTER_DEFLATE:
-      return mParameters == 1 && mParameter <= highestLevel;
-    default:  // the checksum has none, and the library looks at none
-      return true;
-  }
-}
-
-std::vector<Filter> ReadFilters(hid_t cparms_id) {
+ChunkCodec::Filters ReadFilters(hid_t cparms_id) {
   const int count = H5Pget_nfilters(cparms_id);
   REQUIRE_FOR_CALLER(count>=0, "H5Pget_nfilters failed");
-  std::vector<Filter> filters;
+  ChunkCodec::Filters filters;
   for (int i = 0; i < count; ++i) {
     unsigned flags = 0;
     unsigned parameter = 0;
@@ -50,45 +41,44 @@ std::vector<Filter> ReadFilters(hid_t cparms_id) {
         H5Pget_filter2(cparms_id, static_cast<unsigned>(i), &flags, &parameters, &parameter,
                        name.size() - 1, name.data(), nullptr);
     REQUIRE_FOR_CALLER(number>=0, "H5Pget_filter2 failed");
-    filters.push_back({number, parameters, parameter, FilterName(number, name.data(), parameter)});
+    filters.push_back({number, parameters, parameter, name.data()});
   }
   return filters;
 }
 
-void RequireKnownFilters(const std::vector<Filter>& filters, const std::string& name) {
+bool AreEdgesPlain(hid_t cparms_id) {
+  unsigned chunkOptions = 0;
+  const herr_t err = H5Pget_chunk_opts(cparms_id, &chunkOptions);
+  REQUIRE_FOR_CALLER(err>=0, "H5Pget_chunk_opts failed");
+  return (chunkOptions & H5D_CHUNK_DONT_FILTER_PARTIAL_CHUNKS) != 0;
+}
+
+void RequireKnownFilters(const ChunkCodec::Filters& filters, const std::string& name) {
   int deflates = 0;
   for (const Filter& filter : filters) {
-    const H5Z_filter_t number = filter.mNumber;
-    deflates += number == H5Z_FILTER_DEFLATE ? 1 : 0;
-    const bool isKnown = number == H5Z_FILTER_DEFLATE || number == H5Z_FILTER_SHUFFLE ||
-                         number == H5Z_FILTER_FLETCHER32;
+    deflates += filter.mNumber == ChunkCodec::sDeflate ? 1 : 0;
+    const bool isKnown = filter.mNumber == ChunkCodec::sDeflate ||
+                         filter.mNumber == ChunkCodec::sShuffle ||
+                         filter.mNumber == ChunkCodec::sFletcher32;
     REQUIRE_FOR_CALLER(isKnown && deflates<=1,
                name << " was written with other filters than shuffle, deflate and fletcher32: "
-                    << filter.mName);
+                    << NameOf(filter));
     REQUIRE_FOR_CALLER(filter.HasItsParameters(),
-               name << " has a filter with parameters that it does not take: " << filter.mName
+               name << " has a filter with parameters that it does not take: " << NameOf(filter)
                     << " (" << filter.mParameters << " parameters, the first "
                     << filter.mParameter << ")");
   }
 }
 
-void RequireKnownFilters(hid_t dataset_id, const std::string& name) {
-  Vexa_H5::PropertyListHandle cparms_id(H5Dget_create_plist(dataset_id));
-  REQUIRE_FOR_CALLER(cparms_id>=0, "H5Dget_create_plist failed");
-  RequireKnownFilters(ReadFilters(cparms_id), name);
-  cparms_id.Close();
-}
-
 Storage ReadStorage(hid_t dataset_id) {
-  Vexa_H5::PropertyListHandle cparms_id(H5Dget_create_plist(dataset_id));
+  const Vexa_H5::PropertyListHandle cparms_id(H5Dget_create_plist(dataset_id));
   REQUIRE_FOR_CALLER(cparms_id>=0, "H5Dget_create_plist failed");
   Storage storage;
-  for (Filter& filter : ReadFilters(cparms_id)) {
-    storage.mFilters.push_back(std::move(filter.mName));
+  for (const Filter& filter : ReadFilters(cparms_id)) {
+    storage.mFilters.push_back(NameOf(filter));
   }
   storage.mBytes =
       Vexa_H5::LookUpStoredBytes(dataset_id, Vexa_H5::ReadChunkGrid(dataset_id, cparms_id));
-  cparms_id.Close();
   return storage;
 }
 

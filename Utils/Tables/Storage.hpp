@@ -2,33 +2,26 @@
 
 #include <hdf5.h>
 
-#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "Utils/ChunkCodec/Filters.hpp"
+
 namespace Tables {
 
-/// One that the chunks of a dataset pass when they are written.
-struct Filter {
-  H5Z_filter_t mNumber;
-  std::size_t mParameters;  // how many there are
-  unsigned mParameter;      // the first: of shuffle the bytes of an element, of deflate the level
-  std::string mName;
+/// The filters of a dataset, whose creation list this is.
+ChunkCodec::Filters ReadFilters(hid_t cparms_id);
 
-  /// Whether the library undoes one of ours with such parameters.
-  bool HasItsParameters() const;
-};
-
-/// The filters of a dataset, whose creation list this is, in their order, named as HDF5 and the
-/// makers of further filters name them.
-std::vector<Filter> ReadFilters(hid_t cparms_id);
+/// Whether chunks of such a dataset that reach beyond its extents pass no filters.
+bool AreEdgesPlain(hid_t cparms_id);
 
 /// Fails on a filter that is not ours, or has parameters with which the library undoes none. What
 /// HDF5 (1.10.8, tried) makes of a damaged chunk of another, such as scale-offset or szip, may be
-/// anything, and kill the process; and so may two deflates.
-void RequireKnownFilters(const std::vector<Filter>& filters, const std::string& name);
+/// anything, and kill the process; and so may two deflates. Where all are known, what is damaged is
+/// all that can keep a dataset from being read.
+void RequireKnownFilters(const ChunkCodec::Filters& filters, const std::string& name);
 
 /// What a dataset takes on disk, and the filters that its chunks pass when they are written.
 struct Storage {
@@ -43,9 +36,5 @@ Storage ReadStorage(hid_t dataset_id);
 /// virtual or has external storage. What such a dataset names may be anything, itself or a device,
 /// and is opened when the library is asked for extents or values.
 void RequireOwnStorage(hid_t cparms_id, const std::string& name);
-
-/// Fails unless all the filters of an open dataset are known: then what is damaged is all that can
-/// keep a table from being read.
-void RequireKnownFilters(hid_t dataset_id, const std::string& name);
 
 }  // namespace Tables

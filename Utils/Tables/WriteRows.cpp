@@ -6,8 +6,8 @@
 #include "Utils/ChunkCodec/ChunkEncoder.hpp"
 #include "Utils/ChunkCodec/ShortChunk.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
-#include "Utils/Tables/Chunks.hpp"
 #include "Utils/Tables/ColumnWriter.hpp"
+#include "Utils/Tables/LibraryAccess.hpp"
 
 namespace Tables {
 
@@ -90,7 +90,7 @@ void WriteRows(const OpenTable& table, std::uint64_t firstRow, std::span<const d
   const Rows rows(table, firstRow, rowMajor);
   if (rowMajor.size() > sMostValues) {
     rows.WriteColumns();
-  } else if (layout.mMovesChunks && layout.mHasFilters && layout.mChunkRows <= sMostValues) {
+  } else if (layout.mMovesChunks && !layout.mFilters.empty() && layout.mChunkRows <= sMostValues) {
     rows.WriteChunks();
   } else {
     rows.WriteAtOnce();
