@@ -8,7 +8,6 @@
 #include "Utils/HDF5/GlobalHeap.hpp"
 #include "Utils/HDF5/H5Type.hpp"
 #include "Utils/HDF5/Handle.hpp"
-#include "Utils/HDF5/Library.hpp"
 #include "Utils/HDF5/StoredChunks.hpp"
 
 using namespace Vexa_H5;
@@ -26,21 +25,30 @@ herr_t LeaveElements(hid_t source, hid_t destination, H5T_cdata_t* conversion, s
   return H5Tget_size(source) == H5Tget_size(destination) ? 0 : -1;
 }
 
-DatatypeHandle BytesOfElements(std::size_t count) {
-  DatatypeHandle type_id(H5Tcreate(H5T_OPAQUE, count));
-  REQUIRE_FOR_CALLER(type_id>=0, "H5Tcreate failed");
-  static unsigned long sRegisteredIn = 0;  // this life of the library
-  if (sRegisteredIn != Vexa_H5::LibraryLife()) {
-    const DatatypeHandle string_id(H5Tcopy(H5T_C_S1));
+// The type as which elements of strings are read. The library can convert them to it only while
+// this lives, so that no other part of a program meets the conversion.
+class ElementType {
+ public:
+  explicit ElementType(std::size_t bytes)
+      : mBytes(H5Tcreate(H5T_OPAQUE, bytes)), mString(H5Tcopy(H5T_C_S1)) {
+    REQUIRE_FOR_CALLER(mBytes>=0, "H5Tcreate failed");
     const herr_t registered =
-        H5Tset_size(string_id, HdfConst::H5T_Variable()) < 0
+        H5Tset_size(mString, HdfConst::H5T_Variable()) < 0
             ? -1
-            : H5Tregister(H5T_PERS_SOFT, "string elements", string_id, type_id, LeaveElements);
+            : H5Tregister(H5T_PERS_SOFT, sName, mString, mBytes, LeaveElements);
     REQUIRE_FOR_CALLER(registered>=0, "H5Tregister failed");
-    sRegisteredIn = Vexa_H5::LibraryLife();
   }
-  return type_id;
-}
+  ~ElementType() { H5Tunregister(H5T_PERS_SOFT, sName, mString, mBytes, LeaveElements); }
+  ElementType(const ElementType&) = delete;
+  ElementType& operator=(const ElementType&) = delete;
+
+  hid_t Id() const { return mBytes; }
+
+ private:
+  static constexpr const char* sName = "string elements";
+  DatatypeHandle mBytes;
+  DatatypeHandle mString;
+};
 
 bool IsNothingStored(hid_t dataset_id) {
   const PropertyListHandle cparms_id(H5Dget_create_plist(dataset_id));
@@ -69,12 +77,12 @@ void Vexa_H5::RequireStringsInFile(hid_t object_id, std::size_t count, const cha
     return;
   }
   const std::size_t elementBytes = heap.ElementBytes();
-  const DatatypeHandle type_id = BytesOfElements(elementBytes);
+  const ElementType type(elementBytes);
   std::vector<std::byte> elements(count * elementBytes);
   const bool isAttribute = H5Iget_type(object_id) == H5I_ATTR;
   const herr_t err =
-      isAttribute ? H5Aread(object_id, type_id, elements.data())
-                  : H5Dread(object_id, type_id, H5S_ALL, H5S_ALL, H5P_DEFAULT, elements.data());
+      isAttribute ? H5Aread(object_id, type.Id(), elements.data())
+                  : H5Dread(object_id, type.Id(), H5S_ALL, H5S_ALL, H5P_DEFAULT, elements.data());
   REQUIRE_FOR_CALLER(err>=0, failure);
   // What was never written is all the same string: the fill value.
   const bool areAlike = std::equal(elements.begin() + static_cast<std::ptrdiff_t>(elementBytes),
