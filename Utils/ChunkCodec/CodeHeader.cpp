@@ -22,14 +22,18 @@ std::size_t Used(std::span<const std::uint8_t> lengths, std::size_t atLeast) {
 
 }  // namespace
 
-CodeLengthRuns::CodeLengthRuns(std::span<const std::uint8_t> lengths) {
-  for (std::size_t i = 0; i < lengths.size();) {
-    std::size_t end = i + 1;
-    while (end < lengths.size() && lengths[end] == lengths[i]) {
+CodeHeader::CodeHeader(std::span<const std::uint8_t> literals,
+                       std::span<const std::uint8_t> distances)
+    : mLiterals(Used(literals, 257)), mDistances(Used(distances, 2)) {
+  // A run may go on from the literals to the distances.
+  std::array<std::uint8_t, MostLengths> all;
+  std::copy_n(distances.begin(), mDistances, std::copy_n(literals.begin(), mLiterals, all.begin()));
+  const std::size_t lengths = mLiterals + mDistances;
+  for (std::size_t i = 0, end = 0; i < lengths; i = end) {
+    while (end < lengths && all[end] == all[i]) {
       ++end;
     }
-    AddRun(lengths[i], end - i);
-    i = end;
+    AddRun(all[i], end - i);
   }
   std::array<std::uint32_t, Symbols> counts{};
   for (std::size_t i = 0; i < mCount; ++i) {
@@ -45,15 +49,18 @@ CodeLengthRuns::CodeLengthRuns(std::span<const std::uint8_t> lengths) {
   }
 }
 
-std::size_t CodeLengthRuns::Bits() const {
-  std::size_t bits = 4 + 3 * mLengthCount;
+std::size_t CodeHeader::Bits() const {
+  std::size_t bits = 3 + 5 + 5 + 4 + 3 * mLengthCount;
   for (std::size_t i = 0; i < mCount; ++i) {
     bits += mLengths[mRuns[i].mSymbol] + static_cast<std::size_t>(ExtraBits(mRuns[i].mSymbol));
   }
   return bits;
 }
 
-void CodeLengthRuns::Write(BitWriter& writer) const {
+void CodeHeader::Write(BitWriter& writer) const {
+  writer.Put(2 << 1, 3);  // not the last block, codes of its own
+  writer.Put(mLiterals - 257, 5);
+  writer.Put(mDistances - 1, 5);
   writer.Put(mLengthCount - 4, 4);
   writer.Flush();
   for (std::size_t i = 0; i < mLengthCount; ++i) {
@@ -70,15 +77,15 @@ void CodeLengthRuns::Write(BitWriter& writer) const {
   }
 }
 
-int CodeLengthRuns::ExtraBits(std::size_t symbol) {
+int CodeHeader::ExtraBits(std::size_t symbol) {
   return symbol == 16 ? 2 : symbol == 17 ? 3 : symbol == 18 ? 7 : 0;
 }
 
-void CodeLengthRuns::Add(std::size_t symbol, std::size_t extra) {
+void CodeHeader::Add(std::size_t symbol, std::size_t extra) {
   mRuns[mCount++] = {static_cast<std::uint8_t>(symbol), static_cast<std::uint8_t>(extra)};
 }
 
-void CodeLengthRuns::AddRun(std::size_t length, std::size_t count) {
+void CodeHeader::AddRun(std::size_t length, std::size_t count) {
   if (length != 0) {
     Add(length);
     --count;
@@ -97,31 +104,6 @@ void CodeLengthRuns::AddRun(std::size_t length, std::size_t count) {
   for (; count > 0; --count) {
     Add(length);
   }
-}
-
-CodeHeader::CodeHeader(std::span<const std::uint8_t> literals,
-                       std::span<const std::uint8_t> distances)
-    : mLiterals(Used(literals, 257)),
-      mDistances(Used(distances, 2)),
-      mRuns(Joined(literals, distances)) {}
-
-std::size_t CodeHeader::Bits() const {
-  return 3 + 5 + 5 + mRuns.Bits();
-}
-
-void CodeHeader::Write(BitWriter& writer) const {
-  writer.Put(2 << 1, 3);  // not the last block, codes of its own
-  writer.Put(mLiterals - 257, 5);
-  writer.Put(mDistances - 1, 5);
-  mRuns.Write(writer);
-}
-
-CodeLengthRuns CodeHeader::Joined(std::span<const std::uint8_t> literals,
-                                  std::span<const std::uint8_t> distances) const {
-  std::array<std::uint8_t, 318> all;
-  const auto end = std::copy_n(literals.begin(), mLiterals, all.begin());
-  std::copy_n(distances.begin(), mDistances, end);
-  return CodeLengthRuns(std::span(all).first(mLiterals + mDistances));
 }
 
 }  // namespace ChunkCodec

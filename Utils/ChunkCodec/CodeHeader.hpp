@@ -10,34 +10,8 @@
 
 namespace ChunkCodec {
 
-/// The lengths of code words as they stand in a header: runs in an alphabet of 19 symbols, which
-/// has a code of its own.
-class CodeLengthRuns {
- public:
-  /// At most 318 lengths.
-  explicit CodeLengthRuns(std::span<const std::uint8_t> lengths);
-
-  std::size_t Bits() const;
-  void Write(BitWriter& writer) const;
-
- private:
-  static constexpr std::size_t Symbols = 19;
-  struct Run {
-    std::uint8_t mSymbol;
-    std::uint8_t mExtra;  // value of the extra bits
-  };
-
-  static int ExtraBits(std::size_t symbol);
-  void Add(std::size_t symbol, std::size_t extra = 0);
-  void AddRun(std::size_t length, std::size_t count);
-
-  std::array<Run, 318> mRuns;
-  std::size_t mCount = 0;
-  std::array<std::uint8_t, Symbols> mLengths;  // of the code in which the runs are written
-  std::size_t mLengthCount = Symbols;          // of those, as many as are written
-};
-
-/// The whole header, with the three bits that begin the block.
+/// The whole header, with the three bits that begin the block. It has the lengths of code words as
+/// runs in an alphabet of 19 symbols, which has a code of its own.
 class CodeHeader {
  public:
   /// From the lengths of the code words of 257 to 288 literals and lengths, and 2 to 30 distances.
@@ -47,12 +21,23 @@ class CodeHeader {
   void Write(BitWriter& writer) const;
 
  private:
-  CodeLengthRuns Joined(std::span<const std::uint8_t> literals,
-                        std::span<const std::uint8_t> distances) const;
+  static constexpr std::size_t Symbols = 19;
+  static constexpr std::size_t MostLengths = 318;
+  struct Run {
+    std::uint8_t mSymbol;
+    std::uint8_t mExtra;  // value of the extra bits
+  };
+
+  static int ExtraBits(std::size_t symbol);
+  void Add(std::size_t symbol, std::size_t extra = 0);
+  void AddRun(std::size_t length, std::size_t count);
 
   std::size_t mLiterals;  // that are written
   std::size_t mDistances;
-  CodeLengthRuns mRuns;
+  std::array<Run, MostLengths> mRuns;
+  std::size_t mCount = 0;
+  std::array<std::uint8_t, Symbols> mLengths;  // of the code in which the runs are written
+  std::size_t mLengthCount = Symbols;          // of those, as many as are written
 };
 
 }  // namespace ChunkCodec

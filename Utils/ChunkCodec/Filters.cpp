@@ -35,13 +35,12 @@ Filters FiltersOfDoubles(bool shuffle, bool deflate, bool fletcher32) {
 }
 
 bool CanEncode(const Filters& filters) {
-  const int order[] = {sShuffle, sDeflate, sFletcher32};
-  const int* next = order;
-  return std::ranges::all_of(filters, [&](const Filter& filter) {
-    next = std::find(next, std::end(order), filter.mNumber);
+  const Filters ours =
+      FiltersOfDoubles(Has(filters, sShuffle), Has(filters, sDeflate), Has(filters, sFletcher32));
+  return std::ranges::equal(filters, ours, [](const Filter& filter, const Filter& own) {
     // HDF5 takes elements of the stored size apart, whatever the size of the type.
-    return next != std::end(order) && *next++ == filter.mNumber && filter.HasItsParameters() &&
-           (filter.mNumber != sShuffle || filter.mParameter == sizeof(double));
+    return filter.mNumber == own.mNumber && filter.HasItsParameters() &&
+           (filter.mNumber != sShuffle || filter.mParameter == own.mParameter);
   });
 }
 

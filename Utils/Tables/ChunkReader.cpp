@@ -81,6 +81,7 @@ void StartReadingChunks(const OpenTable& table, Target target, PendingReads& rea
     type_id = Vexa_H5::DatatypeHandle(H5Dget_type(table.mDataset_id));
     REQUIRE_FOR_CALLER(type_id>=0, "H5Dget_type failed");
   }
+  const auto origin = std::make_shared<ChunkOrigin>(layout, table.mName, std::move(type_id));
   const std::uint64_t endColumn = target.mFirstColumn + target.mColumns;
   for (std::span<RowSlice> rest(target.mSlices); !rest.empty();) {
     const std::uint64_t row = rest[0].mRow / layout.mChunkRows * layout.mChunkRows;
@@ -99,7 +100,7 @@ void StartReadingChunks(const OpenTable& table, Target target, PendingReads& rea
       if (chunk.mpBytes == nullptr) {
         ReadByLibrary(table, std::move(inChunk));
       } else {
-        reads.Decode(table, type_id, std::move(chunk), std::move(inChunk));
+        reads.Decode(origin, std::move(chunk), std::move(inChunk));
       }
       first = end;
     }

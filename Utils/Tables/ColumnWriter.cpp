@@ -130,7 +130,7 @@ void ColumnWriter::Write(Outgoing& outgoing) const {
     const Stretch stretch = StretchAt(outgoing.mFirst + done);
     const auto values = outgoing.mValues.subspan(done, stretch.mRows);
     if (!stretch.mIsChunk) {
-      WriteByLibrary(mTable, stretch.mColumn, stretch.mRow, values);
+      WriteByLibrary(mTable, {stretch.mColumn, 1, stretch.mRow, stretch.mRows}, values.data());
     } else if (filters.empty()) {
       WriteStoredChunk(mTable, stretch.mRow, stretch.mColumn, std::as_bytes(values));
     } else {

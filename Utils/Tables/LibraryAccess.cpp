@@ -12,57 +12,32 @@ namespace {
 
 constexpr std::uint64_t sValuesPerPass = 128 * 1024;
 
-// Selects a block of the dataset and hands the library its file and memory spaces. The memory
-// space has rank 2 like the file's: with a one-dimensional one the library is ten times slower.
-class Selection {
- public:
-  explicit Selection(hid_t dataset_id) : mFile(H5Dget_space(dataset_id)) {
+// A block of the dataset in the library's file and memory spaces. The memory space has rank 2 like
+// the file's: with a one-dimensional one the library is ten times slower.
+struct Selection {
+  Selection(const OpenTable& table, const ColumnBlock& block)
+      : mFile(H5Dget_space(table.mDataset_id)) {
     REQUIRE_FOR_CALLER(mFile>=0, "H5Dget_space failed");
-  }
-
-  void Select(const ColumnBlock& block) {
     const hsize_t start[2] = {block.mFirstRow, block.mFirstColumn};
     const hsize_t count[2] = {block.mRows, block.mColumns};
-    herr_t err = H5Sselect_hyperslab(mFile, H5S_SELECT_SET, start, nullptr, count, nullptr);
+    const herr_t err = H5Sselect_hyperslab(mFile, H5S_SELECT_SET, start, nullptr, count, nullptr);
     REQUIRE_FOR_CALLER(err>=0, "H5Sselect_hyperslab failed");
-    if (mMemory < 0) {
-      mMemory = Vexa_H5::DataspaceHandle(H5Screate_simple(2, count, nullptr));
-      REQUIRE_FOR_CALLER(mMemory>=0, "H5Screate_simple failed");
-    } else {
-      err = H5Sset_extent_simple(mMemory, 2, count, nullptr);
-      REQUIRE_FOR_CALLER(err>=0, "H5Sset_extent_simple failed");
-    }
+    mMemory = Vexa_H5::DataspaceHandle(H5Screate_simple(2, count, nullptr));
+    REQUIRE_FOR_CALLER(mMemory>=0, "H5Screate_simple failed");
   }
 
-  hid_t FileSpace() const { return mFile; }
-  hid_t MemorySpace() const { return mMemory; }
-
- private:
   Vexa_H5::DataspaceHandle mFile;
   Vexa_H5::DataspaceHandle mMemory;
 };
 
 // Values come as they lie in the file: row after row.
-void ReadBlock(const OpenTable& table, Selection& selection, const ColumnBlock& block,
-               double* values) {
-  selection.Select(block);
-  const herr_t err =
-      table.mTrace(4,
-                   H5Dread(table.mDataset_id, H5T_NATIVE_DOUBLE, selection.MemorySpace(),
-                           selection.FileSpace(), H5P_DEFAULT, values),
-                   "H5Dread(", table.mDataset_id, ", ...)");
+void ReadBlock(const OpenTable& table, const ColumnBlock& block, double* values) {
+  const Selection selection(table, block);
+  const herr_t err = table.mTrace(4,
+                                  H5Dread(table.mDataset_id, H5T_NATIVE_DOUBLE, selection.mMemory,
+                                          selection.mFile, H5P_DEFAULT, values),
+                                  "H5Dread(", table.mDataset_id, ", ...)");
   REQUIRE_FOR_CALLER(err>=0, "H5Dread failed for name=" << table.mName);
-}
-
-void WriteBlock(const OpenTable& table, const ColumnBlock& block, const double* values) {
-  Selection selection(table.mDataset_id);
-  selection.Select(block);
-  const herr_t err =
-      table.mTrace(4,
-                   H5Dwrite(table.mDataset_id, H5T_NATIVE_DOUBLE, selection.MemorySpace(),
-                            selection.FileSpace(), H5P_DEFAULT, values),
-                   "H5Dwrite(", table.mDataset_id, ", ...)");
-  REQUIRE_FOR_CALLER(err>=0, "H5Dwrite failed");
 }
 
 }  // namespace
@@ -74,7 +49,6 @@ void ReadByLibrary(const OpenTable& table, Target target) {
   const std::uint64_t chunkRows = std::max<std::uint64_t>(table.mLayout.mChunkRows, 1);
   const std::uint64_t window =
       std::max<std::uint64_t>(sValuesPerPass / columns / chunkRows, 1) * chunkRows;
-  Selection selection(table.mDataset_id);
   std::vector<double> rowMajor;
   std::span<RowSlice> rest(target.mSlices);
   while (!rest.empty()) {
@@ -85,29 +59,27 @@ void ReadByLibrary(const OpenTable& table, Target target) {
     const std::uint64_t rows = slices.back().mRow + slices.back().mRows - first;
     const ColumnBlock block{target.mFirstColumn, columns, first, rows};
     if (columns == 1 && slices.size() == 1) {
-      ReadBlock(table, selection, block, slices[0].mpValues);
+      ReadBlock(table, block, slices[0].mpValues);
       continue;
     }
     if (rowMajor.size() < rows * columns) {
       rowMajor = {};
       rowMajor.resize(rows * columns);
     }
-    ReadBlock(table, selection, block, rowMajor.data());
+    ReadBlock(table, block, rowMajor.data());
     for (const RowSlice& slice : slices) {
       Transpose(&rowMajor[(slice.mRow - first) * columns], columns, slice, target);
     }
   }
 }
 
-void WriteByLibrary(const OpenTable& table, std::uint64_t column, std::uint64_t firstRow,
-                    std::span<const double> values) {
-  WriteBlock(table, {column, 1, firstRow, values.size()}, values.data());
-}
-
-void WriteRowsByLibrary(const OpenTable& table, std::uint64_t firstRow,
-                        std::span<const double> rowMajor) {
-  const std::uint64_t columns = table.mLayout.mColumns;
-  WriteBlock(table, {0, columns, firstRow, rowMajor.size() / columns}, rowMajor.data());
+void WriteByLibrary(const OpenTable& table, const ColumnBlock& block, const double* rowMajor) {
+  const Selection selection(table, block);
+  const herr_t err = table.mTrace(4,
+                                  H5Dwrite(table.mDataset_id, H5T_NATIVE_DOUBLE, selection.mMemory,
+                                           selection.mFile, H5P_DEFAULT, rowMajor),
+                                  "H5Dwrite(", table.mDataset_id, ", ...)");
+  REQUIRE_FOR_CALLER(err>=0, "H5Dwrite failed");
 }
 
 }  // namespace Tables

@@ -1,9 +1,6 @@
 // Reads and writes values of a table through the library's own filters, whatever the layout.
 #pragma once
 
-#include <cstdint>
-#include <span>
-
 #include "Utils/Tables/Columns.hpp"
 #include "Utils/Tables/Target.hpp"
 
@@ -13,13 +10,7 @@ namespace Tables {
 /// value. Fails with "H5Dread failed for name=...".
 void ReadByLibrary(const OpenTable& table, Target target);
 
-/// Writes values to the rows of a column from `firstRow` on. Fails with "H5Dwrite failed".
-void WriteByLibrary(const OpenTable& table, std::uint64_t column, std::uint64_t firstRow,
-                    std::span<const double> values);
-
-/// Writes whole rows, row after row, from `firstRow` on in the same way. For a few rows that is
-/// faster than by columns.
-void WriteRowsByLibrary(const OpenTable& table, std::uint64_t firstRow,
-                        std::span<const double> rowMajor);
+/// Writes a block whose rows follow one another in memory. Fails with "H5Dwrite failed".
+void WriteByLibrary(const OpenTable& table, const ColumnBlock& block, const double* rowMajor);
 
 }  // namespace Tables

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "Utils/ChunkCodec/ChunkDecoder.hpp"
+#include "Utils/ErrorHandling/RequireFail.hpp"
 #include "Utils/HDF5/Handle.hpp"
 #include "Utils/Process/WorkerPool.hpp"
 #include "Utils/Tables/ChunkReader.hpp"
@@ -15,52 +16,50 @@
 
 namespace Tables {
 
+/// What is to be known of a table when values arrive, though it may be closed by then.
+struct ChunkOrigin {
+  TableLayout mLayout;
+  std::string mName;
+  Vexa_H5::DatatypeHandle mType;  // of elements that are not doubles
+  // The context in which chunks were fetched, for reports.
+  std::string mDataset = ReportContext::Dataset();
+  std::string mFile = ReportContext::File();
+  const char* mLabel = ReportAs::Label();
+};
+
 class PendingReads {
  public:
-  /// Has the chunk decoded by whichever thread comes to it, or decodes it if it is short. Its table
-  /// may be closed before it is. Elements that are not doubles, of the type that is given, are
-  /// converted by this thread, since the library is for one thread. Fails as Finish() does.
-  void Decode(const OpenTable& table, hid_t type_id, StoredChunk chunk, Target target);
+  /// Has the chunk decoded by whichever thread comes to it, or decodes it if it is short. Elements
+  /// that are not doubles are converted by this thread, since the library is for one thread. Fails
+  /// as Finish() does.
+  void Decode(std::shared_ptr<const ChunkOrigin> origin, StoredChunk chunk, Target target);
 
   /// Returns when all values are in place. Fails with "H5Dread failed for name=..." on bytes that
   /// do not decode, with the context in which they were fetched.
   void Finish();
 
  private:
-  // A chunk, and what is needed to bring its values to where they go.
+  // A chunk on its way. Any thread may decode it; the thread that fetched it finishes it then.
   struct Item {
-    const TableLayout& mLayout;
-    const std::string& mName;
-    hid_t mType_id;  // of the elements
+    std::shared_ptr<const ChunkOrigin> mpOrigin;
     StoredChunk mChunk;
     Target mTarget;
     ChunkCodec::ChunkDecoder mDecoder = {};
     ChunkCodec::DecodeStatus mStatus = ChunkCodec::DecodeStatus::Ok;
-
-    bool IsConverted() const { return !mLayout.mHoldsDoubles; }
-    std::uint64_t Bytes() const { return mChunk.mSize + FormatOf(mLayout).mChunkBytes; }
-    void Decode();
-    void Deliver() const;
-  };
-  // A table, and the context in which chunks of it were fetched.
-  struct Origin {
-    TableLayout mLayout;
-    std::string mName;
-    std::string mDataset;
-    std::string mFile;
-    const char* mLabel;
-    Vexa_H5::DatatypeHandle mType;
-  };
-  struct WaitingItem {
-    std::unique_ptr<const Origin> mpOrigin;
-    Item mItem;
     TaskGroup mTask = {};  // last: it waits for a task that uses the others
+
+    // What the chunk takes in memory until it is finished, as far as that is limited: a chunk of
+    // one column of doubles goes where it is wanted as soon as it is decoded.
+    std::uint64_t LimitedBytes() const;
+    void Decode();
+    void Finish();
+    void Deliver() const;
   };
 
   void FinishFirst();
 
-  std::deque<WaitingItem> mWaiting;     // elements stay where they are
-  std::uint64_t mUnconvertedBytes = 0;  // of those whose elements wait for this thread
+  std::deque<Item> mItems;          // elements stay where they are
+  std::uint64_t mLimitedBytes = 0;  // of all items
 };
 
 }  // namespace Tables
