@@ -21,7 +21,6 @@ void Fuzz::Target(std::string_view input) {
   stored.shrink_to_fit();
 
   const ChunkCodec::DecodeStatus status = DecodeChunk(stored, flags.Filters(), values);
-  FUZZ_CHECK(std::strcmp(Describe(status), "unknown") != 0, "status");
   const bool isOk = status == ChunkCodec::DecodeStatus::Ok;
   // Whatever zlib inflates, HDF5 reads, and so must we.
   Values expected(values.size());

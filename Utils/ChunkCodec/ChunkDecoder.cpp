@@ -24,21 +24,14 @@ DecodeStatus CheckSize(std::size_t actual, std::size_t expected) {
 }  // namespace
 
 const char* Describe(DecodeStatus status) {
-  switch (status) {
-    case DecodeStatus::Ok:
-      return "ok";
-    case DecodeStatus::WrongChecksum:
-      return "wrong checksum";
-    case DecodeStatus::ShortStream:
-      return "short stream";
-    case DecodeStatus::CorruptStream:
-      return "corrupt stream";
-    case DecodeStatus::TooFewValues:
-      return "too few values";
-    case DecodeStatus::TooManyValues:
-      return "too many values";
-  }
-  return "unknown";
+  // In the order of the enumeration.
+  static constexpr const char* texts[] = {"ok",
+                                          "wrong checksum",
+                                          "short stream",
+                                          "corrupt stream",
+                                          "too few values",
+                                          "too many values"};
+  return texts[static_cast<std::size_t>(status)];
 }
 
 DecodeStatus ChunkDecoder::Decode(std::span<const std::byte> stored, const ChunkFormat& format,
