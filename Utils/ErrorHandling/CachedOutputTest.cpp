@@ -3,69 +3,56 @@
 #include <gmock/gmock.h>
 
 #include <csignal>
-#include <iostream>
-#include <string>
-#include <vector>
+#include <cstdlib>
+#include <functional>
+#include <memory>
+
+#include "Utils/ErrorHandling/MyAbort.hpp"
+#include "Utils/ErrorHandling/TestOutput.hpp"
 
 namespace {
 
-using testing::ElementsAre;
-using testing::IsEmpty;
-using testing::ThrowsMessage;
-
-using Log = std::vector<std::string>;
+using testing::ExitedWithCode;
 
 struct Output : CachedOutputObject {
-  Output(Log& log, const std::string& name) : mLog(log), mName(name) {}
-  void WriteCache() const override {
-    mLog.push_back(mName);
-    if (mName.starts_with("bad")) {
-      throw std::runtime_error(mName);
-    }
-  }
-  Log& mLog;
-  std::string mName;
+  explicit Output(std::function<void()> write) : mWrite(std::move(write)) {}
+  void WriteCache() const override { mWrite(); }
+  std::function<void()> mWrite;
 };
 
 TEST(CachedOutputTest, WhatIsAliveIsWrittenWhateverFails) {
-  Log log;
-  const Output good(log, "good");
+  std::string written;
+  const Output good([&] { written += "good;"; });
   {
-    const Output bad(log, "bad");
-    const Output bad2(log, "bad2");
-    const Output good2(log, "good2");
-    EXPECT_THAT(CachedOutput::FlushCachedOutput, ThrowsMessage<std::runtime_error>("bad"));
-    EXPECT_THAT(log, ElementsAre("good", "bad", "bad2", "good2"));
+    std::unique_ptr<Output> gone;
+    const Output bad([&] {
+      gone.reset();
+      throw std::runtime_error("first");
+    });
+    gone = std::make_unique<Output>([&] { written += "gone;"; });
+    const Output worse([] { throw std::runtime_error("second"); });
+    const Output last([&] { written += "last;"; });
+    EXPECT_THAT(CachedOutput::FlushCachedOutput,
+                testing::ThrowsMessage<std::runtime_error>("first"));
+    EXPECT_EQ(written, "good;last;");
   }
-  log.clear();
   CachedOutput::FlushCachedOutput();
-  EXPECT_THAT(log, ElementsAre("good"));
+  EXPECT_EQ(written, "good;last;good;");
 }
 
-TEST(CachedOutputTest, SignalIsServedAtTheNextSafePointOnce) {
-  Log log;
-  const Output output(log, "x");
-  CachedOutput::FlushIfRequested();
-  raise(SIGUSR2);
-  EXPECT_THAT(log, IsEmpty());
-  CachedOutput::FlushIfRequested();
-  CachedOutput::FlushIfRequested();
-  EXPECT_THAT(log, ElementsAre("x"));
-}
-
-TEST(CachedOutputTest, SIGTERMEndsAtTheNextSafePoint) {
+TEST(CachedOutputTest, SignalsAreServedAtTheNextSafePointOnce) {
   // A flush of its own could come to a safe point again.
-  struct Nested : CachedOutputObject {
-    void WriteCache() const override {
-      std::cerr << (CachedOutput::IsEndingBySignal() ? "last;" : "written;");
-      CachedOutput::FlushIfRequested();
-    }
-  };
-  const Nested output;
+  const Output nested([] {
+    std::cerr << (CachedOutput::IsEndingBySignal() ? "last;" : "written;");
+    CachedOutput::FlushIfRequested();
+  });
   EXPECT_EXIT(raise(SIGTERM), testing::KilledBySignal(SIGTERM), "^$");
   const auto run = [] {
     CachedOutput::FlushAndEndOnSIGTERM();
+    CachedOutput::FlushIfRequested();
     raise(SIGUSR2);
+    std::cerr << "asked;";
+    CachedOutput::FlushIfRequested();
     CachedOutput::FlushIfRequested();
     raise(SIGTERM);
     sigset_t all;
@@ -73,7 +60,25 @@ TEST(CachedOutputTest, SIGTERMEndsAtTheNextSafePoint) {
     pthread_sigmask(SIG_BLOCK, &all, nullptr);
     CachedOutput::FlushIfRequested();
   };
-  EXPECT_EXIT(run(), testing::KilledBySignal(SIGTERM), "^written;last;$");
+  EXPECT_EXIT(run(), testing::KilledBySignal(SIGTERM), "^asked;written;last;$");
+}
+
+TEST(MyAbortTest, WritesOutputThenRunsExitHandlers) {
+  const ToldOutput output;
+  const auto abortWithHandler = [] {
+    std::atexit([] { std::cerr << (MyAbortCalled_UncleanShutdown() ? "unclean" : "clean"); });
+    MyAbort();
+  };
+  EXPECT_EXIT(abortWithHandler(), ExitedWithCode(255), "^written;unclean$");
+  MyAbort_ChangeSleepSeconds(0);
+  const FakeRuntime runtime(1);
+  EXPECT_EXIT(MyAbort(), ExitedWithCode(3), "^others asked;written;job aborted with -1$");
+}
+
+TEST(MyAbortTest, SecondCallEndsAtOnce) {
+  const Output aborting([] { MyAbort(); });
+  const ToldOutput notReached;
+  EXPECT_EXIT(MyAbort(), ExitedWithCode(255), "^Made a recursive call to MyAbort. Exiting now.\n$");
 }
 
 }  // namespace
