@@ -75,10 +75,4 @@ TEST(MyAbortTest, WritesOutputThenRunsExitHandlers) {
   EXPECT_EXIT(MyAbort(), ExitedWithCode(3), "^others asked;written;job aborted with -1$");
 }
 
-TEST(MyAbortTest, SecondCallEndsAtOnce) {
-  const Output aborting([] { MyAbort(); });
-  const ToldOutput notReached;
-  EXPECT_EXIT(MyAbort(), ExitedWithCode(255), "^Made a recursive call to MyAbort. Exiting now.\n$");
-}
-
 }  // namespace

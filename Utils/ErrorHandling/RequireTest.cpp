@@ -13,10 +13,10 @@ namespace {
 
 using testing::HasSubstr;
 
+constexpr int sLineInShared = __LINE__ + 2;
 void Shared() {
-  REQUIRE_FOR_CALLER(1 < 0, "shared");
+  REQUIRE_FOR_CALLER(1 < 0, "shared\n");
 }
-const int sLineInShared = __LINE__ - 2;
 
 TEST(RequireTest, NamesConditionAsWrittenSourceAndLine) {
   setenv("VEXA_NO_BACKTRACE", "1", 1);
@@ -47,39 +47,25 @@ TEST(RequireTest, NamesPassForNoLineOfTheReport) {
                         shown + "'\n###"));
 }
 
-TEST(RequireTest, InnermostContextFollowsTheMessage) {
+// A report of shared code leads to where the condition stands, too.
+TEST(RequireTest, TellsTheInnermostLabelAndContext) {
   const std::string none;
   const std::string dataset = "/a.dat";
   const std::string file = "x.h5";
-  const ReportContext outer(none, file);
-  {
-    const ReportContext inner(dataset, file);
-    EXPECT_THAT(ReportOf([] { REQUIRE(false, "with newline\n"); }),
-                HasSubstr(")\nwith newline\nObject '/a.dat' of file 'x.h5'\n###"));
-  }
-  EXPECT_THAT(ReportOf([] { REQUIRE(false, "message"); }),
-              HasSubstr(")\nmessage\nFile 'x.h5'\n###"));
-}
-
-// A report of shared code has the label of who called and leads to where the condition stands.
-TEST(RequireTest, HelpersReportUnderTheLabelOfTheirCaller) {
-  const std::string place = std::to_string(sLineInShared);
-  const std::string object = "Object 'a.dat' of file 'x.h5'";
-  const ReportAs outer("Outer");
-  const auto failAs = [](const char* label) {
+  const std::string line = std::to_string(sLineInShared);
+  const std::string shared = " (line " + line + ")\nshared\n";
+  const std::string place = " (RequireTest.cpp:" + line + ")\n###";
+  const ReportAs caller("Outer");
+  const ReportContext context(none, file);
+  const auto report = [&](const char* label) {
     const ReportAs inner(label);
-    Shared();
+    const ReportContext object(dataset, file);
+    return ReportOf(Shared);
   };
-  EXPECT_THAT(ReportOf(Shared),
-              HasSubstr("\n#### 1 < 0  violated\n#### Outer (line " + place + ")\nshared\n###"));
-  const std::string dataset = "a.dat";
-  const std::string file = "x.h5";
-  const ReportContext context(dataset, file);
-  EXPECT_THAT(ReportOf([&] { failAs("Inner"); }),
-              HasSubstr("#### Inner (line " + place + ")\nshared\n" + object +
-                        " (RequireTest.cpp:" + place + ")\n###"));
-  EXPECT_THAT(ReportOf([&] { failAs("../RequireTest"); }), HasSubstr("\n" + object + "\n###"));
-  EXPECT_THAT(ReportOf(Shared), HasSubstr("#### Outer (line "));
+  EXPECT_THAT(report("Inner"), HasSubstr("\n#### 1 < 0  violated\n#### Inner" + shared +
+                                         "Object '/a.dat' of file 'x.h5'" + place));
+  EXPECT_THAT(report("../RequireTest"), HasSubstr("Object '/a.dat' of file 'x.h5'\n###"));
+  EXPECT_THAT(ReportOf(Shared), HasSubstr("#### Outer" + shared + "File 'x.h5'"));
 }
 
 }  // namespace
