@@ -1,11 +1,14 @@
 #include "Utils/HDF5/H5_Utils.hpp"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <sys/stat.h>
 
 #include <filesystem>
 
-#include "Utils/HDF5/Handle.hpp"
+#include "Utils/HDF5/ExternalFiles.hpp"
+#include "Utils/HDF5/FilePieces.hpp"
+#include "Utils/HDF5/NumberType.hpp"
+#include "Utils/HDF5/StoredChunks.hpp"
 #include "Utils/HDF5/TestSupport/PlainH5.hpp"
 
 using namespace Vexa_H5;
@@ -14,6 +17,15 @@ namespace {
 
 using PlainH5::IsReport;
 using PlainH5::ReportOf;
+using testing::HasSubstr;
+
+// A list "L" with a type of the caller's own.
+void WriteList(hid_t id, hid_t type, const std::vector<hsize_t>& dims, const void* values) {
+  const DataspaceHandle space(
+      H5Screate_simple(static_cast<int>(dims.size()), dims.data(), nullptr));
+  const AttributeHandle attribute(H5Acreate2(id, "L", type, space, H5P_DEFAULT, H5P_DEFAULT));
+  EXPECT_GE(H5Awrite(attribute, type, values), 0);
+}
 
 TEST(UtilsTest, AttributesSurviveAndThoseOfOthersAreReadOrRefused) {
   const PlainH5::TempDir dir;
@@ -21,50 +33,108 @@ TEST(UtilsTest, AttributesSurviveAndThoseOfOthersAreReadOrRefused) {
   const hid_t id = file.Id();
   const MyVector<std::string> lists[] = {{}, {""}, {"time", "", "a b", "\xc3\xa9"}};
   for (const MyVector<std::string>& list : lists) {
-    const std::string name = "List" + std::to_string(list.size());
-    Vexa_H5::AttachStringsToAttributes(id, name, list, 0);
-    EXPECT_EQ(Vexa_H5::RetrieveStringsFromAttributes(id, name, false, 0), list);
-    EXPECT_EQ(file.ReadStringAttribute("/", name),
-              std::vector<std::string>(list.begin(), list.end()));
+    AttachStringsToAttributes(id, "L", list, 0);
+    EXPECT_EQ(RetrieveStringsFromAttributes(id, "L", false, 0), list);
+    EXPECT_EQ(file.ReadStringAttribute("/", "L"), PlainH5::Strings(list.begin(), list.end()));
+    H5Adelete(id, "L");
   }
-  Vexa_H5::AttachAttributes<unsigned long>(id, "Numbers", {1, ~0UL}, 0);
-  EXPECT_EQ(Vexa_H5::RetrieveAttributes<unsigned long>(id, "Numbers", false, 0),
-            (std::vector<unsigned long>{1, ~0UL}));
-  file.FixedStringAttribute("/", "Fixed", {"abc", "ab", ""}, 3);
-  EXPECT_EQ(Vexa_H5::RetrieveStringsFromAttributes(id, "Fixed", false, 0),
-            (MyVector<std::string>{"abc", "ab", ""}));
-
-  EXPECT_EQ(Vexa_H5::RetrieveStringsFromAttributes(id, "Absent", true, 0).size(), 0u);
-  const auto refusal = [&](const std::string& name) {
-    return ReportOf([&] { Vexa_H5::RetrieveStringsFromAttributes(id, name, false, 0); });
+  const DatatypeHandle fixed(H5Tcopy(H5T_C_S1));
+  H5Tset_size(fixed, 3);
+  for (const H5T_str_t padding : {H5T_STR_NULLPAD, H5T_STR_SPACEPAD}) {
+    H5Tset_strpad(fixed, padding);
+    WriteList(id, fixed, {3}, padding == H5T_STR_SPACEPAD ? "abcab    " : "abcab\0\0\0");
+    EXPECT_EQ(RetrieveStringsFromAttributes(id, "L", false, 0),
+              (MyVector<std::string>{"abc", "ab", ""}));
+    H5Adelete(id, "L");
+  }
+  const auto refusal = [&] {
+    return ReportOf([&] { RetrieveStringsFromAttributes(id, "L", false, 0); });
   };
-  {
-    const hsize_t dims[2] = {1, 1};
-    const DataspaceHandle space(H5Screate_simple(2, dims, nullptr));
-    const AttributeHandle attribute(
-        H5Acreate2(id, "Two", H5T_NATIVE_ULLONG, space, H5P_DEFAULT, H5P_DEFAULT));
-  }
-  EXPECT_TRUE(IsReport(refusal("Absent"), "attr>=0", "H5Aopen failed"));
-  EXPECT_TRUE(IsReport(refusal("Numbers"), "", "H5Aread to read Legend of dat-set failed"));
-  EXPECT_TRUE(IsReport(refusal("Two"), "ndims==1", "Dimensionality of Attribute is wrong"));
-
-  for (const char* name : {"b", "B", "a", "A", "a1"}) {
-    file.Group(name);
-  }
-  EXPECT_EQ(Vexa_H5::ReadGroupNames(id, 0), (MyVector<std::string>{"A", "B", "a", "a1", "b"}));
+  EXPECT_EQ(RetrieveStringsFromAttributes(id, "L", true, 0).size(), 0u);
+  EXPECT_TRUE(IsReport(refusal(), "attr>=0", "H5Aopen failed"));
+  AttachAttributes<unsigned long>(id, "L", {1, ~0UL}, 0);
+  EXPECT_EQ(RetrieveAttributes<unsigned long>(id, "L", false, 0),
+            (std::vector<unsigned long>{1, ~0UL}));
+  EXPECT_TRUE(IsReport(refusal(), "", "H5Aread to read Legend of dat-set failed"));
+  H5Adelete(id, "L");
+  WriteList(id, fixed, {1, 1}, "abc");
+  EXPECT_TRUE(IsReport(refusal(), "ndims==1", "Dimensionality of Attribute is wrong"));
 }
 
 TEST(UtilsTest, OpensCreatesAndRefusesFiles) {
   const PlainH5::TempDir dir;
   const std::string path = dir / "new.h5";
-  EXPECT_TRUE(IsReport(ReportOf([&] { Vexa_H5::OpenFile(path, ReadOnly, 0); }), "access==ReadWrite",
+  EXPECT_TRUE(IsReport(ReportOf([&] { OpenFile(path, ReadOnly, 0); }), "access==ReadWrite",
                        "Attempting to create non-existent file '" + path + "' in ReadOnly mode"));
   EXPECT_FALSE(std::filesystem::exists(path));
-  H5Fclose(Vexa_H5::OpenFile(path, ReadWrite, 0));
-  EXPECT_EQ(PlainH5::File::Open(path).SuperblockVersion(), 2u);
+  H5Fclose(OpenFile(path, ReadWrite, 0));
+  EXPECT_EQ(PlainH5::Bytes(path)[8], 2) << "the version of the superblock";
   ASSERT_EQ(mkfifo((dir / "fifo").c_str(), 0600), 0);
-  EXPECT_TRUE(IsReport(ReportOf([&] { Vexa_H5::OpenFile(dir / "fifo", ReadOnly, 0); }), "",
+  EXPECT_TRUE(IsReport(ReportOf([&] { OpenFile(dir / "fifo", ReadOnly, 0); }), "",
                        "'" + (dir / "fifo") + "' is not a regular file"));
+}
+
+TEST(ExternalFilesTest, AreThoseThatLinksOfAFileLeadTo) {
+  const PlainH5::TempDir dir;
+  PlainH5::File::Create(dir / "c.h5").Group("g");
+  PlainH5::File::Create(dir / "plain.h5").Group("g");
+  for (const auto& [from, to] : {std::pair("b.h5", "c.h5"), {"a.h5", "b.h5"}}) {
+    const auto file = PlainH5::File::Create(dir / from);
+    H5Lcreate_external(to, "g", file.Id(), "g", H5P_DEFAULT, H5P_DEFAULT);
+  }
+  for (const char* const name : {"a.h5", "plain.h5"}) {
+    const Handle<H5Fclose> file(OpenFile(dir / name, ReadOnly, 0));
+    const GroupHandle group(H5Gopen2(file, "g", GroupAccess()));
+    NoteOpened(group);
+  }
+  std::string found;
+  for (const auto& [path, stamp] : ExternalFilesOf(dir / "a.h5")) {
+    found += path + ":" + (stamp == FileStamp(path) ? "" : "other stamp") + "\n";
+  }
+  EXPECT_EQ(found, (dir / "b.h5") + ":\n" + (dir / "c.h5") + ":\n");
+}
+
+TEST(StoredChunksTest, APlaceForEachChunkThatIsBegun) {
+  EXPECT_EQ((ChunkGrid{{10, 3}, {4, 3}}).Places(), 3);
+  EXPECT_EQ((ChunkGrid{{8, 3}, {4, 2}}).Places(), 4);
+  EXPECT_EQ((ChunkGrid{{8, 3}, {}}).Places(), 0);
+}
+
+// Which the library would read beyond.
+TEST(NumberTypeTest, AFillValueFitsTheElements) {
+  const PropertyListHandle list(H5Pcreate(H5P_DATASET_CREATE));
+  const double one = 1;
+  H5Pset_fill_value(list, H5T_NATIVE_DOUBLE, &one);
+  RequireFittingFillValue(list, H5T_NATIVE_DOUBLE, "x");
+  EXPECT_THAT(ReportOf([&] { RequireFittingFillValue(list, H5T_NATIVE_LDOUBLE, "x"); }),
+              HasSubstr("name=x: its fill value has 8 bytes, its elements 16\n"));
+}
+
+TEST(FilePiecesTest, TheLatestBytesCount) {
+  FilePieces pieces;
+  std::string file(40, '.');
+  const auto write = [&](std::size_t at, std::size_t size, char byte) {
+    const std::string bytes(size, byte);
+    pieces.Write(at, reinterpret_cast<const unsigned char*>(bytes.data()), size);
+    file.replace(at, size, bytes);
+  };
+  const auto overlaid = [&] {
+    std::string read(40, '.');
+    pieces.Overlay(0, reinterpret_cast<unsigned char*>(read.data()), read.size());
+    return read;
+  };
+  write(10, 5, 'a');
+  write(20, 5, 'b');
+  write(30, 5, 'c');
+  write(8, 15, 'd');  // over one piece and into the next
+  write(25, 2, 'e');  // just behind it
+  EXPECT_EQ(overlaid(), file);
+  EXPECT_EQ(pieces.Size(), 24u);
+  EXPECT_FALSE(pieces.Overlaps(27, 3));
+  EXPECT_TRUE(pieces.Overlaps(26, 1));
+  pieces.Cut(32);
+  EXPECT_EQ(pieces.TakeFrom(20).Size(), 2u);
+  EXPECT_EQ(overlaid(), file.substr(0, 27) + std::string(13, '.'));
 }
 
 }  // namespace

@@ -16,7 +16,7 @@ namespace PlainH5 {
 class TempDir {
  public:
   TempDir();
-  ~TempDir();
+  ~TempDir() { std::filesystem::remove_all(mPath); }
   TempDir(const TempDir&) = delete;
   TempDir& operator=(const TempDir&) = delete;
   std::string operator/(const std::string& name) const { return (mPath / name).string(); }
@@ -27,13 +27,15 @@ class TempDir {
 };
 
 using Rows = std::vector<std::vector<double>>;
+using Strings = std::vector<std::string>;
+using Dims = std::vector<hsize_t>;
 
 /// How a table is laid out; the defaults are those of the store.
 struct TableOptions {
-  hid_t mType = -1;                       // file type; native double if negative
-  std::vector<hsize_t> mChunk = {16, 1};  // contiguous if empty
-  bool mCompress = false;                 // shuffle, deflate 1, Fletcher-32
-  std::vector<std::string> mLegend = {};  // no attribute if empty
+  hid_t mType = -1;        // file type; native double if negative
+  Dims mChunk = {16, 1};   // contiguous if empty
+  bool mCompress = false;  // shuffle, deflate 1, Fletcher-32
+  Strings mLegend = {};    // no attribute if empty
 };
 
 /// An open file; groups on the way to an object are made.
@@ -55,25 +57,20 @@ class File {
   void VersionNumber(const std::string& path, unsigned long long number);
   /// Strings of variable length with the character set; a scalar if `dims` is empty, and a dataset
   /// that can grow if it has one dimension.
-  void Strings(const std::string& path, const std::vector<std::string>& strings,
-               const std::vector<hsize_t>& dims, H5T_cset_t set = H5T_CSET_ASCII);
+  void Strings(const std::string& path, const PlainH5::Strings& strings, const PlainH5::Dims& dims,
+               H5T_cset_t set = H5T_CSET_ASCII);
   void Characters(const std::string& path, const std::string& text);
   void StringAttribute(const std::string& path, const std::string& name,
-                       const std::vector<std::string>& strings);
-  void FixedStringAttribute(const std::string& path, const std::string& name,
-                            const std::vector<std::string>& strings, std::size_t length);
+                       const PlainH5::Strings& strings);
 
   bool Has(const std::string& path) const;
   Rows ReadTable(const std::string& path) const;
-  std::vector<std::string> ReadStrings(const std::string& path) const;
+  PlainH5::Strings ReadStrings(const std::string& path) const;
   H5T_cset_t CharacterSet(const std::string& path) const;
-  std::vector<std::string> ReadStringAttribute(const std::string& path,
-                                               const std::string& name) const;
-  std::vector<hsize_t> Dims(const std::string& path) const;
-  std::vector<hsize_t> MaxDims(const std::string& path) const;
-  std::vector<hsize_t> Chunk(const std::string& path) const;
+  PlainH5::Strings ReadStringAttribute(const std::string& path, const std::string& name) const;
+  PlainH5::Dims Dims(const std::string& path) const;
+  PlainH5::Dims Chunk(const std::string& path) const;
   std::vector<H5Z_filter_t> Filters(const std::string& path) const;
-  unsigned SuperblockVersion() const;
 
  private:
   explicit File(hid_t id) : mId(id) {}
