@@ -1,13 +1,11 @@
 #include "Utils/HDF5/H5_Utils.hpp"
 
-#include <gmock/gmock.h>
-#include <sys/stat.h>
+#include <gtest/gtest.h>
 
 #include <filesystem>
 
 #include "Utils/HDF5/ExternalFiles.hpp"
 #include "Utils/HDF5/FilePieces.hpp"
-#include "Utils/HDF5/NumberType.hpp"
 #include "Utils/HDF5/StoredChunks.hpp"
 #include "Utils/HDF5/TestSupport/PlainH5.hpp"
 
@@ -17,7 +15,6 @@ namespace {
 
 using PlainH5::IsReport;
 using PlainH5::ReportOf;
-using testing::HasSubstr;
 
 // A list "L" with a type of the caller's own.
 void WriteList(hid_t id, hid_t type, const std::vector<hsize_t>& dims, const void* values) {
@@ -69,9 +66,6 @@ TEST(UtilsTest, OpensCreatesAndRefusesFiles) {
   EXPECT_FALSE(std::filesystem::exists(path));
   H5Fclose(OpenFile(path, ReadWrite, 0));
   EXPECT_EQ(PlainH5::Bytes(path)[8], 2) << "the version of the superblock";
-  ASSERT_EQ(mkfifo((dir / "fifo").c_str(), 0600), 0);
-  EXPECT_TRUE(IsReport(ReportOf([&] { OpenFile(dir / "fifo", ReadOnly, 0); }), "",
-                       "'" + (dir / "fifo") + "' is not a regular file"));
 }
 
 TEST(ExternalFilesTest, AreThoseThatLinksOfAFileLeadTo) {
@@ -98,16 +92,6 @@ TEST(StoredChunksTest, APlaceForEachChunkThatIsBegun) {
   EXPECT_EQ((ChunkGrid{{10, 3}, {4, 3}}).Places(), 3);
   EXPECT_EQ((ChunkGrid{{8, 3}, {4, 2}}).Places(), 4);
   EXPECT_EQ((ChunkGrid{{8, 3}, {}}).Places(), 0);
-}
-
-// Which the library would read beyond.
-TEST(NumberTypeTest, AFillValueFitsTheElements) {
-  const PropertyListHandle list(H5Pcreate(H5P_DATASET_CREATE));
-  const double one = 1;
-  H5Pset_fill_value(list, H5T_NATIVE_DOUBLE, &one);
-  RequireFittingFillValue(list, H5T_NATIVE_DOUBLE, "x");
-  EXPECT_THAT(ReportOf([&] { RequireFittingFillValue(list, H5T_NATIVE_LDOUBLE, "x"); }),
-              HasSubstr("name=x: its fill value has 8 bytes, its elements 16\n"));
 }
 
 TEST(FilePiecesTest, TheLatestBytesCount) {

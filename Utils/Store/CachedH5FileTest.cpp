@@ -9,7 +9,6 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <tuple>
 
 #include "Utils/ErrorHandling/MyAbort.hpp"
@@ -20,7 +19,6 @@
 #include "Utils/Store/CachedH5FileHolder.hpp"
 #include "Utils/Store/H5_ObjectCoef.hpp"
 #include "Utils/Store/H5_ObjectDat.hpp"
-#include "Utils/Store/H5_ObjectTdm.hpp"
 #include "Utils/Store/H5_ObjectTxt.hpp"
 #include "Utils/Store/H5_ObjectVersion.hpp"
 
@@ -28,7 +26,6 @@ namespace {
 
 using H5_Objects::Coef;
 using H5_Objects::Dat;
-using H5_Objects::Tdm;
 using H5_Objects::Txt;
 using PlainH5::IsReport;
 using PlainH5::ReportOf;
@@ -216,12 +213,9 @@ TEST_F(CachedH5FileTest, ReadingWhatIsStillHeldWritesItFirst) {
   EXPECT_EQ(testing::internal::GetCapturedStderr(),
             "CachedH5File(" + Path("a.h5") +
                 ", ReadOnly):\nWrite non-empty cache now,  before opening ReadOnly.\n");
-  for (void (CachedH5File::*close)() : {&CachedH5File::CloseObjects, &CachedH5File::CloseFile}) {
-    EXPECT_EQ(file.GetObjectForRead<Dat>("x.dat").RetrieveData().size(), 3u);
-    (file.*close)();
-  }
-  EXPECT_TRUE(IsReport(ReportOf([&] { AppendTo(file, 1); }), "mAtype==ReadWrite",
-                       "Called GetObjectForWrite on an CachedH5File that is ReadOnly"));
+  EXPECT_EQ(file.GetObjectForRead<Dat>("x.dat").RetrieveData().size(), 3u);
+  file.CloseObjects();
+  EXPECT_EQ(file.GetObjectForRead<Dat>("x.dat").RetrieveData().size(), 3u);
 }
 
 // Has a file open like another program that reads it (LOCK_SH) or writes to it (LOCK_EX).
@@ -237,9 +231,7 @@ struct OtherProgram {
 
 TEST_F(CachedH5FileTest, WhatAReaderIsInTheWayOfWaits) {
   Append("a.h5", 1);
-  Append("b.h5", 1);
   mHolder.WriteCache();
-  mHolder.ClearWriteLog();
   Append("a.h5", 60);
   Append("b.h5", 20);
   {
@@ -251,13 +243,8 @@ TEST_F(CachedH5FileTest, WhatAReaderIsInTheWayOfWaits) {
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
               "File '" + Path("a.h5") +
                   "' is open in another program; 480 bytes wait in memory to be written\n");
-    EXPECT_EQ(mHolder.WriteLog(), (std::vector<MyVector<unsigned long>>{{1, 1, 20, 160, 480}}));
-    EXPECT_EQ(RowsOnDisk("b.h5"), 21u);
+    EXPECT_EQ(RowsOnDisk("b.h5"), 20u);
     EXPECT_EQ(Open("a.h5", ReadOnly).GetObjectForRead<Dat>("x.dat").GetExtents()[0], 61u);
-    Open("a.h5").GetObjectForWrite<Txt>("l.txt") << "text";
-    EXPECT_TRUE(IsReport(ReportOf([&] { Open("a.h5", ReadOnly).GetObjectForRead<Txt>("l.txt"); }),
-                         "mAtype==ReadWrite",
-                         "'l.txt' is not in file " + Path("a.h5") + " yet; 4 bytes of it"));
   }
   mHolder.WriteCache();
   EXPECT_EQ(RowsOnDisk("a.h5"), 61u);
@@ -351,13 +338,10 @@ TEST_F(CachedH5FileTest, AHandleThatAnExceptionPassesLetsItsFileGo) {
 }
 
 TEST_F(CachedH5FileTest, AFileThatIsOfUseOnlyWhenWholeIsCreated) {
-  std::ofstream(Path("empty.h5"));
   std::filesystem::create_symlink("nowhere.h5", Path("link.h5"));
-  for (const char* name : {"empty.h5", "link.h5"}) {
-    EXPECT_TRUE(IsReport(ReportOf([&] { CachedH5File::CreateUnfinished(Path(name)); }),
-                         "file_id>=0", "H5Fcreate(" + Path(name) + ", ...) failed: File exists"));
-  }
-  EXPECT_TRUE(std::filesystem::is_empty(Path("empty.h5")));
+  EXPECT_TRUE(IsReport(ReportOf([&] { CachedH5File::CreateUnfinished(Path("link.h5")); }),
+                       "file_id>=0",
+                       "H5Fcreate(" + Path("link.h5") + ", ...) failed: File exists"));
   EXPECT_FALSE(std::filesystem::exists(Path("nowhere.h5")));
   const auto file = CachedH5File::CreateUnfinished(Path("new.h5"));
   AppendTo(*file, 1);
@@ -375,36 +359,26 @@ TEST_F(CachedH5FileTest, AFileThatIsOfUseOnlyWhenWholeIsCreated) {
 TEST_F(CachedH5FileTest, WhatIsOnDiskIsKnownWhenItIsAskedFor) {
   {
     auto plain = PlainH5::File::Create(Path("a.h5"));
-    plain.Table("x.dat", {{0, 7}}, {.mLegend = {"t", "x"}});
+    plain.Table("x.dat", {{0, 7}});
     plain.Table("c.coef/index.dat", {{0, 2}});
-    plain.Table("c.coef/coefs.dat", {{1}, {2}, {3}}, {.mLegend = {"c"}});  // as a kill may leave it
-    plain.Table("t.tdm/index.dat", {{0, 6, 2}});
-    plain.Table("t.tdm/data.dat", Rows(6, {1.0}));
-    plain.StringAttribute("t.tdm", "TensorSpec", {"TensorDim=3; TensorSymm=1; DataMeshDim=1;"});
-    plain.Strings("l.txt", {"text"}, {1});
+    plain.Table("c.coef/coefs.dat", {{1}, {2}, {3}});  // as a kill may leave it
     plain.Version("V.ver", 2);
   }
-  {
-    CachedH5File file(Path("a.h5"), ReadWrite, {}, 0, /*keepOpen=*/false);
-    file.GetObjectForWrite<Dat>("new.dat");
-    EXPECT_THAT(testing::PrintToString(file), HasSubstr("a.h5  id=-1\n")) << "opens nothing";
-    auto& dat = file.GetObjectForWrite<Dat>("x.dat");
-    EXPECT_TRUE(IsReport(ReportOf([&] { dat.Append({1}); }), "",
-                         "data being appended inconsistent with Extents"));
-    EXPECT_EQ(file.GetObjectForRead<Coef>("c.coef").Values().GetExtents()[0], 3u)
-        << "nothing is cut back to be read";
-    testing::internal::CaptureStderr();
-    file.GetObjectForWrite<Coef>("c.coef").Append(1, {4});
-    EXPECT_THAT(testing::internal::GetCapturedStderr(),
-                HasSubstr("Object '/c.coef' of file '" + Path("a.h5")));
-    file.GetObjectForWrite<Tdm>("t.tdm").Append(1, {FindTensorIndexTable(3, "1"), Mesh({1})});
-    EXPECT_EQ(file.GetObjectForWrite<Txt>("l.txt").GetSize(), 1u);
-    EXPECT_EQ(file.GetObjectForWrite<H5_Objects::Version>("V.ver").GetCurrentVersion(), 2u);
-  }
-  mHolder.PurgeCache();
-  const auto file = PlainH5::File::Open(Path("a.h5"));
-  EXPECT_EQ(file.ReadTable("c.coef/coefs.dat"), (Rows{{1}, {2}, {4}}));
-  EXPECT_EQ(file.ReadTable("t.tdm/index.dat"), (Rows{{0, 6, 2}, {1, 9, 1}}));
+  CachedH5File file(Path("a.h5"), ReadWrite, {}, 0, /*keepOpen=*/false);
+  file.GetObjectForWrite<Dat>("new.dat");
+  EXPECT_THAT(testing::PrintToString(file), HasSubstr("a.h5  id=-1\n")) << "opens nothing";
+  EXPECT_THAT(ReportOf([&] { file.GetObjectForWrite<Dat>("x.dat").Append({1}); }),
+              HasSubstr("data being appended inconsistent with Extents"));
+  EXPECT_EQ(file.GetObjectForRead<Coef>("c.coef").Values().GetExtents()[0], 3u)
+      << "nothing is cut back to be read";
+  testing::internal::CaptureStderr();
+  file.GetObjectForWrite<Coef>("c.coef").Append(1, {4});
+  EXPECT_THAT(testing::internal::GetCapturedStderr(),
+              HasSubstr("Object '/c.coef' of file '" + Path("a.h5")));
+  EXPECT_EQ(file.GetObjectForWrite<H5_Objects::Version>("V.ver").GetCurrentVersion(), 2u);
+  mHolder.WriteCache();
+  file.CloseFile();
+  EXPECT_EQ(PlainH5::File::Open(Path("a.h5")).ReadTable("c.coef/coefs.dat"), (Rows{{1}, {2}, {4}}));
 }
 
 TEST_F(CachedH5FileTest, AnObjectThatCannotBeWrittenCostsNoOther) {
@@ -440,36 +414,32 @@ TEST_F(CachedH5FileTest, ATableIsFoundUnderItsOlderName) {
     file.GetObjectForWrite<Dat>(right).Append({1});
     EXPECT_EQ(file.Path(right), older);
     EXPECT_EQ(file.GetNames("*", true), (MyVector<std::string>{older}));
-    file.GetObjectForWrite<Dat>("DimensionfullInertialSpinMag.dat");
-    EXPECT_FALSE(file.Exists("DimensionfulInertialSpinMag.dat")) << "new ones are two";
   }
   mHolder.PurgeCache();
   EXPECT_EQ(PlainH5::File::Open(Path("a.h5")).Dims(older)[0], 2u);
 }
 
 TEST_F(CachedH5FileTest, Refusals) {
-  const auto open = [&](const std::string& name, H5AccessType access) {
-    return ReportOf([&] { const CachedH5File file = Open(name, access); });
-  };
+  Append("a.h5", 1);
+  { const CachedH5File empty = Open("b.h5"); }
   CachedH5File file = Open("a.h5");
-  AppendTo(file, 1);
-  const std::string isClosed = open("a.h5", ReadOnly);
+  CachedH5File readOnly = Open("b.h5", ReadOnly);
   file.GetObjectForRead<Dat>("x.dat");
-  const std::string twoHandles = "Consistency error.  h5-file should be closed when";
-  const std::tuple<std::string, const char*, std::string> refusals[] = {
-      {open("no.h5", ReadOnly), "atype == ReadWrite",
+  const std::tuple<std::function<void()>, const char*, std::string> refusals[] = {
+      {[&] { Open("no.h5", ReadOnly); }, "atype == ReadWrite",
        "Tried to open nonexistent file " + Path("no.h5") + " for reading"},
-      {open("no/x.h5", ReadWrite), "DirectoryExists(dir)",
+      {[&] { Open("no/x.h5"); }, "DirectoryExists(dir)",
        "Tried to create file " + Path("no/x.h5") + " in nonexistent directory"},
-      {open("a.h5", ReadOnly), "!ptr->IsFileOpen()", twoHandles},
-      {ReportOf([&] { file.GetObjectForRead<Dat>("y.dat"); }), "mpFile->Root()->Exists(name)",
+      {[&] { Open("a.h5"); }, "!ptr->IsFileOpen()", "Consistency error.  h5-file should be closed"},
+      {[&] { file.GetObjectForRead<Dat>("y.dat"); }, "mpFile->Root()->Exists(name)",
        "Requesting non-existent dataset 'y.dat' in file " + Path("a.h5")},
-      {ReportOf([&] { file.GetObjectForWrite<H5_Objects::Version>("x.dat"); }), "typ==ptr->Type()",
-       "Type of name and OBJECT inconsistent.  ptr->Type()='dat', but OBJECT::ClassID()='ver'"}};
-  for (const auto& [report, condition, message] : refusals) {
-    EXPECT_TRUE(IsReport(report, condition, message)) << report;
+      {[&] { file.GetObjectForWrite<Txt>("x.dat"); }, "typ==ptr->Type()",
+       "Type of name and OBJECT inconsistent.  ptr->Type()='dat', but OBJECT::ClassID()='txt'"},
+      {[&] { AppendTo(readOnly, 1); }, "mAtype==ReadWrite",
+       "Called GetObjectForWrite on an CachedH5File that is ReadOnly"}};
+  for (const auto& [action, condition, message] : refusals) {
+    EXPECT_TRUE(IsReport(ReportOf(action), condition, message)) << message;
   }
-  EXPECT_THAT(isClosed, HasSubstr(twoHandles));
 }
 
 }  // namespace
