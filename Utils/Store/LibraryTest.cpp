@@ -41,7 +41,7 @@ class H5_LibraryTest : public testing::Test {
     const hid_t file_id = H5Fcreate((mDir / name).c_str(), H5F_ACC_TRUNC, H5P_DEFAULT, H5P_DEFAULT);
     H5Gclose(H5Gcreate2(file_id, "g", H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT));
   }
-  bool IsWhole(const std::string& name) const { return PlainH5::File::Open(mDir / name).Has("/g"); }
+  bool IsWhole(const char* name) const { return PlainH5::File::Open(mDir / name).Has("/g"); }
 
   PlainH5::TempDir mDir;
 };
