@@ -5,8 +5,8 @@
 #include <cstdlib>
 #include <iostream>
 
-// Not in an anonymous namespace: the dynamic linker knows exported functions only. Both print after
-// the call, or it would be a tail call that leaves no frame.
+// Both are outside an anonymous namespace, since the dynamic linker knows exported functions only,
+// and print after the call, or it would be a tail call that leaves no frame.
 [[gnu::noinline]] void InnerFrame(int skipFrames) {
   std::cerr << "<" << Backtrace(skipFrames) << Backtrace(skipFrames) << "|";
   PrintSimpleBacktrace(0);

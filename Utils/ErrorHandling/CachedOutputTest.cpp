@@ -41,7 +41,7 @@ TEST(CachedOutputTest, WhatIsAliveIsWrittenWhateverFails) {
 }
 
 TEST(CachedOutputTest, SignalsAreServedAtTheNextSafePointOnce) {
-  // A flush of its own could come to a safe point again.
+  // What is written comes to a safe point itself, where no flush may begin inside the other.
   const Output nested([] {
     std::cerr << (CachedOutput::IsEndingBySignal() ? "last;" : "written;");
     CachedOutput::FlushIfRequested();

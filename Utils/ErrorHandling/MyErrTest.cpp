@@ -18,7 +18,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Of a rank that no other test uses: tests run at the same time in one directory.
+// The rank must be one that no other test uses: tests run at the same time in one directory.
 std::string ErrorFileOf(int rank) {
   return RunDirectory() + "/Errors" + std::to_string(rank) + ".txt";
 }

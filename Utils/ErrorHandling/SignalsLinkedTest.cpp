@@ -1,4 +1,4 @@
-// A program that knows nothing but REQUIRE: are the signal handlers linked into it?
+// This program knows nothing but REQUIRE; the signal handlers are linked into it all the same.
 #include <csignal>
 
 #include "Utils/ErrorHandling/Require.hpp"

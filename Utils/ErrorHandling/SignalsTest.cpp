@@ -23,7 +23,7 @@ TEST(SignalsTest, ReportAndDefaultAction) {
   };
   EXPECT_EXIT(divide(), KilledBySignal(SIGFPE), "Received signal 8");
   setenv("VEXA_NO_BACKTRACE", "", 1);
-  // A new process, for in this one a failed REQUIRE may have used up the one backtrace.
+  // The test needs a new process, for a failed REQUIRE may have used up the one backtrace of this.
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(std::abort(), KilledBySignal(SIGABRT),
               "^Received signal 6 \\(Aborted\\)\n.* abort \\+ 0x.*\n");

@@ -17,7 +17,7 @@ namespace {
 
 using testing::ExitedWithCode;
 
-// As if nobody caught it: no handler outside is asked.
+// The exception is as good as uncaught: no handler outside is asked.
 void Uncaught(void (*action)()) noexcept {
   action();
 }
@@ -40,7 +40,7 @@ struct FailingOutput : CachedOutputObject {
   void WriteCache() const override { throw 2; }
 };
 
-// Fails, and then in another way while the first failure is still alive.
+// Fails, and fails again by the action while the first failure is still alive.
 template <class Action>
 void FailTwice(const Action& action) {
   try {

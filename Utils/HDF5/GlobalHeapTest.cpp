@@ -12,10 +12,10 @@ namespace {
 
 using testing::HasSubstr;
 
-// A file whose root has the list A, read while it is open for reading only.
+// The root of a file has the list A, which is read while the file is open for reading only.
 class GlobalHeapTest : public testing::Test {
  protected:
-  // What is read, or the report.
+  // Returns what is read, or the report.
   std::string List() const {
     std::string list;
     const std::string report = PlainH5::ReportOf([&] {
@@ -104,7 +104,7 @@ TEST_F(GlobalHeapTest, DamagedElementsAndCollectionsAreRefused) {
   }
 }
 
-// Of which small files could have as many as to take gigabytes: the library keeps some bytes for
+// Small files could have so many of them as to take gigabytes: the library keeps some bytes for
 // each index up to the highest, and reads whole collections.
 TEST_F(GlobalHeapTest, CollectionsBeyondWhatAFileHasRoomForAreRefused) {
   constexpr std::size_t count = 100;

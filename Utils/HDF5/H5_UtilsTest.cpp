@@ -16,7 +16,7 @@ namespace {
 using PlainH5::IsReport;
 using PlainH5::ReportOf;
 
-// A list "L" with a type of the caller's own.
+// Writes a list "L" with a type of the caller's own.
 void WriteList(hid_t id, hid_t type, const std::vector<hsize_t>& dims, const void* values) {
   const DataspaceHandle space(
       H5Screate_simple(static_cast<int>(dims.size()), dims.data(), nullptr));

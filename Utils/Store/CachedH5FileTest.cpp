@@ -91,7 +91,7 @@ TEST_F(CachedH5FileTest, DataOutlivesHandlesAndIsWrittenWhenPurged) {
 }
 
 TEST_F(CachedH5FileTest, TheLargestFileIsWrittenAboveTheLimit) {
-  // 1 byte of legend and 8 a row: b holds most, and all together exactly the limit.
+  // A legend takes 1 byte and a row 8: b holds most, and all together hold exactly the limit.
   mHolder.ClearWriteLog();
   mHolder.SetMaxCacheSize(3 + 8 * 110);
   Append("a.h5", 40);
@@ -102,7 +102,7 @@ TEST_F(CachedH5FileTest, TheLargestFileIsWrittenAboveTheLimit) {
   EXPECT_EQ(mHolder.WriteLog(), (std::vector<MyVector<unsigned long>>{{1, 1, 60, 481, 410}}));
   EXPECT_EQ(RowsOnDisk("b.h5"), 60u);
 
-  // Of equal files the first by path, and with a warning above twice the limit.
+  // Of equal files the first by path is written, and above twice the limit a warning comes first.
   Append("c.h5", 31);
   mHolder.SetMaxCacheSize(250);
   testing::internal::CaptureStderr();
@@ -116,7 +116,7 @@ TEST_F(CachedH5FileTest, TheLargestFileIsWrittenAboveTheLimit) {
 
 TEST_F(CachedH5FileTest, AKillAtAnyMomentLeavesWhatWasWritten) {
   CachedH5File file = Open("a.h5");
-  // What a process leaves that is killed now.
+  // Returns the rows that a process leaves which is killed now.
   const auto left = [&] {
     std::filesystem::copy_file(Path("a.h5"), Path("b.h5"),
                                std::filesystem::copy_options::overwrite_existing);
@@ -218,7 +218,7 @@ TEST_F(CachedH5FileTest, ReadingWhatIsStillHeldWritesItFirst) {
   EXPECT_EQ(file.GetObjectForRead<Dat>("x.dat").RetrieveData().size(), 3u);
 }
 
-// Has a file open like another program that reads it (LOCK_SH) or writes to it (LOCK_EX).
+// Holds a file open as another program does that reads it (LOCK_SH) or writes to it (LOCK_EX).
 struct OtherProgram {
   OtherProgram(const std::string& path, int lock)
       : mDescriptor(open(path.c_str(), O_RDONLY)),
@@ -249,7 +249,7 @@ TEST_F(CachedH5FileTest, WhatAReaderIsInTheWayOfWaits) {
   mHolder.WriteCache();
   EXPECT_EQ(RowsOnDisk("a.h5"), 61u);
 
-  // Above twice the limit at once, and for readers only.
+  // Above twice the limit a file is written at once, if only readers have it open.
   Append("a.h5", 60);
   const OtherProgram reader(Path("a.h5"), LOCK_SH);
   mHolder.SetMaxCacheSize(239);
@@ -285,7 +285,7 @@ TEST_F(CachedH5FileTest, AnOpeningAndTheEndWaitForAnotherProgram) {
     EXPECT_EXIT(end(), testing::ExitedWithCode(255), "another program has the file locked");
     EXPECT_EQ(RowsOnDisk("b.h5"), 1u);
   }
-  // An abort of a parallel job, which leaves its processes no time here.
+  // The abort of a parallel job does not wait here, since the job leaves its processes no time.
   const OtherProgram reader(Path("a.h5"), LOCK_SH);
   const FakeRuntime runtime(1);
   MyAbort_ChangeSleepSeconds(0);

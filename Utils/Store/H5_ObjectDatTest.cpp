@@ -16,7 +16,7 @@ using PlainH5::IsReport;
 using PlainH5::ReportOf;
 using PlainH5::Rows;
 
-// A table inside a group that stands for the file; opened and closed by hand.
+// The tests open and close their tables by hand, in a group that stands for the file.
 class DatTest : public testing::Test {
  protected:
   PlainH5::TempDir mDir;
@@ -38,7 +38,7 @@ TEST_F(DatTest, WritesTheLayoutThatOthersRead) {
     EXPECT_EQ(dat.GetExtents()[0], 5u);
     dat.WriteCache();
     dat.Append({5, 15});
-    // A chunk of rows that begins inside a chunk.
+    // These rows make a whole chunk, but begin inside one.
     dat.WriteManyStepsImmediately_(4, [](Tables::ColumnWriter& writer) {
       writer.Append(std::vector<double>{6, 7, 8, 9, 16, 17, 18, 19});
     });
@@ -83,7 +83,7 @@ TEST_F(DatTest, ReadsEveryLayoutAlike) {
     const MyVector<MyVector<double>> all = dat.RetrieveData();
     EXPECT_TRUE(std::ranges::equal(
         all, rows, {}, {}, [](const std::vector<double>& row) { return MyVector<double>(row); }));
-    // Runs within a chunk, over several, and next to one another.
+    // The runs lie within a chunk, over several, and next to one another.
     const std::vector<Tables::RowRun> runs = {{1, 2}, {3, 4}, {5, 38}, {38, 40}, {48, 50}};
     std::vector<double> picked(1 + 1 + 33 + 2 + 2);
     Tables::PendingReads reads;

@@ -36,7 +36,7 @@ class H5_LibraryTest : public testing::Test {
   std::uint64_t Rows(const std::string& name) const {
     return PlainH5::File::Open(mDir / name).Dims("G.dir/x.dat")[0];
   }
-  // A file of the program's own, with a group; left open.
+  // Makes a file of the program's own, with a group, and leaves it open.
   void Leave(const std::string& name) const {
     const hid_t file_id = H5Fcreate((mDir / name).c_str(), H5F_ACC_TRUNC, H5P_DEFAULT, H5P_DEFAULT);
     H5Gclose(H5Gcreate2(file_id, "g", H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT));
