@@ -15,7 +15,7 @@
 
 namespace {
 
-Holders Discover(const Inputs& inputs, const Options& options, const std::string& kind) {
+Holders Discover(const Inputs& inputs, const JoinOptions& options, const std::string& kind) {
   Holders found = FindEntries(inputs.Files(), "*." + kind, options.mSkip);
   if (!found.empty() && options.mVerbose) {
     std::cout << "found " << found.size() << " " << kind << "-datasets" << std::endl;
@@ -39,7 +39,7 @@ void FlushOutputToDisk(const FileDescriptor& written, const std::string& path) {
                                                 << "those that it had when it was closed");
 }
 
-void CleanUp(Inputs& inputs, CachedH5File& output, const Options& options) {
+void CleanUp(Inputs& inputs, CachedH5File& output, const JoinOptions& options) {
   const bool verbose = options.mVerbose;
   if (verbose) {
     std::cout << "all data processed, starting cleanup\n"
@@ -66,7 +66,7 @@ void CleanUp(Inputs& inputs, CachedH5File& output, const Options& options) {
 }  // namespace
 
 void JoinFiles(const CommandLineParser& parser) {
-  const Options options(parser);
+  const JoinOptions options(parser);
   ReportUnexpectedExit();
   if (options.mVerbose) {
     std::cout << "opening " << options.mInputs.Size() << " input files" << std::endl;

@@ -4,7 +4,7 @@
 
 #include "Utils/Store/CachedH5FileHolder.hpp"
 
-SelectedSteps SelectSteps(const Options& options, const std::vector<MyVector<double>>& times) {
+SelectedSteps SelectSteps(const JoinOptions& options, const std::vector<MyVector<double>>& times) {
   SelectedSteps steps;
   std::vector<MyVector<bool>> keep;
   steps.mKept = SelectTimeSteps(times, keep, options.mDeltaT, options.mNoWipe, steps.mMaximumGap);

@@ -6,14 +6,14 @@
 #include <string>
 #include <vector>
 
-#include "Executables/Kelmor/Inputs.hpp"
-#include "Executables/Kelmor/Options.hpp"
-#include "Executables/Kelmor/Progress.hpp"
-#include "Executables/Kelmor/SelectTimeSteps.hpp"
+#include "Executables/Series/Inputs.hpp"
+#include "Executables/Series/JoinOptions.hpp"
+#include "Executables/Series/Progress.hpp"
+#include "Executables/Series/SelectTimeSteps.hpp"
 
 /// Everything that a stage works with.
 struct JoinRun {
-  const Options& mOptions;
+  const JoinOptions& mOptions;
   Inputs& mInputs;
   CachedH5File& mOutput;
   Progress& mProgress;
@@ -34,7 +34,7 @@ struct SelectedSteps {
 };
 
 /// Runs the selection over the times of all holders.
-SelectedSteps SelectSteps(const Options& options, const std::vector<MyVector<double>>& times);
+SelectedSteps SelectSteps(const JoinOptions& options, const std::vector<MyVector<double>>& times);
 /// Tells its result, if verbose.
 void PrintSelection(const JoinRun& run, const JoinTask& task, const SelectedSteps& steps);
 

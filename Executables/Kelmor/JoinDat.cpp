@@ -1,8 +1,8 @@
 #include <algorithm>
 #include <memory>
 
-#include "Executables/Kelmor/Agreement.hpp"
 #include "Executables/Kelmor/Join.hpp"
+#include "Executables/Series/Agreement.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/Store/H5_ObjectDat.hpp"
 

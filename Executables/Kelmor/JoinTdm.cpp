@@ -1,8 +1,8 @@
 #include <algorithm>
 #include <iostream>
 
-#include "Executables/Kelmor/Agreement.hpp"
 #include "Executables/Kelmor/JoinIndexed.hpp"
+#include "Executables/Series/Agreement.hpp"
 #include "Utils/Store/H5_ObjectTdm.hpp"
 
 namespace {

@@ -1,7 +1,7 @@
 #include <iostream>
 
-#include "Executables/Kelmor/Agreement.hpp"
 #include "Executables/Kelmor/Join.hpp"
+#include "Executables/Series/Agreement.hpp"
 #include "Utils/Store/H5_ObjectTxt.hpp"
 
 void JoinTxt(JoinRun& run, const JoinTask& task) {

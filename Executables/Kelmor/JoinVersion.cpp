@@ -1,7 +1,7 @@
 #include <iostream>
 
-#include "Executables/Kelmor/Agreement.hpp"
 #include "Executables/Kelmor/Join.hpp"
+#include "Executables/Series/Agreement.hpp"
 
 void JoinVersion(JoinRun& run, const JoinTask& task) {
   const std::string& name = task.mName;

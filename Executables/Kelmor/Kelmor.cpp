@@ -1,5 +1,5 @@
 #include "Executables/Kelmor/Driver.hpp"
-#include "Executables/Kelmor/Options.hpp"
+#include "Executables/Kelmor/HelpText.hpp"
 #include "Utils/CommandLine/CommandLineParser.hpp"
 #include "Utils/ErrorHandling/Signals.hpp"
 #include "Utils/ErrorHandling/TerminateHandler.hpp"

@@ -9,11 +9,11 @@
 #include <sstream>
 #include <string_view>
 
-#include "Executables/Kelmor/Agreement.hpp"
 #include "Executables/Kelmor/Join.hpp"
 #include "Executables/Kelmor/JoinIndexed.hpp"
 #include "Executables/KelmorInfo/CompareRows.hpp"
 #include "Executables/KelmorInfo/Text.hpp"
+#include "Executables/Series/Agreement.hpp"
 #include "Utils/Store/H5_ObjectCoef.hpp"
 
 namespace {
@@ -38,7 +38,7 @@ std::string WithBits(double value, double other) {
 
 class Checker {
  public:
-  Checker(InputFiles& joined, InputFiles& files, const Options& options)
+  Checker(InputFiles& joined, InputFiles& files, const JoinOptions& options)
       : mJoined(joined.Opened()),
         mJoinedName(joined[0].mName),
         mFiles(files),
@@ -355,14 +355,14 @@ class Checker {
   Inputs& mJoined;
   const std::string mJoinedName;
   InputFiles& mFiles;
-  const Options& mOptions;
+  const JoinOptions& mOptions;
   CheckResult mResult;
   Progress mProgress;
 };
 
 }  // namespace
 
-CheckResult CheckJoin(InputFiles& joined, InputFiles& files, const Options& options) {
+CheckResult CheckJoin(InputFiles& joined, InputFiles& files, const JoinOptions& options) {
   joined.RequireAllOpen();
   files.RequireAllOpen();
   return Checker(joined, files, options).Check();

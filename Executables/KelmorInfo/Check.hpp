@@ -5,8 +5,8 @@
 #include <cstdint>
 #include <string>
 
-#include "Executables/Kelmor/Options.hpp"
 #include "Executables/KelmorInfo/InputFiles.hpp"
+#include "Executables/Series/JoinOptions.hpp"
 
 struct CheckResult {
   std::string mDifference;  // the first one; empty if there is none
@@ -17,4 +17,4 @@ struct CheckResult {
 
 /// `joined` holds the one file. Fails where the join itself would fail. Besides the steps' times
 /// and offsets, some mebibytes of values are in memory at a time, or one chunk of them.
-CheckResult CheckJoin(InputFiles& joined, InputFiles& files, const Options& options);
+CheckResult CheckJoin(InputFiles& joined, InputFiles& files, const JoinOptions& options);

@@ -5,7 +5,7 @@
 #include <optional>
 #include <vector>
 
-#include "Executables/Kelmor/SelectTimeSteps.hpp"
+#include "Executables/Series/SelectTimeSteps.hpp"
 #include "Utils/Store/H5_ObjectDat.hpp"
 
 /// A block of a joined table in memory, column after column.

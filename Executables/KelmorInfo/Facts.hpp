@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "Executables/Kelmor/Inputs.hpp"
+#include "Executables/Series/Inputs.hpp"
 #include "Utils/Store/H5_ObjectVersion.hpp"
 
 struct TimeRange {

@@ -82,7 +82,7 @@ InfoOptions::InfoOptions(const CommandLineParser& parser)
       mJson(parser.Get<bool>("json", false)),
       mPicture(parser.Get<std::string>("svg", "")),
       mJoined(parser.Get<std::string>("check", "")),
-      mJoin(parser, Options::Output::Optional) {
+      mJoin(parser, JoinOptions::Output::Optional) {
   RequireOptionsOf(mMode, parser);
   parser.TerminateIfThereAreUnusedOptions();
   REQUIRE(!mJoin.mInputs.empty(), "No file was given.");

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "Executables/Kelmor/Options.hpp"
+#include "Executables/Series/JoinOptions.hpp"
 #include "Utils/CommandLine/CommandLineParser.hpp"
 
 /// The help text of the program.
@@ -22,7 +22,7 @@ struct InfoOptions {
   bool mJson;
   std::string mPicture;  // file to draw the plan to, or empty
   std::string mJoined;   // file to check, or empty
-  Options mJoin;         // of the join that is planned or checked; the files
+  JoinOptions mJoin;     // of the join that is planned or checked; the files
 };
 
 /// Whether the command line asks for a plan, as far as that can be said before it is read.

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "Executables/Kelmor/Inputs.hpp"
+#include "Executables/Series/Inputs.hpp"
 
 /// Why a file cannot be opened, and what may help; the latter may be empty.
 struct OpenProblem {

@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <cmath>
 
-#include "Executables/Kelmor/Agreement.hpp"
 #include "Executables/Kelmor/Join.hpp"
 #include "Executables/Kelmor/JoinIndexed.hpp"
 #include "Executables/KelmorInfo/Text.hpp"
+#include "Executables/Series/Agreement.hpp"
 #include "Utils/ErrorHandling/CodeError.hpp"
 #include "Utils/Process/Files.hpp"
 #include "Utils/Store/H5_ObjectCoef.hpp"
@@ -72,7 +72,7 @@ PlannedFile PlanFile(int file, const MyVector<double>& times, const std::vector<
 
 class Planner {
  public:
-  Planner(InputFiles& files, const Options& options) : mFiles(files), mOptions(options) {
+  Planner(InputFiles& files, const JoinOptions& options) : mFiles(files), mOptions(options) {
     mPlan.mFiles = files.Files();
     mPlan.mDeltaT = options.mDeltaT;
     mPlan.mNoWipe = options.mNoWipe;
@@ -274,14 +274,14 @@ class Planner {
   }
 
   InputFiles& mFiles;
-  const Options& mOptions;
+  const JoinOptions& mOptions;
   Plan mPlan;
   PlannedSteps mSteps;  // of the dataset that is being planned
 };
 
 }  // namespace
 
-Plan MakePlan(InputFiles& files, const Options& options) {
+Plan MakePlan(InputFiles& files, const JoinOptions& options) {
   const Vexa_H5::MuteH5Errors mute;
   return Planner(files, options).Make();
 }

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "Executables/Kelmor/Options.hpp"
 #include "Executables/KelmorInfo/InputFiles.hpp"
+#include "Executables/Series/JoinOptions.hpp"
 
 /// Neighbouring steps of one file that are all kept, without a gap between them, or all wiped.
 struct PlanPiece {
@@ -84,4 +84,4 @@ struct Plan {
 };
 
 /// Fails only if the glob of datasets to be skipped is none.
-Plan MakePlan(InputFiles& files, const Options& options);
+Plan MakePlan(InputFiles& files, const JoinOptions& options);

@@ -10,10 +10,10 @@
 #include <optional>
 #include <set>
 
-#include "Executables/Kelmor/Agreement.hpp"
 #include "Executables/KelmorInfo/Svg.hpp"
 #include "Executables/KelmorInfo/Text.hpp"
 #include "Executables/KelmorInfo/TimeScale.hpp"
+#include "Executables/Series/Agreement.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/StringParsing/PathUtilities.hpp"
 

@@ -4,8 +4,8 @@
 #include <ostream>
 #include <sstream>
 
-#include "Executables/Kelmor/Agreement.hpp"
 #include "Executables/KelmorInfo/Text.hpp"
+#include "Executables/Series/Agreement.hpp"
 
 namespace {
 

@@ -4,7 +4,8 @@
 #include <sstream>
 #include <vector>
 
-#include "Executables/Kelmor/Options.hpp"
+#include "Executables/Kelmor/HelpText.hpp"
+#include "Executables/Series/JoinOptions.hpp"
 #include "Tests/Fuzz/Fuzz.hpp"
 #include "Utils/CommandLine/CommandLineParser.hpp"
 #include "Utils/StringParsing/SplitStrings.hpp"
@@ -69,7 +70,7 @@ void Fuzz::Target(std::string_view input) {
     const CommandLineParser parser(static_cast<int>(argv.size()), argv.data(), HelpText(),
                                    sBooleanOptions);
     Succeeds([&] {
-      const Options options(parser, Options::Output::Optional);
+      const JoinOptions options(parser, JoinOptions::Output::Optional);
       FUZZ_CHECK(options.mDeltaT >= 0, std::to_string(options.mDeltaT));
     });
     CheckNothingIsLost(parser, arguments);

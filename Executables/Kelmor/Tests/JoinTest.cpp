@@ -5,8 +5,8 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "Executables/Kelmor/Inputs.hpp"
 #include "Executables/Kelmor/Tests/KelmorFixture.hpp"
+#include "Executables/Series/Inputs.hpp"
 #include "Utils/Store/H5_ObjectDat.hpp"
 
 namespace {

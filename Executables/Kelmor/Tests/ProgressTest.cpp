@@ -1,4 +1,4 @@
-#include "Executables/Kelmor/Progress.hpp"
+#include "Executables/Series/Progress.hpp"
 
 #include <gmock/gmock.h>
 #include <pty.h>

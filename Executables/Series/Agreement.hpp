@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "Executables/Kelmor/Inputs.hpp"
+#include "Executables/Series/Inputs.hpp"
 #include "Utils/Store/H5_ObjectDat.hpp"
 #include "Utils/Store/H5_ObjectTdm.hpp"
 #include "Utils/Store/H5_ObjectTxt.hpp"

@@ -6,15 +6,12 @@
 #include "Utils/CommandLine/CommandLineParser.hpp"
 #include "Utils/Containers/MyVector.hpp"
 
-/// The help text of the tool: usage, the note about serial programs, options.
-std::string HelpText();
-
-/// What a run of the tool was asked for.
-struct Options {
+/// What a join was asked for, by a program that makes it or one that plans or checks it.
+struct JoinOptions {
   /// Reads and checks the options in the documented order; the byte limit goes to the file cache.
   /// Programs that write no output do not need its name.
   enum class Output { Required, Optional };
-  explicit Options(const CommandLineParser& parser, Output output = Output::Required);
+  explicit JoinOptions(const CommandLineParser& parser, Output output = Output::Required);
 
   double mDeltaT;
   bool mVerbose;

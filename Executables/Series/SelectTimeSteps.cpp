@@ -1,4 +1,4 @@
-#include "Executables/Kelmor/SelectTimeSteps.hpp"
+#include "Executables/Series/SelectTimeSteps.hpp"
 
 #include <algorithm>
 

@@ -1,4 +1,4 @@
-#include "Executables/Kelmor/Inputs.hpp"
+#include "Executables/Series/Inputs.hpp"
 
 #include <algorithm>
 #include <exception>

@@ -1,4 +1,4 @@
-#include "Executables/Kelmor/Agreement.hpp"
+#include "Executables/Series/Agreement.hpp"
 
 #include <algorithm>
 #include <iterator>

@@ -1,4 +1,4 @@
-#include "Executables/Kelmor/Progress.hpp"
+#include "Executables/Series/Progress.hpp"
 
 #include <sys/ioctl.h>
 #include <unistd.h>
