@@ -1,11 +1,12 @@
 #include "Executables/Kelmor/Driver.hpp"
 
+#include <algorithm>
 #include <cerrno>
 #include <iostream>
 #include <memory>
 #include <optional>
 
-#include "Executables/Kelmor/Join.hpp"
+#include "Executables/Series/Series.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/ErrorHandling/TerminateHandler.hpp"
 #include "Utils/HDF5/H5_Utils.hpp"
@@ -15,12 +16,36 @@
 
 namespace {
 
-Holders Discover(const Inputs& inputs, const JoinOptions& options, const std::string& kind) {
-  Holders found = FindEntries(inputs.Files(), "*." + kind, options.mSkip);
-  if (!found.empty() && options.mVerbose) {
-    std::cout << "found " << found.size() << " " << kind << "-datasets" << std::endl;
+// Version records are joined first, but told last.
+void PrintFound(const std::vector<Dataset>& datasets) {
+  std::vector<const SeriesKind*> kinds;
+  for (const SeriesKind& kind : SeriesKinds()) {
+    kinds.push_back(&kind);
   }
-  return found;
+  std::ranges::rotate(kinds, kinds.begin() + 1);
+  for (const SeriesKind* kind : kinds) {
+    const auto found = std::ranges::count(datasets, kind, &Dataset::mpKind);
+    if (found > 0) {
+      std::cout << "found " << found << " " << kind->mExtension << "-datasets" << std::endl;
+    }
+  }
+}
+
+void JoinDatasets(const SeriesRun& run, const std::vector<Dataset>& datasets,
+                  CachedH5File& output) {
+  for (const SeriesKind& kind : SeriesKinds()) {
+    run.mProgress.Stage("joining " + kind.mTitle);
+    for (const Dataset& dataset : datasets) {
+      if (dataset.mpKind == &kind) {
+        run.mProgress.NextDataset();
+        MakeSeries(run, dataset)->Join(output);
+        TheCachedH5FileHolder().CheckForEmergencyWriteCache();
+      }
+    }
+    if (run.mOptions.mVerbose && !kind.mFarewell.empty()) {
+      std::cout << kind.mFarewell << std::endl;
+    }
+  }
 }
 
 // Flushes the file that was written and has been closed, and fails unless it still has its name.
@@ -78,14 +103,11 @@ void JoinFiles(const CommandLineParser& parser) {
   const bool isFileName = !OutputFile.empty() && !OutputFile.ends_with('/');
   REQUIRE(isFileName, "OutputFile '" << OutputFile << "' is not the name of a file");
 
-  // Version records are joined first.
-  const Holders dat = Discover(inputs, options, "dat");
-  const Holders coef = Discover(inputs, options, "coef");
-  const Holders tdm = Discover(inputs, options, "tdm");
-  const Holders txt = Discover(inputs, options, "txt");
-  const Holders ver = Discover(inputs, options, "ver");
-  const std::uint64_t datasets = dat.size() + coef.size() + tdm.size() + txt.size() + ver.size();
-  if (datasets == 0) {
+  const std::vector<Dataset> datasets = FindDatasets(inputs, options.mSkip);
+  if (options.mVerbose) {
+    PrintFound(datasets);
+  }
+  if (datasets.empty()) {
     if (options.mVerbose) {
       std::cout << "no datasets found.  Will not create " << OutputFile << std::endl;
     }
@@ -95,20 +117,7 @@ void JoinFiles(const CommandLineParser& parser) {
 
   // A part of a join must not pass for the whole, so the output is readable when it is finished.
   const std::unique_ptr<CachedH5File> output = CachedH5File::CreateUnfinished(OutputFile);
-  Progress progress(!options.mVerbose, datasets, inputs.TotalBytes());
-  JoinRun run{options, inputs, *output, progress};
-  progress.Stage("joining version records");
-  ForEachDataset(run, ver, JoinVersion);
-  progress.Stage("joining tables");
-  ForEachDataset(run, dat, JoinDat);
-  progress.Stage("joining sets of coefficients");
-  ForEachDataset(run, coef, JoinCoef);
-  progress.Stage("joining tensor series");
-  ForEachDataset(run, tdm, JoinTdm);
-  if (options.mVerbose) {
-    std::cout << "all Tdm sets joined and written" << std::endl;
-  }
-  progress.Stage("joining texts");
-  ForEachDataset(run, txt, JoinTxt);
+  Progress progress(!options.mVerbose, datasets.size(), inputs.TotalBytes());
+  JoinDatasets({inputs, options, progress}, datasets, *output);
   CleanUp(inputs, *output, options);
 }

@@ -24,7 +24,7 @@ void FinishOutput() {
 
 void List(const InfoOptions& options) {
   const InputFiles files(options.mJoin.mInputs);
-  const Listing listing = MakeListing(files, options.mJoin.mSkip);
+  const Listing listing = MakeListing(files, options.mJoin);
   if (options.mJson) {
     PrintListingAsJson(std::cout, listing);
   } else {

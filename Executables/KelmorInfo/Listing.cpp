@@ -6,6 +6,8 @@
 #include <ostream>
 
 #include "Executables/KelmorInfo/Text.hpp"
+#include "Executables/Series/Series.hpp"
+#include "Utils/ErrorHandling/CodeError.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
 
 namespace {
@@ -251,22 +253,40 @@ Json ToJson(const UnionFacts& all) {
   return json;
 }
 
+// Reads the facts. What fails does not end the run: it becomes the facts' problem.
+Facts ReadFacts(Series& series, const Dataset& dataset, CachedH5File& file) {
+  Facts facts;
+  facts.mName = dataset.mName;
+  facts.mKind = dataset.mpKind->mExtension;
+  const Vexa_H5::MuteH5Errors mute;
+  try {
+    series.Describe(0, facts);
+  } catch (const CodeError& error) {
+    facts.mProblem = ReasonOf(error);
+    // Closes what the failure left open.
+    file.CloseFile();
+  }
+  return facts;
+}
+
 }  // namespace
 
-Listing MakeListing(const InputFiles& files, const std::string& skip) {
+Listing MakeListing(const InputFiles& files, const JoinOptions& options) {
   Listing listing;
   listing.mFiles = files.Files();
   listing.mDatasets.resize(listing.mFiles.size());
   listing.mExternalFiles.resize(listing.mFiles.size());
+  Progress progress(false, 0, 0);
   for (std::size_t i = 0; i < listing.mFiles.size(); ++i) {
     if (!listing.mFiles[i].mOpens) {
       continue;
     }
     Inputs inputs = files.OpenAlone(static_cast<int>(i));
-    for (const std::string& name : inputs[0].GetNames("*", false)) {
-      if (!IsSkipped(name, skip)) {
-        listing.mDatasets[i].push_back(ReadFacts(inputs, 0, name));
-      }
+    std::vector<Dataset> datasets = FindDatasets(inputs, options.mSkip);
+    std::ranges::sort(datasets, {}, &Dataset::mName);
+    for (const Dataset& dataset : datasets) {
+      const auto series = MakeSeries({inputs, options, progress}, dataset);
+      listing.mDatasets[i].push_back(ReadFacts(*series, dataset, inputs[0]));
     }
     for (const auto& [path, stamp] : inputs[0].ExternalFiles()) {
       listing.mExternalFiles[i].push_back(path);

@@ -8,8 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "Executables/KelmorInfo/Facts.hpp"
 #include "Executables/KelmorInfo/InputFiles.hpp"
+#include "Executables/Series/Facts.hpp"
+#include "Executables/Series/JoinOptions.hpp"
 
 /// One name in all files that have it. What may differ between them is there once for each form
 /// that it takes, in the order of the files.
@@ -35,7 +36,7 @@ struct Listing {
   std::vector<UnionFacts> mUnion;                        // ascending by name
 };
 
-Listing MakeListing(const InputFiles& files, const std::string& skip);
+Listing MakeListing(const InputFiles& files, const JoinOptions& options);
 
 void PrintListing(std::ostream& os, const Listing& listing, bool verbose);
 void PrintListingAsJson(std::ostream& os, const Listing& listing);

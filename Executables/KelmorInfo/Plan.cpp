@@ -3,20 +3,13 @@
 #include <algorithm>
 #include <cmath>
 
-#include "Executables/Kelmor/Join.hpp"
-#include "Executables/Kelmor/JoinIndexed.hpp"
 #include "Executables/KelmorInfo/Text.hpp"
-#include "Executables/Series/Agreement.hpp"
+#include "Executables/Series/SteppedSeries.hpp"
 #include "Utils/ErrorHandling/CodeError.hpp"
 #include "Utils/Process/Files.hpp"
-#include "Utils/Store/H5_ObjectCoef.hpp"
 #include "Utils/StringParsing/PathUtilities.hpp"
 
 namespace {
-
-using namespace H5_Objects;
-
-constexpr std::uint64_t sDouble = sizeof(double);
 
 // Times of the kept steps, one after the other.
 std::vector<double> KeptTimes(const std::vector<MyVector<double>>& times,
@@ -92,31 +85,37 @@ class Planner {
   }
 
   Plan Make() {
-    PlanKind("ver", &Planner::PlanVersion);
-    PlanKind("dat", &Planner::PlanDat);
-    PlanKind("coef", &Planner::PlanCoef);
-    PlanKind("tdm", &Planner::PlanTdm);
-    PlanKind("txt", &Planner::PlanTxt);
+    for (const Dataset& dataset : FindDatasets(mFiles.Opened(), mOptions.mSkip)) {
+      mPlan.mDatasets.push_back(PlanDataset(dataset));
+      mPlan.mBytes += mPlan.mDatasets.back().mBytes;
+    }
     return std::move(mPlan);
   }
 
  private:
-  using Stage = void (Planner::*)(PlannedDataset&, const std::vector<int>&);
-
-  void PlanKind(const std::string& kind, Stage stage) {
-    const Holders found = FindEntries(mFiles.Opened().Files(), "*." + kind, mOptions.mSkip);
-    for (const auto& [name, holders] : found) {
-      PlannedDataset dataset;
-      dataset.mName = name;
-      dataset.mKind = kind;
-      const std::size_t before = mPlan.mDisagreements.size();
-      mSteps = {};
-      (this->*stage)(dataset, holders);
-      dataset.mAgrees = mPlan.mDisagreements.size() == before;
-      dataset.mSteps = ShareSteps();
-      mPlan.mBytes += dataset.mBytes;
-      mPlan.mDatasets.push_back(std::move(dataset));
+  PlannedDataset PlanDataset(const Dataset& dataset) {
+    PlannedDataset planned{dataset.mName, dataset.mpKind->mExtension};
+    const std::size_t before = mPlan.mDisagreements.size();
+    mSteps = {};
+    const auto series = MakeSeries({mFiles.Opened(), mOptions, mProgress}, dataset);
+    for (int file = 0; file < mFiles.Opened().Size(); ++file) {
+      Try(dataset, file, [&] { series->RequireJoinable(mFiles.Opened()[file]); });
     }
+    for (const int file : dataset.mFiles) {
+      Try(dataset, file, [&] {
+        if (series->TakeIn(file, Series::Depth::TimesIfReadable)) {
+          mSteps.mFiles.push_back({mFiles.NumberOf(file), 0, 0, {}});
+        }
+      });
+    }
+    ReportGroups(dataset, series->Agreed());
+    if (SteppedSeries* stepped = series->AsStepped()) {
+      PlanSteps(*stepped);
+    }
+    planned.mBytes = series->Bytes();
+    planned.mAgrees = mPlan.mDisagreements.size() == before;
+    planned.mSteps = ShareSteps();
+    return planned;
   }
 
   // The number of the steps just planned among the plan's, which gets them if they are new.
@@ -136,48 +135,18 @@ class Planner {
 
   // Does something for one file. A failure is noted, and the next file has its turn.
   template <class Action>
-  bool Try(const std::string& dataset, int opened, const Action& action) {
+  void Try(const Dataset& dataset, int opened, const Action& action) {
     try {
       action();
-      return true;
     } catch (const CodeError& error) {
-      Disagree(dataset, mFiles.OpenedFile(opened).mName, ReasonOf(error));
-      // What the failure left open.
+      Disagree(dataset.mName, mFiles.OpenedFile(opened).mName, ReasonOf(error));
+      // Closes what the failure left open.
       mFiles.Opened()[opened].CloseFile();
-      return false;
     }
   }
 
-  // Hands the dataset in each file that holds it to `read`; counts the files that it succeeds on.
-  template <class KIND, class Read>
-  void ForEachHolder(PlannedDataset& dataset, const std::vector<int>& holders, const Read& read) {
-    for (const int file : holders) {
-      if (Try(dataset.mName, file,
-              [&] { mFiles.Opened().Visit<KIND>(file, dataset.mName, read); })) {
-        mSteps.mFiles.push_back({mFiles.NumberOf(file), 0, 0, {}});
-      }
-    }
-  }
-
-  // The same for files that must agree: those that are not like the first are not counted, and
-  // told together.
-  template <class KIND, class AGREEMENT, class Read>
-  void ForEachAgreeing(PlannedDataset& dataset, const std::vector<int>& holders,
-                       AGREEMENT& agreement, const Read& read) {
-    for (const int file : holders) {
-      bool agrees = true;
-      const auto readAgreeing = [&](const KIND& object) {
-        agrees = agreement.Take(object, file);
-        if (agrees) {
-          read(object);
-        }
-      };
-      if (Try(dataset.mName, file,
-              [&] { mFiles.Opened().Visit<KIND>(file, dataset.mName, readAgreeing); }) &&
-          agrees) {
-        mSteps.mFiles.push_back({mFiles.NumberOf(file), 0, 0, {}});
-      }
-    }
+  // Files that are not like the first are told together.
+  void ReportGroups(const Dataset& dataset, const Agreement& agreement) {
     if (agreement.IsReached()) {
       return;
     }
@@ -191,8 +160,10 @@ class Planner {
     mPlan.mDisagreements.push_back(std::move(disagreement));
   }
 
-  SelectedSteps Select(const std::vector<MyVector<double>>& times) {
-    SelectedSteps steps = SelectSteps(mOptions, times);
+  void PlanSteps(SteppedSeries& series) {
+    series.Select(mOptions.mNoWipe);
+    const SelectedSteps& steps = series.Steps();
+    const std::vector<MyVector<double>>& times = series.Times();
     mSteps.mHasTimes = true;
     mSteps.mKept = static_cast<std::uint64_t>(steps.mKept);
     mSteps.mTotal = static_cast<std::uint64_t>(steps.mTotal);
@@ -210,73 +181,13 @@ class Planner {
       file = PlanFile(file.mFile, times[i], steps.mRuns[i], gapFollows, keptBefore);
       keptBefore += file.mKept;
     }
-    return steps;
-  }
-
-  void PlanVersion(PlannedDataset& dataset, const std::vector<int>& holders) {
-    for (int file = 0; file < mFiles.Opened().Size(); ++file) {
-      Try(dataset.mName, file,
-          [&] { RequireNoSimilarRecord(mFiles.Opened()[file], dataset.mName); });
-    }
-    VersionAgreement agreement(dataset.mName);
-    ForEachAgreeing<Version>(dataset, holders, agreement, [](const Version&) {});
-    for (const auto& [hash, help] : agreement.History()) {
-      dataset.mBytes += hash.size() + help.size();
-    }
-  }
-
-  void PlanDat(PlannedDataset& dataset, const std::vector<int>& holders) {
-    TableAgreement agreement(dataset.mName);
-    std::vector<MyVector<double>> times;
-    ForEachAgreeing<Dat>(dataset, holders, agreement, [&](const Dat& dat) {
-      dat.RequireReadable();
-      times.push_back(dat.RetrieveTimes());
-    });
-    Select(times);
-    dataset.mBytes = mSteps.mKept * static_cast<std::uint64_t>(agreement.Columns()) * sDouble;
-  }
-
-  void PlanCoef(PlannedDataset& dataset, const std::vector<int>& holders) {
-    std::vector<StepIndex> indices;
-    ForEachHolder<Coef>(dataset, holders, [&](const Coef& coef) {
-      coef.Values().RequireReadable();
-      indices.push_back(coef.RetrieveIndex_());
-    });
-    PlanIndexed(dataset, indices, 2);
-  }
-
-  void PlanTdm(PlannedDataset& dataset, const std::vector<int>& holders) {
-    TensorAgreement agreement(dataset.mName);
-    std::vector<StepIndex> indices;
-    ForEachAgreeing<Tdm>(dataset, holders, agreement, [&](const Tdm& tdm) {
-      tdm.Values().RequireReadable();
-      indices.push_back(tdm.RetrieveCheckedIndex_());
-    });
-    PlanIndexed(dataset, indices, 2 + static_cast<std::uint64_t>(agreement.DataMeshDim()));
-  }
-
-  void PlanIndexed(PlannedDataset& dataset, const std::vector<StepIndex>& indices,
-                   std::uint64_t indexColumns) {
-    std::vector<MyVector<double>> times;
-    for (const StepIndex& index : indices) {
-      times.emplace_back(index.mTimes);
-    }
-    const SelectedSteps steps = Select(times);
-    std::uint64_t values = mSteps.mKept * indexColumns;
-    for (std::size_t i = 0; i < indices.size(); ++i) {
-      values += CountValues(indices[i], steps.mRuns[i]);
-    }
-    dataset.mBytes = values * sDouble;
-  }
-
-  void PlanTxt(PlannedDataset& dataset, const std::vector<int>& holders) {
-    ForEachHolder<Txt>(dataset, holders, [&](Txt& txt) { dataset.mBytes += TextOf(txt).size(); });
   }
 
   InputFiles& mFiles;
   const JoinOptions& mOptions;
   Plan mPlan;
   PlannedSteps mSteps;  // of the dataset that is being planned
+  Progress mProgress{false, 0, 0};
 };
 
 }  // namespace

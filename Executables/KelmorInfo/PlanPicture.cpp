@@ -9,6 +9,7 @@
 #include <memory>
 #include <optional>
 #include <set>
+#include <span>
 
 #include "Executables/KelmorInfo/Svg.hpp"
 #include "Executables/KelmorInfo/Text.hpp"

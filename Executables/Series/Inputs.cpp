@@ -95,22 +95,22 @@ bool IsSkipped(const std::string& name, const std::string& skip) {
   return !skip.empty() && !name.ends_with(".ver") && GlobMatches(skip, name);
 }
 
-Holders FindEntries(const MyVector<CachedH5File>& inputs, const std::string& pattern,
+Entries FindEntries(const MyVector<CachedH5File>& inputs, const std::string& pattern,
                     const std::string& skip) {
-  Holders holders;
+  Entries entries;
   for (int file = 0; file < inputs.Size(); ++file) {
     for (const std::string& name : inputs[file].GetNames(pattern, false)) {
       if (IsSkipped(name, skip)) {
         continue;
       }
-      if (std::vector<int>* files = holders.Find(name)) {
+      if (std::vector<int>* files = entries.Find(name)) {
         files->push_back(file);
       } else {
-        holders.Insert(name, 1, file);
+        entries.Insert(name, 1, file);
       }
     }
   }
-  return holders;
+  return entries;
 }
 
 MyMap<std::string, int> ParseEntries(const MyVector<CachedH5File>& inputs,

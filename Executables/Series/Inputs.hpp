@@ -82,8 +82,8 @@ bool IsSkipped(const std::string& name, const std::string& skip);
 /// For each dataset name that matches the pattern and is not skipped, the files that hold it,
 /// ascending. Names come in the order of joining: those of the first file that has any, ascending,
 /// then those that a later file adds.
-using Holders = MyMap<std::string, std::vector<int>>;
-Holders FindEntries(const MyVector<CachedH5File>& inputs, const std::string& pattern,
+using Entries = MyMap<std::string, std::vector<int>>;
+Entries FindEntries(const MyVector<CachedH5File>& inputs, const std::string& pattern,
                     const std::string& skip);
 
 /// The same with the number of files for each name.

@@ -4,7 +4,7 @@
 #include <functional>
 #include <numeric>
 
-#include "Executables/KelmorInfo/CompareRows.hpp"
+#include "Executables/KelmorInfo/Check.hpp"
 #include "Executables/KelmorInfo/Tests/InfoFixture.hpp"
 #include "Utils/HDF5/Handle.hpp"
 
@@ -14,7 +14,7 @@ namespace fs = std::filesystem;
 using PlainH5::File;
 using testing::HasSubstr;
 
-TEST(CompareRows, BlocksCoverATableInWholeChunks) {
+TEST(Check, BlocksCoverATableInWholeChunks) {
   struct Case {
     std::uint64_t mRows;
     std::uint64_t mColumns;
@@ -25,12 +25,12 @@ TEST(CompareRows, BlocksCoverATableInWholeChunks) {
   const Case cases[] = {
       {0, 5, 1, 0},
       {10, 3, 10, 1},
-      {4 * mega, 1, 4 * mega, 1},
-      {mega, 10, mega, 3},           // four columns at a time
+      {2 * mega, 1, 2 * mega, 1},
+      {mega / 2, 10, mega / 2, 3},   // four columns at a time
       {50 * mega, 2, 50 * mega, 2},  // a chunk is longer than a block
-      {9 * mega, 1, 131072, 3},
-      {9 * mega, 2, 0, 6},  // not chunked
-      {mega, 10, 3 * mega / 10, 3},
+      {5 * mega, 1, 131072, 3},
+      {5 * mega, 2, 0, 6},  // not chunked
+      {mega / 2, 10, 3 * mega / 20, 3},
   };
   for (const Case& c : cases) {
     Tables::TableLayout layout;
@@ -45,7 +45,7 @@ TEST(CompareRows, BlocksCoverATableInWholeChunks) {
       EXPECT_LE(block.mFirstColumn + block.mColumns, c.mColumns);
       EXPECT_LE(block.mFirstRow + block.mRows, c.mRows);
       EXPECT_EQ(block.mFirstRow % std::max<std::uint64_t>(c.mChunkRows, 1), 0u);
-      EXPECT_LE(block.mRows * block.mColumns, std::max(4 * mega, c.mChunkRows));
+      EXPECT_LE(block.mRows * block.mColumns, std::max(2 * mega, c.mChunkRows));
     }
     EXPECT_EQ(values, c.mRows * c.mColumns);
   }

@@ -1,0 +1,20 @@
+#pragma once
+
+#include "Executables/Series/IndexedSeries.hpp"
+#include "Utils/Store/H5_ObjectCoef.hpp"
+
+class CoefSeries : public IndexedSeries {
+ public:
+  using Object = H5_Objects::Coef;
+  CoefSeries(const SeriesRun& run, const Dataset& dataset) : IndexedSeries(run, dataset) {}
+
+  bool TakeIn(int file, Depth depth) override;
+  void Describe(int file, Facts& facts) override;
+
+ private:
+  MyVector<std::string> OutputIndexLegend() const override {
+    return Object::IndexLegend(TimeDescription());
+  }
+  void VisitTable(int file, const std::function<void(const H5_Objects::Dat&)>& visit) override;
+  void Write(CachedH5File& output) override;
+};

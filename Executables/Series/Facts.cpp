@@ -1,0 +1,30 @@
+#include "Executables/Series/Facts.hpp"
+
+#include <algorithm>
+#include <cmath>
+
+void TimeRange::Include(const TimeRange& other) {
+  mFirst = std::min(mFirst, other.mFirst);
+  mLast = std::max(mLast, other.mLast);
+}
+
+void Facts::AddStorage(const H5_Objects::DataSet& dataset) {
+  Tables::Storage storage = dataset.Storage();
+  mStoredBytes = Sum(mStoredBytes, storage.mBytes);
+  mFilters = std::move(storage.mFilters);
+}
+
+void Facts::SetTimes(const MyVector<double>& times) {
+  mSteps = times.size();
+  for (const double time : times) {
+    if (!std::isnan(time)) {
+      mTimes = mTimes.value_or(TimeRange{time, time});
+      mTimes->Include({time, time});
+    }
+  }
+}
+
+std::optional<std::uint64_t> Sum(const std::optional<std::uint64_t>& a,
+                                 const std::optional<std::uint64_t>& b) {
+  return a && b ? std::optional(*a + *b) : std::nullopt;
+}

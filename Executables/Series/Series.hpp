@@ -1,0 +1,84 @@
+// A dataset across all files that hold it, as if they were joined. Whoever joins, plans, checks or
+// lists a dataset does it through its series, so all that is particular to a kind stands in the
+// kind's class, and SeriesKinds.cpp is the only place that names it.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include "Executables/Series/Agreement.hpp"
+#include "Executables/Series/Facts.hpp"
+#include "Executables/Series/Inputs.hpp"
+#include "Executables/Series/JoinOptions.hpp"
+#include "Executables/Series/Progress.hpp"
+#include "Executables/Series/SeriesKinds.hpp"
+
+class SteppedSeries;
+class TextSeries;
+
+/// What all series of a run work with.
+struct SeriesRun {
+  Inputs& mInputs;
+  const JoinOptions& mOptions;
+  Progress& mProgress;
+};
+
+class Series {
+ public:
+  /// How much TakeIn() reads of a file: what must agree, and from Times on also the times.
+  /// TimesIfReadable fails if the values cannot be read for another reason than damage. Values also
+  /// reads values that are few enough to be held until they are written.
+  enum class Depth { Agreement, Times, TimesIfReadable, Values };
+
+  /// Something small that a join writes besides the values, and what it is called in reports.
+  struct Property {
+    std::string mName;
+    std::variant<std::string, MyVector<std::string>> mValue;
+  };
+
+  Series(const SeriesRun& run, const Dataset& dataset)
+      : mRun(run), mDataset(dataset), mAgreement(dataset.mName) {}
+  virtual ~Series() = default;
+  Series(const Series&) = delete;
+  Series& operator=(const Series&) = delete;
+
+  /// Fails if the file, which may hold the dataset or not, keeps the others from being joined.
+  virtual void RequireJoinable(const CachedH5File& /*file*/) const {}
+  /// Reads the dataset in one more file. Returns whether it agrees with the first file; of one that
+  /// does not, only what must agree is read.
+  virtual bool TakeIn(int file, Depth depth) = 0;
+  /// Takes in every file that holds the dataset, and fails unless they agree.
+  void TakeInAll(Depth depth);
+
+  /// All below is about the files that were taken in.
+  const Agreement& Agreed() const { return mAgreement; }
+  /// The bytes of what is kept, uncompressed.
+  virtual std::uint64_t Bytes() const = 0;
+  /// Whether a join writes the dataset at all.
+  virtual bool IsWritten() const { return Bytes() > 0; }
+  /// The properties as a join writes them, or as they stand in the first file.
+  virtual std::vector<Property> Properties(bool /*asInFile*/) const { return {}; }
+  /// The series itself if its kind has times, or if it is of texts, else null.
+  virtual SteppedSeries* AsStepped() { return nullptr; }
+  virtual TextSeries* AsText() { return nullptr; }
+
+  /// Takes in all files and writes them to the output.
+  virtual void Join(CachedH5File& output) = 0;
+  /// Reads what there is to say about the dataset in one file.
+  virtual void Describe(int file, Facts& facts) = 0;
+
+ protected:
+  const std::string& Name() const { return mDataset.mName; }
+  template <class KIND, class Read>
+  auto Visit(int file, const Read& read) {
+    return mRun.mInputs.Visit<KIND>(file, Name(), read);
+  }
+
+  SeriesRun mRun;
+  const Dataset& mDataset;
+  Agreement mAgreement;
+};

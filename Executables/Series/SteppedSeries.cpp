@@ -1,0 +1,252 @@
+#include "Executables/Series/SteppedSeries.hpp"
+
+#include <algorithm>
+#include <iostream>
+#include <optional>
+
+#include "Utils/ErrorHandling/Require.hpp"
+
+using H5_Objects::Dat;
+using Tables::ColumnBlock;
+using Tables::RowRun;
+
+namespace {
+
+constexpr std::uint64_t sSmallTableBytes = 1024 * 1024;
+
+std::uint64_t CountRows(const std::vector<RowRun>& runs) {
+  std::uint64_t rows = 0;
+  for (const RowRun& run : runs) {
+    rows += run.Size();
+  }
+  return rows;
+}
+
+// Copies runs of a column whose row `firstRow` is the first in memory.
+void CopyRuns(const double* column, std::uint64_t firstRow, const std::vector<RowRun>& runs,
+              double* values) {
+  for (const RowRun& run : runs) {
+    values = std::copy_n(column + (run.mFirst - firstRow), run.Size(), values);
+  }
+}
+
+}  // namespace
+
+bool SteppedSeries::Input::Has(std::uint64_t column, const std::vector<RowRun>& runs) const {
+  return mValues != nullptr && column >= mWindow.mFirstColumn &&
+         column < mWindow.mFirstColumn + mWindow.mColumns &&
+         runs.front().mFirst >= mWindow.mFirstRow &&
+         runs.back().mOnePastLast <= mWindow.mFirstRow + mWindow.mRows;
+}
+
+void SteppedSeries::Input::Fill(const Dat& table, const ColumnBlock& window) {
+  mValues.reset();
+  mValues = std::make_unique_for_overwrite<double[]>(window.mColumns * window.mRows);
+  mWindow = window;
+  table.RetrieveColumns_(window, mValues.get());
+}
+
+SteppedSeries::Input SteppedSeries::ReadInput(int file, const Dat& table, Depth depth) {
+  const Tables::TableLayout& layout = table.Layout();
+  Input input{file, layout.mRows, layout, layout.mStoredBytes};
+  if (depth != Depth::Values) {
+    return input;
+  }
+  const std::uint64_t bytes = layout.mRows * layout.mColumns * sizeof(double);
+  const bool isWanted = !input.HasColumnsApart() || bytes <= sSmallTableBytes;
+  if (isWanted && bytes <= mRun.mOptions.mCacheSize - mHeldBytes) {
+    input.Fill(table, {0, layout.mColumns, 0, layout.mRows});
+    mHeldBytes += bytes;
+  } else if (!input.HasColumnsApart()) {
+    mMixedRows += layout.mRows;
+  }
+  return input;
+}
+
+void SteppedSeries::AddInput(Input input, MyVector<double> times) {
+  mInputs.push_back(std::move(input));
+  mTimes.push_back(std::move(times));
+}
+
+void SteppedSeries::Select(bool noWipe) {
+  std::vector<MyVector<bool>> keep;
+  mSteps.mKept = SelectTimeSteps(mTimes, keep, mRun.mOptions.mDeltaT, noWipe, mSteps.mMaximumGap);
+  for (std::size_t i = 0; i < mInputs.size(); ++i) {
+    mSteps.mRuns.push_back(KeptRuns(keep[i]));
+    mSteps.mTotal += keep[i].Size();
+    mInputs[i].mKept = RowsOf(i, mSteps.mRuns[i]);
+    mInputs[i].mFirstKept = mKeptRows;
+    mInputs[i].mKeptRows = CountRows(mInputs[i].mKept);
+    mKeptRows += mInputs[i].mKeptRows;
+  }
+}
+
+SteppedSeries::Runs SteppedSeries::KeptWithin(const Input& input, const ColumnBlock& block) const {
+  Runs runs;
+  const std::uint64_t blockEnd = block.mFirstRow + block.mRows;
+  std::uint64_t position = input.mFirstKept;
+  for (const RowRun& run : input.mKept) {
+    const std::uint64_t begin = std::max(position, block.mFirstRow);
+    const std::uint64_t end = std::min(position + run.Size(), blockEnd);
+    if (begin < end) {
+      runs.push_back({run.mFirst + (begin - position), run.mFirst + (end - position)});
+    }
+    position += run.Size();
+  }
+  return runs;
+}
+
+std::vector<SteppedSeries::Stretch> SteppedSeries::StretchesWithin(const ColumnBlock& block) const {
+  std::vector<Stretch> stretches;
+  std::uint64_t keptRow = block.mFirstRow;
+  for (std::size_t i = 0; i < mInputs.size(); ++i) {
+    for (const RowRun& run : KeptWithin(mInputs[i], block)) {
+      stretches.push_back({i, run.mFirst, run.Size(), keptRow});
+      keptRow += run.Size();
+    }
+  }
+  return stretches;
+}
+
+bool SteppedSeries::IsInMemory(const Input& input, const ColumnBlock& block,
+                               const Runs& runs) const {
+  const std::uint64_t last = block.mFirstColumn + block.mColumns - 1;
+  const bool isTime = mHasTimeColumn && last == 0;
+  return isTime || (input.Has(block.mFirstColumn, runs) && input.Has(last, runs));
+}
+
+// Cuts runs where windows of whole chunks end, so that each chunk is inflated once. The runs of one
+// window are read together.
+std::vector<SteppedSeries::Runs> SteppedSeries::Passes(const Input& input, const Runs& runs,
+                                                       std::uint64_t columns,
+                                                       std::uint64_t most) const {
+  const std::uint64_t chunk = std::max<std::uint64_t>(input.mLayout.mChunkRows, 1);
+  const std::uint64_t window = std::max<std::uint64_t>(most / columns / chunk, 1) * chunk;
+  std::vector<Runs> passes;
+  for (const RowRun& run : runs) {
+    for (std::uint64_t first = run.mFirst; first < run.mOnePastLast;) {
+      const std::uint64_t end = std::min((first / window + 1) * window, run.mOnePastLast);
+      if (passes.empty() || first / window != passes.back().back().mFirst / window) {
+        passes.emplace_back();
+      }
+      passes.back().push_back({first, end});
+      first = end;
+    }
+  }
+  return passes;
+}
+
+void SteppedSeries::Read(const ColumnBlock& block, std::uint64_t most, const Room& room) {
+  const bool isWhole = block.mColumns > 1 || block.mRows <= most;
+  std::optional<Tables::ColumnWriter::Place> whole;
+  if (isWhole) {
+    whole.emplace(room(block));
+  }
+  std::uint64_t keptRow = block.mFirstRow;
+  for (std::size_t i = 0; i < mInputs.size(); ++i) {
+    Input& input = mInputs[i];
+    const Runs runs = KeptWithin(input, block);
+    if (runs.empty()) {
+      TellProgress(input, block, 0);
+      continue;
+    }
+    const bool isInMemory = IsInMemory(input, block, runs);
+    const bool isOnePass = isWhole && (isInMemory || input.HasColumnsApart() || mMixedRows > 0);
+    const auto fetch = [&](const Dat* pTable) {
+      for (const Runs& pass :
+           isOnePass ? std::vector<Runs>(1, runs) : Passes(input, runs, block.mColumns, most)) {
+        const ColumnBlock piece{block.mFirstColumn, block.mColumns, keptRow, CountRows(pass)};
+        if (isWhole) {
+          double* values = whole->mpValues + (keptRow - block.mFirstRow);
+          Fetch(i, pTable, block, pass, most, {values, whole->mReads});
+        } else {
+          Fetch(i, pTable, piece, pass, most, room(piece));
+        }
+        keptRow += piece.mRows;
+        TellProgress(input, block, piece.mRows);
+      }
+    };
+    if (isInMemory) {
+      fetch(nullptr);
+    } else {
+      VisitTable(input.mFile, [&](const Dat& dat) {
+        REQUIRE(dat.GetExtents()[0]==mInputs[i].mRows, "The file changed while it was read");
+        fetch(&dat);
+      });
+    }
+  }
+}
+
+// Columns go `columns.mRows` apart.
+void SteppedSeries::Fetch(std::size_t i, const Dat* pTable, const ColumnBlock& columns,
+                          const Runs& runs, std::uint64_t most, Tables::ColumnWriter::Place place) {
+  Input& input = mInputs[i];
+  const std::uint64_t end = columns.mFirstColumn + columns.mColumns;
+  double* values = place.mpValues;
+  for (std::uint64_t column = columns.mFirstColumn; column < end; ++column) {
+    if (mHasTimeColumn && column == 0) {
+      CopyRuns(mTimes[i].data(), 0, runs, values);
+    } else if (!input.Has(column, runs) && input.HasColumnsApart()) {
+      pTable->RetrieveRuns_(column, runs, values, place.mReads);
+    } else {
+      if (!input.Has(column, runs)) {
+        const std::uint64_t rows = runs.back().mOnePastLast - runs.front().mFirst;
+        input.Fill(*pTable,
+                   NextWindow(input, {column, end - column, runs.front().mFirst, rows}, most));
+      }
+      const Tables::ColumnBlock& window = input.mWindow;
+      CopyRuns(input.mValues.get() + (column - window.mFirstColumn) * window.mRows,
+               window.mFirstRow, runs, values);
+    }
+    values += columns.mRows;
+  }
+}
+
+// What to read of a table with mixed columns: for a join as many whole columns as the limit allows,
+// else of the columns that are wanted as many as a chunk has, or as few values as asked for.
+ColumnBlock SteppedSeries::NextWindow(const Input& input, const ColumnBlock& wanted,
+                                      std::uint64_t most) const {
+  const std::uint64_t column = wanted.mFirstColumn;
+  if (mMixedRows > 0) {
+    const std::uint64_t limit = (mRun.mOptions.mCacheSize - mHeldBytes) / sizeof(double);
+    return {column,
+            std::clamp<std::uint64_t>(limit / mMixedRows, 1, input.mLayout.mColumns - column), 0,
+            input.mRows};
+  }
+  const std::uint64_t columns =
+      std::max<std::uint64_t>({most / wanted.mRows, input.mLayout.mChunkColumns, 1});
+  return {column, std::min(columns, wanted.mColumns), wanted.mFirstRow, wanted.mRows};
+}
+
+// A file of which nothing is kept counts as read with the first rows.
+void SteppedSeries::TellProgress(const Input& input, const ColumnBlock& block,
+                                 std::uint64_t rows) const {
+  const bool isWiped = input.mKeptRows == 0;
+  const std::uint64_t done = isWiped && block.mFirstRow == 0 ? 1 : rows;
+  mRun.mProgress.Advance(input.mStoredBytes, block.mColumns * done,
+                         input.mLayout.mColumns * (isWiped ? 1 : input.mKeptRows));
+}
+
+void SteppedSeries::WriteRows(Tables::ColumnWriter& writer) {
+  const std::uint64_t columns = mInputs.front().mLayout.mColumns;
+  const std::uint64_t together =
+      std::clamp<std::uint64_t>(writer.BlockValues() / mKeptRows, 1, columns);
+  for (std::uint64_t first = 0; first < columns; first += together) {
+    Read({first, std::min(together, columns - first), 0, mKeptRows}, writer.BlockValues(),
+         [&](const ColumnBlock& piece) { return writer.Room(piece.mColumns * piece.mRows); });
+  }
+}
+
+void SteppedSeries::Join(CachedH5File& output) {
+  TakeInAll(Depth::Values);
+  Select(mRun.mOptions.mNoWipe);
+  if (mRun.mOptions.mVerbose) {
+    PrintSelection();
+  }
+  Write(output);
+}
+
+void SteppedSeries::PrintSelection() const {
+  std::cout << Name() << " keeping " << mSteps.mKept << " steps out of " << mSteps.mTotal
+            << ", maximum time-gap is " << mSteps.mMaximumGap << std::endl;
+}

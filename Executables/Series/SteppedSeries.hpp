@@ -1,0 +1,123 @@
+// What the kinds that are keyed by time share: the files' times decide which steps are kept, and
+// the values of these are kept rows of the files' tables.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Executables/Series/SelectTimeSteps.hpp"
+#include "Executables/Series/Series.hpp"
+#include "Utils/Store/H5_ObjectDat.hpp"
+#include "Utils/Store/IndexedGroup.hpp"
+
+/// Which steps of a dataset are kept: a list of runs per file, and what is told of them.
+struct SelectedSteps {
+  std::vector<std::vector<StepRun>> mRuns;
+  std::int64_t mKept = 0;
+  std::int64_t mTotal = 0;
+  double mMaximumGap = 0;
+};
+
+class SteppedSeries : public Series {
+ public:
+  /// Selects among the steps of all files that were taken in.
+  void Select(bool noWipe);
+
+  /// All below is about what was selected. Files are counted as they were taken in.
+  const SelectedSteps& Steps() const { return mSteps; }
+  const std::vector<MyVector<double>>& Times() const { return mTimes; }
+  std::uint64_t KeptRows() const { return mKeptRows; }
+  /// The index of the kept steps as it stands in an output; empty for kinds without an index.
+  virtual H5_Objects::StepIndex KeptIndex() const { return {}; }
+  /// How the table of a file lies on disk.
+  const Tables::TableLayout& Layout(std::size_t i) const { return mInputs[i].mLayout; }
+
+  /// A run of kept rows in the table of a file, and where it stands among all kept rows.
+  struct Stretch {
+    std::size_t mInput;
+    std::uint64_t mRow;
+    std::uint64_t mRows;
+    std::uint64_t mKeptRow;
+  };
+  std::vector<Stretch> StretchesWithin(const Tables::ColumnBlock& block) const;
+
+  /// Reads a block of the table that the kept rows make. `room` is asked where the values go,
+  /// column after column: once for the whole block, or, where that is one column of more than
+  /// `most` values, for one piece after the other, each of about as many values or one chunk of a
+  /// file. They are there when the reads that come with the room have finished.
+  using Room = std::function<Tables::ColumnWriter::Place(const Tables::ColumnBlock& piece)>;
+  void Read(const Tables::ColumnBlock& block, std::uint64_t most, const Room& room);
+
+  /// "step 3 (t = 0.5)": what stands in the row of a file's table.
+  virtual std::string RowText(std::size_t i, std::uint64_t row) const = 0;
+  /// " in column 1 (energy)", if that needs to be told.
+  virtual std::string ColumnText(std::uint64_t /*column*/) const { return ""; }
+
+  SteppedSeries* AsStepped() override { return this; }
+  bool IsWritten() const override { return true; }
+  void Join(CachedH5File& output) override;
+
+ protected:
+  SteppedSeries(const SeriesRun& run, const Dataset& dataset, bool hasTimeColumn)
+      : Series(run, dataset), mHasTimeColumn(hasTimeColumn) {}
+
+  // The table of one file. What is in memory of it is the window; times are held apart.
+  struct Input {
+    int mFile;
+    std::uint64_t mRows;
+    Tables::TableLayout mLayout;
+    std::uint64_t mStoredBytes;  // of all that is read of the dataset
+    Tables::ColumnBlock mWindow = {};
+    std::unique_ptr<double[]> mValues = {};  // of the window, column after column
+    std::vector<Tables::RowRun> mKept = {};
+    std::uint64_t mFirstKept = 0;  // where its first kept row stands among all
+    std::uint64_t mKeptRows = 0;
+
+    // Whether a column can be read without the others, at no more than its own cost.
+    bool HasColumnsApart() const { return mLayout.mChunkColumns == 1 || mLayout.mColumns == 1; }
+    bool Has(std::uint64_t column, const std::vector<Tables::RowRun>& runs) const;
+    void Fill(const H5_Objects::Dat& table, const Tables::ColumnBlock& window);
+  };
+
+  /// Looks at the open table of a file and, for a join, reads it if it is to be held: if it is
+  /// small, which saves opening it twice, or if its columns lie mixed on disk; as far as the limit
+  /// allows.
+  Input ReadInput(int file, const H5_Objects::Dat& table, Depth depth);
+  void AddInput(Input input, MyVector<double> times);
+
+  /// Lends the open table of a file.
+  virtual void VisitTable(int file, const std::function<void(const H5_Objects::Dat&)>& visit) = 0;
+  /// The rows of a file's table that belong to steps.
+  virtual std::vector<Tables::RowRun> RowsOf(std::size_t i,
+                                             const std::vector<StepRun>& steps) const = 0;
+  /// Writes what was selected.
+  virtual void Write(CachedH5File& output) = 0;
+  /// Tells of a join what was selected.
+  virtual void PrintSelection() const;
+  /// Hands all kept rows to the writer.
+  void WriteRows(Tables::ColumnWriter& writer);
+
+  std::vector<Input> mInputs;
+  std::vector<MyVector<double>> mTimes;  // of all steps, per input
+
+ private:
+  using Runs = std::vector<Tables::RowRun>;
+  Runs KeptWithin(const Input& input, const Tables::ColumnBlock& block) const;
+  bool IsInMemory(const Input& input, const Tables::ColumnBlock& block, const Runs& runs) const;
+  std::vector<Runs> Passes(const Input& input, const Runs& runs, std::uint64_t columns,
+                           std::uint64_t most) const;
+  void Fetch(std::size_t i, const H5_Objects::Dat* pTable, const Tables::ColumnBlock& columns,
+             const Runs& runs, std::uint64_t most, Tables::ColumnWriter::Place place);
+  Tables::ColumnBlock NextWindow(const Input& input, const Tables::ColumnBlock& wanted,
+                                 std::uint64_t most) const;
+  void TellProgress(const Input& input, const Tables::ColumnBlock& block, std::uint64_t rows) const;
+
+  bool mHasTimeColumn;  // the first column of the table
+  SelectedSteps mSteps;
+  std::uint64_t mKeptRows = 0;
+  std::uint64_t mHeldBytes = 0;
+  std::uint64_t mMixedRows = 0;  // of tables with mixed columns that are to be held but do not fit
+};

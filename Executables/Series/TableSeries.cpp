@@ -1,0 +1,86 @@
+#include "Executables/Series/TableSeries.hpp"
+
+#include "Utils/ErrorHandling/Require.hpp"
+#include "Utils/Process/Formatting.hpp"
+#include "Utils/Process/Printable.hpp"
+
+using H5_Objects::Dat;
+
+// The files must have the same number of columns.
+bool TableSeries::Agrees(int file, const Dat& dat, Depth depth) {
+  const auto columns = static_cast<int>(dat.GetExtents()[1]);
+  if (mAgreement.Groups().empty()) {
+    Ncols = columns;
+    if (depth != Depth::Agreement) {
+      REQUIRE(Ncols>0, "Dataset " << Name() << " has no columns");
+    }
+  }
+  if (Ncols != columns) {
+    mAgreement.Differ(
+        "Ncols==static_cast<int>(dat.GetExtents()[1])", VEXA_CURRENT_REPORT_LABEL, __LINE__,
+        "Dataset " + Printable(Name()) + " has different number of columns\nin different files.");
+  }
+  return mAgreement.Add(file, std::to_string(columns) + (columns == 1 ? " column" : " columns"));
+}
+
+bool TableSeries::TakeIn(int file, Depth depth) {
+  return Visit<Dat>(file, [&](const Dat& dat) {
+    const bool agrees = Agrees(file, dat, depth);
+    if (mLegend.empty() || mLegend[0] == "undefined") {
+      mLegend = dat.GetLegend();
+    }
+    if (!agrees || depth == Depth::Agreement) {
+      return agrees;
+    }
+    if (depth == Depth::TimesIfReadable) {
+      dat.RequireReadable();
+    }
+    Input input = ReadInput(file, dat, depth);
+    const double* values = input.mValues.get();
+    MyVector<double> times = values == nullptr
+                                 ? dat.RetrieveTimes()
+                                 : MyVector<double>(MV::Sequence(values, input.mRows));
+    AddInput(std::move(input), std::move(times));
+    return true;
+  });
+}
+
+std::uint64_t TableSeries::Bytes() const {
+  return KeptRows() * static_cast<std::uint64_t>(Ncols) * sizeof(double);
+}
+
+std::string TableSeries::RowText(std::size_t i, std::uint64_t row) const {
+  return "step " + std::to_string(row) + " (t = " + RoundTrip(mTimes[i][row]) + ")";
+}
+
+std::string TableSeries::ColumnText(std::uint64_t column) const {
+  return " in column " + std::to_string(column) + " (" + mLegend[column] + ")";
+}
+
+void TableSeries::Join(CachedH5File& output) {
+  const Inputs::KeptOpen keptOpen(mRun.mInputs);
+  SteppedSeries::Join(output);
+}
+
+void TableSeries::Write(CachedH5File& output) {
+  const std::int64_t kept = Steps().mKept;
+  auto& dat = output.GetObjectForWrite<Dat>(Name());
+  dat.Initialize(mLegend, !mRun.mOptions.mNoGzip, kept);
+  // Written at once: the table is complete, and holding it serves nothing.
+  output.WriteImmediately(Name(), [&] {
+    dat.WriteManyStepsImmediately_(kept,
+                                   [this](Tables::ColumnWriter& writer) { WriteRows(writer); });
+  });
+}
+
+void TableSeries::Describe(int file, Facts& facts) {
+  Visit<Dat>(file, [&facts](const Dat& dat) {
+    facts.mShape = dat.ExtentsInFile();
+    const MyVector<std::string> legend = dat.GetLegend();
+    facts.mLegends.assign(legend.begin(), legend.end());
+    facts.AddStorage(dat);
+    if (facts.mShape[1] > 0) {
+      facts.SetTimes(dat.RetrieveTimes());
+    }
+  });
+}
