@@ -32,12 +32,8 @@ class KelmorFixture : public testing::Test {
 
   /// A run that must succeed and say nothing on standard error; it writes a new "out.h5". Returns
   /// its standard output.
-  std::string Join(const Arguments& arguments);
+  std::string Join(Arguments arguments);
   PlainH5::File Output() const { return PlainH5::File::Open(Path("out.h5")); }
-
-  /// A run that must end with status 255 and a report, both on standard error and in the error
-  /// file, before it creates its output "out.h5". Returns what the error file holds.
-  std::string Refuse(const Arguments& arguments);
 
   PlainH5::TempDir mDir;
 
@@ -49,8 +45,6 @@ class KelmorFixture : public testing::Test {
 /// where it comes from.
 void WriteTimes(PlainH5::File& file, const std::string& path, const std::vector<double>& times,
                 int tag = 0);
-/// The rows that WriteTimes() writes.
-PlainH5::Rows TaggedRows(const std::vector<double>& times, int tag);
 
 inline constexpr char sTwoDimensionalSpec[] = "TensorDim=3; TensorSymm=1; DataMeshDim=2;";
 
@@ -59,7 +53,7 @@ inline constexpr char sTwoDimensionalSpec[] = "TensorDim=3; TensorSymm=1; DataMe
 PlainH5::Rows Count(double first, std::size_t values);
 void WriteCoef(PlainH5::File& file, const std::string& path, const PlainH5::Rows& index,
                const PlainH5::Rows& values);
-/// `spec` is left out if empty; so are extents in `index` for meshes of dimension 0.
+/// `index` has no extents for meshes of dimension 0.
 void WriteTdm(PlainH5::File& file, const std::string& path, const PlainH5::Rows& index,
               const PlainH5::Rows& values,
               const std::string& spec = "TensorDim=3; TensorSymm=1; DataMeshDim=1;");

@@ -17,28 +17,19 @@ namespace {
 
 constexpr unsigned sSecondsOfLongestRun = 120;
 
-// A file in memory, which takes what the tool prints.
-class Stream {
- public:
-  Stream() : mDescriptor(memfd_create("stream", MFD_CLOEXEC)) { EXPECT_GE(mDescriptor, 0); }
-  ~Stream() { close(mDescriptor); }
-  Stream(const Stream&) = delete;
-  Stream& operator=(const Stream&) = delete;
-  bool Becomes(int descriptor) const { return dup2(mDescriptor, descriptor) >= 0; }
-  std::string Text() const {
-    return PlainH5::Bytes("/proc/self/fd/" + std::to_string(mDescriptor));
-  }
+// Takes what was printed to a file in memory.
+std::string TakeText(int descriptor) {
+  const std::string text = PlainH5::Bytes("/proc/self/fd/" + std::to_string(descriptor));
+  close(descriptor);
+  return text;
+}
 
- private:
-  int mDescriptor;
-};
-
-[[noreturn]] void BecomeProgram(const std::string& directory, char* const* argv,
-                                const Stream& output, const Stream& errors) {
+[[noreturn]] void BecomeProgram(const std::string& directory, char* const* argv, int output,
+                                int errors) {
   const rlimit noCore = {0, 0};
   const int input = open("/dev/null", O_RDONLY);
   if (chdir(directory.c_str()) == 0 && dup2(input, STDIN_FILENO) >= 0 &&
-      output.Becomes(STDOUT_FILENO) && errors.Becomes(STDERR_FILENO) &&
+      dup2(output, STDOUT_FILENO) >= 0 && dup2(errors, STDERR_FILENO) >= 0 &&
       setenv("VEXA_NO_BACKTRACE", "1", 1) == 0 && setrlimit(RLIMIT_CORE, &noCore) == 0) {
     alarm(sSecondsOfLongestRun);
     execv(argv[0], argv);
@@ -60,8 +51,8 @@ RunResult RunProgram(const std::string& program, const std::string& directory,
   }
   argv.push_back(nullptr);
 
-  const Stream output;
-  const Stream errors;
+  const int output = memfd_create("output", MFD_CLOEXEC);
+  const int errors = memfd_create("errors", MFD_CLOEXEC);
   // A fork, since the peak of a process that was spawned begins with the peak of its parent; that
   // of a forked one begins with what its parent has at the moment.
   const pid_t pid = fork();
@@ -74,9 +65,8 @@ RunResult RunProgram(const std::string& program, const std::string& directory,
   EXPECT_EQ(wait4(pid, &status, 0, &usage), pid);
   RunResult result;
   result.mStatus = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  result.mSignal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
-  result.mOutput = output.Text();
-  result.mErrors = errors.Text();
+  result.mOutput = TakeText(output);
+  result.mErrors = TakeText(errors);
   result.mReports = PlainH5::Bytes(errorFile);
 #ifndef __SANITIZE_ADDRESS__
   result.mPeakBytes = static_cast<std::uint64_t>(usage.ru_maxrss) * 1024;

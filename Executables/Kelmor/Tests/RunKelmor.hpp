@@ -8,8 +8,7 @@
 using Arguments = std::vector<std::string>;
 
 struct RunResult {
-  int mStatus = -1;      // exit status; -1 if a signal ended the run
-  int mSignal = 0;       // that signal; SIGALRM for a run that took too long
+  int mStatus = -1;      // exit status; -1 if a signal ended the run, or it took too long
   std::string mOutput;   // standard output
   std::string mErrors;   // standard error
   std::string mReports;  // what the run left in the error file of its run directory

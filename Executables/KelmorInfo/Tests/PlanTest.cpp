@@ -1,5 +1,7 @@
 #include <gmock/gmock.h>
 
+#include <tuple>
+
 #include "Executables/KelmorInfo/Tests/InfoFixture.hpp"
 
 namespace {
@@ -7,57 +9,47 @@ namespace {
 using PlainH5::File;
 using testing::HasSubstr;
 
-class PlanTest : public InfoFixture {
- protected:
-  // The pieces of one file's part in the first dataset, as "+3 0..2" for kept and "-1 5..5".
-  static Strings Pieces(const Json& plan, std::size_t file) {
-    Strings pieces;
-    for (const Json& piece : plan["datasets"][0]["files"][file]["pieces"]) {
-      pieces.push_back((piece["kept"].get<bool>() ? "+" : "-") + piece["steps"].dump() + " " +
-                       piece["from"].dump() + ".." + piece["to"].dump());
-    }
-    return pieces;
-  }
-};
+class PlanTest : public InfoFixture {};
 
 TEST_F(PlanTest, SaysWhichStepsOfWhichFileSurvive) {
   WriteTimes(Input("1.h5"), "/x.dat", {0, 1, 2, 3});
   WriteTimes(Input("2.h5"), "/x.dat", {2.5, 3.5, 4.5, 20, 21, 22});
-  struct Case {
-    Arguments mArguments;
-    Strings mFirst;
-    Strings mSecond;
-    Json mGaps;
-  };
-  const Case cases[] = {
-      {{}, {"+3 0.0..2.0", "-1 3.0..3.0"}, {"+3 2.5..4.5", "+3 20.0..22.0"}, {{4.5, 20.0}}},
-      {{"-NoWipe"}, {"+4 0.0..3.0"}, {"+3 2.5..4.5", "+3 20.0..22.0"}, {{4.5, 20.0}}},
+  // Of each file the pieces: whether they are kept, how many steps, and their times.
+  const std::tuple<Arguments, const char*, const char*> cases[] = {
+      {{}, "[[true,3,0.0,2.0],[false,1,3.0,3.0]]", "[[true,3,2.5,4.5],[true,3,20.0,22.0]]"},
+      {{"-NoWipe"}, "[[true,4,0.0,3.0]]", "[[true,3,2.5,4.5],[true,3,20.0,22.0]]"},
       {{"-DeltaT", "2"},
-       {"+1 0.0..0.0", "-3 1.0..3.0"},
-       {"+1 2.5..2.5", "-1 3.5..3.5", "+1 4.5..4.5", "+1 20.0..20.0", "-1 21.0..21.0",
-        "+1 22.0..22.0"},
-       {{4.5, 20.0}}},
+       "[[true,1,0.0,0.0],[false,3,1.0,3.0]]",
+       "[[true,1,2.5,2.5],[false,1,3.5,3.5],[true,1,4.5,4.5],[true,1,20.0,20.0],"
+       "[false,1,21.0,21.0],[true,1,22.0,22.0]]"},
   };
-  for (const Case& c : cases) {
-    Arguments arguments = c.mArguments;
+  for (auto [arguments, first, second] : cases) {
     arguments.insert(arguments.end(), {"1.h5", "2.h5"});
-    const Json plan = Plan(arguments);
-    EXPECT_EQ(Pieces(plan, 0), c.mFirst) << plan.dump();
-    EXPECT_EQ(Pieces(plan, 1), c.mSecond) << plan.dump();
-    EXPECT_EQ(plan["datasets"][0]["gaps"], c.mGaps);
+    const Json dataset = Plan(arguments)["datasets"][0];
+    Json found = Json::array();
+    for (const Json& file : dataset["files"]) {
+      Json& pieces = found.emplace_back(Json::array());
+      for (const Json& piece : file["pieces"]) {
+        pieces.push_back({piece["kept"], piece["steps"], piece["from"], piece["to"]});
+      }
+    }
+    EXPECT_EQ(found, Json({Json::parse(first), Json::parse(second)}));
+    EXPECT_EQ(dataset["gaps"], Json({{4.5, 20.0}}));
   }
-  const std::string text = Print({"-plan", "1.h5", "2.h5"});
-  EXPECT_THAT(text, HasSubstr("Kelmor would join 2 files into 1 dataset, 144 bytes uncompressed."));
-  EXPECT_THAT(text, HasSubstr("1.h5  3 of 4  wiping 1 step at t = 3\n"));
-  EXPECT_THAT(text, HasSubstr("gap between t = 4.5 and 20\n"));
+  EXPECT_EQ(Print({"-plan", "1.h5", "2.h5"}),
+            "Kelmor would join 2 files into 1 dataset, 144 bytes uncompressed.\n\n"
+            "  dat  /x.dat  144 bytes  from 2 files\n"
+            "    keeping 9 of 10 steps, maximum time-gap is 15.5\n"
+            "      1.h5  3 of 4  wiping 1 step at t = 3\n"
+            "      2.h5  6 of 6  wiping nothing\n"
+            "      gap between t = 4.5 and 20\n");
 }
 
 TEST_F(PlanTest, ReportsEverythingThatDisagrees) {
   const auto write = [this](const char* name, double t) {
     File& file = Input(name);
-    for (const char* table : {"/x.dat", "/fine.dat"}) {
-      WriteTimes(file, table, {t, t + 1});
-    }
+    WriteTimes(file, "/x.dat", {t, t + 1});
+    WriteTimes(file, "/fine.dat", {t, t + 1});
     file.Version("/V.ver", 2);
     WriteTdm(file, "/t.tdm", {{t, 12, 2, 2}}, Count(0, 12), sTwoDimensionalSpec);
   };
@@ -90,10 +82,11 @@ TEST_F(PlanTest, ReportsEverythingThatDisagrees) {
 TEST_F(PlanTest, TellsOfTheOutputAndOfNothing) {
   WriteTimes(Input("a.h5"), "/x.dat", {0, 1});
   Input("empty.h5").Group("/Run.dir");
-  EXPECT_THAT(Print({"-plan", "-o", "a.h5", "a.h5"}, 1),
-              HasSubstr("The output file exists already"));
-  EXPECT_THAT(Print({"-plan", "-o", "no/b.h5", "a.h5"}, 1), HasSubstr("does not exist"));
-  EXPECT_THAT(Print({"-plan", "-o", "b/", "a.h5"}, 1), HasSubstr("is not the name of a file"));
+  for (const auto& [output, text] : {std::pair("a.h5", "The output file exists already"),
+                                     {"no/b.h5", "does not exist"},
+                                     {"b/", "is not the name of a file"}}) {
+    EXPECT_THAT(Print({"-plan", "-o", output, "a.h5"}, 1), HasSubstr(text));
+  }
   EXPECT_EQ(Print({"-plan", "-o", "b.h5", "empty.h5"}),
             "Kelmor would find no datasets and write no output.\n");
 }

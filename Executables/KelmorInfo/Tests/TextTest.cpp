@@ -2,23 +2,11 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <limits>
 #include <sstream>
-#include <utility>
 
 #include "Executables/KelmorInfo/Svg.hpp"
 
 namespace {
-
-TEST(Text, TimesRoundTrip) {
-  const double values[] = {
-      0.1, 1.0 / 3, 1e22, 123456789.123, 5e-324, -2.5, std::numeric_limits<double>::max()};
-  for (const double value : values) {
-    EXPECT_EQ(std::strtod(RoundTrip(value).c_str(), nullptr), value) << RoundTrip(value);
-  }
-  EXPECT_EQ(RoundTrip(0.1), "0.1");
-}
 
 TEST(Text, NamesOfAnyBytesCanBeShown) {
   const std::string no = "\xEF\xBF\xBD";
@@ -44,13 +32,6 @@ TEST(Text, NamesOfAnyBytesCanBeShown) {
     EXPECT_EQ(Svg::Escaped(c.mGiven), c.mXml);
   }
   EXPECT_EQ(OneLine("two\nlines\n\n"), "two lines");
-}
-
-TEST(Text, AShellTakesAQuotedNameForOneWord) {
-  EXPECT_EQ(Quoted("run/a-1.h5"), "run/a-1.h5");
-  EXPECT_EQ(Quoted("a b.h5"), "'a b.h5'");
-  EXPECT_EQ(Quoted("it's $HOME"), "'it'\\''s $HOME'");
-  EXPECT_EQ(Quoted(""), "''");
 }
 
 TEST(Text, ColumnsAreAsWideAsTheirCharacters) {
