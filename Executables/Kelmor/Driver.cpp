@@ -18,15 +18,12 @@ namespace {
 
 // Version records are joined first, but told last.
 void PrintFound(const std::vector<Dataset>& datasets) {
-  std::vector<const SeriesKind*> kinds;
-  for (const SeriesKind& kind : SeriesKinds()) {
-    kinds.push_back(&kind);
-  }
-  std::ranges::rotate(kinds, kinds.begin() + 1);
-  for (const SeriesKind* kind : kinds) {
-    const auto found = std::ranges::count(datasets, kind, &Dataset::mpKind);
+  const std::vector<SeriesKind>& kinds = SeriesKinds();
+  for (std::size_t i = 1; i <= kinds.size(); ++i) {
+    const SeriesKind& kind = kinds[i % kinds.size()];
+    const auto found = std::ranges::count(datasets, &kind, &Dataset::mpKind);
     if (found > 0) {
-      std::cout << "found " << found << " " << kind->mExtension << "-datasets" << std::endl;
+      std::cout << "found " << found << " " << kind.mExtension << "-datasets" << std::endl;
     }
   }
 }

@@ -1,6 +1,8 @@
 #include "Executables/KelmorInfo/InfoDriver.hpp"
 
 #include <iostream>
+#include <optional>
+#include <utility>
 
 #include "Executables/KelmorInfo/Check.hpp"
 #include "Executables/KelmorInfo/InfoOptions.hpp"
@@ -53,39 +55,33 @@ int Check(const InfoOptions& options) {
   return 0;
 }
 
-struct PlanRun {
-  bool mJson = false;
-  bool mVerbose = false;
-  std::string mPicture;
-  Plan mPlan;
-};
-
-PlanRun ReadAndPlan(int argc, char** argv) {
+std::pair<InfoOptions, Plan> ReadAndPlan(int argc, char** argv) {
   const CommandLineParser parser(argc, argv, InfoHelpText(), InfoBooleanOptions());
   const InfoOptions options(parser);
   InputFiles files(options.mJoin.mInputs);
-  return {options.mJson, options.mJoin.mVerbose, options.mPicture, MakePlan(files, options.mJoin)};
+  return {options, MakePlan(files, options.mJoin)};
 }
 
 // What fails here fails because of the command line: failures of files are part of the plan.
 int PlanJoin(int argc, char** argv) {
-  PlanRun run;
+  std::optional<std::pair<InfoOptions, Plan>> run;
   try {
     run = ReadAndPlan(argc, argv);
   } catch (const CodeError& error) {
     MyErr << error.Message();
     return 2;
   }
-  if (run.mJson) {
-    PrintPlanAsJson(std::cout, run.mPlan);
+  const auto& [options, plan] = *run;
+  if (options.mJson) {
+    PrintPlanAsJson(std::cout, plan);
   } else {
-    PrintPlan(std::cout, run.mPlan, run.mVerbose);
+    PrintPlan(std::cout, plan, options.mJoin.mVerbose);
   }
   FinishOutput();
-  if (!run.mPicture.empty()) {
-    WritePicture(run.mPicture, DrawPlan(run.mPlan));
+  if (!options.mPicture.empty()) {
+    WritePicture(options.mPicture, DrawPlan(plan));
   }
-  return run.mPlan.Joins() ? 0 : 1;
+  return plan.Joins() ? 0 : 1;
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include "Executables/KelmorInfo/InfoOptions.hpp"
 
+#include <set>
 #include <string_view>
 
 #include "Utils/ErrorHandling/Require.hpp"
@@ -16,24 +17,20 @@ Mode ModeOf(const CommandLineParser& parser) {
   return plan ? Mode::Plan : check ? Mode::Check : Mode::List;
 }
 
-// Options that not every mode has.
 struct Restricted {
   const char* mKey;
-  bool mInList;
-  bool mInPlan;
-  bool mInCheck;
-};
-constexpr Restricted sRestricted[] = {
-    {"DeltaT", false, true, true}, {"NoWipe", false, true, true},    {"json", true, true, false},
-    {"o", false, true, false},     {"NoGzip", false, true, true},    {"v", true, true, true},
-    {"svg", false, true, false},   {"cachesize", false, true, true},
+  std::set<Mode> mModes;
 };
 
+// Some options not every mode has.
 void RequireOptionsOf(Mode mode, const CommandLineParser& parser) {
-  for (const Restricted& option : sRestricted) {
-    const bool isAllowed = mode == Mode::List   ? option.mInList
-                           : mode == Mode::Plan ? option.mInPlan
-                                                : option.mInCheck;
+  const Restricted restricted[] = {
+      {"DeltaT", {Mode::Plan, Mode::Check}},   {"NoWipe", {Mode::Plan, Mode::Check}},
+      {"json", {Mode::List, Mode::Plan}},      {"o", {Mode::Plan}},
+      {"NoGzip", {Mode::Plan, Mode::Check}},   {"svg", {Mode::Plan}},
+      {"cachesize", {Mode::Plan, Mode::Check}}};
+  for (const Restricted& option : restricted) {
+    const bool isAllowed = option.mModes.contains(mode);
     REQUIRE(isAllowed || !parser.KeyExists(option.mKey),
             "Option '-" << option.mKey << "' means nothing "
                         << (mode == Mode::Check  ? "with -check."

@@ -89,23 +89,6 @@ std::string SideBySide(const std::vector<T>& forms, const ToText& toText) {
   return Joined(texts, " | ");
 }
 
-std::string Shape(const std::string& kind, std::uint64_t length, const std::string& columns) {
-  return kind == "dat"   ? std::to_string(length) + " x " + columns
-         : kind == "txt" ? Counted(length, "string")
-                         : Counted(length, "value");
-}
-
-std::string Shape(const Facts& facts) {
-  if (facts.mShape.empty()) {
-    return facts.mKind == "txt" && facts.mProblem.empty() ? "1 string" : "";
-  }
-  if (facts.mKind == "ver") {
-    return "version " + std::to_string(facts.mShape[0]);
-  }
-  return Shape(facts.mKind, facts.mShape[0],
-               facts.mKind == "dat" ? std::to_string(facts.mShape[1]) : "");
-}
-
 std::string Shape(const UnionFacts& all) {
   if (!all.mVersions.empty()) {
     return "version " + SideBySide(all.mVersions, [](const H5_Objects::Version::History& history) {
@@ -113,7 +96,11 @@ std::string Shape(const UnionFacts& all) {
            });
   }
   const auto toText = [](hsize_t columns) { return std::to_string(columns); };
-  return all.mLength ? Shape(all.mKind, *all.mLength, SideBySide(all.mColumns, toText)) : "";
+  return !all.mLength ? ""
+         : all.mKind == "dat"
+             ? std::to_string(*all.mLength) + " x " + SideBySide(all.mColumns, toText)
+         : all.mKind == "txt" ? Counted(*all.mLength, "string")
+                              : Counted(*all.mLength, "value");
 }
 
 std::string Steps(const std::optional<std::uint64_t>& steps) {
@@ -151,19 +138,27 @@ std::string Details(std::vector<std::string> details) {
 }
 
 // Structure of tensors, legends and versions as far as they are asked for.
-std::string Details(const Facts& facts, bool verbose) {
-  return Details({facts.mTensor, verbose ? Legends(facts.mLegends) : "",
-                  Versions(facts.mVersions, verbose),
-                  facts.mProblem.empty() ? "" : "UNREADABLE: " + facts.mProblem});
-}
-
-std::string Details(const UnionFacts& all, bool verbose) {
+std::string Details(const UnionFacts& all, bool verbose, const std::string& problem) {
   const auto same = [](const std::string& tensor) { return tensor; };
   const auto versions = [verbose](const H5_Objects::Version::History& history) {
     return Versions(history, verbose);
   };
   return Details({SideBySide(all.mTensors, same), verbose ? SideBySide(all.mLegends, Legends) : "",
-                  SideBySide(all.mVersions, versions)});
+                  SideBySide(all.mVersions, versions),
+                  problem.empty() ? "" : "UNREADABLE: " + problem});
+}
+
+// The cells of a line; `files` is one of them in the union.
+std::vector<std::string> Cells(const UnionFacts& all, const std::vector<std::string>& files,
+                               bool verbose, const std::string& problem = "") {
+  std::vector<std::string> cells = {all.mKind, Printable(all.mName), Shape(all)};
+  cells.insert(cells.end(), files.begin(), files.end());
+  const bool isRead = problem.empty();
+  cells.insert(
+      cells.end(),
+      {Steps(all.mSteps), Times(all.mTimes), isRead ? Stored(all.mStoredBytes) : "",
+       isRead ? SideBySide(all.mFilters, Compression) : "", Details(all, verbose, problem)});
+  return cells;
 }
 
 void PrintFile(std::ostream& os, const InputFile& file, const std::vector<Facts>& datasets,
@@ -178,10 +173,11 @@ void PrintFile(std::ostream& os, const InputFile& file, const std::vector<Facts>
   }
   AlignedLines lines({2, 3, 5});
   for (const Facts& facts : datasets) {
-    const bool isRead = facts.mProblem.empty();
-    lines.Add({facts.mKind, Printable(facts.mName), Shape(facts), Steps(facts.mSteps),
-               Times(facts.mTimes), isRead ? Stored(facts.mStoredBytes) : "",
-               isRead ? Compression(facts.mFilters) : "", Details(facts, verbose)});
+    std::vector<std::string> cells = Cells(Unite({{facts}})[0], {}, verbose, facts.mProblem);
+    if (facts.mKind == "ver" && !facts.mShape.empty()) {
+      cells[2] = "version " + std::to_string(facts.mShape[0]);  // also of one that cannot be read
+    }
+    lines.Add(std::move(cells));
   }
   lines.Print(os, "  ");
 }
@@ -307,9 +303,7 @@ void PrintListing(std::ostream& os, const Listing& listing, bool verbose) {
   os << "\nall " << Counted(listing.mFiles.size(), "file") << '\n';
   AlignedLines lines({2, 4, 6});
   for (const UnionFacts& all : listing.mUnion) {
-    lines.Add({all.mKind, Printable(all.mName), Shape(all), "in " + Counted(all.mFiles, "file"),
-               Steps(all.mSteps), Times(all.mTimes), Stored(all.mStoredBytes),
-               SideBySide(all.mFilters, Compression), Details(all, verbose)});
+    lines.Add(Cells(all, {"in " + Counted(all.mFiles, "file")}, verbose));
   }
   lines.Print(os, "  ");
 }

@@ -208,9 +208,13 @@ class Picture {
     mY += 12;
     const double row = RowHeight(steps.mFiles.size());
     const double bottom = mY + row * static_cast<double>(steps.mFiles.size()) + 20;
-    DrawGrid(mY, bottom);
+    for (const TimeScale::Tick& tick : mScale.Ticks()) {
+      mSvg.Line(tick.mX, mY, tick.mX, bottom, sGrid);
+    }
     for (const PlanGap& gap : steps.mGaps) {
-      DrawGap(gap, mY, bottom);
+      const double from = mScale.At(gap.mFrom);
+      mSvg.Rect(from, mY, std::max(mScale.At(gap.mTo), from + 1) - from, bottom - mY, sGap,
+                "gap between " + RoundTrip(gap.mFrom) + " and " + RoundTrip(gap.mTo));
     }
     double labelled = -1e9;
     for (const PlannedFile& file : steps.mFiles) {
@@ -222,7 +226,7 @@ class Picture {
         labelled = base;
       }
       mSvg.Line(mLeft, mY + row / 2, mRight, mY + row / 2, sRow);
-      DrawBars(file, mY + row * 0.17, row * 0.66);
+      DrawFile(file, mY + row * 0.17, row * 0.66);
       mY += row;
     }
     mSvg.Line(mLeft, mY + 1.5, mRight, mY + 1.5, "stroke=\"#bbb\" stroke-width=\"0.7\"");
@@ -256,18 +260,11 @@ class Picture {
     mSvg.Text(sWidth - sMargin, base, size, right, Anchored(sGrey, "end"));
   }
 
-  void DrawGap(const PlanGap& gap, double top, double bottom) {
-    const double from = mScale.At(gap.mFrom);
-    const double to = std::max(mScale.At(gap.mTo), from + 1);
-    mSvg.Rect(from, top, to - from, bottom - top, sGap,
-              "gap between " + RoundTrip(gap.mFrom) + " and " + RoundTrip(gap.mTo));
-  }
-
   static bool HasPlace(const PlanPiece& piece) {
     return !std::isnan(piece.mFirst) && !std::isnan(piece.mLast);
   }
 
-  void DrawBars(const PlannedFile& file, double y, double height) {
+  void DrawFile(const PlannedFile& file, double y, double height) {
     std::vector<Bar> kept;
     std::vector<Bar> wiped;
     for (std::size_t i = 0; i < file.mPieces.size(); ++i) {
@@ -291,17 +288,21 @@ class Picture {
     }
     const std::string tooltip =
         mPlan.mFiles[static_cast<std::size_t>(file.mFile)].mName + ": " + CountText(file);
-    for (const Bar& bar : wiped) {
-      mSvg.Rect(bar.mFrom, y, bar.mTo - bar.mFrom, height, sWiped, tooltip);
-    }
-    for (const Bar& bar : kept) {
-      mSvg.Rect(bar.mFrom, y, bar.mTo - bar.mFrom, height, sKept, tooltip);
+    DrawBars(wiped, y, height, sWiped, tooltip);
+    DrawBars(kept, y, height, sKept, tooltip);
+  }
+
+  void DrawBars(const std::vector<Bar>& bars, double y, double height, const char* style,
+                const std::string& tooltip = "") {
+    for (const Bar& bar : bars) {
+      mSvg.Rect(bar.mFrom, y, bar.mTo - bar.mFrom, height, style, tooltip);
     }
   }
 
   void DrawJoined(const PlannedSteps& steps, double y, double height) {
-    std::optional<Bar> whole;
+    // One bar reaches from one gap to the next, however many files it comes from.
     std::vector<Bar> bars;
+    std::optional<Bar> whole;
     std::size_t gap = 0;
     const auto finish = [&] {
       if (whole) {
@@ -314,25 +315,15 @@ class Picture {
         if (!piece.mIsKept || !HasPlace(piece)) {
           continue;
         }
-        while (gap < steps.mGaps.size() && piece.mFirst >= steps.mGaps[gap].mTo) {
+        for (; gap < steps.mGaps.size() && piece.mFirst >= steps.mGaps[gap].mTo; ++gap) {
           finish();
-          ++gap;
         }
-        const double from = std::min(mScale.At(piece.mFirst), mScale.At(piece.mLast));
-        const double to = std::max(mScale.At(piece.mFirst), mScale.At(piece.mLast));
+        const auto [from, to] = std::minmax({mScale.At(piece.mFirst), mScale.At(piece.mLast)});
         whole = whole ? Bar{std::min(whole->mFrom, from), std::max(whole->mTo, to)} : Bar{from, to};
       }
     }
     finish();
-    for (const Bar& bar : bars) {
-      mSvg.Rect(bar.mFrom, y, bar.mTo - bar.mFrom, height, sJoined);
-    }
-  }
-
-  void DrawGrid(double top, double bottom) {
-    for (const TimeScale::Tick& tick : mScale.Ticks()) {
-      mSvg.Line(tick.mX, top, tick.mX, bottom, sGrid);
-    }
+    DrawBars(bars, y, height, sJoined);
   }
 
   void DrawAxis() {

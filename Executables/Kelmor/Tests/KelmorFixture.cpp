@@ -2,8 +2,10 @@
 
 #include <filesystem>
 #include <map>
+#include <numeric>
 #include <tuple>
 
+#include "Utils/HDF5/Handle.hpp"
 #include "Utils/Store/CachedH5FileHolder.hpp"
 
 namespace fs = std::filesystem;
@@ -67,6 +69,17 @@ void WriteTimes(File& file, const std::string& path, const std::vector<double>& 
     rows.push_back({time, 100.0 * tag + static_cast<double>(rows.size())});
   }
   file.Table(path, rows, {.mLegend = {"time", "value"}}, 2);
+}
+
+void WriteNumbers(File& file, const std::string& path, hsize_t rows,
+                  const std::vector<hsize_t>& chunk, hsize_t columns, double first) {
+  file.Table(path, {}, {.mChunk = chunk}, columns);
+  std::vector<double> numbers(rows * columns);
+  std::iota(numbers.begin(), numbers.end(), first);
+  const hsize_t dims[2] = {rows, columns};
+  const Vexa_H5::DatasetHandle dataset(H5Dopen2(file.Id(), path.c_str(), H5P_DEFAULT));
+  EXPECT_GE(H5Dset_extent(dataset, dims), 0);
+  EXPECT_GE(H5Dwrite(dataset, H5T_NATIVE_DOUBLE, H5S_ALL, H5S_ALL, H5P_DEFAULT, numbers.data()), 0);
 }
 
 Rows Count(double first, std::size_t values) {

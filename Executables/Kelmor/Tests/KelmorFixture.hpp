@@ -46,6 +46,10 @@ class KelmorFixture : public testing::Test {
 void WriteTimes(PlainH5::File& file, const std::string& path, const std::vector<double>& times,
                 int tag = 0);
 
+/// Writes a table of numbers that go up by one, row after row.
+void WriteNumbers(PlainH5::File& file, const std::string& path, hsize_t rows,
+                  const std::vector<hsize_t>& chunk, hsize_t columns, double first = 0);
+
 inline constexpr char sTwoDimensionalSpec[] = "TensorDim=3; TensorSymm=1; DataMeshDim=2;";
 
 /// Values of a coefficient set or a series of tensors: first, first + 1, ... as a table of one

@@ -3,7 +3,6 @@
 #include <filesystem>
 
 #include "Executables/Kelmor/Tests/KelmorFixture.hpp"
-#include "Utils/HDF5/Handle.hpp"
 
 namespace {
 
@@ -41,23 +40,11 @@ class MemoryTest : public KelmorFixture {
   }
 };
 
-void WriteValues(File& file, const std::string& path, hsize_t rows, hsize_t columns) {
-  file.Table(path, {}, {.mChunk = {131072, 1}}, columns);
-  std::vector<double> values(rows * columns);
-  for (std::size_t i = 0; i < values.size(); ++i) {
-    values[i] = static_cast<double>(i - i % columns);
-  }
-  const hsize_t dims[2] = {rows, columns};
-  const Vexa_H5::DatasetHandle dataset(H5Dopen2(file.Id(), path.c_str(), H5P_DEFAULT));
-  EXPECT_GE(H5Dset_extent(dataset, dims), 0);
-  EXPECT_GE(H5Dwrite(dataset, H5T_NATIVE_DOUBLE, H5S_ALL, H5S_ALL, H5P_DEFAULT, values.data()), 0);
-}
-
 TEST_F(MemoryTest, TablesBeyondTheLimitAreReadByColumns) {
   // 48 MiB of every table in two files: a column of it takes 1 MiB.
   for (const char* table : {"/x.dat", "/y.dat", "/z.dat"}) {
     for (const char* file : {"0.h5", "1.h5"}) {
-      WriteValues(Input(file), table, 65536, 24);
+      WriteNumbers(Input(file), table, 65536, {131072, 1}, 24);
     }
   }
   // Blocks of values, and what they are encoded to, on their way to the file.
@@ -75,7 +62,7 @@ TEST_F(MemoryTest, TensorsDoNotAddUpOverFiles) {
     File& file = Input(names.back());
     const double values = 2e6;  // 15 MiB
     file.Table("/t.tdm/index.dat", {{0, values / 2, values / 2}, {1, values, values / 2}});
-    WriteValues(file, "/t.tdm/data.dat", static_cast<hsize_t>(values), 1);
+    WriteNumbers(file, "/t.tdm/data.dat", static_cast<hsize_t>(values), {131072, 1}, 1);
     file.StringAttribute("/t.tdm", "TensorSpec", {"TensorDim=3; TensorSymm=; DataMeshDim=1;"});
   }
   const auto peak = [&](int files) {

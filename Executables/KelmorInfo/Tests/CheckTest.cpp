@@ -163,17 +163,6 @@ TEST_F(CheckTest, TheFirstDifferenceIsTold) {
   }
 }
 
-// A table of numbers, row after row from `first` on.
-void WriteNumbers(File& file, const char* path, hsize_t rows, const std::vector<hsize_t>& chunk,
-                  hsize_t columns, double first) {
-  file.Table(path, {}, {.mChunk = chunk}, columns);
-  Resize(path, rows, columns)(file.Id());
-  std::vector<double> numbers(rows * columns);
-  std::iota(numbers.begin(), numbers.end(), first);
-  const Vexa_H5::DatasetHandle dataset(H5Dopen2(file.Id(), path, H5P_DEFAULT));
-  EXPECT_GE(H5Dwrite(dataset, H5T_NATIVE_DOUBLE, H5S_ALL, H5S_ALL, H5P_DEFAULT, numbers.data()), 0);
-}
-
 // Whether a table holds numbers that go up by one, but for one jump.
 void ExpectNumbers(const File& file, const char* path, std::size_t jump, double next,
                    std::size_t count) {
