@@ -28,8 +28,8 @@ bool IsSuppressed() {
   return value != nullptr && *value != '\0';
 }
 
-// From the frame with this return address outwards, less `skip` frames. The address is found rather
-// than counted, for a sanitizer puts frames of its own on top.
+// Returns the frames from the one with this return address outwards, less `skip` frames. The
+// address is found rather than counted, for a sanitizer puts frames of its own on top.
 std::span<void* const> FramesFrom(const Frames& frames, int count, void* caller, int skip) {
   const auto end = frames.begin() + count;
   auto first = std::find(frames.begin(), end, caller);
@@ -45,8 +45,8 @@ struct Frame {
 
 Frame Describe(void* address) {
   Dl_info info{};
-  // Looked up one byte back: a return address behind a call that never returns can already belong
-  // to the next function.
+  // The address is looked up one byte back: a return address behind a call that never returns can
+  // already belong to the next function.
   const bool isKnown = dladdr(static_cast<char*>(address) - 1, &info) != 0;
   const bool hasName = isKnown && info.dli_sname != nullptr;
   std::ostringstream place;

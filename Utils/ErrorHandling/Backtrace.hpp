@@ -5,13 +5,13 @@
 
 #include <string>
 
-/// One line per frame, innermost first: the object file, and symbol + offset in it. Drops this
-/// function's own frame and `skipFrames` more; goes up to 100 frames deep. Below them, for every
-/// object with a frame that has no name, the address at which it is loaded.
+/// Returns one line per frame, innermost first: the object file, and symbol + offset in it. Drops
+/// this function's own frame and `skipFrames` more; goes up to 100 frames deep. Below them, for
+/// every object with a frame that has no name, the address at which it is loaded.
 std::string Backtrace(int skipFrames);
 
-/// The same straight to standard error in the C library's format. Allocates nothing, for use when
-/// memory is exhausted.
+/// Writes the frames straight to standard error in the C library's format. It allocates nothing,
+/// and so can be called when memory is exhausted.
 void PrintSimpleBacktrace(int skipFrames);
 
 /// Has the unwinder loaded, which allocates, so that neither function has to do it in a process

@@ -11,7 +11,7 @@
 
 namespace {
 
-// Never destroyed: objects of static storage unregister at exit.
+// The list is never destroyed, since objects of static storage unregister at exit.
 std::vector<const CachedOutputObject*>& Objects() {
   static auto& objects = *new std::vector<const CachedOutputObject*>;
   return objects;

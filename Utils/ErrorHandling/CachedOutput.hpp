@@ -6,7 +6,7 @@
 // store, such points are where an object is got for writing and where a handle goes.
 #pragma once
 
-/// Registered from its construction to its destruction.
+/// An object is registered from its construction to its destruction.
 class CachedOutputObject {
  public:
   CachedOutputObject();

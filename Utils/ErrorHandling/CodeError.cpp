@@ -9,7 +9,7 @@
 
 namespace {
 
-// One can be destroyed by another thread than the one that made it.
+// An error can be destroyed by another thread than the one that made it.
 std::mutex sListMutex;
 CodeError* spNewest = nullptr;
 

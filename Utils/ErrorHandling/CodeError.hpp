@@ -16,7 +16,8 @@ class CodeError {
   ~CodeError();
 
   const std::string& Message() const { return mMessage; }
-  /// For who lists several failures; empty if there is but the message.
+  /// Reason and context serve who lists several failures; they are empty if only the message is
+  /// known.
   const std::string& Reason() const { return mReason; }
   const std::string& Context() const { return mContext; }
 

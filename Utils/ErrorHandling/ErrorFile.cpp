@@ -17,7 +17,7 @@
 
 namespace {
 
-// Kept for files whose owner is another one than who made them.
+// Which file this process created is kept, since a network file system may show another owner.
 std::atomic<dev_t> sDeviceOfCreated = 0;
 std::atomic<ino_t> sNumberOfCreated = 0;
 
@@ -69,7 +69,7 @@ bool IsHdf5(int descriptor, off_t size) {
   return false;
 }
 
-// Null if it may be added to.
+// Returns why nothing may be added to the file, or null if something may.
 const char* Objection(int descriptor) {
   struct stat status {};
   if (fstat(descriptor, &status) != 0) {

@@ -5,10 +5,10 @@
 #include <string>
 #include <string_view>
 
-/// Open for appending from its construction to its destruction, if it can be had: as a regular file
-/// of this user with one name, which is no HDF5 file. It is created if nothing has the name. A
-/// symbolic link is not followed. What this process created is its own, whatever owner a network
-/// file system shows.
+/// The file is open for appending from its construction to its destruction, if it can be had: it
+/// must be a regular file of this user with one name, and no HDF5 file. It is created if nothing
+/// has the name. A symbolic link is not followed. What this process created is its own, whatever
+/// owner a network file system shows.
 class ErrorFile {
  public:
   ErrorFile();

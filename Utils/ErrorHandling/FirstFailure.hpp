@@ -1,4 +1,4 @@
-// For work that goes on after a failure, which is reported when the rest is done.
+// FirstFailure serves work that goes on after a failure, which is reported when the rest is done.
 #pragma once
 
 #include <exception>

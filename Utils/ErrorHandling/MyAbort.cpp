@@ -21,7 +21,7 @@ namespace {
 int SleepSeconds = 10;
 std::atomic<bool> During_Shutdown = false;
 std::atomic<bool> sHasFlushed = false;
-thread_local bool tIsEndingProcess = false;
+thread_local bool sIsEndingProcess = false;
 
 // Nobody calls the signal handlers, so a linker would leave their object in the archive. Every way
 // to fail leads here: whatever program can fail has the handlers, too.
@@ -47,7 +47,7 @@ void WaitForOthers(const ParallelRuntime& runtime) {
 
 void MyAbort() noexcept {
   if (During_Shutdown.exchange(true)) {
-    if (!tIsEndingProcess) {
+    if (!sIsEndingProcess) {
       MyAbort_AwaitEnd();
     }
     sHasFlushed = true;
@@ -57,7 +57,7 @@ void MyAbort() noexcept {
     }
     std::exit(-1);
   }
-  tIsEndingProcess = true;
+  sIsEndingProcess = true;
   const ParallelRuntime& runtime = ParallelRuntime::Instance();
   if (runtime.IsInitialized() && runtime.NumberOfProcesses() >= 2) {
     CachedOutput::FlushCachedOutputOnAllProcessors();
@@ -79,7 +79,7 @@ void MyAbort_AwaitEnd() noexcept {
 }
 
 bool MyAbort_CalledByAnotherThread() {
-  return During_Shutdown && !tIsEndingProcess;
+  return During_Shutdown && !sIsEndingProcess;
 }
 
 void MyAbort_LastOutputWritten() noexcept {

@@ -8,9 +8,9 @@
 /// reported like any other.
 [[noreturn]] void MyAbort() noexcept;
 
-/// For a thread that finds another one ending the process: leaves it alone until it has. An exit
-/// handler may wait for this very thread, so a minute after the last output was written this ends
-/// the process itself.
+/// Must be called by a thread that finds another one ending the process, and waits for the end. An
+/// exit handler may wait for this very thread, so a minute after the last output was written this
+/// ends the process itself.
 [[noreturn]] void MyAbort_AwaitEnd() noexcept;
 bool MyAbort_CalledByAnotherThread();
 /// Says that the process, which is ending, has written its last output.

@@ -1,6 +1,6 @@
-// For what must be undone where an exception passes. A guard, unlike a catch, leaves the stack as
-// it is when nobody catches the exception, so that the terminate handler still knows what was being
-// worked on.
+// OnFailure serves what must be undone where an exception passes. A guard, unlike a catch, leaves
+// the stack as it is when nobody catches the exception, so that the terminate handler still knows
+// what was being worked on.
 #pragma once
 
 #include <exception>

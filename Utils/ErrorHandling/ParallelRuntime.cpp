@@ -4,7 +4,7 @@
 #include <new>
 
 namespace {
-const ParallelRuntime* pInstalled = nullptr;
+const ParallelRuntime* spInstalled = nullptr;
 }  // namespace
 
 const ParallelRuntime& ParallelRuntime::Instance() {
@@ -12,9 +12,9 @@ const ParallelRuntime& ParallelRuntime::Instance() {
   // one of them says that there is no memory.
   alignas(ParallelRuntime) static std::byte place[sizeof(ParallelRuntime)];
   static const ParallelRuntime& serial = *new (place) ParallelRuntime;
-  return pInstalled == nullptr ? serial : *pInstalled;
+  return spInstalled == nullptr ? serial : *spInstalled;
 }
 
 void ParallelRuntime::Install(const ParallelRuntime* runtime) {
-  pInstalled = runtime;
+  spInstalled = runtime;
 }

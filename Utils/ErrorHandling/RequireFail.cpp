@@ -10,7 +10,7 @@
 #include "Utils/Process/Formatting.hpp"
 
 namespace {
-thread_local const ReportContext* pInnermostContext = nullptr;
+thread_local const ReportContext* spInnermostContext = nullptr;
 
 std::string_view WithoutDirectory(std::string_view path) {
   return path.substr(path.rfind('/') + 1);  // npos + 1 is 0
@@ -96,28 +96,28 @@ const std::string& ReportContext::NoDataset() {
 }
 
 ReportContext::ReportContext(const std::string& dataset, const std::string& file)
-    : mDataset(dataset), mFile(file), mpOuter(pInnermostContext) {
-  pInnermostContext = this;
+    : mDataset(dataset), mFile(file), mpOuter(spInnermostContext) {
+  spInnermostContext = this;
 }
 
 ReportContext::~ReportContext() {
-  pInnermostContext = mpOuter;
+  spInnermostContext = mpOuter;
 }
 
 std::string ReportContext::Dataset() {
-  return pInnermostContext == nullptr ? "" : pInnermostContext->mDataset;
+  return spInnermostContext == nullptr ? "" : spInnermostContext->mDataset;
 }
 
 std::string ReportContext::File() {
-  return pInnermostContext == nullptr ? "" : pInnermostContext->mFile;
+  return spInnermostContext == nullptr ? "" : spInnermostContext->mFile;
 }
 
 void ReportContext::PrintCurrent(std::ostream& os) {
-  if (pInnermostContext == nullptr) {
+  if (spInnermostContext == nullptr) {
     return;
   }
-  const std::string& dataset = pInnermostContext->mDataset;
-  const std::string& file = pInnermostContext->mFile;
+  const std::string& dataset = spInnermostContext->mDataset;
+  const std::string& file = spInnermostContext->mFile;
   const auto put = [&os](std::string_view piece) { os << piece; };
   if (!dataset.empty()) {
     os << "Object '";

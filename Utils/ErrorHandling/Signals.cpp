@@ -19,10 +19,10 @@ void SetAction(int signal, void (*handler)(int)) {
   sigaction(signal, &action, nullptr);
 }
 
-// None of what this calls is safe in a signal handler. The process is lost anyway, and mostly the
-// report gets out. If it does not, the process still ends: a further fatal signal in here finds the
-// report begun and takes its default action, and a lock of the allocator that the failed code
-// holds meets the alarm.
+// This calls functions that are not safe in a signal handler. The process is lost anyway, and
+// mostly the report gets out. If it does not, the process still ends: a further fatal signal in
+// here finds the report begun and takes its default action, and a lock of the allocator that the
+// failed code holds meets the alarm.
 void BacktraceSignal(int signal) {
   static volatile std::sig_atomic_t sReporting = 0;
   SetAction(signal, SIG_DFL);

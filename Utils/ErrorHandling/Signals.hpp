@@ -4,7 +4,7 @@
 // default action. No cached output is written, for the process may be in any state.
 #pragma once
 
-/// Set once the handler is installed.
+/// Whether the handler is installed.
 extern bool signal_backtraces_enabled;
 
 /// Installs the handler; what the static initialiser calls. Always true.

@@ -28,7 +28,7 @@ SigpipeHeldBack::SigpipeHeldBack() : mWasPending(IsPending()) {
 
 SigpipeHeldBack::~SigpipeHeldBack() {
   const int error = errno;
-  // One that was pending before is the program's.
+  // A signal that was pending before is the program's.
   if (!mWasPending && IsPending()) {
     const sigset_t sigpipe = OnlySigpipe();
     const timespec noTime{};

@@ -17,7 +17,7 @@
 
 namespace {
 
-// Neither MyErr nor Backtrace, which allocate.
+// This calls neither MyErr nor Backtrace, since they allocate.
 void ReportBadAlloc() {
   const std::ios_base::Init streams;  // a static initialiser may be what ran out of memory
   PrepareForErrors();

@@ -2,7 +2,7 @@
 
 namespace TerminationCriteria {
 
-/// Set once floating-point traps are enabled.
+/// Whether floating-point traps are enabled.
 inline bool TerminateOnFPE = false;
 
 /// From here on an invalid floating-point operation, a division by zero or an overflow ends the

@@ -156,7 +156,7 @@ class MpiEnvironment::Runtime : public ParallelRuntime {
     MPI_Allgather(&self, 2, MPI_LONG, mHost.data(), 2, MPI_LONG, host);
   }
 
-  // Where no memory can be shared, the job runs all the same, and nobody will have answered.
+  // If no memory can be shared, the job runs all the same, and nobody will have answered.
   void ShareAnswers(MPI_Comm host) {
     MPI_Comm_set_errhandler(host, MPI_ERRORS_RETURN);
     const bool isFirst = mHostRank == 0;
