@@ -11,8 +11,6 @@
 #include <algorithm>
 #include <bit>
 #include <cerrno>
-#include <memory>
-#include <new>
 #include <utility>
 #include <vector>
 
@@ -20,23 +18,20 @@
 #include "Utils/HDF5/FilePieces.hpp"
 #include "Utils/HDF5/Handle.hpp"
 #include "Utils/HDF5/Library.hpp"
+#include "Utils/HDF5/LittleEndian.hpp"
 
 using namespace Vexa_H5;
 
 namespace {
 
-// Without a group behind it nobody can open a file.
+// A file that ends behind its superblock has no group, so nobody can open it.
 constexpr haddr_t sSuperblockBytes = 48;
 
 // The checksum of metadata: Bob Jenkins's lookup3 (hashlittle, with an initial value of 0), of 44
 // bytes here (HDF5 File Format Specification, "Superblock" of version 3).
 std::uint32_t ChecksumOfSuperblock(const unsigned char* bytes) {
   const auto word = [bytes](int i) {
-    std::uint32_t value = 0;
-    for (int k = 3; k >= 0; --k) {
-      value = value << 8 | bytes[4 * i + k];
-    }
-    return value;
+    return static_cast<std::uint32_t>(LittleEndian(bytes + 4 * i, 4));
   };
   std::uint32_t a = 0xdeadbeef + 44;
   std::uint32_t b = a;
@@ -82,18 +77,22 @@ void ClearWriteMark(FilePieces::Bytes& beginning) {
 
 // A file as this driver knows it. Below is the file of the library's own driver, whose functions
 // are called past the library's interface: that would clear the stack of errors and print it twice.
-class File {
+class File : public H5FD_t {
  public:
   File(H5FD_t* below, bool isNew)
-      : mpBelow(below), mHasContent(!isNew), mEnd(FileEnd()), mCommittedEnd(isNew ? 0 : mEnd) {}
+      : H5FD_t{},
+        mpBelow(below),
+        mHasContent(!isNew),
+        mEnd(FileEnd()),
+        mCommittedEnd(isNew ? 0 : mEnd) {}
 
   H5FD_t* Below() const { return mpBelow; }
   haddr_t End() const { return mEnd; }
 
   herr_t Read(H5FD_mem_t type, hid_t dxpl_id, haddr_t address, std::size_t size, void* buffer) {
     const herr_t err = mpBelow->cls->read(mpBelow, type, dxpl_id, address, size, buffer);
-    if (err >= 0 && !mHeld.IsEmpty()) {
-      mHeld.Overlay(address, static_cast<unsigned char*>(buffer), size);
+    if (err >= 0 && !mPending.IsEmpty()) {
+      mPending.Overlay(address, static_cast<unsigned char*>(buffer), size);
     }
     return err;
   }
@@ -101,15 +100,15 @@ class File {
   herr_t Write(H5FD_mem_t type, hid_t dxpl_id, haddr_t address, std::size_t size,
                const void* buffer) {
     const auto* bytes = static_cast<const unsigned char*>(buffer);
-    if (Vexa_H5::DiscardUnflushed::IsActive()) {
+    if (DiscardUnflushed::IsActive()) {
       return 0;
     }
     mEnd = std::max(mEnd, address + size);
     const bool passes =
-        mHasContent && address >= mCommittedEnd && size >= FilePieces::BytesWorthAWrite;
-    if (!passes || mHeld.Overlaps(address, size)) {
-      mHeld.Write(address, bytes, size);
-      return mHeld.Size() > Vexa_H5::sMostBytesHeld && mHasContent ? EmitEarly(dxpl_id) : 0;
+        mHasContent && address >= mCommittedEnd && size >= FilePieces::sBytesWorthAWrite;
+    if (!passes || mPending.Overlaps(address, size)) {
+      mPending.Write(address, bytes, size);
+      return mPending.Size() > sMostPendingBytes && mHasContent ? EmitEarly(dxpl_id) : 0;
     }
     const herr_t err = mpBelow->cls->write(mpBelow, type, dxpl_id, address, size, bytes);
     // The library's metadata already lead to what is missing, a chunk with earlier rows among it.
@@ -118,12 +117,12 @@ class File {
   }
 
   void Truncate(haddr_t end) {
-    mHeld.Cut(end);
+    mPending.Cut(end);
     mEnd = end;
   }
 
   herr_t Commit(hid_t dxpl_id, hbool_t isClosing) {
-    if (Vexa_H5::DiscardUnflushed::IsActive()) {
+    if (DiscardUnflushed::IsActive()) {
       mHasFailed = true;
       return 0;
     }
@@ -131,9 +130,10 @@ class File {
     return mHasFailed ? -1 : 0;
   }
 
-  // While it closes a file the library writes to it after its last flush, too.
+  // Commits what the library wrote after its last flush, as it does while it closes a file.
   herr_t CommitRest() {
-    return mHasFailed || (mHeld.IsEmpty() && mEnd == mCommittedEnd) ? 0 : Commit(H5P_DEFAULT, true);
+    return mHasFailed || (mPending.IsEmpty() && mEnd == mCommittedEnd) ? 0
+                                                                       : Commit(H5P_DEFAULT, true);
   }
 
  private:
@@ -147,11 +147,11 @@ class File {
         return -1;
       }
     }
-    FilePieces fresh = mHasContent ? mHeld.TakeFrom(mCommittedEnd) : FilePieces();
+    FilePieces fresh = mHasContent ? mPending.TakeFrom(mCommittedEnd) : FilePieces();
     if ((mHasContent && TakeRoom() < 0) || Emit(fresh, dxpl_id) < 0 ||
         (mHasContent && FileEnd() < mEnd &&
          mpBelow->cls->truncate(mpBelow, dxpl_id, isClosing) < 0) ||
-        Emit(mHeld, dxpl_id) < 0 ||
+        Emit(mPending, dxpl_id) < 0 ||
         (FileEnd() > mEnd && mpBelow->cls->truncate(mpBelow, dxpl_id, isClosing) < 0)) {
       return -1;
     }
@@ -160,9 +160,9 @@ class File {
     return mpBelow->cls->flush == nullptr ? 0 : mpBelow->cls->flush(mpBelow, dxpl_id, isClosing);
   }
 
-  // Of the new part of the file, also where nothing is written yet: what a later commit writes
-  // there could otherwise find the disk full when the old part is half overwritten. A file system
-  // that cannot take room does without.
+  // Reserves disk space for the new part of the file, also where nothing is written yet: a later
+  // commit could otherwise find the disk full when the old part is half overwritten. A file system
+  // that cannot reserve space does without.
   herr_t TakeRoom() {
     const int descriptor = Descriptor();
     if (mEnd <= mCommittedEnd || descriptor < 0) {
@@ -177,7 +177,7 @@ class File {
     return isFull ? -1 : 0;
   }
 
-  // Of the file below; -1 if there is none.
+  // Returns the descriptor of the file below, or -1 if it has none.
   int Descriptor() const {
     void* handle = nullptr;
     const herr_t err = mpBelow->cls->get_handle(mpBelow, H5P_DEFAULT, &handle);
@@ -189,17 +189,17 @@ class File {
     const FilePieces::Bytes rest(std::max(mEnd, FileEnd()) - FileEnd(), 0);
     FilePieces all;
     all.Write(FileEnd(), rest.data(), rest.size());
-    for (const auto& [address, bytes] : mHeld.All()) {
+    for (const auto& [address, bytes] : mPending.All()) {
       all.Write(address, bytes.data(), bytes.size());
     }
-    mHeld = std::move(all);
+    mPending = std::move(all);
     const int descriptor = Descriptor();
     struct stat status {};
     // Where nobody uses locks, another process may have taken the same empty file for its own.
     if (fstat(descriptor, &status) != 0 || status.st_size != 0) {
       return -1;
     }
-    const herr_t err = Emit(mHeld, dxpl_id);
+    const herr_t err = Emit(mPending, dxpl_id);
     return err < 0 && ftruncate(descriptor, 0) != 0 ? -1 : err;
   }
 
@@ -208,13 +208,13 @@ class File {
 
   // When too much is held, what lies beyond the old end goes first, where it does no harm.
   herr_t EmitEarly(hid_t dxpl_id) {
-    FilePieces fresh = mHeld.TakeFrom(mCommittedEnd);
+    FilePieces fresh = mPending.TakeFrom(mCommittedEnd);
     const herr_t err = Emit(fresh, dxpl_id);
-    return err < 0 || mHeld.Size() <= Vexa_H5::sMostBytesHeld / 2 ? err : Emit(mHeld, dxpl_id);
+    return err < 0 || mPending.Size() <= sMostPendingBytes / 2 ? err : Emit(mPending, dxpl_id);
   }
 
-  // Writes pieces and forgets them, or none of the latter. All are gathered first, so that the
-  // writes follow one another closely.
+  // Writes the pieces and forgets them, or keeps all of them if a write fails. They are gathered
+  // first, so that the writes follow one another closely.
   herr_t Emit(FilePieces& pieces, hid_t dxpl_id) {
     const auto read = [&](haddr_t address, FilePieces::Bytes& bytes) {
       return mpBelow->cls->read(mpBelow, H5FD_MEM_DEFAULT, dxpl_id, address, bytes.size(),
@@ -230,9 +230,9 @@ class File {
     }
     if (isFine) {
       pieces.Clear();
-    } else if (&pieces != &mHeld) {
+    } else if (&pieces != &mPending) {
       for (const auto& [address, bytes] : pieces.All()) {
-        mHeld.Write(address, bytes.data(), bytes.size());
+        mPending.Write(address, bytes.data(), bytes.size());
       }
     }
     return isFine ? 0 : -1;
@@ -244,25 +244,15 @@ class File {
   haddr_t mCommittedEnd;
   bool mLacksBytes = false;  // some that the library wrote since the last flush
   bool mHasFailed = false;   // at the last flush
-  FilePieces mHeld;
-};
-
-// The library casts this to H5FD_t and back.
-struct DriverFile {
-  H5FD_t mPublic;
-  File* mpFile;
+  FilePieces mPending;
 };
 
 File& FileOf(H5FD_t* file) {
-  return *reinterpret_cast<DriverFile*>(file)->mpFile;
-}
-
-const File& FileOf(const H5FD_t* file) {
-  return *reinterpret_cast<const DriverFile*>(file)->mpFile;
+  return *static_cast<File*>(file);
 }
 
 H5FD_t* BelowOf(const H5FD_t* file) {
-  return FileOf(file).Below();
+  return static_cast<const File*>(file)->Below();
 }
 
 // No exception may pass through the library.
@@ -275,22 +265,10 @@ herr_t Guarded(const Function& function) {
   }
 }
 
-// Keeps the library's errors while its interface is called, which would clear them.
-class KeptErrors {
- public:
-  KeptErrors() : mErrors_id(H5Eget_current_stack()) {}
-  ~KeptErrors() { H5Eset_current_stack(mErrors_id); }
-  KeptErrors(const KeptErrors&) = delete;
-  KeptErrors& operator=(const KeptErrors&) = delete;
-
- private:
-  hid_t mErrors_id;
-};
-
 H5FD_t* OpenBelow(const char* name, unsigned flags, haddr_t maxAddress) {
   // The library prints its errors once more on the way up.
   const MuteH5Errors mute;
-  static Vexa_H5::KeptId list;
+  static KeptId list;
   const hid_t below_id = list.Get([] {
     PropertyListHandle made(H5Pcreate(H5P_FILE_ACCESS));
     return made >= 0 && H5Pset_fapl_sec2(made) >= 0 ? made.Release() : -1;
@@ -313,8 +291,7 @@ H5FD_t* Open(const char* name, unsigned flags, hid_t, haddr_t maxAddress) {
     return nullptr;
   }
   try {
-    auto file = std::make_unique<File>(below, isNew);
-    return &(new DriverFile{{}, file.release()})->mPublic;
+    return new File(below, isNew);
   } catch (...) {
     H5FDclose(below);
     return nullptr;
@@ -324,32 +301,35 @@ H5FD_t* Open(const char* name, unsigned flags, hid_t, haddr_t maxAddress) {
 herr_t Close(H5FD_t* file) {
   // What is held after a failed flush is not whole, and goes no further.
   const herr_t rest = Guarded([file] { return FileOf(file).CommitRest(); });
-  const KeptErrors kept;
+  // A call of the library's interface clears its stack of errors, which is put back.
+  const hid_t errors_id = H5Eget_current_stack();
   const herr_t err = std::min(H5FDclose(BelowOf(file)), rest);
   delete &FileOf(file);
-  delete reinterpret_cast<DriverFile*>(file);
+  H5Eset_current_stack(errors_id);
   return err;
 }
 
-// Functions that the library's own driver answers.
-template <auto Member, class... Arguments>
-auto Forward(const H5FD_t* file, Arguments... arguments) {
-  H5FD_t* const below = BelowOf(file);
-  return (below->cls->*Member)(below, arguments...);
-}
+// Makes a function of this driver of the one that the library's own driver has.
+template <auto Member>
+struct Forwarded;
 
-// How bytes move.
+template <class Result, class AnyFile, class... Arguments,
+          Result (*H5FD_class_t::*Member)(AnyFile*, Arguments...)>
+struct Forwarded<Member> {
+  static Result Call(AnyFile* file, Arguments... arguments) {
+    H5FD_t* const below = BelowOf(file);
+    return (below->cls->*Member)(below, arguments...);
+  }
+};
+
+// Fills in the functions that move bytes.
 void SetTransfer(H5FD_class_t& driver) {
-  driver.get_eoa = [](const H5FD_t* file, H5FD_mem_t type) {
-    return Forward<&H5FD_class_t::get_eoa>(file, type);
+  driver.get_eoa = Forwarded<&H5FD_class_t::get_eoa>::Call;
+  driver.set_eoa = Forwarded<&H5FD_class_t::set_eoa>::Call;
+  driver.get_eof = [](const H5FD_t* file, H5FD_mem_t) {
+    return static_cast<const File*>(file)->End();
   };
-  driver.set_eoa = [](H5FD_t* file, H5FD_mem_t type, haddr_t address) {
-    return Forward<&H5FD_class_t::set_eoa>(file, type, address);
-  };
-  driver.get_eof = [](const H5FD_t* file, H5FD_mem_t) { return FileOf(file).End(); };
-  driver.get_handle = [](H5FD_t* file, hid_t fapl_id, void** handle) {
-    return Forward<&H5FD_class_t::get_handle>(file, fapl_id, handle);
-  };
+  driver.get_handle = Forwarded<&H5FD_class_t::get_handle>::Call;
   driver.read = [](H5FD_t* file, H5FD_mem_t type, hid_t dxpl_id, haddr_t address, std::size_t size,
                    void* buffer) {
     return FileOf(file).Read(type, dxpl_id, address, size, buffer);
@@ -362,7 +342,7 @@ void SetTransfer(H5FD_class_t& driver) {
     return Guarded([&] { return FileOf(file).Commit(dxpl_id, isClosing); });
   };
   driver.truncate = [](H5FD_t* file, hid_t, hbool_t) {
-    FileOf(file).Truncate(Forward<&H5FD_class_t::get_eoa>(file, H5FD_MEM_DEFAULT));
+    FileOf(file).Truncate(file->cls->get_eoa(file, H5FD_MEM_DEFAULT));
     return 0;
   };
 }
@@ -388,10 +368,8 @@ H5FD_class_t MakeClass() {
     return BelowOf(file)->cls->query(BelowOf(file), flags);
   };
   SetTransfer(driver);
-  driver.lock = [](H5FD_t* file, hbool_t isForWriting) {
-    return Forward<&H5FD_class_t::lock>(file, isForWriting);
-  };
-  driver.unlock = [](H5FD_t* file) { return Forward<&H5FD_class_t::unlock>(file); };
+  driver.lock = Forwarded<&H5FD_class_t::lock>::Call;
+  driver.unlock = Forwarded<&H5FD_class_t::unlock>::Call;
   // Room that is given up is reused as under the driver below.
   const H5FD_mem_t map[] = H5FD_FLMAP_DICHOTOMY;
   std::ranges::copy(map, driver.fl_map);
@@ -400,7 +378,7 @@ H5FD_class_t MakeClass() {
 
 }  // namespace
 
-void Vexa_H5::UseCommittingDriver(hid_t fapl_id) {
+void Vexa_H5::SetCommittingDriver(hid_t fapl_id) {
   static const H5FD_class_t driver = MakeClass();
   static KeptId registered;
   const hid_t driver_id = registered.Get([] { return H5FDregister(&driver); });

@@ -8,9 +8,9 @@
 
 namespace Vexa_H5 {
 
-/// Bytes of one file that wait in memory for its next flush, at most. What exceeds them goes to the
-/// file before its time, and only a kill between that and the end of the next flush can tell.
-inline constexpr std::uint64_t sMostBytesHeld = 32 * 1024 * 1024;
+/// At most this many bytes of one file wait in memory for its next flush. What exceeds them goes to
+/// the file before its time, and only a kill between that and the end of the next flush can tell.
+inline constexpr std::uint64_t sMostPendingBytes = 32 * 1024 * 1024;
 
 /// Has files that are opened with this access property list go through the committing driver, which
 /// stands on the library's own driver for POSIX files: locks, names and bytes are that one's.
@@ -29,10 +29,10 @@ inline constexpr std::uint64_t sMostBytesHeld = 32 * 1024 * 1024;
 ///
 /// In the same process a file cannot be open through this driver and through another one at once:
 /// their locks exclude each other. Fails with "H5Pset_driver failed".
-void UseCommittingDriver(hid_t fapl_id);
+void SetCommittingDriver(hid_t fapl_id);
 
-/// While one lives, a file of this driver is closed as it was at its last flush, without what was
-/// written since: for a file that cannot be flushed.
+/// While an object of this class lives, a file of this driver that is closed stays as it was at its
+/// last flush. It is made to close a file that cannot be flushed.
 class DiscardUnflushed {
  public:
   DiscardUnflushed() { sIsActive = true; }

@@ -13,12 +13,15 @@ namespace {
 using Stamps = std::map<std::string, std::string>;
 
 struct Followed {
-  std::vector<std::string> mParents;  // of the links that the present opening has followed so far
-  Stamps mStamps;                     // of the places where files have been looked for
-  std::map<std::string, std::set<std::string>> mChildren;  // by the file with the links
+  // The files that hold the links which the present opening has followed so far.
+  std::vector<std::string> mParents;
+  // The stamps of the files that were found where links lead.
+  Stamps mStamps;
+  // The files to which links lead, by the file that holds the links.
+  std::map<std::string, std::set<std::string>> mChildren;
 };
 
-// Never destroyed: files are opened while the process exits.
+// This is never destroyed, since files are opened while the process exits.
 Followed& TheFollowed() {
   static auto& followed = *new Followed;
   return followed;

@@ -10,12 +10,12 @@
 
 namespace Vexa_H5 {
 
-/// To be called when the library is about to follow an external link of the open file `parentFile`,
-/// which may lead to any of `places`.
+/// Must be called when the library is about to follow an external link of the open file
+/// `parentFile`, which may lead to any of `places`.
 void NoteExternalLink(const std::string& parentFile, const std::vector<std::string>& places);
 
-/// To be called after each opening of a group or dataset, also of one that failed. Costs nothing
-/// where no external link was followed.
+/// Must be called after each opening of a group or dataset, even if the opening failed. The call
+/// costs nothing where no external link was followed.
 void NoteOpened(hid_t id);
 
 /// The files to which external links led from the file with this real path, in this process so

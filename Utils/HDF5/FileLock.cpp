@@ -18,7 +18,7 @@ namespace Vexa_H5 {
 
 namespace {
 
-std::chrono::duration<double> Patience(20);
+std::chrono::duration<double> sPatience(20);
 
 using Opener = std::function<hid_t(hid_t fapl_id)>;
 
@@ -41,7 +41,7 @@ hid_t PassReaders([[maybe_unused]] const std::string& path, [[maybe_unused]] con
   hid_t file_id = -1;
 #if H5_VERSION_GE(1, 12, 1) || (H5_VERSION_GE(1, 10, 7) && !H5_VERSION_GE(1, 11, 0))
   SharedLock held(path);
-  if (!held.IsHeld()) {
+  if (!held.IsTaken()) {
     return -1;
   }
   PropertyListHandle unlocked(H5Pcopy(fapl_id));
@@ -50,7 +50,7 @@ hid_t PassReaders([[maybe_unused]] const std::string& path, [[maybe_unused]] con
   REQUIRE(err>=0, "H5Pset_file_locking failed");
   file_id = TryToOpen(open, unlocked, wait.mIsLocked);
   if (file_id >= 0) {
-    wait.mHeld = std::move(held);
+    wait.mSharedLock = std::move(held);
     MyErr << "File '" << Printable(path) << "' is opened for writing while others read it\n";
   }
 #endif
@@ -78,16 +78,16 @@ SharedLock::~SharedLock() {
 }
 
 std::chrono::duration<double> LockPatience() {
-  return Patience;
+  return sPatience;
 }
 
 void SetLockPatience(std::chrono::duration<double> patience) {
-  Patience = patience;
+  sPatience = patience;
 }
 
 LockWait LockWait::Patient() {
   LockWait wait =
-      Until(Clock::now() + std::chrono::duration_cast<Clock::duration>(Patience), false);
+      Until(Clock::now() + std::chrono::duration_cast<Clock::duration>(sPatience), false);
   wait.mEndsOnSIGTERM = true;
   return wait;
 }
@@ -123,7 +123,7 @@ hid_t OpenPastLocks(const std::string& path, const Opener& open, hid_t fapl_id, 
     const LockWait::Clock::time_point now = LockWait::Clock::now();
     if (now >= wait->mUntil || (wait->mEndsOnSIGTERM && CachedOutput::IsEndRequested())) {
       file_id = wait->mPassesReaders ? PassReaders(path, open, fapl_id, *wait) : -1;
-      // Once more where a lock is a failure, which the library then reports.
+      // Where a lock is a failure, the library meets it once more and reports it.
       return file_id >= 0 || wait->mMayStayLocked ? file_id : open(fapl_id);
     }
     if (!std::exchange(wait->mHasWaited, true)) {

@@ -28,7 +28,7 @@ class SharedLock {
     return *this;
   }
   ~SharedLock();
-  bool IsHeld() const { return mDescriptor >= 0; }
+  bool IsTaken() const { return mDescriptor >= 0; }
 
  private:
   int mDescriptor = -1;
@@ -54,11 +54,11 @@ struct LockWait {
   bool mPassesReaders = false;
   bool mMayStayLocked = false;  // else it is a failure
   bool mEndsOnSIGTERM = false;
-  SharedLock mHeld{};       // to be kept while the file is open, if it was opened without a lock
-  bool mIsLocked = false;   // the file was not opened, because of a lock
-  bool mHasWaited = false;  // others may have changed the file meanwhile
-  bool mIsNew = false;      // the file had nothing in it
-  bool mIsCreated = false;  // nothing had its name
+  SharedLock mSharedLock{};  // to be kept while the file is open, if it was opened without a lock
+  bool mIsLocked = false;    // the file was not opened, because of a lock
+  bool mHasWaited = false;   // others may have changed the file meanwhile
+  bool mIsNew = false;       // the file had nothing in it
+  bool mIsCreated = false;   // nothing had its name
 };
 
 /// How long a file is waited for that must be opened for writing; 20 seconds at start.

@@ -93,7 +93,7 @@ bool FilePieces::Gather(const std::function<bool(haddr_t, Bytes&)>& read) {
     auto last = first;
     auto next = std::next(first);
     std::size_t size = first->second.size();
-    while (next != mPieces.end() && next->first <= End(*last) + BytesWorthAWrite) {
+    while (next != mPieces.end() && next->first <= End(*last) + sBytesWorthAWrite) {
       size += next->second.size();
       last = next++;
     }

@@ -18,10 +18,10 @@ class FilePieces {
 
   /// Two pieces that are no further apart are best written together, with what is between them: the
   /// system takes longer for a second write than for these bytes.
-  static constexpr haddr_t BytesWorthAWrite = 8192;
+  static constexpr haddr_t sBytesWorthAWrite = 8192;
 
   bool IsEmpty() const { return mPieces.empty(); }
-  /// Bytes of all pieces.
+  /// Returns how many bytes all pieces have together.
   std::uint64_t Size() const { return mSize; }
   const std::map<haddr_t, Bytes>& All() const { return mPieces; }
   /// The bytes of the piece that begins there; null if none does.

@@ -4,9 +4,7 @@
 
 #include <algorithm>
 #include <array>
-#include <bit>
 #include <cerrno>
-#include <cstring>
 #include <iterator>
 #include <string_view>
 #include <utility>
@@ -14,6 +12,7 @@
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/HDF5/Handle.hpp"
 #include "Utils/HDF5/Library.hpp"
+#include "Utils/HDF5/LittleEndian.hpp"
 #include "Utils/Process/PerThread.hpp"
 
 namespace Vexa_H5 {
@@ -33,24 +32,6 @@ constexpr std::uint64_t sKeptCollection = 65536;
 // The library keeps some 24 bytes for each index up to the highest of a collection. A collection of
 // which many strings were replaced has a high one and few objects; but not a hundred of them.
 constexpr std::uint64_t sHarmlessIndices = std::uint64_t{1} << 22;
-
-std::uint64_t LittleEndian(const std::byte* bytes, std::size_t count) {
-  std::uint64_t number = 0;
-  while (count-- > 0) {
-    number = number << 8 | std::to_integer<std::uint64_t>(bytes[count]);
-  }
-  return number;
-}
-
-// The same of the first bytes of eight.
-std::uint64_t OfWord(const std::byte* word, std::size_t count) {
-  std::uint64_t number = 0;
-  if constexpr (std::endian::native == std::endian::little) {
-    std::memcpy(&number, word, sizeof(number));
-    return number & ~std::uint64_t{0} >> (64 - 8 * count);
-  }
-  return LittleEndian(word, count);
-}
 
 std::uint64_t Padded(std::uint64_t size) {
   return (size + 7) / 8 * 8;
@@ -81,16 +62,16 @@ int DescriptorOf(hid_t file_id) {
 GlobalHeap::GlobalHeap(hid_t object_id, const char* failure)
     : mFile(FileOf(object_id)), mFailure(failure), mMostIndices(sHarmlessIndices) {}
 
-// To ask for all this takes longer than the rest that is done for a short list of strings, of which
-// a file can have thousands, in turn with those of other files. The library gives no identifier
-// twice in one life.
+// What is known of the last files is kept. Asking the library takes longer than checking a short
+// list of strings, and a file can have thousands of such lists, which are read in turn with those
+// of other files. The library gives no identifier twice in one life.
 GlobalHeap::OpenFile& GlobalHeap::FileOf(hid_t object_id) {
   const Handle<H5Fclose> file_id(H5Iget_file_id(object_id));
   REQUIRE_FOR_CALLER(file_id>=0, "H5Iget_file_id failed");
   using KnownFiles = std::array<OpenFile, 64>;
   KnownFiles& files = PerThread<KnownFiles>();
   OpenFile& known = files[static_cast<std::size_t>(hid_t(file_id)) % files.size()];
-  if (known.mFile_id == file_id && known.mLife == Vexa_H5::LibraryLife()) {
+  if (known.mFile_id == file_id && known.mLife == LibraryLife()) {
     return known;
   }
   OpenFile file;
@@ -101,8 +82,7 @@ GlobalHeap::OpenFile& GlobalHeap::FileOf(hid_t object_id) {
   const std::size_t most = sizeof(std::uint64_t);
   REQUIRE_FOR_CALLER(file.mAddressBytes<=most && file.mSizeBytes<=most,
                      "Addresses of " << file.mAddressBytes << " bytes and sizes of "
-                     << file.mSizeBytes
-                                     << " are not read");
+                         << file.mSizeBytes << " are not read");
   hsize_t base = 0;
   err = H5Pget_userblock(fcpl_id, &base);
   REQUIRE_FOR_CALLER(err>=0, "H5Pget_userblock failed");
@@ -113,7 +93,7 @@ GlobalHeap::OpenFile& GlobalHeap::FileOf(hid_t object_id) {
   file.mFileSize = size - base;
   file.mDescriptor = DescriptorOf(file_id);
   file.mFile_id = file_id;
-  file.mLife = Vexa_H5::LibraryLife();
+  file.mLife = LibraryLife();
   known = std::move(file);
   return known;
 }
@@ -132,7 +112,7 @@ void GlobalHeap::RequireString(std::span<const std::byte> element, bool mayShare
                        mFailure << ": a string of " << length << " characters has no address");
     return;
   }
-  Use& use = At(address);
+  KnownCollection& use = CollectionAt(address);
   const std::vector<Object>& objects = use.mpCollection->mObjects;
   const auto object = std::ranges::lower_bound(objects, index, {}, &Object::mIndex);
   REQUIRE_FOR_CALLER(object!=objects.end() && object->mIndex==index,
@@ -140,8 +120,7 @@ void GlobalHeap::RequireString(std::span<const std::byte> element, bool mayShare
                      << address);
   REQUIRE_FOR_CALLER(object->mSize==length,
                      mFailure << ": string " << index << " in the collection at " << address
-                     << " has "
-                              << object->mSize << " characters instead of " << length);
+                         << " has " << object->mSize << " characters instead of " << length);
   const auto position = static_cast<std::size_t>(object - objects.begin());
   REQUIRE_FOR_CALLER(mayShare || !use.mIsTaken[position],
                      mFailure << ": two strings are string " << index << " in the collection at "
@@ -149,34 +128,35 @@ void GlobalHeap::RequireString(std::span<const std::byte> element, bool mayShare
   use.mIsTaken[position] = true;
 }
 
-GlobalHeap::Use& GlobalHeap::At(std::uint64_t address) {
-  const auto found = mUses.find(address);
-  if (found != mUses.end()) {
+GlobalHeap::KnownCollection& GlobalHeap::CollectionAt(std::uint64_t address) {
+  const auto found = mCollections.find(address);
+  if (found != mCollections.end()) {
     return found->second;
   }
   if (mFile.mpLast == nullptr || mFile.mpLast->mAddress != address) {
     mFile.mpLast = ReadCollection(address);
   }
-  Use use = {mFile.mpLast, std::vector<bool>(mFile.mpLast->mObjects.size())};
-  if (use.mpCollection->mSize > sKeptCollection) {
+  KnownCollection known = {mFile.mpLast, std::vector<bool>(mFile.mpLast->mObjects.size())};
+  if (known.mpCollection->mSize > sKeptCollection) {
     mFile.mpLast.reset();
   }
-  // Or a small file could make us read its bytes again and again, and the library keep gigabytes.
-  const auto next = mUses.lower_bound(address);
-  const std::uint64_t end = address + use.mpCollection->mSize;
-  const auto endOf = [](const Use& other) {
+  // If collections could overlap, a small file could make us read its bytes again and again, and
+  // the library keep gigabytes.
+  const auto next = mCollections.lower_bound(address);
+  const std::uint64_t end = address + known.mpCollection->mSize;
+  const auto endOf = [](const KnownCollection& other) {
     return other.mpCollection->mAddress + other.mpCollection->mSize;
   };
-  const bool isApart = (next == mUses.end() || end <= next->first) &&
-                       (next == mUses.begin() || endOf(std::prev(next)->second) <= address);
+  const bool isApart = (next == mCollections.end() || end <= next->first) &&
+                       (next == mCollections.begin() || endOf(std::prev(next)->second) <= address);
   REQUIRE_FOR_CALLER(isApart,
                      mFailure << ": the collection at " << address << " overlaps with another");
-  mIndices += use.mIsTaken.empty() ? 0 : use.mpCollection->mObjects.back().mIndex;
-  mMostIndices += use.mpCollection->mSize / sHeaderBytes;
+  mIndices += known.mIsTaken.empty() ? 0 : known.mpCollection->mObjects.back().mIndex;
+  mMostIndices += known.mpCollection->mSize / sHeaderBytes;
   REQUIRE_FOR_CALLER(mIndices<=mMostIndices,
                      mFailure << ": the collections up to that at " << address
                               << " claim more strings than they have room for");
-  return mUses.emplace_hint(next, address, std::move(use))->second;
+  return mCollections.emplace_hint(next, address, std::move(known))->second;
 }
 
 GlobalHeap::CollectionPointer GlobalHeap::ReadCollection(std::uint64_t address) {
@@ -186,7 +166,7 @@ GlobalHeap::CollectionPointer GlobalHeap::ReadCollection(std::uint64_t address) 
                      mFailure << ": there is no collection of strings at " << address);
   auto pCollection = std::make_shared<Collection>();
   pCollection->mAddress = address;
-  pCollection->mSize = OfWord(pHeader + sSizeAt, mFile.mSizeBytes);
+  pCollection->mSize = LittleEndian(pHeader + sSizeAt, mFile.mSizeBytes);
   const bool isInFile =
       pCollection->mSize >= sSmallestCollection && pCollection->mSize <= mFile.mFileSize - address;
   REQUIRE_FOR_CALLER(isInFile,
@@ -202,11 +182,11 @@ void GlobalHeap::ReadObjects(Collection& collection) {
   const std::uint64_t end = collection.mAddress + collection.mSize;
   bool isAscending = true;
   bool hasFreeRoom = false;
-  // What is left at the end for no header is free.
+  // Room at the end that is too small for a header is free.
   for (std::uint64_t at = collection.mAddress + sHeaderBytes; end - at >= sHeaderBytes;) {
     const std::byte* pObject = Bytes(at, sHeaderBytes);
-    const auto index = static_cast<std::uint32_t>(OfWord(pObject, sObjectIndexBytes));
-    const std::uint64_t size = OfWord(pObject + sSizeAt, mFile.mSizeBytes);
+    const auto index = static_cast<std::uint32_t>(LittleEndian(pObject, sObjectIndexBytes));
+    const std::uint64_t size = LittleEndian(pObject + sSizeAt, mFile.mSizeBytes);
     const std::uint64_t room = end - at;
     // Object 0 is the free room, with its header.
     const bool isFreeRoom = index == 0;
@@ -214,8 +194,7 @@ void GlobalHeap::ReadObjects(Collection& collection) {
                                  : size <= room && sHeaderBytes + Padded(size) <= room;
     REQUIRE_FOR_CALLER(fits,
                        mFailure << ": the collection at " << collection.mAddress
-                       << " is damaged at "
-                                << at);
+                           << " is damaged at " << at);
     if (isFreeRoom) {
       hasFreeRoom = true;
       at += size;
@@ -235,7 +214,7 @@ void GlobalHeap::ReadObjects(Collection& collection) {
 }
 
 const std::byte* GlobalHeap::Bytes(std::uint64_t address, std::size_t count) {
-  // Beyond any window if it is before this one.
+  // An address before the window gives a huge offset, which is beyond any window.
   std::uint64_t at = address - mWindowAddress;
   if (at > mWindow.size() || count > mWindow.size() - at) {
     REQUIRE_FOR_CALLER(address<=mFile.mFileSize && count<=mFile.mFileSize-address,

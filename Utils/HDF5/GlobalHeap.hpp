@@ -1,5 +1,5 @@
-// Where a file keeps its strings of variable length: in the collections of its global heap (HDF5
-// File Format Specification 3.0, III.E). Read here only to see whether they are sound, since the
+// A file keeps its strings of variable length in the collections of its global heap (HDF5 File
+// Format Specification 3.0, III.E). We read them only to see whether they are sound, since the
 // library trusts them: damaged ones crash it, or show it another string.
 #pragma once
 
@@ -14,17 +14,20 @@
 
 namespace Vexa_H5 {
 
-/// Of the file of an open object, which is lent.
+/// Checks strings in the global heap of the file that holds an open object. The object stays the
+/// caller's.
 class GlobalHeap {
  public:
   /// What fails is reported with `failure` before it.
   GlobalHeap(hid_t object_id, const char* failure);
 
-  /// Not if the file is open for writing, so that strings may be in memory still; nor if it keeps
-  /// them in an image of the library's cache, or is no ordinary file to the library.
+  /// Whether the heap can be read. It cannot if the file is open for writing, since strings may
+  /// still be in memory then, if the file holds an image of the library's cache, or if it is no
+  /// ordinary file to the library.
   bool CanRead() const { return mFile.mDescriptor >= 0; }
 
-  /// What a string takes beside its characters: length, address of its collection, index in that.
+  /// Returns the bytes of an element, which has the length of a string, the address of its
+  /// collection, and its index in that.
   std::size_t ElementBytes() const;
 
   /// Fails unless the string is in the file, with the length that its element gives, and (unless
@@ -56,20 +59,20 @@ class GlobalHeap {
   static OpenFile& FileOf(hid_t object_id);
 
  private:
-  struct Use {
+  struct KnownCollection {
     CollectionPointer mpCollection;
-    std::vector<bool> mIsTaken;  // an object of it
+    std::vector<bool> mIsTaken;  // whether an element had the object at this position
   };
 
-  Use& At(std::uint64_t address);
+  KnownCollection& CollectionAt(std::uint64_t address);
   CollectionPointer ReadCollection(std::uint64_t address);
   void ReadObjects(Collection& collection);
   const std::byte* Bytes(std::uint64_t address, std::size_t count);
 
   OpenFile& mFile;
   const char* mFailure;
-  std::map<std::uint64_t, Use> mUses;  // by address; they do not overlap
-  std::uint64_t mIndices = 0;          // that the library keeps for them
+  std::map<std::uint64_t, KnownCollection> mCollections;  // by address; they do not overlap
+  std::uint64_t mIndices = 0;                             // that the library keeps for them
   std::uint64_t mMostIndices;
   std::vector<std::byte> mWindow;  // a part of the file
   std::uint64_t mWindowAddress = 0;

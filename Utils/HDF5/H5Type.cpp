@@ -7,31 +7,26 @@ using namespace Vexa_H5;
 
 template <>
 hid_t H5Type<double>() {
-  H5open();
   return H5T_NATIVE_DOUBLE;
 }
 
 template <>
 hid_t H5Type<int>() {
-  H5open();
   return H5T_NATIVE_INT;
 }
 
 template <>
 hid_t H5Type<unsigned long>() {
-  H5open();
   return H5T_NATIVE_ULLONG;
 }
 
 template <>
 hid_t H5Type<char>() {
-  H5open();
   return H5T_NATIVE_SCHAR;
 }
 
 template <>
 hid_t H5Type<std::string>() {
-  H5open();
   DatatypeHandle type_id(H5Tcopy(H5T_C_S1));
   REQUIRE(type_id>=0, "H5Tcopy failed");
   const herr_t err = H5Tset_size(type_id, HdfConst::H5T_Variable());

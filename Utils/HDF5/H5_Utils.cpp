@@ -3,126 +3,24 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
-#include <functional>
-#include <numeric>
 #include <optional>
 #include <sstream>
 
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/ErrorHandling/Trace.hpp"
-#include "Utils/HDF5/CharacterSet.hpp"
 #include "Utils/HDF5/CommittingDriver.hpp"
 #include "Utils/HDF5/ExternalFiles.hpp"
-#include "Utils/HDF5/H5Type.hpp"
 #include "Utils/HDF5/Handle.hpp"
 #include "Utils/HDF5/Library.hpp"
+#include "Utils/HDF5/LittleEndian.hpp"
 #include "Utils/HDF5/StoredChunks.hpp"
-#include "Utils/HDF5/StringElements.hpp"
 #include "Utils/Process/Files.hpp"
 #include "Utils/Process/SystemError.hpp"
 
 using namespace Vexa_H5;
 
 namespace {
-
-// An attribute lies in the file whole, so a claim beyond the file's size is damage.
-void RequireRoomInFile(hid_t attr, hid_t id, hsize_t count, const std::string& name) {
-  const hsize_t fileSize = FileSizeOf(id);
-  const hsize_t attributeSize = H5Aget_storage_size(attr);
-  // A file in the making has its attributes in memory still; what is small is never damage.
-  const hsize_t most = std::max<hsize_t>(fileSize, 65536);
-  // The number of elements besides: its product with their size may have overflowed.
-  REQUIRE(attributeSize <= most && count <= most,
-          "Attribute " << name << " claims " << count << " elements in " << attributeSize
-                       << " bytes, more than its file has");
-}
-
-struct OpenedAttribute {
-  AttributeHandle mAttribute;
-  DataspaceHandle mSpace;
-  hsize_t mCount = 0;
-};
-
-// Opens a one-dimensional attribute. The handle is empty if the attribute is absent and may be.
-OpenedAttribute OpenAttribute(hid_t id, const std::string& name, bool allowMissing,
-                              const Trace& trace) {
-  OpenedAttribute opened;
-  const htri_t flag = trace(5, H5Aexists(id, name.c_str()), "H5Aexists(", id, ", \"", name, "\")");
-  if (flag == 0 && allowMissing) {
-    return opened;
-  }
-  REQUIRE(flag>=0, "Attribute " << name << " not found");
-  AttributeHandle attr(
-      trace(5, H5Aopen(id, name.c_str(), H5P_DEFAULT), "H5Aopen(", id, ", \"", name, "\")"));
-  REQUIRE(attr>=0, "H5Aopen failed");
-  DataspaceHandle space(trace(5, H5Aget_space(attr), "H5Aget_space(", hid_t(attr), ")"));
-  REQUIRE(space>=0, "H5Aget_space failed");
-  const int ndims = H5Sget_simple_extent_ndims(space);
-  REQUIRE(ndims==1, "Dimensionality of Attribute is wrong");
-  trace(5, H5Sget_simple_extent_dims(space, &opened.mCount, nullptr), "H5Sget_simple_extent_dims(",
-        hid_t(space), ")");
-  RequireRoomInFile(attr, id, opened.mCount, name);
-  opened.mAttribute = std::move(attr);
-  opened.mSpace = std::move(space);
-  return opened;
-}
-
-void CloseAttribute(AttributeHandle& attr, DataspaceHandle& space, const Trace& trace) {
-  attr.Close(trace, "H5Aclose(attr)");
-  space.Close(trace, "H5Sclose(space)");
-}
-
-// Creates a one-dimensional attribute and writes it in one call.
-void WriteAttribute(hid_t id, const std::string& name, hsize_t count, hid_t fileType,
-                    hid_t memoryType, const void* values, const Trace& trace) {
-  DataspaceHandle space_id(
-      trace(5, H5Screate_simple(1, &count, nullptr), "H5Screate_simple(1, {", count, "}, NULL)"));
-  REQUIRE(space_id>=0, "H5Screate_simple failed");
-  AttributeHandle attr_id(
-      trace(4, H5Acreate2(id, name.c_str(), fileType, space_id, H5P_DEFAULT, H5P_DEFAULT),
-            "H5Acreate2(", id, ", \"", name, "\", ", fileType, "...)"));
-  REQUIRE(attr_id>=0, "H5Acreate2 failed");
-  // An empty list has no address, which the library takes for a mistake.
-  const void* wdata = count == 0 ? &count : values;
-  const herr_t err = trace(5, H5Awrite(attr_id, memoryType, wdata), "H5Awrite(", hid_t(attr_id),
-                           ", ", memoryType, ", wdata)");
-  REQUIRE(0==err, "H5Awrite failed");
-  CloseAttribute(attr_id, space_id, trace);
-}
-
-// Strings of variable length come as pointers that the library allocated; they are given back
-// whatever happens.
-class VariableLengthBuffer {
- public:
-  VariableLengthBuffer(hid_t memoryType, hid_t space, std::size_t count)
-      : mPointers(count, nullptr), mMemoryType(memoryType), mSpace(space) {}
-  ~VariableLengthBuffer() { Reclaim(); }
-  VariableLengthBuffer(const VariableLengthBuffer&) = delete;
-  VariableLengthBuffer& operator=(const VariableLengthBuffer&) = delete;
-
-  herr_t Reclaim() {
-    // The library takes an empty buffer for a mistake.
-    const herr_t err =
-        mPointers.empty() ? 0 : H5Dvlen_reclaim(mMemoryType, mSpace, H5P_DEFAULT, mPointers.data());
-    mPointers.clear();
-    return err;
-  }
-  std::vector<char*> mPointers;
-
- private:
-  hid_t mMemoryType;
-  hid_t mSpace;
-};
-
-std::string FixedLengthString(const char* text, std::size_t size, H5T_str_t padding) {
-  std::string result(text, strnlen(text, size));
-  if (padding == H5T_STR_SPACEPAD) {
-    result.erase(result.find_last_not_of(' ') + 1);
-  }
-  return result;
-}
 
 // What the library holds of a dataset of a file that is only read goes when the dataset is closed,
 // so that reading many datasets takes no more memory than reading one. A file that is open already,
@@ -131,9 +29,9 @@ herr_t EvictOnClose(unsigned flags, hid_t fapl_id) {
   return (flags & H5F_ACC_RDWR) != 0 ? 0 : H5Pset_evict_on_close(fapl_id, true);
 }
 
-// Where the library looks for the file of an external link: in the folders of an environment
-// variable, beside the file with the link and beside what that is a link to, and in the current
-// folder; of an absolute path that leads nowhere, it looks for the last part.
+// Returns where the library looks for the file of an external link: in the folders of an
+// environment variable, beside the file with the link and beside what that is a link to, and in the
+// current folder. If an absolute path leads nowhere, the library looks for its last part.
 std::vector<std::string> PlacesOf(const std::string& childFile, const std::string& parentFile) {
   std::error_code ignored;
   std::vector<std::filesystem::path> folders = {
@@ -154,7 +52,7 @@ std::vector<std::string> PlacesOf(const std::string& childFile, const std::strin
   return places;
 }
 
-// Called before an external link is followed; a negative answer makes the library fail.
+// The library calls this before it follows an external link, and fails on a negative answer.
 herr_t PrepareForExternalFile(const char* parentFile, const char*, const char* childFile,
                               const char*, unsigned* flags, hid_t fapl_id, void*) {
   try {
@@ -164,15 +62,15 @@ herr_t PrepareForExternalFile(const char* parentFile, const char*, const char* c
         return -1;
       }
     }
-    Vexa_H5::NoteExternalLink(parentFile, places);
+    NoteExternalLink(parentFile, places);
     return EvictOnClose(*flags, fapl_id);
   } catch (...) {
     return -1;  // an exception must not pass through the library
   }
 }
 
-// A file that this process has just created and could not fill. What is larger than a file without
-// objects has taken its place.
+// Removes a file that this process has just created and could not fill. A file that is larger than
+// one without objects has taken its place, and stays.
 void RemoveNewFile(const std::string& path) {
   std::error_code ignored;
   constexpr std::uintmax_t mostBytes = 4096;
@@ -194,27 +92,28 @@ hid_t MakeGuardedAccess(hid_t propertyListClass) {
 hid_t MakeFileAccess(H5AccessType access, bool staysReadable) {
   PropertyListHandle fapl_id(H5Pcreate(H5P_FILE_ACCESS));
   REQUIRE(fapl_id>=0, "H5Pcreate(H5P_FILE_ACCESS) failed: " << hid_t(fapl_id));
-  Vexa_H5::set_libver_bounds(fapl_id);
+  set_libver_bounds(fapl_id);
   const herr_t err = EvictOnClose(access == ReadOnly ? H5F_ACC_RDONLY : H5F_ACC_RDWR, fapl_id);
   REQUIRE(err>=0, "H5Pset_evict_on_close failed: " << err);
   if (staysReadable && access == ReadWrite) {
-    Vexa_H5::UseCommittingDriver(fapl_id);
+    SetCommittingDriver(fapl_id);
   }
   return fapl_id.Release();
 }
 
-// The list with which files are opened, which is kept: a simulation opens its files again and
-// again.
+// Returns the property list with which files are opened. It is kept, since a simulation opens its
+// files again and again.
 hid_t FileAccess(H5AccessType access, bool staysReadable) {
-  static Vexa_H5::KeptId lists[2][2];
+  static KeptId lists[2][2];
   return lists[access == ReadOnly ? 1 : 0][staysReadable ? 1 : 0].Get(
       [&] { return MakeFileAccess(access, staysReadable); });
 }
 
-// Kept too, so that nothing stands between a failing creation and what the library says about it.
+// This list is kept too, so that no call comes between a failing creation and what the library says
+// about it.
 hid_t FileCreation() {
-  static Vexa_H5::KeptId list;
-  return list.Get([] { return Vexa_H5::UntimedCreation(H5P_FILE_CREATE).Release(); });
+  static KeptId list;
+  return list.Get([] { return UntimedCreation(H5P_FILE_CREATE).Release(); });
 }
 
 }  // namespace
@@ -274,11 +173,7 @@ std::optional<std::uint64_t> Vexa_H5::SizeWhenClosed(const FileDescriptor& file)
       superblock[addressBytes] != 8) {
     return std::nullopt;
   }
-  std::uint64_t size = 0;
-  for (std::size_t i = 8; i-- > 0;) {
-    size = size << 8 | superblock[endOfFile + i];
-  }
-  return size;
+  return LittleEndian(superblock + endOfFile, 8);
 }
 
 hid_t Vexa_H5::OpenFile(const std::string& path, H5AccessType access, int verbosity,
@@ -323,87 +218,6 @@ hid_t Vexa_H5::OpenFile(const std::string& path, H5AccessType access, int verbos
   return file_id;
 }
 
-void Vexa_H5::AttachStringsToAttributes(hid_t id, const std::string& name,
-                                        const MyVector<std::string>& list, int verbosity) {
-  const ReportAs label("H5_Utils");
-  const Trace trace(verbosity);
-  REQUIRE(id>=0, "oops -- internal error");
-  DatatypeHandle type_id(trace(5, H5Tcopy(H5T_FORTRAN_S1), "H5Tcopy(H5T_FORTRAN_S1)"));
-  REQUIRE(type_id>=0, "oops");
-  herr_t err = trace(5, H5Tset_size(type_id, HdfConst::H5T_Variable()),
-                     "H5Tset_size(type, HdfConst::H5T_Variable())");
-  REQUIRE(0==err, "H5Tset_size failed");
-  DatatypeHandle memtype_id(trace(5, H5Tcopy(H5T_C_S1), "H5Tcopy(H5T_C_S1)"));
-  REQUIRE(memtype_id>=0, "H5Tcopy failed");
-  err = trace(5, H5Tset_size(memtype_id, HdfConst::H5T_Variable()),
-              "H5Tset_size(memtype, HdfConst::H5T_Variable())");
-  REQUIRE(0==err, "H5Tset_size failed");
-  const H5T_cset_t characterSet =
-      CharacterSetOf(std::vector<std::string_view>(list.begin(), list.end()));
-  err = std::min(H5Tset_cset(type_id, characterSet), H5Tset_cset(memtype_id, characterSet));
-  REQUIRE(0==err, "H5Tset_cset failed");
-  std::vector<const char*> wdata;
-  wdata.reserve(list.size());
-  for (const std::string& text : list) {
-    wdata.push_back(text.c_str());
-  }
-  WriteAttribute(id, name, wdata.size(), type_id, memtype_id, wdata.data(), trace);
-  memtype_id.Close(trace, "H5Tclose(memtype)");
-  type_id.Close(trace, "H5Tclose(type)");
-}
-
-MyVector<std::string> Vexa_H5::RetrieveStringsFromAttributes(hid_t id, const std::string& name,
-                                                             bool allowMissing, int verbosity) {
-  const ReportAs label("H5_Utils");
-  const Trace trace(verbosity);
-  OpenedAttribute opened = OpenAttribute(id, name, allowMissing, trace);
-  if (opened.mAttribute < 0) {
-    return {};
-  }
-  DatatypeHandle fileType(H5Aget_type(opened.mAttribute));
-  REQUIRE(fileType>=0, "H5Aget_type failed");
-  const auto read = [&](hid_t memoryType, void* buffer) {
-    return opened.mCount == 0 ? 0
-                              : trace(5, H5Aread(opened.mAttribute, memoryType, buffer), "H5Aread(",
-                                      hid_t(opened.mAttribute), ", ", memoryType, ", rdata)");
-  };
-  const std::vector<std::string> strings =
-      ReadStrings(opened.mAttribute, fileType, opened.mSpace, opened.mCount, read,
-                  {"H5Aread to read Legend of dat-set failed", "h5Dvlen_reclaim failed"});
-  CloseAttribute(opened.mAttribute, opened.mSpace, trace);
-  return MyVector<std::string>(strings);
-}
-
-template <>
-void Vexa_H5::AttachAttributes(hid_t id, const std::string& name,
-                               const std::vector<unsigned long>& values, int verbosity) {
-  const ReportAs label("H5_Utils");
-  const Trace trace(verbosity);
-  REQUIRE(id>=0, "oops -- internal error");
-  const hid_t type_id = H5Type<unsigned long>();
-  REQUIRE(type_id>=0, "oops");
-  WriteAttribute(id, name, values.size(), type_id, type_id, values.data(), trace);
-}
-
-template <>
-std::vector<unsigned long> Vexa_H5::RetrieveAttributes(hid_t id, const std::string& name,
-                                                       bool allowMissing, int verbosity) {
-  const ReportAs label("H5_Utils");
-  const Trace trace(verbosity);
-  OpenedAttribute opened = OpenAttribute(id, name, allowMissing, trace);
-  if (opened.mAttribute < 0) {
-    return {};
-  }
-  std::vector<unsigned long> values(opened.mCount, 0);
-  const herr_t err =
-      values.empty() ? 0
-                     : trace(5, H5Aread(opened.mAttribute, H5Type<unsigned long>(), values.data()),
-                             "H5Aread(", hid_t(opened.mAttribute), ", ...)");
-  REQUIRE(0==err, "H5Aread failed, err=" << err);
-  CloseAttribute(opened.mAttribute, opened.mSpace, trace);
-  return values;
-}
-
 MyVector<std::string> Vexa_H5::ReadGroupNames(hid_t group_id, int verbosity) {
   const ReportAs label("H5_Utils");
   const Trace trace(verbosity);
@@ -437,50 +251,6 @@ std::vector<hsize_t> Vexa_H5::Extents(hid_t space_id) {
     REQUIRE_FOR_CALLER(err>=0, "H5Sget_simple_extent_dims failed");
   }
   return dims;
-}
-
-std::vector<std::string> Vexa_H5::ReadStrings(hid_t object_id, hid_t fileType, hid_t space_id,
-                                              std::size_t count,
-                                              const std::function<herr_t(hid_t, void*)>& read,
-                                              const StringReadMessages& messages) {
-  REQUIRE_FOR_CALLER(H5Tget_class(fileType)==H5T_STRING,
-                     messages.mRead << ": expected strings, found another type");
-  const H5T_cset_t characterSet = H5Tget_cset(fileType);
-  REQUIRE_FOR_CALLER(characterSet==H5T_CSET_ASCII || characterSet==H5T_CSET_UTF8,
-                     "Unknown character set " << static_cast<int>(characterSet));
-  const bool isVariable = H5Tis_variable_str(fileType) > 0;
-  DatatypeHandle memtype_id(H5Tcopy(isVariable ? H5T_C_S1 : fileType));
-  REQUIRE_FOR_CALLER(memtype_id>=0, "H5Tcopy failed");
-  std::vector<std::string> result;
-  result.reserve(count);
-  if (isVariable) {
-    // Of other elements the library would make characters without a word.
-    REQUIRE_FOR_CALLER(ConsistsOfCharacters(fileType),
-                       messages.mRead << ": the strings do not consist of characters");
-    RequireStringsInFile(object_id, count, messages.mRead);
-    herr_t err = H5Tset_size(memtype_id, HdfConst::H5T_Variable());
-    REQUIRE_FOR_CALLER(0==err, "H5Tset_size failed");
-    err = H5Tset_cset(memtype_id, characterSet);
-    REQUIRE_FOR_CALLER(0==err, "H5Tset_cset failed");
-    VariableLengthBuffer rdata(memtype_id, space_id, count);
-    err = read(memtype_id, rdata.mPointers.data());
-    REQUIRE_FOR_CALLER(0==err, messages.mRead);
-    for (const char* text : rdata.mPointers) {
-      result.emplace_back(text == nullptr ? "" : text);
-    }
-    err = rdata.Reclaim();
-    REQUIRE_FOR_CALLER(0==err, messages.mReclaim);
-  } else {
-    const std::size_t size = H5Tget_size(fileType);
-    const H5T_str_t padding = H5Tget_strpad(fileType);
-    std::vector<char> rdata(size * count);
-    const herr_t err = read(memtype_id, rdata.data());
-    REQUIRE_FOR_CALLER(0==err, messages.mRead);
-    for (std::size_t i = 0; i < count; ++i) {
-      result.push_back(FixedLengthString(rdata.data() + i * size, size, padding));
-    }
-  }
-  return result;
 }
 
 void Vexa_H5::RequirePlausibleSize(long double claimed, std::uint64_t stored,

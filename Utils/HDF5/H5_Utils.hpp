@@ -46,7 +46,7 @@ std::optional<std::uint64_t> SizeWhenClosed(const FileDescriptor& file);
 /// Fails on anything that is not a regular file (opening a FIFO would wait for ever) with "'<path>'
 /// is not a regular file", on a missing file that is to be read with "Attempting to create
 /// non-existent file '<path>' in ReadOnly mode". A file that is written and stays readable goes
-/// through the committing driver (H5_CommittingDriver.hpp); for that an empty file that nobody has
+/// through the committing driver (CommittingDriver.hpp); for that an empty file that nobody has
 /// locked is as good as a new one, since a process that was killed while it created one leaves it
 /// so. What is opened
 /// for writing may be locked by another program: `wait`, if given, says what is done then. The

@@ -37,12 +37,12 @@ class Handle {
   // A handle is passed where the library wants its identifier.
   operator hid_t() const { return mId; }  // NOLINT(google-explicit-constructor)
 
-  /// Closes now, for who wants to say when; the handle is empty afterwards. `condition` is what the
+  /// Closes before the end of the scope; the handle is empty afterwards. `condition` is what the
   /// report says was violated.
   void Close(const char* condition = "0==err") {
     RequireClosed(CloseFunction(std::exchange(mId, -1)), condition);
   }
-  /// The same with a trace line, `call`, at level 5.
+  /// Closes likewise, and prints the trace line `call` at level 5.
   void Close(const Trace& trace, const char* call, const char* condition = "0==err") {
     RequireClosed(trace(5, CloseFunction(std::exchange(mId, -1)), call), condition);
   }

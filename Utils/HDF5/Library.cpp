@@ -151,7 +151,7 @@ void EndLibrary(int status, void*) {
     H5close();
   }
   if (!mayEnd && sEndsItself) {
-    Vexa_H5::EndProcess(status);
+    EndProcess(status);
   }
 }
 

@@ -5,13 +5,14 @@
 #include <string_view>
 
 #include "Utils/ErrorHandling/Require.hpp"
+#include "Utils/HDF5/LittleEndian.hpp"
 #include "Utils/HDF5/StringElements.hpp"
 
 namespace Vexa_H5 {
 
 namespace {
 
-// Of an element; no double holds an integer of more.
+// No double holds an integer of more bytes than this.
 constexpr std::size_t sMostBytes = 128;
 // No format has exponents as long, and the library counts in 64 bits.
 constexpr std::size_t sMostExponentBits = 32;
@@ -64,7 +65,7 @@ bool IsNumber(hid_t type_id) {
 
 bool IsString(hid_t type_id) {
   return H5Tget_class(type_id) == H5T_STRING &&
-         (H5Tis_variable_str(type_id) == 0 || Vexa_H5::ConsistsOfCharacters(type_id));
+         (H5Tis_variable_str(type_id) == 0 || ConsistsOfCharacters(type_id));
 }
 
 // The library tells the size of a fill value only where it writes a list down: behind the name of
@@ -89,11 +90,7 @@ std::uint64_t BytesOfFillValue(hid_t cparms_id) {
   const std::size_t at = list.find(name);
   REQUIRE_FOR_CALLER(at!=std::string::npos && list.size()-at>=name.size()+10,
                      "H5Pencode failed: there is no fill value");
-  std::uint64_t bytes = 0;
-  for (std::size_t i = 8; i > 0; --i) {
-    bytes = bytes << 8 | static_cast<unsigned char>(list[at + name.size() + 1 + i]);
-  }
-  return bytes;
+  return LittleEndian(list.data() + at + name.size() + 2, 8);
 }
 
 }  // namespace
@@ -106,8 +103,7 @@ void RequireFittingFillValue(hid_t cparms_id, hid_t type_id, const std::string& 
     const std::uint64_t bytes = BytesOfFillValue(cparms_id);
     REQUIRE_FOR_CALLER(bytes==H5Tget_size(type_id),
                        "H5Dread failed for name=" << name << ": its fill value has " << bytes
-                                                  << " bytes, its elements "
-                       << H5Tget_size(type_id));
+                           << " bytes, its elements " << H5Tget_size(type_id));
   }
 }
 

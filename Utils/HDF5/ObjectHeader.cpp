@@ -11,6 +11,7 @@
 
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/HDF5/GlobalHeap.hpp"
+#include "Utils/HDF5/LittleEndian.hpp"
 
 using namespace Vexa_H5;
 
@@ -27,12 +28,8 @@ constexpr std::size_t sChecksumBytes = 4;
 
 // What lies beyond the end counts as zeros.
 std::uint64_t NumberAt(Bytes bytes, std::size_t at, std::size_t count) {
-  std::uint64_t number = 0;
-  while (count-- > 0) {
-    const auto byte = at + count < bytes.size() ? bytes[at + count] : std::byte{0};
-    number = number << 8 | std::to_integer<std::uint64_t>(byte);
-  }
-  return number;
+  const std::size_t known = std::min(count, bytes.size() - std::min(at, bytes.size()));
+  return known == 0 ? 0 : LittleEndian(bytes.data() + at, known);
 }
 
 Bytes From(Bytes bytes, std::uint64_t at) {
@@ -72,7 +69,7 @@ class Header {
   std::vector<Block> mBlocks;  // where the header goes on
 };
 
-// As much of it as the file has.
+// Reads so many bytes from there on, or as many of them as the file has.
 std::vector<std::byte> Header::Read(std::uint64_t address, std::uint64_t count) const {
   if (address >= mFile.mFileSize) {
     return {};
@@ -201,11 +198,10 @@ void Header::RequireFittingTree(std::uint64_t address) const {
                     node <= mFile.mFileSize / (depth + 1) && records <= mFile.mFileSize / record;
   REQUIRE_FOR_CALLER(fits,
                      "Damaged header: a tree of depth " << depth << " and nodes of " << node
-                     << " bytes for "
-                                                        << records << " records of " << record);
+                         << " bytes for " << records << " records of " << record);
 }
 
-// Of the links or attributes of one object.
+// Checks the heap that holds the links or the attributes of one object.
 void Header::RequireSoundHeap(std::uint64_t address) const {
   const std::size_t sizes = mFile.mSizeBytes;
   const std::size_t addresses = mFile.mAddressBytes;

@@ -14,7 +14,8 @@ namespace {
 
 // A chunk takes the bytes of an element, and of an address in the index.
 constexpr std::uint64_t sLeastBytesOfChunk = 4;
-// Looked up in less than a second, so that datasets may be created before they are written.
+// So many places are looked up in less than a second, which lets datasets be created long before
+// they are written.
 constexpr std::uint64_t sHarmlessPlaces = 1U << 20;
 
 std::uint64_t MostChunks(std::uint64_t fileSize) {
@@ -38,8 +39,8 @@ int TakeChunk(const hsize_t*, unsigned, haddr_t, hsize_t size, void* data) {
   return H5_ITER_CONT;
 }
 
-// Of the tree that files have had from the first on: only there do chunks without filters have a
-// size of their own, which the library does not tell of a single one.
+// Walks over the tree that files have had from the first version on. Only there do chunks without
+// filters have a size of their own, and the library does not tell that of a single chunk.
 std::optional<std::uint64_t> WalkTree(hid_t dataset_id, const ChunkGrid&, std::uint64_t fileSize) {
   TreeWalk walk{MostChunks(fileSize), 0};
   const herr_t result = H5Dchunk_iter(dataset_id, H5P_DEFAULT, TakeChunk, &walk);
@@ -49,7 +50,7 @@ std::optional<std::uint64_t> WalkTree(hid_t dataset_id, const ChunkGrid&, std::u
 
 #else
 
-// The same, for a library that does not let a walk be ended.
+// Does the same with a library that does not let a walk be ended.
 std::optional<std::uint64_t> WalkTree(hid_t dataset_id, const ChunkGrid& grid,
                                       std::uint64_t fileSize) {
   const DataspaceHandle space_id(H5Dget_space(dataset_id));
@@ -92,7 +93,7 @@ std::optional<std::uint64_t> LookUpEach(hid_t dataset_id, const ChunkGrid& grid,
       }
       bytes += size;
     }
-    // In the order of the index: the last dimension runs fastest.
+    // Chunks follow one another in the order of the index: the last dimension runs fastest.
     for (d = rank; d > 0 && (offset[d - 1] += grid.mChunk[d - 1]) >= grid.mDims[d - 1]; --d) {
       offset[d - 1] = 0;
     }

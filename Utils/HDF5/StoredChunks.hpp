@@ -13,7 +13,7 @@
 
 namespace Vexa_H5 {
 
-/// Where the chunks of a dataset lie.
+/// Tells where the chunks of a dataset lie.
 struct ChunkGrid {
   std::vector<hsize_t> mDims;
   std::vector<hsize_t> mChunk;  // the extents of one; empty if the dataset is not chunked
@@ -30,10 +30,10 @@ ChunkGrid ReadChunkGrid(hid_t dataset_id, hid_t cparms_id);
 /// the file has room for, or if they claim to take more than there is.
 std::optional<std::uint64_t> LookUpStoredBytes(hid_t dataset_id, const ChunkGrid& grid);
 
-/// The same; fails unless the file can have the chunks, and the dataset, of so much that is stored,
-/// the `claimed` bytes of values (see Vexa_H5::RequirePlausibleSize). The extents are judged before
-/// a chunk is looked up. Of a dataset that leaves out so many chunks that they cannot all be looked
-/// up, the size of the file is taken for what is stored.
+/// Looks up the same, and fails unless the file has room for the chunks, and what is stored can
+/// make the `claimed` bytes of values (see RequirePlausibleSize). The extents are judged before a
+/// chunk is looked up. If a dataset leaves out so many chunks that they cannot all be looked up,
+/// the size of the file is taken for what is stored.
 std::uint64_t RequirePlausibleStorage(hid_t dataset_id, const ChunkGrid& grid, long double claimed,
                                       const std::string& name);
 

@@ -71,7 +71,7 @@ CachedH5File::CachedH5File(const std::string& filename, H5AccessType access,
   const InsideStore inside;
   if (mpFile->IsNew() && !versionHistory.empty()) {
     auto& record = GetObjectForWrite<H5_Objects::Version>("VersionHist.ver");
-    // One that waited for a file that was removed is held already.
+    // A record that waited for a file which was removed is in memory already.
     if (record.NTimeStepsCached() == 0) {
       record.Initialize(versionHistory);
     }

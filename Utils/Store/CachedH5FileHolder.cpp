@@ -27,8 +27,8 @@ void SayWhatIsLost(const H5_File& file) {
   }
 }
 
-// Until when a flush waits for files that other programs have open. It only does if the process
-// ends after it.
+// Returns until when a flush waits for files that other programs have open. It waits only if the
+// process ends after it.
 std::optional<LockWait::Clock::time_point> EndOfWait() {
   using Clock = LockWait::Clock;
   if (CachedOutput::IsEndingBySignal() && !MyAbortCalled_UncleanShutdown()) {
@@ -165,7 +165,7 @@ bool CachedH5FileHolder::Relieve(H5_File& file) const {
   bool isWritten = WriteFile(file, LockWait::None());
   if (!isWritten && ExceedsTwiceTheLimit(WaitingBytes())) {
     isWritten = WriteFile(file, LockWait::PassReaders());
-    if (!isWritten && !Vexa_H5::SharedLock(file.Filename()).IsHeld()) {
+    if (!isWritten && !Vexa_H5::SharedLock(file.Filename()).IsTaken()) {
       isWritten = WriteFile(file, LockWait::Patient());
     }
   }
@@ -242,7 +242,8 @@ void CachedH5FileHolder::WriteCache() const {
 
 void CachedH5FileHolder::PurgeCache() {
   const InsideStore inside;
-  // Written before the files are destroyed: a failure ends in a report, not in a destructor.
+  // The files are written before they are destroyed, so that a failure ends in a report, not in a
+  // destructor.
   WriteAtLast(true);
   mFiles.clear();
 }

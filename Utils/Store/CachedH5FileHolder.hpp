@@ -66,12 +66,12 @@ class CachedH5FileHolder : public CachedOutputObject {
   /// more.
   void PurgeCache();
 
-  /// One record per write that the holder started: {files written, objects that held data, time
-  /// steps, bytes, bytes that stay held in other files}.
+  /// Returns one record per write that the holder started: {files written, objects that held data,
+  /// time steps, bytes, bytes that stay held in other files}.
   const std::vector<MyVector<unsigned long>>& WriteLog() const { return mWriteLog; }
   void ClearWriteLog() { mWriteLog.clear(); }
 
-  /// Sums over all files; see H5_File::Statistics.
+  /// Counts over all files what H5_File::Statistics counts in one.
   void Statistics(std::uint64_t& files, std::uint64_t& dirs, std::uint64_t& objects,
                   std::uint64_t& filesWithCache, std::uint64_t& objectsWithCache,
                   std::uint64_t& timeSteps, std::uint64_t& bytes) const;

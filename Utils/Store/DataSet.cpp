@@ -132,7 +132,7 @@ std::vector<std::string> DataSet::ReadAllStrings(std::size_t count) const {
   } else {
     REQUIRE_FOR_CALLER(H5Tis_variable_str(my_dtype_id)>0 || H5Tget_class(my_dtype_id)!=H5T_STRING,
                        "H5Dread failed: " << mName << " has strings of fixed length");
-    // Of the library's memory and ours together, for a string of no length.
+    // An empty string takes so much of the library's memory and ours together.
     const long double bytesOfString = 280;
     Tables::RequireSoundStorage(mMy_id, bytesOfString * static_cast<long double>(count), mName);
     const auto read = [&](hid_t memoryType, void* buffer) {

@@ -1,6 +1,6 @@
 // What the kinds that are a single dataset share: the name in the parent group, whether it is in
 // the file, the open identifier, and the calls around opening, creating, extending and closing.
-// Reports name the kind that called, whose source location the helpers take.
+// Reports name the kind that called, by its ReportAs.
 #pragma once
 
 #include <hdf5.h>
@@ -30,7 +30,7 @@ class DataSet : public H5_Object {
 
   /// How the open dataset lies on disk.
   Tables::Storage Storage() const;
-  /// Extents of the open dataset in the file, now.
+  /// Asks the file for the extents of the open dataset.
   std::vector<hsize_t> ExtentsInFile() const;
 
  protected:
@@ -41,7 +41,7 @@ class DataSet : public H5_Object {
   /// mExistsInFile about the link.
   void RequireConsistentExistence(bool h5_exists);
 
-  /// Extents of the open dataset in the file, now.
+  /// Asks the file for the extents of the open dataset, and reports under the caller's label.
   std::vector<hsize_t> FileExtents() const;
 
   /// Whether the file of the open dataset was opened for writing, so that nobody else writes to it.
@@ -54,7 +54,8 @@ class DataSet : public H5_Object {
   /// Changes the extents of the open dataset.
   void Extend(const std::vector<hsize_t>& dims, const char* message) const;
 
-  /// The same without a report, for what was extended and could then not be written.
+  /// Sets the extents of a dataset that was extended and could then not be written; reports
+  /// nothing.
   void PutBack(const std::vector<hsize_t>& dims) const noexcept;
 
   /// Writes `data`, shaped `memoryDims`, to the block of the open dataset at `start` whose extents
@@ -68,7 +69,7 @@ class DataSet : public H5_Object {
   /// Closes the open dataset.
   void Close();
 
-  /// For destructors: closes a dataset left open, without a report.
+  /// Closes a dataset that was left open, without a report, as a destructor must.
   void CloseSilently() noexcept;
 
   std::string mName;   // the link's name in its parent group

@@ -32,7 +32,8 @@ void FailedWrites::Throw(const std::string& filename) {
     MyErr << "File '" << Printable(filename)
           << "' stays as it was before; what was appended to it since is lost.\n";
   }
-  // For the handler of an exception that does not say itself what was being worked on.
+  // An exception of the standard library does not say itself what was being worked on; its handler
+  // asks the context.
   const ReportContext context(mNames[0], filename);
   mFirst.Throw();
 }

@@ -7,7 +7,7 @@
 #include "Utils/ErrorHandling/FirstFailure.hpp"
 #include "Utils/HDF5/Handle.hpp"
 
-/// What goes wrong while a file's objects are written one after the other.
+/// Collects what goes wrong while a file's objects are written one after the other.
 class FailedWrites {
  public:
   /// Takes a step of writing the object of that full name; returns whether it succeeded.
@@ -34,7 +34,7 @@ class FailedWrites {
 
   FirstFailure mFirst;
   std::vector<std::string> mNames;
-  std::optional<Vexa_H5::MuteH5Errors>
-      mMute;  // from the first failure on: its error stack is the one told
+  // From the first failure on later ones are muted, so that the library's errors are the first's.
+  std::optional<Vexa_H5::MuteH5Errors> mMute;
   bool mIsHopeless = false;
 };

@@ -117,7 +117,7 @@ void H5_File::OpenToRead() {
     if (!IsFileOpen()) {
       OpenFile();
     }
-  } else if (Vexa_H5::SharedLock(mFilename).IsHeld()) {
+  } else if (Vexa_H5::SharedLock(mFilename).IsTaken()) {
     Open(ReadOnly, once);
   } else {
     OpenFile();
@@ -146,7 +146,7 @@ bool H5_File::Open(H5AccessType access, Vexa_H5::LockWait& wait) {
   }
   Vexa_H5::CountOpenFiles(1);
   mIsOpenForWriting = access == ReadWrite;
-  mSharedLock = std::move(wait.mHeld);
+  mSharedLock = std::move(wait.mSharedLock);
   if (mpRoot == nullptr) {
     BuildTree();
     mHasWaited = false;  // nothing was known before
@@ -201,8 +201,9 @@ void H5_File::CloseNodes(const H5_Node& top) {
     }
     return node != nullptr;
   };
-  // Backwards, so that members are closed before their groups. Usually what is to be closed was
-  // opened last; the walk stops at the node itself, below which nothing was opened earlier.
+  // The walk goes backwards, so that members are closed before their groups. Usually what is to be
+  // closed was opened last; the walk stops at the node itself, below which nothing was opened
+  // earlier.
   for (std::size_t i = mOpenNodes.size(); i-- > 0;) {
     const H5_Node* node = mOpenNodes[i];
     if (!isBelow(node)) {
@@ -259,9 +260,9 @@ void H5_File::DropIds() {
   }
 }
 
-void H5_File::CloseSilently() noexcept {
+void H5_File::CloseSilently(bool discardsUnflushed) noexcept {
   const Vexa_H5::MuteH5Errors muted;
-  // Without a root the nodes were never finished, and are gone.
+  // If there is no root, the nodes were never finished, and are gone.
   for (std::size_t i = mpRoot == nullptr ? 0 : mOpenNodes.size(); i-- > 0;) {
     try {
       if (mOpenNodes[i]->IsObjectOpen()) {
@@ -281,7 +282,7 @@ void H5_File::CloseSilently() noexcept {
   }
   std::optional<Vexa_H5::DiscardUnflushed> discard;
   if (mIsOpenForWriting && mStaysReadable &&
-      (mIsRollingBack || H5Fflush(mFile_id, H5F_SCOPE_LOCAL) < 0)) {
+      (discardsUnflushed || H5Fflush(mFile_id, H5F_SCOPE_LOCAL) < 0)) {
     discard.emplace();
   } else {
     SetFlushed();
@@ -359,9 +360,7 @@ bool H5_File::WriteCache(Vexa_H5::LockWait wait) {
 }
 
 void H5_File::RollBack() {
-  mIsRollingBack = true;
-  CloseSilently();
-  mIsRollingBack = false;
+  CloseSilently(true);
   mpRoot->DropCache();
 }
 
@@ -388,17 +387,11 @@ bool H5_File::BeginWriting(Vexa_H5::LockWait wait) {
     mIsWriting = true;
     return true;
   }
-  bool isOpen = false;
-  try {
-    mCannotOpen = true;
-    isOpen = Open(ReadWrite, wait);
-    mCannotOpen = false;
-  } catch (...) {
-    mIsWriting = false;  // a file that could not be opened is as good as it was
-    throw;
-  }
-  mIsWriting = isOpen;
-  return isOpen;
+  mIsWriting = false;  // a file that cannot be opened stays as good as it was
+  mCannotOpen = true;
+  mIsWriting = Open(ReadWrite, wait);
+  mCannotOpen = false;
+  return mIsWriting;
 }
 
 void H5_File::KeepWaiting() {

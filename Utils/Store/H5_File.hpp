@@ -41,8 +41,9 @@ class H5_File {
   /// Closes all objects and the file; what is held stays in memory.
   void CloseFile();
   /// Does so after a failure, when nothing can be expected to be in order: reports nothing, and
-  /// closes what interrupted calls left open besides.
-  void CloseSilently() noexcept;
+  /// closes what interrupted calls left open besides. With `discardsUnflushed`, a file that stays
+  /// readable is left as it was at its last flush.
+  void CloseSilently(bool discardsUnflushed = false) noexcept;
   /// The library has ended, and closed the file: nothing is open any more. What is held stays.
   void DropIds();
   bool IsFileOpen() const { return mFile_id >= 0; }
@@ -155,7 +156,6 @@ class H5_File {
   bool mIsNew = false;
   bool mIsUnfinished;
   bool mIsWriting = false;
-  bool mIsRollingBack = false;
   bool mHasLost = false;     // what objects hold again before the next write
   bool mCannotOpen = false;  // at the last attempt to write
   bool mHasFailed = false;

@@ -18,7 +18,7 @@ namespace {
 constexpr int sDeepestGroup = 1000;
 }  // namespace
 
-// Where the groups above one being read lie in the file, innermost first.
+// A list of the groups above one that is being read, innermost first, and where each lies.
 struct H5_Node::Ancestors {
   const Ancestors* mpAbove;
   unsigned long mFile;
@@ -161,7 +161,7 @@ H5_Node& H5_Node::CreateChild(const std::string& non_path_name) {
   REQUIRE(non_path_name.find("/")==std::string::npos,
           "CreateChild must be called with a name w/o slashes. non_path_name=" << non_path_name);
   const std::string type(GetExtension(non_path_name));
-  // Before anything is inserted; fails with the list of what is known.
+  // This fails, with the list of known kinds, before anything is inserted.
   H5_Object::Registry().Retrieve(type, "Creating '" + non_path_name + "'");
   return InsertChild(non_path_name, Origin::New);
 }

@@ -92,7 +92,7 @@ class H5_Node final : private CacheListener {
     return *ptr;
   }
 
-  /// Bytes and time steps that the node's own object holds.
+  /// Return the bytes and time steps that the node's own object holds.
   std::uint64_t SizeOfCache() const { return mpObject == nullptr ? 0 : mpObject->SizeOfCache(); }
   std::uint64_t NTimeStepsCached() const {
     return mpObject == nullptr ? 0 : mpObject->NTimeStepsCached();
@@ -127,7 +127,7 @@ class H5_Node final : private CacheListener {
   void HoldAgain();
   /// Whether the object was in the file when the node was made, and that file is still there.
   bool WasOnDisk() const { return mIsOnDisk; }
-  /// Bytes held by the objects of the subtree. Costs nothing.
+  /// Returns the bytes that the objects of the subtree hold, which is known without a walk.
   std::uint64_t CummulativeCacheSize() const { return mCacheSize; }
 
   /// What the objects of the subtree hold in memory; visits only those that hold data.

@@ -34,7 +34,7 @@ class H5_Object : public Factory::EnableCreation<H5_Object, const std::string&, 
   virtual bool IsObjectOpen() const = 0;
   /// Whether the descriptive attributes (shape, legend, version) are in memory.
   virtual bool AreAttributesKnown() const = 0;
-  /// Bytes held in memory that are not yet in the file. Costs nothing.
+  /// Returns the bytes that are in memory and not yet in the file. Must be cheap.
   virtual std::uint64_t SizeOfCache() const = 0;
   virtual std::uint64_t NTimeStepsCached() const = 0;
   /// Time steps in the file when the object was last open; 0 for what has none.
@@ -50,8 +50,8 @@ class H5_Object : public Factory::EnableCreation<H5_Object, const std::string&, 
   virtual void RolledBack(bool isFileNew) = 0;
   /// Holds again what the file needs but lost by that. Called before the next write.
   virtual void HoldAgain() {}
-  /// Makes an open object that an earlier process wrote fit to be appended to. Called once, when it
-  /// is first asked for to be written.
+  /// Makes an open object that an earlier process wrote fit to be appended to. The node calls it
+  /// once, when the object is first asked for to be written.
   virtual void PrepareToAppend() {}
   /// Releases the HDF5 identifiers; cache and attributes stay in memory.
   virtual void CloseObject() = 0;

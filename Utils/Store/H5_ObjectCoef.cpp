@@ -21,10 +21,6 @@ std::string Coef::Help() {
 Coef::Coef(const std::string& name, bool existsOnDisk, int verbosity)
     : IndexedGroup("Coef", name, "coefs.dat", existsOnDisk, verbosity), mCoefs(Values()) {}
 
-Coef::~Coef() {
-  RequireClosed("calling destructor ~H5_ObjectCoef while its h5-group is open.\n");
-}
-
 MyVector<std::string> Coef::IndexLegend(const std::string& timeDescription) {
   return {timeDescription, "index one past current coeff-data"};
 }

@@ -17,8 +17,6 @@ class Coef : public IndexedGroup, public Factory::Register<Coef> {
   static std::string Help();
 
   Coef(const std::string& name, bool existsOnDisk, int verbosity);
-  /// Ends the process if the group is still open.
-  ~Coef() override;
 
   /// The names of a new set's index columns.
   static MyVector<std::string> IndexLegend(const std::string& timeDescription);

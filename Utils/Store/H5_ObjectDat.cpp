@@ -311,7 +311,7 @@ void Dat::RequireReadable() const {
   const ReportAs label("H5_ObjectDat");
   const InsideStore inside;
   REQUIRE(IsObjectOpen(), "Object must be open");
-  // Where there are no rows nobody meets the filters.
+  // A table without rows is read without its filters.
   if (mLayout.mRows > 0) {
     Tables::RequireKnownFilters(mLayout.mFilters, mName);
   }

@@ -71,7 +71,7 @@ class Dat : public DataSet, public Factory::Register<Dat> {
   /// {rows, columns}, waiting rows included, so it can exceed what is in the file.
   /// Fails with "Must call Initialize or OpenObject first".
   MyVector<unsigned long long> GetExtents() const;
-  /// One name per column. Fails like GetExtents.
+  /// Returns one name per column. Fails like GetExtents.
   MyVector<std::string> GetLegend() const;
 
   std::uint64_t NTimeStepsCached() const override;
@@ -92,10 +92,10 @@ class Dat : public DataSet, public Factory::Register<Dat> {
   MyVector<MyVector<double>> RetrieveColumns(const MyVector<int>& columns, unsigned long long first,
                                              unsigned long long one_past_last) const;
 
-  /// The same for neighbouring columns into memory of the caller: values[c * rows + r].
+  /// Reads neighbouring columns into memory of the caller: values[c * rows + r].
   void RetrieveColumns_(const Tables::ColumnBlock& block, double* values) const;
-  /// Runs of rows of one column, one after the other, which are in place when `reads` has finished.
-  /// Runs ascend, and none is empty.
+  /// Reads runs of rows of one column, one after the other. The values are in place when `reads`
+  /// has finished. Runs must ascend, and none may be empty.
   void RetrieveRuns_(std::uint64_t column, std::span<const Tables::RowRun> runs, double* values,
                      Tables::PendingReads& reads) const;
   /// How the open table lies on disk.

@@ -57,6 +57,12 @@ void Dir::OpenObject(hid_t parentId) {
   mTrace.Line(5, "H5_ObjectDir mName=", mName, " id=", mGroup_id);
 }
 
+bool Dir::IsIn(hid_t parentId) {
+  mExistsOnDisk = mIsExistenceKnown ? mExistsOnDisk : LinkExists(parentId, mName, mTrace);
+  mIsExistenceKnown = true;
+  return mExistsOnDisk;
+}
+
 void Dir::CloseObject() {
   const hid_t group_id = mGroup_id;
   mGroup_id = -1;

@@ -37,6 +37,9 @@ class Dir : public H5_Object, public Factory::Register<Dir> {
   void DropIds() override { mGroup_id = -1; }
   std::ostream& Output(std::ostream& os, const std::string& indent) const override;
 
+  /// Whether the group is in its parent, which is open. The file is asked only if the group's
+  /// creation may have been rolled back.
+  bool IsIn(hid_t parentId);
   /// Names of the open group's members, ascending by bytes.
   MyVector<std::string> ReadGroupsFromDisk() const;
 

@@ -27,10 +27,6 @@ std::string Tdm::Help() {
 Tdm::Tdm(const std::string& name, bool existsOnDisk, int verbosity)
     : IndexedGroup("Tdm", name, "data.dat", existsOnDisk, verbosity) {}
 
-Tdm::~Tdm() {
-  RequireClosed("calling destructor ~H5_ObjectTdm while its h5-group is open.\n");
-}
-
 MyVector<std::string> Tdm::IndexLegend(const std::string& timeDescription, int dataMeshDim) {
   MyVector<std::string> legend{MV::Size(static_cast<std::uint64_t>(dataMeshDim) + 2)};
   legend[0] = timeDescription;
@@ -63,7 +59,7 @@ std::string TensorSpec::Text() const {
 void TensorSpec::RequireStorable() const {
   bool canBeStored = mSymm.find_first_of(std::string("#\0", 2)) == std::string::npos &&
                      RemoveLeadingAndTrailingWhitespace(mSymm) == mSymm;
-  // In parentheses the parser takes neither for an end.
+  // The parser takes neither ";" nor "=" for an end where parentheses are open.
   int depth = 0;
   for (const char c : mSymm) {
     depth += c == '(' ? 1 : c == ')' ? -1 : 0;
@@ -160,7 +156,7 @@ Mesh Tdm::CheckedMesh(const std::vector<double>& extents, std::uint64_t step, st
   MyVector<int> whole{MV::Size(extents.size())};
   for (std::size_t i = 0; i < extents.size(); ++i) {
     const double extent = extents[i];
-    // Before the conversion, which is undefined out of range.
+    // The check comes before the conversion, which is undefined out of range.
     REQUIRE(extent>=0 && extent<=std::numeric_limits<int>::max() && extent==std::floor(extent),
             "Index of " << mName << " holds the mesh extent " << extent);
     whole[i] = static_cast<int>(extent);

@@ -38,8 +38,6 @@ class Tdm : public IndexedGroup, public Factory::Register<Tdm> {
   static std::string Help();
 
   Tdm(const std::string& name, bool existsOnDisk, int verbosity);
-  /// Ends the process if the group is still open.
-  ~Tdm() override;
 
   /// The names of a new series' index columns.
   static MyVector<std::string> IndexLegend(const std::string& timeDescription, int dataMeshDim);

@@ -31,7 +31,7 @@ std::string Txt::Help() {
 
 Txt::Txt(const std::string& name, bool existsOnDisk, int verbosity)
     : StringDataSet("H5_ObjectTxt", "Txt", name, existsOnDisk, verbosity) {
-  // Or text would be lost without a word where memory is exhausted.
+  // Without this, text would be lost without a word where memory is exhausted.
   mText.exceptions(std::ios_base::badbit);
 }
 

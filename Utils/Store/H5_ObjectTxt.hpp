@@ -40,11 +40,11 @@ class Txt : public StringDataSet, public Factory::Register<Txt> {
   /// The whole text in the file: all strings without anything between them.
   std::string RetrieveData();
 
-  /// Number of strings, text in memory counted as one more. Fails with "Must OpenObject before
-  /// calling GetSize".
+  /// Returns the number of strings; text in memory counts as one more. Fails with "Must OpenObject
+  /// before calling GetSize".
   unsigned long long GetSize() const;
 
-  /// Characters in memory.
+  /// Returns how many characters are in memory.
   std::uint64_t SizeOfCache() const override { return mText.view().size(); }
   std::uint64_t NTimeStepsCached() const override { return SizeOfCache() > 0 ? 1 : 0; }
   std::uint64_t StepsInFile() const override { return mSize; }

@@ -32,17 +32,17 @@ class Version : public StringDataSet, public Factory::Register<Version> {
   void DropCache() override;
   void Flushed() override { mIsLost = mIsUnflushed = false; }
   void RolledBack(bool isFileNew) override;
-  /// The whole history of a record that this process wrote, if it is not in the file.
+  /// Holds again the whole history of a record that this process wrote, if it is not in the file.
   void HoldAgain() override;
 
   /// Fails with "Must call Initialize or OpenObject first".
   unsigned long GetCurrentVersion() const;
   /// The entries in the file; the object must be open.
   History RetrieveVersionHistory() const;
-  /// The same as one text: "Hash <hash>:\n<help>\n" for every entry.
+  /// Returns the entries as one text: "Hash <hash>:\n<help>\n" for every entry.
   std::string RetrieveVersionHistorySingleString() const;
 
-  /// Characters of the entries that are not yet written.
+  /// Returns the number of characters of the entries that are not yet written.
   std::uint64_t SizeOfCache() const override { return mCharacters; }
   std::uint64_t NTimeStepsCached() const override { return mHist.size(); }
   std::ostream& Output(std::ostream& os, const std::string& indent) const override;

@@ -17,10 +17,16 @@ IndexedGroup::IndexedGroup(const std::string& kind, const std::string& name,
       mLabel("H5_Object" + kind),
       mName(name),
       mTrace(verbosity),
-      mExistsOnDisk(existsOnDisk),
       mGroup(name, existsOnDisk, verbosity),
       mIndex("index.dat", existsOnDisk, verbosity),
       mValues(valuesName, existsOnDisk, verbosity) {}
+
+IndexedGroup::~IndexedGroup() {
+  if (MayCheckInDestructor()) {
+    REQUIRE_LABELLED(mLabel, IsObjectOpen()==false,
+                     "calling destructor ~" << mLabel << " while its h5-group is open.\n");
+  }
+}
 
 void IndexedGroup::InitializeTables(const MyVector<std::string>& indexLegend,
                                     const std::string& dataDescription, bool compress,
@@ -34,13 +40,8 @@ void IndexedGroup::InitializeTables(const MyVector<std::string>& indexLegend,
 void IndexedGroup::OpenObject(hid_t parentGroupId) {
   const ReportAs shared("H5_IndexedGroup");
   mTrace.Line(5, mKind, "::OpenObject(", parentGroupId, ")");
-  if (!mIsExistenceKnown) {
-    mExistsOnDisk = LinkExists(parentGroupId, mName, mTrace);
-    mIsExistenceKnown = true;
-  }
-  const bool existedBefore = mExistsOnDisk;
+  const bool existedBefore = mGroup.IsIn(parentGroupId);
   mGroup.OpenObject(parentGroupId);
-  mExistsOnDisk = true;
   mIndex.OpenObject(mGroup.GroupId());
   mValues.OpenObject(mGroup.GroupId());
   OpenAttributes(existedBefore);
@@ -111,8 +112,6 @@ void IndexedGroup::Flushed() {
 }
 
 void IndexedGroup::RolledBack(bool isFileNew) {
-  mExistsOnDisk = mExistsOnDisk && !isFileNew;
-  mIsExistenceKnown = isFileNew;
   mGroup.RolledBack(isFileNew);
   mIndex.RolledBack(isFileNew);
   mValues.RolledBack(isFileNew);
@@ -199,8 +198,7 @@ void IndexedGroup::PrepareToAppend() {
 std::uint64_t IndexedGroup::SizeOfCache() const {
   const std::uint64_t numbers =
       mCachedTimes.size() + mCachedEnds.size() + mCachedExtras.size() + mCachedValues.size();
-  return mIndex.SizeOfCache() + mValues.SizeOfCache() + 8 * numbers +
-         (mExistsOnDisk ? 0 : mGroup.SizeOfCache());
+  return mIndex.SizeOfCache() + mValues.SizeOfCache() + 8 * numbers;
 }
 
 std::size_t IndexedGroup::GetNumberOfTimeSteps() const {
@@ -228,12 +226,10 @@ std::uint64_t IndexedGroup::CheckedOffset(double offset, std::uint64_t previous)
   const double values = static_cast<double>(mValues.Layout().mRows);
   REQUIRE_LABELLED(mLabel, offset>=0 && offset<=values && offset==std::floor(offset),
                    "Index of " << mName << " holds the offset " << offset << ", but there are "
-                   << values
-                               << " values");
+                       << values << " values");
   const auto whole = static_cast<std::uint64_t>(offset);
-  REQUIRE_LABELLED(mLabel, whole>=previous, "Index of " << mName << " decreases from " << previous
-                   << " to "
-                   << whole);
+  REQUIRE_LABELLED(mLabel, whole>=previous,
+                   "Index of " << mName << " decreases from " << previous << " to " << whole);
   return whole;
 }
 
@@ -280,9 +276,7 @@ void IndexedGroup::RetrieveRuns_(std::span<const Tables::RowRun> runs, double* v
 IndexedGroup::Step IndexedGroup::RetrieveStepIndex(std::size_t filestep) const {
   REQUIRE_LABELLED(mLabel, filestep < mIndex.GetExtents()[0],
                    "Access out of bounds.  Requesting filestep=" << filestep
-                                                                 << " in a dataset with only "
-                                                                 << mIndex.GetExtents()[0]
-                   << " steps");
+                       << " in a dataset with only " << mIndex.GetExtents()[0] << " steps");
   const std::size_t first = filestep == 0 ? 0 : filestep - 1;
   const MyVector<MyVector<double>> offset =
       mIndex.RetrieveColumns(MyVector<int>{1}, first, filestep + 1);
@@ -297,12 +291,6 @@ IndexedGroup::Step IndexedGroup::RetrieveStepIndex(std::size_t filestep) const {
   }
   mTrace.Line(5, "  now reading data [", step.mBegin, ",", step.mEnd, ")");
   return step;
-}
-
-void IndexedGroup::RequireClosed(const char* message) const {
-  if (MayCheckInDestructor()) {
-    REQUIRE_LABELLED(mLabel, IsObjectOpen()==false, Verbatim(message));
-  }
 }
 
 }  // namespace H5_Objects

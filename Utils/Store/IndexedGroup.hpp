@@ -48,8 +48,8 @@ class IndexedGroup : public H5_Object {
   std::uint64_t SizeOfCache() const override;
   std::uint64_t StepsInFile() const override { return mIndex.StepsInFile(); }
 
-  /// Steps, waiting ones in the index table included. This and the descriptions fail with "Must
-  /// call Initialize or OpenObject first".
+  /// Returns the number of steps, waiting ones in the index table included. This and the
+  /// descriptions fail with "Must call Initialize or OpenObject first".
   std::size_t GetNumberOfTimeSteps() const;
   std::string GetTimeDescription() const;
   std::string GetDataDescription() const;
@@ -64,7 +64,7 @@ class IndexedGroup : public H5_Object {
   StepIndex RetrieveIndex_() const;
   /// `count` values from `first` on, of all steps' values one after the other.
   void RetrieveValues_(std::uint64_t first, std::uint64_t count, double* values) const;
-  /// Runs of values, as Dat reads runs of rows.
+  /// Reads runs of values, as Dat reads runs of rows.
   void RetrieveRuns_(std::span<const Tables::RowRun> runs, double* values,
                      Tables::PendingReads& reads) const;
   /// The length of the chunks in which the open object's values lie; 0 if they are not chunked.
@@ -81,6 +81,8 @@ class IndexedGroup : public H5_Object {
   /// from what is shared here.
   IndexedGroup(const std::string& kind, const std::string& name, const std::string& valuesName,
                bool existsOnDisk, int verbosity);
+  /// Ends the process if the group is still open.
+  ~IndexedGroup() override;
 
   /// Columns of the index besides time and offset; known once the group's attributes are.
   virtual std::uint64_t ExtraColumns() const = 0;
@@ -110,9 +112,6 @@ class IndexedGroup : public H5_Object {
   };
   Step RetrieveStepIndex(std::size_t filestep) const;
 
-  /// For destructors: fails if the group is still open.
-  void RequireClosed(const char* message) const;
-
   std::uint64_t IndexColumns() const { return mIndex.GetExtents()[1]; }
   std::uint64_t NumberOfValues() const { return mValues.GetExtents()[0]; }
   std::uint64_t CachedValues() const { return mCachedValues.size(); }
@@ -124,7 +123,7 @@ class IndexedGroup : public H5_Object {
   Trace mTrace;
 
  private:
-  // Steps that are whole, and values up to the end of the last of them.
+  // Counts the steps that are whole, and the values up to the end of the last of them.
   struct WholePart {
     std::uint64_t mSteps;
     std::uint64_t mValues;
@@ -132,11 +131,10 @@ class IndexedGroup : public H5_Object {
 
   void ForgetSteps();
   std::uint64_t CheckedOffset(double offset, std::uint64_t previous) const;
-  // Of row `first` only the offset is believed, unless it is the very first.
+  // Looks at the rows of the index from `first` on. Row `first` gives only its offset, unless it is
+  // the very first row, since the length of its step is not known.
   WholePart FindWholePart(std::uint64_t first) const;
 
-  bool mExistsOnDisk;
-  bool mIsExistenceKnown = true;
   Dir mGroup;
   Dat mIndex;
   Dat mValues;

@@ -26,14 +26,14 @@ class InsideStore {
   InsideStore(const InsideStore&) = delete;
   InsideStore& operator=(const InsideStore&) = delete;
 
-  /// For who writes while the process ends: takes the store for this thread for good. Waits ten
+  /// Takes the store for this thread for good, which writes while the process ends. Waits ten
   /// seconds for another thread to leave. If it does not, says so through MyErr and returns false:
   /// its files must be left alone then. If another thread is ending the process through MyAbort,
   /// that one writes, and this one goes no further.
   static bool TakeForGood();
 
-  /// For where a handle comes or goes: stops this thread if another one is ending the process, for
-  /// handles do not close their files any more then.
+  /// Stops this thread if another one is ending the process. Handles call this where they come or
+  /// go, since they do not close their files any more then.
   static void StopIfProcessEnds();
 
  private:
