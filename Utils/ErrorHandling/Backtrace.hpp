@@ -18,5 +18,5 @@ void PrintSimpleBacktrace(int skipFrames);
 /// that is in trouble.
 void PrepareBacktrace();
 
-/// The name as it stands in the source; what cannot be demangled is returned as it is.
+/// Returns the name as it stands in the source; what cannot be demangled is returned as it is.
 std::string Demangle(const char* name);

@@ -39,9 +39,9 @@ void SayIfWritten();
 /// point, then flushes this one.
 void FlushCachedOutputOnAllProcessors();
 
-/// A safe point: flushes this process if SIGUSR2 came since the last one. After SIGTERM, if that
-/// was asked for, it flushes and then ends the process by this signal. Does nothing within a flush,
-/// nor while the process is ending through MyAbort.
+/// Marks a safe point: flushes this process if SIGUSR2 came since the last one. After SIGTERM, if
+/// that was asked for, it flushes and then ends the process by this signal. Does nothing within a
+/// flush, nor while the process is ending through MyAbort.
 void FlushIfRequested();
 
 /// From this call on, SIGTERM ends the process at the next safe point rather than at once.

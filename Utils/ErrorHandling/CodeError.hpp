@@ -3,8 +3,8 @@
 #include <string>
 #include <thread>
 
-/// The one exception of this system: a report that ends the run unless somebody deliberately
-/// catches it. It is not a std::exception, so that handlers for those let it pass.
+/// CodeError is the one exception of this system: a report that ends the run unless somebody
+/// deliberately catches it. It is not a std::exception, so that handlers for those let it pass.
 class CodeError {
  public:
   /// With a backtrace, a newline and Backtrace(1) follow the message. `reason` is what the message

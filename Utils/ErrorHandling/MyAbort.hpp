@@ -16,8 +16,9 @@ bool MyAbort_CalledByAnotherThread();
 /// Says that the process, which is ending, has written its last output.
 void MyAbort_LastOutputWritten() noexcept;
 
-/// How long a parallel job waits at most for its processes to write; 10 seconds at start. The wait
-/// ends early if all are known to have written. Otherwise the report names those that are not.
+/// These tell how long a parallel job waits at most for its processes to write; 10 seconds at
+/// start. The wait ends early if all are known to have written. Otherwise the report names those
+/// that are not.
 void MyAbort_ChangeSleepSeconds(int seconds);
 int MyAbort_SleepSeconds();
 

@@ -14,11 +14,11 @@ void SetBeforeMyErr(void (*function)());
 /// Calls it; for who must write to standard error another way.
 void PrepareForErrors();
 
-/// One statement's output. Standard error gets everything, whether there is an error file or not; a
-/// line after the first statement that did not get into the file says why. If standard error is a
-/// pipe which nobody reads, the error file alone gets it: SIGPIPE is held back from the write.
-/// Control characters other than line breaks and tabs are escaped; names, which must have neither,
-/// are made Printable() by who streams them.
+/// A MyErrProxy is one statement's output. Standard error gets everything, whether there is an
+/// error file or not; a line after the first statement that did not get into the file says why. If
+/// standard error is a pipe which nobody reads, the error file alone gets it: SIGPIPE is held back
+/// from the write. Control characters other than line breaks and tabs are escaped; names, which
+/// must have neither, are made Printable() by who streams them.
 class MyErrProxy {
  public:
   /// Opens the error file, and begins the line on standard error with ProcID_() once this process

@@ -18,9 +18,9 @@ void NoteExternalLink(const std::string& parentFile, const std::vector<std::stri
 /// costs nothing where no external link was followed.
 void NoteOpened(hid_t id);
 
-/// The files to which external links led from the file with this real path, in this process so
-/// far, those behind a link in such a file included: real paths, and the FileStamp() that each file
-/// had before it was first opened.
+/// Returns the files to which external links led from the file with this real path, in this process
+/// so far, those behind a link in such a file included: real paths, and the FileStamp() that each
+/// file had before it was first opened.
 std::map<std::string, std::string> ExternalFilesOf(const std::string& path);
 
 }  // namespace Vexa_H5

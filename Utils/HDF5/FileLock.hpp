@@ -15,8 +15,8 @@
 
 namespace Vexa_H5 {
 
-/// A shared lock on a file, apart from the library's: other programs can have it at the same time
-/// to read the file, none to write to it.
+/// A SharedLock is a lock on a file, apart from the library's: other programs can have it at the
+/// same time to read the file, none to write to it.
 class SharedLock {
  public:
   SharedLock() = default;
@@ -34,7 +34,7 @@ class SharedLock {
   int mDescriptor = -1;
 };
 
-/// What an opening for writing does about a lock, and what came of it.
+/// A LockWait says what an opening for writing does about a lock, and then what came of it.
 struct LockWait {
   using Clock = std::chrono::steady_clock;
 
@@ -61,19 +61,19 @@ struct LockWait {
   bool mIsCreated = false;   // nothing had its name
 };
 
-/// How long a file is waited for that must be opened for writing; 20 seconds at start.
+/// These tell how long a file is waited for that must be opened for writing; 20 seconds at start.
 std::chrono::duration<double> LockPatience();
 void SetLockPatience(std::chrono::duration<double> patience);
 
-/// What `open` returns, which opens the file for writing with the access property list that it is
-/// given, and may find it locked; a null `wait` leaves everything to the library. The library's own
-/// report of a failure is left out where the failure is a lock that is to be waited for, or may
-/// stay.
+/// Returns what `open` returns, which opens the file for writing with the access property list that
+/// it is given, and may find it locked; a null `wait` leaves everything to the library. The
+/// library's own report of a failure is left out where the failure is a lock that is to be waited
+/// for, or may stay.
 hid_t OpenPastLocks(const std::string& path, const std::function<hid_t(hid_t fapl_id)>& open,
                     hid_t fapl_id, LockWait* wait);
 
-/// The errno of the system's call with which the library's last failure began, if the library's
-/// words for that call ("lock file", "open file") contain `call`.
+/// Returns the errno of the system's call with which the library's last failure began, if the
+/// library's words for that call ("lock file", "open file") contain `call`.
 std::optional<int> SystemErrorOf(std::string_view call);
 
 }  // namespace Vexa_H5

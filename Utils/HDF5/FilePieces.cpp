@@ -4,8 +4,6 @@
 #include <cstring>
 #include <iterator>
 
-using namespace Vexa_H5;
-
 namespace Vexa_H5 {
 
 void FilePieces::Clear() {

@@ -24,7 +24,7 @@ class FilePieces {
   /// Returns how many bytes all pieces have together.
   std::uint64_t Size() const { return mSize; }
   const std::map<haddr_t, Bytes>& All() const { return mPieces; }
-  /// The bytes of the piece that begins there; null if none does.
+  /// Returns the bytes of the piece that begins there, or null if none does.
   Bytes* Find(haddr_t address);
   void Clear();
 

@@ -55,7 +55,7 @@ class GlobalHeap {
     int mDescriptor = -1;         // negative if strings cannot be seen
     CollectionPointer mpLast;
   };
-  /// The file of an open object, as long as it stays open and no other file is asked for.
+  /// Returns the file of an open object, as long as it stays open and no other file is asked for.
   static OpenFile& FileOf(hid_t object_id);
 
  private:

@@ -1,4 +1,4 @@
 #pragma once
 
-/// How a file is accessed. ReadWrite creates a missing file; ReadOnly fails on one.
+/// This tells how a file is accessed. ReadWrite creates a missing file; ReadOnly fails on one.
 enum H5AccessType { ReadWrite = 0, ReadOnly = 1 };

@@ -5,9 +5,9 @@
 
 #include <string>
 
-/// The HDF5 type of T: double, int, unsigned long (unsigned 64 bits), char (signed 8 bits) or
-/// std::string. Only the string type, a null-terminated string of variable length, is new on every
-/// call and is closed by the caller; the others belong to the library.
+/// Returns the HDF5 type of T: double, int, unsigned long (unsigned 64 bits), char (signed 8 bits)
+/// or std::string. Only the string type, a null-terminated string of variable length, is new on
+/// every call and is closed by the caller; the others belong to the library.
 template <class T>
 hid_t H5Type();
 template <>
@@ -22,7 +22,7 @@ template <>
 hid_t H5Type<std::string>();
 
 namespace HdfConst {
-/// The library's H5T_VARIABLE.
+/// Returns the library's H5T_VARIABLE.
 std::size_t H5T_Variable();
 }  // namespace HdfConst
 

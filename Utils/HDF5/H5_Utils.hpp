@@ -23,9 +23,9 @@ namespace Vexa_H5 {
 /// open as well.
 void set_libver_bounds(hid_t fapl_id);
 
-/// A creation property list of the class (H5P_FILE_CREATE, H5P_GROUP_CREATE or H5P_DATASET_CREATE)
-/// that keeps no times with the object, so that files written twice from the same data are the
-/// same.
+/// Returns a creation property list of the class (H5P_FILE_CREATE, H5P_GROUP_CREATE or
+/// H5P_DATASET_CREATE) that keeps no times with the object, so that files written twice from the
+/// same data are the same.
 PropertyListHandle UntimedCreation(hid_t propertyListClass);
 
 /// Access property lists for opening groups and datasets. An external link to something that is not
@@ -38,8 +38,8 @@ hid_t DatasetAccess();
 /// the name, be it a symbolic link that leads nowhere. What fails leaves no file behind.
 hid_t CreateFile(const std::string& path, int verbosity, bool staysReadable);
 
-/// The size that a file of ours had when it was closed, by its own words; none if it does not begin
-/// as such a file does.
+/// Returns the size that a file of ours had when it was closed, by its own words; none if it does
+/// not begin as such a file does.
 std::optional<std::uint64_t> SizeWhenClosed(const FileDescriptor& file);
 
 /// Opens an existing file, or creates a missing one if the access is ReadWrite; never truncates.
@@ -75,13 +75,13 @@ template <class T>
 std::vector<T> RetrieveAttributes(hid_t id, const std::string& name, bool allowMissing,
                                   int verbosity);
 
-/// The names of all links in a group, ascending by bytes.
+/// Returns the names of all links in a group, ascending by bytes.
 MyVector<std::string> ReadGroupNames(hid_t group_id, int verbosity);
 
-/// The extents of a dataset or attribute's dataspace; empty for a scalar. Closes nothing.
+/// Returns the extents of a dataset or attribute's dataspace; empty for a scalar. Closes nothing.
 std::vector<hsize_t> Extents(hid_t space_id);
 
-/// What a failed read of strings is reported with, besides the caller's own name.
+/// These are the messages with which a failed read of strings is reported.
 struct StringReadMessages {
   const char* mRead;
   const char* mReclaim;

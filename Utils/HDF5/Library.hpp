@@ -10,7 +10,8 @@ namespace Vexa_H5 {
 /// Starts the library if it does not run. The number is another in each of its lives.
 unsigned long LibraryLife();
 
-/// An identifier, of a property list for instance, that is made once in each life of the library.
+/// A KeptId keeps an identifier, of a property list for instance, that is made once in each life of
+/// the library.
 class KeptId {
  public:
   template <class Make>

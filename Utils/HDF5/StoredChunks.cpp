@@ -101,6 +101,26 @@ std::optional<std::uint64_t> LookUpEach(hid_t dataset_id, const ChunkGrid& grid,
   return bytes;
 }
 
+// Whether each can be looked up. Where chunks are left out, a sound dataset has more of them.
+bool HasFewPlaces(const ChunkGrid& grid, std::uint64_t fileSize) {
+  return grid.Places() <= static_cast<long double>(MostChunks(fileSize));
+}
+
+std::optional<std::uint64_t> LookUp(hid_t dataset_id, const ChunkGrid& grid,
+                                    std::uint64_t fileSize) {
+  std::optional<std::uint64_t> bytes;
+  if (grid.mChunk.empty()) {
+    bytes = H5Dget_storage_size(dataset_id);
+  } else if (grid.Places() == 0) {
+    bytes = 0;
+  } else if (HasTree(dataset_id)) {
+    bytes = WalkTree(dataset_id, grid, fileSize);
+  } else if (HasFewPlaces(grid, fileSize)) {
+    bytes = LookUpEach(dataset_id, grid, fileSize);
+  }
+  return bytes && *bytes <= fileSize ? bytes : std::nullopt;
+}
+
 }  // namespace
 
 long double ChunkGrid::Places() const {
@@ -137,30 +157,6 @@ std::uint64_t FileSizeOf(hid_t object_id) {
   REQUIRE_FOR_CALLER(err>=0, "H5Fget_filesize failed");
   return size;
 }
-
-namespace {
-
-// Whether each can be looked up. Where chunks are left out, a sound dataset has more of them.
-bool HasFewPlaces(const ChunkGrid& grid, std::uint64_t fileSize) {
-  return grid.Places() <= static_cast<long double>(MostChunks(fileSize));
-}
-
-std::optional<std::uint64_t> LookUp(hid_t dataset_id, const ChunkGrid& grid,
-                                    std::uint64_t fileSize) {
-  std::optional<std::uint64_t> bytes;
-  if (grid.mChunk.empty()) {
-    bytes = H5Dget_storage_size(dataset_id);
-  } else if (grid.Places() == 0) {
-    bytes = 0;
-  } else if (HasTree(dataset_id)) {
-    bytes = WalkTree(dataset_id, grid, fileSize);
-  } else if (HasFewPlaces(grid, fileSize)) {
-    bytes = LookUpEach(dataset_id, grid, fileSize);
-  }
-  return bytes && *bytes <= fileSize ? bytes : std::nullopt;
-}
-
-}  // namespace
 
 std::optional<std::uint64_t> LookUpStoredBytes(hid_t dataset_id, const ChunkGrid& grid) {
   return LookUp(dataset_id, grid, FileSizeOf(dataset_id));

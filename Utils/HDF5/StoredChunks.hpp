@@ -18,12 +18,12 @@ struct ChunkGrid {
   std::vector<hsize_t> mDims;
   std::vector<hsize_t> mChunk;  // the extents of one; empty if the dataset is not chunked
 
-  /// How many the extents have, written or not; a floating-point number, since damaged extents may
-  /// have any.
+  /// Returns how many the extents have, written or not; a floating-point number, since damaged
+  /// extents may have any.
   long double Places() const;
 };
 
-/// The grid of an open dataset, whose creation list this is.
+/// Returns the grid of an open dataset, whose creation list this is.
 ChunkGrid ReadChunkGrid(hid_t dataset_id, hid_t cparms_id);
 
 /// Looks up what a dataset takes on disk. None if it has, or the extents have, far more chunks than
@@ -44,11 +44,11 @@ std::uint64_t RequirePlausibleStorage(hid_t dataset_id, const ChunkGrid& grid, l
 void RequireWholeChunks(hid_t dataset_id, const ChunkGrid& grid, std::uint64_t stored,
                         const std::string& name);
 
-/// The bytes of a chunk of the dataset without filters. Fails if the library, which (up to 1.14)
-/// counts them in 32 bits, cannot have them.
+/// Returns the bytes of a chunk of the dataset without filters. Fails if the library, which (up
+/// to 1.14) counts them in 32 bits, cannot have them.
 std::uint64_t BytesOfChunk(hid_t dataset_id, const ChunkGrid& grid, const std::string& name);
 
-/// The size of the file of an open object.
+/// Returns the size of the file of an open object.
 std::uint64_t FileSizeOf(hid_t object_id);
 
 }  // namespace Vexa_H5

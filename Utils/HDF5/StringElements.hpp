@@ -11,8 +11,8 @@ namespace Vexa_H5 {
 /// that is not damaged.
 bool ConsistsOfCharacters(hid_t stringType);
 
-/// What an element of the type takes in the file of an object. A string of variable length lies
-/// elsewhere: its element has a length, the address of a collection, and an index in that.
+/// Returns what an element of the type takes in the file of an object. A string of variable length
+/// lies elsewhere: its element has a length, the address of a collection, and an index in that.
 hsize_t ElementBytes(hid_t object_id, hid_t type_id);
 
 /// Fails unless each of the `count` strings of a dataset or attribute of strings of variable length

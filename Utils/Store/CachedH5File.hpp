@@ -38,10 +38,10 @@
 // by H5close(): the store opens its files again when it needs them. Files of the program's own that
 // are open at the end of the process are closed as they are without the store.
 
-/// A light handle on one of the holder's files. Only one handle per file may be alive. Names are
-/// paths in the file, such as "/Run.dir/a.dat"; leading, trailing and doubled slashes do nothing.
-/// A table that the file has under an older, misspelled name is found under its right name as well.
-/// Objects are lent: they are the file's, and valid until the cache is purged.
+/// A CachedH5File is a light handle on one of the holder's files. Only one handle per file may be
+/// alive. Names are paths in the file, such as "/Run.dir/a.dat"; leading, trailing and doubled
+/// slashes do nothing. A table that the file has under an older, misspelled name is found under its
+/// right name as well. Objects are lent: they are the file's, and valid until the cache is purged.
 class CachedH5File {
  public:
   using VersionHistory = std::vector<std::pair<std::string, std::string>>;
@@ -57,8 +57,8 @@ class CachedH5File {
   /// demand.
   CachedH5File(const std::string& filename, H5AccessType access,
                const VersionHistory& versionHistory, int verbosity, bool keepOpen = true);
-  /// A new file that is of no use before all of it is there, and is written faster for that. It is
-  /// created, never opened: if anything has the name, be it a symbolic link that leads nowhere,
+  /// Creates a new file that is of no use before all of it is there, and is written faster for
+  /// that. It is never opened: if anything has the name, be it a symbolic link that leads nowhere,
   /// fails with "H5Fcreate(<path>, ...) failed". It stays open until the handle goes or the cache
   /// is purged, and is unfinished until SetUnfinished(false). What is held when the handle goes
   /// before the purge cannot be written any more.
@@ -70,32 +70,33 @@ class CachedH5File {
   /// exception can go on with a new handle.
   ~CachedH5File();
 
-  /// The real path of the file.
+  /// Returns the real path of the file.
   const std::string& Filename() const { return mpFile->Filename(); }
 
-  /// Which other files external links led to when the names and objects of this one were read, each
-  /// with what FileStamp() said before it was opened; ascending by real path.
+  /// Returns which other files external links led to when the names and objects of this one were
+  /// read, each with what FileStamp() said before it was opened; ascending by real path.
   std::map<std::string, std::string> ExternalFiles() const;
 
-  /// The full in-file path and the own name of the node that `name` denotes.
+  /// Returns the full in-file path and the own name of the node that `name` denotes.
   std::string Path(const std::string& name) const;
   std::string Name(const std::string& name) const;
   bool Exists(const std::string& name) const;
   /// See H5_File::GetNames.
   MyVector<std::string> GetNames(const std::string& glob, bool recursive) const;
 
-  /// The object for reading, open. Fails if it does not exist, or is not of the kind; and through a
-  /// ReadOnly handle, if all of it waits in memory because another program has the file open.
+  /// Returns the object for reading, open. Fails if it does not exist, or is not of the kind; and
+  /// through a ReadOnly handle, if all of it waits in memory because another program has the file
+  /// open.
   template <class OBJECT>
   OBJECT& GetObjectForRead(const std::string& name) {
     return Cast<OBJECT>(GetObjectForRead_(name, OBJECT::ClassID()));
   }
-  /// The object for appending, made with the groups above it if it does not exist. A new object
-  /// leaves the file untouched, unless a signal asked for a flush. One that is in the file has its
-  /// extents, legends and counts known; for that it is opened when a process first asks for it, and
-  /// the file stays open until this handle goes. A set whose index and values disagree, as a killed
-  /// run may leave them, is cut back to its last whole step then, with a notice through MyErr.
-  /// Fails if this handle is ReadOnly, or the object is not of the kind.
+  /// Returns the object for appending, made with the groups above it if it does not exist. A new
+  /// object leaves the file untouched, unless a signal asked for a flush. One that is in the file
+  /// has its extents, legends and counts known; for that it is opened when a process first asks for
+  /// it, and the file stays open until this handle goes. A set whose index and values disagree, as
+  /// a killed run may leave them, is cut back to its last whole step then, with a notice through
+  /// MyErr. Fails if this handle is ReadOnly, or the object is not of the kind.
   template <class OBJECT>
   OBJECT& GetObjectForWrite(const std::string& name) {
     return Cast<OBJECT>(GetObjectForWrite_(name, OBJECT::ClassID()));
@@ -113,7 +114,8 @@ class CachedH5File {
   void SetUnfinished(bool isUnfinished);
   /// Keeps hold of the file itself, which must be open, beyond the life of this handle.
   FileDescriptor Hold() const;
-  /// The stamp of the file that is open, whatever has its name by now; empty if none is open.
+  /// Returns the stamp of the file that is open, whatever has its name by now; empty if none is
+  /// open.
   std::string OpenedStamp() const;
 
   /// Closes the objects that were opened for reading, so that a long-lived handle holds hardly more

@@ -23,12 +23,12 @@ class CachedH5FileHolder : public CachedOutputObject {
   /// Writes and closes all files, as PurgeCache does, but for those that are incomplete.
   ~CachedH5FileHolder() override;
 
-  /// The limit in bytes for all caches together; 20000000 at start.
+  /// Set and return the limit in bytes for all caches together, which is 20000000 at start.
   void SetMaxCacheSize(std::uint64_t bytes) { mMaxCacheSize = bytes; }
   std::uint64_t MaxCacheSize() const { return mMaxCacheSize; }
 
-  /// How long files are waited for that other programs have open: all of them together when the
-  /// process ends or the cache is purged, and one for which a handle is made, or an object got,
+  /// Sets how long files are waited for that other programs have open: all of them together when
+  /// the process ends or the cache is purged, and one for which a handle is made, or an object got,
   /// that needs it open for writing; 20 seconds at start. After that a file that others only read
   /// is written nevertheless, and one that another program writes to is a failure. SIGTERM, where
   /// it has been asked to end the program at a safe point, ends the wait for a file that is opened.
@@ -36,10 +36,10 @@ class CachedH5FileHolder : public CachedOutputObject {
     Vexa_H5::SetLockPatience(patience);
   }
 
-  /// The file of that real path, made on first request. Lent; closed if it was known before.
-  /// Fails if a handle on it is alive ("Consistency error.  h5-file should be closed ..."). A file
-  /// that is requested ReadOnly and holds data is written first, with a notice through MyErr; where
-  /// another program has it open, the data wait. `staysReadable` is that of H5_File.
+  /// Returns the file of that real path, made on first request. Lent; closed if it was known
+  /// before. Fails if a handle on it is alive ("Consistency error.  h5-file should be closed ...").
+  /// A file that is requested ReadOnly and holds data is written first, with a notice through
+  /// MyErr; where another program has it open, the data wait. `staysReadable` is that of H5_File.
   H5_File& GetH5_File(const std::string& fullPath, H5AccessType access, int verbosity,
                       bool staysReadable = true);
 

@@ -28,7 +28,7 @@ class DataSet : public H5_Object {
   }
   void DropIds() override { mMy_id = -1; }
 
-  /// How the open dataset lies on disk.
+  /// Returns how the open dataset lies on disk.
   Tables::Storage Storage() const;
   /// Asks the file for the extents of the open dataset.
   std::vector<hsize_t> ExtentsInFile() const;

@@ -16,8 +16,8 @@
 #include "Utils/Process/Files.hpp"
 #include "Utils/Store/H5_Node.hpp"
 
-/// One HDF5 file as the store sees it: its path, its access, its identifier while it is open, and
-/// the tree of its objects, which stays in memory while the file is closed.
+/// An H5_File is one HDF5 file as the store sees it: its path, its access, its identifier while it
+/// is open, and the tree of its objects, which stays in memory while the file is closed.
 class H5_File {
  public:
   /// Opens the file, or creates it if it is missing and the access is ReadWrite, and reads its
@@ -44,7 +44,8 @@ class H5_File {
   /// closes what interrupted calls left open besides. With `discardsUnflushed`, a file that stays
   /// readable is left as it was at its last flush.
   void CloseSilently(bool discardsUnflushed = false) noexcept;
-  /// The library has ended, and closed the file: nothing is open any more. What is held stays.
+  /// Must be called when the library has ended, and closed the file: forgets what was open. What is
+  /// held stays.
   void DropIds();
   bool IsFileOpen() const { return mFile_id >= 0; }
   bool IsOpenForWriting() const { return IsFileOpen() && mIsOpenForWriting; }
@@ -110,13 +111,14 @@ class H5_File {
   void WriteInfo(std::ostream& os, int verbosity) const;
   friend std::ostream& operator<<(std::ostream& os, const H5_File& file);
 
-  /// The full names, such as "/Run.dir/a.dat", of the objects that match the glob, ascending by
-  /// bytes. Groups are descended into, whatever `recursive` says, and never listed.
+  /// Returns the full names, such as "/Run.dir/a.dat", of the objects that match the glob,
+  /// ascending by bytes. Groups are descended into, whatever `recursive` says, and never listed.
   MyVector<std::string> GetNames(const std::string& glob, bool recursive) const;
 
   /// At most one CachedH5File at a time stands for a file.
   bool HasHandle() const { return mpHandle != nullptr; }
-  /// The handle's pointer to this file, or null when the handle goes; nulled when the file goes.
+  /// Takes the handle's pointer to this file, which becomes null when the file goes, or null when
+  /// the handle goes.
   void SetHandle(H5_File** handle) { mpHandle = handle; }
 
   /// Keeps the bytes that this file holds counted in `total` from now on.

@@ -38,39 +38,42 @@ struct WaitingData {
 
 class H5_Node final : private CacheListener {
  public:
-  /// What a member of a group is made for: found in the file, or to be created in it.
+  /// This tells whether a member of a group was found in the file, or is to be created in it.
   enum class Origin { OnDisk, New };
 
-  /// The root of a file that is open as `fileId`; reads all names below it.
+  /// Makes the root of a file that is open as `fileId`, and reads all names below it.
   H5_Node(H5_File& file, hid_t fileId, int verbosity);
-  /// The member of the group `parent` that is inserted as its `position`-th, from 0. Made by its
-  /// parent; nothing is read.
+  /// Makes the member of the group `parent` that is inserted as its `position`-th, from 0. Made by
+  /// its parent; nothing is read.
   H5_Node(const std::string& name, H5_Node& parent, std::uint64_t position, Origin origin,
           int verbosity);
   H5_Node(const H5_Node&) = delete;
   H5_Node& operator=(const H5_Node&) = delete;
   ~H5_Node() = default;
 
-  /// The extension of the name, which is the object's kind; "dir" for groups. Lent by the name.
+  /// Returns the extension of the name, which is the object's kind; "dir" for groups. Lent by the
+  /// name.
   std::string_view Type() const;
-  /// The node's own name with its extension; "/" for the root.
+  /// Returns the node's own name with its extension; "/" for the root.
   const std::string& Name() const { return mName; }
-  /// The directory part of the full name, ending in "/"; empty for the root.
+  /// Returns the directory part of the full name, ending in "/"; empty for the root.
   std::string Path() const;
   std::string FullName() const { return Path() + mName; }
-  /// The path of the file.
+  /// Returns the path of the file.
   const std::string& Filename() const;
   H5_Node* Parent() const { return mpParent; }
   const MyMap<std::string, H5_Node>& Children() const;
 
-  /// The text after the last ".". Fails on a name without one, with the list of valid extensions.
+  /// Returns the text after the last ".". Fails on a name without one, with the list of valid
+  /// extensions.
   std::string_view GetExtension(std::string_view name) const;
 
   /// Adds a new member to this group. Fails unless this is a group and the name has no slash.
   H5_Node& CreateChild(const std::string& non_path_name);
-  /// The node of a path relative to this one, made with all groups on the way if it is missing.
+  /// Returns the node of a path relative to this one, made with all groups on the way if it is
+  /// missing.
   H5_Node& CreateNode(const std::string& path);
-  /// The node of a path; fails with "Node <path> not found".
+  /// Returns the node of a path; fails with "Node <path> not found".
   H5_Node& GetNode(const std::string& path);
   const H5_Node& GetNode(const std::string& path) const;
   bool Exists(const std::string& path) const;
@@ -79,9 +82,9 @@ class H5_Node final : private CacheListener {
   /// piece is missing and not to be created.
   H5_Node* DirectoryTraversal(std::string_view path, bool create);
 
-  /// The object, made when it is first asked for.
+  /// Returns the object, made when it is first asked for.
   H5_Object& Object() const;
-  /// The object as the kind OBJECT; fails if the node is of another kind.
+  /// Returns the object as the kind OBJECT; fails if the node is of another kind.
   template <class OBJECT>
   OBJECT& GetObject() const {
     VEXA_REQUIRE(OBJECT::ClassID()==Type(), "Node contains H5_Object '"
@@ -130,7 +133,7 @@ class H5_Node final : private CacheListener {
   /// Returns the bytes that the objects of the subtree hold, which is known without a walk.
   std::uint64_t CummulativeCacheSize() const { return mCacheSize; }
 
-  /// What the objects of the subtree hold in memory; visits only those that hold data.
+  /// Returns what the objects of the subtree hold in memory; visits only those that hold data.
   WaitingData Waiting() const;
 
   /// Appends the full names of the objects below this node that match the glob; never groups.

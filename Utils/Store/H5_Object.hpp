@@ -60,7 +60,7 @@ class H5_Object : public Factory::EnableCreation<H5_Object, const std::string&, 
   /// Describes the object on one line, without a newline, for listings.
   virtual std::ostream& Output(std::ostream& os, const std::string& indent) const = 0;
 
-  /// The one listener, which is lent; null for none.
+  /// Sets the one listener, which stays the caller's; null means none.
   void SetCacheListener(CacheListener* listener) { mpListener = listener; }
 
  protected:

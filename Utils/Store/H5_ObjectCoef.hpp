@@ -9,8 +9,8 @@
 
 namespace H5_Objects {
 
-/// A time series of coefficient vectors, whose length may change from step to step. Its values are
-/// in "coefs.dat".
+/// A Coef is a time series of coefficient vectors, whose length may change from step to step. Its
+/// values are in "coefs.dat".
 class Coef : public IndexedGroup, public Factory::Register<Coef> {
  public:
   static std::string ClassID() { return "coef"; }
@@ -18,7 +18,7 @@ class Coef : public IndexedGroup, public Factory::Register<Coef> {
 
   Coef(const std::string& name, bool existsOnDisk, int verbosity);
 
-  /// The names of a new set's index columns.
+  /// Returns the names of a new set's index columns.
   static MyVector<std::string> IndexLegend(const std::string& timeDescription);
 
   /// Shapes a new set; the chunk lengths are those of its two tables, in rows.
@@ -29,9 +29,9 @@ class Coef : public IndexedGroup, public Factory::Register<Coef> {
   /// Adds a step to the cache. Fails with "Must initialize H5_PluginsCoef before appending data".
   void Append(double time, const MyVector<double>& coefs);
 
-  /// All steps in the file: times[i] is the time of data[i].
+  /// Reads all steps in the file: times[i] is the time of data[i].
   void RetrieveData(MyVector<double>& times, MyVector<MyVector<double>>& data) const;
-  /// One step; fails with "Access out of bounds.  Requesting filestep=...".
+  /// Reads one step; fails with "Access out of bounds.  Requesting filestep=...".
   MyVector<double> RetrieveCoefficients(std::size_t filestep) const;
 
   std::ostream& Output(std::ostream& os, const std::string& indent) const override;

@@ -17,7 +17,7 @@
 
 namespace H5_Objects {
 
-/// The name under which older files carry the table of that name, or the name itself.
+/// Returns the name under which older files carry the table of that name, or the name itself.
 std::string LegacyName(const std::string& name);
 
 /// A Dat is a table that grows by rows: one two-dimensional dataset of doubles, a row per time
@@ -80,15 +80,15 @@ class Dat : public DataSet, public Factory::Register<Dat> {
   std::uint64_t SizeOfCache() const override;
   std::ostream& Output(std::ostream& os, const std::string& indent) const override;
 
-  /// The times of all rows in the file: column 0.
+  /// Reads the times of all rows in the file: column 0.
   MyVector<double> RetrieveTimes() const;
   /// Fails if the values of the open table cannot be read for another reason than damage.
   void RequireReadable() const;
-  /// All rows in the file, one vector per row; waiting rows are not included.
+  /// Reads all rows in the file, one vector per row; waiting rows are not included.
   MyVector<MyVector<double>> RetrieveData() const;
 
-  /// Rows [first, one_past_last) of the listed columns, one vector per listed column. Columns are
-  /// listed in ascending order. Waiting rows cannot be read.
+  /// Reads rows [first, one_past_last) of the listed columns, one vector per listed column. Columns
+  /// are listed in ascending order. Waiting rows cannot be read.
   MyVector<MyVector<double>> RetrieveColumns(const MyVector<int>& columns, unsigned long long first,
                                              unsigned long long one_past_last) const;
 
@@ -98,7 +98,7 @@ class Dat : public DataSet, public Factory::Register<Dat> {
   /// has finished. Runs must ascend, and none may be empty.
   void RetrieveRuns_(std::uint64_t column, std::span<const Tables::RowRun> runs, double* values,
                      Tables::PendingReads& reads) const;
-  /// How the open table lies on disk.
+  /// Returns how the open table lies on disk.
   const Tables::TableLayout& Layout() const { return mLayout; }
 
  private:

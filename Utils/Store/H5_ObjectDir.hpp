@@ -11,7 +11,7 @@
 
 namespace H5_Objects {
 
-/// A group. Its name ends in ".dir"; the root is "/".
+/// A Dir is a group. Its name ends in ".dir"; the root is "/".
 class Dir : public H5_Object, public Factory::Register<Dir> {
  public:
   static std::string ClassID() { return "dir"; }
@@ -40,10 +40,10 @@ class Dir : public H5_Object, public Factory::Register<Dir> {
   /// Whether the group is in its parent, which is open. The file is asked only if the group's
   /// creation may have been rolled back.
   bool IsIn(hid_t parentId);
-  /// Names of the open group's members, ascending by bytes.
+  /// Returns the names of the open group's members, ascending by bytes.
   MyVector<std::string> ReadGroupsFromDisk() const;
 
-  /// The open group, lent; -1 while closed.
+  /// Returns the open group, lent; -1 while closed.
   hid_t GroupId() const { return mGroup_id; }
 
  private:

@@ -13,7 +13,7 @@
 
 namespace H5_Objects {
 
-/// What is the same in all steps of a Tdm, as its attribute "TensorSpec" says it:
+/// A TensorSpec is what is the same in all steps of a Tdm, as its attribute "TensorSpec" says it:
 /// "TensorDim=3; TensorSymm=11; DataMeshDim=2;".
 struct TensorSpec {
   int mDim = 0;
@@ -28,10 +28,11 @@ struct TensorSpec {
   static TensorSpec FromText(const std::string& text);
 };
 
-/// A time series of tensors whose components are values on a mesh. Dimension and symmetry of the
-/// tensor and the dimension of the mesh are the same for all steps, and stand in the attribute
-/// "TensorSpec" of the group; the mesh's extents may change from step to step, and stand in the
-/// index. Values are in "data.dat": component after component, each in the mesh's point order.
+/// A Tdm is a time series of tensors whose components are values on a mesh. Dimension and symmetry
+/// of the tensor and the dimension of the mesh are the same for all steps, and stand in the
+/// attribute "TensorSpec" of the group; the mesh's extents may change from step to step, and stand
+/// in the index. Values are in "data.dat": component after component, each in the mesh's point
+/// order.
 class Tdm : public IndexedGroup, public Factory::Register<Tdm> {
  public:
   static std::string ClassID() { return "tdm"; }
@@ -39,7 +40,7 @@ class Tdm : public IndexedGroup, public Factory::Register<Tdm> {
 
   Tdm(const std::string& name, bool existsOnDisk, int verbosity);
 
-  /// The names of a new series' index columns.
+  /// Returns the names of a new series' index columns.
   static MyVector<std::string> IndexLegend(const std::string& timeDescription, int dataMeshDim);
 
   /// Shapes a new series; the chunk lengths are those of its two tables, in rows. Fails with "Tdm
@@ -58,12 +59,12 @@ class Tdm : public IndexedGroup, public Factory::Register<Tdm> {
   const TensorStructure& GetStructure() const;
   int GetDataMeshDim() const;
 
-  /// All steps in the file: times[i] is the time of data[i].
+  /// Reads all steps in the file: times[i] is the time of data[i].
   void RetrieveData(MyVector<double>& times, MyVector<Tensor<DataMesh>>& data) const;
-  /// One step; fails with "Access out of bounds.  Requesting filestep=...".
+  /// Reads one step; fails with "Access out of bounds.  Requesting filestep=...".
   Tensor<DataMesh> RetrieveStep(unsigned long filestep) const;
-  /// The index, checked as a whole: besides the offsets, the extents are whole, not negative, and
-  /// make as many points as the step has values per component.
+  /// Reads the index, checked as a whole: besides the offsets, the extents are whole, not negative,
+  /// and make as many points as the step has values per component.
   StepIndex RetrieveCheckedIndex_() const;
 
   std::ostream& Output(std::ostream& os, const std::string& indent) const override;

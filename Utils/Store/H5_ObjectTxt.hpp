@@ -11,9 +11,9 @@
 
 namespace H5_Objects {
 
-/// Text. New text is appended with <<, waits in memory, and becomes one further string of an array
-/// of strings each time the cache is written. Two other formats are read but never appended to: a
-/// single scalar string, as other tools write it, and the older array of characters.
+/// A Txt is text. New text is appended with <<, waits in memory, and becomes one further string of
+/// an array of strings each time the cache is written. Two other formats are read but never
+/// appended to: a single scalar string, as other tools write it, and the older array of characters.
 class Txt : public StringDataSet, public Factory::Register<Txt> {
  public:
   static std::string ClassID() { return "txt"; }
@@ -37,7 +37,7 @@ class Txt : public StringDataSet, public Factory::Register<Txt> {
   void Flushed() override { mSizeFlushed = mSize; }
   void RolledBack(bool isFileNew) override;
 
-  /// The whole text in the file: all strings without anything between them.
+  /// Reads the whole text in the file: all strings without anything between them.
   std::string RetrieveData();
 
   /// Returns the number of strings; text in memory counts as one more. Fails with "Must OpenObject

@@ -11,9 +11,10 @@
 
 namespace H5_Objects {
 
-/// The version of the format that a writer used, and the history of how that format changed: pairs
-/// of (hash of the commit before this version, help text). The version number is the number of
-/// entries. The history is written once, in one piece. Opening fails with "oops: CurrentVersion =
+/// A Version tells the version of the format that a writer used, and the history of how that format
+/// changed: pairs of (hash of the commit before this version, help text). The version number is the
+/// number of entries. The history is written once, in one piece. Opening fails with "oops:
+/// CurrentVersion =
 /// ..." if the stored version is not the number of entries.
 class Version : public StringDataSet, public Factory::Register<Version> {
  public:
@@ -37,7 +38,7 @@ class Version : public StringDataSet, public Factory::Register<Version> {
 
   /// Fails with "Must call Initialize or OpenObject first".
   unsigned long GetCurrentVersion() const;
-  /// The entries in the file; the object must be open.
+  /// Reads the entries in the file; the object must be open.
   History RetrieveVersionHistory() const;
   /// Returns the entries as one text: "Hash <hash>:\n<help>\n" for every entry.
   std::string RetrieveVersionHistorySingleString() const;

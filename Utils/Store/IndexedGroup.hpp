@@ -20,7 +20,8 @@
 
 namespace H5_Objects {
 
-/// An index table: step i has values [mEnds[i-1], mEnds[i]), with 0 before the first.
+/// A StepIndex is an index table: step i has values [mEnds[i-1], mEnds[i]), with 0 before the
+/// first.
 struct StepIndex {
   std::vector<double> mTimes;
   std::vector<std::uint64_t> mEnds;
@@ -53,21 +54,23 @@ class IndexedGroup : public H5_Object {
   std::size_t GetNumberOfTimeSteps() const;
   std::string GetTimeDescription() const;
   std::string GetDataDescription() const;
-  /// The times of all steps in the file.
+  /// Reads the times of all steps in the file.
   MyVector<double> RetrieveTimes() const;
 
-  /// The two tables, lent: open while the object is.
+  /// Return the two tables, which stay this object's and are open while it is.
   const Dat& Index() const { return mIndex; }
   const Dat& Values() const { return mValues; }
 
-  /// The whole index, checked: offsets are whole, never decrease, and end where the values end.
+  /// Reads the whole index, checked: offsets are whole, never decrease, and end where the values
+  /// end.
   StepIndex RetrieveIndex_() const;
-  /// `count` values from `first` on, of all steps' values one after the other.
+  /// Reads `count` values from `first` on, of all steps' values one after the other.
   void RetrieveValues_(std::uint64_t first, std::uint64_t count, double* values) const;
   /// Reads runs of values, as Dat reads runs of rows.
   void RetrieveRuns_(std::span<const Tables::RowRun> runs, double* values,
                      Tables::PendingReads& reads) const;
-  /// The length of the chunks in which the open object's values lie; 0 if they are not chunked.
+  /// Returns the length of the chunks in which the open object's values lie; 0 if they are not
+  /// chunked.
   std::uint64_t ValuesPerChunk() const { return mValues.Layout().mChunkRows; }
 
   /// Write steps, and values, at once, bypassing the cache. mEnds count from the first value that
@@ -98,10 +101,10 @@ class IndexedGroup : public H5_Object {
   /// Adds a step to the cache: reserves room for `count` values, which the caller fills.
   std::span<double> AppendStep(double time, std::span<const double> extras, std::uint64_t count);
 
-  /// The kind's own part of opening the group: its attributes. Called when the group is open.
+  /// Does the kind's own part of opening the group: its attributes. Called when the group is open.
   virtual void OpenAttributes(bool /*existedBefore*/) {}
 
-  /// The values of all steps of the open object's index.
+  /// Reads the values of all steps of the open object's index.
   std::vector<double> RetrieveValuesOf(const StepIndex& index) const;
 
   /// Offsets [begin, end) of one step, and its further columns; fails if there is no such step.

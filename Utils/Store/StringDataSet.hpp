@@ -26,12 +26,13 @@ class StringDataSet : public DataSet {
   /// Ends the process if the object is still open.
   ~StringDataSet() override;
 
-  /// The kind's own part of opening: takes in the extents in the file of a dataset that exists, ...
+  /// Does the kind's own part of opening: takes in the extents in the file of a dataset that
+  /// exists, ...
   virtual void TakeExisting(const std::vector<hsize_t>& dims) = 0;
   /// ... or shapes a new one: extents and chunk, and attributes once it is created.
   virtual void Shape(std::vector<hsize_t>& dims, std::vector<hsize_t>& chunk) const = 0;
   virtual void AttachAttributes() {}
-  /// The character set of a new dataset.
+  /// Returns the character set of a new dataset.
   virtual H5T_cset_t CharacterSet() const = 0;
 
   /// Extends the open dataset to `dims` and writes the strings, in the character set of the
