@@ -9,7 +9,7 @@
 
 #include "Utils/ChunkCodec/AwkwardColumns.hpp"
 #include "Utils/ChunkCodec/Shuffle.hpp"
-#include "Utils/Process/FailingNew.hpp"
+#include "Utils/Process/TestSupport/FailingNew.hpp"
 
 namespace {
 

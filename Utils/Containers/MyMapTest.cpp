@@ -7,7 +7,7 @@
 #include <string>
 
 #include "Utils/ErrorHandling/ReportOf.hpp"
-#include "Utils/Process/FailingNew.hpp"
+#include "Utils/Process/TestSupport/FailingNew.hpp"
 
 namespace {
 

@@ -12,7 +12,7 @@
 #include <thread>
 #include <utility>
 
-#include "Utils/Process/FailingNew.hpp"
+#include "Utils/Process/TestSupport/FailingNew.hpp"
 
 namespace {
 
