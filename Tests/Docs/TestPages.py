@@ -39,27 +39,29 @@ class WithPrograms(unittest.TestCase):
         holder = tempfile.TemporaryDirectory()
         self.addCleanup(holder.cleanup)
         self.top = pathlib.Path(holder.name)
-        programs = self.top / "bin"
-        programs.mkdir()
-        for program in PROGRAMS:
-            (programs / pathlib.Path(program).name).symlink_to(program)
-        self.environment = dict(os.environ, PATH=f"{programs}:{os.environ['PATH']}", HOME=str(self.top),
-                                VEXA_NO_BACKTRACE="1")
         self.data = self.top / "data"
-        self.data.mkdir()
-        subprocess.run([WRITE_SEGMENTS, self.data], check=True, stdout=subprocess.DEVNULL)
+        for folder in (self.top / "bin", self.data):
+            folder.mkdir()
+        for program in PROGRAMS:
+            (self.top / "bin" / pathlib.Path(program).name).symlink_to(program)
+        self.start(self.top, WRITE_SEGMENTS, self.data)
 
+    def start(self, folder, *command, **environment):
+        """The status with which the command ends in the folder, and what it prints."""
+        path = f"{self.top}/bin:{os.environ['PATH']}"
+        environment = dict(os.environ, PATH=path, HOME=str(self.top), VEXA_NO_BACKTRACE="1", **environment)
+        result = subprocess.run(command, cwd=folder, env=environment, text=True, stdout=subprocess.PIPE,
+                                stderr=subprocess.STDOUT)
+        return result.returncode, result.stdout
 
 
 class TestPages(WithPrograms):
     def run_line(self, line):
         """What it prints; the files that it makes in data, where the segments are."""
         before = set(self.data.iterdir())
-        result = subprocess.run(["bash", "-euo", "pipefail", "-c", line], cwd=self.data, text=True,
-                                env=self.environment, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
-        self.assertEqual(result.returncode, 0, result.stdout)
-        made = sorted(path.name for path in set(self.data.iterdir()) - before)
-        return result.stdout, " ".join(made)
+        status, text = self.start(self.data, "bash", "-euo", "pipefail", "-c", line)
+        self.assertEqual(status, 0, text)
+        return text, " ".join(sorted(path.name for path in set(self.data.iterdir()) - before))
 
     def test_readme(self):
         page = (SOURCES / "README.md").read_text(encoding="utf-8")
@@ -77,11 +79,10 @@ class TestPages(WithPrograms):
             self.assertEqual(len(examples), len(expected), page)
             for example, (printed, made) in zip(examples, expected):
                 line = example.replace(r"\-", "-").replace(r"\e", "\\")
-                if "jq " in line and not shutil.which("jq"):
-                    continue
-                output, files = self.run_line(line)
-                self.assertIn(printed, output, line)
-                self.assertEqual(files, made, line)
+                if "jq " not in line or shutil.which("jq"):
+                    output, files = self.run_line(line)
+                    self.assertIn(printed, output, line)
+                    self.assertEqual(files, made, line)
             for path in set(self.data.iterdir()) - set(self.data.glob("segment*")):
                 path.unlink()
 
@@ -93,43 +94,33 @@ class TestCluster(WithPrograms):
             (self.top / name).write_text(text)
         for run in RUNS:
             shutil.copytree(self.data, self.top / "runs" / run)
-        self.broken = self.top / "runs" / BROKEN / "segment2.h5"
-        os.truncate(self.broken, 2000)
-
-    def start(self, *command, **environment):
-        result = subprocess.run(command, cwd=self.top, env=dict(self.environment, **environment),
-                                stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
-        return result.returncode, result.stdout
 
     def start_line(self, program):
         """Runs the line that starts a program, as the page has it."""
         line = re.search(rf"^    ({program} .*)$", CLUSTER_PAGE, re.MULTILINE)[1]
-        return self.start("bash", "-c", line)
+        return self.start(self.top, "bash", "-c", line)
 
-    def results(self):
-        """Those that are there, with what changes if they are made again."""
+    def results(self, runs, text):
+        """Those that are there must be these; with what changes if they are made again."""
         found = {path.name: (path.stat().st_ino, path.stat().st_mtime_ns)
                  for path in (self.top / "joined").iterdir() if path.name != "log.tsv"}
-        runs = sorted(name.removesuffix(".h5") for name in found if name.endswith(".h5"))
-        self.assertEqual(set(found), {run + suffix for run in runs for suffix in (".h5", ".h5.json")})
-        return runs, found
+        self.assertEqual(set(found), {run + suffix for run in runs for suffix in (".h5", ".h5.json")}, text)
+        return found.items()
 
     def check(self, start):
         """One of eight fails and says so; once it is mended, it alone is joined."""
+        broken = self.top / "runs" / BROKEN / "segment2.h5"
+        os.truncate(broken, 2000)
         status, text = start()
-        runs, before = self.results()
-        self.assertEqual(runs, [run for run in RUNS if run != BROKEN], text)
+        before = self.results([run for run in RUNS if run != BROKEN], text)
         self.assertNotEqual(status, 0)
-        self.assertEqual(text.count("REQUIRE  FAILED"), 1, text)
         self.assertEqual(re.findall(r"kelmor-run: (.*): no .*/joined/(.*)", text),
                          [("Kelmor ended with status 255", f"{BROKEN}.h5")])
 
-        shutil.copy(self.top / "runs/a/segment2.h5", self.broken)
+        shutil.copy(self.data / "segment2.h5", broken)
         status, text = start()
         self.assertEqual(status, 0, text)
-        runs, after = self.results()
-        self.assertEqual(runs, RUNS)
-        self.assertEqual(before, {name: after[name] for name in before})
+        self.assertLessEqual(before, self.results(RUNS, text))
 
     @unittest.skipUnless(shutil.which("snakemake"), "snakemake is not installed")
     def test_snakemake(self):
@@ -137,7 +128,7 @@ class TestCluster(WithPrograms):
 
     @unittest.skipUnless(shutil.which("parallel"), "GNU parallel is not installed")
     def test_parallel(self):
-        self.check(lambda: self.start("bash", "join-all.sh"))
+        self.check(lambda: self.start(self.top, "bash", "join-all.sh"))
 
     def test_slurm(self):
         """The jobs of the array one after the other, as a node would run them."""
@@ -148,7 +139,7 @@ class TestCluster(WithPrograms):
         first, last, script = re.fullmatch(r"--array=(\d+)-(\d+) ([\w.]+)\n", submitted).groups()
 
         def start():
-            ends = [self.start("bash", script, SLURM_ARRAY_TASK_ID=str(job), SLURM_CPUS_PER_TASK="2")
+            ends = [self.start(self.top, "bash", script, SLURM_ARRAY_TASK_ID=str(job), SLURM_CPUS_PER_TASK="2")
                     for job in range(int(first), int(last) + 1)]
             return max(status for status, _ in ends), "".join(text for _, text in ends)
         self.check(start)

@@ -1,8 +1,7 @@
-"""Runs the snippets of docs/python.md on a joined file, and the join of what they write.
+"""Runs the snippets of docs/python.md on a joined file, and the join of what they write; and those of
+docs/file-format.md, which write segment.h5, and the join of that.
 
-    TestPython.py SOURCES KELMOR WRITE_SEGMENTS
-
-What they should find follows from the formulas in Examples/WriteSegments.cpp.
+    TestPython.py SOURCES KELMOR WRITE_SEGMENTS [TEST ...]
 """
 
 import fcntl
@@ -17,35 +16,57 @@ import unittest
 import h5py
 import numpy as np
 
-SOURCES, KELMOR, WRITE_SEGMENTS = sys.argv[1:]
+SOURCES, KELMOR, WRITE_SEGMENTS = sys.argv[1:4]
+SUPERBLOCK_VERSION = 8  # offset of the byte
 TIMES = np.arange(176) * 0.125
 
 
-class TestPython(unittest.TestCase):
+def join(output, *inputs):
+    subprocess.run([KELMOR, "-o", output, *inputs], check=True)
+
+
+class WithSnippets(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
-        page = (pathlib.Path(SOURCES) / "docs/python.md").read_text(encoding="utf-8")
         holder = tempfile.TemporaryDirectory()
         cls.addClassCleanup(holder.cleanup)
         os.chdir(holder.name)
-        subprocess.run([WRITE_SEGMENTS, "."], check=True, stdout=subprocess.DEVNULL)
-        for name in ("segment1.h5", "segment2.h5", "segment3.h5"):
-            with h5py.File(name, "a", libver=("v108", "latest")) as segment:
-                segment["VersionHist.ver"][1, 1] = "Geschwindigkeiten für sich".encode()
-                if name == "segment3.h5":
-                    segment["Run.dir/log.txt"][0] = "bis t ≈ 22\n".encode()
-        cls.join("joined.h5", "segment1.h5", "segment2.h5", "segment3.h5")
+        cls.prepare()
+        cls.text = (pathlib.Path(SOURCES) / "docs" / cls.page).read_text(encoding="utf-8")
         cls.found = {}
-        exec("\n".join(re.findall(r"^```python\n(.*?)^```$", page, re.MULTILINE | re.DOTALL)),
-             cls.found)
-        command = re.search(r"^    Kelmor -o (.*)$", page, re.MULTILINE)[1]
-        cls.join(*command.split())
+        exec("\n".join(re.findall(r"^```python\n(.*?)^```$", cls.text, re.MULTILINE | re.DOTALL)), cls.found)
+
+
+class TestFileFormat(WithSnippets):
+    page = "file-format.md"
+    prepare = staticmethod(lambda: None)
+
+    def test_writes_what_a_join_writes(self):
+        """The same objects, layouts, filters, attributes and values, in the same version of the format."""
+        join("joined.h5", "segment.h5")
+        subprocess.run([sys.executable, f"{SOURCES}/Benchmarks/compare.py", "segment.h5", "joined.h5"], check=True)
+        self.assertEqual(pathlib.Path("joined.h5").read_bytes()[SUPERBLOCK_VERSION], 2)
+        with h5py.File("joined.h5", "r") as joined:
+            for name in ("Run.dir/position.dat", "metric.tdm/data.dat"):
+                self.assertEqual(joined[name].id.get_create_plist().get_obj_track_times(), 0, name)
+
+
+class TestPython(WithSnippets):
+    """What the snippets should find follows from the formulas in Examples/WriteSegments.cpp."""
+    page = "python.md"
 
     @staticmethod
-    def join(output, *inputs):
-        subprocess.run([KELMOR, "-o", output, *inputs], check=True)
+    def prepare():
+        subprocess.run([WRITE_SEGMENTS, "."], check=True, stdout=subprocess.DEVNULL)
+        segments = ["segment1.h5", "segment2.h5", "segment3.h5"]
+        for name in segments:
+            with h5py.File(name, "a", libver=("v108", "latest")) as segment:
+                segment["VersionHist.ver"][1, 1] = "Geschwindigkeiten für sich".encode()
+                if name == segments[-1]:
+                    segment["Run.dir/log.txt"][0] = "bis t ≈ 22\n".encode()
+        join("joined.h5", *segments)
 
-    def test_reads_what_was_written(self):
+    def test_reads_tables(self):
         radius = 10 - 0.05 * TIMES
         total = (0.1 * radius) ** 2 - 1 / radius
         energy = self.found["energy"]
@@ -57,31 +78,7 @@ class TestPython(unittest.TestCase):
         self.assertEqual(sorted(self.found["tables"]),
                          [f"/{name}.dat" for name in ("BodyA.dir/position", "BodyA.dir/speed",
                           "BodyB.dir/position", "BodyB.dir/speed", "Run.dir/energy")])
-
-        shape = self.found["shape"]
-        np.testing.assert_allclose(shape.index, TIMES)
-        for time, vector in shape.items():
-            l = np.arange(4 + int(time / 4))
-            np.testing.assert_allclose(vector, np.exp(-l) * np.cos(0.1 * l * time))
-        self.assertEqual(self.found["table"].shape, (len(TIMES), 9))
-
-        self.assertEqual(self.found["time"], 3.0)
-        metric = self.found["metric"]
-        self.assertEqual(list(metric), [(0, 0), (1, 0), (2, 0), (1, 1), (2, 1), (2, 2)])
-        point = np.arange(216).reshape(6, 6, 6, order="F")
-        for component, values in enumerate(metric.values()):
-            np.testing.assert_allclose(values, 1 + 0.1 * component * np.sin(0.02 * point - 0.3))
-        self.assertEqual(self.found["yx_at_corner"], metric[1, 0].ravel(order="F")[5])
-
-        self.assertEqual(self.found["log"].splitlines()[1], "did steps 56 to 119")
-        self.assertEqual(self.found["history"].iloc[1].tolist(),
-                         ["b0c47de", "Geschwindigkeiten für sich"])
-        for text in (self.found["log"], self.found["last_lines"]):
-            self.assertEqual(text.splitlines()[-1], "bis t ≈ 22")
-        self.assertEqual(self.found["version"], 2)
-
-    def test_looks_at_a_running_segment(self):
-        expected = self.found["energy"].reset_index().tail(5).to_numpy()
+        expected = energy.reset_index().tail(5).to_numpy()
         np.testing.assert_allclose(self.found["recent"].to_numpy(), expected)
         with open("segment3.h5", "rb") as held:
             fcntl.flock(held, fcntl.LOCK_EX)
@@ -89,7 +86,30 @@ class TestPython(unittest.TestCase):
             copied = self.found["last_rows_of_copy"](held.name, "Run.dir/energy.dat", 5)
             np.testing.assert_allclose(copied.to_numpy(), expected)
 
+    def test_reads_sets_texts_and_versions(self):
+        shape = self.found["shape"]
+        np.testing.assert_allclose(shape.index, TIMES)
+        for time, vector in shape.items():
+            l = np.arange(4 + int(time / 4))
+            np.testing.assert_allclose(vector, np.exp(-l) * np.cos(0.1 * l * time))
+        self.assertEqual(self.found["table"].shape, (len(TIMES), 9))
+
+        metric = self.found["metric"]
+        self.assertEqual((self.found["time"], list(metric)),
+                         (3.0, [(0, 0), (1, 0), (2, 0), (1, 1), (2, 1), (2, 2)]))
+        point = np.arange(216).reshape(6, 6, 6, order="F")
+        for component, values in enumerate(metric.values()):
+            np.testing.assert_allclose(values, 1 + 0.1 * component * np.sin(0.02 * point - 0.3))
+        self.assertEqual(self.found["yx_at_corner"], metric[1, 0].ravel(order="F")[5])
+
+        self.assertEqual(self.found["log"].splitlines()[1], "did steps 56 to 119")
+        for text in (self.found["log"], self.found["last_lines"]):
+            self.assertEqual(text.splitlines()[-1], "bis t ≈ 22")
+        self.assertEqual(self.found["history"].iloc[1].tolist(), ["b0c47de", "Geschwindigkeiten für sich"])
+        self.assertEqual(self.found["version"], 2)
+
     def test_writes_what_is_joined(self):
+        join(*re.search(r"^    Kelmor -o (.*)$", self.text, re.MULTILINE)[1].split())
         with h5py.File("own.h5", "r") as file:
             table = file["Run.dir/matter.dat"]
             self.assertEqual(list(table.attrs["Legend"]), ["time", "mass", "charge"])
@@ -97,4 +117,4 @@ class TestPython(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    unittest.main(argv=sys.argv[:1], verbosity=2)
+    unittest.main(argv=sys.argv[:1] + sys.argv[4:], verbosity=2)

@@ -12,8 +12,7 @@
 #include "Tests/Fuzz/Fuzz.hpp"
 
 int main(int, char** argv) {
-  int replayed = 0;
-  int failed = 0;
+  int replayed = 0, failed = 0;
   for (const auto& entry : std::filesystem::directory_iterator(argv[1])) {
     std::cout << entry.path() << std::endl;  // at once: the next line may never come
     std::ifstream stream(entry.path(), std::ios::binary);

@@ -50,7 +50,7 @@ void SendToNobody() {
 
 int main(int argc, char** argv) {
   Output output;
-  const std::string what = argc > 1 ? argv[1] : "abort";
+  const std::string what = argv[1];
   output.mHoldsBack = what == "hold";
   if (what == "own") {
     RunOwnMpi(argc, argv);

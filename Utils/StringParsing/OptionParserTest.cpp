@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include <array>
 #include <functional>
 
 #include "Utils/ErrorHandling/ReportOf.hpp"
@@ -34,68 +35,53 @@ std::string Banner(std::string banner) {
 
 TEST(OptionParser, ReportsInTheirWords) {
   const std::string form = "==== Value for key 'K' expected to have the form\n==== Tag(string)";
-  const struct {
-    const char* mOptions;
-    const char* mBanner;
-    std::string mBody;
-  } cases[] = {{"A = 1; A = 2;", "======== OptionParser: DUPLICATE KEY ",
-                "==== Key \"A\" specified twice.\n"},
-               {"just text", "========= OptionParser: NO EQUALS SIGN ",
-                "==== The option list \"just text\" does not contain an equals sign.  The option "
-                "list should "
-                "be a sequence of  KEY=VALUE pairs separated by semicolons.\n"},
-               {"A = 1; junk", "======== OptionParser: EXTRA TEXT AT END ",
-                "==== Non-whitespace string \"junk\" without an equals sign\n==== Found after the "
-                "last valid "
-                "option.\n"},
-               {"A;B = (", "======== OptionParser: KEY WITH SEMICOLON ",
-                "==== The key \"A;B\" contains a semicolon.  Just before this\n==== option, you "
-                "probably used "
-                "a semicolon instead of a comma.\n"},
-               {"A = 1 B = 2;", "======== OptionParser: VALUE WITH EQUAL SIGN",
-                "#### The value of key \"A\" (1 B = 2)\n#### contains an equal-sign.  This may "
-                "indicate that "
-                "the terminating\n#### semicolon after this option is missing.\n"},
-               {"A = 1;", "======== OptionParser:  KEY NOT FOUND ",
-                "==== Key \"K\" requested, but not specified.\n"},
-               {"K = Foo(a);", "======== OptionParser: WRONG FORMAT ", form + ".\n"}};
+  const std::array<std::string, 3> cases[] = {
+      {"A = 1; A = 2;", "======== OptionParser: DUPLICATE KEY ",
+       "==== Key \"A\" specified twice.\n"},
+      {"just text", "========= OptionParser: NO EQUALS SIGN ",
+       "==== The option list \"just text\" does not contain an equals sign.  The option list "
+       "should be a sequence of  KEY=VALUE pairs separated by semicolons.\n"},
+      {"A = 1; junk", "======== OptionParser: EXTRA TEXT AT END ",
+       "==== Non-whitespace string \"junk\" without an equals sign\n"
+       "==== Found after the last valid option.\n"},
+      {"A;B = (", "======== OptionParser: KEY WITH SEMICOLON ",
+       "==== The key \"A;B\" contains a semicolon.  Just before this\n==== option, you probably "
+       "used a semicolon instead of a comma.\n"},
+      {"A = 1 B = 2;", "======== OptionParser: VALUE WITH EQUAL SIGN",
+       "#### The value of key \"A\" (1 B = 2)\n#### contains an equal-sign.  This may indicate "
+       "that the terminating\n#### semicolon after this option is missing.\n"},
+      {"A = 1;", "======== OptionParser:  KEY NOT FOUND ",
+       "==== Key \"K\" requested, but not specified.\n"},
+      {"K = Foo(a);", "======== OptionParser: WRONG FORMAT ", form + ".\n"}};
   for (const auto& [options, banner, body] : cases) {
-    const auto read = [&] { OptionParser(options, "H\n", false).GetStringWithTag("K", "Tag"); };
-    EXPECT_THAT(WrittenReport(read),
-                StartsWith(Banner(banner) + body + "==== Given Options:\n" + options + "\n" +
-                           Banner("==== Help: ") + "H\nOptionParser: "));
+    EXPECT_THAT(
+        WrittenReport([&] { OptionParser(options, "H\n", false).GetStringWithTag("K", "Tag"); }),
+        StartsWith(Banner(banner) + body + "==== Given Options:\n" + options + "\n" +
+                   Banner("==== Help: ") + "H\nOptionParser: "));
   }
-  const auto readList = [] {
-    OptionParser("K = Tag(a), Tag(b)(c)", "", false).GetMyVectorStringWithTag("K", "Tag");
-  };
-  EXPECT_THAT(WrittenReport(readList), HasSubstr(form + ", Tag(string), ... .\n==== Given"));
-  for (const char* options : {"A = (1; B = 2;", "A = 1); B = 2", "(A = 1;"}) {
-    EXPECT_THAT(ReportOf([&] { OptionParser(options, "", false); }),
-                HasSubstr("FindWhileParsingFast: Unbalanced parentheses.\n"));
-  }
-  EXPECT_THAT(
-      ReportOf([] { OptionParser("K=x;A=(b);", "help", false).Get<int>("K"); }),
-      HasSubstr("==== OptionParser Error ==============================\n"
-                "While parsing the key 'K', conversion of \nvalue 'x' to type 'int' failed.\n"
-                "==== Provided Options ================================\nK = x\nA = (b)\n"
-                "==== User-provided help-text =========================\nhelp\n"));
-}
-
-// They stay on a line there, and the report names the object and ends in a short form.
-TEST(OptionParser, ReportsOfOptionsFromAFile) {
+  const OptionParser parser("K = Tag(a), Tag(b)(c);A=(b)", "help", false);
+  EXPECT_THAT(WrittenReport([&] { parser.GetMyVectorStringWithTag("K", "Tag"); }),
+              HasSubstr(form + ", Tag(string), ... .\n==== Given"));
+  EXPECT_THAT(ReportOf([&] { parser.Get<int>("A"); }),
+              HasSubstr("==== OptionParser Error ==============================\n"
+                        "While parsing the key 'A', conversion of \nvalue '(b)' to type 'int' "
+                        "failed.\n==== Provided Options ================================\n"
+                        "K = Tag(a), Tag(b)(c)\nA = (b)\n"
+                        "==== User-provided help-text =========================\nhelp\n"));
+  // Of options from a file, which stay on a line, the report names the object and has a short form.
   const std::string object = "/a.dat";
   const ReportContext context(object, object);
-  EXPECT_THAT(
-      WrittenReport([] { OptionParser("A=1;\nB", "help", false); }),
-      EndsWith("\nA=1;\\nB\n" + Banner("==== Help: ") + "help\n" + ReportContext::Current() +
-               "\nOptionParser: EXTRA TEXT AT END: Non-whitespace string \"B\" without an "
-               "equals sign\nFound after the last valid option."));
+  EXPECT_THAT(WrittenReport([] { OptionParser("A=1;\nB", "help", false); }),
+              EndsWith("\nA=1;\\nB\n" + Banner("==== Help: ") + "help\n" +
+                       ReportContext::Current() + "\nOptionParser: EXTRA TEXT AT END: " +
+                       "Non-whitespace string \"B\" without an equals sign\n" +
+                       "Found after the last valid option."));
 }
 
 TEST(OptionParser, TypedValuesAndDefaults) {
   const OptionParser parser(
-      " N=2*3; # A = 2;\nX=Pi; S= a b ;B=Yes;C=c;L=(a, f(b=1,c) ,d); T=Tag( a(b) ); U=Tag(a), Tag "
-      "(b, c);V=",
+      " N=2*3; # A = 2;\nX=Pi; S= a b ;B=Yes;C=c;L=(a, f(b=1,c) ,d); "
+      "T=Tag( a(b) ); U=Tag(a), Tag (b, c);V=",
       "", false);
   EXPECT_EQ(parser.CompactOptionList(),
             "N=2*3;X=Pi;S=a b;B=Yes;C=c;L=(a, f(b=1,c) ,d);T=Tag( a(b) );U=Tag(a), Tag (b, c);V=;");
@@ -116,7 +102,7 @@ TEST(OptionParser, TypedValuesAndDefaults) {
               HasSubstr("Global flag 'HistoryFileRunMode' is not set"));
   EXPECT_THAT(WrittenReport(inReplay), HasSubstr("KEY NOT FOUND"));
   GlobalFlags::Set("HistoryFileRunMode", "Record");
-  EXPECT_THAT(WrittenReport(inReplay), HasSubstr("KEY NOT FOUND"));
+  EXPECT_THAT(ReportOf(inReplay), "");
   GlobalFlags::Set("HistoryFileRunMode", "Replay");
   EXPECT_EQ(inReplay(), 3);
 }

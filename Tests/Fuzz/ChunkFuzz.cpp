@@ -1,0 +1,110 @@
+// The input is a byte of flags, two bytes that give the number of values, and the stored bytes of a
+// chunk. The flags are bits: 1 shuffle, 2 deflate, 4 Fletcher-32, 8 the right checksum is appended.
+// What is read is stored again, with the same filters, and with those that the next bits (16, 32
+// and 64) say.
+#include <zlib.h>
+
+#include <cstring>
+#include <span>
+#include <vector>
+
+#include "Tests/Fuzz/Fuzz.hpp"
+#include "Utils/ChunkCodec/ChunkDecoder.hpp"
+#include "Utils/ChunkCodec/ChunkEncoder.hpp"
+#include "Utils/ChunkCodec/Fletcher32.hpp"
+
+namespace {
+
+using Values = std::vector<double>;
+using ChunkCodec::DecodeStatus;
+
+struct Flags {
+  explicit Flags(unsigned bits)
+      : mShuffle((bits & 1) != 0), mDeflate((bits & 2) != 0), mFletcher32((bits & 4) != 0) {}
+  ChunkCodec::Filters Filters() const {
+    return ChunkCodec::FiltersOfDoubles(mShuffle, mDeflate, mFletcher32);
+  }
+  bool mShuffle, mDeflate, mFletcher32;
+};
+
+// Also where values are NaN.
+bool AreSameBits(const Values& a, const Values& b) {
+  return a.size() == b.size() && (a.empty() || std::memcmp(a.data(), b.data(), 8 * a.size()) == 0);
+}
+
+// The reader of everybody else: whether the deflated bytes hold exactly so many values, and which.
+// Bytes that follow are ignored, as HDF5 does; `used` is the number of the others.
+bool InflatesWithZlib(std::span<const std::byte> stream, bool isShuffled, Values& values,
+                      std::size_t& used) {
+  const std::size_t bytes = values.size() * sizeof(double);
+  std::vector<Bytef> inflated(bytes + 1);  // zlib takes no null pointer
+  uLongf size = bytes;
+  used = stream.size();
+  const auto* next = reinterpret_cast<const Bytef*>(stream.data());
+  const bool isDone = uncompress2(inflated.data(), &size, next, &used) == Z_OK && size == bytes;
+  for (std::size_t i = 0; i < bytes; ++i) {
+    reinterpret_cast<Bytef*>(values.data())[i] =
+        inflated[isShuffled ? i % sizeof(double) * values.size() + i / sizeof(double) : i];
+  }
+  return isDone;
+}
+
+void CheckEncoding(const Values& values, const Flags& flags) {
+  std::vector<std::byte> stored = EncodeChunk(values, flags.Filters());
+  stored.shrink_to_fit();  // so that a read beyond it is one beyond its allocation
+  const std::size_t bytes = values.size() * sizeof(double);
+  FUZZ_CHECK(stored.size() <= bytes + bytes / 1000 + 100, std::to_string(stored.size()));
+  // What a thread's workspace remembers of earlier chunks must not show.
+  FUZZ_CHECK(EncodeChunk(values, flags.Filters()) == stored, "encoded twice");
+  Values decoded(values.size());
+  const auto decode = [&](std::size_t size) {
+    return DecodeChunk(std::span(stored).first(size), flags.Filters(), decoded);
+  };
+  FUZZ_CHECK(decode(stored.size()) == DecodeStatus::Ok, Describe(decode(stored.size())));
+  FUZZ_CHECK(AreSameBits(decoded, values), "values");
+  std::size_t used = 0;
+  if (flags.mDeflate) {
+    FUZZ_CHECK(InflatesWithZlib(stored, flags.mShuffle, decoded, used), "zlib does not");
+    FUZZ_CHECK(used == stored.size() - (flags.mFletcher32 ? 4 : 0), std::to_string(used));
+    FUZZ_CHECK(AreSameBits(decoded, values), "zlib reads something else");
+  }
+  FUZZ_CHECK(stored.empty() || decode(stored.size() - 1) != DecodeStatus::Ok, "a byte is missing");
+  if (flags.mFletcher32 && !stored.empty()) {
+    stored[stored.size() / 2] ^= std::byte{1} << stored.size() % 8;
+    FUZZ_CHECK(decode(stored.size()) == DecodeStatus::WrongChecksum, "a bit is flipped");
+  }
+}
+
+}  // namespace
+
+void Fuzz::Target(std::string_view input) {
+  constexpr std::size_t header = 3;
+  constexpr std::size_t mostValues = 4096;
+  if (input.size() < header) {
+    return;
+  }
+  const auto byteAt = [input](int i) { return static_cast<unsigned char>(input[i]); };
+  const Flags flags(byteAt(0));
+  const bool isSealed = flags.mFletcher32 && (byteAt(0) & 8U) != 0;
+  Values values((byteAt(1) + 256U * byteAt(2)) % (mostValues + 1));
+
+  const auto stream = std::as_bytes(std::span(input.substr(header)));
+  std::vector<std::byte> stored(stream.begin(), stream.end());
+  if (isSealed) {
+    ChunkCodec::AppendFletcher32(stored);
+  }
+  stored.shrink_to_fit();
+
+  const DecodeStatus status = DecodeChunk(stored, flags.Filters(), values);
+  // Whatever zlib inflates, HDF5 reads, and so must we.
+  Values expected(values.size());
+  std::size_t used = 0;
+  if (flags.mDeflate && (isSealed || !flags.mFletcher32) &&
+      InflatesWithZlib(stream, flags.mShuffle, expected, used)) {
+    FUZZ_CHECK(status == DecodeStatus::Ok && AreSameBits(values, expected), Describe(status));
+  }
+  if (status == DecodeStatus::Ok) {
+    CheckEncoding(values, flags);
+    CheckEncoding(values, Flags(byteAt(0) >> 4));
+  }
+}
