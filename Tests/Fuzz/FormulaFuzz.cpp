@@ -33,9 +33,7 @@ void Fuzz::Target(std::string_view input) {
     FUZZ_CHECK(!ValueOf(text + "^1^1") && !ValueOf("(" + text + ")^-1^1"), text);
     Fuzz::Succeeds([&] { FUZZ_CHECK(ParseFormula(text, "context") == *value, text); });
   }
-  if (isWhole) {
-    FUZZ_CHECK(value && std::abs(*value - whole) <= 1e-14 * (1 + std::abs(*value)), text);
-  } else {
-    FUZZ_CHECK(!value || *value != std::floor(*value) || std::abs(*value) > 2147483647, text);
-  }
+  const bool fits = value && *value == std::floor(*value) && std::abs(*value) <= 2147483647;
+  FUZZ_CHECK(isWhole || !fits, text);
+  FUZZ_CHECK(!isWhole || std::abs(value.value() - whole) <= 1e-14 * (1 + std::abs(*value)), text);
 }

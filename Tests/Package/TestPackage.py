@@ -1,6 +1,5 @@
 """Packs this build, unpacks the packages into an empty root, and uses them from there."""
 
-import argparse
 import os
 import pathlib
 import re
@@ -14,14 +13,10 @@ PROGRAMS = ("Kelmor", "KelmorInfo", "kelmor-run")
 # Of a build whose libraries are not in the folder of an architecture; scripts/package has them there.
 LINTIAN_KNOWN = "pkg-config-unavailable-for-cross-compilation"
 
-parser = argparse.ArgumentParser()
-for name in ("sources", "build", "work", "libdir", "build-type", "compiler", "flags", "generator"):
-    parser.add_argument("--" + name, required=True)
-arguments = parser.parse_args()
-sources = pathlib.Path(arguments.sources)
-work = pathlib.Path(arguments.work)
+sources, build, work = map(pathlib.Path, sys.argv[1:4])
+libdir, build_type, compiler, flags, generator = sys.argv[4:]
 root = work / "root"
-hasMpi = pathlib.Path(arguments.build, "Utils/Parallel").exists()
+hasMpi = (build / "Utils/Parallel").exists()
 
 
 def run(*command, **options):
@@ -42,10 +37,9 @@ class TestPackage(unittest.TestCase):
         shutil.rmtree(work, ignore_errors=True)
         (root / "usr").mkdir(parents=True)
         (root / "lib").symlink_to("usr/lib")    # as on any Debian of today
-        run("cpack", "--config", f"{arguments.build}/CPackConfig.cmake", "-B", work / "packages",
+        run("cpack", "--config", build / "CPackConfig.cmake", "-B", work / "packages",
             env=dict(os.environ, SOURCE_DATE_EPOCH="1700000000"))
-        cls.packages = {path.name.partition("_")[0]: path
-                        for path in (work / "packages").glob("*.deb")}
+        cls.packages = {path.name.partition("_")[0]: path for path in (work / "packages").glob("*.deb")}
         for package in cls.packages.values():
             run("dpkg-deb", "-x", package, root)
 
@@ -70,29 +64,23 @@ class TestPackage(unittest.TestCase):
         self.assertEqual({path.name for path in (root / "usr/bin").iterdir()}, set(PROGRAMS))
 
     def test_does_not_tell_where_it_was_built(self):
-        places = [str(sources).encode() + b"/", arguments.build.encode() + b"/"]
         for path in filter(pathlib.Path.is_file, root.rglob("*")):
-            content = path.read_bytes()
-            self.assertFalse([place for place in places if place in content], path)
+            for place in (sources, build):
+                self.assertNotIn(f"{place}/".encode(), path.read_bytes(), path)
 
     def test_names_what_it_needs_by_no_path(self):
         """Libraries of others may lie elsewhere on the next machine."""
-        files = [path for path in (root / "usr" / arguments.libdir).rglob("*")
-                 if path.suffix in (".cmake", ".pc")]
+        files = [path for path in (root / "usr" / libdir).rglob("*") if path.suffix in (".cmake", ".pc")]
         self.assertGreater(len(files), 4)
         for path in files:
-            for line in path.read_text().splitlines():
-                if not line.startswith("#"):
-                    self.assertNotRegex(line, r'(^|["; =])(-[IL])?/\w', path)
+            self.assertNotRegex(path.read_text(), r'(?m)^(?!#)(.*["; =])?(-[IL])?/\w', path)
 
     def options_of(self, program):
         """The options in the help text of a program; kelmor-run points to those of Kelmor."""
         if program == "kelmor-run":
             return self.options_of("Kelmor") - {"-o"}
-        text = run(root / "usr/bin" / program, "-h")
-        lines = re.findall(r"^  (-[A-Za-z].*)", text, re.MULTILINE)
-        return {"-help"}.union(*(re.findall(r"(?<!\S)-[A-Za-z]+", line.partition("#")[0])
-                                 for line in lines))
+        lines = re.findall(r"(?m)^  (-[A-Za-z][^#\n]*)", run(root / "usr/bin" / program, "-h"))
+        return {"-help", *re.findall(r"(?<!\S)-[A-Za-z]+", "\n".join(lines))}
 
     def test_completes_options_and_inputs(self):
         (work / "inputs").mkdir()
@@ -133,13 +121,12 @@ class TestPackage(unittest.TestCase):
             self.assertIn(owner, depends)
 
     def pkg_config(self):
-        return dict(os.environ, PKG_CONFIG_PATH=f"{root}/usr/{arguments.libdir}/pkgconfig")
+        return dict(os.environ, PKG_CONFIG_PATH=f"{root}/usr/{libdir}/pkgconfig")
 
     def use(self, folder, *consumers):
         """Consumers write a file, the installed programs join it, the consumers read that."""
         programs = root / "usr/bin"
-        environment = {name: value for name, value in os.environ.items()
-                       if name not in ("KELMOR", "KELMORINFO")}
+        environment = dict(os.environ, KELMOR="", KELMORINFO="")
         for consumer in consumers:
             for name in ("table.h5", "joined.h5", "run.h5", "run.h5.json"):
                 (folder / name).unlink(missing_ok=True)
@@ -151,26 +138,23 @@ class TestPackage(unittest.TestCase):
 
     def test_serves_cmake(self):
         for withoutMpi in ("ON", "OFF"):
-            build = work / f"cmake-{withoutMpi}"
-            run("cmake", "-S", sources / "Tests/Package/Consumer", "-B", build,
-                "-G", arguments.generator, f"-DCMAKE_PREFIX_PATH={root}",
-                f"-DCMAKE_DISABLE_FIND_PACKAGE_MPI={withoutMpi}",
-                f"-DCMAKE_BUILD_TYPE={arguments.build_type}",
-                f"-DCMAKE_CXX_COMPILER={arguments.compiler}", f"-DCMAKE_CXX_FLAGS={arguments.flags}")
+            folder = work / f"cmake-{withoutMpi}"
+            run("cmake", "-S", sources / "Tests/Package/Consumer", "-B", folder, "-G", generator,
+                f"-DCMAKE_PREFIX_PATH={root}", f"-DCMAKE_DISABLE_FIND_PACKAGE_MPI={withoutMpi}",
+                f"-DCMAKE_BUILD_TYPE={build_type}", f"-DCMAKE_CXX_COMPILER={compiler}", f"-DCMAKE_CXX_FLAGS={flags}")
             # Through the link, where the prefix is harder to find.
-            self.assertIn(f"Vexa_DIR:PATH={root}/{arguments.libdir}/cmake/Vexa",
-                          (build / "CMakeCache.txt").read_text())
-            run("cmake", "--build", build)
-            self.use(build, "Consumer", "OldConsumer")
+            self.assertIn(f"Vexa_DIR:PATH={root}/{libdir}/cmake/Vexa", (folder / "CMakeCache.txt").read_text())
+            run("cmake", "--build", folder)
+            self.use(folder, "Consumer", "OldConsumer")
         self.assertEqual((work / "cmake-OFF/ParallelConsumer").exists(), hasMpi)
 
     def test_serves_pkg_config(self):
         folder = work / "pkg-config"
         folder.mkdir()
-        flags = run("pkg-config", "--cflags", "--libs", "vexa", env=self.pkg_config()).split()
+        libraries = run("pkg-config", "--cflags", "--libs", "vexa", env=self.pkg_config()).split()
         for consumer, names in (("Consumer", []), ("OldConsumer", ["-DOLD_NAMES"])):
-            run(arguments.compiler, "-std=c++20", *arguments.flags.split(), *names,
-                sources / "Tests/Package/Consumer/Consumer.cpp", *flags, "-o", folder / consumer)
+            run(compiler, "-std=c++20", *flags.split(), *names,
+                sources / "Tests/Package/Consumer/Consumer.cpp", *libraries, "-o", folder / consumer)
         self.use(folder, "Consumer", "OldConsumer")
 
     def test_pleases_lintian(self):

@@ -2,10 +2,9 @@
 
 #include <gmock/gmock.h>
 
-#include <algorithm>
 #include <iostream>
-#include <iterator>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Utils/ErrorHandling/ReportOf.hpp"
@@ -18,8 +17,9 @@ using testing::HasSubstr;
 CommandLineParser Parsed(std::vector<std::string> arguments) {
   arguments.insert(arguments.begin(), "program");
   std::vector<char*> argv;
-  std::transform(arguments.begin(), arguments.end(), std::back_inserter(argv),
-                 [](std::string& argument) { return argument.data(); });
+  for (std::string& argument : arguments) {
+    argv.push_back(argument.data());
+  }
   return CommandLineParser(static_cast<int>(argv.size()), argv.data(), "the help", {"v", "b"});
 }
 
@@ -37,10 +37,7 @@ TEST(CommandLineParser, OptionsAndArgumentsInAnyOrder) {
 }
 
 TEST(CommandLineParser, WhatCannotBeReadIsReported) {
-  const struct {
-    std::vector<std::string> mArguments;
-    const char* mMessage;
-  } cases[] = {
+  const std::pair<std::vector<std::string>, const char*> cases[] = {
       {{"-v", "a", "-v"}, "Trying to define boolean option 'v' for a second time.\n"},
       {{"-v", "-no-v"}, "Trying to define boolean option 'v' the second time.\n"},
       {{"-o", "a", "-o", "b"}, "Trying to define option-key 'o' the second time.\n"},
@@ -51,14 +48,10 @@ TEST(CommandLineParser, WhatCannotBeReadIsReported) {
       {{"a", "-1"}, "Argument '-1' begins unexpectedly with '-'.\n"},
       {{"-", "a"}, "Argument '-' begins unexpectedly with '-'.\n"},
       {{"--o", "a"}, "Don't know what to do with option '--o'"},
-  };
-  for (const auto& c : cases) {
-    EXPECT_THAT(ReportOf([&c] { Parsed(c.mArguments); }), HasSubstr(c.mMessage));
+      {{"-x", "1,5\n"}, "\nOption-key 'x' was given the value '1,5\\n'.\n"}};
+  for (const auto& [arguments, message] : cases) {
+    EXPECT_THAT(ReportOf([&] { Parsed(arguments).Get<double>("x", 0.0); }), HasSubstr(message));
   }
-  EXPECT_THAT(ReportOf([] {
-                Parsed({"-x", "1,5\n"}).Get<double>("x", 0.0);
-              }),
-              HasSubstr("\nOption-key 'x' was given the value '1,5\\n'.\n"));
 }
 
 TEST(CommandLineParser, WhatWasNotUsedIsReported) {

