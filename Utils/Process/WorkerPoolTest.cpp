@@ -5,8 +5,11 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <ctime>
+#include <latch>
 #include <new>
 #include <stdexcept>
+#include <thread>
 #include <utility>
 
 #include "Utils/Process/TestSupport/FailingNew.hpp"
@@ -69,6 +72,20 @@ TEST(WorkerPoolTest, AGroupEndsWithItsOwnTasksAndThrowsTheirFailureOnOnce) {
     ASSERT_EQ(ended, 20);
     group.Wait();
   }
+}
+
+// One of the two tasks runs on a worker, and ends when there is nothing to do here but to wait.
+TEST(WorkerPoolTest, ATaskThatEndsLateIsWaitedFor) {
+  std::latch begun(2);
+  TaskGroup group;
+  for (int i = 0; i < 2; ++i) {
+    group.Add([&begun, here = std::this_thread::get_id(), start = std::clock()] {
+      begun.arrive_and_wait();
+      while (std::this_thread::get_id() != here && std::clock() - start < CLOCKS_PER_SEC / 20) {
+      }
+    });
+  }
+  group.Wait();
 }
 
 }  // namespace
