@@ -2,17 +2,15 @@
 
 #include <algorithm>
 #include <map>
-#include <nlohmann/json.hpp>
 #include <ostream>
 
+#include "Executables/KelmorInfo/Json.hpp"
 #include "Executables/KelmorInfo/Text.hpp"
 #include "Executables/Series/Series.hpp"
 #include "Utils/ErrorHandling/CodeError.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
 
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 template <class T>
 void AddOnce(std::vector<T>& all, const T& one) {
@@ -27,11 +25,7 @@ void Include(UnionFacts& all, const Facts& facts) {
   if (facts.mSteps) {
     all.mSteps = all.mSteps.value_or(0) + *facts.mSteps;
   }
-  if (facts.mTimes && all.mTimes) {
-    all.mTimes->Include(*facts.mTimes);
-  } else if (facts.mTimes) {
-    all.mTimes = facts.mTimes;
-  }
+  all.mTimes.Include(facts.mTimes);
   // Of a file that could not be read only what is known counts.
   const bool isRead = facts.mProblem.empty();
   if (facts.mKind != "ver" && (isRead || !facts.mShape.empty())) {
@@ -107,8 +101,8 @@ std::string Steps(const std::optional<std::uint64_t>& steps) {
   return steps ? Counted(*steps, "step") : "";
 }
 
-std::string Times(const std::optional<TimeRange>& times) {
-  return times ? "t = " + RoundTrip(times->mFirst) + " ... " + RoundTrip(times->mLast) : "";
+std::string Times(const TimeRange& times) {
+  return times.IsEmpty() ? "" : "t = " + RoundTrip(times.mFirst) + " ... " + RoundTrip(times.mLast);
 }
 
 std::string Stored(const std::optional<std::uint64_t>& bytes) {
@@ -182,27 +176,31 @@ void PrintFile(std::ostream& os, const InputFile& file, const std::vector<Facts>
   lines.Print(os, "  ");
 }
 
-Json ToJson(const std::optional<TimeRange>& times) {
-  return times ? Json{times->mFirst, times->mLast} : Json();
-}
-
 Json ToJson(const std::optional<std::uint64_t>& number) {
   return number ? Json(*number) : Json();
 }
 
 Json ToJson(const H5_Objects::Version::History& history) {
-  Json json = Json::array();
-  for (const auto& [hash, help] : history) {
-    json.push_back({{"hash", hash}, {"text", help}});
-  }
-  return json;
+  return ArrayOf(history, [](const auto& entry) {
+    return Json{{"hash", entry.first}, {"text", entry.second}};
+  });
+}
+
+// Adds what is told alike of one file's dataset and of that of all files.
+template <class FACTS>
+void AddFacts(const FACTS& facts, const Json& shape, Json& json) {
+  const TimeRange& times = facts.mTimes;
+  json["shape"] = shape;
+  json["steps"] = ToJson(facts.mSteps);
+  json["times"] = times.IsEmpty() ? Json() : Json{times.mFirst, times.mLast};
+  json["legends"] = facts.mLegends;
+  json["filters"] = facts.mFilters;
+  json["stored_bytes"] = ToJson(facts.mStoredBytes);
 }
 
 Json ToJson(const Facts& facts) {
-  Json json = {{"name", facts.mName},           {"kind", facts.mKind},
-               {"shape", facts.mShape},         {"steps", ToJson(facts.mSteps)},
-               {"times", ToJson(facts.mTimes)}, {"legends", facts.mLegends},
-               {"filters", facts.mFilters},     {"stored_bytes", ToJson(facts.mStoredBytes)}};
+  Json json = {{"name", facts.mName}, {"kind", facts.mKind}};
+  AddFacts(facts, facts.mShape, json);
   if (!facts.mTensor.empty()) {
     json["tensor"] = facts.mTensor;
   }
@@ -215,8 +213,8 @@ Json ToJson(const Facts& facts) {
   return json;
 }
 
-// The shape of all files' data together; columns that differ are null.
-Json UnionShape(const UnionFacts& all) {
+Json ToJson(const UnionFacts& all) {
+  // The shape is that of all files' data together; columns that differ are null.
   Json shape = Json::array();
   if (all.mLength) {
     shape.push_back(*all.mLength);
@@ -224,27 +222,13 @@ Json UnionShape(const UnionFacts& all) {
   if (!all.mColumns.empty()) {
     shape.push_back(all.mColumns.size() == 1 ? Json(all.mColumns[0]) : Json());
   }
-  return shape;
-}
-
-Json ToJson(const UnionFacts& all) {
-  Json json = {{"name", all.mName},
-               {"kind", all.mKind},
-               {"files", all.mFiles},
-               {"shape", UnionShape(all)},
-               {"steps", ToJson(all.mSteps)},
-               {"times", ToJson(all.mTimes)},
-               {"legends", all.mLegends},
-               {"filters", all.mFilters},
-               {"stored_bytes", ToJson(all.mStoredBytes)}};
+  Json json = {{"name", all.mName}, {"kind", all.mKind}, {"files", all.mFiles}};
+  AddFacts(all, shape, json);
   if (!all.mTensors.empty()) {
     json["tensors"] = all.mTensors;
   }
   if (all.mKind == "ver") {
-    json["versions"] = Json::array();
-    for (const H5_Objects::Version::History& history : all.mVersions) {
-      json["versions"].push_back(ToJson(history));
-    }
+    json["versions"] = ArrayOf(all.mVersions, [](const auto& history) { return ToJson(history); });
   }
   return json;
 }
@@ -309,7 +293,7 @@ void PrintListing(std::ostream& os, const Listing& listing, bool verbose) {
 }
 
 void PrintListingAsJson(std::ostream& os, const Listing& listing) {
-  Json json = {{"files", Json::array()}, {"union", Json::array()}};
+  Json json = {{"files", Json::array()}};
   for (std::size_t i = 0; i < listing.mFiles.size(); ++i) {
     const InputFile& file = listing.mFiles[i];
     Json entry = {{"file", file.mName}, {"bytes", file.mBytes}, {"opens", file.mOpens}};
@@ -318,16 +302,12 @@ void PrintListingAsJson(std::ostream& os, const Listing& listing) {
       entry["advice"] = file.mProblem.mAdvice;
     }
     entry["external_files"] = listing.mExternalFiles[i];
-    entry["datasets"] = Json::array();
-    for (const Facts& facts : listing.mDatasets[i]) {
-      entry["datasets"].push_back(ToJson(facts));
-    }
+    entry["datasets"] =
+        ArrayOf(listing.mDatasets[i], [](const Facts& facts) { return ToJson(facts); });
     json["files"].push_back(std::move(entry));
   }
-  for (const UnionFacts& all : listing.mUnion) {
-    json["union"].push_back(ToJson(all));
-  }
-  os << json.dump(2, ' ', false, Json::error_handler_t::replace) << '\n';
+  json["union"] = ArrayOf(listing.mUnion, [](const UnionFacts& all) { return ToJson(all); });
+  PrintJson(os, json);
 }
 
 void RequireNoProblems(const Listing& listing) {

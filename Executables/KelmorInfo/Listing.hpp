@@ -25,7 +25,7 @@ struct UnionFacts {
   std::vector<H5_Objects::Version::History> mVersions;
   std::vector<std::vector<std::string>> mFilters;
   std::optional<std::uint64_t> mSteps;  // of all files
-  std::optional<TimeRange> mTimes;
+  TimeRange mTimes;
   std::optional<std::uint64_t> mStoredBytes = 0;
 };
 

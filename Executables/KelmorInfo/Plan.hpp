@@ -66,6 +66,11 @@ struct Disagreement {
   std::string mFile;     // empty if it is about none, or about several
   std::string mReason;
   std::vector<PlannedValue> mValues = {};  // of files that disagree with each other
+
+  /// "/x.dat in 1.h5", or one of them, with the file's name as it is to be shown.
+  std::string About(const std::string& file) const {
+    return mDataset + (mDataset.empty() || mFile.empty() ? "" : " in ") + file;
+  }
 };
 
 struct Plan {
@@ -80,6 +85,9 @@ struct Plan {
   bool Joins() const { return mDisagreements.empty(); }
   const PlannedSteps& StepsOf(const PlannedDataset& dataset) const {
     return mSteps[dataset.mSteps];
+  }
+  const std::string& NameOf(const PlannedFile& file) const {
+    return mFiles[static_cast<std::size_t>(file.mFile)].mName;
   }
 };
 

@@ -286,8 +286,7 @@ class Picture {
       }
       AddBar(piece.mIsKept ? kept : wiped, std::min(from, to), std::max(from, to));
     }
-    const std::string tooltip =
-        mPlan.mFiles[static_cast<std::size_t>(file.mFile)].mName + ": " + CountText(file);
+    const std::string tooltip = mPlan.NameOf(file) + ": " + CountText(file);
     DrawBars(wiped, y, height, sWiped, tooltip);
     DrawBars(kept, y, height, sKept, tooltip);
   }
@@ -371,10 +370,7 @@ class Picture {
     const std::vector<Disagreement>& all = mPlan.mDisagreements;
     mY += all.empty() ? 0 : 6;
     for (std::size_t i = 0; i < std::min(all.size(), sMostDisagreements); ++i) {
-      const std::string about = all[i].mDataset +
-                                (all[i].mDataset.empty() || all[i].mFile.empty() ? "" : " in ") +
-                                GetFilenameFromPath(all[i].mFile);
-      DrawNote(about + ": " + all[i].mReason, sRed);
+      DrawNote(all[i].About(GetFilenameFromPath(all[i].mFile)) + ": " + all[i].mReason, sRed);
       const std::size_t values = std::min<std::size_t>(all[i].mValues.size(), 3);
       for (const PlannedValue& value : std::span(all[i].mValues).first(values)) {
         DrawNote(value.mValue + " in " + ListNames(value.mFiles, 2), sRed);

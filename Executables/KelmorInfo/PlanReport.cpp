@@ -1,15 +1,12 @@
 #include "Executables/KelmorInfo/PlanReport.hpp"
 
-#include <nlohmann/json.hpp>
-#include <ostream>
 #include <sstream>
 
+#include "Executables/KelmorInfo/Json.hpp"
 #include "Executables/KelmorInfo/Text.hpp"
 #include "Executables/Series/Agreement.hpp"
 
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 std::string Range(double from, double to) {
   return from == to ? RoundTrip(from) : RoundTrip(from) + " ... " + RoundTrip(to);
@@ -40,7 +37,7 @@ void PrintSteps(std::ostream& os, const Plan& plan, const PlannedSteps& steps, b
   os << '\n';
   AlignedLines lines({1});
   for (const PlannedFile& file : steps.mFiles) {
-    lines.Add({Printable(plan.mFiles[static_cast<std::size_t>(file.mFile)].mName),
+    lines.Add({Printable(plan.NameOf(file)),
                std::to_string(file.mKept) + " of " + std::to_string(file.mTotal),
                "wiping " + Wiped(file, verbose)});
   }
@@ -52,14 +49,56 @@ void PrintSteps(std::ostream& os, const Plan& plan, const PlannedSteps& steps, b
 
 void PrintDisagreements(std::ostream& os, const Plan& plan, bool verbose) {
   for (const Disagreement& disagreement : plan.mDisagreements) {
-    os << "  " << Printable(disagreement.mDataset)
-       << (disagreement.mDataset.empty() || disagreement.mFile.empty() ? "" : " in ")
-       << Printable(disagreement.mFile) << ":\n    " << disagreement.mReason << '\n';
+    os << "  " << Printable(disagreement.About(disagreement.mFile)) << ":\n    "
+       << disagreement.mReason << '\n';
     for (const PlannedValue& value : disagreement.mValues) {
       const std::size_t most = verbose ? value.mFiles.size() : 6;
       os << "      " << Printable(value.mValue + " in " + ListNames(value.mFiles, most)) << '\n';
     }
   }
+}
+
+Json DisagreementAsJson(const Disagreement& disagreement) {
+  Json json = {{"dataset", disagreement.mDataset},
+               {"file", disagreement.mFile},
+               {"reason", disagreement.mReason}};
+  for (const PlannedValue& value : disagreement.mValues) {
+    json["values"].push_back({{"value", value.mValue}, {"files", value.mFiles}});
+  }
+  return json;
+}
+
+Json PieceAsJson(const PlanPiece& piece) {
+  return {{"kept", piece.mIsKept},
+          {"steps", piece.mSteps},
+          {"from", piece.mFirst},
+          {"to", piece.mLast}};
+}
+
+Json DatasetAsJson(const Plan& plan, const PlannedDataset& dataset) {
+  const PlannedSteps& steps = plan.StepsOf(dataset);
+  Json json = {{"name", dataset.mName},
+               {"kind", dataset.mKind},
+               {"bytes", dataset.mBytes},
+               {"agrees", dataset.mAgrees}};
+  if (steps.mHasTimes) {
+    json["kept"] = steps.mKept;
+    json["total"] = steps.mTotal;
+    json["maximum_gap"] = steps.mMaximumGap;
+    json["gaps"] = ArrayOf(steps.mGaps, [](const PlanGap& gap) {
+      return Json{gap.mFrom, gap.mTo};
+    });
+  }
+  json["files"] = ArrayOf(steps.mFiles, [&](const PlannedFile& file) {
+    Json part = {{"file", plan.NameOf(file)}};
+    if (steps.mHasTimes) {
+      part["kept"] = file.mKept;
+      part["total"] = file.mTotal;
+      part["pieces"] = ArrayOf(file.mPieces, PieceAsJson);
+    }
+    return part;
+  });
+  return json;
 }
 
 }  // namespace
@@ -98,54 +137,13 @@ void PrintPlan(std::ostream& os, const Plan& plan, bool verbose) {
 }
 
 void PrintPlanAsJson(std::ostream& os, const Plan& plan) {
-  Json json = {{"joins", plan.Joins()},    {"bytes", plan.mBytes},
-               {"DeltaT", plan.mDeltaT},   {"NoWipe", plan.mNoWipe},
-               {"files", Json::array()},   {"disagreements", Json::array()},
-               {"datasets", Json::array()}};
-  for (const InputFile& file : plan.mFiles) {
-    json["files"].push_back(file.mName);
-  }
-  for (const Disagreement& disagreement : plan.mDisagreements) {
-    Json entry = {{"dataset", disagreement.mDataset},
-                  {"file", disagreement.mFile},
-                  {"reason", disagreement.mReason}};
-    for (const PlannedValue& value : disagreement.mValues) {
-      entry["values"].push_back({{"value", value.mValue}, {"files", value.mFiles}});
-    }
-    json["disagreements"].push_back(std::move(entry));
-  }
-  for (const PlannedDataset& dataset : plan.mDatasets) {
-    const PlannedSteps& steps = plan.StepsOf(dataset);
-    Json entry = {{"name", dataset.mName},
-                  {"kind", dataset.mKind},
-                  {"bytes", dataset.mBytes},
-                  {"agrees", dataset.mAgrees}};
-    if (steps.mHasTimes) {
-      entry["kept"] = steps.mKept;
-      entry["total"] = steps.mTotal;
-      entry["maximum_gap"] = steps.mMaximumGap;
-      entry["gaps"] = Json::array();
-      for (const PlanGap& gap : steps.mGaps) {
-        entry["gaps"].push_back({gap.mFrom, gap.mTo});
-      }
-    }
-    entry["files"] = Json::array();
-    for (const PlannedFile& file : steps.mFiles) {
-      Json part = {{"file", plan.mFiles[static_cast<std::size_t>(file.mFile)].mName}};
-      if (steps.mHasTimes) {
-        part["kept"] = file.mKept;
-        part["total"] = file.mTotal;
-        part["pieces"] = Json::array();
-        for (const PlanPiece& piece : file.mPieces) {
-          part["pieces"].push_back({{"kept", piece.mIsKept},
-                                    {"steps", piece.mSteps},
-                                    {"from", piece.mFirst},
-                                    {"to", piece.mLast}});
-        }
-      }
-      entry["files"].push_back(std::move(part));
-    }
-    json["datasets"].push_back(std::move(entry));
-  }
-  os << json.dump(2, ' ', false, Json::error_handler_t::replace) << '\n';
+  PrintJson(os, {{"joins", plan.Joins()},
+                 {"bytes", plan.mBytes},
+                 {"DeltaT", plan.mDeltaT},
+                 {"NoWipe", plan.mNoWipe},
+                 {"files", ArrayOf(plan.mFiles, [](const InputFile& file) { return file.mName; })},
+                 {"disagreements", ArrayOf(plan.mDisagreements, DisagreementAsJson)},
+                 {"datasets", ArrayOf(plan.mDatasets, [&plan](const PlannedDataset& dataset) {
+                    return DatasetAsJson(plan, dataset);
+                  })}});
 }

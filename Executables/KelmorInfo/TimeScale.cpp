@@ -5,25 +5,24 @@
 #include <charconv>
 #include <cmath>
 
+#include "Executables/Series/Facts.hpp"
+
 TimeScale::TimeScale(const Plan& plan, double left, double right) : mLeft(left), mRight(right) {
-  bool isFirst = true;
+  TimeRange all;
   for (const PlannedSteps& steps : plan.mSteps) {
     for (const PlannedFile& file : steps.mFiles) {
       for (const PlanPiece& piece : file.mPieces) {
         for (const double time : {piece.mFirst, piece.mLast}) {
           if (std::isfinite(time)) {
-            mFrom = isFirst ? time : std::min(mFrom, time);
-            mTo = isFirst ? time : std::max(mTo, time);
-            isFirst = false;
+            all.Include(time);
           }
         }
       }
     }
   }
-  if (mFrom == mTo) {
-    mFrom -= 0.5;
-    mTo += 0.5;
-  }
+  const double margin = all.mFirst < all.mLast ? 0 : 0.5;
+  mFrom = (all.IsEmpty() ? 0 : all.mFirst) - margin;
+  mTo = (all.IsEmpty() ? 0 : all.mLast) + margin;
 }
 
 double TimeScale::At(double time) const {

@@ -26,6 +26,6 @@ class TimeScale {
 
   double mLeft;
   double mRight;
-  double mFrom = 0;
-  double mTo = 0;
+  double mFrom;
+  double mTo;
 };

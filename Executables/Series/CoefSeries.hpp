@@ -9,12 +9,14 @@ class CoefSeries : public IndexedSeries {
   CoefSeries(const SeriesRun& run, const Dataset& dataset) : IndexedSeries(run, dataset) {}
 
   bool TakeIn(int file, Depth depth) override;
-  void Describe(int file, Facts& facts) override;
 
  private:
   MyVector<std::string> OutputIndexLegend() const override {
     return Object::IndexLegend(TimeDescription());
   }
-  void VisitTable(int file, const std::function<void(const H5_Objects::Dat&)>& visit) override;
+  void VisitSet(int file,
+                const std::function<void(const H5_Objects::IndexedGroup&)>& visit) override {
+    Visit<Object>(file, visit);
+  }
   void Write(CachedH5File& output) override;
 };

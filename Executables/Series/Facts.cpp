@@ -18,8 +18,7 @@ void Facts::SetTimes(const MyVector<double>& times) {
   mSteps = times.size();
   for (const double time : times) {
     if (!std::isnan(time)) {
-      mTimes = mTimes.value_or(TimeRange{time, time});
-      mTimes->Include({time, time});
+      mTimes.Include(time);
     }
   }
 }

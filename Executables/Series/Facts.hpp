@@ -4,6 +4,7 @@
 #include <hdf5.h>
 
 #include <cstdint>
+#include <limits>
 #include <optional>
 #include <string>
 #include <vector>
@@ -12,9 +13,12 @@
 #include "Utils/Store/DataSet.hpp"
 #include "Utils/Store/H5_ObjectVersion.hpp"
 
+/// The smallest and the largest of some times; smallest > largest while there are none.
 struct TimeRange {
-  double mFirst;
-  double mLast;
+  double mFirst = std::numeric_limits<double>::infinity();
+  double mLast = -std::numeric_limits<double>::infinity();
+  bool IsEmpty() const { return mFirst > mLast; }
+  void Include(double time) { Include({time, time}); }
   void Include(const TimeRange& other);
 };
 
@@ -24,7 +28,7 @@ struct Facts {
   std::vector<hsize_t> mShape;             // extents in the file, of the values of coef and tdm
   std::string mTensor;                     // structure and mesh dimension of tdm, as text
   std::optional<std::uint64_t> mSteps;     // of the kinds that have times
-  std::optional<TimeRange> mTimes;         // smallest and largest of those that are numbers
+  TimeRange mTimes;                        // of those that are numbers
   std::vector<std::string> mLegends;       // per column of dat; of time and data of coef and tdm
   H5_Objects::Version::History mVersions;  // of ver
   std::vector<std::string> mFilters;       // of the values

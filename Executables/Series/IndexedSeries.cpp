@@ -80,12 +80,14 @@ std::string IndexedSeries::RowText(std::size_t i, std::uint64_t row) const {
          " (t = " + RoundTrip(mTimes[i][step]) + ")";
 }
 
-void IndexedSeries::DescribeSet(const IndexedGroup& set, Facts& facts) {
-  facts.mShape = {set.Values().Layout().mRows};
-  facts.mLegends = {set.GetTimeDescription(), set.GetDataDescription()};
-  facts.AddStorage(set.Index());
-  facts.AddStorage(set.Values());
-  facts.SetTimes(set.RetrieveTimes());
+void IndexedSeries::Describe(int file, Facts& facts) {
+  VisitSet(file, [&facts](const IndexedGroup& set) {
+    facts.mShape = {set.Values().Layout().mRows};
+    facts.mLegends = {set.GetTimeDescription(), set.GetDataDescription()};
+    facts.AddStorage(set.Index());
+    facts.AddStorage(set.Values());
+    facts.SetTimes(set.RetrieveTimes());
+  });
 }
 
 void IndexedSeries::WriteTo(CachedH5File& output, IndexedGroup& set) {

@@ -10,6 +10,7 @@ class IndexedSeries : public SteppedSeries {
   std::vector<Property> Properties(bool asInFile) const override;
   H5_Objects::StepIndex KeptIndex() const override;
   std::string RowText(std::size_t i, std::uint64_t row) const override;
+  void Describe(int file, Facts& facts) override;
 
  protected:
   IndexedSeries(const SeriesRun& run, const Dataset& dataset)
@@ -18,13 +19,18 @@ class IndexedSeries : public SteppedSeries {
   /// Takes in the open set of a file that agrees with the others. `readIndex` reads its index.
   void TakeInSet(int file, const H5_Objects::IndexedGroup& set, Depth depth,
                  const std::function<H5_Objects::StepIndex()>& readIndex);
-  static void DescribeSet(const H5_Objects::IndexedGroup& set, Facts& facts);
   /// Writes index and values to the initialized set of the output.
   void WriteTo(CachedH5File& output, H5_Objects::IndexedGroup& set);
   const std::string& TimeDescription() const { return mTimeDescription; }
   const std::string& DataDescription() const { return mDataDescription; }
 
  private:
+  /// Lends the open set of a file.
+  virtual void VisitSet(int file,
+                        const std::function<void(const H5_Objects::IndexedGroup&)>& visit) = 0;
+  void VisitTable(int file, const std::function<void(const H5_Objects::Dat&)>& visit) override {
+    VisitSet(file, [&visit](const H5_Objects::IndexedGroup& set) { visit(set.Values()); });
+  }
   /// The legend of the index in an output.
   virtual MyVector<std::string> OutputIndexLegend() const = 0;
   std::vector<Tables::RowRun> RowsOf(std::size_t i,

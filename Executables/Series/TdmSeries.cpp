@@ -4,7 +4,6 @@
 #include <iostream>
 #include <sstream>
 
-using H5_Objects::Dat;
 using H5_Objects::Tdm;
 
 namespace {
@@ -89,16 +88,12 @@ void TdmSeries::Write(CachedH5File& output) {
   WriteTo(output, tdm);
 }
 
-void TdmSeries::VisitTable(int file, const std::function<void(const Dat&)>& visit) {
-  Visit<Tdm>(file, [&visit](const Tdm& tdm) { visit(tdm.Values()); });
-}
-
 void TdmSeries::Describe(int file, Facts& facts) {
   Visit<Tdm>(file, [&facts](const Tdm& tdm) {
     const TensorStructure& structure = tdm.GetStructure();
     facts.mTensor = "dimension " + std::to_string(structure.Dim()) + ", symmetry '" +
                     structure.Symmetry() + "', mesh of dimension " +
                     std::to_string(tdm.GetDataMeshDim());
-    DescribeSet(tdm, facts);
   });
+  IndexedSeries::Describe(file, facts);
 }

@@ -20,7 +20,10 @@ class TdmSeries : public IndexedSeries {
   MyVector<std::string> OutputIndexLegend() const override {
     return Object::IndexLegend(TimeDescription(), mDataMeshDim);
   }
-  void VisitTable(int file, const std::function<void(const H5_Objects::Dat&)>& visit) override;
+  void VisitSet(int file,
+                const std::function<void(const H5_Objects::IndexedGroup&)>& visit) override {
+    Visit<Object>(file, visit);
+  }
   void PrintSelection() const override;
   void Write(CachedH5File& output) override;
 
