@@ -5,6 +5,7 @@
 #include <memory>
 #include <set>
 #include <sstream>
+#include <vector>
 
 #include "Executables/KelmorInfo/Text.hpp"
 #include "Executables/Series/SteppedSeries.hpp"
@@ -36,6 +37,26 @@ std::string WithBits(double value, double other) {
     text += " (bits " + std::to_string(bits) + ")";
   }
   return text;
+}
+
+// Cuts a joined table into the blocks in which it is compared: of whole chunks, and of some
+// mebibytes unless a chunk is longer.
+std::vector<ColumnBlock> BlocksOf(const Tables::TableLayout& layout) {
+  std::vector<ColumnBlock> blocks;
+  const std::uint64_t chunk = std::max<std::uint64_t>(layout.mChunkRows, 1);
+  const std::uint64_t most = layout.mRows * layout.mColumns <= sBlockValues
+                                 ? layout.mRows
+                                 : std::max<std::uint64_t>(sBlockValues / chunk, 1) * chunk;
+  const std::uint64_t rows =
+      std::clamp<std::uint64_t>(most, 1, std::max<std::uint64_t>(layout.mRows, 1));
+  const std::uint64_t columns = std::max<std::uint64_t>(sBlockValues / rows, 1);
+  for (std::uint64_t row = 0; row < layout.mRows; row += rows) {
+    for (std::uint64_t column = 0; column < layout.mColumns; column += columns) {
+      blocks.push_back({column, std::min(columns, layout.mColumns - column), row,
+                        std::min(rows, layout.mRows - row)});
+    }
+  }
+  return blocks;
 }
 
 // Rows of some columns of a series in memory, and the reads that bring them there.
@@ -253,24 +274,6 @@ class Checker {
 };
 
 }  // namespace
-
-std::vector<ColumnBlock> BlocksOf(const Tables::TableLayout& layout) {
-  std::vector<ColumnBlock> blocks;
-  const std::uint64_t chunk = std::max<std::uint64_t>(layout.mChunkRows, 1);
-  const std::uint64_t most = layout.mRows * layout.mColumns <= sBlockValues
-                                 ? layout.mRows
-                                 : std::max<std::uint64_t>(sBlockValues / chunk, 1) * chunk;
-  const std::uint64_t rows =
-      std::clamp<std::uint64_t>(most, 1, std::max<std::uint64_t>(layout.mRows, 1));
-  const std::uint64_t columns = std::max<std::uint64_t>(sBlockValues / rows, 1);
-  for (std::uint64_t row = 0; row < layout.mRows; row += rows) {
-    for (std::uint64_t column = 0; column < layout.mColumns; column += columns) {
-      blocks.push_back({column, std::min(columns, layout.mColumns - column), row,
-                        std::min(rows, layout.mRows - row)});
-    }
-  }
-  return blocks;
-}
 
 CheckResult CheckJoin(InputFiles& joined, InputFiles& files, const JoinOptions& options) {
   joined.RequireAllOpen();

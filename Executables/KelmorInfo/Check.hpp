@@ -4,11 +4,9 @@
 
 #include <cstdint>
 #include <string>
-#include <vector>
 
 #include "Executables/KelmorInfo/InputFiles.hpp"
 #include "Executables/Series/JoinOptions.hpp"
-#include "Utils/Tables/Columns.hpp"
 
 struct CheckResult {
   std::string mDifference;  // the first one; empty if there is none
@@ -21,7 +19,3 @@ struct CheckResult {
 /// steps' times and offsets, some mebibytes of values are in memory at a time, or one chunk of
 /// them.
 CheckResult CheckJoin(InputFiles& joined, InputFiles& files, const JoinOptions& options);
-
-/// The blocks in which a joined table is compared: of whole chunks, and of some mebibytes unless a
-/// chunk is longer.
-std::vector<Tables::ColumnBlock> BlocksOf(const Tables::TableLayout& layout);

@@ -5,7 +5,6 @@
 #include <numeric>
 #include <tuple>
 
-#include "Executables/KelmorInfo/Check.hpp"
 #include "Executables/KelmorInfo/Tests/InfoFixture.hpp"
 #include "Utils/HDF5/Handle.hpp"
 
@@ -14,33 +13,6 @@ namespace {
 namespace fs = std::filesystem;
 using PlainH5::File;
 using testing::HasSubstr;
-
-TEST(Check, BlocksCoverATableInWholeChunks) {
-  constexpr std::uint64_t mega = 1024 * 1024;
-  const std::tuple<std::uint64_t, std::uint64_t, std::uint64_t, std::size_t> cases[] = {
-      {0, 5, 1, 0},
-      {2 * mega, 1, 2 * mega, 1},
-      {mega / 2, 10, mega / 2, 3},   // four columns at a time
-      {50 * mega, 2, 50 * mega, 2},  // a chunk is longer than a block
-      {5 * mega, 1, 131072, 3},
-      {5 * mega, 2, 0, 6},  // not chunked
-      {mega / 2, 10, 3 * mega / 20, 3},
-  };
-  for (const auto& [rows, columns, chunkRows, count] : cases) {
-    Tables::TableLayout layout;
-    std::tie(layout.mRows, layout.mColumns, layout.mChunkRows) = std::tie(rows, columns, chunkRows);
-    const std::vector<Tables::ColumnBlock> blocks = BlocksOf(layout);
-    EXPECT_EQ(blocks.size(), count) << rows << " x " << columns;
-    std::uint64_t values = 0;
-    for (const Tables::ColumnBlock& block : blocks) {
-      values += block.mRows * block.mColumns;
-      EXPECT_LE(block.mFirstRow + block.mRows, rows);
-      EXPECT_EQ(block.mFirstRow % std::max<std::uint64_t>(chunkRows, 1), 0u);
-      EXPECT_LE(block.mRows * block.mColumns, std::max(2 * mega, chunkRows));
-    }
-    EXPECT_EQ(values, rows * columns);
-  }
-}
 
 class CheckTest : public InfoFixture {
  protected:
@@ -105,18 +77,9 @@ Change Copy(const char* from, const char* to) {
   return [=](hid_t file) { EXPECT_GE(H5Ocopy(file, from, file, to, H5P_DEFAULT, H5P_DEFAULT), 0); };
 }
 
-Change Resize(const char* path, hsize_t rows, hsize_t columns) {
-  return [=](hid_t file) {
-    const Vexa_H5::DatasetHandle dataset(H5Dopen2(file, path, H5P_DEFAULT));
-    const hsize_t dims[2] = {rows, columns};
-    EXPECT_GE(H5Dset_extent(dataset, dims), 0);
-  };
-}
-
 TEST_F(CheckTest, TheFirstDifferenceIsTold) {
   WriteInputs();
-  const Arguments inputs = {"0.h5", "1.h5", "2.h5"};
-  Join(inputs);
+  Join({"0.h5", "1.h5", "2.h5"});
   fs::rename(Path("out.h5"), Path("joined.h5"));
   const std::pair<Change, const char*> cases[] = {
       {Set("/A.dir/x.dat", 4, 1, 102.5),
@@ -148,7 +111,6 @@ TEST_F(CheckTest, TheFirstDifferenceIsTold) {
       {Rewrite("/s.txt", nullptr, {"text0text1text2+"}),
        "/s.txt: the length of the text is 16 in out.h5, but should be 15\n"},
       {Rewrite("/s.txt", nullptr, {"text0text1text"}), "/s.txt differs at character 14"},
-      {Resize("/A.dir/x.dat", 11, 2), "/A.dir/x.dat: the number of steps is 11 in out.h5"},
       {Remove("/empty.dat"), "/empty.dat is in 0.h5, but not in out.h5\n"},
       {Copy("/s.txt", "/more.txt"), "/more.txt is in out.h5, but not among what is joined\n"},
       {Copy("/s.txt", "/empty.txt"), "/empty.txt is in out.h5, but all inputs of it are empty\n"},
@@ -157,10 +119,10 @@ TEST_F(CheckTest, TheFirstDifferenceIsTold) {
     fs::remove(Path("out.h5"));
     fs::copy_file(Path("joined.h5"), Path("out.h5"));
     Mutate(change);
-    Arguments arguments = {"-check", "out.h5"};
-    arguments.insert(arguments.end(), inputs.begin(), inputs.end());
-    EXPECT_THAT(Print(arguments, 1), HasSubstr(text));
+    EXPECT_THAT(Print({"-check", "out.h5", "0.h5", "1.h5", "2.h5"}, 1), HasSubstr(text));
   }
+  EXPECT_THAT(Print({"-check", "joined.h5", "-NoWipe", "0.h5", "1.h5", "2.h5"}, 1),
+              HasSubstr("/A.dir/x.dat: the number of steps is 10 in joined.h5, but should be 12"));
 }
 
 // Whether a table holds numbers that go up by one, but for one jump.

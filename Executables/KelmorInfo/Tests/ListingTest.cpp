@@ -27,7 +27,6 @@ TEST_F(ListingTest, TellsWhatFilesHold) {
     file.Version("/V.ver", 2);
   }
   Json json = PrintJson({"a.h5", "b.h5"});
-  EXPECT_EQ(json["files"][0]["datasets"][2]["shape"], Json({5}));
   EXPECT_EQ(json["files"][1]["datasets"][4]["times"], Json({3.0, 3.0}));
   for (Json& dataset : json["union"]) {
     EXPECT_GT(dataset["stored_bytes"], 0);
@@ -124,10 +123,8 @@ TEST_F(ListingTest, MistakesOnTheCommandLineHaveReports) {
       {255, {"-DeltaT", "1", "a.h5"}, "Option '-DeltaT' means nothing without -plan or -check."},
       {255, {"-check", "a.h5", "-json", "a.h5"}, "Option '-json' means nothing with -check."},
       {2, {"a.h5", "-plan", "-plan"}, "Trying to define boolean option 'plan'"},
-      {2, {"a.h5", "-plan", "-DeltaT", " -1"}, "DeltaT most be non-negative."},
       {2, {"a.h5", "-plan", "-skip", "/y|"}, "encountered empty piece"},
       {2, {"a.h5", "-plan", "-check", "a.h5"}, "-check goes neither with -plan nor with -svg."},
-      {255, {"-check", "a.h5", "a.h5"}, "multiple** instances"},
       {255, {"-check", "a.h5", "b.h5", "c.h5"}, "different number of columns"},
   };
   for (const auto& [status, arguments, text] : cases) {
