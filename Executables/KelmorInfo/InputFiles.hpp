@@ -39,13 +39,14 @@ class InputFiles {
   /// they were tried.
   void RequireUnchanged() const;
 
-  /// Those that open, in order, and the number that each of them has among all files.
+  /// Lends the files that open, in order; NumberOf() tells which of all files each of them is.
   Inputs& Opened();
   int NumberOf(int opened) const { return mNumbers[static_cast<std::size_t>(opened)]; }
   const InputFile& OpenedFile(int opened) const { return (*this)[NumberOf(opened)]; }
 
-  /// One of all files, which opens, for who reads one after the other: it then stays open between
-  /// its datasets however many files there are. Not along with Opened().
+  /// Opens one of the files, which must be one that opens, for a caller that reads one file after
+  /// the other: it stays open between its datasets however many files there are. Must not be called
+  /// while the files from Opened() are in use: both would open the same file.
   Inputs OpenAlone(int file) const { return Inputs({(*this)[file].mName}); }
 
  private:

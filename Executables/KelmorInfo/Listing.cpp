@@ -26,7 +26,7 @@ void Include(UnionFacts& all, const Facts& facts) {
     all.mSteps = all.mSteps.value_or(0) + *facts.mSteps;
   }
   all.mTimes.Include(facts.mTimes);
-  // Of a file that could not be read only what is known counts.
+  // A file that could not be read counts only with what is known of it.
   const bool isRead = facts.mProblem.empty();
   if (facts.mKind != "ver" && (isRead || !facts.mShape.empty())) {
     all.mLength = all.mLength.value_or(0) + (facts.mShape.empty() ? 1 : facts.mShape[0]);

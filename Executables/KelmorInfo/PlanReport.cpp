@@ -12,7 +12,7 @@ std::string Range(double from, double to) {
   return from == to ? RoundTrip(from) : RoundTrip(from) + " ... " + RoundTrip(to);
 }
 
-// "8 steps at t = 7 ... 7.875", one after the other.
+// Lists what is wiped of a file: "8 steps at t = 7 ... 7.875", one range after the other.
 std::string Wiped(const PlannedFile& file, bool verbose) {
   constexpr std::size_t mostRanges = 4;
   std::string text;

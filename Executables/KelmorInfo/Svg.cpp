@@ -8,7 +8,8 @@
 
 namespace {
 
-// Of a character of a sans-serif font, compared with its size: rather too much than too little.
+// This is the width of a character of a sans-serif font in parts of its size. It is rather too much
+// than too little.
 constexpr double sCharacterWidth = 0.58;
 
 std::string Fixed(double value) {

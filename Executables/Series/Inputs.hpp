@@ -20,7 +20,7 @@ class Inputs {
   /// Fails, with those that are not, unless all files are as they were before they were opened, and
   /// so is every file to which their external links led.
   void RequireUnchanged() const;
-  /// Of all files on disk.
+  /// Returns how much all files take on disk.
   std::uint64_t TotalBytes() const;
 
   /// Lends an object of a file to `read`, under a context that names both in reports, and lets go
@@ -86,6 +86,6 @@ using Entries = MyMap<std::string, std::vector<int>>;
 Entries FindEntries(const MyVector<CachedH5File>& inputs, const std::string& pattern,
                     const std::string& skip);
 
-/// The same with the number of files for each name.
+/// Counts the files that FindEntries() finds for each name.
 MyMap<std::string, int> ParseEntries(const MyVector<CachedH5File>& inputs,
                                      const std::string& pattern, const std::string& skip);
