@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
-
 #include "Utils/HDF5/ExternalFiles.hpp"
 #include "Utils/HDF5/FilePieces.hpp"
 #include "Utils/HDF5/StoredChunks.hpp"
@@ -13,8 +11,7 @@ using namespace Vexa_H5;
 
 namespace {
 
-using PlainH5::IsReport;
-using PlainH5::ReportOf;
+using PlainH5::ExpectReport;
 
 // Writes a list "L" with a type of the caller's own.
 void WriteList(hid_t id, hid_t type, const std::vector<hsize_t>& dims, const void* values) {
@@ -44,28 +41,16 @@ TEST(UtilsTest, AttributesSurviveAndThoseOfOthersAreReadOrRefused) {
               (MyVector<std::string>{"abc", "ab", ""}));
     H5Adelete(id, "L");
   }
-  const auto refusal = [&] {
-    return ReportOf([&] { RetrieveStringsFromAttributes(id, "L", false, 0); });
-  };
+  const auto read = [&] { RetrieveStringsFromAttributes(id, "L", false, 0); };
   EXPECT_EQ(RetrieveStringsFromAttributes(id, "L", true, 0).size(), 0u);
-  EXPECT_TRUE(IsReport(refusal(), "attr>=0", "H5Aopen failed"));
+  ExpectReport(read, "attr>=0", "H5Aopen failed");
   AttachAttributes<unsigned long>(id, "L", {1, ~0UL}, 0);
   EXPECT_EQ(RetrieveAttributes<unsigned long>(id, "L", false, 0),
             (std::vector<unsigned long>{1, ~0UL}));
-  EXPECT_TRUE(IsReport(refusal(), "", "H5Aread to read Legend of dat-set failed"));
+  ExpectReport(read, "", "H5Aread to read Legend of dat-set failed");
   H5Adelete(id, "L");
   WriteList(id, fixed, {1, 1}, "abc");
-  EXPECT_TRUE(IsReport(refusal(), "ndims==1", "Dimensionality of Attribute is wrong"));
-}
-
-TEST(UtilsTest, OpensCreatesAndRefusesFiles) {
-  const PlainH5::TempDir dir;
-  const std::string path = dir / "new.h5";
-  EXPECT_TRUE(IsReport(ReportOf([&] { OpenFile(path, ReadOnly, 0); }), "access==ReadWrite",
-                       "Attempting to create non-existent file '" + path + "' in ReadOnly mode"));
-  EXPECT_FALSE(std::filesystem::exists(path));
-  H5Fclose(OpenFile(path, ReadWrite, 0));
-  EXPECT_EQ(PlainH5::Bytes(path)[8], 2) << "the version of the superblock";
+  ExpectReport(read, "ndims==1", "Dimensionality of Attribute is wrong");
 }
 
 TEST(ExternalFilesTest, AreThoseThatLinksOfAFileLeadTo) {
@@ -83,14 +68,13 @@ TEST(ExternalFilesTest, AreThoseThatLinksOfAFileLeadTo) {
   }
   std::string found;
   for (const auto& [path, stamp] : ExternalFilesOf(dir / "a.h5")) {
-    found += path + ":" + (stamp == FileStamp(path) ? "" : "other stamp") + "\n";
+    found += path + (stamp == FileStamp(path) ? "\n" : " has another stamp\n");
   }
-  EXPECT_EQ(found, (dir / "b.h5") + ":\n" + (dir / "c.h5") + ":\n");
+  EXPECT_EQ(found, (dir / "b.h5") + "\n" + (dir / "c.h5") + "\n");
 }
 
 TEST(StoredChunksTest, APlaceForEachChunkThatIsBegun) {
   EXPECT_EQ((ChunkGrid{{10, 3}, {4, 3}}).Places(), 3);
-  EXPECT_EQ((ChunkGrid{{8, 3}, {4, 2}}).Places(), 4);
   EXPECT_EQ((ChunkGrid{{8, 3}, {}}).Places(), 0);
 }
 
@@ -110,7 +94,7 @@ TEST(FilePiecesTest, TheLatestBytesCount) {
   write(10, 5, 'a');
   write(20, 5, 'b');
   write(30, 5, 'c');
-  write(8, 15, 'd');  // over one piece and into the next
+  write(8, 15, 'd');  // covers one piece and reaches into the next
   write(25, 2, 'e');  // just behind it
   EXPECT_EQ(overlaid(), file);
   EXPECT_EQ(pieces.Size(), 24u);

@@ -11,8 +11,7 @@
 
 namespace {
 
-using PlainH5::IsReport;
-using PlainH5::ReportOf;
+using PlainH5::ExpectReport;
 
 TEST(NodeTest, FindsAndMakesNodesByPath) {
   const PlainH5::TempDir dir;
@@ -55,7 +54,7 @@ TEST(NodeTest, FindsAndMakesNodesByPath) {
       {[&] { root.CreateNode("z.dat/x.dat"); }, "Type()==\"dir\"", "CreateNode must be called on"},
       {[&] { root.CreateNode("plain"); }, "idx!=std::string::npos", "H5_Node: attempting to"}};
   for (const auto& [action, condition, message] : refusals) {
-    EXPECT_TRUE(IsReport(ReportOf(action), condition, message)) << message;
+    ExpectReport(action, condition, message);
   }
 }
 

@@ -9,15 +9,18 @@
 namespace {
 
 using H5_Objects::Txt;
-using PlainH5::IsReport;
-using PlainH5::ReportOf;
+using PlainH5::ExpectReport;
 
-TEST(TxtTest, EveryWriteOfTheCacheIsOneMoreString) {
-  const PlainH5::TempDir dir;
-  const auto file = PlainH5::File::Create(dir / "t.h5");
+class TxtTest : public testing::Test {
+ protected:
+  PlainH5::TempDir mDir;
+  PlainH5::File mFile = PlainH5::File::Create(mDir / "t.h5");
+};
+
+TEST_F(TxtTest, EveryWriteOfTheCacheIsOneMoreString) {
   Txt txt("log.txt", false, 0);
   txt << "step " << 7 << ", t=" << 0.5;
-  txt.OpenObject(file.Id());
+  txt.OpenObject(mFile.Id());
   EXPECT_EQ(txt.GetSize(), 1u) << "text in memory is one more string";
   txt.WriteCache();
   txt.WriteCache();
@@ -28,14 +31,12 @@ TEST(TxtTest, EveryWriteOfTheCacheIsOneMoreString) {
   txt << std::string("a\0b", 3);
   EXPECT_THROW(txt << static_cast<const char*>(nullptr), std::ios_base::failure);
   EXPECT_EQ(txt.SizeOfCache(), 3u);
-  EXPECT_TRUE(IsReport(ReportOf([&] { txt.WriteCache(); }), "text.find", "Text of log.txt holds"));
+  ExpectReport([&] { txt.WriteCache(); }, "text.find", "Text of log.txt holds");
   txt.CloseObject();
-  EXPECT_EQ(file.ReadStrings("log.txt"), (PlainH5::Strings{"step 7, t=0.5", "b"}));
+  EXPECT_EQ(mFile.ReadStrings("log.txt"), (PlainH5::Strings{"step 7, t=0.5", "b"}));
 }
 
-TEST(TxtTest, KeepsACharacterSetAndChoosesThatOfNewText) {
-  const PlainH5::TempDir dir;
-  auto file = PlainH5::File::Create(dir / "t.h5");
+TEST_F(TxtTest, KeepsACharacterSetAndChoosesThatOfNewText) {
   const std::tuple<const char*, H5T_cset_t, bool> cases[] = {
       // text, label, whether the dataset exists
       {"\xc3\xa9", H5T_CSET_UTF8, true},  {"plain", H5T_CSET_UTF8, true},
@@ -44,33 +45,31 @@ TEST(TxtTest, KeepsACharacterSetAndChoosesThatOfNewText) {
   for (const auto& [text, set, exists] : cases) {
     const std::string name = std::to_string(&std::get<0>(cases[0]) - &text) + ".txt";
     if (exists) {
-      file.Strings(name, {"first"}, {1}, set);
+      mFile.Strings(name, {"first"}, {1}, set);
     }
     Txt txt(name, exists, 0);
     txt << text;
-    txt.OpenObject(file.Id());
+    txt.OpenObject(mFile.Id());
     txt.WriteCache();
     txt.CloseObject();
-    EXPECT_EQ(file.CharacterSet(name), set) << text;
-    EXPECT_EQ(file.ReadStrings(name).back(), text);
+    EXPECT_EQ(mFile.CharacterSet(name), set) << text;
+    EXPECT_EQ(mFile.ReadStrings(name).back(), text);
   }
 }
 
-TEST(TxtTest, ReadsOtherFormatsAndRefusesToExtendThem) {
-  const PlainH5::TempDir dir;
-  auto file = PlainH5::File::Create(dir / "t.h5");
-  file.Strings("scalar.txt", {"whole text"}, {});
-  file.Characters("old.txt", std::string("old text\0\0", 10));
+TEST_F(TxtTest, ReadsOtherFormatsAndRefusesToExtendThem) {
+  mFile.Strings("scalar.txt", {"whole text"}, {});
+  mFile.Characters("old.txt", std::string("old text\0\0", 10));
   const std::tuple<const char*, const char*, const char*, const char*> cases[] = {
       // name, text read, condition and message of the report over more text
       {"scalar.txt", "whole text", "ndims!=0", "H5_ObjectTxt attempting to append to a *scalar*"},
       {"old.txt", "old text", "!mOldDatatype", "Cannot write new Txt format into old.txt,\nwhich"}};
   for (const auto& [name, expected, condition, message] : cases) {
     Txt txt(name, true, 0);
-    txt.OpenObject(file.Id());
+    txt.OpenObject(mFile.Id());
     EXPECT_EQ(txt.RetrieveData(), expected);
     txt << "more";
-    EXPECT_TRUE(IsReport(ReportOf([&txt] { txt.WriteCache(); }), condition, message)) << name;
+    ExpectReport([&txt] { txt.WriteCache(); }, condition, message);
     txt.CloseObject();
   }
 }

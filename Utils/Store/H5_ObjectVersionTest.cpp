@@ -7,8 +7,7 @@
 namespace {
 
 using H5_Objects::Version;
-using PlainH5::IsReport;
-using PlainH5::ReportOf;
+using PlainH5::ExpectReport;
 
 TEST(VersionTest, WritesItsHistoryOnce) {
   const PlainH5::TempDir dir;
@@ -29,10 +28,9 @@ TEST(VersionTest, WritesItsHistoryOnce) {
             (PlainH5::Strings{"a1", "first", "b2", "", "\xc3\xa9", "third\nline"}));
 
   version.Initialize(history);
-  EXPECT_TRUE(IsReport(ReportOf([&] { version.OpenObject(file.Id()); }),
-                       "mCurrentVersion == currdims[0]+mHist.size()", "oops: CurrentVersion = 3"));
-  EXPECT_TRUE(IsReport(ReportOf([&] { version.WriteCache(); }), "mSize==0",
-                       "This can be written only once, "));
+  ExpectReport([&] { version.OpenObject(file.Id()); },
+               "mCurrentVersion == currdims[0]+mHist.size()", "oops: CurrentVersion = 3");
+  ExpectReport([&] { version.WriteCache(); }, "mSize==0", "This can be written only once, ");
   version.CloseObject();
 }
 

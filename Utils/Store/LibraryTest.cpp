@@ -25,23 +25,21 @@ class H5_LibraryTest : public testing::Test {
  protected:
   void Append(const std::string& name, int rows) const {
     CachedH5File file(mDir / name, ReadWrite, {}, 0);
-    auto& dat = file.GetObjectForWrite<Dat>("G.dir/x.dat");
+    auto& dat = file.GetObjectForWrite<Dat>("x.dat");
     if (!dat.IsInitialized()) {
       dat.Initialize({"t"}, true, 16);
     }
-    for (int i = 0; i < rows; ++i) {
+    while (rows-- > 0) {
       dat.Append({1.});
     }
   }
-  std::uint64_t Rows(const std::string& name) const {
-    return PlainH5::File::Open(mDir / name).Dims("G.dir/x.dat")[0];
-  }
+  PlainH5::File Plain(const std::string& name) const { return PlainH5::File::Open(mDir / name); }
+  std::uint64_t RowsOfA() const { return Plain("a.h5").Dims("x.dat")[0]; }
   // Makes a file of the program's own, with a group, and leaves it open.
   void Leave(const std::string& name) const {
     const hid_t file_id = H5Fcreate((mDir / name).c_str(), H5F_ACC_TRUNC, H5P_DEFAULT, H5P_DEFAULT);
     H5Gclose(H5Gcreate2(file_id, "g", H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT));
   }
-  bool IsWhole(const char* name) const { return PlainH5::File::Open(mDir / name).Has("/g"); }
 
   PlainH5::TempDir mDir;
 };
@@ -57,8 +55,8 @@ TEST_F(H5_LibraryTest, WhatTheProgramLeftOpenIsClosedLikeOurs) {
   };
   for (const bool fails : {false, true}) {
     EXPECT_EXIT(storeFirst(fails), ExitedWithCode(fails ? 255 : 0), "");
-    EXPECT_EQ(Rows("a.h5"), fails ? 6u : 3u);
-    EXPECT_TRUE(IsWhole("user.h5"));
+    EXPECT_EQ(RowsOfA(), fails ? 6u : 3u);
+    EXPECT_TRUE(Plain("user.h5").Has("/g"));
   }
 }
 
@@ -77,17 +75,17 @@ TEST_F(H5_LibraryTest, UsedBeforeTheStoreAndClosedWhileRowsWait) {
     Append("a.h5", 3);
     CachedH5File file(mDir / "a.h5", ReadWrite, {}, 0);
     TheCachedH5FileHolder().WriteCache();
-    auto& dat = file.GetObjectForRead<Dat>("G.dir/x.dat");
+    auto& dat = file.GetObjectForRead<Dat>("x.dat");
     dat.Append({1.});
     H5close();
     Leave("after.h5");  // under the identifiers that a.h5 had
-    file.GetObjectForRead<Dat>("G.dir/x.dat");
+    file.GetObjectForRead<Dat>("x.dat");
     std::exit(dat.RetrieveData().Size() == 3 ? 0 : 1);
   };
   EXPECT_EXIT(run(), ExitedWithCode(0), "^$");
-  EXPECT_EQ(Rows("a.h5"), 4u);
-  EXPECT_TRUE(IsWhole("before.h5"));
-  EXPECT_TRUE(IsWhole("after.h5"));
+  EXPECT_EQ(RowsOfA(), 4u);
+  EXPECT_TRUE(Plain("before.h5").Has("/g"));
+  EXPECT_TRUE(Plain("after.h5").Has("/g"));
 }
 
 TEST_F(H5_LibraryTest, AFailureAtTheEndKeepsItsStatusThoughTheLibraryEndsItself) {
@@ -101,7 +99,7 @@ TEST_F(H5_LibraryTest, AFailureAtTheEndKeepsItsStatusThoughTheLibraryEndsItself)
   };
   EXPECT_EXIT(run(), ExitedWithCode(255), "HDF5-DIAG");
   // Nobody closed it, or it would pass for a whole file.
-  EXPECT_FALSE(PlainH5::File::Open(mDir / "a.h5").Has("/G.dir"));
+  EXPECT_FALSE(Plain("a.h5").Has("/x.dat"));
 }
 
 TEST_F(H5_LibraryTest, ASecondThreadInsideTheStoreIsReportedAndLosesNothing) {
@@ -113,15 +111,15 @@ TEST_F(H5_LibraryTest, ASecondThreadInsideTheStoreIsReportedAndLosesNothing) {
       while (!MyAbortCalled_UncleanShutdown()) {
         std::this_thread::yield();
       }
-      file.GetObjectForWrite<Dat>("G.dir/x.dat").Append({1.});  // nested, so allowed
+      file.GetObjectForWrite<Dat>("x.dat").Append({1.});  // nested, so allowed
     };
-    file.WriteImmediately("G.dir/x.dat", whileInside);
+    file.WriteImmediately("x.dat", whileInside);
     while (true) {
       Append("c.h5", 1);  // until it is stopped here
     }
   };
   EXPECT_EXIT(run(), ExitedWithCode(255), "The store is used by two threads at once");
-  EXPECT_EQ(Rows("a.h5"), 4u);
+  EXPECT_EQ(RowsOfA(), 4u);
 }
 
 }  // namespace

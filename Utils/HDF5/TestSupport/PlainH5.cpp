@@ -2,8 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <fstream>
 #include <iterator>
+#include <ranges>
 
 #include "Utils/ErrorHandling/CodeError.hpp"
 #include "Utils/HDF5/Handle.hpp"
@@ -61,11 +63,13 @@ DatasetHandle OpenDataset(hid_t file, const std::string& path) {
   return DatasetHandle(Checked(H5Dopen2(file, path.c_str(), H5P_DEFAULT)));
 }
 
+PropertyListHandle CreationList(hid_t file, const std::string& path) {
+  return PropertyListHandle(Checked(H5Dget_create_plist(OpenDataset(file, path))));
+}
+
 std::vector<const char*> Pointers(const Strings& strings) {
-  std::vector<const char*> pointers;
-  for (const std::string& text : strings) {
-    pointers.push_back(text.c_str());
-  }
+  std::vector<const char*> pointers(strings.size());
+  std::ranges::transform(strings, pointers.begin(), &std::string::c_str);
   return pointers;
 }
 
@@ -120,9 +124,7 @@ void File::Table(const std::string& path, const Rows& rows, const TableOptions& 
     H5Pset_fletcher32(list);
   }
   std::vector<double> values;
-  for (const std::vector<double>& row : rows) {
-    values.insert(values.end(), row.begin(), row.end());
-  }
+  std::ranges::copy(rows | std::views::join, std::back_inserter(values));
   WriteDataset(mId, path, options.mType < 0 ? H5T_NATIVE_DOUBLE : options.mType, H5T_NATIVE_DOUBLE,
                {rows.size(), rows.empty() ? columns : rows[0].size()}, values.data(),
                options.mChunk, list);
@@ -133,15 +135,11 @@ void File::Table(const std::string& path, const Rows& rows, const TableOptions& 
 
 void File::Version(const std::string& path, int entries) {
   PlainH5::Strings strings;
-  for (int i = 0; i < entries; ++i) {
-    strings.push_back("hash" + std::to_string(i));
-    strings.push_back("help" + std::to_string(i));
+  for (int i = 0; i < 2 * entries; ++i) {
+    strings.push_back((i % 2 == 0 ? "hash" : "help") + std::to_string(i / 2));
   }
   Strings(path, strings, {static_cast<hsize_t>(entries), 2});
-  VersionNumber(path, static_cast<unsigned long long>(entries));
-}
-
-void File::VersionNumber(const std::string& path, unsigned long long number) {
+  const auto number = static_cast<unsigned long long>(entries);
   WriteAttribute(mId, path, "Version", H5T_NATIVE_ULLONG, 1, &number);
 }
 
@@ -192,8 +190,7 @@ H5T_cset_t File::CharacterSet(const std::string& path) const {
 }
 
 Strings File::ReadStringAttribute(const std::string& path, const std::string& name) const {
-  const AttributeHandle attribute(
-      Checked(H5Aopen_by_name(mId, path.c_str(), name.c_str(), H5P_DEFAULT, H5P_DEFAULT)));
+  const AttributeHandle attribute(Checked(H5Aopen_by_name(mId, path.c_str(), name.c_str(), 0, 0)));
   const DatatypeHandle type(H5Aget_type(attribute));
   return TakeStrings(type, DataspaceHandle(H5Aget_space(attribute)),
                      [&](void* pointers) { return H5Aread(attribute, type, pointers); });
@@ -207,20 +204,13 @@ Dims File::Dims(const std::string& path) const {
 }
 
 Dims File::Chunk(const std::string& path) const {
-  const PropertyListHandle list(H5Dget_create_plist(OpenDataset(mId, path)));
   PlainH5::Dims chunk(Dims(path).size());
-  EXPECT_GE(H5Pget_chunk(list, static_cast<int>(chunk.size()), chunk.data()), 0);
+  EXPECT_GE(H5Pget_chunk(CreationList(mId, path), static_cast<int>(chunk.size()), chunk.data()), 0);
   return chunk;
 }
 
-std::vector<H5Z_filter_t> File::Filters(const std::string& path) const {
-  const PropertyListHandle list(H5Dget_create_plist(OpenDataset(mId, path)));
-  std::vector<H5Z_filter_t> filters(static_cast<std::size_t>(H5Pget_nfilters(list)));
-  for (unsigned i = 0; i < filters.size(); ++i) {
-    std::size_t values = 0;
-    filters[i] = H5Pget_filter2(list, i, nullptr, &values, nullptr, 0, nullptr, nullptr);
-  }
-  return filters;
+int File::FilterCount(const std::string& path) const {
+  return H5Pget_nfilters(CreationList(mId, path));
 }
 
 std::string Bytes(const std::string& path) {
@@ -238,9 +228,11 @@ std::string ReportOf(const std::function<void()>& action) {
   return "";
 }
 
-bool IsReport(const std::string& report, const std::string& condition, const std::string& message) {
-  return report.find("\n#### " + condition) != std::string::npos &&
-         report.find(")\n" + message) != std::string::npos;
+void ExpectReport(const std::function<void()>& action, const std::string& condition,
+                  const std::string& message) {
+  const std::string report = ReportOf(action);
+  EXPECT_NE(report.find("\n#### " + condition), std::string::npos) << message << report;
+  EXPECT_NE(report.find(")\n" + message), std::string::npos) << message << report;
 }
 
 }  // namespace PlainH5

@@ -54,7 +54,6 @@ class File {
              hsize_t columns = 0);
   /// A record with that many entries, {"hash0", "help0"} and so on.
   void Version(const std::string& path, int entries);
-  void VersionNumber(const std::string& path, unsigned long long number);
   /// Strings of variable length with the character set; a scalar if `dims` is empty, and a dataset
   /// that can grow if it has one dimension.
   void Strings(const std::string& path, const PlainH5::Strings& strings, const PlainH5::Dims& dims,
@@ -70,7 +69,7 @@ class File {
   PlainH5::Strings ReadStringAttribute(const std::string& path, const std::string& name) const;
   PlainH5::Dims Dims(const std::string& path) const;
   PlainH5::Dims Chunk(const std::string& path) const;
-  std::vector<H5Z_filter_t> Filters(const std::string& path) const;
+  int FilterCount(const std::string& path) const;
 
  private:
   explicit File(hid_t id) : mId(id) {}
@@ -82,7 +81,9 @@ std::string Bytes(const std::string& path);
 /// The text of the report in which `action` ends; empty if it ends in none.
 std::string ReportOf(const std::function<void()>& action);
 
-/// Whether a report is about that condition and has that message, both in full or their beginning.
-bool IsReport(const std::string& report, const std::string& condition, const std::string& message);
+/// Expects `action` to end in a report about that condition with that message, both in full or
+/// their beginning.
+void ExpectReport(const std::function<void()>& action, const std::string& condition,
+                  const std::string& message);
 
 }  // namespace PlainH5
