@@ -2,9 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <functional>
-#include <tuple>
-
 #include "Utils/HDF5/TestSupport/PlainH5.hpp"
 #include "Utils/Store/H5_File.hpp"
 #include "Utils/Store/H5_ObjectDat.hpp"
@@ -48,14 +45,13 @@ TEST(NodeTest, FindsAndMakesNodesByPath) {
   EXPECT_EQ(plain.ReadTable("A.dir/B.dir/x.dat"), (PlainH5::Rows{{1}}));
   EXPECT_FALSE(plain.Has("/A.dir/empty.dat"));
 
-  const std::tuple<std::function<void()>, const char*, const char*> refusals[] = {
-      {[&] { root.GetNode("../z.dat"); }, "ptr->Parent()!=nullptr", "Trying to proceed to parent"},
-      {[&] { root.GetNode("no.dat"); }, "ptr!=nullptr", "Node no.dat not found"},
-      {[&] { root.CreateNode("z.dat/x.dat"); }, "Type()==\"dir\"", "CreateNode must be called on"},
-      {[&] { root.CreateNode("plain"); }, "idx!=std::string::npos", "H5_Node: attempting to"}};
-  for (const auto& [action, condition, message] : refusals) {
-    ExpectReport(action, condition, message);
-  }
+  ExpectReport([&] { root.GetNode("../z.dat"); }, "ptr->Parent()!=nullptr",
+               "Trying to proceed to parent");
+  ExpectReport([&] { root.GetNode("no.dat"); }, "ptr!=nullptr", "Node no.dat not found");
+  ExpectReport([&] { root.CreateNode("z.dat/x.dat"); }, "Type()==\"dir\"",
+               "CreateNode must be called on");
+  ExpectReport([&] { root.CreateNode("plain"); }, "idx!=std::string::npos",
+               "H5_Node: attempting to");
 }
 
 }  // namespace

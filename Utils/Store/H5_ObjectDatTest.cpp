@@ -2,9 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <limits>
-#include <tuple>
 
 #include "Utils/HDF5/TestSupport/PlainH5.hpp"
 
@@ -57,33 +55,28 @@ TEST_F(DatTest, Refusals) {
   Dat dat("there.dat", true, 0);
   dat.OpenObject(mFile.Id());
   dat.Append({2, 3});
-  const auto retrieve = [&](int column, int first, int onePastLast) {
-    return [=, &dat] { dat.RetrieveColumns({column}, first, onePastLast); };
+  const auto refuses = [&](int column, int first, int onePastLast, const char* condition) {
+    ExpectReport([&] { dat.RetrieveColumns({column}, first, onePastLast); }, condition,
+                 "Dat::RetrieveColumns ");
   };
-  const std::string range = "Dat::RetrieveColumns ";
-  const std::tuple<std::function<void()>, const char*, std::string> refusals[] = {
-      {[] { Dat("a.dat", false, 0).Append({1}); }, "IsInitialized()",
-       "H5_Objects::Dat must be initialized before appending\nName=a.dat"},
-      {[&] { dat.Append({1}); }, "static_cast<int>(mExtents[1])==data.Size()",
-       "data being appended inconsistent with Extents\nName=there.dat"},
-      {retrieve(0, 0, 3), "one_past_last <= GetExtents()[0]", range},
-      {retrieve(0, 0, 2), "one_past_last <= mExtents[0]", range},  // reaches into the cache
-      {retrieve(0, 1, 0), "first <= one_past_last", range},
-      {retrieve(2, 0, 1), "columns[j]>=0 && static_cast<unsigned long long>(columns[j])<", range},
-      {[] {
-         Dat widths("there.dat", true, 0);
-         widths.Append({1, 2, 3});
-         widths.Append({1});
-       },
-       "mNumberOfColumnsPerRow==data.size()", "data being appended must be"},
-      {[&] {
-         dat.WriteManyStepsImmediately({1, 2});
-       },
-       "data.empty() || mExtents[1]==1",
-       "WriteManyStepsImmediately needs a dataset of one column"}};
-  for (const auto& [action, condition, message] : refusals) {
-    ExpectReport(action, condition, message);
-  }
+  refuses(0, 0, 3, "one_past_last <= GetExtents()[0]");
+  refuses(0, 0, 2, "one_past_last <= mExtents[0]");  // reaches into the cache
+  refuses(0, 1, 0, "first <= one_past_last");
+  refuses(2, 0, 1, "columns[j]>=0 && static_cast<unsigned long long>(columns[j])<");
+  ExpectReport([] { Dat("a.dat", false, 0).Append({1}); }, "IsInitialized()",
+               "H5_Objects::Dat must be initialized before appending\nName=a.dat");
+  ExpectReport([&] { dat.Append({1}); }, "static_cast<int>(mExtents[1])==data.Size()",
+               "data being appended inconsistent with Extents\nName=there.dat");
+  Dat widths("there.dat", true, 0);
+  widths.Append({1, 2, 3});
+  ExpectReport([&] { widths.Append({1}); }, "mNumberOfColumnsPerRow==data.size()",
+               "data being appended must be");
+  widths.DropCache();
+  ExpectReport(
+      [&] {
+        dat.WriteManyStepsImmediately({1, 2});
+      },
+      "data.empty() || mExtents[1]==1", "WriteManyStepsImmediately needs a dataset of one column");
   EXPECT_EQ(dat.RetrieveColumns({1, 0}, 1, 2), (MyVector<MyVector<double>>{{3}, {2}}));
   EXPECT_EQ(dat.RetrieveData(), (MyVector<MyVector<double>>{{0, 1}, {2, 3}}));
   EXPECT_EQ(dat.GetLegend()[1], "undef 1");
