@@ -5,7 +5,6 @@
 import os
 import pathlib
 import re
-import socket
 import zlib
 
 import h5py
@@ -128,18 +127,6 @@ def half(path):
     os.truncate(path, os.path.getsize(path) // 2)
 
 
-def bound_socket(path):
-    with socket.socket(socket.AF_UNIX) as one:
-        one.bind(path)
-
-
-def virtual(file):
-    layout = h5py.VirtualLayout((5, 2), "f8")
-    layout[:] = h5py.VirtualSource("first.h5", "a", (5, 2))
-    del file[TABLE]
-    file.create_virtual_dataset(TABLE, layout)
-
-
 def flat_meshes(file):
     index([[0, 72, 12]], TDM_INDEX)(file)
     spec(3, 11, 1)(file)
@@ -180,9 +167,7 @@ FILES = [  # that are no segments
     ("H5Fopen(", lambda path: pathlib.Path(path).write_bytes(b"hello world\n" * 100)),
     ("H5Fopen(", half),
     ("not a regular file", os.mkdir), ("not a regular file", os.mkfifo),
-    ("not a regular file", bound_socket),
-    ("not a regular file", lambda path: os.symlink("/dev/zero", path)),
-    ("not found", lambda path: None), ("not found", lambda path: os.symlink(path, path)),
+    ("not a regular file", lambda path: os.symlink("/dev/zero", path)), ("not found", lambda path: None),
     ("**multiple** instances", lambda path: os.symlink("first.h5", path)),
     (JOINS, lambda path: os.link("first.h5", path)),
     (DAMAGED + "1", damaged_column),
@@ -192,11 +177,9 @@ FILES = [  # that are no segments
     ("has 1 characters instead of 2130706436", overwritten(RECORD, first_chunk, LENGTH)),
     ("neither strings nor", overwritten(TEXT, behind(STRING, 4), (1 << 20).to_bytes(4, "little"))),
     ("neither strings nor characters", overwritten(RECORD, behind(STRING, 1), b"\x08")),
-    ("that it does not take: shuffle", overwritten(TABLE, behind(b"shuffle\0"), b"\0")),
     ("that it does not take: deflate 10", overwritten(TABLE, behind(b"deflate\0"), b"\x0a")),
     (JOINS, overwritten(TABLE, behind(FLOAT, 1 - len(FLOAT)), b"\x21")),
     (NUMBERS, overwritten(TABLE, behind(FLOAT, 2 - len(FLOAT)), b"\x40")),
-    (NUMBERS, overwritten(TABLE, behind(FLOAT, 12 - len(FLOAT)), b"\x36")),
     (DAMAGED, overwritten(TABLE, behind(FLOAT, 4 - len(FLOAT)), b"\x10")),
     ("Damaged header: an attribute of", overwritten(RECORD, behind(b"Version\0", -13), b"\x7f")),
     ("Damaged header: the values", overwritten(RECORD, behind(b"Version\0", 26), b"\x01")),
@@ -210,28 +193,23 @@ CHANGES = [  # of segments: of tables and legends
     ("with other filters than shuffle, deflate and fletcher32", with_data(
         TABLE, np.zeros((50, 2)), chunks=(50, 1), compression="lzf")),
     (ELSEWHERE, with_data(TABLE, shape=(3, 2), dtype="f8", external=[("no.bin", 0, UNLIMITED)])),
-    (ELSEWHERE, virtual),
     (JOINS, with_data(TABLE, shape=(3, 2), maxshape=(None, 2), chunks=(1 << 28, 1))),
     (JOINS, with_data(TABLE, np.ones((2, 2), np.longdouble))),
     ("Damaged chunks in a.dat: 80 bytes", chunks(bytes(40))),
     (DAMAGED + "0: too few values", chunks(zlib.compress(bytes(40)), **GZIP)),
     (DAMAGED + "0: too many values", chunks(zlib.compress(bytes(20_000_000)), **GZIP)),
     ("194409 bytes are stored", chunks(zlib.compress(bytes(200_000_000)), **GZIP)),
-    (DAMAGED, chunks(b"no deflate", **GZIP)),
     (DAMAGED, chunks(bytes(323) + b"x", fletcher32=True)),
     (JOINS, chunks(np.arange(40.0).tobytes(), 1, **GZIP)),
     ("expected strings", attribute(TABLE, "Legend", np.arange(2))),
     ("Dimensionality of Attribute", attribute(TABLE, "Legend", np.array([[b"a", b"b"]]))),
     ("internal consistency error", attribute(TABLE, "Legend", [b"a"])),
-    (JOINS, attribute(TABLE, "Legend", objects("x" * 60000, "y"), UTF8)),
     (JOINS, attribute(TABLE, "Legend", np.array([b"\xff\xfe", b"a"], "S2"))),
     # Coefficient sets and tensor series.
     ("holds the offset nan", index([[0, np.nan], [1, 9]])),
-    ("holds the offset 1.8", index([[0, 2.0**64], [1, 9]])),
     ("decreases from 5 to 3", index([[0, 5], [1, 3], [2, 9]])),
     ("ends at 3, but there are 9 values", index([[0, 2], [1, 3]])),
     ("has 3 columns instead of 2", index([[0, 2, 3], [1, 9, 3]])),
-    ("index.dat claims", with_data(INDEX, shape=(MANY, 2), chunks=(100, 1), dtype="f8")),
     ("have 2 columns instead of 1", with_data(COEFS, np.zeros((9, 2)))),
     ("have 2 columns instead of 1", with_data(DATA, np.zeros((72, 2)))),
     ("holds the mesh extent 4.2", extents(72, 2.0**32, 2.0**32)),
@@ -280,10 +258,8 @@ CHANGES = [  # of segments: of tables and legends
     (JOINS, link("a\n\x1b[31m.dat", np.zeros((2, 2)))),
     (JOINS, link(b"\xff\xfe.dat", np.zeros((2, 2)))),
     ("Opening of", link("s.dat", h5py.SoftLink("/none"))),
-    ("Opening of", link("s.dat", h5py.ExternalLink("/dev/zero", "/x"))),
     (JOINS, link("s.dat", h5py.ExternalLink("first.h5", TABLE))),
     (CYCLE, link("s.dir", h5py.SoftLink("/"))),
-    (CYCLE, link("A.dir/b.dir/c.dir", lambda file: file["A.dir"])),
     ("leads to more objects than it has room for", nested_pairs),
     ("are nested more than", nested(20000)), (JOINS, nested(1000)),
 ]
@@ -315,15 +291,13 @@ def run_input(judge, number, place):
 
 SURROUNDINGS = [  # something in the place of the output or of the file of reports, and what is said
     ("out.h5", lambda path: path.write_text("mine"), "out.h5 already exists.\nCowardly refusing"),
-    ("out.h5", os.mkfifo, "Cowardly refusing"), ("out.h5", os.mkdir, "Cowardly refusing"),
+    ("out.h5", os.mkfifo, "Cowardly refusing"),
     ("out.h5", lambda path: path.symlink_to("first.h5"), "Cowardly refusing"),
-    ("out.h5", lambda path: os.link(path.with_name("first.h5"), path), "Cowardly refusing"),
     ("out.h5", lambda path: path.symlink_to("nowhere.h5"), "H5Fcreate("),
-    ("mine.h5/", lambda path: write_plain(path, kinds=("txt",)), "'mine.h5/' is not the name of a"),
     ("none/out.h5", None, "in nonexistent directory"), ("n" * 300, None, ""), ("", None, ""),
     ("first.h5/out.h5", None, ""), ("first.h5", None, ""),
-    ("Errors000.txt", os.mkfifo, ""), ("Errors000.txt", os.mkdir, ""),
-    ("Errors000.txt", lambda path: path.symlink_to("/dev/full"), ""),
+    ("Errors000.txt", os.mkfifo, "bad.h5"), ("Errors000.txt", os.mkdir, "bad.h5"),
+    ("Errors000.txt", lambda path: path.symlink_to("/dev/full"), "bad.h5"),
 ]
 
 
@@ -331,11 +305,9 @@ def run_surroundings(judge, number):
     name, make, says = SURROUNDINGS[number]
     if make:
         make(judge.folder / name)
-    if name == "Errors000.txt":
-        judge.join(["none.h5"], allowed=(255,), about=("none.h5",), reports_to_file=False)
-        judge.join(PAIR, allowed=(0,))
-    else:
-        judge.join(PAIR, output=name, allowed=(255,), about=(says,))
+    is_output = name != "Errors000.txt"
+    inputs, output = (PAIR, name) if is_output else (["bad.h5"], "out.h5")
+    judge.join(inputs, output=output, allowed=(255,), about=(says,), reports_to_file=is_output)
 
 
 def bad_cases(share):

@@ -22,7 +22,6 @@
 static const char* sFailing; /* the function whose later calls fail too */
 
 #define REAL(result, name, types) ((result(*) types)dlsym(RTLD_NEXT, name))
-#define CLOSE REAL(int, "close", (int))
 
 /* The number of the record, from 0. */
 static long Record(const char* call, const char* name) {
@@ -34,7 +33,7 @@ static long Record(const char* call, const char* name) {
     abort();
   }
   const long end = lseek(trace, 0, SEEK_CUR);
-  CLOSE(trace);
+  REAL(int, "close", (int))(trace);
   return end / 64 - 1;
 }
 
@@ -90,6 +89,7 @@ MOVE(pread, (int fd, void* to, size_t n, off_t at), fd, to, n, at)
 MOVE(pwrite, (int fd, const void* from, size_t n, off_t at), fd, from, n, at)
 FAIL(int, open, (const char* path, int flags, mode_t mode), -1, path, path, flags, mode)
 FAIL(int, ftruncate, (int fd, off_t n), fd, NULL, fd, n)
+FAIL(int, close, (int fd), fd, NULL, fd)
 FAIL(int, fsync, (int fd), fd, NULL, fd)
 FAIL(int, flock, (int fd, int how), fd, NULL, fd, how)
 FAIL(int, fstat, (int fd, void* to), fd, NULL, fd, to)
@@ -99,13 +99,3 @@ FAIL(int, unlink, (const char* path), -1, path, path)
 FAIL(int, link, (const char* from, const char* path), -1, path, from, path)
 FAIL(int, linkat, (int k, const char* p, int fd, const char* to, int w), fd, to, k, p, fd, to, w)
 
-FUNCTION(char*, realpath, (const char* path, char* to)) {
-  Fails("realpath", -1, path);
-  return REAL(char*, "realpath", (const char*, char*))(path, to);
-}
-FUNCTION(int, close, (int fd)) { /* which loses the descriptor even when it fails */
-  const int fails = Fails("close", fd, NULL);
-  const int result = CLOSE(fd);
-  errno = fails ? atoi(getenv("FAULT_ERROR")) : errno;
-  return fails ? -1 : result;
-}

@@ -8,7 +8,6 @@ import types
 import h5py
 import numpy as np
 from check import component_count, in_bytes
-from h5py import h5d, h5p, h5s, h5t
 
 ASCII, UTF8 = h5py.string_dtype("ascii"), h5py.string_dtype("utf-8")
 KINDS = ("dat", "coef", "tdm", "txt", "ver")
@@ -84,18 +83,12 @@ def random_plans(rng):
 def random_times(rng, start):
     count = rng.choice((0, 1, 2, 5, 20, rng.randrange(60)))
     times = start + rng.choice((0.25, 0.5, 1.0)) * np.arange(count)
-    oddity = rng.randrange(9) if count > 2 else None
-    if oddity == 0:
-        times[rng.randrange(count)] = rng.choice((np.nan, np.inf, -np.inf))
-    elif oddity == 1:
-        times[-1] = rng.choice((np.nan, np.inf, -np.inf, -3.0))
-    elif oddity == 2:
-        times = np.repeat(times, 2)[:count]
-    elif oddity == 3:
-        times = np.array(rng.sample(list(times), count))
-    elif oddity == 4:
-        times += np.array([rng.choice((0, 1e-11, -1e-11, 1e-10)) for _ in times])
-    return times
+    odd = rng.choice((np.nan, np.inf, -np.inf, -3.0))
+    oddities = [lambda: np.where(np.arange(count) == rng.randrange(count), odd, times),
+                lambda: np.append(times[:-1], odd), lambda: np.repeat(times, 2)[:count],
+                lambda: np.array(rng.sample(list(times), count)),
+                lambda: times + [rng.choice((0, 1e-11, -1e-11, 1e-10)) for _ in times]]
+    return rng.choice(oddities)() if count > 2 and rng.random() < 0.5 else times
 
 
 def random_values(rng, count):
@@ -123,33 +116,21 @@ def random_table(rng, group, name, rows, legend, must_be_exact=False):
     dtype, written, columns = np.dtype(rng.choice(types)), len(rows), rows.shape[1]
     with np.errstate(all="ignore"):
         rows = rows.astype(dtype)
-    layout, keywords = rng.choice(("contiguous", "compact", "chunked", "chunked", "chunked")), {}
-    if layout == "compact" and 0 < rows.nbytes < 60000:
-        plist = h5p.create(h5p.DATASET_CREATE)
-        plist.set_layout(h5d.COMPACT)
-        h5d.create(group.id, in_bytes(name), h5t.py_create(dtype), h5s.create_simple(rows.shape),
-                   plist).write(h5s.ALL, h5s.ALL, rows)
-        table = group[name]
-    else:
-        if layout == "chunked":
-            chunk = (rng.choice((1, 2, 3, 7, 64, max(1, len(rows)))), rng.choice((1, 1, columns)))
-            largest = [(None, columns), (None, None)]
-            if chunk[0] <= len(rows):
-                largest.append((len(rows) + 5, columns))
-            keywords = {"chunks": chunk, "maxshape": rng.choice(largest)} | rng.choice((
-                {}, FILTERS, FILTERS, {"compression": rng.randrange(10)}, {"fletcher32": True},
-                {"shuffle": True, "fletcher32": True}))
-            if not must_be_exact and rng.random() < 0.2:  # rows that were never written
-                keywords["fillvalue"] = 7
-                written //= 2
-        table = group.create_dataset(name, shape=rows.shape, dtype=dtype, **keywords)
-        if written:
-            table[:written] = rows[:written]
-        if keywords.get("compression") and chunk[1] == 1 and written >= chunk[0] and rng.random() < 0.3:
-            # One chunk is stored past all filters, as its filter mask says.
-            plist = table.id.get_create_plist()
-            table.id.write_direct_chunk((0, 0), rows[:chunk[0], 0].tobytes(),
-                                        (1 << plist.get_nfilters()) - 1)
+    keywords = {}
+    if rng.random() < 0.6:  # or contiguous
+        chunk = (rng.choice((1, 2, 3, 7, 64, max(1, len(rows)))), rng.choice((1, 1, columns)))
+        largest = [(None, columns), (None, None)]
+        if chunk[0] <= len(rows):
+            largest.append((len(rows) + 5, columns))
+        keywords = {"chunks": chunk, "maxshape": rng.choice(largest)} | rng.choice((
+            {}, FILTERS, FILTERS, {"compression": rng.randrange(10)}, {"fletcher32": True},
+            {"shuffle": True, "fletcher32": True}))
+        if not must_be_exact and rng.random() < 0.2:  # rows that were never written
+            keywords["fillvalue"] = 7
+            written //= 2
+    table = group.create_dataset(name, shape=rows.shape, dtype=dtype, **keywords)
+    if written:
+        table[:written] = rows[:written]
     if legend is not None:
         random_strings(rng, table, "Legend", legend)
 
