@@ -4,16 +4,15 @@
 // Every `flush` steps it says "b <step>", writes its caches, and says "f <step>" if all steps
 // before that one are in the file, otherwise "w <step>".
 #include <algorithm>
-#include <array>
 #include <cstdlib>
 #include <iostream>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "Utils/ErrorHandling/CachedOutput.hpp"
 #include "Utils/Store/CachedH5File.hpp"
 #include "Utils/Store/CachedH5FileHolder.hpp"
-#include "Utils/Store/H5_ObjectCoef.hpp"
 #include "Utils/Store/H5_ObjectDat.hpp"
 #include "Utils/Store/H5_ObjectTdm.hpp"
 
@@ -34,18 +33,15 @@ struct Objects {
   explicit Objects(CachedH5File& file)
       : mTable(Get<H5_Objects::Dat>(file, "/Run.dir/a.dat", MyVector<std::string>{"t", "x", "y"},
                                     true, 64)),
-        mSet(Get<H5_Objects::Coef>(file, "/Run.dir/c.coef", "t", "c", true, 64, 256)),
         mSeries(Get<H5_Objects::Tdm>(file, "/m.tdm", "t", "m", sVector, 2, true, 64, 256)) {}
 
   H5_Objects::Dat& mTable;
-  H5_Objects::Coef& mSet;
   H5_Objects::Tdm& mSeries;
 };
 
-// The first step that each object lacks.
-std::array<long long, 3> NextSteps(const Objects& objects) {
+// The steps that the table and the series have.
+std::pair<long long, long long> Steps(const Objects& objects) {
   return {static_cast<long long>(objects.mTable.GetExtents()[0]),
-          static_cast<long long>(objects.mSet.GetNumberOfTimeSteps()),
           static_cast<long long>(objects.mSeries.GetNumberOfTimeSteps())};
 }
 
@@ -55,15 +51,10 @@ void Append(const Objects& objects, long long step, const auto& next) {
   const auto value = [=](long long column) {
     return static_cast<double>((7919 * step + 104729 * column) % 10007) / 7;
   };
-  if (step >= next[0]) {
+  if (step >= next.first) {
     objects.mTable.Append({time, value(1), value(2)});
   }
-  if (step >= next[1]) {
-    MyVector<double> coefficients(MV::Size(static_cast<std::uint64_t>(1 + step % 5)));
-    std::ranges::generate(coefficients, [&, i = 0]() mutable { return value(i++); });
-    objects.mSet.Append(time, coefficients);
-  }
-  if (step >= next[2]) {
+  if (step >= next.second) {
     Tensor<DataMesh> tensor(sVector, Mesh({2, static_cast<int>(1 + step % 2)}));
     for (int i = 0; i < 2 * tensor[0].Size(); ++i) {
       tensor[i / tensor[0].Size()][i % tensor[0].Size()] = value(i);
@@ -93,8 +84,8 @@ int main(int argc, char** argv) {
   std::optional<CachedH5File> file;
   const auto open = [&] { file.emplace(argv[1], ReadWrite, CachedH5File::VersionHistory{}, 0); };
   open();
-  const auto next = NextSteps(Objects(*file));
-  for (long long step = *std::ranges::min_element(next); step < last; ++step) {
+  const auto next = Steps(Objects(*file));
+  for (long long step = std::min(next.first, next.second); step < last; ++step) {
     if (std::string(argv[4]) == "handles") {
       file.reset();
       open();

@@ -8,7 +8,6 @@
 import collections
 import errno
 import functools
-import hashlib
 import math
 import os
 import random
@@ -145,9 +144,9 @@ def disturb(judge, program, what, target, locks, moment):
         other = ["cd", place, "&& env -u LD_PRELOAD", *map("=".join, settings.items()), *start,
                  judge.folder / "other.h5", "&& >won"]
         action = (ON_OUTPUT | ON_INPUT).get(what, " ".join(map(str, other))).format(target)
-        outcome = judge.watch([*start, *inputs], (0, 1 if is_run else 255), None, environment={
-            **settings, **shim(judge, moment,
-                               f"exec >/dev/null 2>&1; cd {judge.folder}; {action}")})
+        run = f"exec >/dev/null 2>&1; cd {judge.folder}; {action}"
+        outcome = judge.watch([*start, *inputs], (0, 1 if is_run else 255), None,
+                              environment=settings | shim(judge, moment, run))
         has_other_won = os.path.exists(f"{place}/won")
     trace, after = traced(judge), snapshot(judge.folder)
     found = output.read_bytes() if output.is_file() else None
@@ -162,20 +161,17 @@ def disturb(judge, program, what, target, locks, moment):
     differ = {name for name in {*before, *after} - may_differ if before.get(name) != after.get(name)}
     if outcome.status == 255:
         judge.judge_report(outcome, (".h5",), reports_to_file=True)
-    for is_fault, what_is_wrong in (
-            (has_won and not is_late and not is_hidden and found not in right,
-             "status 0, but not with the join"),
-            (has_other_won and found != right_of_other, "another's status 0, but not its join"),
-            (has_won and what in ON_INPUT and "open" in opened and later & {"read", "pread"},
-             "status 0, but an input changed while it was read"),
-            (is_taken and after.get(target) != before[what],
-             "what others put into the place of the output is changed"),
-            (not (has_won or has_other_won or is_taken) and (is_run or found not in right) and
-             found and in_child(is_readable, output), "a failure leaves a readable output"),
-            (differ, f"files changed or new: {sorted(differ)}"),
-            (has_won and is_run and not is_late and found in right and
-             hashlib.sha256(found).hexdigest().encode() not in open(f"{output}.json", "rb").read(),
-             "the record is of another file")):
-        if is_fault:
-            judge.fault(what_is_wrong, outcome)
+    if has_won and not is_late and not is_hidden and found not in right:
+        judge.fault("status 0, but not with the join", outcome)
+    if has_other_won and found != right_of_other:
+        judge.fault("another's status 0, but not its join", outcome)
+    if has_won and what in ON_INPUT and "open" in opened and later & {"read", "pread"}:
+        judge.fault("status 0, but an input changed while it was read", outcome)
+    if is_taken and after.get(target) != before[what]:
+        judge.fault("what others put into the place of the output is changed", outcome)
+    if not (has_won or has_other_won or is_taken) and (is_run or found not in right) and (
+            found and in_child(is_readable, output)):
+        judge.fault("a failure leaves a readable output", outcome)
+    if differ:
+        judge.fault(f"files changed or new: {sorted(differ)}", outcome)
     return trace

@@ -125,7 +125,7 @@ class Judge:
             settings.build / "Executables" / name for name in (
                 "Kelmor/Kelmor", "KelmorInfo/KelmorInfo", "KelmorRun/kelmor-run",
                 "Kelmor/Tests/Stress/Simulate"))
-        self.kept = settings.keep
+        self.kept = settings.build / "faults"
         self.is_sanitized = b"__asan_init" in self.program.read_bytes()
         self.shim, self.trace = (pathlib.Path(scratch, name) for name in (
             "faults.so", f"trace{os.getpid()}"))

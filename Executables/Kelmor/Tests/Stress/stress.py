@@ -251,15 +251,12 @@ def run_group(pool, group, cases):
 def main():
     parser = argparse.ArgumentParser(description="Runs Kelmor under bad conditions.")
     parser.add_argument("build", type=pathlib.Path, help="folder with the programs to run")
-    parser.add_argument("groups", nargs="*", metavar="group", help=", ".join(GROUPS))
+    parser.add_argument("groups", nargs="*", choices=[*GROUPS, []], metavar="group",
+                        help=", ".join(GROUPS))
     parser.add_argument("--quick", action="store_true", help="a sample of each group")
     parser.add_argument("--case", help="one case, as a fault shows it: \"random(263,)\"")
     settings = parser.parse_intermixed_args()
     settings.build = settings.build.resolve()
-    settings.keep = settings.build / "faults"
-    if unknown := set(settings.groups) - set(GROUPS):
-        parser.error(f"no group {', '.join(unknown)}")
-
     memory, found = "/dev/shm" if os.access("/dev/shm", os.W_OK) else None, 0
     with tempfile.TemporaryDirectory(prefix="stress", dir=memory) as scratch:
         subprocess.run(["cc", "-shared", "-fPIC", "-O2", "-o", f"{scratch}/faults.so",
