@@ -7,7 +7,6 @@ import hashlib
 import json
 import os
 import pathlib
-import re
 import shutil
 import signal
 import subprocess
@@ -147,36 +146,24 @@ class TestKelmorRun(unittest.TestCase):
                 (link % (do, others % "run.h5"), "run.h5 was changed, replaced or removed", ["run.h5"])):
             self.assert_fails(["run.h5", *self.segments], message, left, **self.sabotage(text))
         self.assertEqual(os.readlink(self.data / "run.h5"), "precious")
-        result = self.run_it("other.h5", *self.segments, **self.sabotage(
-            "os.unlink = lambda name, unlink=os.unlink, **how: "
-            "unlink(name + '/' * name.endswith('.h5'), **how)"))
-        self.assertEqual(result.returncode, 0, result.stderr)
-        self.assertIn(".h5 is left behind: Not a directory", result.stderr)
-        self.assertEqual([name for name in files_in(self.data) if name.startswith(".")],
-                         [re.search("data/(.*) is", result.stderr)[1]])
 
     def test_needs_no_standard_error(self):
-        read, closed_pipe = os.pipe()
-        os.close(read)
-        self.addCleanup(os.close, closed_pipe)
-        for output, stderr, redirection in (("a.h5", closed_pipe, ""), ("b.h5", None, "2>&-")):
-            for name, status in (("nowhere.h5", 1), ("segment1.h5", 0)):
-                result = subprocess.run(["sh", "-c", f'exec "$@" {redirection}', "", KELMOR_RUN, output,
-                                         name], cwd=self.data, env=self.environment, stderr=stderr)
-                self.assertEqual((result.returncode, (self.data / output).exists()),
-                                 (status, status == 0), (name, redirection))
+        for name, status in (("nowhere.h5", 1), ("segment1.h5", 0)):
+            result = subprocess.run(["sh", "-c", 'exec "$@" 2>&-', "", KELMOR_RUN, "a.h5", name],
+                                    cwd=self.data, env=self.environment)
+            self.assertEqual((result.returncode, (self.data / "a.h5").exists()),
+                             (status, status == 0), name)
 
     def test_does_not_go_without_its_programs(self):
-        # A copy of the wrapper, first with one program beside it, then with both.
-        shutil.copy(KELMOR_RUN, self.scripts / "kelmor-run")
-        environment = dict(self.environment, KELMOR="", KELMORINFO="", PATH="/nowhere")
-        for name, program, status in (("Kelmor", KELMOR, 1), ("KelmorInfo", KELMORINFO, 0)):
-            (self.scripts / name).symlink_to(program)
-            result = subprocess.run([sys.executable, self.scripts / "kelmor-run", "run.h5",
-                                     *self.segments], cwd=self.data, env=environment, text=True,
-                                    stderr=subprocess.PIPE)
-            self.assertEqual((result.returncode, "KelmorInfo is not found" in result.stderr,
-                              (self.data / "run.h5").exists()), (status, status == 1, status == 0))
+        # A copy of the wrapper, with one program beside it.
+        wrapper = shutil.copy(KELMOR_RUN, self.scripts / "kelmor-run")
+        (self.scripts / "Kelmor").symlink_to(KELMOR)
+        result = subprocess.run([sys.executable, wrapper, "run.h5", *self.segments], cwd=self.data,
+                                env=dict(self.environment, KELMOR="", KELMORINFO="", PATH="/nowhere"),
+                                text=True, stderr=subprocess.PIPE)
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("KelmorInfo is not found", result.stderr)
+        self.assertEqual(files_in(self.data), set(self.segments))
         self.assert_fails(["other.h5", *self.segments], "KELMORINFO=/nowhere is no program",
                           KELMORINFO="/nowhere")
 

@@ -223,22 +223,19 @@ def glob_matches(glob, text):
     return any(re.fullmatch(in_regex(piece), text, re.DOTALL) for piece in glob.split("|"))
 
 
-# Tells which steps stay, a list per file, and the largest gap between two of them.
+# Tells which steps stay, a list per file.
 def select(times, options):
-    keep = [np.ones(len(part), bool) for part in times]
-    last, gap, is_first = 0.0, 0.0, True
+    keep, last = [np.ones(len(part), bool) for part in times], None
     for part, flags in zip(reversed([part.tolist() for part in times]), reversed(keep)):
         for i in reversed(range(0 if options.NoWipe else len(part))):
-            difference = last - part[i]
-            flags[i] = is_first or difference >= options.DeltaT
-            if flags[i]:
-                is_first, last, gap = False, part[i], max(gap, difference)
-    return keep, gap
+            flags[i] = last is None or last - part[i] >= options.DeltaT
+            last = part[i] if flags[i] else last
+    return keep
 
 
-# Gives {path: what must be there}, and the verbose lines that tell of single datasets.
+# Gives {path: what must be there}.
 def join(inputs, options):
-    objects, lines = {"/": group({})}, []
+    objects = {"/": group({})}
     filters = [] if options.NoGzip else FILTERS
 
     def holders_of(kind):
@@ -247,25 +244,18 @@ def join(inputs, options):
             if kind == "ver" or not options.skip or not glob_matches(options.skip, name):
                 yield name, [content[name][1] for content in inputs if name in content]
 
-    def selected(name, times):
-        keep, gap = select(times, options)
-        lines.append(f"{name} keeping {sum(map(np.sum, keep))} steps out of "
-                     f"{sum(map(len, keep))}, maximum time-gap is {gap:g}")
-        return keep
-
     for name, records in holders_of("ver"):
         require(all(record == records[0] for record in records), "records differ: " + name)
         count, texts = len(records[0]), sum(records[0], [])
         if any(texts):
             objects[name] = dataset(strings_type(h5t.STR_NULLTERM, texts), np.array(
                 records[0], object), (None, 2), (1, 2), {"Version": ("<u8", (1,), [count])})
-        lines.append(f"{name} writing version {count}")
 
     for name, tables in holders_of("dat"):
         require(len({rows.shape[1] for rows, _ in tables}) == 1, "columns differ: " + name)
         legends = [legend for _, legend in tables]
         legend = next((one for one in legends if one[0] != b"undefined"), legends[-1])
-        keep = selected(name, [rows[:, 0] for rows, _ in tables])
+        keep = select([rows[:, 0] for rows, _ in tables], options)
         rows = np.concatenate([rows[flags] for (rows, _), flags in zip(tables, keep)])
         objects[name] = table(rows, legend, len(rows), filters)
 
@@ -273,7 +263,7 @@ def join(inputs, options):
         spec, legends = sets[0]["spec"], sets[0]["legends"]
         require(all(one["spec"] == spec for one in sets), "structures differ: " + name)
         steps = [(one["times"][i], one["vectors"][i], one["extents"][i]) for one, flags in
-                 zip(sets, selected(name, [one["times"] for one in sets]))
+                 zip(sets, select([one["times"] for one in sets], options))
                  for i in np.flatnonzero(flags)]
         ends = itertools.accumulate(len(vector) for _, vector, _ in steps)
         columns = sets[0]["extents"].shape[1]
@@ -290,7 +280,6 @@ def join(inputs, options):
 
     for name, texts in holders_of("txt"):
         text = b"".join(texts)
-        lines.append(f"{name} writing {len(text)} characters.")
         if text:
             objects[name] = dataset(strings_type(h5t.STR_NULLTERM, [text]),
                                     np.array([text], object), (None,), (16,), {})
@@ -299,7 +288,7 @@ def join(inputs, options):
         parents = name.split("/")[1:-1]
         for depth in range(1, len(parents) + 1):
             objects.setdefault("/" + "/".join(parents[:depth]), group({}))
-    return objects, lines
+    return objects
 
 
 # Comparing.

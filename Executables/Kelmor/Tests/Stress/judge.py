@@ -89,19 +89,20 @@ def in_child(function, *arguments, seconds=60):
     return pickle.loads(answer)
 
 
-# What check.py makes of the inputs and the output: why they cannot be joined, the lines that a join
-# tells, and the differences of its output, or None if there is none.
+# What check.py makes of the inputs and the output: why they cannot be joined, and the differences of
+# the output, if there is one.
 def verdict(folder, inputs, options, output):
     try:
-        objects, lines = check.join([check.read(os.path.join(folder, name)) for name in inputs],
-                                    options)
+        objects = check.join([check.read(os.path.join(folder, name)) for name in inputs], options)
     except Exception as error:  # also h5py's own, on damaged files
-        return repr(error), [], []
+        return repr(error), []
     path = os.path.join(folder, output)
     try:
-        return "", lines, check.differences(path, objects) if os.path.exists(path) else None
+        if os.path.exists(path):
+            return "", check.differences(path, objects)
+        return "", ["no output"] * (len(objects) > 1)
     except Exception as error:
-        return "", lines, [repr(error)]
+        return "", [repr(error)]
 
 
 def is_readable(path):
@@ -195,7 +196,7 @@ class Judge:
             self.judge_report(outcome, about, reports_to_file, names)
         if outcome.status != 0 and is_new and exists and not is_right and in_child(is_readable, path):
             # A file that was not closed says so, and may be whole all the same.
-            refusal, _, found = in_child(verdict, self.folder, inputs, options, output)
+            refusal, found = in_child(verdict, self.folder, inputs, options, output)
             found = [line for line in found if not line.startswith("superblock")]
             if refusal or found:
                 self.fault(f"what is left can be read: {refusal} {found[:3]}", outcome)
@@ -222,18 +223,12 @@ class Judge:
 
     def judge_output(self, outcome, inputs, options, output):
         try:
-            refusal, lines, found = in_child(verdict, self.folder, inputs, options, output)
+            refusal, found = in_child(verdict, self.folder, inputs, options, output)
         except Died:
             self.notes[LIBRARY_CRASH] += 1
             return
-        told = [line for line in outcome.out.splitlines()
-                if re.search(" (keeping|writing) [0-9v]", line)]
         if refusal:
             self.fault(f"status 0, but the inputs cannot be joined: {refusal}", outcome)
-        elif "-v" in self.command and told != "\n".join(lines).splitlines():
-            self.fault(f"told {told}, not {lines}", outcome)
-        elif (found is None) != (not lines):
-            self.fault("status 0 without an output, or with one that has no dataset", outcome)
         elif found:
             self.fault(f"the output is wrong: {found[:3]}", outcome)
 
