@@ -103,6 +103,9 @@ DecodeStatus ChunkDecoder::Inflate(std::size_t inflatedBytes) {
 
 // Bytes that are left over by whole elements stay as they are, at the end, as HDF5 has it.
 void ChunkDecoder::UnshuffleAll(std::size_t elementBytes) {
+  if (elementBytes == 0 || mBytes.size() < 2 * elementBytes) {
+    return;  // a single element is not taken apart, whatever size of it a damaged file claims
+  }
   const std::size_t whole = mBytes.size() / elementBytes * elementBytes;
   auto elements = std::make_unique_for_overwrite<std::byte[]>(mBytes.size());
   Unshuffle(mBytes.data(), whole / elementBytes, elementBytes, {elements.get(), whole});
