@@ -46,11 +46,11 @@ void JoinDatasets(const SeriesRun& run, const std::vector<Dataset>& datasets,
 }
 
 // Flushes the file that was written and has been closed, and fails unless it still has its name.
-void FlushOutputToDisk(const FileDescriptor& written, const std::string& path) {
+void FlushOutputToDisk(const Vexa::FileDescriptor& written, const std::string& path) {
   int error = written.FlushToDisk();
   REQUIRE(error==0, "Flushing " << path << " to disk failed: " << StrError(error));
   const std::string directory = GetDirectoryFromPath(path);
-  error = FlushToDisk(directory);
+  error = Vexa::FlushToDisk(directory);
   // A directory may be written to but not read, and some file systems flush no directories.
   const bool isPossible = error != EACCES && error != EINVAL;
   REQUIRE(error==0 || !isPossible, "Flushing directory " << directory << " to disk failed: " << StrError(error));
@@ -69,7 +69,7 @@ void CleanUp(Inputs& inputs, CachedH5File& output, const JoinOptions& options) {
   }
   inputs.RequireUnchanged();
   inputs.Clear();
-  const FileDescriptor written = output.Hold();
+  const Vexa::FileDescriptor written = output.Hold();
   output.SetUnfinished(false);
   CachedH5FileHolder& holder = TheCachedH5FileHolder();
   if (verbose) {
@@ -89,7 +89,7 @@ void CleanUp(Inputs& inputs, CachedH5File& output, const JoinOptions& options) {
 
 void JoinFiles(const CommandLineParser& parser) {
   const JoinOptions options(parser);
-  ReportUnexpectedExit();
+  Vexa::ReportUnexpectedExit();
   if (options.mVerbose) {
     std::cout << "opening " << options.mInputs.Size() << " input files" << std::endl;
   }

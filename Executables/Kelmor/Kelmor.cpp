@@ -9,13 +9,13 @@
 // Before the first failure: the one that memory runs out may be no CodeError, and may come from a
 // static initialiser.
 [[gnu::constructor(101)]] static void PrepareForExceptions() {
-  InstallTerminateHandler();
+  Vexa::InstallTerminateHandler();
 }
 
 int main(int argc, char** argv) {
-  IgnoreFileSizeSignal();
-  RaiseOpenFileLimit();
-  KeepFreedMemory();
+  Vexa::IgnoreFileSizeSignal();
+  Vexa::RaiseOpenFileLimit();
+  Vexa::KeepFreedMemory();
   const CommandLineParser parser(argc, argv, HelpText(),
                                  MyVector<std::string>{"v", "NoWipe", "NoGzip"});
   JoinFiles(parser);

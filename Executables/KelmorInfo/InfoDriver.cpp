@@ -47,7 +47,7 @@ int Check(const InfoOptions& options) {
     FinishOutput();
     return 1;
   }
-  std::cout << Printable(options.mJoined) << " is the join of "
+  std::cout << Vexa::Printable(options.mJoined) << " is the join of "
             << Counted(files.Files().size(), "file") << ": " << Counted(result.mDatasets, "dataset")
             << ", " << Counted(result.mSteps, "step") << ", " << Size(result.mBytes)
             << " compared\n";

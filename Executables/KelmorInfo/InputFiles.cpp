@@ -61,7 +61,7 @@ OpenProblem Diagnose(const std::string& path, const CodeError& error) {
   // Only what the library does not open is asked for its reasons; else our own are better.
   if (!error.Reason().starts_with("H5Fopen(")) {
     const bool isAboutObject = error.Context().starts_with("Object");
-    return {ReasonOf(error) + (isAboutObject ? " (" + Printable(error.Context()) + ")" : ""),
+    return {ReasonOf(error) + (isAboutObject ? " (" + Vexa::Printable(error.Context()) + ")" : ""),
             Advice(error.Reason(), path)};
   }
   const std::string reason = OpenError(path);
@@ -75,9 +75,9 @@ std::string WhyNotOpened(const InputFile& file) {
   if (file.mOpens) {
     return "";
   }
-  const std::string advice = Printable(file.mProblem.mAdvice);
-  return "File '" + Printable(file.mName) + "' cannot be opened: " + file.mProblem.mReason + "\n" +
-         advice + (advice.empty() ? "" : "\n");
+  const std::string advice = Vexa::Printable(file.mProblem.mAdvice);
+  return "File '" + Vexa::Printable(file.mName) + "' cannot be opened: " + file.mProblem.mReason +
+         "\n" + advice + (advice.empty() ? "" : "\n");
 }
 
 void InputFiles::RequireAllOpen() const {
@@ -85,15 +85,15 @@ void InputFiles::RequireAllOpen() const {
   for (const InputFile& file : mFiles) {
     problems += WhyNotOpened(file);
   }
-  REQUIRE(problems.empty(), Verbatim(problems));
+  REQUIRE(problems.empty(), Vexa::Verbatim(problems));
 }
 
 void InputFiles::RequireUnchanged() const {
   std::string changed;
   for (const InputFile& file : mFiles) {
-    changed += FileStamp(file.mName) != file.mStamp ? "\n" + Printable(file.mName) : "";
+    changed += Vexa::FileStamp(file.mName) != file.mStamp ? "\n" + Vexa::Printable(file.mName) : "";
   }
-  REQUIRE(changed.empty(), "These files have changed while they were read:" << Verbatim(changed));
+  REQUIRE(changed.empty(), "These files have changed while they were read:" << Vexa::Verbatim(changed));
   if (mpInputs != nullptr) {
     mpInputs->RequireUnchanged();
   }
@@ -106,7 +106,7 @@ InputFiles::InputFiles(const MyVector<std::string>& names) {
   for (const std::string& name : names) {
     InputFile file;
     file.mName = name;
-    file.mStamp = FileStamp(name);
+    file.mStamp = Vexa::FileStamp(name);
     try {
       const bool keepOpen = false;
       handles.push_back(std::make_unique<CachedH5File>(

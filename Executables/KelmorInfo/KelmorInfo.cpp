@@ -7,7 +7,7 @@
 
 int main(int argc, char** argv) {
   std::set_terminate(TerminateHandler);
-  IgnoreFileSizeSignal();
-  RaiseOpenFileLimit();
+  Vexa::IgnoreFileSizeSignal();
+  Vexa::RaiseOpenFileLimit();
   return RunInfo(argc, argv);
 }

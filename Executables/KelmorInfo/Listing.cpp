@@ -128,7 +128,7 @@ std::string Versions(const H5_Objects::Version::History& history, bool verbose) 
 // What a line ends in.
 std::string Details(std::vector<std::string> details) {
   std::erase(details, "");
-  return Printable(Joined(details, "; "));
+  return Vexa::Printable(Joined(details, "; "));
 }
 
 // Structure of tensors, legends and versions as far as they are asked for.
@@ -145,7 +145,7 @@ std::string Details(const UnionFacts& all, bool verbose, const std::string& prob
 // The cells of a line; `files` is one of them in the union.
 std::vector<std::string> Cells(const UnionFacts& all, const std::vector<std::string>& files,
                                bool verbose, const std::string& problem = "") {
-  std::vector<std::string> cells = {all.mKind, Printable(all.mName), Shape(all)};
+  std::vector<std::string> cells = {all.mKind, Vexa::Printable(all.mName), Shape(all)};
   cells.insert(cells.end(), files.begin(), files.end());
   const bool isRead = problem.empty();
   cells.insert(
@@ -157,11 +157,11 @@ std::vector<std::string> Cells(const UnionFacts& all, const std::vector<std::str
 
 void PrintFile(std::ostream& os, const InputFile& file, const std::vector<Facts>& datasets,
                bool verbose) {
-  os << Printable(file.mName) << "  (" << Size(file.mBytes) << ")\n";
+  os << Vexa::Printable(file.mName) << "  (" << Size(file.mBytes) << ")\n";
   if (!file.mOpens) {
     os << "  CANNOT BE OPENED: " << file.mProblem.mReason << '\n';
     if (!file.mProblem.mAdvice.empty()) {
-      os << "  " << Printable(file.mProblem.mAdvice) << '\n';
+      os << "  " << Vexa::Printable(file.mProblem.mAdvice) << '\n';
     }
     return;
   }
@@ -317,11 +317,11 @@ void RequireNoProblems(const Listing& listing) {
     problems += WhyNotOpened(file);
     for (const Facts& facts : listing.mDatasets[i]) {
       if (!facts.mProblem.empty()) {
-        problems +=
-            "Object '" + Printable(facts.mName) + "' of file '" + Printable(file.mName) + "': ";
+        problems += "Object '" + Vexa::Printable(facts.mName) + "' of file '" +
+                    Vexa::Printable(file.mName) + "': ";
         problems += facts.mProblem + "\n";
       }
     }
   }
-  REQUIRE(problems.empty(), Verbatim(problems));
+  REQUIRE(problems.empty(), Vexa::Verbatim(problems));
 }

@@ -37,7 +37,7 @@ void PrintSteps(std::ostream& os, const Plan& plan, const PlannedSteps& steps, b
   os << '\n';
   AlignedLines lines({1});
   for (const PlannedFile& file : steps.mFiles) {
-    lines.Add({Printable(plan.NameOf(file)),
+    lines.Add({Vexa::Printable(plan.NameOf(file)),
                std::to_string(file.mKept) + " of " + std::to_string(file.mTotal),
                "wiping " + Wiped(file, verbose)});
   }
@@ -49,11 +49,12 @@ void PrintSteps(std::ostream& os, const Plan& plan, const PlannedSteps& steps, b
 
 void PrintDisagreements(std::ostream& os, const Plan& plan, bool verbose) {
   for (const Disagreement& disagreement : plan.mDisagreements) {
-    os << "  " << Printable(disagreement.About(disagreement.mFile)) << ":\n    "
+    os << "  " << Vexa::Printable(disagreement.About(disagreement.mFile)) << ":\n    "
        << disagreement.mReason << '\n';
     for (const PlannedValue& value : disagreement.mValues) {
       const std::size_t most = verbose ? value.mFiles.size() : 6;
-      os << "      " << Printable(value.mValue + " in " + ListNames(value.mFiles, most)) << '\n';
+      os << "      " << Vexa::Printable(value.mValue + " in " + ListNames(value.mFiles, most))
+         << '\n';
     }
   }
 }
@@ -122,7 +123,7 @@ void PrintPlan(std::ostream& os, const Plan& plan, bool verbose) {
     const PlannedSteps& steps = plan.mSteps[number];
     for (const PlannedDataset& dataset : plan.mDatasets) {
       if (dataset.mSteps == number) {
-        lines.Add({dataset.mKind, Printable(dataset.mName), Size(dataset.mBytes),
+        lines.Add({dataset.mKind, Vexa::Printable(dataset.mName), Size(dataset.mBytes),
                    "from " + Counted(steps.mFiles.size(), "file"),
                    dataset.mAgrees ? "" : "DISAGREES"});
       }

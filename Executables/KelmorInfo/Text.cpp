@@ -39,7 +39,7 @@ std::string OneLine(std::string_view message) {
   }
   std::string line(message);
   std::replace(line.begin(), line.end(), '\n', ' ');
-  return Printable(line);
+  return Vexa::Printable(line);
 }
 
 std::string ReasonOf(const CodeError& error) {

@@ -53,12 +53,12 @@ void Agreement::Require(const std::function<std::string(int)>& nameOf) const {
   for (const Group& group : std::span(mGroups).first(std::min(mGroups.size(), sMostGroups))) {
     std::vector<std::string> names;
     std::ranges::transform(group.mFiles, std::back_inserter(names), nameOf);
-    message += "\n" + Printable(group.mValue + " in " + ListNames(names, sMostNames));
+    message += "\n" + Vexa::Printable(group.mValue + " in " + ListNames(names, sMostNames));
   }
   if (mGroups.size() > sMostGroups) {
     message += "\nand " + std::to_string(mGroups.size() - sMostGroups) + " more";
   }
   const std::string differing = nameOf(mGroups[1].mFiles.front());
-  const ReportContext context(mName, differing);
+  const Vexa::ReportContext context(mName, differing);
   RequireFail(mCondition, mLabel.c_str(), mLine, message);
 }

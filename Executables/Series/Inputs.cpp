@@ -21,7 +21,7 @@ Inputs::Inputs(const MyVector<std::string>& filenames) {
   int opened = 0;
   const auto open = [&](const std::string& filename) {
     mNames.push_back(filename);
-    mStamps.push_back(FileStamp(filename));
+    mStamps.push_back(Vexa::FileStamp(filename));
     return CachedH5File(filename, ReadOnly, {}, 0, ++opened <= sFilesKeptOpen);
   };
   const auto files = std::views::transform(filenames, open);
@@ -32,8 +32,8 @@ bool Inputs::HasChanged(int file) const {
   // A link on the way may lead elsewhere by now, and what was opened be neither.
   const auto at = static_cast<std::size_t>(file);
   const std::string opened = mFiles[file].OpenedStamp();
-  return FileStamp(mNames[at]) != mStamps[at] ||
-         FileStamp(mFiles[file].Filename()) != mStamps[at] ||
+  return Vexa::FileStamp(mNames[at]) != mStamps[at] ||
+         Vexa::FileStamp(mFiles[file].Filename()) != mStamps[at] ||
          (!opened.empty() && opened != mStamps[at]);
 }
 
@@ -47,13 +47,13 @@ void Inputs::RequireUnchanged() const {
   std::string changed;
   std::map<std::string, std::string> externalFiles;
   for (int file = 0; file < Size(); ++file) {
-    changed += HasChanged(file) ? "\n" + Printable(mFiles[file].Filename()) : "";
+    changed += HasChanged(file) ? "\n" + Vexa::Printable(mFiles[file].Filename()) : "";
     externalFiles.merge(mFiles[file].ExternalFiles());
   }
   for (const auto& [path, stamp] : externalFiles) {
-    changed += FileStamp(path) != stamp ? "\n" + Printable(path) : "";
+    changed += Vexa::FileStamp(path) != stamp ? "\n" + Vexa::Printable(path) : "";
   }
-  REQUIRE(changed.empty(), "These files have changed while they were read:" << Verbatim(changed));
+  REQUIRE(changed.empty(), "These files have changed while they were read:" << Vexa::Verbatim(changed));
 }
 
 std::uint64_t Inputs::TotalBytes() const {

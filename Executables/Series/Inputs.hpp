@@ -27,7 +27,7 @@ class Inputs {
   /// of what was opened for it. Fails if it has to be opened again and is not as it was.
   template <class OBJECT, class Read>
   auto Visit(int file, const std::string& name, const Read& read) {
-    const ReportContext context(name, mFiles[file].Filename());
+    const Vexa::ReportContext context(name, mFiles[file].Filename());
     RequireSameAsOpened(file);
     const Visitor visitor(*this, file);
     OBJECT& object = mFiles[file].template GetObjectForRead<OBJECT>(name);

@@ -66,14 +66,14 @@ Progress::Progress(bool isWanted, std::uint64_t datasets, std::uint64_t totalByt
       mStart(Clock::now()),
       mNextUpdate(mStart) {
   if (mIsShown) {
-    SetBeforeMyErr(EraseLine);
+    Vexa::SetBeforeMyErr(EraseLine);
   }
 }
 
 Progress::~Progress() {
   if (mIsShown) {
     EraseLine();
-    SetBeforeMyErr(nullptr);
+    Vexa::SetBeforeMyErr(nullptr);
   }
 }
 

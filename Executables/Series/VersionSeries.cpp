@@ -29,7 +29,7 @@ void VersionSeries::RequireJoinable(const CachedH5File& file) const {
   if (name.find_first_of("*?|") == std::string::npos || file.Exists(name)) {
     return;
   }
-  const ReportContext context(name, file.Filename());
+  const Vexa::ReportContext context(name, file.Filename());
   const MyVector<std::string> data_sets = file.GetNames(name, true);
   REQUIRE(data_sets.size()==0, "Version information '"
                                    << name << "' not found in all h5 files.\n"
@@ -46,7 +46,7 @@ bool VersionSeries::TakeIn(int file, Depth /*depth*/) {
       return mAgreement.Add(file, "version " + std::to_string(number));
     }
     const std::string numbers = std::to_string(number) + " " + std::to_string(version_number);
-    const std::string mismatch = "Version mismatch '" + Printable(Name()) + "'";
+    const std::string mismatch = "Version mismatch '" + Vexa::Printable(Name()) + "'";
     if (number != version_number) {
       mAgreement.Differ("ver.GetCurrentVersion() == version_number", VEXA_CURRENT_REPORT_LABEL,
                         __LINE__, mismatch + ": " + numbers);

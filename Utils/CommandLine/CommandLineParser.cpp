@@ -119,7 +119,8 @@ T CommandLineParser::Get(const std::string& key) const {
   mKeyWasUsed[key] = true;
   const std::string& given = mKeyValueMap[key];
   T value{};
-  SimpleConvert(given, "Option-key '" + key + "' was given the value '" + Printable(given) + "'.\n",
+  SimpleConvert(given,
+                "Option-key '" + key + "' was given the value '" + Vexa::Printable(given) + "'.\n",
                 value);
   return value;
 }

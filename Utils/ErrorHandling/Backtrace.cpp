@@ -51,7 +51,7 @@ Frame Describe(void* address) {
   const bool hasName = isKnown && info.dli_sname != nullptr;
   std::ostringstream place;
   if (hasName) {
-    place << Demangle(info.dli_sname) << " + 0x" << std::hex
+    place << Vexa::Demangle(info.dli_sname) << " + 0x" << std::hex
           << static_cast<char*>(address) - static_cast<char*>(info.dli_saddr);
   } else {
     place << "0x0 + " << address;
@@ -85,7 +85,7 @@ std::string Table(std::span<void* const> frames) {
 
 }  // namespace
 
-std::string Demangle(const char* name) {
+std::string Vexa::Demangle(const char* name) {
   int status = 0;
   const std::unique_ptr<char, decltype(&std::free)> demangled(
       abi::__cxa_demangle(name, nullptr, nullptr, &status), &std::free);
@@ -119,7 +119,7 @@ std::string Demangle(const char* name) {
   backtrace_symbols_fd(shown.data(), static_cast<int>(shown.size()), STDERR_FILENO);
 }
 
-void PrepareBacktrace() {
+void Vexa::PrepareBacktrace() {
   void* frame = nullptr;
   backtrace(&frame, 1);
 }

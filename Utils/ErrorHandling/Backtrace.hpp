@@ -14,9 +14,13 @@ std::string Backtrace(int skipFrames);
 /// and so can be called when memory is exhausted.
 void PrintSimpleBacktrace(int skipFrames);
 
+namespace Vexa {
+
 /// Has the unwinder loaded, which allocates, so that neither function has to do it in a process
 /// that is in trouble.
 void PrepareBacktrace();
 
 /// Returns the name as it stands in the source; what cannot be demangled is returned as it is.
 std::string Demangle(const char* name);
+
+}  // namespace Vexa

@@ -96,12 +96,12 @@ void CachedOutput::FlushCachedOutput() {
 void CachedOutput::SayIfWritten() {
   if (std::none_of(Objects().begin(), Objects().end(),
                    [](const CachedOutputObject* object) { return object->HoldsBack(); })) {
-    ParallelRuntime::Instance().SayWritten();
+    Vexa::ParallelRuntime::Instance().SayWritten();
   }
 }
 
 void CachedOutput::FlushCachedOutputOnAllProcessors() {
-  ParallelRuntime::Instance().RequestFlushOfOthers();
+  Vexa::ParallelRuntime::Instance().RequestFlushOfOthers();
   FlushCachedOutput();
   SayIfWritten();
 }

@@ -18,7 +18,7 @@ CodeError* spNewest = nullptr;
 CodeError::CodeError(std::string message, bool withBacktrace, std::string reason,
                      std::string context)
     : mMessage(std::move(message)), mReason(std::move(reason)), mContext(std::move(context)) {
-  InstallTerminateHandler();
+  Vexa::InstallTerminateHandler();
   if (withBacktrace) {
     mMessage += "\n" + Backtrace(1);
   }

@@ -92,7 +92,7 @@ const char* OpenObjection(int error) {
 
 }  // namespace
 
-ErrorFile::ErrorFile() {
+Vexa::ErrorFile::ErrorFile() {
   try {
     mDescriptor = Open(Path().c_str());
     mpReason = mDescriptor < 0 ? OpenObjection(errno) : Objection(mDescriptor);
@@ -101,14 +101,14 @@ ErrorFile::ErrorFile() {
   }
 }
 
-ErrorFile::~ErrorFile() {
+Vexa::ErrorFile::~ErrorFile() {
   if (mDescriptor >= 0) {
     close(mDescriptor);
   }
 }
 
-std::string ErrorFile::Path() {
-  const ParallelRuntime& runtime = ParallelRuntime::Instance();
+std::string Vexa::ErrorFile::Path() {
+  const Vexa::ParallelRuntime& runtime = Vexa::ParallelRuntime::Instance();
   std::ostringstream path;
   path.exceptions(std::ios_base::badbit);
   path << RunDirectory() << "/Errors" << std::setw(3) << std::setfill('0')
@@ -116,12 +116,12 @@ std::string ErrorFile::Path() {
   return path.str();
 }
 
-bool ErrorFile::IsFirstFailure() {
+bool Vexa::ErrorFile::IsFirstFailure() {
   static std::atomic<bool> sHasFailed = false;
   return !sHasFailed.exchange(true);
 }
 
-void ErrorFile::Append(std::string_view text) {
+void Vexa::ErrorFile::Append(std::string_view text) {
   while (mpReason == nullptr && !text.empty()) {
     const ssize_t written = write(mDescriptor, text.data(), text.size());
     if (written > 0) {

@@ -5,6 +5,8 @@
 #include <string>
 #include <string_view>
 
+namespace Vexa {
+
 /// The file is open for appending from its construction to its destruction, if it can be had: it
 /// must be a regular file of this user with one name, and no HDF5 file. It is created if nothing
 /// has the name. A symbolic link is not followed. What this process created is its own, whatever
@@ -33,3 +35,5 @@ class ErrorFile {
   int mDescriptor = -1;
   const char* mpReason = nullptr;  // why not all is in the file
 };
+
+}  // namespace Vexa

@@ -25,10 +25,10 @@ thread_local bool sIsEndingProcess = false;
 
 // Nobody calls the signal handlers, so a linker would leave their object in the archive. Every way
 // to fail leads here: whatever program can fail has the handlers, too.
-[[maybe_unused]] const bool sSignalsAreLinked = EnableSignalBacktraces();
+[[maybe_unused]] const bool sSignalsAreLinked = Vexa::EnableSignalBacktraces();
 
 // Gives the other processes their time to write, and says who is not known to have done so.
-void WaitForOthers(const ParallelRuntime& runtime) {
+void WaitForOthers(const Vexa::ParallelRuntime& runtime) {
   using Clock = std::chrono::steady_clock;
   const Clock::time_point end = Clock::now() + std::chrono::seconds(SleepSeconds);
   while (!runtime.OthersHaveWritten() && Clock::now() < end) {
@@ -48,7 +48,7 @@ void WaitForOthers(const ParallelRuntime& runtime) {
 void MyAbort() noexcept {
   if (During_Shutdown.exchange(true)) {
     if (!sIsEndingProcess) {
-      MyAbort_AwaitEnd();
+      Vexa::MyAbort_AwaitEnd();
     }
     sHasFlushed = true;
     {
@@ -58,7 +58,7 @@ void MyAbort() noexcept {
     std::exit(-1);
   }
   sIsEndingProcess = true;
-  const ParallelRuntime& runtime = ParallelRuntime::Instance();
+  const Vexa::ParallelRuntime& runtime = Vexa::ParallelRuntime::Instance();
   if (runtime.IsInitialized() && runtime.NumberOfProcesses() >= 2) {
     CachedOutput::FlushCachedOutputOnAllProcessors();
     sHasFlushed = true;
@@ -71,18 +71,18 @@ void MyAbort() noexcept {
   std::exit(-1);
 }
 
-void MyAbort_AwaitEnd() noexcept {
+void Vexa::MyAbort_AwaitEnd() noexcept {
   for (int seconds = 0; seconds < 60; seconds += sHasFlushed ? 1 : 0) {
     std::this_thread::sleep_for(std::chrono::seconds(1));
   }
   _exit(-1);
 }
 
-bool MyAbort_CalledByAnotherThread() {
+bool Vexa::MyAbort_CalledByAnotherThread() {
   return During_Shutdown && !sIsEndingProcess;
 }
 
-void MyAbort_LastOutputWritten() noexcept {
+void Vexa::MyAbort_LastOutputWritten() noexcept {
   sHasFlushed = true;
 }
 
@@ -90,7 +90,7 @@ void MyAbort_ChangeSleepSeconds(int seconds) {
   SleepSeconds = seconds;
 }
 
-int MyAbort_SleepSeconds() {
+int Vexa::MyAbort_SleepSeconds() {
   return SleepSeconds;
 }
 

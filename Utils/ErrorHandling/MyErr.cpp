@@ -16,19 +16,19 @@ void (*sBeforeMyErr)() = nullptr;
 
 }  // namespace
 
-void SetBeforeMyErr(void (*function)()) {
+void Vexa::SetBeforeMyErr(void (*function)()) {
   sBeforeMyErr = function;
 }
 
-void PrepareForErrors() {
+void Vexa::PrepareForErrors() {
   if (sBeforeMyErr != nullptr) {
     sBeforeMyErr();
   }
 }
 
 MyErrProxy::MyErrProxy() {
-  PrepareForErrors();
-  if (ParallelRuntime::Instance().IsInitialized()) {
+  Vexa::PrepareForErrors();
+  if (Vexa::ParallelRuntime::Instance().IsInitialized()) {
     const SigpipeHeldBack guard;
     std::cerr << ProcID_();
   }
@@ -42,7 +42,7 @@ void MyErrProxy::Sinks::SayIfNotInFile() {
   try {
     mFile.IfFailed([this](const std::string& path, const char* reason) {
       const SigpipeHeldBack guard;
-      std::cerr << (mEndsLine ? "" : "\n") << "This is not in '" << Printable(path)
+      std::cerr << (mEndsLine ? "" : "\n") << "This is not in '" << Vexa::Printable(path)
                 << "': " << reason << '\n';
     });
   } catch (const std::bad_alloc&) {
@@ -54,11 +54,12 @@ std::streamsize MyErrProxy::Sinks::xsputn(const char* text, std::streamsize leng
   const std::string_view all(text, static_cast<std::size_t>(length));
   {
     const SigpipeHeldBack guard;
-    PutPrintable(all, Breaks::Kept, [](std::string_view piece) {
+    Vexa::PutPrintable(all, Vexa::Breaks::Kept, [](std::string_view piece) {
       std::cerr.write(piece.data(), static_cast<std::streamsize>(piece.size()));
     });
   }
-  PutPrintable(all, Breaks::Kept, [this](std::string_view piece) { mFile.Append(piece); });
+  Vexa::PutPrintable(all, Vexa::Breaks::Kept,
+                     [this](std::string_view piece) { mFile.Append(piece); });
   mEndsLine = all.empty() ? mEndsLine : all.back() == '\n';
   return length;
 }

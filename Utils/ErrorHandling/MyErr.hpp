@@ -8,11 +8,15 @@
 
 #include "Utils/ErrorHandling/ErrorFile.hpp"
 
+namespace Vexa {
+
 /// Has a function called before anything goes to standard error this way, for who keeps something
 /// on the terminal that must go first; null for none.
 void SetBeforeMyErr(void (*function)());
 /// Calls it; for who must write to standard error another way.
 void PrepareForErrors();
+
+}  // namespace Vexa
 
 /// A MyErrProxy is one statement's output. Standard error gets everything, whether there is an
 /// error file or not; a line after the first statement that did not get into the file says why. If
@@ -52,7 +56,7 @@ class MyErrProxy {
     std::streamsize xsputn(const char* text, std::streamsize length) override;
     int_type overflow(int_type character) override;
 
-    ErrorFile mFile;
+    Vexa::ErrorFile mFile;
     bool mEndsLine = true;
   };
 

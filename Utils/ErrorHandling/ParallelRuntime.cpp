@@ -4,17 +4,17 @@
 #include <new>
 
 namespace {
-const ParallelRuntime* spInstalled = nullptr;
+const Vexa::ParallelRuntime* spInstalled = nullptr;
 }  // namespace
 
-const ParallelRuntime& ParallelRuntime::Instance() {
+const Vexa::ParallelRuntime& Vexa::ParallelRuntime::Instance() {
   // Never destroyed: reports are written until the very end of the process. And not from the heap:
   // one of them says that there is no memory.
-  alignas(ParallelRuntime) static std::byte place[sizeof(ParallelRuntime)];
-  static const ParallelRuntime& serial = *new (place) ParallelRuntime;
+  alignas(Vexa::ParallelRuntime) static std::byte place[sizeof(Vexa::ParallelRuntime)];
+  static const Vexa::ParallelRuntime& serial = *new (place) Vexa::ParallelRuntime;
   return spInstalled == nullptr ? serial : *spInstalled;
 }
 
-void ParallelRuntime::Install(const ParallelRuntime* runtime) {
+void Vexa::ParallelRuntime::Install(const Vexa::ParallelRuntime* runtime) {
   spInstalled = runtime;
 }

@@ -4,6 +4,8 @@
 
 #include <string>
 
+namespace Vexa {
+
 class ParallelRuntime {
  public:
   virtual ~ParallelRuntime() = default;
@@ -32,3 +34,5 @@ class ParallelRuntime {
   /// The runtime is lent until another, or null for none, is installed.
   static void Install(const ParallelRuntime* runtime);
 };
+
+}  // namespace Vexa

@@ -3,6 +3,6 @@
 #include "Utils/ErrorHandling/ParallelRuntime.hpp"
 
 std::string ProcID_() {
-  const ParallelRuntime& runtime = ParallelRuntime::Instance();
+  const Vexa::ParallelRuntime& runtime = Vexa::ParallelRuntime::Instance();
   return "[" + (runtime.IsInitialized() ? std::to_string(runtime.Rank()) : "??") + "]";
 }

@@ -10,7 +10,7 @@
 #include "Utils/Process/Formatting.hpp"
 
 namespace {
-thread_local const ReportContext* spInnermostContext = nullptr;
+thread_local const Vexa::ReportContext* spInnermostContext = nullptr;
 
 std::string_view WithoutDirectory(std::string_view path) {
   return path.substr(path.rfind('/') + 1);  // npos + 1 is 0
@@ -30,11 +30,12 @@ void RequireFail(const char* condition, const char* file, int line, const std::s
          << "#### " << condition << "  violated\n"
          << "#### " << file << " (line " << line << ")\n"
          << message;
-  const std::string context = ReportContext::Current();
+  const std::string context = Vexa::ReportContext::Current();
   if (!context.empty()) {
     report << (message.empty() || message.back() == '\n' ? "" : "\n") << context;
-    const bool namesBoth = !ReportContext::Dataset().empty() && !ReportContext::File().empty();
-    if (namesBoth && ReportLabel(file) != ReportLabel(sourceFile)) {
+    const bool namesBoth =
+        !Vexa::ReportContext::Dataset().empty() && !Vexa::ReportContext::File().empty();
+    if (namesBoth && Vexa::ReportLabel(file) != Vexa::ReportLabel(sourceFile)) {
       report << " (" << WithoutDirectory(sourceFile) << ':' << line << ')';
     }
   }
@@ -43,19 +44,19 @@ void RequireFail(const char* condition, const char* file, int line, const std::s
   throw CodeError(report.str(), true, message, context);
 }
 
-RequireMessage& RequireMessage::operator<<(Verbatim text) {
+Vexa::RequireMessage& Vexa::RequireMessage::operator<<(Vexa::Verbatim text) {
   mStream << text.mText;
   mText += std::move(mStream).str();
   mStream.str("");
   return *this;
 }
 
-RequireMessage& RequireMessage::operator<<(std::string_view text) {
+Vexa::RequireMessage& Vexa::RequireMessage::operator<<(std::string_view text) {
   mStream << text;
-  return Take(Breaks::Escaped);
+  return Take(Vexa::Breaks::Escaped);
 }
 
-RequireMessage& RequireMessage::operator<<(double value) {
+Vexa::RequireMessage& Vexa::RequireMessage::operator<<(double value) {
   constexpr std::streamsize defaultPrecision = 6;
   mStream << value;
   const std::string sixDigits = mStream.str();
@@ -65,54 +66,56 @@ RequireMessage& RequireMessage::operator<<(double value) {
     mStream << (sixDigits.find('e') == sixDigits.npos ? RoundTrip(value)
                                                       : RoundTripWithExponent(value));
   }
-  return Take(Breaks::Kept);
+  return Take(Vexa::Breaks::Kept);
 }
 
-RequireMessage& RequireMessage::operator<<(std::ostream& (*manipulator)(std::ostream&)) {
+Vexa::RequireMessage& Vexa::RequireMessage::operator<<(
+    std::ostream& (*manipulator)(std::ostream&)) {
   mStream << manipulator;
-  return Take(Breaks::Kept);
+  return Take(Vexa::Breaks::Kept);
 }
 
-RequireMessage& RequireMessage::operator<<(std::ios_base& (*manipulator)(std::ios_base&)) {
+Vexa::RequireMessage& Vexa::RequireMessage::operator<<(
+    std::ios_base& (*manipulator)(std::ios_base&)) {
   mStream << manipulator;
   return *this;
 }
 
-RequireMessage& RequireMessage::Take(Breaks breaks) {
-  mText += Printable(mStream.str(), breaks);
+Vexa::RequireMessage& Vexa::RequireMessage::Take(Vexa::Breaks breaks) {
+  mText += Vexa::Printable(mStream.str(), breaks);
   mStream.str("");
   return *this;
 }
 
-std::string ReportLabel(const char* path) {
+std::string Vexa::ReportLabel(const char* path) {
   const std::string_view name = WithoutDirectory(path);
   return std::string(name.substr(0, name.rfind('.')));
 }
 
-const std::string& ReportContext::NoDataset() {
+const std::string& Vexa::ReportContext::NoDataset() {
   // Never destroyed: files are written while the process exits.
   static const auto& none = *new std::string;
   return none;
 }
 
-ReportContext::ReportContext(const std::string& dataset, const std::string& file)
+Vexa::ReportContext::ReportContext(const std::string& dataset, const std::string& file)
     : mDataset(dataset), mFile(file), mpOuter(spInnermostContext) {
   spInnermostContext = this;
 }
 
-ReportContext::~ReportContext() {
+Vexa::ReportContext::~ReportContext() {
   spInnermostContext = mpOuter;
 }
 
-std::string ReportContext::Dataset() {
+std::string Vexa::ReportContext::Dataset() {
   return spInnermostContext == nullptr ? "" : spInnermostContext->mDataset;
 }
 
-std::string ReportContext::File() {
+std::string Vexa::ReportContext::File() {
   return spInnermostContext == nullptr ? "" : spInnermostContext->mFile;
 }
 
-void ReportContext::PrintCurrent(std::ostream& os) {
+void Vexa::ReportContext::PrintCurrent(std::ostream& os) {
   if (spInnermostContext == nullptr) {
     return;
   }
@@ -121,12 +124,12 @@ void ReportContext::PrintCurrent(std::ostream& os) {
   const auto put = [&os](std::string_view piece) { os << piece; };
   if (!dataset.empty()) {
     os << "Object '";
-    PutPrintable(dataset, Breaks::Escaped, put);
+    Vexa::PutPrintable(dataset, Vexa::Breaks::Escaped, put);
     os << "'";
   }
   if (!file.empty()) {
     os << (dataset.empty() ? "File '" : " of file '");
-    PutPrintable(file, Breaks::Escaped, put);
+    Vexa::PutPrintable(file, Vexa::Breaks::Escaped, put);
     os << "'";
   }
   if (!dataset.empty() || !file.empty()) {
@@ -134,7 +137,7 @@ void ReportContext::PrintCurrent(std::ostream& os) {
   }
 }
 
-std::string ReportContext::Current() {
+std::string Vexa::ReportContext::Current() {
   std::ostringstream os;
   os.exceptions(std::ios_base::badbit);
   PrintCurrent(os);

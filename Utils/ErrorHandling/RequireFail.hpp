@@ -21,6 +21,8 @@
 [[noreturn]] void RequireFail(const char* condition, const char* file, int line,
                               const std::string& message, const char* sourceFile);
 
+namespace Vexa {
+
 /// The name under which a source file appears in reports: no directory, no extension.
 std::string ReportLabel(const char* path);
 
@@ -92,23 +94,27 @@ class ReportAs {
   const char* mpOuter;
 };
 
+}  // namespace Vexa
+
 // A program whose sources report under one name defines VEXA_REPORT_LABEL on its target. Headers
 // that such a program includes keep their own names.
 #ifdef VEXA_REPORT_LABEL
-#define VEXA_CURRENT_REPORT_LABEL \
-  (std::string(__FILE__) == __BASE_FILE__ ? std::string(VEXA_REPORT_LABEL) : ReportLabel(__FILE__))
+#define VEXA_CURRENT_REPORT_LABEL                                          \
+  (std::string(__FILE__) == __BASE_FILE__ ? std::string(VEXA_REPORT_LABEL) \
+                                          : Vexa::ReportLabel(__FILE__))
 #else
-#define VEXA_CURRENT_REPORT_LABEL ReportLabel(__FILE__)
+#define VEXA_CURRENT_REPORT_LABEL Vexa::ReportLabel(__FILE__)
 #endif
-#define VEXA_CALLERS_REPORT_LABEL \
-  (ReportAs::Label() == nullptr ? VEXA_CURRENT_REPORT_LABEL : std::string(ReportAs::Label()))
+#define VEXA_CALLERS_REPORT_LABEL                                 \
+  (Vexa::ReportAs::Label() == nullptr ? VEXA_CURRENT_REPORT_LABEL \
+                                      : std::string(Vexa::ReportAs::Label()))
 
 // The condition's text is made by the macro that the user wrote: one macro further in, macros
 // inside of the condition would be expanded already.
 #define VEXA_REQUIRE_AS(label, text, condition, message)                                        \
   do {                                                                                          \
     if (!(condition)) [[unlikely]] {                                                            \
-      RequireMessage requireMessage;                                                            \
+      Vexa::RequireMessage requireMessage;                                                      \
       requireMessage << message; /* NOLINT(bugprone-macro-parentheses): it chains << */         \
       RequireFail(text, std::string(label).c_str(), __LINE__, requireMessage.Text(), __FILE__); \
     }                                                                                           \
@@ -121,6 +127,8 @@ class ReportAs {
 /// The same under the label of the caller.
 #define VEXA_REQUIRE_FOR_CALLER(condition, message) \
   VEXA_REQUIRE_AS(VEXA_CALLERS_REPORT_LABEL, #condition, condition, message)
+
+namespace Vexa {
 
 /// Says what is being worked on while it lives, so that a report from any depth lets a user find
 /// the file and the dataset. Costs two pointers; nothing is formatted unless something fails.
@@ -150,3 +158,5 @@ class ReportContext {
   const std::string& mFile;
   const ReportContext* mpOuter;
 };
+
+}  // namespace Vexa

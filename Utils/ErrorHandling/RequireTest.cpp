@@ -35,11 +35,11 @@ TEST(RequireTest, NamesConditionAsWrittenSourceAndLine) {
 
 TEST(RequireTest, NamesPassForNoLineOfTheReport) {
   const std::string name = "a\n####\x1b[2J\xff";
-  const ReportContext context(name, name);
+  const Vexa::ReportContext context(name, name);
   const std::string shown = "a\\n####\\x1b[2J\\xff";
   const char* const null = nullptr;
   EXPECT_THAT(ReportOf([&] {
-                REQUIRE(false, "x\n" << name << ' ' << name.c_str() << null << Verbatim("y\n") << 1.5
+                REQUIRE(false, "x\n" << name << ' ' << name.c_str() << null << Vexa::Verbatim("y\n") << 1.5
                                      << ' ' << 123456.7 << ' ' << 1000000.5 << ' ' << std::setprecision(2) << 1000000.5);
               }),
               HasSubstr(")\nx\n" + shown + ' ' + shown +
@@ -55,11 +55,11 @@ TEST(RequireTest, TellsTheInnermostLabelAndContext) {
   const std::string line = std::to_string(sLineInShared);
   const std::string shared = " (line " + line + ")\nshared\n";
   const std::string place = " (RequireTest.cpp:" + line + ")\n###";
-  const ReportAs caller("Outer");
-  const ReportContext context(none, file);
+  const Vexa::ReportAs caller("Outer");
+  const Vexa::ReportContext context(none, file);
   const auto report = [&](const char* label) {
-    const ReportAs inner(label);
-    const ReportContext object(dataset, file);
+    const Vexa::ReportAs inner(label);
+    const Vexa::ReportContext object(dataset, file);
     return ReportOf(Shared);
   };
   EXPECT_THAT(report("Inner"), HasSubstr("\n#### 1 < 0  violated\n#### Inner" + shared +

@@ -45,9 +45,9 @@ void BacktraceSignal(int signal) {
 
 }  // namespace
 
-bool EnableSignalBacktraces() {
+bool Vexa::EnableSignalBacktraces() {
   if (!signal_backtraces_enabled) {
-    PrepareBacktrace();
+    Vexa::PrepareBacktrace();
     for (const int signal : {SIGSEGV, SIGFPE, SIGABRT, SIGQUIT}) {
       SetAction(signal, BacktraceSignal);
     }
@@ -56,6 +56,6 @@ bool EnableSignalBacktraces() {
   return true;
 }
 
-void IgnoreFileSizeSignal() {
+void Vexa::IgnoreFileSizeSignal() {
   SetAction(SIGXFSZ, SIG_IGN);
 }

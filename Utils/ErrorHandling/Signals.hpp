@@ -7,6 +7,8 @@
 /// Whether the handler is installed.
 extern bool signal_backtraces_enabled;
 
+namespace Vexa {
+
 /// Installs the handler; what the static initialiser calls. Always true.
 bool EnableSignalBacktraces();
 
@@ -14,3 +16,5 @@ bool EnableSignalBacktraces();
 /// the process by SIGXFSZ. Not part of the static initialiser: programs that write large files call
 /// it first thing in main().
 void IgnoreFileSizeSignal();
+
+}  // namespace Vexa

@@ -20,13 +20,13 @@ namespace {
 // This calls neither MyErr nor Backtrace, since they allocate.
 void ReportBadAlloc() {
   const std::ios_base::Init streams;  // a static initialiser may be what ran out of memory
-  PrepareForErrors();
+  Vexa::PrepareForErrors();
   const SigpipeHeldBack guard;
   std::cerr << "\n######## std::bad_alloc caught in TerminateHandler ##########\n"
             << "New ran out of memory.\n"
             << "Peak RSS memory    = " << GetPeakRSS() << " bytes \n"
             << "Current RSS memory = " << GetCurrentRSS() << " bytes " << std::endl;
-  ReportContext::PrintCurrent(std::cerr);
+  Vexa::ReportContext::PrintCurrent(std::cerr);
   PrintSimpleBacktrace(0);
   std::cerr << "#############################################################" << std::endl;
 }
@@ -59,7 +59,7 @@ void ReportExit(int status, void*) {
   if (status == 0 || MyAbortCalled_UncleanShutdown()) {
     return;
   }
-  const std::string context = ReportContext::Current();
+  const std::string context = Vexa::ReportContext::Current();
   MyErr << "\n#########################   ERROR   #########################\n"
         << "A library ended the process by exit(" << status << ").\n"
         << context << (context.empty() ? "" : "\n") << Backtrace(1)
@@ -69,12 +69,12 @@ void ReportExit(int status, void*) {
 
 }  // namespace
 
-bool InstallTerminateHandler() {
+bool Vexa::InstallTerminateHandler() {
   std::set_terminate(TerminateHandler);
   return true;
 }
 
-void ReportUnexpectedExit() {
+void Vexa::ReportUnexpectedExit() {
   on_exit(ReportExit, nullptr);
 }
 

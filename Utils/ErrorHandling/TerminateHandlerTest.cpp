@@ -82,9 +82,9 @@ TEST_F(TerminateHandlerTest, ReportByTypeOfException) {
 
 TEST_F(TerminateHandlerTest, ExitByALibrary) {
   const auto leave = [](int status) {
-    ReportUnexpectedExit();
+    Vexa::ReportUnexpectedExit();
     const std::string name = "a.h5";
-    const ReportContext context(name, name);
+    const Vexa::ReportContext context(name, name);
     std::exit(status);
   };
   EXPECT_EXIT(leave(3), ExitedWithCode(255),

@@ -14,7 +14,7 @@ struct ToldOutput : CachedOutputObject {
 };
 
 /// A process of the given rank in a job of two.
-struct FakeRuntime : ParallelRuntime {
+struct FakeRuntime : Vexa::ParallelRuntime {
   explicit FakeRuntime(int rank) : mRank(rank) { Install(this); }
   ~FakeRuntime() override { Install(nullptr); }
 

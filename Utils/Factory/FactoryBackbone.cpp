@@ -80,7 +80,7 @@ CreateFunction FactoryBackbone::Retrieve(std::string_view id, const std::string&
     MyErr << "Known ClassIDs & Documentation:\n" << Help() << sErrorEnd;
   } else {
     MyErr << sErrorBanner << heading << "\n"
-          << "ClassID '" << Printable(id) << "' not found. Known ClassIDs:\n"
+          << "ClassID '" << Vexa::Printable(id) << "' not found. Known ClassIDs:\n"
           << FormatRegisteredClassIDs(RegisteredClassIDs()) << sErrorEnd;
   }
   throw CodeError("", false);  // everything is said

@@ -36,7 +36,7 @@ struct Register : public virtual HasClassID {
   static bool RegisterClass() {
     using Base = typename Derived::CreationBase;
     return Derived::Registry().Register(Derived::ClassID(), FunctionFor<Derived>(), Derived::Help(),
-                                        Demangle(typeid(Base).name()));
+                                        Vexa::Demangle(typeid(Base).name()));
   }
 
   static bool RegisterDeprecatedIDs() {

@@ -93,7 +93,7 @@ std::string FixedLengthString(const char* text, std::size_t size, H5T_str_t padd
 
 void Vexa_H5::AttachStringsToAttributes(hid_t id, const std::string& name,
                                         const MyVector<std::string>& list, int verbosity) {
-  const ReportAs label("H5_Utils");
+  const Vexa::ReportAs label("H5_Utils");
   const Trace trace(verbosity);
   REQUIRE(id>=0, "oops -- internal error");
   DatatypeHandle type_id(trace(5, H5Tcopy(H5T_FORTRAN_S1), "H5Tcopy(H5T_FORTRAN_S1)"));
@@ -122,7 +122,7 @@ void Vexa_H5::AttachStringsToAttributes(hid_t id, const std::string& name,
 
 MyVector<std::string> Vexa_H5::RetrieveStringsFromAttributes(hid_t id, const std::string& name,
                                                              bool allowMissing, int verbosity) {
-  const ReportAs label("H5_Utils");
+  const Vexa::ReportAs label("H5_Utils");
   const Trace trace(verbosity);
   OpenedAttribute opened = OpenAttribute(id, name, allowMissing, trace);
   if (opened.mAttribute < 0) {
@@ -145,7 +145,7 @@ MyVector<std::string> Vexa_H5::RetrieveStringsFromAttributes(hid_t id, const std
 template <>
 void Vexa_H5::AttachAttributes(hid_t id, const std::string& name,
                                const std::vector<unsigned long>& values, int verbosity) {
-  const ReportAs label("H5_Utils");
+  const Vexa::ReportAs label("H5_Utils");
   const Trace trace(verbosity);
   REQUIRE(id>=0, "oops -- internal error");
   const hid_t type_id = H5Type<unsigned long>();
@@ -156,7 +156,7 @@ void Vexa_H5::AttachAttributes(hid_t id, const std::string& name,
 template <>
 std::vector<unsigned long> Vexa_H5::RetrieveAttributes(hid_t id, const std::string& name,
                                                        bool allowMissing, int verbosity) {
-  const ReportAs label("H5_Utils");
+  const Vexa::ReportAs label("H5_Utils");
   const Trace trace(verbosity);
   OpenedAttribute opened = OpenAttribute(id, name, allowMissing, trace);
   if (opened.mAttribute < 0) {

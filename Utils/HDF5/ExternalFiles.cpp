@@ -65,7 +65,7 @@ void Vexa_H5::NoteExternalLink(const std::string& parentFile,
   followed.mParents.push_back(CanonicalPath(parentFile));
   for (const std::string& place : places) {
     if (FileExists(place)) {
-      followed.mStamps.emplace(CanonicalPath(place), FileStamp(place));
+      followed.mStamps.emplace(CanonicalPath(place), Vexa::FileStamp(place));
     }
   }
 }

@@ -51,14 +51,14 @@ hid_t PassReaders([[maybe_unused]] const std::string& path, [[maybe_unused]] con
   file_id = TryToOpen(open, unlocked, wait.mIsLocked);
   if (file_id >= 0) {
     wait.mSharedLock = std::move(held);
-    MyErr << "File '" << Printable(path) << "' is opened for writing while others read it\n";
+    MyErr << "File '" << Vexa::Printable(path) << "' is opened for writing while others read it\n";
   }
 #endif
   return file_id;
 }
 
 void Announce(const std::string& path, LockWait::Clock::duration wait) {
-  MyErr << "File '" << Printable(path) << "' is open in another program; waiting up to "
+  MyErr << "File '" << Vexa::Printable(path) << "' is open in another program; waiting up to "
         << std::chrono::ceil<std::chrono::seconds>(wait).count() << " s for it\n";
 }
 

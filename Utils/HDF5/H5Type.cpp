@@ -39,7 +39,7 @@ std::size_t HdfConst::H5T_Variable() {
 }
 
 bool H5TypesEqual(hid_t dataset_id, hid_t type_id) {
-  const ReportAs label("H5Type");
+  const Vexa::ReportAs label("H5Type");
   DatatypeHandle dataset_type_id(H5Dget_type(dataset_id));
   REQUIRE(dataset_type_id >= 0, "H5Dget_type failed");
   DatatypeHandle native_type_id(H5Tget_native_type(dataset_type_id, H5T_DIR_ASCEND));

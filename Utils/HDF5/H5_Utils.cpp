@@ -58,7 +58,7 @@ herr_t PrepareForExternalFile(const char* parentFile, const char*, const char* c
   try {
     const std::vector<std::string> places = PlacesOf(childFile, parentFile);
     for (const std::string& path : places) {
-      if (FileExists(path) && !IsRegularFile(path)) {
+      if (FileExists(path) && !Vexa::IsRegularFile(path)) {
         return -1;
       }
     }
@@ -145,7 +145,7 @@ PropertyListHandle Vexa_H5::UntimedCreation(hid_t propertyListClass) {
 }
 
 hid_t Vexa_H5::CreateFile(const std::string& path, int verbosity, bool staysReadable) {
-  const ReportAs label("H5_Utils");
+  const Vexa::ReportAs label("H5_Utils");
   const Trace trace(verbosity);
   const hid_t fapl_id = FileAccess(ReadWrite, staysReadable);
   const hid_t file_id = trace(4, H5Fcreate(path.c_str(), H5F_ACC_EXCL, FileCreation(), fapl_id),
@@ -163,7 +163,7 @@ hid_t Vexa_H5::CreateFile(const std::string& path, int verbosity, bool staysRead
   return file_id;
 }
 
-std::optional<std::uint64_t> Vexa_H5::SizeWhenClosed(const FileDescriptor& file) {
+std::optional<std::uint64_t> Vexa_H5::SizeWhenClosed(const Vexa::FileDescriptor& file) {
   // HDF5 File Format Specification, "Superblock" of version 2 with addresses of 8 bytes.
   unsigned char superblock[48];
   constexpr std::size_t version = 8;
@@ -178,7 +178,7 @@ std::optional<std::uint64_t> Vexa_H5::SizeWhenClosed(const FileDescriptor& file)
 
 hid_t Vexa_H5::OpenFile(const std::string& path, H5AccessType access, int verbosity,
                         bool staysReadable, LockWait* wait) {
-  const ReportAs label("H5_Utils");
+  const Vexa::ReportAs label("H5_Utils");
   if (!FileExists(path)) {
     REQUIRE(access==ReadWrite,
             "Attempting to create non-existent file '" << path << "' in ReadOnly mode");
@@ -188,13 +188,13 @@ hid_t Vexa_H5::OpenFile(const std::string& path, H5AccessType access, int verbos
     }
     return file_id;
   }
-  REQUIRE(IsRegularFile(path), "'" << path << "' is not a regular file");
+  REQUIRE(Vexa::IsRegularFile(path), "'" << path << "' is not a regular file");
   const Trace trace(verbosity);
   const bool isToBeRead = access == ReadOnly;
   bool isNew = false;
   const auto open = [&](hid_t fapl_id) {
     // Who waits for another program may find in the end what that one made of an empty file.
-    isNew = !isToBeRead && staysReadable && IsEmptyFile(path);
+    isNew = !isToBeRead && staysReadable && Vexa::IsEmptyFile(path);
     if (!isNew) {
       return trace(4, H5Fopen(path.c_str(), isToBeRead ? H5F_ACC_RDONLY : H5F_ACC_RDWR, fapl_id),
                    "H5Fopen(", path, ")");
@@ -219,7 +219,7 @@ hid_t Vexa_H5::OpenFile(const std::string& path, H5AccessType access, int verbos
 }
 
 MyVector<std::string> Vexa_H5::ReadGroupNames(hid_t group_id, int verbosity) {
-  const ReportAs label("H5_Utils");
+  const Vexa::ReportAs label("H5_Utils");
   const Trace trace(verbosity);
   // A damaged tree of links can lead back into itself: there are no more than the file has bytes.
   struct {

@@ -40,7 +40,7 @@ hid_t CreateFile(const std::string& path, int verbosity, bool staysReadable);
 
 /// Returns the size that a file of ours had when it was closed, by its own words; none if it does
 /// not begin as such a file does.
-std::optional<std::uint64_t> SizeWhenClosed(const FileDescriptor& file);
+std::optional<std::uint64_t> SizeWhenClosed(const Vexa::FileDescriptor& file);
 
 /// Opens an existing file, or creates a missing one if the access is ReadWrite; never truncates.
 /// Fails on anything that is not a regular file (opening a FIFO would wait for ever) with "'<path>'

@@ -68,7 +68,7 @@ TEST(ExternalFilesTest, AreThoseThatLinksOfAFileLeadTo) {
   }
   std::string found;
   for (const auto& [path, stamp] : ExternalFilesOf(dir / "a.h5")) {
-    found += path + (stamp == FileStamp(path) ? "\n" : " has another stamp\n");
+    found += path + (stamp == Vexa::FileStamp(path) ? "\n" : " has another stamp\n");
   }
   EXPECT_EQ(found, (dir / "b.h5") + "\n" + (dir / "c.h5") + "\n");
 }

@@ -70,7 +70,7 @@ std::string ErrorText(hid_t stack) {
   const std::unique_ptr<char, decltype(&std::free)> owner(text, &std::free);
   std::string printed(text == nullptr ? "" : text, size);
   for (const std::string& description : Descriptions(stack)) {
-    std::string shown = Printable(description);
+    std::string shown = Vexa::Printable(description);
     // The library's own line break, behind the time of an open that failed.
     if (const std::size_t own = shown.find("\\n, name = '"); own != shown.npos) {
       shown.replace(own, 2, "\n");
@@ -80,12 +80,12 @@ std::string ErrorText(hid_t stack) {
       printed.replace(place, description.size(), shown);
     }
   }
-  return Printable(printed, Breaks::Kept);
+  return Vexa::Printable(printed, Vexa::Breaks::Kept);
 }
 
 // The library reports an error before we do, and would end the process if nobody reads that.
 herr_t PrintErrors(hid_t stack, void*) {
-  PrepareForErrors();
+  Vexa::PrepareForErrors();
   const SigpipeHeldBack guard;
   if (sPrintErrors != nullptr) {
     return sPrintErrors(stack, sPrintErrorsData);

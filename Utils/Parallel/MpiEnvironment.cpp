@@ -63,7 +63,7 @@ std::string Ranks(const std::vector<int>& ranks) {
 // on little. That is also why the processes of a host tell each other through plain memory.
 //
 // The object belongs to MPI, as an attribute of the communicator that MPI_Finalize() clears first.
-class MpiEnvironment::Runtime : public ParallelRuntime {
+class MpiEnvironment::Runtime : public Vexa::ParallelRuntime {
  public:
   Runtime() {
     MPI_Comm_rank(MPI_COMM_WORLD, &mRank);
@@ -191,7 +191,7 @@ class MpiEnvironment::Runtime : public ParallelRuntime {
       return MPI_SUCCESS;
     }
     runtime->mIsFinalizing = true;
-    const bool isInstalled = &ParallelRuntime::Instance() == runtime;
+    const bool isInstalled = &Vexa::ParallelRuntime::Instance() == runtime;
     if (isInstalled) {
       CachedOutput::FlushCachedOutput();
       CachedOutput::SayIfWritten();
@@ -200,7 +200,7 @@ class MpiEnvironment::Runtime : public ParallelRuntime {
       MPI_Win_free(&runtime->mWindow);
     }
     if (isInstalled) {
-      ParallelRuntime::Install(nullptr);
+      Vexa::ParallelRuntime::Install(nullptr);
     }
     delete runtime;
     return MPI_SUCCESS;
@@ -228,7 +228,7 @@ MpiEnvironment::MpiEnvironment(int& argc, char**& argv) {
   if (mStartedMpi) {
     MPI_Init(&argc, &argv);
   }
-  ParallelRuntime::Install(new Runtime);
+  Vexa::ParallelRuntime::Install(new Runtime);
   if (mStartedMpi) {
     InstallErrorHandler();
   }
@@ -244,6 +244,6 @@ MpiEnvironment::~MpiEnvironment() {
   if (mStartedMpi) {
     MPI_Finalize();
   } else {
-    ParallelRuntime::Install(nullptr);
+    Vexa::ParallelRuntime::Install(nullptr);
   }
 }

@@ -24,13 +24,14 @@ namespace {
 struct Output : CachedOutputObject {
   bool HoldsBack() const override { return mHoldsBack; }
   void WriteCache() const override {
-    std::ofstream("flushed" + std::to_string(ParallelRuntime::Instance().Rank())) << ";";
+    std::ofstream("flushed" + std::to_string(Vexa::ParallelRuntime::Instance().Rank())) << ";";
   }
   bool mHoldsBack = false;
 };
 
 void SendToNobody() {
-  MPI_Send(nullptr, 0, MPI_INT, ParallelRuntime::Instance().NumberOfProcesses(), 0, MPI_COMM_WORLD);
+  MPI_Send(nullptr, 0, MPI_INT, Vexa::ParallelRuntime::Instance().NumberOfProcesses(), 0,
+           MPI_COMM_WORLD);
 }
 
 [[noreturn]] void RunOwnMpi(int argc, char** argv) {
@@ -59,7 +60,7 @@ int main(int argc, char** argv) {
     MPI_Init(&argc, &argv);
   }
   const MpiEnvironment environment(argc, argv);
-  const ParallelRuntime& runtime = ParallelRuntime::Instance();
+  const Vexa::ParallelRuntime& runtime = Vexa::ParallelRuntime::Instance();
   if (what == "normal") {
     return 0;
   }

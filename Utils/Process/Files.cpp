@@ -45,44 +45,44 @@ bool DirectoryExists(const std::string& path) {
   return status && S_ISDIR(status->st_mode);
 }
 
-bool IsRegularFile(const std::string& path) {
+bool Vexa::IsRegularFile(const std::string& path) {
   const Status status = StatusOf(path);
   return status && S_ISREG(status->st_mode);
 }
 
-bool IsEmptyFile(const std::string& path) {
+bool Vexa::IsEmptyFile(const std::string& path) {
   const Status status = StatusOf(path);
   return status && S_ISREG(status->st_mode) && status->st_size == 0;
 }
 
-std::optional<FileIdentity> IdentityOf(const std::string& path) {
+std::optional<Vexa::FileIdentity> Vexa::IdentityOf(const std::string& path) {
   const Status status = StatusOf(path);
-  return status ? std::optional(FileIdentity{status->st_dev, status->st_ino}) : std::nullopt;
+  return status ? std::optional(Vexa::FileIdentity{status->st_dev, status->st_ino}) : std::nullopt;
 }
 
-std::string FileStamp(const std::string& path) {
+std::string Vexa::FileStamp(const std::string& path) {
   return StampFrom(StatusOf(path));
 }
 
-FileDescriptor::FileDescriptor(int descriptor)
+Vexa::FileDescriptor::FileDescriptor(int descriptor)
     : mDescriptor(fcntl(descriptor, F_DUPFD_CLOEXEC, 0)) {}
 
-FileDescriptor::~FileDescriptor() {
+Vexa::FileDescriptor::~FileDescriptor() {
   if (mDescriptor >= 0) {
     close(mDescriptor);
   }
 }
 
-std::string FileDescriptor::Stamp() const {
+std::string Vexa::FileDescriptor::Stamp() const {
   return StampFrom(StatusOf(mDescriptor));
 }
 
-std::uint64_t FileDescriptor::Bytes() const {
+std::uint64_t Vexa::FileDescriptor::Bytes() const {
   const Status status = StatusOf(mDescriptor);
   return status ? static_cast<std::uint64_t>(status->st_size) : 0;
 }
 
-bool FileDescriptor::Read(std::uint64_t position, void* bytes, std::size_t count) const {
+bool Vexa::FileDescriptor::Read(std::uint64_t position, void* bytes, std::size_t count) const {
   auto* next = static_cast<char*>(bytes);
   while (count > 0) {
     // A read may be cut short, or interrupted before it began.
@@ -98,18 +98,18 @@ bool FileDescriptor::Read(std::uint64_t position, void* bytes, std::size_t count
   return true;
 }
 
-int FileDescriptor::FlushToDisk() const {
+int Vexa::FileDescriptor::FlushToDisk() const {
   return fsync(mDescriptor) == 0 ? 0 : errno;
 }
 
-bool FileDescriptor::HasName(const std::string& path) const {
+bool Vexa::FileDescriptor::HasName(const std::string& path) const {
   const Status own = StatusOf(mDescriptor);
   struct stat named;
   return own && lstat(path.c_str(), &named) == 0 && own->st_dev == named.st_dev &&
          own->st_ino == named.st_ino;
 }
 
-int FlushToDisk(const std::string& path) {
+int Vexa::FlushToDisk(const std::string& path) {
   const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
   if (descriptor < 0) {
     return errno;
@@ -122,7 +122,7 @@ int FlushToDisk(const std::string& path) {
   return error;
 }
 
-void TakeStandardDescriptors() {
+void Vexa::TakeStandardDescriptors() {
   for (const int standard : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
     if (fcntl(standard, F_GETFD) < 0 && errno == EBADF) {
       open("/dev/null", O_PATH);  // gets the lowest number that is free
@@ -130,7 +130,7 @@ void TakeStandardDescriptors() {
   }
 }
 
-void RaiseOpenFileLimit() {
+void Vexa::RaiseOpenFileLimit() {
   rlimit limit;
   if (getrlimit(RLIMIT_NOFILE, &limit) == 0) {
     limit.rlim_cur = limit.rlim_max;

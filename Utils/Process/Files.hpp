@@ -14,6 +14,8 @@ bool FileExists(const std::string& path);
 
 bool DirectoryExists(const std::string& path);
 
+namespace Vexa {
+
 /// Whether the path leads to what can be opened and read like a file: to no directory, FIFO, socket
 /// or device.
 bool IsRegularFile(const std::string& path);
@@ -73,3 +75,5 @@ void TakeStandardDescriptors();
 /// Raises the soft limit on open files of this process to the hard limit, as far as the system
 /// lets it.
 void RaiseOpenFileLimit();
+
+}  // namespace Vexa

@@ -31,27 +31,28 @@ TEST(FilesTest, EveryKindOfPathAndEveryChange) {
     const std::string path = folder / name;
     kinds.append(FileExists(path) ? " exists" : " -")
         .append(DirectoryExists(path) ? ":folder" : "");
-    kinds.append(IsRegularFile(path) ? ":file" : "").append(IsEmptyFile(path) ? ":empty" : "");
+    kinds.append(Vexa::IsRegularFile(path) ? ":file" : "")
+        .append(Vexa::IsEmptyFile(path) ? ":empty" : "");
   }
   EXPECT_EQ(kinds, " exists:file exists:file exists:file:empty exists:folder exists - -");
-  EXPECT_EQ(IdentityOf(folder / "link"), IdentityOf(file));
-  EXPECT_NE(IdentityOf(folder / "sub"), IdentityOf(file));
-  EXPECT_EQ(FlushToDisk(file) + FlushToDisk(folder), 0);
-  EXPECT_EQ(FlushToDisk(folder / "none"), ENOENT);
-  EXPECT_EQ(FlushToDisk("/dev/null"), EINVAL) << "only a directory is excused";
+  EXPECT_EQ(Vexa::IdentityOf(folder / "link"), Vexa::IdentityOf(file));
+  EXPECT_NE(Vexa::IdentityOf(folder / "sub"), Vexa::IdentityOf(file));
+  EXPECT_EQ(Vexa::FlushToDisk(file) + Vexa::FlushToDisk(folder), 0);
+  EXPECT_EQ(Vexa::FlushToDisk(folder / "none"), ENOENT);
+  EXPECT_EQ(Vexa::FlushToDisk("/dev/null"), EINVAL) << "only a directory is excused";
 
-  const std::string stamp = FileStamp(folder / "link");
+  const std::string stamp = Vexa::FileStamp(folder / "link");
   const auto time = fs::last_write_time(file);
   fs::last_write_time(file, time + std::chrono::nanoseconds(1));
-  EXPECT_NE(FileStamp(file), stamp);
+  EXPECT_NE(Vexa::FileStamp(file), stamp);
   std::ofstream(file, std::ios::app) << "+";
   fs::last_write_time(file, time);
-  EXPECT_NE(FileStamp(file), stamp);
+  EXPECT_NE(Vexa::FileStamp(file), stamp);
 
   const int descriptor = open(file.c_str(), O_RDONLY);
-  const FileDescriptor held(descriptor);
+  const Vexa::FileDescriptor held(descriptor);
   close(descriptor);
-  EXPECT_EQ(held.Stamp(), FileStamp(file));
+  EXPECT_EQ(held.Stamp(), Vexa::FileStamp(file));
   EXPECT_TRUE(held.HasName(file) && !held.HasName(folder / "link"));
   fs::remove_all(folder);
   EXPECT_FALSE(held.HasName(file));
@@ -59,18 +60,18 @@ TEST(FilesTest, EveryKindOfPathAndEveryChange) {
   EXPECT_TRUE(held.Read(1, bytes.data(), 4));
   EXPECT_EQ(bytes, "ext+");
   EXPECT_FALSE(held.Read(2, bytes.data(), 4)) << "there are fewer";
-  EXPECT_EQ(FileDescriptor(-1).FlushToDisk(), EBADF);
+  EXPECT_EQ(Vexa::FileDescriptor(-1).FlushToDisk(), EBADF);
 }
 
 TEST(FilesTest, NoFileBecomesStandardErrorAndManyMayBeOpen) {
   const auto run = [] {
     rlimit limit{64, 128};
     setrlimit(RLIMIT_NOFILE, &limit);
-    RaiseOpenFileLimit();
+    Vexa::RaiseOpenFileLimit();
     getrlimit(RLIMIT_NOFILE, &limit);
     close(STDIN_FILENO);
     close(STDERR_FILENO);
-    TakeStandardDescriptors();
+    Vexa::TakeStandardDescriptors();
     const bool fails = write(STDERR_FILENO, "x", 1) < 0;
     std::exit(fails && open("/dev/null", O_RDWR) > STDERR_FILENO && limit.rlim_cur == 128 ? 0 : 1);
   };

@@ -42,11 +42,12 @@ TEST(FormattingTest, NumbersSizesAndTimes) {
 TEST(FormattingTest, WordsOfAShellAndOfATerminal) {
   EXPECT_EQ(Quoted("run/a-1.h5") + Quoted("it's $H") + Quoted(""), "run/a-1.h5'it'\\''s $H'''");
   const std::string shown = "größe \xE4\xB8\xAD \xC2\xA0 \xF0\x9F\x98\x80~ ";
-  EXPECT_EQ(Printable(shown + "a\nb\tc\x1b[K\x7F \xC2\x9F"), shown + "a\\nb\\tc\\x1b[K\\x7f \\x9f");
-  EXPECT_EQ(Printable("a\n\tb\r", Breaks::Kept), "a\n\tb\\x0d");
-  EXPECT_EQ(Printable(std::string_view("\xE4\xB8\xAD", 2)), "\\xe4\\xb8") << "cut short";
+  EXPECT_EQ(Vexa::Printable(shown + "a\nb\tc\x1b[K\x7F \xC2\x9F"),
+            shown + "a\\nb\\tc\\x1b[K\\x7f \\x9f");
+  EXPECT_EQ(Vexa::Printable("a\n\tb\r", Vexa::Breaks::Kept), "a\n\tb\\x0d");
+  EXPECT_EQ(Vexa::Printable(std::string_view("\xE4\xB8\xAD", 2)), "\\xe4\\xb8") << "cut short";
   // Longer than need be, half a surrogate, past the last character.
-  EXPECT_EQ(Printable("\xC1\xBF\xE0\x9F\xBF\xED\xA0\x80\xF5\x80\x80\x80\xF4\x90\x80\x80"),
+  EXPECT_EQ(Vexa::Printable("\xC1\xBF\xE0\x9F\xBF\xED\xA0\x80\xF5\x80\x80\x80\xF4\x90\x80\x80"),
             R"(\xc1\xbf\xe0\x9f\xbf\xed\xa0\x80\xf5\x80\x80\x80\xf4\x90\x80\x80)");
 }
 

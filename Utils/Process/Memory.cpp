@@ -87,7 +87,7 @@ std::string MemoryUsage() {
          BytesToAscii(static_cast<std::int64_t>(residentBytes)) + " res";
 }
 
-void KeepFreedMemory() {
+void Vexa::KeepFreedMemory() {
 #if defined(__GLIBC__)
   mallopt(M_MMAP_THRESHOLD, 16 << 20);
   mallopt(M_TRIM_THRESHOLD, 128 << 20);

@@ -22,7 +22,11 @@ void GetMemoryUsageBytes(std::uint64_t& virtualBytes, std::uint64_t& residentByt
 /// Returns both on one line, without a newline: "53.816 MiB vm, 7.2031 MiB res".
 std::string MemoryUsage();
 
+namespace Vexa {
+
 /// Lets the process keep memory that it has freed, up to 128 MiB in blocks of up to 16 MiB, instead
 /// of giving it back to the system at once. For programs that go through large buffers one after
 /// the other: fresh pages cost more than what is done with them.
 void KeepFreedMemory();
+
+}  // namespace Vexa

@@ -10,17 +10,17 @@ bool IsUpperControl(std::string_view text) {
 }
 
 // The length of the first character, or 0 if it is not shown as it is.
-std::size_t ShownAsItIs(std::string_view text, Breaks breaks) {
+std::size_t ShownAsItIs(std::string_view text, Vexa::Breaks breaks) {
   const auto byte = static_cast<unsigned char>(text[0]);
   if (byte < 0x20 || byte == 0x7F) {
-    return breaks == Breaks::Kept && (byte == '\n' || byte == '\t') ? 1 : 0;
+    return breaks == Vexa::Breaks::Kept && (byte == '\n' || byte == '\t') ? 1 : 0;
   }
   return byte < 0x80 ? 1 : IsUpperControl(text) ? 0 : WellFormedLength(text);
 }
 
 }  // namespace
 
-std::size_t PlainLength(std::string_view text, Breaks breaks) {
+std::size_t Vexa::PlainLength(std::string_view text, Vexa::Breaks breaks) {
   std::size_t length = 0;
   while (length < text.size()) {
     const std::size_t character = ShownAsItIs(text.substr(length), breaks);
@@ -32,7 +32,8 @@ std::size_t PlainLength(std::string_view text, Breaks breaks) {
   return length;
 }
 
-EscapedCharacter::EscapedCharacter(std::string_view text) : mLength(IsUpperControl(text) ? 2 : 1) {
+Vexa::EscapedCharacter::EscapedCharacter(std::string_view text)
+    : mLength(IsUpperControl(text) ? 2 : 1) {
   constexpr std::string_view digits = "0123456789abcdef";
   const auto byte = static_cast<unsigned char>(text[mLength - 1]);
   const bool hasName = byte == '\n' || byte == '\t';
@@ -41,8 +42,8 @@ EscapedCharacter::EscapedCharacter(std::string_view text) : mLength(IsUpperContr
                    : std::array{'\\', 'x', digits[byte >> 4U], digits[byte & 15U]};
 }
 
-std::string Printable(std::string_view text, Breaks breaks) {
+std::string Vexa::Printable(std::string_view text, Vexa::Breaks breaks) {
   std::string printable;
-  PutPrintable(text, breaks, [&printable](std::string_view piece) { printable += piece; });
+  Vexa::PutPrintable(text, breaks, [&printable](std::string_view piece) { printable += piece; });
   return printable;
 }

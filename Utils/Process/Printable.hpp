@@ -7,6 +7,8 @@
 #include <string>
 #include <string_view>
 
+namespace Vexa {
+
 /// What becomes of line breaks and tabs: a text of several lines keeps them.
 enum class Breaks { Escaped, Kept };
 
@@ -41,3 +43,5 @@ void PutPrintable(std::string_view text, Breaks breaks, const Put& put) {
     }
   }
 }
+
+}  // namespace Vexa

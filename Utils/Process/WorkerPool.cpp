@@ -62,11 +62,11 @@ class WorkerPool {
  public:
   static WorkerPool& Instance() {
     // The pool is never destroyed: the process may end while a failure is reported from anywhere.
-    static WorkerPool& pool = *new WorkerPool(NumberOfThreads() - 1);
+    static WorkerPool& pool = *new WorkerPool(Vexa::NumberOfThreads() - 1);
     return pool;
   }
 
-  void Add(TaskGroup& group, std::function<void()> task) {
+  void Add(Vexa::TaskGroup& group, std::function<void()> task) {
     std::unique_lock lock(mMutex);
     if (mWaiting.size() >= mMostWaiting) {
       RunNext(lock);
@@ -77,7 +77,7 @@ class WorkerPool {
     mTaskWaits.notify_one();
   }
 
-  void Wait(TaskGroup& group) {
+  void Wait(Vexa::TaskGroup& group) {
     std::unique_lock lock(mMutex);
     while (group.mUnfinished > 0) {
       if (mWaiting.empty()) {
@@ -90,7 +90,7 @@ class WorkerPool {
 
  private:
   struct Task {
-    TaskGroup* mpGroup;
+    Vexa::TaskGroup* mpGroup;
     std::function<void()> mRun;
   };
 
@@ -142,19 +142,19 @@ class WorkerPool {
   std::vector<std::jthread> mWorkers;
 };
 
-std::size_t NumberOfThreads() {
+std::size_t Vexa::NumberOfThreads() {
   static const std::size_t threads = ChosenNumberOfThreads();
   return threads;
 }
 
-TaskGroup::~TaskGroup() {
+Vexa::TaskGroup::~TaskGroup() {
   if (mUsesWorkers) {
     WorkerPool::Instance().Wait(*this);
   }
 }
 
-void TaskGroup::Add(std::function<void()> task) {
-  if (NumberOfThreads() > 1) {
+void Vexa::TaskGroup::Add(std::function<void()> task) {
+  if (Vexa::NumberOfThreads() > 1) {
     mUsesWorkers = true;
     WorkerPool::Instance().Add(*this, std::move(task));
     return;
@@ -166,7 +166,7 @@ void TaskGroup::Add(std::function<void()> task) {
   }
 }
 
-void TaskGroup::Wait() {
+void Vexa::TaskGroup::Wait() {
   if (mUsesWorkers) {
     WorkerPool::Instance().Wait(*this);
   }

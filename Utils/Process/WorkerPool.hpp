@@ -5,6 +5,10 @@
 #include <exception>
 #include <functional>
 
+class WorkerPool;
+
+namespace Vexa {
+
 /// Threads that work may use, the calling one included: what the environment variable VEXA_THREADS
 /// says, if that is a whole number of at least 1, else the number of processors that this process
 /// may use (its affinity, and the quota of its control group).
@@ -31,9 +35,11 @@ class TaskGroup {
   void Wait();
 
  private:
-  friend class WorkerPool;
+  friend class ::WorkerPool;
 
   bool mUsesWorkers = false;
   std::size_t mUnfinished = 0;
   std::exception_ptr mFailure;
 };
+
+}  // namespace Vexa

@@ -28,9 +28,11 @@ TEST(WorkerPoolDeathTest, ThreadsAreAsManyAsToldElseAsProcessors) {
     CPU_SET(sched_getcpu(), &one);
     sched_setaffinity(0, sizeof one, &one);
     bool hasRun = false;
-    TaskGroup group;
+    Vexa::TaskGroup group;
     group.Add([&hasRun] { hasRun = true; });
-    std::exit(hasRun || NumberOfThreads() > 1 ? static_cast<int>(NumberOfThreads() % 255) : 254);
+    std::exit(hasRun || Vexa::NumberOfThreads() > 1
+                  ? static_cast<int>(Vexa::NumberOfThreads() % 255)
+                  : 254);
   };
   for (const auto& [told, threads] : {std::pair{"3", 3}, {"0", 1}, {"3x", 1}, {"300", 1}}) {
     EXPECT_EXIT(run(told), testing::ExitedWithCode(threads), "") << told;
@@ -39,7 +41,7 @@ TEST(WorkerPoolDeathTest, ThreadsAreAsManyAsToldElseAsProcessors) {
 
 TEST(WorkerPoolDeathTest, StartsWithWhatMemoryAllows) {
   const auto run = [] {
-    TaskGroup group;
+    Vexa::TaskGroup group;
     std::atomic<int> ended = 0;
     int added = 0;
     for (int allocations = 0; added < 100; ++allocations) {
@@ -62,8 +64,8 @@ TEST(WorkerPoolTest, AGroupEndsWithItsOwnTasksAndThrowsTheirFailureOnOnce) {
   for (int round = 0; round < 200; ++round) {
     ASSERT_EQ(others, 20 * round) << "though nobody waited";
     std::atomic<int> ended = 0;
-    TaskGroup notWaitedFor;
-    TaskGroup group;
+    Vexa::TaskGroup notWaitedFor;
+    Vexa::TaskGroup group;
     for (int i = 0; i < 20; ++i) {
       notWaitedFor.Add([&others] { ++others; });
       group.Add([&ended] { ++ended == 3 ? throw std::runtime_error("a task") : 0; });
@@ -77,7 +79,7 @@ TEST(WorkerPoolTest, AGroupEndsWithItsOwnTasksAndThrowsTheirFailureOnOnce) {
 // One of the two tasks runs on a worker, and ends when there is nothing to do here but to wait.
 TEST(WorkerPoolTest, ATaskThatEndsLateIsWaitedFor) {
   std::latch begun(2);
-  TaskGroup group;
+  Vexa::TaskGroup group;
   for (int i = 0; i < 2; ++i) {
     group.Add([&begun, here = std::this_thread::get_id(), start = std::clock()] {
       begun.arrive_and_wait();

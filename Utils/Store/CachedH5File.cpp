@@ -17,10 +17,10 @@ namespace {
 
 // The real path of an existing file. A program makes a handle for the same file in every step, so
 // the last answer is kept: it holds as long as the name leads to that file.
-std::string RealPathOf(const std::string& filename, const FileIdentity& identity) {
+std::string RealPathOf(const std::string& filename, const Vexa::FileIdentity& identity) {
   struct Answer {
     std::string mFilename;
-    FileIdentity mIdentity;
+    Vexa::FileIdentity mIdentity;
     std::string mPath;
   };
   static auto& last = *new Answer{};
@@ -39,7 +39,7 @@ std::string NewPath(const std::string& filename) {
 }
 
 std::string FullPath(const std::string& filename, H5AccessType atype) {
-  if (const std::optional<FileIdentity> identity = IdentityOf(filename)) {
+  if (const std::optional<Vexa::FileIdentity> identity = Vexa::IdentityOf(filename)) {
     return RealPathOf(filename, *identity);
   }
   REQUIRE(atype == ReadWrite, "Tried to open nonexistent file " << filename << " for reading");
@@ -56,8 +56,8 @@ void RequireType(const H5_Node* ptr, const std::string& typ) {
 CachedH5File::CachedH5File(const std::string& filename, H5AccessType access, int verbosity,
                            Kind kind)
     : mAtype(access) {
-  InsideStore::StopIfProcessEnds();
-  const InsideStore inside;
+  Vexa::InsideStore::StopIfProcessEnds();
+  const Vexa::InsideStore inside;
   const bool isWhole = kind == Kind::Whole;
   mpFile = &TheCachedH5FileHolder().GetH5_File(
       isWhole ? NewPath(filename) : FullPath(filename, access), access, verbosity, !isWhole);
@@ -68,7 +68,7 @@ CachedH5File::CachedH5File(const std::string& filename, H5AccessType access, int
 CachedH5File::CachedH5File(const std::string& filename, H5AccessType access,
                            const VersionHistory& versionHistory, int verbosity, bool keepOpen)
     : CachedH5File(filename, access, verbosity, Kind::Growing) {
-  const InsideStore inside;
+  const Vexa::InsideStore inside;
   if (mpFile->IsNew() && !versionHistory.empty()) {
     auto& record = GetObjectForWrite<H5_Objects::Version>("VersionHist.ver");
     // A record that waited for a file which was removed is in memory already.
@@ -90,9 +90,9 @@ CachedH5File::~CachedH5File() {
   if (mpFile == nullptr) {
     return;  // the cache was purged
   }
-  InsideStore::StopIfProcessEnds();
-  const InsideStore inside;
-  if (MayCheckInDestructor()) {
+  Vexa::InsideStore::StopIfProcessEnds();
+  const Vexa::InsideStore inside;
+  if (Vexa::MayCheckInDestructor()) {
     if (!mpFile->IsIncomplete()) {
       // First of all, so that a write that follows closes the file instead of flushing it.
       mpFile->SetHandle(nullptr);
@@ -112,28 +112,28 @@ std::map<std::string, std::string> CachedH5File::ExternalFiles() const {
 }
 
 std::string CachedH5File::Path(const std::string& name) const {
-  const InsideStore inside;
+  const Vexa::InsideStore inside;
   return mpFile->Root()->GetNode(name).FullName();
 }
 
 std::string CachedH5File::Name(const std::string& name) const {
-  const InsideStore inside;
+  const Vexa::InsideStore inside;
   return mpFile->Root()->GetNode(name).Name();
 }
 
 bool CachedH5File::Exists(const std::string& name) const {
-  const InsideStore inside;
+  const Vexa::InsideStore inside;
   return mpFile->Root()->Exists(name);
 }
 
 MyVector<std::string> CachedH5File::GetNames(const std::string& glob, bool recursive) const {
-  const InsideStore inside;
+  const Vexa::InsideStore inside;
   return mpFile->GetNames(glob, recursive);
 }
 
 H5_Object& CachedH5File::GetObjectForRead_(const std::string& name, const std::string& typ) {
-  const InsideStore inside;
-  const ReportContext context(name, mpFile->Filename());
+  const Vexa::InsideStore inside;
+  const Vexa::ReportContext context(name, mpFile->Filename());
   if (!mpFile->IsFileOpen()) {
     mpFile->OpenToRead();
   }
@@ -156,8 +156,8 @@ H5_Object& CachedH5File::GetObjectForRead_(const std::string& name, const std::s
 }
 
 H5_Object& CachedH5File::GetObjectForWrite_(const std::string& name, const std::string& typ) {
-  const InsideStore inside;
-  const ReportContext context(name, mpFile->Filename());
+  const Vexa::InsideStore inside;
+  const Vexa::ReportContext context(name, mpFile->Filename());
   CachedOutput::FlushIfRequested();
   REQUIRE(mAtype==ReadWrite, "Called GetObjectForWrite on an CachedH5File that is ReadOnly");
   mpFile->SetAccess(ReadWrite);
@@ -174,7 +174,7 @@ H5_Object& CachedH5File::GetObjectForWrite_(const std::string& name, const std::
 }
 
 void CachedH5File::WriteImmediately(const std::string& name, const std::function<void()>& write) {
-  const InsideStore inside;
+  const Vexa::InsideStore inside;
   mpFile->WriteImmediately(mpFile->Root()->GetNode(name), write);
 }
 
@@ -182,23 +182,23 @@ void CachedH5File::SetUnfinished(bool isUnfinished) {
   mpFile->SetUnfinished(isUnfinished);
 }
 
-FileDescriptor CachedH5File::Hold() const {
-  const InsideStore inside;
+Vexa::FileDescriptor CachedH5File::Hold() const {
+  const Vexa::InsideStore inside;
   return mpFile->Hold();
 }
 
 std::string CachedH5File::OpenedStamp() const {
-  const InsideStore inside;
+  const Vexa::InsideStore inside;
   return mpFile->IsFileOpen() ? mpFile->Hold().Stamp() : "";
 }
 
 void CachedH5File::CloseObjects() {
-  const InsideStore inside;
+  const Vexa::InsideStore inside;
   mpFile->CloseObjectsInGroups();
 }
 
 void CachedH5File::CloseFile() {
-  const InsideStore inside;
+  const Vexa::InsideStore inside;
   mpFile->CloseFile();
 }
 

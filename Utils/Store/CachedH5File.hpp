@@ -113,7 +113,7 @@ class CachedH5File {
   /// one.
   void SetUnfinished(bool isUnfinished);
   /// Keeps hold of the file itself, which must be open, beyond the life of this handle.
-  FileDescriptor Hold() const;
+  Vexa::FileDescriptor Hold() const;
   /// Returns the stamp of the file that is open, whatever has its name by now; empty if none is
   /// open.
   std::string OpenedStamp() const;

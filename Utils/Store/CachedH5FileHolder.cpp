@@ -22,8 +22,8 @@ namespace {
 
 void SayWhatIsLost(const H5_File& file) {
   if (file.CummulativeCacheSize() != 0) {
-    MyErr << "File '" << Printable(file.Filename()) << "' lacks " << file.CummulativeCacheSize()
-          << " bytes that waited for another program to close it\n";
+    MyErr << "File '" << Vexa::Printable(file.Filename()) << "' lacks "
+          << file.CummulativeCacheSize() << " bytes that waited for another program to close it\n";
   }
 }
 
@@ -34,12 +34,12 @@ std::optional<LockWait::Clock::time_point> EndOfWait() {
   if (CachedOutput::IsEndingBySignal() && !MyAbortCalled_UncleanShutdown()) {
     return LockWait::Patient().mUntil;
   }
-  const ParallelRuntime& runtime = ParallelRuntime::Instance();
+  const Vexa::ParallelRuntime& runtime = Vexa::ParallelRuntime::Instance();
   if (!MyAbortCalled_UncleanShutdown() || !runtime.IsInitialized() ||
       runtime.NumberOfProcesses() < 2) {
     return std::nullopt;
   }
-  const std::chrono::duration<double> half(MyAbort_SleepSeconds() / 2.0);
+  const std::chrono::duration<double> half(Vexa::MyAbort_SleepSeconds() / 2.0);
   const auto wait = std::min(half, Vexa_H5::LockPatience());
   return Clock::now() + std::chrono::duration_cast<Clock::duration>(wait);
 }
@@ -60,13 +60,13 @@ CachedH5FileHolder::~CachedH5FileHolder() {
   // What fails from here on must not be answered by asking this object to write again.
   Unregister();
   Vexa_H5::SetOnLibraryEnd(nullptr);
-  if (!InsideStore::TakeForGood()) {
+  if (!Vexa::InsideStore::TakeForGood()) {
     Vexa_H5::EndProcess(-1);
   }
   ClearWriteLog();
   WriteAtLast(false);
   mFiles.clear();
-  MyAbort_LastOutputWritten();
+  Vexa::MyAbort_LastOutputWritten();
 }
 
 CachedH5FileHolder& TheCachedH5FileHolder() {
@@ -76,7 +76,7 @@ CachedH5FileHolder& TheCachedH5FileHolder() {
 
 H5_File& CachedH5FileHolder::GetH5_File(const std::string& fullPath, H5AccessType access,
                                         int verbosity, bool staysReadable) {
-  const InsideStore inside;
+  const Vexa::InsideStore inside;
   H5_File* ptr = mFiles.Find(fullPath);
   if (ptr == nullptr) {
     mFiles.Insert(fullPath, fullPath, access, verbosity, staysReadable);
@@ -85,19 +85,19 @@ H5_File& CachedH5FileHolder::GetH5_File(const std::string& fullPath, H5AccessTyp
     file.CountIn(mTotalCacheSize);
     return file;
   }
-  const ReportContext context(fullPath);
+  const Vexa::ReportContext context(fullPath);
   const char* message =
       "Consistency error.  h5-file should be closed when creatingCachedH5File.\n"
       "Do you use **multiple** instances of CachedH5File to access the same file?";
-  REQUIRE(!ptr->IsFileOpen(), Verbatim(message));
-  REQUIRE(!ptr->HasHandle(), Verbatim(message));
+  REQUIRE(!ptr->IsFileOpen(), Vexa::Verbatim(message));
+  REQUIRE(!ptr->HasHandle(), Vexa::Verbatim(message));
   if (access == ReadWrite) {
     ptr->SetAccess(ReadWrite);
     ptr->CreateIfMissing();
     return *ptr;
   }
   if (ptr->CummulativeCacheSize() != 0) {
-    MyErr << "CachedH5File(" << Printable(fullPath) << ", ReadOnly):\n"
+    MyErr << "CachedH5File(" << Vexa::Printable(fullPath) << ", ReadOnly):\n"
           << "Write non-empty cache now,  before opening ReadOnly.\n";
     WriteFile(*ptr, LockWait::None());
   }
@@ -106,7 +106,7 @@ H5_File& CachedH5FileHolder::GetH5_File(const std::string& fullPath, H5AccessTyp
 }
 
 void CachedH5FileHolder::CheckForEmergencyWriteCache() {
-  const InsideStore inside;
+  const Vexa::InsideStore inside;
   CachedOutput::FlushIfRequested();
   const std::uint64_t total = mTotalCacheSize;
   if (total <= mMaxCacheSize) {
@@ -160,7 +160,7 @@ H5_File* CachedH5FileHolder::FullestFile(const std::vector<const H5_File*>& trie
 }
 
 bool CachedH5FileHolder::Relieve(H5_File& file) const {
-  const WaitingData data = file.Root()->Waiting();
+  const Vexa::WaitingData data = file.Root()->Waiting();
   const std::uint64_t others = mTotalCacheSize - data.mBytes;
   bool isWritten = WriteFile(file, LockWait::None());
   if (!isWritten && ExceedsTwiceTheLimit(WaitingBytes())) {
@@ -201,15 +201,15 @@ void CachedH5FileHolder::WarnOfTwiceTheLimit() const {
 }
 
 void CachedH5FileHolder::WriteCache() const {
-  if (MyAbortCalled_UncleanShutdown() && !InsideStore::TakeForGood()) {
+  if (MyAbortCalled_UncleanShutdown() && !Vexa::InsideStore::TakeForGood()) {
     return;
   }
-  const InsideStore inside;
+  const Vexa::InsideStore inside;
   std::uint64_t filesWritten = 0;
-  WaitingData written;
+  Vexa::WaitingData written;
   FirstFailure failure;
   const auto write = [&](H5_File& file, LockWait wait) {
-    const WaitingData data = file.Root()->Waiting();
+    const Vexa::WaitingData data = file.Root()->Waiting();
     bool isWritten = false;
     failure.Try([&] { isWritten = WriteFile(file, std::move(wait)); });
     if (isWritten && data.mBytes != 0) {
@@ -241,7 +241,7 @@ void CachedH5FileHolder::WriteCache() const {
 }
 
 void CachedH5FileHolder::PurgeCache() {
-  const InsideStore inside;
+  const Vexa::InsideStore inside;
   // The files are written before they are destroyed, so that a failure ends in a report, not in a
   // destructor.
   WriteAtLast(true);
@@ -288,7 +288,7 @@ void CachedH5FileHolder::Statistics(std::uint64_t& files, std::uint64_t& dirs,
                                     std::uint64_t& objects, std::uint64_t& filesWithCache,
                                     std::uint64_t& objectsWithCache, std::uint64_t& timeSteps,
                                     std::uint64_t& bytes) const {
-  const InsideStore inside;
+  const Vexa::InsideStore inside;
   files = dirs = objects = filesWithCache = objectsWithCache = timeSteps = bytes = 0;
   for (const auto& [path, file] : mFiles) {
     std::uint64_t fileDirs = 0;
@@ -308,7 +308,7 @@ void CachedH5FileHolder::Statistics(std::uint64_t& files, std::uint64_t& dirs,
 }
 
 void CachedH5FileHolder::WriteInfo(std::ostream& os, int verbosity) const {
-  const InsideStore inside;
+  const Vexa::InsideStore inside;
   if (verbosity < 0) {
     return;
   }

@@ -21,7 +21,7 @@ const int sThreadsAreSet = setenv("VEXA_THREADS", "3", 1);
 // Tables are copied in one stream, as a join does: neither reading nor writing may overtake the
 // other, whatever the layout of the input, the rows written together and those read together.
 TEST(ColumnWriterTest, EveryValueArrivesFromEveryLayoutInPiecesOfAnySize) {
-  ASSERT_EQ(NumberOfThreads(), 3u);
+  ASSERT_EQ(Vexa::NumberOfThreads(), 3u);
   const PlainH5::TempDir dir;
   auto file = PlainH5::File::Create(dir / "t.h5");
   const struct {

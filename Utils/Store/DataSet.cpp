@@ -37,19 +37,19 @@ std::vector<hsize_t> DataSet::FileExtents() const {
 }
 
 Tables::Storage DataSet::Storage() const {
-  const ReportAs label("H5_DataSet");
+  const Vexa::ReportAs label("H5_DataSet");
   REQUIRE(IsObjectOpen(), "Object must be open");
   return Tables::ReadStorage(mMy_id);
 }
 
 std::vector<hsize_t> DataSet::ExtentsInFile() const {
-  const ReportAs label("H5_DataSet");
+  const Vexa::ReportAs label("H5_DataSet");
   REQUIRE(IsObjectOpen(), "Object must be open");
   return FileExtents();
 }
 
 bool DataSet::IsFileWritable() const {
-  const ReportAs label("H5_DataSet");
+  const Vexa::ReportAs label("H5_DataSet");
   Vexa_H5::Handle<H5Fclose> file_id(H5Iget_file_id(mMy_id));
   REQUIRE(file_id>=0, "H5Iget_file_id failed");
   unsigned intent = H5F_ACC_RDONLY;
@@ -117,7 +117,7 @@ void DataSet::WriteBlock(const std::vector<hsize_t>& start, const std::vector<hs
 }
 
 std::vector<std::string> DataSet::ReadAllStrings(std::size_t count) const {
-  const InsideStore inside;
+  const Vexa::InsideStore inside;
   Vexa_H5::DatatypeHandle my_dtype_id(mTrace(5, H5Dget_type(mMy_id), "H5Dget_type(", mMy_id, ")"));
   REQUIRE_FOR_CALLER(my_dtype_id>0, "H5Dget_type failed");
   Vexa_H5::DataspaceHandle dataspace_id(

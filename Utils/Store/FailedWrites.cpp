@@ -6,14 +6,14 @@
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/Process/Printable.hpp"
 
-void FailedWrites::Add(const std::string& name) {
+void Vexa::FailedWrites::Add(const std::string& name) {
   mNames.push_back(name);
   if (!mMute) {
     mMute.emplace();
   }
 }
 
-void FailedWrites::Throw(const std::string& filename) {
+void Vexa::FailedWrites::Throw(const std::string& filename) {
   if (IsEmpty()) {
     return;
   }
@@ -22,18 +22,18 @@ void FailedWrites::Throw(const std::string& filename) {
     const std::size_t listed = std::min<std::size_t>(mNames.size(), 6);
     std::string names;
     for (std::size_t i = 1; i < listed; ++i) {
-      names += " '" + Printable(mNames[i]) + "'";
+      names += " '" + Vexa::Printable(mNames[i]) + "'";
     }
-    MyErr << "Besides '" << Printable(mNames[0]) << "', " << mNames.size() - 1
-          << " object(s) of file '" << Printable(filename) << "' could not be written:" << names
-          << (listed < mNames.size() ? " ...\n" : "\n");
+    MyErr << "Besides '" << Vexa::Printable(mNames[0]) << "', " << mNames.size() - 1
+          << " object(s) of file '" << Vexa::Printable(filename)
+          << "' could not be written:" << names << (listed < mNames.size() ? " ...\n" : "\n");
   }
   if (mIsHopeless) {
-    MyErr << "File '" << Printable(filename)
+    MyErr << "File '" << Vexa::Printable(filename)
           << "' stays as it was before; what was appended to it since is lost.\n";
   }
   // An exception of the standard library does not say itself what was being worked on; its handler
   // asks the context.
-  const ReportContext context(mNames[0], filename);
+  const Vexa::ReportContext context(mNames[0], filename);
   mFirst.Throw();
 }

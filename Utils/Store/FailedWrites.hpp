@@ -7,6 +7,8 @@
 #include "Utils/ErrorHandling/FirstFailure.hpp"
 #include "Utils/HDF5/Handle.hpp"
 
+namespace Vexa {
+
 /// Collects what goes wrong while a file's objects are written one after the other.
 class FailedWrites {
  public:
@@ -38,3 +40,5 @@ class FailedWrites {
   std::optional<Vexa_H5::MuteH5Errors> mMute;
   bool mIsHopeless = false;
 };
+
+}  // namespace Vexa

@@ -48,7 +48,7 @@ H5_File::H5_File(const std::string& fullPath, H5AccessType access, int verbosity
       Flush();
     }
   } catch (...) {
-    std::optional<FileDescriptor> created;
+    std::optional<Vexa::FileDescriptor> created;
     try {
       if (IsFileOpen() && wait.mIsCreated) {
         created.emplace(Hold());
@@ -90,7 +90,7 @@ void H5_File::OpenFile() {
 
 // An empty file is what a creation leaves that was interrupted.
 bool H5_File::IsMissing() const {
-  return !FileExists(mFilename) || IsEmptyFile(mFilename);
+  return !FileExists(mFilename) || Vexa::IsEmptyFile(mFilename);
 }
 
 void H5_File::CreateIfMissing() {
@@ -130,7 +130,7 @@ bool H5_File::IsIncomplete() const {
 
 bool H5_File::Open(H5AccessType access, Vexa_H5::LockWait& wait) {
   REQUIRE(!IsFileOpen(), "Internal error: " << mFilename << " is open already");
-  const ReportContext context(mFilename);
+  const Vexa::ReportContext context(mFilename);
   Vexa_H5::LibraryLife();
   if (access == ReadWrite && !mStaysReadable) {
     // What has its name later need not be what was created.
@@ -187,11 +187,11 @@ void H5_File::CountNode() {
           << "its links go round in circles");
 }
 
-FileDescriptor H5_File::Hold() const {
+Vexa::FileDescriptor H5_File::Hold() const {
   void* descriptor = nullptr;
   const herr_t err = H5Fget_vfd_handle(mFile_id, H5P_DEFAULT, &descriptor);
   REQUIRE(err>=0, "H5Fget_vfd_handle failed");
-  return FileDescriptor(*static_cast<int*>(descriptor));
+  return Vexa::FileDescriptor(*static_cast<int*>(descriptor));
 }
 
 void H5_File::CloseNodes(const H5_Node& top) {
@@ -223,7 +223,7 @@ void H5_File::CloseFile() {
   if (!IsFileOpen()) {
     return;
   }
-  const ReportContext context(mFilename);
+  const Vexa::ReportContext context(mFilename);
   if (mpRoot != nullptr) {
     mpRoot->CloseObject();
   }
@@ -340,7 +340,7 @@ bool H5_File::WriteCache(Vexa_H5::LockWait wait) {
   if (std::exchange(mHasLost, false)) {
     mpRoot->HoldAgain();
   }
-  FailedWrites failed;
+  Vexa::FailedWrites failed;
   mpRoot->WriteCache(failed);
   // What was written of the others counts, whatever failed.
   const bool staysOpen = HasHandle() && mAtype == ReadWrite;
@@ -375,7 +375,7 @@ void H5_File::Flush() {
   if (!mStaysReadable) {
     return;
   }
-  const ReportContext context(mFilename);
+  const Vexa::ReportContext context(mFilename);
   const herr_t err =
       mTrace(5, H5Fflush(mFile_id, H5F_SCOPE_LOCAL), "H5Fflush(", mFile_id, ", H5F_SCOPE_LOCAL)");
   REQUIRE(err>=0, "H5Fflush failed");
@@ -396,7 +396,7 @@ bool H5_File::BeginWriting(Vexa_H5::LockWait wait) {
 
 void H5_File::KeepWaiting() {
   if (!mIsWaiting) {
-    MyErr << "File '" << Printable(mFilename) << "' is open in another program; "
+    MyErr << "File '" << Vexa::Printable(mFilename) << "' is open in another program; "
           << CummulativeCacheSize() << " bytes wait in memory to be written\n";
   }
   mIsWaiting = mHasWaited = true;
@@ -404,7 +404,7 @@ void H5_File::KeepWaiting() {
 
 void H5_File::WriteImmediately(H5_Node& node, const std::function<void()>& write) {
   const std::string name = node.FullName();
-  const ReportContext context(name, mFilename);
+  const Vexa::ReportContext context(name, mFilename);
   BeginWriting(Vexa_H5::LockWait::Patient());
   const std::size_t openBefore = mOpenNodes.size();
   node.SetUnflushed();
@@ -421,7 +421,7 @@ void H5_File::WriteImmediately(H5_Node& node, const std::function<void()>& write
     mIsWriting = false;
     return;
   }
-  FailedWrites failed;
+  Vexa::FailedWrites failed;
   if (!failed.Try(name, openAndWrite)) {
     mHasFailed = true;
     node.DropCache();
@@ -457,7 +457,7 @@ void H5_File::Statistics(std::uint64_t& dirs, std::uint64_t& objects,
   dirs = objects = objectsWithCache = timeSteps = bytes = 0;
   if (mpRoot != nullptr) {
     CountNodes(mpRoot.get(), dirs, objects);
-    const WaitingData waiting = mpRoot->Waiting();
+    const Vexa::WaitingData waiting = mpRoot->Waiting();
     objectsWithCache = waiting.mObjects;
     timeSteps = waiting.mTimeSteps;
     bytes = waiting.mBytes;

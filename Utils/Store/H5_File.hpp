@@ -55,7 +55,7 @@ class H5_File {
   const std::string& Filename() const { return mFilename; }
   /// Keeps hold of the file itself, which is open, until after it was closed; and with it of the
   /// library's lock, if it has one.
-  FileDescriptor Hold() const;
+  Vexa::FileDescriptor Hold() const;
 
   /// Makes a closed file anew, and leaves it open, if somebody has removed it: it is new then, and
   /// what is held goes into it.

@@ -87,7 +87,7 @@ std::string_view H5_Node::GetExtension(std::string_view name) const {
           "H5_Node: attempting to create H5_Object node with name '"
               << name << "'.\nNames of H5_Objects must always have one of the "
               << "valid extensions:\n("
-              << Verbatim(Factory::FormatRegisteredClassIDs(
+              << Vexa::Verbatim(Factory::FormatRegisteredClassIDs(
                      H5_Object::Registry().RegisteredClassIDs()))
               << "). This error can occur when creating a new\ndata-set in a "
               << "CachedH5File without an extension (as in the name\nabove). This "
@@ -98,7 +98,7 @@ std::string_view H5_Node::GetExtension(std::string_view name) const {
 
 void H5_Node::InitChildrenFromDir(const Ancestors* above) {
   const std::string fullName = FullName();
-  const ReportContext context(fullName, Filename());
+  const Vexa::ReportContext context(fullName, Filename());
   REQUIRE(mpObject->IsObjectOpen(),
           "Internal error: InitChildrenFromDir should only be called from\n"
               << "h5_Node::H5_Node, after the object was opened");
@@ -243,7 +243,7 @@ H5_Object& H5_Node::Object() const {
 
 void H5_Node::OpenNode(hid_t parentId) const {
   const std::string name = FullName();
-  const ReportContext context(name, Filename());
+  const Vexa::ReportContext context(name, Filename());
   Object();
   mpFile->NodeOpened(*this);
   mTrace.Line(5, "H5_Node mpObject->OpenObject(", parentId, ", ", mName,
@@ -268,7 +268,7 @@ void H5_Node::OpenObject() const {
 
 void H5_Node::MakeReadyToAppend() {
   const std::string name = FullName();
-  const ReportContext context(name, Filename());
+  const Vexa::ReportContext context(name, Filename());
   const bool wasOpen = IsObjectOpen();
   if (!wasOpen) {
     OpenObject();
@@ -286,13 +286,13 @@ void H5_Node::CloseObject() const {
   mpFile->CloseNodes(*this);
 }
 
-void H5_Node::WriteCache(FailedWrites& failed) {
+void H5_Node::WriteCache(Vexa::FailedWrites& failed) {
   if (CummulativeCacheSize() == 0) {
     return;
   }
   mTrace.Line(5, "H5_Node ", Path(), " WriteCache()");
   const std::string name = FullName();
-  const ReportContext context(name, Filename());
+  const Vexa::ReportContext context(name, Filename());
   const bool wasOpen = IsObjectOpen();
   const bool wasKnown = !wasOpen && Object().AreAttributesKnown();
   const std::uint64_t steps = Object().StepsInFile();
@@ -393,8 +393,8 @@ void H5_Node::CacheChanged(std::uint64_t before, std::uint64_t now) {
   }
 }
 
-WaitingData H5_Node::Waiting() const {
-  WaitingData waiting;
+Vexa::WaitingData H5_Node::Waiting() const {
+  Vexa::WaitingData waiting;
   if (SizeOfCache() != 0) {
     waiting = {1, NTimeStepsCached(), SizeOfCache()};
   }

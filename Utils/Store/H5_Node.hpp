@@ -19,8 +19,12 @@
 #include "Utils/ErrorHandling/Trace.hpp"
 #include "Utils/Store/H5_Object.hpp"
 
+namespace Vexa {
 class FailedWrites;
+}
 class H5_File;
+
+namespace Vexa {
 
 /// Data that wait in memory to be written.
 struct WaitingData {
@@ -36,7 +40,9 @@ struct WaitingData {
   }
 };
 
-class H5_Node final : private CacheListener {
+}  // namespace Vexa
+
+class H5_Node final : private Vexa::CacheListener {
  public:
   /// This tells whether a member of a group was found in the file, or is to be created in it.
   enum class Origin { OnDisk, New };
@@ -116,7 +122,7 @@ class H5_Node final : private CacheListener {
   /// Writes what the subtree holds, groups before their members, and touches nothing else. What was
   /// closed before is closed again after it was written. An object that cannot be written forgets
   /// what it holds, as a group does with all its members, and the others are written nevertheless.
-  void WriteCache(FailedWrites& failed);
+  void WriteCache(Vexa::FailedWrites& failed);
   /// Has the subtree forget what it holds.
   void DropCache();
   /// Says that the object may have changed the file since its last flush.
@@ -134,7 +140,7 @@ class H5_Node final : private CacheListener {
   std::uint64_t CummulativeCacheSize() const { return mCacheSize; }
 
   /// Returns what the objects of the subtree hold in memory; visits only those that hold data.
-  WaitingData Waiting() const;
+  Vexa::WaitingData Waiting() const;
 
   /// Appends the full names of the objects below this node that match the glob; never groups.
   /// Descends into groups whatever `recursive` says.

@@ -4,6 +4,6 @@
 
 #include "Utils/ErrorHandling/MyAbort.hpp"
 
-bool MayCheckInDestructor() {
+bool Vexa::MayCheckInDestructor() {
   return std::uncaught_exceptions() == 0 && !MyAbortCalled_UncleanShutdown();
 }

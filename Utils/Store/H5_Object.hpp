@@ -11,6 +11,8 @@
 
 #include "Utils/Factory/EnableCreation.hpp"
 
+namespace Vexa {
+
 /// Hears of every change of the bytes that an object holds for its file.
 class CacheListener {
  public:
@@ -19,6 +21,8 @@ class CacheListener {
  protected:
   ~CacheListener() = default;
 };
+
+}  // namespace Vexa
 
 /// Objects are made closed, then opened and closed any number of times. What is appended waits in
 /// memory, in open and closed objects alike, until WriteCache.
@@ -61,7 +65,7 @@ class H5_Object : public Factory::EnableCreation<H5_Object, const std::string&, 
   virtual std::ostream& Output(std::ostream& os, const std::string& indent) const = 0;
 
   /// Sets the one listener, which stays the caller's; null means none.
-  void SetCacheListener(CacheListener* listener) { mpListener = listener; }
+  void SetCacheListener(Vexa::CacheListener* listener) { mpListener = listener; }
 
  protected:
   /// Every operation that changes SizeOfCache() ends with this.
@@ -74,10 +78,14 @@ class H5_Object : public Factory::EnableCreation<H5_Object, const std::string&, 
   }
 
  private:
-  CacheListener* mpListener = nullptr;
+  Vexa::CacheListener* mpListener = nullptr;
   std::uint64_t mReportedCache = 0;
 };
+
+namespace Vexa {
 
 /// Whether a destructor may end the process over an object left open or unwritten: not while
 /// another failure is on its way, whose report would be lost.
 bool MayCheckInDestructor();
+
+}  // namespace Vexa

@@ -32,7 +32,7 @@ void Coef::Initialize(const std::string& timeDescription, const std::string& dat
 }
 
 void Coef::Append(double time, const MyVector<double>& coefs) {
-  const InsideStore inside;
+  const Vexa::InsideStore inside;
   REQUIRE(mCoefs.IsInitialized(), "Must initialize H5_PluginsCoef before appending data");
   std::copy(coefs.begin(), coefs.end(), AppendStep(time, {}, coefs.size()).begin());
 }

@@ -58,7 +58,7 @@ Dat::Dat(const std::string& name, bool existsOnDisk, int verbosity)
 }
 
 Dat::~Dat() {
-  if (MayCheckInDestructor()) {
+  if (Vexa::MayCheckInDestructor()) {
     const herr_t err = mMy_id >= 0 ? H5Dclose(mMy_id) : 0;
     mMy_id = -1;
     REQUIRE(0==err, "H5Dclose failed");
@@ -69,7 +69,7 @@ Dat::~Dat() {
 }
 
 void Dat::Initialize(const MyVector<std::string>& legend, bool compress, std::size_t chunkRows) {
-  const InsideStore inside;
+  const Vexa::InsideStore inside;
   REQUIRE(!IsInitialized(), "DataSet already initialized");
   // A chunk is less than 4 GiB.
   const unsigned long long longestChunk = 0xffffffffULL / sizeof(double);
@@ -82,7 +82,7 @@ void Dat::Initialize(const MyVector<std::string>& legend, bool compress, std::si
 }
 
 void Dat::OpenObject(hid_t parentGroupId) {
-  const ReportAs label("H5_ObjectDat");
+  const Vexa::ReportAs label("H5_ObjectDat");
   REQUIRE(IsInitialized(), "Called OpenObject on a H5_Object::Dat, which is not initialized");
   std::string group_name = mName;
   bool h5_exists = LinkExists(parentGroupId, group_name, mTrace);
@@ -146,13 +146,13 @@ hid_t Dat::CreateDataSet(hid_t parentId, const std::string& name, std::uint64_t 
 }
 
 void Dat::CloseObject() {
-  const ReportAs label("H5_ObjectDat");
+  const Vexa::ReportAs label("H5_ObjectDat");
   REQUIRE(IsObjectOpen(), "Calling CloseObject on closed ObjectDat!");
   Close();
 }
 
 void Dat::Append(const MyVector<double>& data) {
-  const InsideStore inside;
+  const Vexa::InsideStore inside;
   REQUIRE(IsInitialized(), "H5_Objects::Dat must be initialized before appending\nName=" << mName);
   if (AreAttributesKnown()) {
     REQUIRE(static_cast<int>(mExtents[1])==data.Size(),
@@ -171,7 +171,7 @@ void Dat::Append(const MyVector<double>& data) {
 }
 
 void Dat::WriteCache() {
-  const InsideStore inside;
+  const Vexa::InsideStore inside;
   mTrace.Line(4, "Dat WriteCache ", mName);
   REQUIRE(IsObjectOpen(), "Consistency error: Called WriteCache on a closed object");
   REQUIRE(mExtents.Size()==2, "Internal error");
@@ -215,7 +215,7 @@ void Dat::RolledBack(bool isFileNew) {
 
 void Dat::WriteCacheDetail(std::uint64_t rows,
                            const std::function<void(const Tables::OpenTable&)>& write) {
-  const ReportAs label("H5_ObjectDat");
+  const Vexa::ReportAs label("H5_ObjectDat");
   RequireFileExtents("Extents inconsistent");
   const std::vector<hsize_t> newDims = {mExtents[0] + rows, mExtents[1]};
   mTrace.Line(3, "H5_ObjectDat append ", rows, " row(s) to '", mName, "' (new dims {", newDims[0],
@@ -238,7 +238,7 @@ void Dat::WriteManyStepsImmediately(const std::vector<double>& data) {
 
 void Dat::WriteManyStepsImmediately_(std::uint64_t rows,
                                      const std::function<void(Tables::ColumnWriter&)>& fill) {
-  const InsideStore inside;
+  const Vexa::InsideStore inside;
   WriteCache();
   mTrace.Line(4, "Dat WriteManyStepsImmediately ", mName);
   REQUIRE(IsObjectOpen(), "Consistency error: Called WriteManyStepsImmediately on a closed object");
@@ -253,7 +253,7 @@ void Dat::WriteManyStepsImmediately_(std::uint64_t rows,
 }
 
 void Dat::CutBack(std::uint64_t rows) {
-  const ReportAs label("H5_ObjectDat");
+  const Vexa::ReportAs label("H5_ObjectDat");
   REQUIRE(IsObjectOpen(), "Object must be open");
   if (rows < mExtents[0]) {
     Extend({rows, mExtents[1]}, "H5Dset_extent failed");
@@ -294,7 +294,7 @@ std::ostream& Dat::Output(std::ostream& os, const std::string& indent) const {
 }
 
 void Dat::RequireFileExtents(const char* message) const {
-  const ReportAs label("H5_ObjectDat");
+  const Vexa::ReportAs label("H5_ObjectDat");
   const std::vector<hsize_t> dims = FileExtents();
   const std::size_t ndims = dims.size();
   REQUIRE(ndims==2, "Dimension mismatch.");
@@ -308,8 +308,8 @@ MyVector<double> Dat::RetrieveTimes() const {
 }
 
 void Dat::RequireReadable() const {
-  const ReportAs label("H5_ObjectDat");
-  const InsideStore inside;
+  const Vexa::ReportAs label("H5_ObjectDat");
+  const Vexa::InsideStore inside;
   REQUIRE(IsObjectOpen(), "Object must be open");
   // A table without rows is read without its filters.
   if (mLayout.mRows > 0) {
@@ -360,16 +360,16 @@ MyVector<MyVector<double>> Dat::RetrieveColumns(const MyVector<int>& columns,
 }
 
 void Dat::RetrieveColumns_(const Tables::ColumnBlock& block, double* values) const {
-  const ReportAs label("H5_ObjectDat");
-  const InsideStore inside;
+  const Vexa::ReportAs label("H5_ObjectDat");
+  const Vexa::InsideStore inside;
   REQUIRE(IsObjectOpen(), "Object must be open to retrieve data");
   Tables::ReadColumns({mMy_id, mLayout, mName, mTrace}, block, values);
 }
 
 void Dat::RetrieveRuns_(std::uint64_t column, std::span<const Tables::RowRun> runs, double* values,
                         Tables::PendingReads& reads) const {
-  const ReportAs label("H5_ObjectDat");
-  const InsideStore inside;
+  const Vexa::ReportAs label("H5_ObjectDat");
+  const Vexa::InsideStore inside;
   REQUIRE(IsObjectOpen(), "Object must be open to retrieve data");
   Tables::StartReading({mMy_id, mLayout, mName, mTrace}, column, runs, values, reads);
 }

@@ -20,7 +20,7 @@ Dir::Dir(const std::string& name, bool existsOnDisk, int verbosity)
     : mName(name), mExistsOnDisk(existsOnDisk), mTrace(verbosity) {}
 
 Dir::~Dir() {
-  if (MayCheckInDestructor()) {
+  if (Vexa::MayCheckInDestructor()) {
     REQUIRE(IsObjectOpen()==false,
             "calling destructor ~H5_ObjectDir while its h5-group is open.\n"
                 << "H5_Node should have called CloseObject() before destruction");
@@ -31,7 +31,7 @@ Dir::~Dir() {
 }
 
 void Dir::OpenObject(hid_t parentId) {
-  const ReportAs label("H5_ObjectDir");
+  const Vexa::ReportAs label("H5_ObjectDir");
   REQUIRE(IsObjectOpen()==false, "Opening H5_ObjectDir while it is already open");
   const bool h5_exists = LinkExists(parentId, mName, mTrace);
   mExistsOnDisk = mIsExistenceKnown ? mExistsOnDisk : h5_exists;

@@ -124,7 +124,7 @@ bool Tdm::IsWholeStep(std::span<const double> extents, double values) const {
 }
 
 void Tdm::Append(double time, const Tensor<DataMesh>& data) {
-  const InsideStore inside;
+  const Vexa::InsideStore inside;
   REQUIRE(IsInitialized(), "Must initialize H5_PluginsTdm before appending data");
   REQUIRE(data.Size()>0, "The tensor has no components");
   REQUIRE(mDataMeshDim==data.begin()->Dim(), "Tdm::Append dimension of DataMesh inconsistent");

@@ -52,8 +52,8 @@ H5T_cset_t Txt::CharacterSet() const {
 }
 
 void Txt::WriteCache() {
-  const ReportAs label("H5_ObjectTxt");
-  const InsideStore inside;
+  const Vexa::ReportAs label("H5_ObjectTxt");
+  const Vexa::InsideStore inside;
   mOldDatatype = mOldDatatype || (IsObjectOpen() && SizeOfCache() > 0 && HoldsCharacters());
   REQUIRE(!mOldDatatype, "Cannot write new Txt format into "
           << mName << ",\nwhich has existing data in the old Txt format.");
@@ -91,7 +91,7 @@ void Txt::RolledBack(bool isFileNew) {
 }
 
 std::string Txt::RetrieveData() {
-  const ReportAs label("H5_ObjectTxt");
+  const Vexa::ReportAs label("H5_ObjectTxt");
   REQUIRE(IsObjectOpen(), "Dataset must be opened first");
   const std::vector<hsize_t> dims = FileExtents();
   const std::size_t ndims = dims.size();
@@ -116,7 +116,7 @@ bool Txt::HoldsCharacters() const {
 }
 
 std::string Txt::RetrieveCharacters() const {
-  const ReportAs label("H5_ObjectTxt");
+  const Vexa::ReportAs label("H5_ObjectTxt");
   Tables::RequireSoundStorage(mMy_id, static_cast<long double>(mSize), mName);
   std::string text(mSize, '\0');
   if (mSize > 0) {

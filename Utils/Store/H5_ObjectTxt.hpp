@@ -24,7 +24,7 @@ class Txt : public StringDataSet, public Factory::Register<Txt> {
   /// Appends any printable value to the text in memory. Throws what keeps it from being appended.
   template <class T>
   Txt& operator<<(const T& value) {
-    const InsideStore inside;
+    const Vexa::InsideStore inside;
     mText << value;
     ReportCacheSize();
     return *this;

@@ -22,7 +22,7 @@ Version::Version(const std::string& name, bool existsOnDisk, int verbosity)
     : StringDataSet("H5_ObjectVersion", "Ver", name, existsOnDisk, verbosity) {}
 
 void Version::Initialize(const History& history) {
-  const InsideStore inside;
+  const Vexa::InsideStore inside;
   REQUIRE(mHist.size()==0 and (not IsObjectOpen()), "Please call initialize only once");
   mWhole = history;
   mIsUnflushed = true;
@@ -74,7 +74,7 @@ void Version::AttachAttributes() {
 }
 
 void Version::WriteCache() {
-  const InsideStore inside;
+  const Vexa::InsideStore inside;
   mTrace.Line(5, "Ver WriteCache ", mName);
   REQUIRE(IsObjectOpen(), "Consistency error: Called WriteCache on a closed object");
   if (SizeOfCache() == 0) {
@@ -121,7 +121,7 @@ unsigned long Version::GetCurrentVersion() const {
 }
 
 Version::History Version::RetrieveVersionHistory() const {
-  const ReportAs label("H5_ObjectVersion");
+  const Vexa::ReportAs label("H5_ObjectVersion");
   REQUIRE(IsObjectOpen(), "Dataset must be opened first");
   const std::vector<hsize_t> dims = FileExtents();
   const std::size_t ndims = dims.size();

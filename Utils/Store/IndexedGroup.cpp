@@ -22,7 +22,7 @@ IndexedGroup::IndexedGroup(const std::string& kind, const std::string& name,
       mValues(valuesName, existsOnDisk, verbosity) {}
 
 IndexedGroup::~IndexedGroup() {
-  if (MayCheckInDestructor()) {
+  if (Vexa::MayCheckInDestructor()) {
     REQUIRE_LABELLED(mLabel, IsObjectOpen()==false,
                      "calling destructor ~" << mLabel << " while its h5-group is open.\n");
   }
@@ -31,14 +31,14 @@ IndexedGroup::~IndexedGroup() {
 void IndexedGroup::InitializeTables(const MyVector<std::string>& indexLegend,
                                     const std::string& dataDescription, bool compress,
                                     std::size_t indexChunkRows, std::size_t dataChunkRows) {
-  const InsideStore inside;
+  const Vexa::InsideStore inside;
   mIndex.Initialize(indexLegend, compress, indexChunkRows);
   mValues.Initialize(MyVector<std::string>{dataDescription}, compress, dataChunkRows);
   ReportCacheSize();
 }
 
 void IndexedGroup::OpenObject(hid_t parentGroupId) {
-  const ReportAs shared("H5_IndexedGroup");
+  const Vexa::ReportAs shared("H5_IndexedGroup");
   mTrace.Line(5, mKind, "::OpenObject(", parentGroupId, ")");
   const bool existedBefore = mGroup.IsIn(parentGroupId);
   mGroup.OpenObject(parentGroupId);
@@ -86,7 +86,7 @@ std::span<double> IndexedGroup::AppendStep(double time, std::span<const double> 
 }
 
 void IndexedGroup::WriteCache() {
-  const InsideStore inside;
+  const Vexa::InsideStore inside;
   mTrace.Line(5, mKind, " WriteCache ", mName);
   mGroup.WriteCache();
   const std::size_t steps = mCachedTimes.size();
@@ -133,7 +133,7 @@ void IndexedGroup::ForgetSteps() {
 }
 
 void IndexedGroup::WriteIndexImmediately_(const StepIndex& steps) {
-  const InsideStore inside;
+  const Vexa::InsideStore inside;
   const std::uint64_t offset = mValues.GetExtents()[0];
   mIndex.WriteManyStepsImmediately_(steps.Size(), [&](Tables::ColumnWriter& writer) {
     writer.Append(steps.mTimes);
@@ -190,9 +190,10 @@ void IndexedGroup::PrepareToAppend() {
   const WholePart whole = FindWholePart(0);
   mIndex.CutBack(whole.mSteps);
   mValues.CutBack(whole.mValues);
-  MyErr << ReportContext::Current() << " disagrees with itself, as a killed run may leave it. "
-        << steps - whole.mSteps << " step(s) and " << values - whole.mValues
-        << " value(s) were dropped, " << whole.mSteps << " whole step(s) are left.\n";
+  MyErr << Vexa::ReportContext::Current()
+        << " disagrees with itself, as a killed run may leave it. " << steps - whole.mSteps
+        << " step(s) and " << values - whole.mValues << " value(s) were dropped, " << whole.mSteps
+        << " whole step(s) are left.\n";
 }
 
 std::uint64_t IndexedGroup::SizeOfCache() const {

@@ -12,21 +12,21 @@ std::atomic<bool> sIsTaken = false;
 bool sGaveUp = false;
 }  // namespace
 
-void InsideStore::Refuse() {
+void Vexa::InsideStore::Refuse() {
   if (sIsTaken) {
-    MyAbort_AwaitEnd();
+    Vexa::MyAbort_AwaitEnd();
   }
   const bool isAlone = false;
   REQUIRE(isAlone, "The store is used by two threads at once; it belongs to one at a time");
 }
 
-void InsideStore::StopIfProcessEnds() {
-  if (sDepth == 0 && MyAbort_CalledByAnotherThread()) {
-    MyAbort_AwaitEnd();
+void Vexa::InsideStore::StopIfProcessEnds() {
+  if (sDepth == 0 && Vexa::MyAbort_CalledByAnotherThread()) {
+    Vexa::MyAbort_AwaitEnd();
   }
 }
 
-bool InsideStore::TakeForGood() {
+bool Vexa::InsideStore::TakeForGood() {
   StopIfProcessEnds();
   sIsTaken = true;
   using Clock = std::chrono::steady_clock;

@@ -5,6 +5,8 @@
 
 #include <atomic>
 
+namespace Vexa {
+
 /// Every operation that a program calls holds one while it lasts. Operations may call each other.
 class InsideStore {
  public:
@@ -42,3 +44,5 @@ class InsideStore {
   inline static constinit thread_local int sDepth = 0;                // operations of this thread
   inline static constinit std::atomic<const int*> sInside = nullptr;  // the depth of who is inside
 };
+
+}  // namespace Vexa

@@ -7,5 +7,5 @@
 #include "Utils/ErrorHandling/TerminateHandler.hpp"
 #include "Utils/Process/Files.hpp"
 
-[[maybe_unused]] static const bool sTerminateHandlerIsInstalled = InstallTerminateHandler();
-[[maybe_unused]] static const bool sDescriptorsAreTaken = (TakeStandardDescriptors(), true);
+[[maybe_unused]] static const bool sTerminateHandlerIsInstalled = Vexa::InstallTerminateHandler();
+[[maybe_unused]] static const bool sDescriptorsAreTaken = (Vexa::TakeStandardDescriptors(), true);

@@ -91,7 +91,7 @@ TEST_F(H5_LibraryTest, UsedBeforeTheStoreAndClosedWhileRowsWait) {
 TEST_F(H5_LibraryTest, AFailureAtTheEndKeepsItsStatusThoughTheLibraryEndsItself) {
   const auto run = [this] {
     Leave("user.h5");
-    IgnoreFileSizeSignal();
+    Vexa::IgnoreFileSizeSignal();
     Append("a.h5", 1000);
     const rlimit limit{1000, 1000};
     setrlimit(RLIMIT_FSIZE, &limit);

@@ -12,15 +12,15 @@
 namespace H5_Objects {
 
 StringDataSet::~StringDataSet() {
-  const ReportAs label(mLabel);
-  if (MayCheckInDestructor()) {
+  const Vexa::ReportAs label(mLabel);
+  if (Vexa::MayCheckInDestructor()) {
     REQUIRE_FOR_CALLER(not IsObjectOpen(), "Encountered destructor while object still open");
   }
   CloseSilently();
 }
 
 void StringDataSet::OpenObject(hid_t parentGroupId) {
-  const ReportAs label(mLabel);
+  const Vexa::ReportAs label(mLabel);
   const bool h5_exists = LinkExists(parentGroupId, mName, mTrace);
   RequireConsistentExistence(h5_exists);
   mTrace.Line(5, mTraceName, " open ", mName);
@@ -51,7 +51,7 @@ void StringDataSet::OpenObject(hid_t parentGroupId) {
 }
 
 void StringDataSet::CloseObject() {
-  const ReportAs label(mLabel);
+  const Vexa::ReportAs label(mLabel);
   REQUIRE_FOR_CALLER(IsObjectOpen(), "Calling CloseObject on closed " << mLabel + 3 << "!");
   Close();
 }
@@ -74,7 +74,7 @@ void StringDataSet::WriteStrings(const std::vector<hsize_t>& dims,
                                  const std::vector<hsize_t>& start,
                                  const std::vector<hsize_t>& count,
                                  const std::vector<const char*>& strings) {
-  const ReportAs label(mLabel);
+  const Vexa::ReportAs label(mLabel);
   Vexa_H5::DatatypeHandle type_id = MemoryType();
   Extend(dims, "H5Dextent failed");
   std::vector<hsize_t> dimsBefore = dims;

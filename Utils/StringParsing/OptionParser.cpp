@@ -126,7 +126,7 @@ void OptionParser::Report(const std::string& banner, const std::string& body,
     report += BannerLine("==== Help: ") + mHelp;
   }
   // Options may come from a file, which the report so far does not name, nor the object.
-  if (const std::string context = ReportContext::Current(); !context.empty()) {
+  if (const std::string context = Vexa::ReportContext::Current(); !context.empty()) {
     report += (report.back() == '\n' ? "" : "\n") + context + "\n";
   }
   MyErr << report;
@@ -134,7 +134,8 @@ void OptionParser::Report(const std::string& banner, const std::string& body,
 }
 
 std::string OptionParser::Shown(const std::string& text) {
-  return Printable(text, ReportContext::Current().empty() ? Breaks::Kept : Breaks::Escaped);
+  return Vexa::Printable(
+      text, Vexa::ReportContext::Current().empty() ? Vexa::Breaks::Kept : Vexa::Breaks::Escaped);
 }
 
 void OptionParser::ThrowError(const std::string& reason) const {

@@ -70,10 +70,10 @@ TEST(OptionParser, ReportsInTheirWords) {
                         "==== User-provided help-text =========================\nhelp\n"));
   // Of options from a file, which stay on a line, the report names the object and has a short form.
   const std::string object = "/a.dat";
-  const ReportContext context(object, object);
+  const Vexa::ReportContext context(object, object);
   EXPECT_THAT(WrittenReport([] { OptionParser("A=1;\nB", "help", false); }),
               EndsWith("\nA=1;\\nB\n" + Banner("==== Help: ") + "help\n" +
-                       ReportContext::Current() + "\nOptionParser: EXTRA TEXT AT END: " +
+                       Vexa::ReportContext::Current() + "\nOptionParser: EXTRA TEXT AT END: " +
                        "Non-whitespace string \"B\" without an equals sign\n" +
                        "Found after the last valid option."));
 }

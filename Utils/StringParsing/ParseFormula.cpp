@@ -176,6 +176,6 @@ double ParseFormula(const std::string& formula, const std::string& context) {
   }
   REQUIRE(problem.empty(), "ParseFormula could not evaluate '" << formula << "': " << problem
                                                                << "\n"
-                                                               << Verbatim(context));
+                                                               << Vexa::Verbatim(context));
   return value;
 }

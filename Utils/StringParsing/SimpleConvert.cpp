@@ -43,7 +43,7 @@ void SimpleConvert(const std::string& text, const std::string& context, bool& ou
   try {
     out = ParseBool(text);
   } catch (const std::range_error&) {
-    REQUIRE(false, "Could not convert bool\n" << Verbatim(context));
+    REQUIRE(false, "Could not convert bool\n" << Vexa::Verbatim(context));
   }
 }
 
@@ -60,7 +60,7 @@ void SimpleConvert(const std::string& text, const std::string& context, int& out
       whole >= std::numeric_limits<int>::min() && whole <= std::numeric_limits<int>::max();
   REQUIRE(isWhole && fits, "Error in converting double to int: '" << text << "' is " << value
                                                                   << "\n"
-                                                                  << Verbatim(context));
+                                                                  << Vexa::Verbatim(context));
   out = static_cast<int>(whole);
 }
 
@@ -74,6 +74,6 @@ void SimpleConvert(const std::string& text, const std::string& context, double& 
 
 void SimpleConvert(const std::string& text, const std::string& context, char& out) {
   const std::string trimmed = RemoveLeadingAndTrailingWhitespace(text);
-  REQUIRE(trimmed.size()==1, "Could not convert char\n" << Verbatim(context));
+  REQUIRE(trimmed.size()==1, "Could not convert char\n" << Vexa::Verbatim(context));
   out = trimmed[0];
 }

@@ -15,7 +15,7 @@ using ChunkCodec::ChunkEncoder;
 
 // Some pieces of work for each thread; few enough to stay in a cache.
 std::uint64_t WantedValues() {
-  return 256 * 1024 * (NumberOfThreads() + 1);
+  return 256 * 1024 * (Vexa::NumberOfThreads() + 1);
 }
 
 // A chunk below this is encoded sooner than a worker is woken.

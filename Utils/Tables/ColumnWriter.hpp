@@ -70,7 +70,7 @@ class ColumnWriter {
     std::span<const double> mValues;
     std::unique_ptr<ChunkCodec::ChunkEncoder> mpEncoder;  // null if no worker is to encode
     std::vector<ChunkCodec::ChunkEncoder::Piece> mPieces;
-    TaskGroup mTasks;  // last: it waits for tasks that use the others
+    Vexa::TaskGroup mTasks;  // last: it waits for tasks that use the others
   };
   struct Buffer {
     std::unique_ptr<double[]> mpValues;  // not a vector, which would fill room with zeros first

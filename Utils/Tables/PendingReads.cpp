@@ -39,8 +39,8 @@ void PendingReads::Item::Decode() {
 
 void PendingReads::Item::Finish() {
   mTask.Wait();
-  const ReportContext context(mpOrigin->mDataset, mpOrigin->mFile);
-  const ReportAs label(mpOrigin->mLabel);
+  const Vexa::ReportContext context(mpOrigin->mDataset, mpOrigin->mFile);
+  const Vexa::ReportAs label(mpOrigin->mLabel);
   RequireDecoded(mStatus, mpOrigin->mName, mChunk);
   if (!mpOrigin->mLayout.mHoldsDoubles) {
     Deliver();

@@ -22,9 +22,9 @@ struct ChunkOrigin {
   std::string mName;
   Vexa_H5::DatatypeHandle mType;  // of elements that are not doubles
   // The context in which chunks were fetched, for reports.
-  std::string mDataset = ReportContext::Dataset();
-  std::string mFile = ReportContext::File();
-  const char* mLabel = ReportAs::Label();
+  std::string mDataset = Vexa::ReportContext::Dataset();
+  std::string mFile = Vexa::ReportContext::File();
+  const char* mLabel = Vexa::ReportAs::Label();
 };
 
 class PendingReads {
@@ -46,7 +46,7 @@ class PendingReads {
     Target mTarget;
     ChunkCodec::ChunkDecoder mDecoder = {};
     ChunkCodec::DecodeStatus mStatus = ChunkCodec::DecodeStatus::Ok;
-    TaskGroup mTask = {};  // last: it waits for a task that uses the others
+    Vexa::TaskGroup mTask = {};  // last: it waits for a task that uses the others
 
     // What the chunk takes in memory until it is finished, as far as that is limited: a chunk of
     // one column of doubles goes where it is wanted as soon as it is decoded.

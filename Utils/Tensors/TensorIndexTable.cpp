@@ -109,8 +109,8 @@ void TensorIndexTable::ApplySymmToIndexList(const std::string& symm, const MyVec
 }
 
 void TensorIndexTable::Output(std::ostream& os) const {
-  os << "dimension " << mDim << ", symmetry '" << Printable(mSymm) << "', " << mNumberOfComponents
-     << " components";
+  os << "dimension " << mDim << ", symmetry '" << Vexa::Printable(mSymm) << "', "
+     << mNumberOfComponents << " components";
 }
 
 std::ptrdiff_t ComputeIndex(const MyVector<int>& indices, const MyVector<int>& extents) {
