@@ -9,6 +9,10 @@
 #include "Utils/Store/H5_ObjectDat.hpp"
 #endif
 
+#ifdef REQUIRE
+#error "that name is left to the program, which may use a test framework that has one too"
+#endif
+
 int main(int, char** argv) {
   const bool exists = FileExists(argv[1]);
   CachedH5File file(argv[1], exists ? ReadOnly : ReadWrite, {}, /*verbosity=*/0);
