@@ -10,6 +10,7 @@
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/ErrorHandling/TerminateHandler.hpp"
 #include "Utils/HDF5/H5_Utils.hpp"
+#include "Utils/HDF5/StringElements.hpp"
 #include "Utils/Process/Files.hpp"
 #include "Utils/Store/CachedH5FileHolder.hpp"
 #include "Utils/StringParsing/PathUtilities.hpp"
@@ -90,6 +91,7 @@ void CleanUp(Inputs& inputs, CachedH5File& output, const JoinOptions& options) {
 void JoinFiles(const CommandLineParser& parser) {
   const JoinOptions options(parser);
   Vexa::ReportUnexpectedExit();
+  const Vexa_H5::StringConversion conversion;
   if (options.mVerbose) {
     std::cout << "opening " << options.mInputs.Size() << " input files" << std::endl;
   }

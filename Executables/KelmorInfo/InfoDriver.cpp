@@ -15,6 +15,7 @@
 #include "Utils/ErrorHandling/CodeError.hpp"
 #include "Utils/ErrorHandling/MyErr.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
+#include "Utils/HDF5/StringElements.hpp"
 
 namespace {
 
@@ -87,6 +88,7 @@ int PlanJoin(int argc, char** argv) {
 }  // namespace
 
 int RunInfo(int argc, char** argv) {
+  const Vexa_H5::StringConversion conversion;
   if (AsksForPlan(argc, argv)) {
     return PlanJoin(argc, argv);
   }

@@ -25,30 +25,7 @@ herr_t LeaveElements(hid_t source, hid_t destination, H5T_cdata_t* conversion, s
   return H5Tget_size(source) == H5Tget_size(destination) ? 0 : -1;
 }
 
-// The type as which elements of strings are read. The library can convert them to it only while
-// this lives, so that no other part of a program meets the conversion.
-class ElementType {
- public:
-  explicit ElementType(std::size_t bytes)
-      : mBytes(H5Tcreate(H5T_OPAQUE, bytes)), mString(H5Tcopy(H5T_C_S1)) {
-    REQUIRE_FOR_CALLER(mBytes>=0, "H5Tcreate failed");
-    const herr_t registered =
-        H5Tset_size(mString, HdfConst::H5T_Variable()) < 0
-            ? -1
-            : H5Tregister(H5T_PERS_SOFT, sName, mString, mBytes, LeaveElements);
-    REQUIRE_FOR_CALLER(registered>=0, "H5Tregister failed");
-  }
-  ~ElementType() { H5Tunregister(H5T_PERS_SOFT, sName, mString, mBytes, LeaveElements); }
-  ElementType(const ElementType&) = delete;
-  ElementType& operator=(const ElementType&) = delete;
-
-  hid_t Id() const { return mBytes; }
-
- private:
-  static constexpr const char* sName = "string elements";
-  DatatypeHandle mBytes;
-  DatatypeHandle mString;
-};
+constexpr const char* sConversionName = "string elements";
 
 bool IsNothingStored(hid_t dataset_id) {
   const PropertyListHandle cparms_id(H5Dget_create_plist(dataset_id));
@@ -58,6 +35,26 @@ bool IsNothingStored(hid_t dataset_id) {
 }
 
 }  // namespace
+
+StringConversion::StringConversion() {
+  if (sLiving++ > 0) {
+    return;
+  }
+  const DatatypeHandle bytes(H5Tcreate(H5T_OPAQUE, 1));
+  REQUIRE_FOR_CALLER(bytes>=0, "H5Tcreate failed");
+  const DatatypeHandle string(H5Tcopy(H5T_C_S1));
+  const herr_t registered =
+      H5Tset_size(string, HdfConst::H5T_Variable()) < 0
+          ? -1
+          : H5Tregister(H5T_PERS_SOFT, sConversionName, string, bytes, LeaveElements);
+  REQUIRE_FOR_CALLER(registered>=0, "H5Tregister failed");
+}
+
+StringConversion::~StringConversion() {
+  if (--sLiving == 0) {
+    H5Tunregister(H5T_PERS_SOFT, sConversionName, -1, -1, LeaveElements);
+  }
+}
 
 bool Vexa_H5::ConsistsOfCharacters(hid_t stringType) {
   const DatatypeHandle type_id(H5Tget_super(stringType));
@@ -77,12 +74,14 @@ void Vexa_H5::RequireStringsInFile(hid_t object_id, std::size_t count, const cha
     return;
   }
   const std::size_t elementBytes = heap.ElementBytes();
-  const ElementType type(elementBytes);
+  const StringConversion conversion;
+  const DatatypeHandle type_id(H5Tcreate(H5T_OPAQUE, elementBytes));
+  REQUIRE_FOR_CALLER(type_id>=0, "H5Tcreate failed");
   std::vector<std::byte> elements(count * elementBytes);
   const bool isAttribute = H5Iget_type(object_id) == H5I_ATTR;
   const herr_t err =
-      isAttribute ? H5Aread(object_id, type.Id(), elements.data())
-                  : H5Dread(object_id, type.Id(), H5S_ALL, H5S_ALL, H5P_DEFAULT, elements.data());
+      isAttribute ? H5Aread(object_id, type_id, elements.data())
+                  : H5Dread(object_id, type_id, H5S_ALL, H5S_ALL, H5P_DEFAULT, elements.data());
   REQUIRE_FOR_CALLER(err>=0, failure);
   // What was never written is all the same string: the fill value.
   const bool areAlike = std::equal(elements.begin() + static_cast<std::ptrdiff_t>(elementBytes),

@@ -7,6 +7,21 @@
 
 namespace Vexa_H5 {
 
+/// While one lives, the library can hand out elements of strings as they lie in the file. They are
+/// made where strings are read, so that no other part of a program meets the conversion. To
+/// register it costs more than to read a short list; a program of ours makes one for all that it
+/// reads.
+class StringConversion {
+ public:
+  StringConversion();
+  ~StringConversion();
+  StringConversion(const StringConversion&) = delete;
+  StringConversion& operator=(const StringConversion&) = delete;
+
+ private:
+  inline static int sLiving = 0;
+};
+
 /// Whether strings of variable length, of this type, are made of bytes, as they are in every file
 /// that is not damaged.
 bool ConsistsOfCharacters(hid_t stringType);
