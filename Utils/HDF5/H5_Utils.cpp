@@ -19,6 +19,7 @@
 #include "Utils/Process/SystemError.hpp"
 
 using namespace Vexa_H5;
+using Vexa::IsRegularFile;  // its call stands in a report as it is written
 
 namespace {
 
@@ -188,7 +189,7 @@ hid_t Vexa_H5::OpenFile(const std::string& path, H5AccessType access, int verbos
     }
     return file_id;
   }
-  REQUIRE(Vexa::IsRegularFile(path), "'" << path << "' is not a regular file");
+  REQUIRE(IsRegularFile(path), "'" << path << "' is not a regular file");
   const Trace trace(verbosity);
   const bool isToBeRead = access == ReadOnly;
   bool isNew = false;
