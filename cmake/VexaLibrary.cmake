@@ -97,15 +97,28 @@ function(vexa_add_forwarding name)
           FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/Vexa COMPONENT Development)
 endfunction()
 
+function(vexa_test_code target)
+  vexa_own_code(${target})
+  # Half of a build would go into optimising the templates of the tests, which do not run for long.
+  target_compile_options(${target} PRIVATE $<$<NOT:$<CONFIG:Release>>:-O0>)
+  target_link_libraries(${target} PRIVATE GTest::gmock GTest::gtest_main)
+endfunction()
+
 # vexa_add_test(<program> SOURCES ... DEPENDS ...): a GoogleTest program and its tests in ctest.
 # Death tests read the report of a process that ended; a backtrace in it is only noise.
 function(vexa_add_test program)
   cmake_parse_arguments(ARG "" "" "SOURCES;DEPENDS" ${ARGN})
+  # GoogleMock's headers take longer to read than most tests: all programs share one reading.
+  if(NOT TARGET VexaTestHeaders)
+    file(WRITE ${PROJECT_BINARY_DIR}/VexaTestHeaders.cpp "")
+    add_library(VexaTestHeaders OBJECT ${PROJECT_BINARY_DIR}/VexaTestHeaders.cpp)
+    vexa_test_code(VexaTestHeaders)
+    target_precompile_headers(VexaTestHeaders PRIVATE <gmock/gmock.h> <gtest/gtest.h>)
+  endif()
   add_executable(${program} ${ARG_SOURCES})
-  vexa_own_code(${program})
-  # Half of a build would go into optimising the templates of the tests, which do not run for long.
-  target_compile_options(${program} PRIVATE $<$<NOT:$<CONFIG:Release>>:-O0>)
-  target_link_libraries(${program} PRIVATE ${ARG_DEPENDS} GTest::gmock GTest::gtest_main)
+  vexa_test_code(${program})
+  target_precompile_headers(${program} REUSE_FROM VexaTestHeaders)
+  target_link_libraries(${program} PRIVATE ${ARG_DEPENDS})
   gtest_discover_tests(${program} DISCOVERY_TIMEOUT 60
                        PROPERTIES ENVIRONMENT "VEXA_NO_BACKTRACE=1" TIMEOUT 300)
 endfunction()
