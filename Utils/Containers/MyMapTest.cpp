@@ -50,8 +50,6 @@ TEST(MyMapTest, CopiesAreDeepAndMovesLeaveNothing) {
   EXPECT_FALSE(a.KeyExists("x"));
 }
 
-[[maybe_unused]] const bool sIsCounted = MyAllocatorProfiler::ProfilingEnabled = true;
-
 // Throws when copied from a negative value.
 struct Picky {
   explicit Picky(int value) : mValue(value < 0 ? throw std::range_error("") : value) { ++sAlive; }

@@ -19,7 +19,7 @@ std::uint64_t WantedValues() {
 }
 
 // A chunk below this is encoded sooner than a worker is woken.
-constexpr std::uint64_t sValuesWorthAWorker = 16 * 1024;
+constexpr std::uint64_t sRowsWorthAWorker = 16 * 1024;
 
 }  // namespace
 
@@ -89,8 +89,8 @@ std::uint64_t ColumnWriter::Encode(Buffer& buffer) {
       break;
     }
     const std::span values(buffer.mpValues.get() + first, stretch.mRows);
-    const bool isForWorkers = stretch.mIsChunk && !mTable.mLayout.mFilters.empty() &&
-                              stretch.mRows >= sValuesWorthAWorker;
+    const bool isForWorkers =
+        stretch.mIsChunk && !mTable.mLayout.mFilters.empty() && stretch.mRows >= sRowsWorthAWorker;
     if (isForWorkers || buffer.mOutgoing.empty() || buffer.mOutgoing.back().mpEncoder != nullptr) {
       buffer.mOutgoing.emplace_back(mEncoded, values);
     } else {
