@@ -1,7 +1,7 @@
 // Calls a fuzz target with every file of the folder that the argument names, and fails if a file
 // takes more than a second of processor time, or if there is none.
 //
-//   GlobFuzz Tests/Fuzz/corpus/Glob
+//   ChunkFuzz Tests/Fuzz/corpus/Chunk
 #include <ctime>
 #include <filesystem>
 #include <fstream>

@@ -55,7 +55,6 @@ TEST(MpiEnvironmentTest, AllWriteWhoCanAndTheOthersAreNamed) {
       {"-np 2 ", "normal", 0, "flushed0:;flushed1:;"},
       {"-np 2 ", "own", 255, "Errors000.txt:.*MPI has been finalised.*flushed0:;flushed1:;"},
       {"-np 4 ", "abort", 255, "Errors003.txt:giving up\nflushed0:;flushed1:;flushed2:;flushed3:;"},
-      {"-np 2 ", "fatal", 255, "Errors001.txt:giving up\nflushed0:;flushed1:;"},
       {"-np 2 ", "mpi", 255, "Errors001.txt:MPI failed: [^\n]*\nflushed0:;flushed1:;"},
       {"-np 2 ", "hold", 255,
        "Errors001.txt:giving up\n[^\n]*\n  did not answer: rank 0\n[^\n]*\nflushed0:;flushed1:;"},

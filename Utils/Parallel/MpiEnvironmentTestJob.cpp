@@ -5,7 +5,6 @@
 //   hold    all processes hold something back when they write
 //   normal  nothing fails
 //   own     the program starts MPI and finalises it, ignores its failures, and fails afterwards
-//   fatal   the program starts MPI and leaves it its error handler
 #include <mpi.h>
 
 #include <cstdlib>
@@ -55,9 +54,6 @@ int main(int argc, char** argv) {
   output.mHoldsBack = what == "hold";
   if (what == "own") {
     RunOwnMpi(argc, argv);
-  }
-  if (what == "fatal") {
-    MPI_Init(&argc, &argv);
   }
   const MpiEnvironment environment(argc, argv);
   const Vexa::ParallelRuntime& runtime = Vexa::ParallelRuntime::Instance();

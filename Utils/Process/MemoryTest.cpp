@@ -23,11 +23,6 @@ TEST(MemoryTest, SizesAreThoseOfThisProcessAndMachine) {
   EXPECT_TRUE(residentBytes > now / 2 && residentBytes < now * 2) << residentBytes;
   EXPECT_GE(virtualBytes, residentBytes);
   EXPECT_THAT(MemoryUsage(), testing::MatchesRegex("[0-9.]+ .iB vm, [0-9.]+ MiB res"));
-
-  auto [total, available, committed, commitLimit] = std::array<std::uint64_t, 4>{};
-  GetSystemMemoryBytes(total, available, committed, commitLimit);
-  EXPECT_TRUE(total > size && available > total / 1000 && available <= total) << available;
-  EXPECT_TRUE(committed >= size && commitLimit >= size) << "there is this process, to begin with";
 }
 
 }  // namespace

@@ -389,25 +389,4 @@ TEST_F(CachedH5FileTest, AnObjectThatCannotBeWrittenCostsNoOther) {
   mHolder.WriteCache();  // What failed is dropped.
 }
 
-TEST_F(CachedH5FileTest, Refusals) {
-  Append("a.h5", 1);
-  Append("b.h5", 0);
-  CachedH5File file = Open("a.h5");
-  CachedH5File readOnly = Open("b.h5", ReadOnly);
-  file.GetObjectForRead<Dat>("x.dat");
-  ExpectReport([&] { Open("no.h5", ReadOnly); }, "atype == ReadWrite",
-               "Tried to open nonexistent file " + Path("no.h5") + " for reading");
-  ExpectReport([&] { Open("no/x.h5"); }, "DirectoryExists(dir)",
-               "Tried to create file " + Path("no/x.h5") + " in nonexistent directory");
-  ExpectReport([&] { Open("a.h5"); }, "!ptr->IsFileOpen()",
-               "Consistency error.  h5-file should be closed");
-  ExpectReport([&] { file.GetObjectForRead<Dat>("y.dat"); }, "mpFile->Root()->Exists(name)",
-               "Requesting non-existent dataset 'y.dat' in file " + Path("a.h5"));
-  ExpectReport(
-      [&] { file.GetObjectForWrite<Txt>("x.dat"); }, "typ==ptr->Type()",
-      "Type of name and OBJECT inconsistent.  ptr->Type()='dat', but OBJECT::ClassID()='txt'");
-  ExpectReport([&] { AppendTo(readOnly, 1); }, "mAtype==ReadWrite",
-               "Called GetObjectForWrite on an CachedH5File that is ReadOnly");
-}
-
 }  // namespace

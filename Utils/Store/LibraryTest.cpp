@@ -60,15 +60,6 @@ TEST_F(H5_LibraryTest, WhatTheProgramLeftOpenIsClosedLikeOurs) {
   }
 }
 
-TEST_F(H5_LibraryTest, WhatTheLibraryPrintsIsSafe) {
-  const auto open = [this] {
-    Append("a.h5", 1);
-    std::exit(H5Fopen("a\nb\x1b[", H5F_ACC_RDONLY, H5P_DEFAULT) < 0 ? 0 : 1);
-  };
-  EXPECT_EXIT(open(), ExitedWithCode(0),
-              "HDF5-DIAG: .*[0-9]\n, name = 'a\\\\nb\\\\x1b\\['.*\n    major: ");
-}
-
 TEST_F(H5_LibraryTest, UsedBeforeTheStoreAndClosedWhileRowsWait) {
   const auto run = [this] {
     Leave("before.h5");

@@ -52,14 +52,9 @@ TEST(TensorIndexTable, RefusesIndicesAndShapesThatNoTensorHas) {
   for (const MyVector<int>& indices : {MyVector<int>{0}, {0, 0, 0}, {0, 3}, {-1, 0}}) {
     EXPECT_THAT(ReportOf([&] { table.Index(indices); }), HasSubstr("are not valid"));
   }
-  const std::tuple<int, std::string, const char*> shapes[] = {
-      {(1 << 20) + 1, "1", "too many"},
-      {65536, "12", "dimension 65536 and rank 2 has too many"},
-      {1, sLongest + std::string("1"), "at most 20 indices, got 21"},
-      {0, "1", "must be positive, got 0"}};
-  for (const auto& [dim, symmetry, message] : shapes) {
-    EXPECT_THAT(ReportOf([&] { TensorIndexTable(dim, symmetry); }), HasSubstr(message));
-  }
+  EXPECT_THAT(ReportOf([] { TensorIndexTable((1 << 20) + 1, "1"); }), HasSubstr("has too many"));
+  EXPECT_THAT(ReportOf([] { TensorIndexTable(1, sLongest + std::string("1")); }),
+              HasSubstr("at most 20 indices, got 21"));
   MyVector<int> canonical;
   EXPECT_THAT(ReportOf([&] { TensorIndexTable::ApplySymmToIndexList("11", {0}, canonical); }),
               HasSubstr("1 indices for a symmetry of 2 slots"));
@@ -86,15 +81,12 @@ TEST(TensorIndexTableHolder, SharesWithinAThreadAndCopiesForAnother) {
   EXPECT_FALSE(*original == TensorStructure(2, "34")) << "other names of the same symmetry";
   EXPECT_FALSE(*original == TensorStructure(3, "12"));
 
-  // What nobody keeps is dropped when others have been asked for, what somebody keeps is found.
+  // What nobody keeps is dropped when others have been asked for.
   const std::weak_ptr<const TensorIndexTable> dropped = holder.Find(5, "11");
-  const std::weak_ptr<const TensorIndexTable> wanted = holder.Find(6, "11");
   for (int dim = 2; dim < 100; ++dim) {
     EXPECT_EQ(holder.Find(dim, "1"), holder.Find(dim, "1"));
-    EXPECT_EQ(holder.Find(6, "11"), wanted.lock());
   }
   EXPECT_TRUE(dropped.expired());
-  EXPECT_EQ(holder.Find(2, "12"), original);
 }
 
 TEST(Tensor, HasAComponentPerIndependentIndexList) {

@@ -7,6 +7,7 @@
 
 #include <array>
 #include <filesystem>
+#include <tuple>
 
 #include "Executables/Kelmor/Tests/KelmorFixture.hpp"
 
@@ -18,12 +19,7 @@ using testing::StartsWith;
 
 TEST(Progress, SaysWhatIsKnown) {
   constexpr std::uint64_t mebi = 1 << 20;
-  struct Case {
-    std::uint64_t mBytes;
-    double mSeconds;
-    const char* mText;
-  };
-  const Case cases[] = {
+  const std::tuple<std::uint64_t, double, const char*> cases[] = {
       {0, 9, "stage: dataset 3 of 9"},
       {mebi, 0.1, "stage: dataset 3 of 9, 1.00 MiB of 4.00 MiB"},
       {mebi, 2, "stage: dataset 3 of 9, 1.00 MiB of 4.00 MiB, 512 KiB/s, 6.0 sec left"},
@@ -31,8 +27,8 @@ TEST(Progress, SaysWhatIsKnown) {
       {9 * mebi, 2,
        "stage: dataset 3 of 9, 4.00 MiB of 4.00 MiB, 2.00 MiB/s, hardly any time left"},
   };
-  for (const Case& c : cases) {
-    EXPECT_EQ(ProgressText("stage", 3, 9, c.mBytes, 4 * mebi, c.mSeconds), c.mText);
+  for (const auto& [bytes, seconds, text] : cases) {
+    EXPECT_EQ(ProgressText("stage", 3, 9, bytes, 4 * mebi, seconds), text);
   }
 }
 

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <iterator>
 #include <limits>
 #include <string>
 #include <utility>
@@ -38,9 +40,8 @@ TEST(SelectTimeStepsTest, StepsSurviveIfTheyLieBeforeTheNextKept) {
     const std::int64_t kept = SelectTimeSteps(c.mTimes, keep, c.mDeltaT, false, maximumGap);
     std::string marks;
     for (const MyVector<bool>& file : keep) {
-      for (const bool isKept : file) {
-        marks += isKept ? 'x' : '.';
-      }
+      std::ranges::transform(file, std::back_inserter(marks),
+                             [](bool is) { return is ? 'x' : '.'; });
       marks += '|';
     }
     EXPECT_EQ(marks, c.mKept) << c.mName;
