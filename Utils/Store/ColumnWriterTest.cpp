@@ -18,6 +18,16 @@ using H5_Objects::Dat;
 // The number of threads is fixed at its first use.
 const int sThreadsAreSet = setenv("VEXA_THREADS", "3", 1);
 
+PlainH5::Rows Numbers(std::size_t rows, std::size_t columns) {
+  PlainH5::Rows table(rows);
+  for (std::size_t r = 0; r < rows; ++r) {
+    for (std::size_t c = 0; c < columns; ++c) {
+      table[r].push_back(std::round(10 * std::sqrt(r)) + 10000. * c);
+    }
+  }
+  return table;
+}
+
 // Tables are copied in one stream, as a join does: neither reading nor writing may overtake the
 // other, whatever the layout of the input, the rows written together and those read together.
 TEST(ColumnWriterTest, EveryValueArrivesFromEveryLayoutInPiecesOfAnySize) {
@@ -40,12 +50,8 @@ TEST(ColumnWriterTest, EveryValueArrivesFromEveryLayoutInPiecesOfAnySize) {
       {"float32", {H5T_IEEE_F32LE, {16, 1}, true}, 3, 16, {50}, 12},
       {"big-endian integers", {H5T_STD_I32BE, {64, 3}}, 3, 16, {50}, 50}};
   for (const auto& [name, input, columns, chunkRows, flushes, together] : cases) {
-    PlainH5::Rows table(std::accumulate(flushes.begin(), flushes.end(), std::uint64_t{0}));
-    for (std::size_t r = 0; r < table.size(); ++r) {
-      for (std::size_t c = 0; c < columns; ++c) {
-        table[r].push_back(std::round(10 * std::sqrt(r)) + 10000. * c);
-      }
-    }
+    const PlainH5::Rows table =
+        Numbers(std::accumulate(flushes.begin(), flushes.end(), std::size_t{0}), columns);
     file.Table(name, table, input);
     Dat in(name, true, 0);
     in.OpenObject(file.Id());

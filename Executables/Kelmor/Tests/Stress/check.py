@@ -233,7 +233,27 @@ def select(times, options):
     return keep
 
 
-# Gives {path: what must be there}.
+# Gives {path: what must be there} of coefficient sets, or of tensor series, of one name.
+def join_steps(name, sets, options, filters):
+    spec, legends = sets[0]["spec"], sets[0]["legends"]
+    steps = [(one["times"][i], one["vectors"][i], one["extents"][i]) for one, flags in
+             zip(sets, select([one["times"] for one in sets], options))
+             for i in np.flatnonzero(flags)]
+    ends = itertools.accumulate(len(vector) for _, vector, _ in steps)
+    columns = sets[0]["extents"].shape[1]
+    index = np.array([[time, end, *extents] for (time, _, extents), end in zip(steps, ends)],
+                     "f8").reshape(len(steps), 2 + columns)
+    values = np.concatenate([vector for _, vector, _ in steps] + [np.empty(0)]).reshape(-1, 1)
+    what = b"index one past this filestep" if spec else b"index one past current coeff-data"
+    return {name: group(spec and {"TensorSpec": attribute_of_strings(
+                [in_bytes("TensorDim=%d; TensorSymm=%s; DataMeshDim=%d;" % spec)])} or {}),
+            name + "/index.dat": table(index, [legends[0], what] + [
+                b"Extents[%d]" % i for i in range(columns)], len(index), filters),
+            name + ("/data.dat" if spec else "/coefs.dat"): table(
+                values, [legends[1]], min(len(values), 131072) if spec else len(values), filters)}
+
+
+# Gives {path: what must be there} of an output.
 def join(inputs, options):
     objects = {"/": group({})}
     filters = [] if options.NoGzip else FILTERS
@@ -260,23 +280,8 @@ def join(inputs, options):
         objects[name] = table(rows, legend, len(rows), filters)
 
     for name, sets in itertools.chain(holders_of("coef"), holders_of("tdm")):
-        spec, legends = sets[0]["spec"], sets[0]["legends"]
-        require(all(one["spec"] == spec for one in sets), "structures differ: " + name)
-        steps = [(one["times"][i], one["vectors"][i], one["extents"][i]) for one, flags in
-                 zip(sets, select([one["times"] for one in sets], options))
-                 for i in np.flatnonzero(flags)]
-        ends = itertools.accumulate(len(vector) for _, vector, _ in steps)
-        columns = sets[0]["extents"].shape[1]
-        index = np.array([[time, end, *extents] for (time, _, extents), end in zip(steps, ends)],
-                         "f8").reshape(len(steps), 2 + columns)
-        values = np.concatenate([vector for _, vector, _ in steps] + [np.empty(0)]).reshape(-1, 1)
-        what = b"index one past this filestep" if spec else b"index one past current coeff-data"
-        objects[name] = group(spec and {"TensorSpec": attribute_of_strings(
-            [in_bytes("TensorDim=%d; TensorSymm=%s; DataMeshDim=%d;" % spec)])} or {})
-        objects[name + "/index.dat"] = table(index, [legends[0], what] + [
-            b"Extents[%d]" % i for i in range(columns)], len(index), filters)
-        objects[name + ("/data.dat" if spec else "/coefs.dat")] = table(
-            values, [legends[1]], min(len(values), 131072) if spec else len(values), filters)
+        require(all(one["spec"] == sets[0]["spec"] for one in sets), "structures differ: " + name)
+        objects |= join_steps(name, sets, options, filters)
 
     for name, texts in holders_of("txt"):
         text = b"".join(texts)
