@@ -39,28 +39,21 @@ std::int64_t SelectTimeSteps(const std::vector<MyVector<double>>& times,
 }
 
 unsigned Blocksize(int n) {
-  if (n < 2) {
-    return 1;
-  }
   unsigned b = 1;
-  unsigned k = 1;
-  do {
+  for (unsigned k = 1; static_cast<double>(n) / k > b; k += 2) {
     b *= 2;
-    k += 2;
-  } while (static_cast<double>(n) / k > b);
+  }
   return b;
 }
 
 std::vector<StepRun> KeptRuns(const MyVector<bool>& keep) {
   std::vector<StepRun> runs;
   for (std::uint64_t step = 0; step < keep.size(); ++step) {
-    if (!keep[step]) {
-      continue;
+    if (keep[step] && (step == 0 || !keep[step - 1])) {
+      runs.push_back({step, step});
     }
-    if (!runs.empty() && runs.back().mOnePastLast == step) {
-      ++runs.back().mOnePastLast;
-    } else {
-      runs.push_back({step, step + 1});
+    if (keep[step]) {
+      runs.back().mOnePastLast = step + 1;
     }
   }
   return runs;
