@@ -32,10 +32,9 @@ void PrintFound(const std::vector<Dataset>& datasets) {
 void JoinDatasets(const SeriesRun& run, const std::vector<Dataset>& datasets,
                   CachedH5File& output) {
   for (const SeriesKind& kind : SeriesKinds()) {
-    run.mProgress.Stage("joining " + kind.mTitle);
     for (const Dataset& dataset : datasets) {
       if (dataset.mpKind == &kind) {
-        run.mProgress.NextDataset();
+        run.mProgress.NextDataset("joining " + kind.mTitle);
         MakeSeries(run, dataset)->Join(output);
         TheCachedH5FileHolder().CheckForEmergencyWriteCache();
       }

@@ -1,12 +1,13 @@
 #include "Executables/KelmorInfo/Check.hpp"
 
 #include <algorithm>
-#include <cstring>
+#include <bit>
 #include <memory>
 #include <set>
 #include <sstream>
 #include <vector>
 
+#include "Executables/KelmorInfo/InputFiles.hpp"
 #include "Executables/KelmorInfo/Text.hpp"
 #include "Executables/Series/SteppedSeries.hpp"
 #include "Executables/Series/TextSeries.hpp"
@@ -16,7 +17,7 @@ namespace {
 using H5_Objects::StepIndex;
 using Tables::ColumnBlock;
 
-// Values in memory at a time: of a joined table, and as many of what it was joined from.
+// So many values are in memory at a time: of a joined table, and of what it was joined from.
 constexpr std::uint64_t sBlockValues = 2 * 1024 * 1024;
 
 // Ends the comparison: the first difference is all that is told.
@@ -24,44 +25,22 @@ struct Difference {
   std::string mText;
 };
 
-bool AreSameBits(const double* a, const double* b, std::uint64_t count) {
-  return std::memcmp(a, b, count * sizeof(double)) == 0;
+bool AreSameBits(double a, double b) {
+  return std::bit_cast<std::uint64_t>(a) == std::bit_cast<std::uint64_t>(b);
 }
 
 // Numbers that print alike may still differ in their bits.
 std::string WithBits(double value, double other) {
   std::string text = RoundTrip(value);
   if (text == RoundTrip(other)) {
-    std::uint64_t bits = 0;
-    std::memcpy(&bits, &value, sizeof bits);
-    text += " (bits " + std::to_string(bits) + ")";
+    text += " (bits " + std::to_string(std::bit_cast<std::uint64_t>(value)) + ")";
   }
   return text;
 }
 
-// Cuts a joined table into the blocks in which it is compared: of whole chunks, and of some
-// mebibytes unless a chunk is longer.
-std::vector<ColumnBlock> BlocksOf(const Tables::TableLayout& layout) {
-  std::vector<ColumnBlock> blocks;
-  const std::uint64_t chunk = std::max<std::uint64_t>(layout.mChunkRows, 1);
-  const std::uint64_t most = layout.mRows * layout.mColumns <= sBlockValues
-                                 ? layout.mRows
-                                 : std::max<std::uint64_t>(sBlockValues / chunk, 1) * chunk;
-  const std::uint64_t rows =
-      std::clamp<std::uint64_t>(most, 1, std::max<std::uint64_t>(layout.mRows, 1));
-  const std::uint64_t columns = std::max<std::uint64_t>(sBlockValues / rows, 1);
-  for (std::uint64_t row = 0; row < layout.mRows; row += rows) {
-    for (std::uint64_t column = 0; column < layout.mColumns; column += columns) {
-      blocks.push_back({column, std::min(columns, layout.mColumns - column), row,
-                        std::min(rows, layout.mRows - row)});
-    }
-  }
-  return blocks;
-}
-
 // Rows of some columns of a series in memory, and the reads that bring them there.
 struct Rows {
-  ColumnBlock mWhere;
+  ColumnBlock mWhere = {};
   std::unique_ptr<double[]> mValues;
   Tables::PendingReads mReads;
 
@@ -76,24 +55,41 @@ struct Rows {
   }
 };
 
+// Lets `read` ask for room for one piece after the other, and hands each to `use` when its values
+// are there.
+template <class Read, class Use>
+void ForEachPiece(const Read& read, const Use& use) {
+  Rows rows;
+  const auto finish = [&] {
+    rows.mReads.Finish();
+    if (rows.mValues != nullptr) {
+      use(rows);
+    }
+  };
+  read([&](const ColumnBlock& piece) {
+    finish();
+    return rows.Room(piece);
+  });
+  finish();
+}
+
 class Checker {
  public:
-  Checker(InputFiles& joined, InputFiles& files, const JoinOptions& options)
-      : mJoined(joined.Opened()),
-        mJoinedName(joined[0].mName),
-        mFiles(files),
+  Checker(Inputs& joined, Inputs& inputs, const JoinOptions& options)
+      : mJoined(joined),
+        mJoinedName(joined.GivenName(0)),
+        mInputs(inputs),
         mOptions(options),
-        mDatasets(FindDatasets(files.Opened(), options.mSkip)),
-        mProgress(!options.mVerbose, mDatasets.size(),
-                  mJoined.TotalBytes() + files.Opened().TotalBytes()) {}
+        mDatasets(FindDatasets(inputs, options.mSkip)),
+        mProgress(!options.mVerbose, mDatasets.size(), joined.TotalBytes() + inputs.TotalBytes()) {}
 
   CheckResult Check() {
     try {
       CheckNames();
       for (const Dataset& dataset : mDatasets) {
-        mProgress.Stage("checking " + dataset.mpKind->mTitle);
-        mProgress.NextDataset();
-        CheckDataset(dataset);
+        mProgress.NextDataset("checking " + dataset.mpKind->mTitle);
+        mpDataset = &dataset;
+        CheckDataset();
         ++mResult.mDatasets;
       }
     } catch (const Difference& difference) {
@@ -115,35 +111,34 @@ class Checker {
     }
   }
 
-  void CheckDataset(const Dataset& dataset) {
-    mpDataset = &dataset;
-    const auto series = MakeSeries({mFiles.Opened(), mOptions, mProgress}, dataset);
+  void CheckDataset() {
+    const auto series = MakeSeries({mInputs, mOptions, mProgress}, *mpDataset);
     series->TakeInAll(Series::Depth::Times);
-    if (SteppedSeries* stepped = series->AsStepped()) {
+    if (auto* stepped = dynamic_cast<SteppedSeries*>(series.get())) {
       stepped->Select(mOptions.mNoWipe);
     }
     RequirePresence(series->IsWritten());
-    if (!series->IsWritten()) {
-      return;
+    if (series->IsWritten()) {
+      mJoined.KeepObjectsOpenDuring([&] { Compare(*series); });
+      mResult.mBytes += series->Bytes();
     }
-    const Inputs::KeptOpen keptOpen(mJoined);
-    const Dataset inJoined{dataset.mName, dataset.mpKind, {0}};
-    const SeriesRun joinedRun{mJoined, mOptions, mProgress};
-    const auto described = MakeSeries(joinedRun, inJoined);
-    described->TakeIn(0, Series::Depth::Agreement);
-    CompareProperties(described->Properties(true), series->Properties(false));
-    const auto joined = MakeSeries(joinedRun, inJoined);
-    joined->TakeIn(0, Series::Depth::Times);
-    if (series->AsStepped() != nullptr) {
-      CompareSteps(*series->AsStepped(), *joined->AsStepped());
-    } else if (series->AsText() != nullptr) {
-      CompareTexts(*series->AsText(), joined->AsText()->Text());
-    }
-    mResult.mBytes += series->Bytes();
   }
 
-  std::string FileName(std::size_t i) const {
-    return mFiles.OpenedFile(mpDataset->mFiles[i]).mName;
+  void Compare(Series& series) {
+    const Dataset inJoined{mpDataset->mName, mpDataset->mpKind, {0}};
+    const auto joined = MakeSeries({mJoined, mOptions, mProgress}, inJoined);
+    joined->TakeIn(0, Series::Depth::Agreement);
+    CompareProperties(joined->Properties(true), series.Properties(false));
+    joined->TakeIn(0, Series::Depth::Times);
+    if (auto* stepped = dynamic_cast<SteppedSeries*>(&series)) {
+      CompareSteps(*stepped, dynamic_cast<SteppedSeries&>(*joined));
+    } else if (const auto* text = dynamic_cast<TextSeries*>(&series)) {
+      CompareTexts(*text, dynamic_cast<TextSeries&>(*joined).Text());
+    }
+  }
+
+  const std::string& FileName(std::size_t i) const {
+    return mInputs.GivenName(mpDataset->mFiles[i]);
   }
 
   // Checks that what a join writes is there, if there is anything to write.
@@ -169,7 +164,7 @@ class Checker {
   }
 
   void RequireSameBits(const std::string& what, double joined, double expected) const {
-    if (!AreSameBits(&joined, &expected, 1)) {
+    if (!AreSameBits(joined, expected)) {
       RequireSame(what, WithBits(joined, expected), WithBits(expected, joined));
     }
   }
@@ -203,9 +198,7 @@ class Checker {
     joined.Select(true);
     RequireSame("number of steps", joined.Steps().mKept, series.Steps().mKept);
     CompareIndex(joined.KeptIndex(), series.KeptIndex());
-    for (const ColumnBlock& block : BlocksOf(joined.Layout(0))) {
-      CompareBlock(series, joined, block);
-    }
+    CompareRows(series, joined);
     mResult.mSteps += static_cast<std::uint64_t>(series.Steps().mKept);
   }
 
@@ -221,25 +214,22 @@ class Checker {
     }
   }
 
-  // The block ends where chunks of the joined table end. The other series hands it over in pieces
-  // that end where chunks of its files end, so that either inflates a chunk once.
-  void CompareBlock(SteppedSeries& series, SteppedSeries& joined, const ColumnBlock& block) const {
-    Rows there;
-    joined.Read(block, block.mColumns * block.mRows,
-                [&there](const ColumnBlock& whole) { return there.Room(whole); });
-    there.mReads.Finish();
-    Rows here;
-    const auto compare = [&] {
-      here.mReads.Finish();
-      for (const SteppedSeries::Stretch& stretch : series.StretchesWithin(here.mWhere)) {
-        CompareStretch(series, stretch, here, there);
-      }
+  // The joined table comes in pieces that end where its chunks end. For each of them, the other
+  // series comes in pieces that end where chunks of its files end. So either inflates a chunk once.
+  void CompareRows(SteppedSeries& series, SteppedSeries& joined) const {
+    const auto readJoined = [&](const SteppedSeries::Room& room) {
+      joined.ReadAll(sBlockValues, room);
     };
-    series.Read(block, sBlockValues, [&](const ColumnBlock& piece) {
-      compare();
-      return here.Room(piece);
+    ForEachPiece(readJoined, [&](const Rows& there) {
+      const auto readSame = [&](const SteppedSeries::Room& room) {
+        series.Read(there.mWhere, sBlockValues, room);
+      };
+      ForEachPiece(readSame, [&](const Rows& here) {
+        for (const SteppedSeries::Stretch& stretch : series.StretchesWithin(here.mWhere)) {
+          CompareStretch(series, stretch, here, there);
+        }
+      });
     });
-    compare();
   }
 
   void CompareStretch(const SteppedSeries& series, const SteppedSeries::Stretch& stretch,
@@ -247,25 +237,21 @@ class Checker {
     const ColumnBlock& where = here.mWhere;
     for (std::uint64_t c = where.mFirstColumn; c < where.mFirstColumn + where.mColumns; ++c) {
       const double* values = here.At(c, stretch.mKeptRow);
-      const double* joined = there.At(c, stretch.mKeptRow);
-      if (AreSameBits(values, joined, stretch.mRows)) {
-        continue;
+      const auto [value, joined] =
+          std::mismatch(values, values + stretch.mRows, there.At(c, stretch.mKeptRow), AreSameBits);
+      if (const auto i = static_cast<std::uint64_t>(value - values); i < stretch.mRows) {
+        throw Difference{mpDataset->mName + " differs" + series.ColumnText(c) + ": row " +
+                         std::to_string(stretch.mKeptRow + i) + " of " + mJoinedName + " has " +
+                         WithBits(*joined, *value) + ", " +
+                         series.RowText(stretch.mInput, stretch.mRow + i) + " of " +
+                         FileName(stretch.mInput) + " has " + WithBits(*value, *joined)};
       }
-      std::uint64_t i = 0;
-      while (AreSameBits(values + i, joined + i, 1)) {
-        ++i;
-      }
-      throw Difference{mpDataset->mName + " differs" + series.ColumnText(c) + ": row " +
-                       std::to_string(stretch.mKeptRow + i) + " of " + mJoinedName + " has " +
-                       WithBits(joined[i], values[i]) + ", " +
-                       series.RowText(stretch.mInput, stretch.mRow + i) + " of " +
-                       FileName(stretch.mInput) + " has " + WithBits(values[i], joined[i])};
     }
   }
 
   Inputs& mJoined;
   const std::string mJoinedName;
-  InputFiles& mFiles;
+  Inputs& mInputs;
   const JoinOptions& mOptions;
   const std::vector<Dataset> mDatasets;
   const Dataset* mpDataset = nullptr;  // that is being checked
@@ -275,8 +261,15 @@ class Checker {
 
 }  // namespace
 
-CheckResult CheckJoin(InputFiles& joined, InputFiles& files, const JoinOptions& options) {
-  joined.RequireAllOpen();
-  files.RequireAllOpen();
-  return Checker(joined, files, options).Check();
+CheckResult CheckJoin(const std::string& joinedName, const JoinOptions& options) {
+  const std::vector<InputFile> joinedFile = TryFiles({joinedName});
+  const std::vector<InputFile> files = TryFiles(options.mInputs);
+  RequireAllOpen(joinedFile);
+  RequireAllOpen(files);
+  Inputs joined({joinedName});
+  Inputs inputs(options.mInputs);
+  const CheckResult result = Checker(joined, inputs, options).Check();
+  RequireUnchanged(joinedFile, joined);
+  RequireUnchanged(files, inputs);
+  return result;
 }

@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <string>
 
-#include "Executables/KelmorInfo/InputFiles.hpp"
 #include "Executables/Series/JoinOptions.hpp"
 
 struct CheckResult {
@@ -15,7 +14,7 @@ struct CheckResult {
   std::uint64_t mBytes = 0;  // that were compared
 };
 
-/// `joined` holds the one file. Fails where the join itself would fail. Besides texts and the
-/// steps' times and offsets, some mebibytes of values are in memory at a time, or one chunk of
-/// them.
-CheckResult CheckJoin(InputFiles& joined, InputFiles& files, const JoinOptions& options);
+/// Fails where the join itself would fail, and where a file does not open or has changed in the
+/// end. Besides texts and the steps' times and offsets, some mebibytes of values are in memory at a
+/// time, or one chunk of them.
+CheckResult CheckJoin(const std::string& joinedName, const JoinOptions& options);

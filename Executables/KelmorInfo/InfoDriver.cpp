@@ -6,7 +6,6 @@
 
 #include "Executables/KelmorInfo/Check.hpp"
 #include "Executables/KelmorInfo/InfoOptions.hpp"
-#include "Executables/KelmorInfo/InputFiles.hpp"
 #include "Executables/KelmorInfo/Listing.hpp"
 #include "Executables/KelmorInfo/Plan.hpp"
 #include "Executables/KelmorInfo/PlanPicture.hpp"
@@ -26,8 +25,7 @@ void FinishOutput() {
 }
 
 void List(const InfoOptions& options) {
-  const InputFiles files(options.mJoin.mInputs);
-  const Listing listing = MakeListing(files, options.mJoin);
+  const Listing listing = MakeListing(options.mJoin);
   if (options.mJson) {
     PrintListingAsJson(std::cout, listing);
   } else {
@@ -38,20 +36,16 @@ void List(const InfoOptions& options) {
 }
 
 int Check(const InfoOptions& options) {
-  InputFiles joined({options.mJoined});
-  InputFiles files(options.mJoin.mInputs);
-  const CheckResult result = CheckJoin(joined, files, options.mJoin);
-  joined.RequireUnchanged();
-  files.RequireUnchanged();
+  const CheckResult result = CheckJoin(options.mJoined, options.mJoin);
   if (!result.mDifference.empty()) {
     std::cout << result.mDifference << '\n';
     FinishOutput();
     return 1;
   }
   std::cout << Vexa::Printable(options.mJoined) << " is the join of "
-            << Counted(files.Files().size(), "file") << ": " << Counted(result.mDatasets, "dataset")
-            << ", " << Counted(result.mSteps, "step") << ", " << Size(result.mBytes)
-            << " compared\n";
+            << Counted(options.mJoin.mInputs.size(), "file") << ": "
+            << Counted(result.mDatasets, "dataset") << ", " << Counted(result.mSteps, "step")
+            << ", " << Size(result.mBytes) << " compared\n";
   FinishOutput();
   return 0;
 }
@@ -59,8 +53,7 @@ int Check(const InfoOptions& options) {
 std::pair<InfoOptions, Plan> ReadAndPlan(int argc, char** argv) {
   const CommandLineParser parser(argc, argv, InfoHelpText(), InfoBooleanOptions());
   const InfoOptions options(parser);
-  InputFiles files(options.mJoin.mInputs);
-  return {options, MakePlan(files, options.mJoin)};
+  return {options, MakePlan(options.mJoin)};
 }
 
 // What fails here fails because of the command line: failures of files are part of the plan.

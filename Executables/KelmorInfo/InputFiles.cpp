@@ -1,6 +1,7 @@
 #include "Executables/KelmorInfo/InputFiles.hpp"
 
 #include <filesystem>
+#include <memory>
 #include <system_error>
 
 #include "Executables/KelmorInfo/Text.hpp"
@@ -80,38 +81,35 @@ std::string WhyNotOpened(const InputFile& file) {
          "\n" + advice + (advice.empty() ? "" : "\n");
 }
 
-void InputFiles::RequireAllOpen() const {
+void RequireAllOpen(const std::vector<InputFile>& files) {
   std::string problems;
-  for (const InputFile& file : mFiles) {
+  for (const InputFile& file : files) {
     problems += WhyNotOpened(file);
   }
   REQUIRE(problems.empty(), Vexa::Verbatim(problems));
 }
 
-void InputFiles::RequireUnchanged() const {
+void RequireUnchanged(const std::vector<InputFile>& files, const Inputs& opened) {
   std::string changed;
-  for (const InputFile& file : mFiles) {
+  for (const InputFile& file : files) {
     changed += Vexa::FileStamp(file.mName) != file.mStamp ? "\n" + Vexa::Printable(file.mName) : "";
   }
   REQUIRE(changed.empty(), "These files have changed while they were read:" << Vexa::Verbatim(changed));
-  if (mpInputs != nullptr) {
-    mpInputs->RequireUnchanged();
-  }
+  opened.RequireUnchanged();
 }
 
-InputFiles::InputFiles(const MyVector<std::string>& names) {
+std::vector<InputFile> TryFiles(const MyVector<std::string>& names) {
   const Vexa_H5::MuteH5Errors mute;
+  std::vector<InputFile> files;
   // All handles live to the end of the trial, so that a file that is given twice is noticed.
   std::vector<std::unique_ptr<CachedH5File>> handles;
   for (const std::string& name : names) {
-    InputFile file;
-    file.mName = name;
+    InputFile& file = files.emplace_back(InputFile{name});
     file.mStamp = Vexa::FileStamp(name);
     try {
       const bool keepOpen = false;
       handles.push_back(std::make_unique<CachedH5File>(
           name, ReadOnly, CachedH5File::VersionHistory{}, 0, keepOpen));
-      mNumbers.push_back(static_cast<int>(mFiles.size()));
     } catch (const CodeError& error) {
       file.mOpens = false;
       file.mProblem = Diagnose(name, error);
@@ -119,17 +117,6 @@ InputFiles::InputFiles(const MyVector<std::string>& names) {
     std::error_code error;
     const std::uintmax_t bytes = std::filesystem::file_size(name, error);
     file.mBytes = error ? 0 : bytes;
-    mFiles.push_back(std::move(file));
   }
-}
-
-Inputs& InputFiles::Opened() {
-  if (mpInputs == nullptr) {
-    std::vector<std::string> names;
-    for (const int number : mNumbers) {
-      names.push_back((*this)[number].mName);
-    }
-    mpInputs = std::make_unique<Inputs>(MyVector<std::string>(names));
-  }
-  return *mpInputs;
+  return files;
 }

@@ -1,7 +1,6 @@
 // The files that were named on the command line, and whether each can be opened.
 #pragma once
 
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -21,36 +20,15 @@ struct InputFile {
   std::string mStamp = {};    // of FileStamp() before it was opened
 };
 
+/// Tries to open every file, for reading only, and closes it again.
+std::vector<InputFile> TryFiles(const MyVector<std::string>& names);
+
 /// What is said of a file that does not open, ending with a newline; empty for one that does.
 std::string WhyNotOpened(const InputFile& file);
 
-/// Tries every file, for reading only, and lends those that open to who reads them.
-class InputFiles {
- public:
-  explicit InputFiles(const MyVector<std::string>& names);
+/// Fails, with all of them, unless all files open.
+void RequireAllOpen(const std::vector<InputFile>& files);
 
-  const std::vector<InputFile>& Files() const { return mFiles; }
-  const InputFile& operator[](int file) const { return mFiles[static_cast<std::size_t>(file)]; }
-
-  /// Fails, with all of them, unless all files open.
-  void RequireAllOpen() const;
-
-  /// Fails, with those that are not, unless the files that Opened() lends are as they were before
-  /// they were tried.
-  void RequireUnchanged() const;
-
-  /// Lends the files that open, in order; NumberOf() tells which of all files each of them is.
-  Inputs& Opened();
-  int NumberOf(int opened) const { return mNumbers[static_cast<std::size_t>(opened)]; }
-  const InputFile& OpenedFile(int opened) const { return (*this)[NumberOf(opened)]; }
-
-  /// Opens one of the files, which must be one that opens, for a caller that reads one file after
-  /// the other: it stays open between its datasets however many files there are. Must not be called
-  /// while the files from Opened() are in use: both would open the same file.
-  Inputs OpenAlone(int file) const { return Inputs({(*this)[file].mName}); }
-
- private:
-  std::vector<InputFile> mFiles;
-  std::vector<int> mNumbers;
-  std::unique_ptr<Inputs> mpInputs;  // once they are asked for
-};
+/// Fails, with those that are not, unless the files, which were then opened, are as they were
+/// before they were tried.
+void RequireUnchanged(const std::vector<InputFile>& files, const Inputs& opened);

@@ -1,8 +1,10 @@
 #include "Executables/KelmorInfo/Listing.hpp"
 
 #include <algorithm>
-#include <map>
+#include <functional>
+#include <iterator>
 #include <ostream>
+#include <ranges>
 
 #include "Executables/KelmorInfo/Json.hpp"
 #include "Executables/KelmorInfo/Text.hpp"
@@ -14,12 +16,14 @@ namespace {
 
 template <class T>
 void AddOnce(std::vector<T>& all, const T& one) {
-  if (std::find(all.begin(), all.end(), one) == all.end()) {
+  if (std::ranges::find(all, one) == all.end()) {
     all.push_back(one);
   }
 }
 
 void Include(UnionFacts& all, const Facts& facts) {
+  all.mName = facts.mName;
+  all.mKind = facts.mKind;
   ++all.mFiles;
   all.mStoredBytes = Sum(all.mStoredBytes, facts.mStoredBytes);
   if (facts.mSteps) {
@@ -48,23 +52,6 @@ void Include(UnionFacts& all, const Facts& facts) {
   }
 }
 
-std::vector<UnionFacts> Unite(const std::vector<std::vector<Facts>>& datasets) {
-  std::map<std::string, UnionFacts> united;
-  for (const std::vector<Facts>& ofFile : datasets) {
-    for (const Facts& facts : ofFile) {
-      UnionFacts& all = united[facts.mName];
-      all.mName = facts.mName;
-      all.mKind = facts.mKind;
-      Include(all, facts);
-    }
-  }
-  std::vector<UnionFacts> list;
-  for (auto& [name, all] : united) {
-    list.push_back(std::move(all));
-  }
-  return list;
-}
-
 std::string Joined(const std::vector<std::string>& texts, const std::string& between) {
   std::string joined;
   for (const std::string& text : texts) {
@@ -74,8 +61,8 @@ std::string Joined(const std::vector<std::string>& texts, const std::string& bet
 }
 
 // Each form that something takes, side by side.
-template <class T, class ToText>
-std::string SideBySide(const std::vector<T>& forms, const ToText& toText) {
+template <class T, class ToText = std::identity>
+std::string SideBySide(const std::vector<T>& forms, const ToText& toText = {}) {
   std::vector<std::string> texts;
   for (const T& form : forms) {
     AddOnce(texts, std::string(toText(form)));
@@ -89,32 +76,20 @@ std::string Shape(const UnionFacts& all) {
              return std::to_string(history.size());
            });
   }
-  const auto toText = [](hsize_t columns) { return std::to_string(columns); };
   return !all.mLength ? ""
          : all.mKind == "dat"
-             ? std::to_string(*all.mLength) + " x " + SideBySide(all.mColumns, toText)
+             ? std::to_string(*all.mLength) + " x " +
+                   SideBySide(all.mColumns, [](hsize_t columns) { return std::to_string(columns); })
          : all.mKind == "txt" ? Counted(*all.mLength, "string")
                               : Counted(*all.mLength, "value");
-}
-
-std::string Steps(const std::optional<std::uint64_t>& steps) {
-  return steps ? Counted(*steps, "step") : "";
 }
 
 std::string Times(const TimeRange& times) {
   return times.IsEmpty() ? "" : "t = " + RoundTrip(times.mFirst) + " ... " + RoundTrip(times.mLast);
 }
 
-std::string Stored(const std::optional<std::uint64_t>& bytes) {
-  return bytes ? Size(*bytes) : "size unknown";
-}
-
 std::string Compression(const std::vector<std::string>& filters) {
   return filters.empty() ? "not compressed" : Joined(filters, "+");
-}
-
-std::string Legends(const std::vector<std::string>& legends) {
-  return Joined(legends, ", ");
 }
 
 std::string Versions(const H5_Objects::Version::History& history, bool verbose) {
@@ -125,38 +100,40 @@ std::string Versions(const H5_Objects::Version::History& history, bool verbose) 
   return verbose || entries.empty() ? Joined(entries, "; ") : entries.back();
 }
 
-// What a line ends in.
-std::string Details(std::vector<std::string> details) {
+// What a line ends in: structure of tensors, legends and versions as far as they are asked for.
+std::string Details(const UnionFacts& all, bool verbose, const std::string& problem) {
+  const auto legends = [](const std::vector<std::string>& names) { return Joined(names, ", "); };
+  const auto versions = [verbose](const H5_Objects::Version::History& history) {
+    return Versions(history, verbose);
+  };
+  std::vector<std::string> details = {
+      SideBySide(all.mTensors), verbose ? SideBySide(all.mLegends, legends) : "",
+      SideBySide(all.mVersions, versions), problem.empty() ? "" : "UNREADABLE: " + problem};
   std::erase(details, "");
   return Vexa::Printable(Joined(details, "; "));
 }
 
-// Structure of tensors, legends and versions as far as they are asked for.
-std::string Details(const UnionFacts& all, bool verbose, const std::string& problem) {
-  const auto same = [](const std::string& tensor) { return tensor; };
-  const auto versions = [verbose](const H5_Objects::Version::History& history) {
-    return Versions(history, verbose);
-  };
-  return Details({SideBySide(all.mTensors, same), verbose ? SideBySide(all.mLegends, Legends) : "",
-                  SideBySide(all.mVersions, versions),
-                  problem.empty() ? "" : "UNREADABLE: " + problem});
-}
-
-// The cells of a line; `files` is one of them in the union.
-std::vector<std::string> Cells(const UnionFacts& all, const std::vector<std::string>& files,
-                               bool verbose, const std::string& problem = "") {
-  std::vector<std::string> cells = {all.mKind, Vexa::Printable(all.mName), Shape(all)};
-  cells.insert(cells.end(), files.begin(), files.end());
+// The cells of a line; `files` says in the union how many there are.
+std::vector<std::string> Cells(const UnionFacts& all, const std::string& files, bool verbose,
+                               const std::string& problem = "") {
   const bool isRead = problem.empty();
-  cells.insert(
-      cells.end(),
-      {Steps(all.mSteps), Times(all.mTimes), isRead ? Stored(all.mStoredBytes) : "",
-       isRead ? SideBySide(all.mFilters, Compression) : "", Details(all, verbose, problem)});
-  return cells;
+  const std::string stored = all.mStoredBytes ? Size(*all.mStoredBytes) : "size unknown";
+  return {all.mKind,
+          Vexa::Printable(all.mName),
+          Shape(all),
+          files,
+          all.mSteps ? Counted(*all.mSteps, "step") : "",
+          Times(all.mTimes),
+          isRead ? stored : "",
+          isRead ? SideBySide(all.mFilters, Compression) : "",
+          Details(all, verbose, problem)};
 }
 
-void PrintFile(std::ostream& os, const InputFile& file, const std::vector<Facts>& datasets,
-               bool verbose) {
+// Cells of numbers.
+const std::vector<std::size_t> sRightAligned = {2, 4, 6};
+
+void PrintFile(std::ostream& os, const ListedFile& listed, bool verbose) {
+  const InputFile& file = listed.mFile;
   os << Vexa::Printable(file.mName) << "  (" << Size(file.mBytes) << ")\n";
   if (!file.mOpens) {
     os << "  CANNOT BE OPENED: " << file.mProblem.mReason << '\n';
@@ -165,9 +142,11 @@ void PrintFile(std::ostream& os, const InputFile& file, const std::vector<Facts>
     }
     return;
   }
-  AlignedLines lines({2, 3, 5});
-  for (const Facts& facts : datasets) {
-    std::vector<std::string> cells = Cells(Unite({{facts}})[0], {}, verbose, facts.mProblem);
+  AlignedLines lines(sRightAligned);
+  for (const Facts& facts : listed.mDatasets) {
+    UnionFacts one;
+    Include(one, facts);
+    std::vector<std::string> cells = Cells(one, "", verbose, facts.mProblem);
     if (facts.mKind == "ver" && !facts.mShape.empty()) {
       cells[2] = "version " + std::to_string(facts.mShape[0]);  // also of one that cannot be read
     }
@@ -233,6 +212,18 @@ Json ToJson(const UnionFacts& all) {
   return json;
 }
 
+Json ToJson(const ListedFile& listed) {
+  const InputFile& file = listed.mFile;
+  Json json = {{"file", file.mName}, {"bytes", file.mBytes}, {"opens", file.mOpens}};
+  if (!file.mOpens) {
+    json["problem"] = file.mProblem.mReason;
+    json["advice"] = file.mProblem.mAdvice;
+  }
+  json["external_files"] = listed.mExternalFiles;
+  json["datasets"] = ArrayOf(listed.mDatasets, [](const Facts& facts) { return ToJson(facts); });
+  return json;
+}
+
 // Reads the facts. What fails does not end the run: it becomes the facts' problem.
 Facts ReadFacts(Series& series, const Dataset& dataset, CachedH5File& file) {
   Facts facts;
@@ -251,75 +242,59 @@ Facts ReadFacts(Series& series, const Dataset& dataset, CachedH5File& file) {
 
 }  // namespace
 
-Listing MakeListing(const InputFiles& files, const JoinOptions& options) {
+Listing MakeListing(const JoinOptions& options) {
   Listing listing;
-  listing.mFiles = files.Files();
-  listing.mDatasets.resize(listing.mFiles.size());
-  listing.mExternalFiles.resize(listing.mFiles.size());
   Progress progress(false, 0, 0);
-  for (std::size_t i = 0; i < listing.mFiles.size(); ++i) {
-    if (!listing.mFiles[i].mOpens) {
+  for (const InputFile& file : TryFiles(options.mInputs)) {
+    ListedFile& listed = listing.mFiles.emplace_back(ListedFile{file});
+    if (!file.mOpens) {
       continue;
     }
-    Inputs inputs = files.OpenAlone(static_cast<int>(i));
+    // Alone, it stays open between its datasets however many files there are.
+    Inputs inputs({file.mName});
     std::vector<Dataset> datasets = FindDatasets(inputs, options.mSkip);
     std::ranges::sort(datasets, {}, &Dataset::mName);
     for (const Dataset& dataset : datasets) {
       const auto series = MakeSeries({inputs, options, progress}, dataset);
-      listing.mDatasets[i].push_back(ReadFacts(*series, dataset, inputs[0]));
+      const Facts& facts = listed.mDatasets.emplace_back(ReadFacts(*series, dataset, inputs[0]));
+      Include(listing.mUnion[facts.mName], facts);
     }
-    for (const auto& [path, stamp] : inputs[0].ExternalFiles()) {
-      listing.mExternalFiles[i].push_back(path);
-    }
+    std::ranges::copy(inputs[0].ExternalFiles() | std::views::keys,
+                      std::back_inserter(listed.mExternalFiles));
   }
-  listing.mUnion = Unite(listing.mDatasets);
   return listing;
 }
 
 void PrintListing(std::ostream& os, const Listing& listing, bool verbose) {
-  for (std::size_t i = 0; i < listing.mFiles.size(); ++i) {
-    os << (i > 0 ? "\n" : "");
-    PrintFile(os, listing.mFiles[i], listing.mDatasets[i], verbose);
+  for (const ListedFile& file : listing.mFiles) {
+    os << (&file == &listing.mFiles.front() ? "" : "\n");
+    PrintFile(os, file, verbose);
   }
   if (listing.mFiles.size() == 1) {
     return;
   }
   os << "\nall " << Counted(listing.mFiles.size(), "file") << '\n';
-  AlignedLines lines({2, 4, 6});
-  for (const UnionFacts& all : listing.mUnion) {
-    lines.Add(Cells(all, {"in " + Counted(all.mFiles, "file")}, verbose));
+  AlignedLines lines(sRightAligned);
+  for (const auto& [name, all] : listing.mUnion) {
+    lines.Add(Cells(all, "in " + Counted(all.mFiles, "file"), verbose));
   }
   lines.Print(os, "  ");
 }
 
 void PrintListingAsJson(std::ostream& os, const Listing& listing) {
-  Json json = {{"files", Json::array()}};
-  for (std::size_t i = 0; i < listing.mFiles.size(); ++i) {
-    const InputFile& file = listing.mFiles[i];
-    Json entry = {{"file", file.mName}, {"bytes", file.mBytes}, {"opens", file.mOpens}};
-    if (!file.mOpens) {
-      entry["problem"] = file.mProblem.mReason;
-      entry["advice"] = file.mProblem.mAdvice;
-    }
-    entry["external_files"] = listing.mExternalFiles[i];
-    entry["datasets"] =
-        ArrayOf(listing.mDatasets[i], [](const Facts& facts) { return ToJson(facts); });
-    json["files"].push_back(std::move(entry));
-  }
-  json["union"] = ArrayOf(listing.mUnion, [](const UnionFacts& all) { return ToJson(all); });
-  PrintJson(os, json);
+  const auto toJson = [](const auto& facts) { return ToJson(facts); };
+  PrintJson(os, {{"files", ArrayOf(listing.mFiles, toJson)},
+                 {"union", ArrayOf(listing.mUnion | std::views::values, toJson)}});
 }
 
 void RequireNoProblems(const Listing& listing) {
   std::string problems;
-  for (std::size_t i = 0; i < listing.mFiles.size(); ++i) {
-    const InputFile& file = listing.mFiles[i];
-    problems += WhyNotOpened(file);
-    for (const Facts& facts : listing.mDatasets[i]) {
+  for (const ListedFile& listed : listing.mFiles) {
+    problems += WhyNotOpened(listed.mFile);
+    for (const Facts& facts : listed.mDatasets) {
       if (!facts.mProblem.empty()) {
         problems += "Object '" + Vexa::Printable(facts.mName) + "' of file '" +
-                    Vexa::Printable(file.mName) + "': ";
-        problems += facts.mProblem + "\n";
+                    Vexa::Printable(listed.mFile.mName) + "': " + facts.mProblem + "\n";
       }
     }
   }

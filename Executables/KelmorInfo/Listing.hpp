@@ -4,6 +4,7 @@
 #include <hdf5.h>
 
 #include <iosfwd>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -29,14 +30,18 @@ struct UnionFacts {
   std::optional<std::uint64_t> mStoredBytes = 0;
 };
 
-struct Listing {
-  std::vector<InputFile> mFiles;
-  std::vector<std::vector<Facts>> mDatasets;             // per file, ascending by name
-  std::vector<std::vector<std::string>> mExternalFiles;  // per file, where its links led; ascending
-  std::vector<UnionFacts> mUnion;                        // ascending by name
+struct ListedFile {
+  InputFile mFile;
+  std::vector<Facts> mDatasets = {};             // ascending by name
+  std::vector<std::string> mExternalFiles = {};  // where its links led; ascending
 };
 
-Listing MakeListing(const InputFiles& files, const JoinOptions& options);
+struct Listing {
+  std::vector<ListedFile> mFiles;
+  std::map<std::string, UnionFacts> mUnion;  // by name
+};
+
+Listing MakeListing(const JoinOptions& options);
 
 void PrintListing(std::ostream& os, const Listing& listing, bool verbose);
 void PrintListingAsJson(std::ostream& os, const Listing& listing);

@@ -65,16 +65,9 @@ PlannedFile PlanFile(int file, const MyVector<double>& times, const std::vector<
 
 class Planner {
  public:
-  Planner(InputFiles& files, const JoinOptions& options) : mFiles(files), mOptions(options) {
-    mPlan.mFiles = files.Files();
+  explicit Planner(const JoinOptions& options) : mOptions(options), mInputs(TryInputs()) {
     mPlan.mDeltaT = options.mDeltaT;
     mPlan.mNoWipe = options.mNoWipe;
-    for (const InputFile& file : mPlan.mFiles) {
-      if (!file.mOpens) {
-        const std::string& advice = file.mProblem.mAdvice;
-        Disagree("", file.mName, file.mProblem.mReason + (advice.empty() ? "" : ". " + advice));
-      }
-    }
     if (const std::string& output = options.mOutput; FileExists(output)) {
       Disagree("", output, "The output file exists already");
     } else if (output.ends_with('/')) {
@@ -85,7 +78,7 @@ class Planner {
   }
 
   Plan Make() {
-    for (const Dataset& dataset : FindDatasets(mFiles.Opened(), mOptions.mSkip)) {
+    for (const Dataset& dataset : FindDatasets(mInputs, mOptions.mSkip)) {
       mPlan.mDatasets.push_back(PlanDataset(dataset));
       mPlan.mBytes += mPlan.mDatasets.back().mBytes;
     }
@@ -93,23 +86,41 @@ class Planner {
   }
 
  private:
+  // Returns the names of the files that open, and notes why the others do not.
+  MyVector<std::string> TryInputs() {
+    mPlan.mFiles = TryFiles(mOptions.mInputs);
+    std::vector<std::string> names;
+    for (std::size_t i = 0; i < mPlan.mFiles.size(); ++i) {
+      const InputFile& file = mPlan.mFiles[i];
+      if (file.mOpens) {
+        names.push_back(file.mName);
+        mNumbers.push_back(static_cast<int>(i));
+      } else {
+        const std::string& advice = file.mProblem.mAdvice;
+        Disagree("", file.mName, file.mProblem.mReason + (advice.empty() ? "" : ". " + advice));
+      }
+    }
+    return MyVector<std::string>(names);
+  }
+
   PlannedDataset PlanDataset(const Dataset& dataset) {
     PlannedDataset planned{dataset.mName, dataset.mpKind->mExtension};
     const std::size_t before = mPlan.mDisagreements.size();
     mSteps = {};
-    const auto series = MakeSeries({mFiles.Opened(), mOptions, mProgress}, dataset);
-    for (int file = 0; file < mFiles.Opened().Size(); ++file) {
-      Try(dataset, file, [&] { series->RequireJoinable(mFiles.Opened()[file]); });
+    const auto series = MakeSeries({mInputs, mOptions, mProgress}, dataset);
+    for (int file = 0; file < mInputs.Size(); ++file) {
+      Try(dataset, file, [&] { series->RequireJoinable(mInputs[file]); });
     }
     for (const int file : dataset.mFiles) {
       Try(dataset, file, [&] {
-        if (series->TakeIn(file, Series::Depth::TimesIfReadable)) {
-          mSteps.mFiles.push_back({mFiles.NumberOf(file), 0, 0, {}});
+        series->TakeIn(file, Series::Depth::TimesIfReadable);
+        if (series->Agreed().Includes(file)) {
+          mSteps.mFiles.push_back({mNumbers[static_cast<std::size_t>(file)], 0, 0, {}});
         }
       });
     }
     ReportGroups(dataset, series->Agreed());
-    if (SteppedSeries* stepped = series->AsStepped()) {
+    if (auto* stepped = dynamic_cast<SteppedSeries*>(series.get())) {
       PlanSteps(*stepped);
     }
     planned.mBytes = series->Bytes();
@@ -135,13 +146,13 @@ class Planner {
 
   // Does something for one file. A failure is noted, and the next file has its turn.
   template <class Action>
-  void Try(const Dataset& dataset, int opened, const Action& action) {
+  void Try(const Dataset& dataset, int file, const Action& action) {
     try {
       action();
     } catch (const CodeError& error) {
-      Disagree(dataset.mName, mFiles.OpenedFile(opened).mName, ReasonOf(error));
+      Disagree(dataset.mName, mInputs.GivenName(file), ReasonOf(error));
       // Closes what the failure left open.
-      mFiles.Opened()[opened].CloseFile();
+      mInputs[file].CloseFile();
     }
   }
 
@@ -154,7 +165,7 @@ class Planner {
     for (const Agreement::Group& group : agreement.Groups()) {
       PlannedValue& value = disagreement.mValues.emplace_back(PlannedValue{group.mValue, {}});
       for (const int file : group.mFiles) {
-        value.mFiles.push_back(mFiles.OpenedFile(file).mName);
+        value.mFiles.push_back(mInputs.GivenName(file));
       }
     }
     mPlan.mDisagreements.push_back(std::move(disagreement));
@@ -183,16 +194,17 @@ class Planner {
     }
   }
 
-  InputFiles& mFiles;
   const JoinOptions& mOptions;
   Plan mPlan;
-  PlannedSteps mSteps;  // of the dataset that is being planned
+  std::vector<int> mNumbers;  // of the inputs, among all files of the plan
+  Inputs mInputs;             // the files that open
+  PlannedSteps mSteps;        // of the dataset that is being planned
   Progress mProgress{false, 0, 0};
 };
 
 }  // namespace
 
-Plan MakePlan(InputFiles& files, const JoinOptions& options) {
+Plan MakePlan(const JoinOptions& options) {
   const Vexa_H5::MuteH5Errors mute;
-  return Planner(files, options).Make();
+  return Planner(options).Make();
 }

@@ -92,4 +92,4 @@ struct Plan {
 };
 
 /// Fails only if the glob of datasets to be skipped is none.
-Plan MakePlan(InputFiles& files, const JoinOptions& options);
+Plan MakePlan(const JoinOptions& options);

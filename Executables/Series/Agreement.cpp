@@ -35,6 +35,10 @@ bool Agreement::Add(int file, const std::string& value) {
   return group == mGroups.begin();
 }
 
+bool Agreement::Includes(int file) const {
+  return mGroups.empty() || std::ranges::binary_search(mGroups.front().mFiles, file);
+}
+
 void Agreement::Differ(const char* condition, const std::string& label, int line,
                        const std::string& reason) {
   if (mReason.empty()) {

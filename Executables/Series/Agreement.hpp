@@ -23,6 +23,8 @@ class Agreement {
   void Differ(const char* condition, const std::string& label, int line, const std::string& reason);
 
   bool IsReached() const { return mGroups.size() < 2; }
+  /// Whether a file, if it was noted, has what the first file has.
+  bool Includes(int file) const;
   /// There is a group for each value; the first file is in the first group.
   const std::vector<Group>& Groups() const { return mGroups; }
   /// Says what differs, without who has what; empty while nothing does.

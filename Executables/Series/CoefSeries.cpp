@@ -2,11 +2,10 @@
 
 using H5_Objects::Coef;
 
-bool CoefSeries::TakeIn(int file, Depth depth) {
+void CoefSeries::TakeIn(int file, Depth depth) {
   Visit<Coef>(file, [&](const Coef& coef) {
     TakeInSet(file, coef, depth, [&coef] { return coef.RetrieveIndex_(); });
   });
-  return true;
 }
 
 void CoefSeries::Write(CachedH5File& output) {

@@ -8,7 +8,7 @@ class CoefSeries : public IndexedSeries {
   using Object = H5_Objects::Coef;
   CoefSeries(const SeriesRun& run, const Dataset& dataset) : IndexedSeries(run, dataset) {}
 
-  bool TakeIn(int file, Depth depth) override;
+  void TakeIn(int file, Depth depth) override;
 
  private:
   MyVector<std::string> OutputIndexLegend() const override {

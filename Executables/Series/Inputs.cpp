@@ -1,7 +1,6 @@
 #include "Executables/Series/Inputs.hpp"
 
 #include <algorithm>
-#include <exception>
 #include <filesystem>
 #include <map>
 #include <ranges>
@@ -66,18 +65,12 @@ std::uint64_t Inputs::TotalBytes() const {
   return bytes;
 }
 
-Inputs::Visitor::~Visitor() noexcept(false) {
-  if (std::uncaught_exceptions() == 0) {
-    mInputs.Release(mFile);
-  }
-}
-
-Inputs::KeptOpen::~KeptOpen() noexcept(false) {
-  mInputs.mKeepsObjectsOpen = false;
-  if (std::uncaught_exceptions() == 0) {
-    for (int file = 0; file < std::min(mInputs.Size(), sFilesKeptOpen); ++file) {
-      mInputs.Release(file);
-    }
+void Inputs::KeepObjectsOpenDuring(const std::function<void()>& action) {
+  mKeepsObjectsOpen = true;
+  action();
+  mKeepsObjectsOpen = false;
+  for (int file = 0; file < std::min(Size(), sFilesKeptOpen); ++file) {
+    Release(file);
   }
 }
 
@@ -91,21 +84,15 @@ void Inputs::Release(int file) {
   }
 }
 
-bool IsSkipped(const std::string& name, const std::string& skip) {
-  return !skip.empty() && !name.ends_with(".ver") && GlobMatches(skip, name);
-}
-
 Entries FindEntries(const MyVector<CachedH5File>& inputs, const std::string& pattern,
                     const std::string& skip) {
   Entries entries;
   for (int file = 0; file < inputs.Size(); ++file) {
     for (const std::string& name : inputs[file].GetNames(pattern, false)) {
-      if (IsSkipped(name, skip)) {
-        continue;
-      }
+      const bool isSkipped = !skip.empty() && !name.ends_with(".ver") && GlobMatches(skip, name);
       if (std::vector<int>* files = entries.Find(name)) {
         files->push_back(file);
-      } else {
+      } else if (!isSkipped) {
         entries.Insert(name, 1, file);
       }
     }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 
 #include "Utils/Containers/MyMap.hpp"
@@ -16,6 +17,8 @@ class Inputs {
 
   int Size() const { return static_cast<int>(mFiles.size()); }
   CachedH5File& operator[](int file) { return mFiles[file]; }
+  /// Returns the name that the file was given; the file itself knows its real path.
+  const std::string& GivenName(int file) const { return mNames[static_cast<std::size_t>(file)]; }
   const MyVector<CachedH5File>& Files() const { return mFiles; }
   /// Fails, with those that are not, unless all files are as they were before they were opened, and
   /// so is every file to which their external links led.
@@ -24,47 +27,27 @@ class Inputs {
   std::uint64_t TotalBytes() const;
 
   /// Lends an object of a file to `read`, under a context that names both in reports, and lets go
-  /// of what was opened for it. Fails if it has to be opened again and is not as it was.
+  /// of what was opened for it unless that fails. Fails if the file has to be opened again and is
+  /// not as it was.
   template <class OBJECT, class Read>
-  auto Visit(int file, const std::string& name, const Read& read) {
+  void Visit(int file, const std::string& name, const Read& read) {
     const Vexa::ReportContext context(name, mFiles[file].Filename());
     RequireSameAsOpened(file);
-    const Visitor visitor(*this, file);
     OBJECT& object = mFiles[file].template GetObjectForRead<OBJECT>(name);
     RequireSameAsOpened(file);
-    return read(object);
+    read(object);
+    Release(file);
   }
 
-  /// While one lives, what is opened in the files that stay open stays open as well: for visits of
-  /// the same object again and again.
-  class KeptOpen {
-   public:
-    explicit KeptOpen(Inputs& inputs) : mInputs(inputs) { mInputs.mKeepsObjectsOpen = true; }
-    ~KeptOpen() noexcept(false);
-    KeptOpen(const KeptOpen&) = delete;
-    KeptOpen& operator=(const KeptOpen&) = delete;
-
-   private:
-    Inputs& mInputs;
-  };
+  /// Does what visits the same object again and again: until it is done, what is opened in the
+  /// files that stay open stays open as well.
+  void KeepObjectsOpenDuring(const std::function<void()>& action);
 
   /// Closes all files.
   void Clear() { mFiles.Clear(); }
 
  private:
-  // Closes what was opened in a file, unless a failure is on its way.
-  class Visitor {
-   public:
-    Visitor(Inputs& inputs, int file) : mInputs(inputs), mFile(file) {}
-    ~Visitor() noexcept(false);
-    Visitor(const Visitor&) = delete;
-    Visitor& operator=(const Visitor&) = delete;
-
-   private:
-    Inputs& mInputs;
-    int mFile;
-  };
-
+  // Closes what was opened in a file.
   void Release(int file);
   void RequireSameAsOpened(int file) const;
   bool HasChanged(int file) const;
@@ -75,13 +58,10 @@ class Inputs {
   bool mKeepsObjectsOpen = false;
 };
 
-/// Whether a join leaves the dataset out: its name matches the glob, which may be empty for none.
-/// Version records are never left out.
-bool IsSkipped(const std::string& name, const std::string& skip);
-
 /// For each dataset name that matches the pattern and is not skipped, the files that hold it,
-/// ascending. Names come in the order of joining: those of the first file that has any, ascending,
-/// then those that a later file adds.
+/// ascending. Skipped are the names that match the glob `skip`, which may be empty for none;
+/// version records never are. Names come in the order of joining: those of the first file that has
+/// any, ascending, then those that a later file adds.
 using Entries = MyMap<std::string, std::vector<int>>;
 Entries FindEntries(const MyVector<CachedH5File>& inputs, const std::string& pattern,
                     const std::string& skip);

@@ -40,10 +40,8 @@ std::size_t LineWidth() {
 std::string ProgressText(const std::string& stage, std::uint64_t dataset, std::uint64_t datasets,
                          std::uint64_t bytes, std::uint64_t totalBytes, double seconds) {
   const auto size = [](double value) { return BytesToAscii(static_cast<std::int64_t>(value), 7); };
-  std::string text = stage;
-  if (dataset > 0) {
-    text += ": dataset " + std::to_string(dataset) + " of " + std::to_string(datasets);
-  }
+  std::string text =
+      stage + ": dataset " + std::to_string(dataset) + " of " + std::to_string(datasets);
   // Files hold more than values, but not all values need be read: the sum is an estimate.
   const std::uint64_t done = std::min(bytes, totalBytes);
   if (done == 0) {
@@ -77,11 +75,8 @@ Progress::~Progress() {
   }
 }
 
-void Progress::Stage(const std::string& stage) {
+void Progress::NextDataset(const std::string& stage) {
   mStage = stage;
-}
-
-void Progress::NextDataset() {
   ++mDataset;
   Update();
 }
@@ -94,11 +89,8 @@ void Progress::Advance(std::uint64_t bytes, std::uint64_t done, std::uint64_t al
 }
 
 void Progress::Update() {
-  if (!mIsShown) {
-    return;
-  }
   const Clock::time_point now = Clock::now();
-  if (now < mNextUpdate) {
+  if (!mIsShown || now < mNextUpdate) {
     return;
   }
   mNextUpdate = now + sInterval;

@@ -21,10 +21,8 @@ class Progress {
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;
 
-  /// The stage that the run is in from the next dataset on.
-  void Stage(const std::string& stage);
-  /// The next dataset begins.
-  void NextDataset();
+  /// The next dataset begins, at this stage of the run.
+  void NextDataset(const std::string& stage);
   /// The part `done` of `all` of something that takes that many bytes has been dealt with.
   void Advance(std::uint64_t bytes, std::uint64_t done = 1, std::uint64_t all = 1);
 

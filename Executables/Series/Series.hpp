@@ -17,9 +17,6 @@
 #include "Executables/Series/Progress.hpp"
 #include "Executables/Series/SeriesKinds.hpp"
 
-class SteppedSeries;
-class TextSeries;
-
 /// What all series of a run work with.
 struct SeriesRun {
   Inputs& mInputs;
@@ -48,9 +45,9 @@ class Series {
 
   /// Fails if the file, which may hold the dataset or not, keeps the others from being joined.
   virtual void RequireJoinable(const CachedH5File& /*file*/) const {}
-  /// Reads the dataset in one more file. Returns whether it agrees with the first file; of one that
-  /// does not, only what must agree is read.
-  virtual bool TakeIn(int file, Depth depth) = 0;
+  /// Reads the dataset in one more file; of one that does not agree with the first, only what must
+  /// agree is read.
+  virtual void TakeIn(int file, Depth depth) = 0;
   /// Takes in every file that holds the dataset, and fails unless they agree.
   void TakeInAll(Depth depth);
 
@@ -62,9 +59,6 @@ class Series {
   virtual bool IsWritten() const { return Bytes() > 0; }
   /// The properties as a join writes them, or as they stand in the first file.
   virtual std::vector<Property> Properties(bool /*asInFile*/) const { return {}; }
-  /// The series itself if its kind has times, or if it is of texts, else null.
-  virtual SteppedSeries* AsStepped() { return nullptr; }
-  virtual TextSeries* AsText() { return nullptr; }
 
   /// Takes in all files and writes them to the output.
   virtual void Join(CachedH5File& output) = 0;
@@ -74,8 +68,8 @@ class Series {
  protected:
   const std::string& Name() const { return mDataset.mName; }
   template <class KIND, class Read>
-  auto Visit(int file, const Read& read) {
-    return mRun.mInputs.Visit<KIND>(file, Name(), read);
+  void Visit(int file, const Read& read) {
+    mRun.mInputs.Visit<KIND>(file, Name(), read);
   }
 
   SeriesRun mRun;

@@ -1,12 +1,15 @@
 #include "Executables/Series/SteppedSeries.hpp"
 
 #include <algorithm>
+#include <functional>
 #include <iostream>
+#include <numeric>
 #include <optional>
 
 #include "Utils/ErrorHandling/Require.hpp"
 
 using H5_Objects::Dat;
+using Place = Tables::ColumnWriter::Place;
 using Tables::ColumnBlock;
 using Tables::RowRun;
 
@@ -15,11 +18,8 @@ namespace {
 constexpr std::uint64_t sSmallTableBytes = 1024 * 1024;
 
 std::uint64_t CountRows(const std::vector<RowRun>& runs) {
-  std::uint64_t rows = 0;
-  for (const RowRun& run : runs) {
-    rows += run.Size();
-  }
-  return rows;
+  return std::transform_reduce(runs.begin(), runs.end(), std::uint64_t{0}, std::plus(),
+                               [](const RowRun& run) { return run.Size(); });
 }
 
 // Copies runs of a column whose row `firstRow` is the first in memory.
@@ -137,9 +137,8 @@ std::vector<SteppedSeries::Runs> SteppedSeries::Passes(const Input& input, const
 }
 
 void SteppedSeries::Read(const ColumnBlock& block, std::uint64_t most, const Room& room) {
-  const bool isWhole = block.mColumns > 1 || block.mRows <= most;
-  std::optional<Tables::ColumnWriter::Place> whole;
-  if (isWhole) {
+  std::optional<Place> whole;  // stays empty if the block is read in pieces
+  if (block.mColumns > 1 || block.mRows <= most) {
     whole.emplace(room(block));
   }
   std::uint64_t keptRow = block.mFirstRow;
@@ -151,19 +150,16 @@ void SteppedSeries::Read(const ColumnBlock& block, std::uint64_t most, const Roo
       continue;
     }
     const bool isInMemory = IsInMemory(input, block, runs);
-    const bool isOnePass = isWhole && (isInMemory || input.HasColumnsApart() || mMixedRows > 0);
+    const bool isOnePass = whole && (isInMemory || input.HasColumnsApart() || mMixedRows > 0);
     const auto fetch = [&](const Dat* pTable) {
       for (const Runs& pass :
            isOnePass ? std::vector<Runs>(1, runs) : Passes(input, runs, block.mColumns, most)) {
-        const ColumnBlock piece{block.mFirstColumn, block.mColumns, keptRow, CountRows(pass)};
-        if (isWhole) {
-          double* values = whole->mpValues + (keptRow - block.mFirstRow);
-          Fetch(i, pTable, block, pass, most, {values, whole->mReads});
-        } else {
-          Fetch(i, pTable, piece, pass, most, room(piece));
-        }
-        keptRow += piece.mRows;
-        TellProgress(input, block, piece.mRows);
+        const std::uint64_t rows = CountRows(pass);
+        Fetch(i, pTable, block, pass, most,
+              whole ? Place{whole->mpValues + (keptRow - block.mFirstRow), whole->mReads}
+                    : room({block.mFirstColumn, block.mColumns, keptRow, rows}));
+        keptRow += rows;
+        TellProgress(input, block, rows);
       }
     };
     if (isInMemory) {
@@ -179,7 +175,7 @@ void SteppedSeries::Read(const ColumnBlock& block, std::uint64_t most, const Roo
 
 // Columns go `columns.mRows` apart.
 void SteppedSeries::Fetch(std::size_t i, const Dat* pTable, const ColumnBlock& columns,
-                          const Runs& runs, std::uint64_t most, Tables::ColumnWriter::Place place) {
+                          const Runs& runs, std::uint64_t most, Place place) {
   Input& input = mInputs[i];
   const std::uint64_t end = columns.mFirstColumn + columns.mColumns;
   double* values = place.mpValues;
@@ -227,14 +223,21 @@ void SteppedSeries::TellProgress(const Input& input, const ColumnBlock& block,
                          input.mLayout.mColumns * (isWiped ? 1 : input.mKeptRows));
 }
 
-void SteppedSeries::WriteRows(Tables::ColumnWriter& writer) {
-  const std::uint64_t columns = mInputs.front().mLayout.mColumns;
-  const std::uint64_t together =
-      std::clamp<std::uint64_t>(writer.BlockValues() / mKeptRows, 1, columns);
-  for (std::uint64_t first = 0; first < columns; first += together) {
-    Read({first, std::min(together, columns - first), 0, mKeptRows}, writer.BlockValues(),
-         [&](const ColumnBlock& piece) { return writer.Room(piece.mColumns * piece.mRows); });
+void SteppedSeries::ReadAll(std::uint64_t most, const Room& room) {
+  if (mKeptRows == 0) {
+    return;
   }
+  const std::uint64_t columns = mInputs.front().mLayout.mColumns;
+  const std::uint64_t together = std::clamp<std::uint64_t>(most / mKeptRows, 1, columns);
+  for (std::uint64_t first = 0; first < columns; first += together) {
+    Read({first, std::min(together, columns - first), 0, mKeptRows}, most, room);
+  }
+}
+
+void SteppedSeries::WriteRows(Tables::ColumnWriter& writer) {
+  ReadAll(writer.BlockValues(), [&writer](const ColumnBlock& piece) {
+    return writer.Room(piece.mColumns * piece.mRows);
+  });
 }
 
 void SteppedSeries::Join(CachedH5File& output) {

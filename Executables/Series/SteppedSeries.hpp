@@ -32,8 +32,6 @@ class SteppedSeries : public Series {
   std::uint64_t KeptRows() const { return mKeptRows; }
   /// The index of the kept steps as it stands in an output; empty for kinds without an index.
   virtual H5_Objects::StepIndex KeptIndex() const { return {}; }
-  /// How the table of a file lies on disk.
-  const Tables::TableLayout& Layout(std::size_t i) const { return mInputs[i].mLayout; }
 
   /// A run of kept rows in the table of a file, and where it stands among all kept rows.
   struct Stretch {
@@ -50,13 +48,14 @@ class SteppedSeries : public Series {
   /// file. They are there when the reads that come with the room have finished.
   using Room = std::function<Tables::ColumnWriter::Place(const Tables::ColumnBlock& piece)>;
   void Read(const Tables::ColumnBlock& block, std::uint64_t most, const Room& room);
+  /// Reads all of that table in such pieces, as many columns together as `most` values make.
+  void ReadAll(std::uint64_t most, const Room& room);
 
   /// "step 3 (t = 0.5)": what stands in the row of a file's table.
   virtual std::string RowText(std::size_t i, std::uint64_t row) const = 0;
   /// " in column 1 (energy)", if that needs to be told.
   virtual std::string ColumnText(std::uint64_t /*column*/) const { return ""; }
 
-  SteppedSeries* AsStepped() override { return this; }
   bool IsWritten() const override { return true; }
   void Join(CachedH5File& output) override;
 

@@ -24,14 +24,14 @@ bool TableSeries::Agrees(int file, const Dat& dat, Depth depth) {
   return mAgreement.Add(file, std::to_string(columns) + (columns == 1 ? " column" : " columns"));
 }
 
-bool TableSeries::TakeIn(int file, Depth depth) {
-  return Visit<Dat>(file, [&](const Dat& dat) {
+void TableSeries::TakeIn(int file, Depth depth) {
+  Visit<Dat>(file, [&](const Dat& dat) {
     const bool agrees = Agrees(file, dat, depth);
     if (mLegend.empty() || mLegend[0] == "undefined") {
       mLegend = dat.GetLegend();
     }
     if (!agrees || depth == Depth::Agreement) {
-      return agrees;
+      return;
     }
     if (depth == Depth::TimesIfReadable) {
       dat.RequireReadable();
@@ -42,7 +42,6 @@ bool TableSeries::TakeIn(int file, Depth depth) {
                                  ? dat.RetrieveTimes()
                                  : MyVector<double>(MV::Sequence(values, input.mRows));
     AddInput(std::move(input), std::move(times));
-    return true;
   });
 }
 
@@ -59,8 +58,7 @@ std::string TableSeries::ColumnText(std::uint64_t column) const {
 }
 
 void TableSeries::Join(CachedH5File& output) {
-  const Inputs::KeptOpen keptOpen(mRun.mInputs);
-  SteppedSeries::Join(output);
+  mRun.mInputs.KeepObjectsOpenDuring([&] { SteppedSeries::Join(output); });
 }
 
 void TableSeries::Write(CachedH5File& output) {

@@ -8,7 +8,7 @@ class TableSeries : public SteppedSeries {
   using Object = H5_Objects::Dat;
   TableSeries(const SeriesRun& run, const Dataset& dataset) : SteppedSeries(run, dataset, true) {}
 
-  bool TakeIn(int file, Depth depth) override;
+  void TakeIn(int file, Depth depth) override;
   std::uint64_t Bytes() const override;
   std::vector<Property> Properties(bool /*asInFile*/) const override {
     return {{"legend", mLegend}};

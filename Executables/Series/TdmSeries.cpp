@@ -34,13 +34,11 @@ bool TdmSeries::Agrees(int file, const Tdm& tdm) {
       file, StructureText(structure) + " on meshes of dimension " + std::to_string(dataMeshDim));
 }
 
-bool TdmSeries::TakeIn(int file, Depth depth) {
-  return Visit<Tdm>(file, [&](const Tdm& tdm) {
-    const bool agrees = Agrees(file, tdm);
-    if (agrees) {
+void TdmSeries::TakeIn(int file, Depth depth) {
+  Visit<Tdm>(file, [&](const Tdm& tdm) {
+    if (Agrees(file, tdm)) {
       TakeInSet(file, tdm, depth, [&tdm] { return tdm.RetrieveCheckedIndex_(); });
     }
-    return agrees;
   });
 }
 

@@ -10,7 +10,7 @@ class TdmSeries : public IndexedSeries {
   using Object = H5_Objects::Tdm;
   TdmSeries(const SeriesRun& run, const Dataset& dataset) : IndexedSeries(run, dataset) {}
 
-  bool TakeIn(int file, Depth depth) override;
+  void TakeIn(int file, Depth depth) override;
   std::vector<Property> Properties(bool asInFile) const override;
   void Join(CachedH5File& output) override;
   void Describe(int file, Facts& facts) override;

@@ -6,7 +6,7 @@
 
 using H5_Objects::Txt;
 
-bool TextSeries::TakeIn(int file, Depth depth) {
+void TextSeries::TakeIn(int file, Depth depth) {
   if (depth != Depth::Agreement) {
     Visit<Txt>(file, [this](Txt& txt) {
       const std::string part = txt.RetrieveData();
@@ -16,7 +16,6 @@ bool TextSeries::TakeIn(int file, Depth depth) {
       mEnds.push_back(mText.size());
     });
   }
-  return true;
 }
 
 void TextSeries::Join(CachedH5File& output) {

@@ -10,12 +10,11 @@ class TextSeries : public Series {
   using Series::Series;
 
   /// Fails on a text that the output cannot hold.
-  bool TakeIn(int file, Depth depth) override;
+  void TakeIn(int file, Depth depth) override;
   std::uint64_t Bytes() const override { return mText.size(); }
   void Join(CachedH5File& output) override;
   void Describe(int file, Facts& facts) override;
 
-  TextSeries* AsText() override { return this; }
   const std::string& Text() const { return mText; }
   /// Where the text of each file ends in that of all.
   const std::vector<std::size_t>& Ends() const { return mEnds; }

@@ -36,14 +36,13 @@ void VersionSeries::RequireJoinable(const CachedH5File& file) const {
                                    << "Cannot join h5 files with different versions\n");
 }
 
-bool VersionSeries::TakeIn(int file, Depth /*depth*/) {
-  return Visit<Version>(file, [&](const Version& ver) {
+void VersionSeries::TakeIn(int file, Depth /*depth*/) {
+  Visit<Version>(file, [&](const Version& ver) {
     const unsigned long number = ver.GetCurrentVersion();
-    Version::History history = ver.RetrieveVersionHistory();
+    const Version::History history = ver.RetrieveVersionHistory();
     if (mAgreement.Groups().empty()) {
       version_number = number;
-      version_history = std::move(history);
-      return mAgreement.Add(file, "version " + std::to_string(number));
+      version_history = history;
     }
     const std::string numbers = std::to_string(number) + " " + std::to_string(version_number);
     const std::string mismatch = "Version mismatch '" + Vexa::Printable(Name()) + "'";
@@ -54,7 +53,7 @@ bool VersionSeries::TakeIn(int file, Depth /*depth*/) {
       mAgreement.Differ("ver.RetrieveVersionHistory() == version_history",
                         VEXA_CURRENT_REPORT_LABEL, __LINE__, mismatch + " in history: " + numbers);
     }
-    return mAgreement.Add(file, HistoryText(history, version_history));
+    mAgreement.Add(file, HistoryText(history, version_history));
   });
 }
 

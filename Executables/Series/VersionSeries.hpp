@@ -12,7 +12,7 @@ class VersionSeries : public Series {
   /// Fails if the file lacks the record but has one under a name that the record's name, read as a
   /// glob, matches.
   void RequireJoinable(const CachedH5File& file) const override;
-  bool TakeIn(int file, Depth depth) override;
+  void TakeIn(int file, Depth depth) override;
   std::uint64_t Bytes() const override;
   std::vector<Property> Properties(bool asInFile) const override;
   void Join(CachedH5File& output) override;
