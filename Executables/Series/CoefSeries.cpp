@@ -10,7 +10,7 @@ void CoefSeries::TakeIn(int file, Depth depth) {
 
 void CoefSeries::Write(CachedH5File& output) {
   auto& coef = output.GetObjectForWrite<Coef>(Name());
-  coef.Initialize(TimeDescription(), DataDescription(), !mRun.mOptions.mNoGzip, Steps().mKept,
+  coef.Initialize(mTimeDescription, mDataDescription, !mRun.mOptions.mNoGzip, Steps().mKept,
                   KeptRows());
   WriteTo(output, coef);
 }

@@ -12,7 +12,7 @@ class CoefSeries : public IndexedSeries {
 
  private:
   MyVector<std::string> OutputIndexLegend() const override {
-    return Object::IndexLegend(TimeDescription());
+    return Object::IndexLegend(mTimeDescription);
   }
   void VisitSet(int file,
                 const std::function<void(const H5_Objects::IndexedGroup&)>& visit) override {

@@ -1,6 +1,7 @@
 #include "Executables/Series/IndexedSeries.hpp"
 
 #include <algorithm>
+#include <utility>
 
 #include "Utils/Process/Formatting.hpp"
 
@@ -16,15 +17,14 @@ void IndexedSeries::TakeInSet(int file, const IndexedGroup& set, Depth depth,
     StepIndex index = readIndex();
     Input input = ReadInput(file, set.Values(), depth);
     input.mStoredBytes += set.Index().Layout().mStoredBytes;
-    AddInput(std::move(input), MyVector<double>(index.mTimes));
-    index.mTimes = {};
+    mInputs.push_back(std::move(input));
+    mTimes.push_back(MyVector<double>(std::exchange(index.mTimes, {})));
     mIndices.push_back(std::move(index));
   }
   if (mIndexLegend.empty()) {
     mIndexLegend = set.Index().GetLegend();
     mTimeDescription = set.GetTimeDescription();
     mDataDescription = set.GetDataDescription();
-    mExtras = mIndexLegend.size() - 2;
   }
 }
 
@@ -36,7 +36,7 @@ std::vector<Series::Property> IndexedSeries::Properties(bool asInFile) const {
 
 std::uint64_t IndexedSeries::Bytes() const {
   const auto steps = static_cast<std::uint64_t>(Steps().mKept);
-  return (steps * (2 + mExtras) + KeptRows()) * sizeof(double);
+  return (steps * mIndexLegend.size() + KeptRows()) * sizeof(double);
 }
 
 // The values of steps lie one after the other; steps without values leave no run.
@@ -55,7 +55,7 @@ std::vector<Tables::RowRun> IndexedSeries::RowsOf(std::size_t i,
 
 StepIndex IndexedSeries::KeptIndex() const {
   StepIndex kept;
-  kept.mExtras.resize(mExtras);
+  kept.mExtras.resize(mIndexLegend.size() - 2);
   std::uint64_t end = 0;
   for (std::size_t i = 0; i < mIndices.size(); ++i) {
     for (const StepRun& run : Steps().mRuns[i]) {
@@ -63,7 +63,7 @@ StepIndex IndexedSeries::KeptIndex() const {
         end += mIndices[i].Values(step);
         kept.mTimes.push_back(mTimes[i][step]);
         kept.mEnds.push_back(end);
-        for (std::size_t k = 0; k < mExtras; ++k) {
+        for (std::size_t k = 0; k < kept.mExtras.size(); ++k) {
           kept.mExtras[k].push_back(mIndices[i].mExtras[k][step]);
         }
       }

@@ -21,8 +21,9 @@ class IndexedSeries : public SteppedSeries {
                  const std::function<H5_Objects::StepIndex()>& readIndex);
   /// Writes index and values to the initialized set of the output.
   void WriteTo(CachedH5File& output, H5_Objects::IndexedGroup& set);
-  const std::string& TimeDescription() const { return mTimeDescription; }
-  const std::string& DataDescription() const { return mDataDescription; }
+
+  std::string mTimeDescription;  // of the first file
+  std::string mDataDescription;
 
  private:
   /// Lends the open set of a file.
@@ -37,8 +38,5 @@ class IndexedSeries : public SteppedSeries {
                                      const std::vector<StepRun>& steps) const override;
 
   std::vector<H5_Objects::StepIndex> mIndices;  // per input, without times, which are in mTimes
-  std::size_t mExtras = 0;                      // columns of the index besides time and offset
-  std::string mTimeDescription;                 // of the first file, as are the other two
-  std::string mDataDescription;
-  MyVector<std::string> mIndexLegend;
+  MyVector<std::string> mIndexLegend;           // of the first file
 };

@@ -63,11 +63,6 @@ SteppedSeries::Input SteppedSeries::ReadInput(int file, const Dat& table, Depth 
   return input;
 }
 
-void SteppedSeries::AddInput(Input input, MyVector<double> times) {
-  mInputs.push_back(std::move(input));
-  mTimes.push_back(std::move(times));
-}
-
 void SteppedSeries::Select(bool noWipe) {
   std::vector<MyVector<bool>> keep;
   mSteps.mKept = SelectTimeSteps(mTimes, keep, mRun.mOptions.mDeltaT, noWipe, mSteps.mMaximumGap);

@@ -85,7 +85,6 @@ class SteppedSeries : public Series {
   /// small, which saves opening it twice, or if its columns lie mixed on disk; as far as the limit
   /// allows.
   Input ReadInput(int file, const H5_Objects::Dat& table, Depth depth);
-  void AddInput(Input input, MyVector<double> times);
 
   /// Lends the open table of a file.
   virtual void VisitTable(int file, const std::function<void(const H5_Objects::Dat&)>& visit) = 0;

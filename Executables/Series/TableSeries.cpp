@@ -38,10 +38,9 @@ void TableSeries::TakeIn(int file, Depth depth) {
     }
     Input input = ReadInput(file, dat, depth);
     const double* values = input.mValues.get();
-    MyVector<double> times = values == nullptr
-                                 ? dat.RetrieveTimes()
-                                 : MyVector<double>(MV::Sequence(values, input.mRows));
-    AddInput(std::move(input), std::move(times));
+    mTimes.push_back(values == nullptr ? dat.RetrieveTimes()
+                                       : MyVector<double>(MV::Sequence(values, input.mRows)));
+    mInputs.push_back(std::move(input));
   });
 }
 

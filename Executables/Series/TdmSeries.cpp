@@ -81,7 +81,7 @@ void TdmSeries::Write(CachedH5File& output) {
   // A chunk of a mebibyte lets one step be read without inflating the whole series.
   const std::uint64_t longestChunk = 131072;
   auto& tdm = output.GetObjectForWrite<Tdm>(Name());
-  tdm.Initialize(TimeDescription(), DataDescription(), *mpStructure, mDataMeshDim,
+  tdm.Initialize(mTimeDescription, mDataDescription, *mpStructure, mDataMeshDim,
                  !mRun.mOptions.mNoGzip, Steps().mKept, std::min(KeptRows(), longestChunk));
   WriteTo(output, tdm);
 }

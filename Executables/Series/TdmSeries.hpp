@@ -18,7 +18,7 @@ class TdmSeries : public IndexedSeries {
  private:
   bool Agrees(int file, const Object& tdm);
   MyVector<std::string> OutputIndexLegend() const override {
-    return Object::IndexLegend(TimeDescription(), mDataMeshDim);
+    return Object::IndexLegend(mTimeDescription, mDataMeshDim);
   }
   void VisitSet(int file,
                 const std::function<void(const H5_Objects::IndexedGroup&)>& visit) override {
