@@ -2,7 +2,6 @@
 
 #include <iostream>
 #include <optional>
-#include <utility>
 
 #include "Executables/KelmorInfo/Check.hpp"
 #include "Executables/KelmorInfo/InfoOptions.hpp"
@@ -24,7 +23,7 @@ void FinishOutput() {
   REQUIRE(std::cout.good(), "Writing to standard output failed");
 }
 
-void List(const InfoOptions& options) {
+int List(const InfoOptions& options) {
   const Listing listing = MakeListing(options.mJoin);
   if (options.mJson) {
     PrintListingAsJson(std::cout, listing);
@@ -33,47 +32,43 @@ void List(const InfoOptions& options) {
   }
   FinishOutput();
   RequireNoProblems(listing);
+  return 0;
 }
 
 int Check(const InfoOptions& options) {
   const CheckResult result = CheckJoin(options.mJoined, options.mJoin);
-  if (!result.mDifference.empty()) {
+  const bool isJoin = result.mDifference.empty();
+  if (!isJoin) {
     std::cout << result.mDifference << '\n';
-    FinishOutput();
-    return 1;
+  } else {
+    std::cout << Vexa::Printable(options.mJoined) << " is the join of "
+              << Counted(options.mJoin.mInputs.size(), "file") << ": "
+              << Counted(result.mDatasets, "dataset") << ", " << Counted(result.mSteps, "step")
+              << ", " << Size(result.mBytes) << " compared\n";
   }
-  std::cout << Vexa::Printable(options.mJoined) << " is the join of "
-            << Counted(options.mJoin.mInputs.size(), "file") << ": "
-            << Counted(result.mDatasets, "dataset") << ", " << Counted(result.mSteps, "step")
-            << ", " << Size(result.mBytes) << " compared\n";
   FinishOutput();
-  return 0;
-}
-
-std::pair<InfoOptions, Plan> ReadAndPlan(int argc, char** argv) {
-  const CommandLineParser parser(argc, argv, InfoHelpText(), InfoBooleanOptions());
-  const InfoOptions options(parser);
-  return {options, MakePlan(options.mJoin)};
+  return isJoin ? 0 : 1;
 }
 
 // What fails here fails because of the command line: failures of files are part of the plan.
 int PlanJoin(int argc, char** argv) {
-  std::optional<std::pair<InfoOptions, Plan>> run;
+  std::optional<InfoOptions> options;
+  Plan plan;
   try {
-    run = ReadAndPlan(argc, argv);
+    options.emplace(CommandLineParser(argc, argv, InfoHelpText(), InfoBooleanOptions()));
+    plan = MakePlan(options->mJoin);
   } catch (const CodeError& error) {
     MyErr << error.Message();
     return 2;
   }
-  const auto& [options, plan] = *run;
-  if (options.mJson) {
+  if (options->mJson) {
     PrintPlanAsJson(std::cout, plan);
   } else {
-    PrintPlan(std::cout, plan, options.mJoin.mVerbose);
+    PrintPlan(std::cout, plan, options->mJoin.mVerbose);
   }
   FinishOutput();
-  if (!options.mPicture.empty()) {
-    WritePicture(options.mPicture, DrawPlan(plan));
+  if (!options->mPicture.empty()) {
+    WritePicture(options->mPicture, DrawPlan(plan));
   }
   return plan.Joins() ? 0 : 1;
 }
@@ -87,9 +82,5 @@ int RunInfo(int argc, char** argv) {
   }
   const CommandLineParser parser(argc, argv, InfoHelpText(), InfoBooleanOptions());
   const InfoOptions options(parser);
-  if (options.mMode == InfoOptions::Mode::Check) {
-    return Check(options);
-  }
-  List(options);
-  return 0;
+  return options.mMode == InfoOptions::Mode::Check ? Check(options) : List(options);
 }

@@ -1,7 +1,9 @@
 #include "Executables/KelmorInfo/InfoOptions.hpp"
 
+#include <algorithm>
 #include <set>
 #include <string_view>
+#include <vector>
 
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/Process/Files.hpp"
@@ -89,11 +91,7 @@ InfoOptions::InfoOptions(const CommandLineParser& parser)
 }
 
 bool AsksForPlan(int argc, char** argv) {
-  for (int i = 1; i < argc && std::string_view(argv[i]) != "--"; ++i) {
-    const std::string_view argument = argv[i];
-    if (argument == "-plan" || argument == "-svg") {
-      return true;
-    }
-  }
-  return false;
+  const std::vector<std::string_view> arguments(argv + std::min(argc, 1), argv + argc);
+  return std::any_of(arguments.begin(), std::ranges::find(arguments, "--"),
+                     [](auto argument) { return argument == "-plan" || argument == "-svg"; });
 }
