@@ -58,16 +58,18 @@ std::string Advice(const std::string& reason, const std::string& path) {
   return "";
 }
 
-OpenProblem Diagnose(const std::string& path, const CodeError& error) {
+void Diagnose(InputFile& file, const CodeError& error) {
+  file.mOpens = false;
+  file.mProblem = ReasonOf(error);
   // Only what the library does not open is asked for its reasons; else our own are better.
   if (!error.Reason().starts_with("H5Fopen(")) {
     const bool isAboutObject = error.Context().starts_with("Object");
-    return {ReasonOf(error) + (isAboutObject ? " (" + Vexa::Printable(error.Context()) + ")" : ""),
-            Advice(error.Reason(), path)};
+    file.mProblem += isAboutObject ? " (" + Vexa::Printable(error.Context()) + ")" : "";
+    file.mAdvice = Advice(error.Reason(), file.mName);
+  } else if (const std::string reason = OpenError(file.mName); !reason.empty()) {
+    file.mProblem = OneLine(reason);
+    file.mAdvice = Advice(reason, file.mName);
   }
-  const std::string reason = OpenError(path);
-  return reason.empty() ? OpenProblem{ReasonOf(error), ""}
-                        : OpenProblem{OneLine(reason), Advice(reason, path)};
 }
 
 }  // namespace
@@ -76,9 +78,8 @@ std::string WhyNotOpened(const InputFile& file) {
   if (file.mOpens) {
     return "";
   }
-  const std::string advice = Vexa::Printable(file.mProblem.mAdvice);
-  return "File '" + Vexa::Printable(file.mName) + "' cannot be opened: " + file.mProblem.mReason +
-         "\n" + advice + (advice.empty() ? "" : "\n");
+  return "File '" + Vexa::Printable(file.mName) + "' cannot be opened: " + file.mProblem + "\n" +
+         Vexa::Printable(file.mAdvice) + (file.mAdvice.empty() ? "" : "\n");
 }
 
 void RequireAllOpen(const std::vector<InputFile>& files) {
@@ -111,8 +112,7 @@ std::vector<InputFile> TryFiles(const MyVector<std::string>& names) {
       handles.push_back(std::make_unique<CachedH5File>(
           name, ReadOnly, CachedH5File::VersionHistory{}, 0, keepOpen));
     } catch (const CodeError& error) {
-      file.mOpens = false;
-      file.mProblem = Diagnose(name, error);
+      Diagnose(file, error);
     }
     std::error_code error;
     const std::uintmax_t bytes = std::filesystem::file_size(name, error);

@@ -6,17 +6,12 @@
 
 #include "Executables/Series/Inputs.hpp"
 
-/// Why a file cannot be opened, and what may help; the latter may be empty.
-struct OpenProblem {
-  std::string mReason;
-  std::string mAdvice;
-};
-
 struct InputFile {
   std::string mName;  // as given
   std::uint64_t mBytes = 0;
   bool mOpens = true;
-  OpenProblem mProblem = {};  // if it does not open
+  std::string mProblem = {};  // why it does not open
+  std::string mAdvice = {};   // what may help then; may be empty
   std::string mStamp = {};    // of FileStamp() before it was opened
 };
 

@@ -52,14 +52,6 @@ void Include(UnionFacts& all, const Facts& facts) {
   }
 }
 
-std::string Joined(const std::vector<std::string>& texts, const std::string& between) {
-  std::string joined;
-  for (const std::string& text : texts) {
-    joined += (joined.empty() ? "" : between) + text;
-  }
-  return joined;
-}
-
 // Each form that something takes, side by side.
 template <class T, class ToText = std::identity>
 std::string SideBySide(const std::vector<T>& forms, const ToText& toText = {}) {
@@ -130,20 +122,19 @@ std::vector<std::string> Cells(const UnionFacts& all, const std::string& files, 
 }
 
 // Cells of numbers.
-const std::vector<std::size_t> sRightAligned = {2, 4, 6};
+const std::set<std::size_t> sRightAligned = {2, 4, 6};
 
-void PrintFile(std::ostream& os, const ListedFile& listed, bool verbose) {
-  const InputFile& file = listed.mFile;
+void PrintFile(std::ostream& os, const ListedFile& file, bool verbose) {
   os << Vexa::Printable(file.mName) << "  (" << Size(file.mBytes) << ")\n";
   if (!file.mOpens) {
-    os << "  CANNOT BE OPENED: " << file.mProblem.mReason << '\n';
-    if (!file.mProblem.mAdvice.empty()) {
-      os << "  " << Vexa::Printable(file.mProblem.mAdvice) << '\n';
+    os << "  CANNOT BE OPENED: " << file.mProblem << '\n';
+    if (!file.mAdvice.empty()) {
+      os << "  " << Vexa::Printable(file.mAdvice) << '\n';
     }
     return;
   }
   AlignedLines lines(sRightAligned);
-  for (const Facts& facts : listed.mDatasets) {
+  for (const Facts& facts : file.mDatasets) {
     UnionFacts one;
     Include(one, facts);
     std::vector<std::string> cells = Cells(one, "", verbose, facts.mProblem);
@@ -212,15 +203,14 @@ Json ToJson(const UnionFacts& all) {
   return json;
 }
 
-Json ToJson(const ListedFile& listed) {
-  const InputFile& file = listed.mFile;
+Json ToJson(const ListedFile& file) {
   Json json = {{"file", file.mName}, {"bytes", file.mBytes}, {"opens", file.mOpens}};
   if (!file.mOpens) {
-    json["problem"] = file.mProblem.mReason;
-    json["advice"] = file.mProblem.mAdvice;
+    json["problem"] = file.mProblem;
+    json["advice"] = file.mAdvice;
   }
-  json["external_files"] = listed.mExternalFiles;
-  json["datasets"] = ArrayOf(listed.mDatasets, [](const Facts& facts) { return ToJson(facts); });
+  json["external_files"] = file.mExternalFiles;
+  json["datasets"] = ArrayOf(file.mDatasets, [](const Facts& facts) { return ToJson(facts); });
   return json;
 }
 
@@ -289,12 +279,12 @@ void PrintListingAsJson(std::ostream& os, const Listing& listing) {
 
 void RequireNoProblems(const Listing& listing) {
   std::string problems;
-  for (const ListedFile& listed : listing.mFiles) {
-    problems += WhyNotOpened(listed.mFile);
-    for (const Facts& facts : listed.mDatasets) {
+  for (const ListedFile& file : listing.mFiles) {
+    problems += WhyNotOpened(file);
+    for (const Facts& facts : file.mDatasets) {
       if (!facts.mProblem.empty()) {
         problems += "Object '" + Vexa::Printable(facts.mName) + "' of file '" +
-                    Vexa::Printable(listed.mFile.mName) + "': " + facts.mProblem + "\n";
+                    Vexa::Printable(file.mName) + "': " + facts.mProblem + "\n";
       }
     }
   }

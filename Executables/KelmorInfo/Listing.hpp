@@ -30,8 +30,7 @@ struct UnionFacts {
   std::optional<std::uint64_t> mStoredBytes = 0;
 };
 
-struct ListedFile {
-  InputFile mFile;
+struct ListedFile : InputFile {
   std::vector<Facts> mDatasets = {};             // ascending by name
   std::vector<std::string> mExternalFiles = {};  // where its links led; ascending
 };

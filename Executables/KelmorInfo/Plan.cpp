@@ -36,11 +36,10 @@ std::vector<bool> FindGaps(const std::vector<double>& kept) {
   return gapFollows;
 }
 
-// Cuts the steps of one file into pieces. Its first kept step is the `keptBefore`-th of all.
-PlannedFile PlanFile(int file, const MyVector<double>& times, const std::vector<StepRun>& kept,
-                     const std::vector<bool>& gapFollows, std::uint64_t keptBefore) {
-  PlannedFile planned;
-  planned.mFile = file;
+// Cuts the steps of one file into pieces. `gapFollows` says of its first kept step whether a gap
+// follows it, and then of the first of the next file.
+void PlanFile(PlannedFile& planned, const MyVector<double>& times, const std::vector<StepRun>& kept,
+              std::vector<bool>::const_iterator& gapFollows) {
   planned.mTotal = times.size();
   std::uint64_t begin = 0;
   const auto cut = [&](bool isKept, std::uint64_t end) {
@@ -52,15 +51,14 @@ PlannedFile PlanFile(int file, const MyVector<double>& times, const std::vector<
   for (const StepRun& run : kept) {
     cut(false, run.mFirst);
     for (std::uint64_t step = run.mFirst; step < run.mOnePastLast; ++step) {
-      if (gapFollows[keptBefore + planned.mKept]) {
+      if (*gapFollows++) {
         cut(true, step + 1);
       }
-      ++planned.mKept;
     }
     cut(true, run.mOnePastLast);
+    planned.mKept += run.Size();
   }
   cut(false, times.size());
-  return planned;
 }
 
 class Planner {
@@ -96,8 +94,7 @@ class Planner {
         names.push_back(file.mName);
         mNumbers.push_back(static_cast<int>(i));
       } else {
-        const std::string& advice = file.mProblem.mAdvice;
-        Disagree("", file.mName, file.mProblem.mReason + (advice.empty() ? "" : ". " + advice));
+        Disagree("", file.mName, file.mProblem + (file.mAdvice.empty() ? "" : ". ") + file.mAdvice);
       }
     }
     return MyVector<std::string>(names);
@@ -186,11 +183,9 @@ class Planner {
         mSteps.mGaps.push_back({kept[i], kept[i + 1]});
       }
     }
-    std::uint64_t keptBefore = 0;
+    auto next = gapFollows.begin();
     for (std::size_t i = 0; i < times.size(); ++i) {
-      PlannedFile& file = mSteps.mFiles[i];
-      file = PlanFile(file.mFile, times[i], steps.mRuns[i], gapFollows, keptBefore);
-      keptBefore += file.mKept;
+      PlanFile(mSteps.mFiles[i], times[i], steps.mRuns[i], next);
     }
   }
 

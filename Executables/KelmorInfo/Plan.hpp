@@ -25,6 +25,8 @@ struct PlannedFile {
   std::uint64_t mKept = 0;
   std::uint64_t mTotal = 0;
   std::vector<PlanPiece> mPieces;  // in the order of the steps
+  /// "3 of 4": how many steps are kept.
+  std::string CountText() const { return std::to_string(mKept) + " of " + std::to_string(mTotal); }
   friend bool operator==(const PlannedFile&, const PlannedFile&) = default;
 };
 

@@ -1,15 +1,12 @@
 #include "Executables/KelmorInfo/PlanPicture.hpp"
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <charconv>
 #include <cmath>
 #include <cstdio>
-#include <memory>
-#include <optional>
+#include <ranges>
 #include <set>
-#include <span>
 
 #include "Executables/KelmorInfo/Svg.hpp"
 #include "Executables/KelmorInfo/Text.hpp"
@@ -77,15 +74,17 @@ class Picture {
 
   std::string Draw() {
     DrawHeader();
-    const std::vector<std::size_t> panels = Panels();
-    if (!panels.empty()) {
-      for (std::size_t i = 0; i < std::min(panels.size(), sMostPanels); ++i) {
-        DrawPanel(panels[i]);
+    std::size_t panels = 0;
+    for (const PlannedSteps& steps : mPlan.mSteps) {
+      if (steps.mHasTimes && ++panels <= sMostPanels) {
+        DrawPanel(steps);
       }
+    }
+    if (panels > 0) {
       DrawAxis();
     }
-    if (panels.size() > sMostPanels) {
-      DrawNote("and " + Counted(panels.size() - sMostPanels, "more panel") + " like these", sGrey);
+    if (panels > sMostPanels) {
+      DrawNote("and " + Counted(panels - sMostPanels, "more panel") + " like these", sGrey);
     }
     DrawWhatHasNoTimes();
     DrawDisagreements();
@@ -93,18 +92,15 @@ class Picture {
   }
 
  private:
+  // Files are called by their names without folders where that is distinct.
   static std::vector<std::string> FileLabels(const Plan& plan) {
-    std::vector<std::string> labels;
+    std::vector<std::string> paths;
+    std::vector<std::string> names;
     for (const InputFile& file : plan.mFiles) {
-      labels.push_back(GetFilenameFromPath(file.mName));
+      paths.push_back(file.mName);
+      names.push_back(GetFilenameFromPath(file.mName));
     }
-    // Names that are not distinct without their folders get them.
-    if (std::set<std::string>(labels.begin(), labels.end()).size() < labels.size()) {
-      for (std::size_t i = 0; i < labels.size(); ++i) {
-        labels[i] = plan.mFiles[i].mName;
-      }
-    }
-    return labels;
+    return std::set(names.begin(), names.end()).size() == names.size() ? names : paths;
   }
 
   double LabelWidth() const {
@@ -117,17 +113,15 @@ class Picture {
 
   void DrawHeader() {
     mY = sMargin + 12;
-    const std::string files = Counted(mPlan.mFiles.size(), "file");
     mSvg.Rect(0, 0, sWidth, 1e5, "fill=\"#fff\"");
     mSvg.Text(sMargin, mY, 16,
-              mPlan.Joins() ? "Plan of a join of " + files
-                            : "Plan of a join of " + files + " that would fail",
+              "Plan of a join of " + Counted(mPlan.mFiles.size(), "file") +
+                  (mPlan.Joins() ? "" : " that would fail"),
               std::string(mPlan.Joins() ? sInk : sRed) + " font-weight=\"bold\"");
-    std::string options =
-        mPlan.mNoWipe ? "no step is wiped" : "DeltaT = " + RoundTrip(mPlan.mDeltaT);
     mSvg.Text(sMargin, mY + 18, 11,
               Counted(mPlan.mDatasets.size(), "dataset") + ", " + Size(mPlan.mBytes) +
-                  " uncompressed; " + options,
+                  " uncompressed; " +
+                  (mPlan.mNoWipe ? "no step is wiped" : "DeltaT = " + RoundTrip(mPlan.mDeltaT)),
               sGrey);
     DrawLegend();
     mY += 34;
@@ -136,38 +130,23 @@ class Picture {
   void DrawLegend() {
     double x = mRight + sCountsWidth - 218;
     const double y = mY - 9;
-    const auto entry = [&](const char* style, const char* text) {
+    for (const auto& [style, text] : {std::pair(sKept, "kept"), {sWiped, "wiped"}, {sGap, "gap"}}) {
       mSvg.Rect(x, y, 26, 10, style);
       x = mSvg.Text(x + 32, y + 9, 11, text, sInk) + 18;
-    };
-    entry(sKept, "kept");
-    entry(sWiped, "wiped");
-    entry(sGap, "gap");
-  }
-
-  std::vector<std::size_t> Panels() const {
-    std::vector<std::size_t> panels;
-    for (std::size_t i = 0; i < mPlan.mSteps.size(); ++i) {
-      if (mPlan.mSteps[i].mHasTimes) {
-        panels.push_back(i);
-      }
     }
-    return panels;
   }
 
   // Names of the datasets of a panel, bold the first, and how many steps are kept.
-  void DrawHeading(std::size_t number) {
-    const PlannedSteps& steps = mPlan.mSteps[number];
+  void DrawHeading(const PlannedSteps& steps) {
     std::vector<std::string> names;
-    std::string all;
     bool agree = true;
     for (const PlannedDataset& dataset : mPlan.mDatasets) {
-      if (dataset.mSteps == number) {
+      if (&mPlan.StepsOf(dataset) == &steps) {
         names.push_back(dataset.mName);
-        all += (all.empty() ? "" : "\n") + dataset.mName;
         agree = agree && dataset.mAgrees;
       }
     }
+    const std::string all = Joined(names, "\n");
     const double size = 12;
     const double room = sWidth - 2 * sMargin - 180;
     const std::string first = Svg::Fitted(names.front(), size, room * 0.6);
@@ -201,10 +180,9 @@ class Picture {
                          : std::max(3.0, 660.0 / static_cast<double>(files));
   }
 
-  void DrawPanel(std::size_t number) {
-    const PlannedSteps& steps = mPlan.mSteps[number];
+  void DrawPanel(const PlannedSteps& steps) {
     mY += 20;
-    DrawHeading(number);
+    DrawHeading(steps);
     mY += 12;
     const double row = RowHeight(steps.mFiles.size());
     const double bottom = mY + row * static_cast<double>(steps.mFiles.size()) + 20;
@@ -222,7 +200,7 @@ class Picture {
       const double base = mY + row / 2 + size * 0.36;
       // As many labels as have room.
       if (base - labelled >= size) {
-        DrawLabels(mLabels[static_cast<std::size_t>(file.mFile)], CountText(file), base, size);
+        DrawLabels(mLabels[static_cast<std::size_t>(file.mFile)], file.CountText(), base, size);
         labelled = base;
       }
       mSvg.Line(mLeft, mY + row / 2, mRight, mY + row / 2, sRow);
@@ -236,22 +214,12 @@ class Picture {
     for (const PlanGap& gap : steps.mGaps) {
       const double from = mScale.At(gap.mFrom);
       const double to = mScale.At(gap.mTo);
-      const std::string label = "gap " + Rounded(gap.mTo - gap.mFrom);
+      const std::string label = "gap " + ToText(gap.mTo - gap.mFrom, std::chars_format::general, 4);
       if (Svg::TextWidth(label, 9) + 2 < to - from) {
         mSvg.Text((from + to) / 2, mY + 12, 9, label, Anchored("fill=\"#7a5c00\"", "middle"));
       }
     }
     mY = bottom;
-  }
-
-  static std::string CountText(const PlannedFile& file) {
-    return std::to_string(file.mKept) + " of " + std::to_string(file.mTotal);
-  }
-
-  static std::string Rounded(double value) {
-    std::array<char, 40> text;
-    const auto end = std::to_chars(text.begin(), text.end(), value, std::chars_format::general, 4);
-    return {text.data(), end.ptr};
   }
 
   void DrawLabels(const std::string& left, const std::string& right, double base, double size) {
@@ -265,28 +233,25 @@ class Picture {
   }
 
   void DrawFile(const PlannedFile& file, double y, double height) {
-    std::vector<Bar> kept;
-    std::vector<Bar> wiped;
+    std::vector<Bar> bars;
     for (std::size_t i = 0; i < file.mPieces.size(); ++i) {
       const PlanPiece& piece = file.mPieces[i];
-      if (!HasPlace(piece)) {
-        continue;
-      }
-      double from = mScale.At(piece.mFirst);
-      double to = mScale.At(piece.mLast);
+      bars.push_back({mScale.At(piece.mFirst), mScale.At(piece.mLast)});
       // Between kept and wiped steps the bars meet half-way: what is white is a gap.
-      const auto meets = [&](const PlanPiece& other, double here, double there) {
-        return other.mIsKept != piece.mIsKept && HasPlace(other) ? (here + there) / 2 : here;
-      };
-      if (i > 0) {
-        from = meets(file.mPieces[i - 1], from, mScale.At(file.mPieces[i - 1].mLast));
+      if (i > 0 && piece.mIsKept != file.mPieces[i - 1].mIsKept && HasPlace(piece) &&
+          HasPlace(file.mPieces[i - 1])) {
+        bars[i].mFrom = bars[i - 1].mTo = (bars[i].mFrom + bars[i - 1].mTo) / 2;
       }
-      if (i + 1 < file.mPieces.size()) {
-        to = meets(file.mPieces[i + 1], to, mScale.At(file.mPieces[i + 1].mFirst));
-      }
-      AddBar(piece.mIsKept ? kept : wiped, std::min(from, to), std::max(from, to));
     }
-    const std::string tooltip = mPlan.NameOf(file) + ": " + CountText(file);
+    std::vector<Bar> kept;
+    std::vector<Bar> wiped;
+    for (std::size_t i = 0; i < bars.size(); ++i) {
+      const auto [from, to] = std::minmax({bars[i].mFrom, bars[i].mTo});
+      if (HasPlace(file.mPieces[i])) {
+        AddBar(file.mPieces[i].mIsKept ? kept : wiped, from, to);
+      }
+    }
+    const std::string tooltip = mPlan.NameOf(file) + ": " + file.CountText();
     DrawBars(wiped, y, height, sWiped, tooltip);
     DrawBars(kept, y, height, sKept, tooltip);
   }
@@ -300,28 +265,29 @@ class Picture {
 
   void DrawJoined(const PlannedSteps& steps, double y, double height) {
     // One bar reaches from one gap to the next, however many files it comes from.
-    std::vector<Bar> bars;
-    std::optional<Bar> whole;
+    std::vector<Bar> wholes;
     std::size_t gap = 0;
-    const auto finish = [&] {
-      if (whole) {
-        AddBar(bars, whole->mFrom, whole->mTo);
-      }
-      whole.reset();
-    };
     for (const PlannedFile& file : steps.mFiles) {
       for (const PlanPiece& piece : file.mPieces) {
         if (!piece.mIsKept || !HasPlace(piece)) {
           continue;
         }
-        for (; gap < steps.mGaps.size() && piece.mFirst >= steps.mGaps[gap].mTo; ++gap) {
-          finish();
-        }
         const auto [from, to] = std::minmax({mScale.At(piece.mFirst), mScale.At(piece.mLast)});
-        whole = whole ? Bar{std::min(whole->mFrom, from), std::max(whole->mTo, to)} : Bar{from, to};
+        bool isNew = wholes.empty();
+        for (; gap < steps.mGaps.size() && piece.mFirst >= steps.mGaps[gap].mTo; ++gap) {
+          isNew = true;
+        }
+        if (isNew) {
+          wholes.push_back({from, to});
+        } else {
+          wholes.back() = {std::min(wholes.back().mFrom, from), std::max(wholes.back().mTo, to)};
+        }
       }
     }
-    finish();
+    std::vector<Bar> bars;
+    for (const Bar& whole : wholes) {
+      AddBar(bars, whole.mFrom, whole.mTo);
+    }
     DrawBars(bars, y, height, sJoined);
   }
 
@@ -355,9 +321,9 @@ class Picture {
       }
       if (Svg::TextWidth(names + dataset.mName, 11) > sWidth - 2 * sMargin - 260) {
         ++left;
-        continue;
+      } else {
+        names += (names.empty() ? "" : ", ") + dataset.mName;
       }
-      names += (names.empty() ? "" : ", ") + dataset.mName;
     }
     if (!names.empty() || left > 0) {
       DrawNote("joined whole, without times: " + names +
@@ -369,10 +335,9 @@ class Picture {
   void DrawDisagreements() {
     const std::vector<Disagreement>& all = mPlan.mDisagreements;
     mY += all.empty() ? 0 : 6;
-    for (std::size_t i = 0; i < std::min(all.size(), sMostDisagreements); ++i) {
-      DrawNote(all[i].About(GetFilenameFromPath(all[i].mFile)) + ": " + all[i].mReason, sRed);
-      const std::size_t values = std::min<std::size_t>(all[i].mValues.size(), 3);
-      for (const PlannedValue& value : std::span(all[i].mValues).first(values)) {
+    for (const Disagreement& one : all | std::views::take(sMostDisagreements)) {
+      DrawNote(one.About(GetFilenameFromPath(one.mFile)) + ": " + one.mReason, sRed);
+      for (const PlannedValue& value : one.mValues | std::views::take(3)) {
         DrawNote(value.mValue + " in " + ListNames(value.mFiles, 2), sRed);
       }
     }

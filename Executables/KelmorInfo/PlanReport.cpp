@@ -37,9 +37,8 @@ void PrintSteps(std::ostream& os, const Plan& plan, const PlannedSteps& steps, b
   os << '\n';
   AlignedLines lines({1});
   for (const PlannedFile& file : steps.mFiles) {
-    lines.Add({Vexa::Printable(plan.NameOf(file)),
-               std::to_string(file.mKept) + " of " + std::to_string(file.mTotal),
-               "wiping " + Wiped(file, verbose)});
+    lines.Add(
+        {Vexa::Printable(plan.NameOf(file)), file.CountText(), "wiping " + Wiped(file, verbose)});
   }
   lines.Print(os, "      ");
   for (const PlanGap& gap : steps.mGaps) {

@@ -1,8 +1,6 @@
 #include "Executables/KelmorInfo/Svg.hpp"
 
 #include <algorithm>
-#include <array>
-#include <charconv>
 
 #include "Executables/KelmorInfo/Text.hpp"
 
@@ -13,9 +11,7 @@ namespace {
 constexpr double sCharacterWidth = 0.58;
 
 std::string Fixed(double value) {
-  std::array<char, 64> text;
-  const auto end = std::to_chars(text.begin(), text.end(), value, std::chars_format::fixed, 2);
-  return {text.data(), end.ptr};
+  return ToText(value, std::chars_format::fixed, 2);
 }
 
 std::string Attribute(const char* name, double value) {

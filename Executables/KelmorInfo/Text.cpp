@@ -1,6 +1,7 @@
 #include "Executables/KelmorInfo/Text.hpp"
 
 #include <algorithm>
+#include <array>
 #include <ostream>
 
 #include "Utils/ErrorHandling/CodeError.hpp"
@@ -38,7 +39,7 @@ std::string OneLine(std::string_view message) {
     message.remove_suffix(1);
   }
   std::string line(message);
-  std::replace(line.begin(), line.end(), '\n', ' ');
+  std::ranges::replace(line, '\n', ' ');
   return Vexa::Printable(line);
 }
 
@@ -46,9 +47,22 @@ std::string ReasonOf(const CodeError& error) {
   return error.Reason().empty() ? "see the report on standard error" : OneLine(error.Reason());
 }
 
+std::string Joined(const std::vector<std::string>& texts, const std::string& between) {
+  std::string joined;
+  for (const std::string& text : texts) {
+    joined += (joined.empty() ? "" : between) + text;
+  }
+  return joined;
+}
+
+std::string ToText(double value, std::chars_format format, int precision) {
+  std::array<char, 400> text;  // is enough for any double
+  const auto end = std::to_chars(text.begin(), text.end(), value, format, precision);
+  return {text.data(), end.ptr};
+}
+
 std::size_t Characters(std::string_view text) {
-  return static_cast<std::size_t>(
-      std::count_if(text.begin(), text.end(), [](char c) { return !IsContinuation(c); }));
+  return text.size() - static_cast<std::size_t>(std::ranges::count_if(text, IsContinuation));
 }
 
 std::size_t CharacterOffset(std::string_view text, std::size_t n) {
@@ -76,8 +90,7 @@ void AlignedLines::Print(std::ostream& os, const std::string& indent) const {
     std::string line = indent;
     for (std::size_t i = 0; i < cells.size(); ++i) {
       const std::string padding(widths[i] - Characters(cells[i]), ' ');
-      const bool isRight =
-          std::find(mRightAligned.begin(), mRightAligned.end(), i) != mRightAligned.end();
+      const bool isRight = mRightAligned.contains(i);
       // A column that is empty throughout takes no room.
       line += i > 0 && widths[i] > 0 ? "  " : "";
       line += isRight ? padding + cells[i] : cells[i] + padding;

@@ -1,9 +1,11 @@
 // Numbers, names and tables as text for people.
 #pragma once
 
+#include <charconv>
 #include <cstddef>
 #include <cstdint>
 #include <iosfwd>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -28,6 +30,12 @@ std::string OneLine(std::string_view message);
 /// What a failure says, on one line.
 std::string ReasonOf(const CodeError& error);
 
+/// The texts one after the other, with `between` between them.
+std::string Joined(const std::vector<std::string>& texts, const std::string& between);
+
+/// A number with so many digits, as std::to_chars counts them.
+std::string ToText(double value, std::chars_format format, int precision);
+
 /// Characters of a UTF-8 text, and the byte at which the n-th begins.
 std::size_t Characters(std::string_view text);
 std::size_t CharacterOffset(std::string_view text, std::size_t n);
@@ -36,7 +44,7 @@ std::size_t CharacterOffset(std::string_view text, std::size_t n);
 class AlignedLines {
  public:
   /// `rightAligned` numbers the columns of numbers.
-  explicit AlignedLines(std::vector<std::size_t> rightAligned = {})
+  explicit AlignedLines(std::set<std::size_t> rightAligned)
       : mRightAligned(std::move(rightAligned)) {}
   void Add(std::vector<std::string> cells) { mLines.push_back({std::move(cells), ""}); }
   /// Lines between them, which have no cells; each ends with a newline.
@@ -48,6 +56,6 @@ class AlignedLines {
     std::vector<std::string> mCells;
     std::string mText;  // if there are no cells
   };
-  std::vector<std::size_t> mRightAligned;
+  std::set<std::size_t> mRightAligned;
   std::vector<Line> mLines;
 };

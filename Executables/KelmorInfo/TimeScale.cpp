@@ -1,10 +1,9 @@
 #include "Executables/KelmorInfo/TimeScale.hpp"
 
 #include <algorithm>
-#include <array>
-#include <charconv>
 #include <cmath>
 
+#include "Executables/KelmorInfo/Text.hpp"
 #include "Executables/Series/Facts.hpp"
 
 TimeScale::TimeScale(const Plan& plan, double left, double right) : mLeft(left), mRight(right) {
@@ -57,15 +56,9 @@ std::vector<TimeScale::Tick> TimeScale::Ticks() const {
 std::string TimeScale::Label(double time, double step) const {
   const double largest = std::max(std::abs(mFrom), std::abs(mTo));
   const int power = static_cast<int>(std::floor(std::log10(step) + 1e-9));
-  std::array<char, 64> text;
-  std::to_chars_result result{};
   if (largest < 1e7 && power >= -6) {
-    result = std::to_chars(text.begin(), text.end(), time + 0.0, std::chars_format::fixed,
-                           std::max(0, -power));
-  } else {
-    const int digits = std::clamp(static_cast<int>(std::log10(largest)) - power + 1, 1, 17);
-    result =
-        std::to_chars(text.begin(), text.end(), time + 0.0, std::chars_format::general, digits);
+    return ToText(time + 0.0, std::chars_format::fixed, std::max(0, -power));
   }
-  return {text.data(), result.ptr};
+  const int digits = std::clamp(static_cast<int>(std::log10(largest)) - power + 1, 1, 17);
+  return ToText(time + 0.0, std::chars_format::general, digits);
 }
