@@ -8,31 +8,19 @@
 #include "Utils/ErrorHandling/CodeError.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/HDF5/H5_Utils.hpp"
+#include "Utils/HDF5/Library.hpp"
 #include "Utils/Process/Files.hpp"
 
 namespace {
-
-// The innermost message of the library's error stack: the others only say who passed it on.
-std::string InnermostH5Error() {
-  std::string message;
-  const auto keep = [](unsigned, const H5E_error2_t* error, void* text) -> herr_t {
-    try {
-      *static_cast<std::string*>(text) = error->desc == nullptr ? "" : error->desc;
-    } catch (...) {
-      return -1;  // an exception must not pass through the library
-    }
-    return 0;
-  };
-  H5Ewalk2(H5E_DEFAULT, H5E_WALK_DOWNWARD, keep, &message);
-  return message;
-}
 
 // What the library says against opening the file; empty if it opens.
 std::string OpenError(const std::string& path) {
   Vexa_H5::PropertyListHandle fapl_id(H5Pcreate(H5P_FILE_ACCESS));
   Vexa_H5::set_libver_bounds(fapl_id);
   Vexa_H5::Handle<H5Fclose> file_id(H5Fopen(path.c_str(), H5F_ACC_RDONLY, fapl_id));
-  return file_id >= 0 ? "" : InnermostH5Error();
+  // The others only say who passed the first one on.
+  const std::vector<std::string> reasons = Vexa_H5::ErrorDescriptions(H5E_DEFAULT);
+  return file_id >= 0 || reasons.empty() ? "" : reasons.front();
 }
 
 std::string Advice(const std::string& reason, const std::string& path) {

@@ -41,22 +41,6 @@ herr_t WatchClosed(hid_t, void*) {
   return 0;
 }
 
-// What the library says about a failure, names in it included.
-std::vector<std::string> Descriptions(hid_t stack) {
-  std::vector<std::string> descriptions;
-  const auto keep = [](unsigned, const H5E_error2_t* error, void* list) -> herr_t {
-    try {
-      static_cast<std::vector<std::string>*>(list)->emplace_back(
-          error->desc == nullptr ? "" : error->desc);
-    } catch (...) {
-      return -1;  // an exception must not pass through the library
-    }
-    return 0;
-  };
-  H5Ewalk2(stack, H5E_WALK_UPWARD, keep, &descriptions);
-  return descriptions;
-}
-
 // The text that the library prints, in which a name cannot pass for a line.
 std::string ErrorText(hid_t stack) {
   char* text = nullptr;
@@ -69,7 +53,7 @@ std::string ErrorText(hid_t stack) {
   std::fclose(memory);
   const std::unique_ptr<char, decltype(&std::free)> owner(text, &std::free);
   std::string printed(text == nullptr ? "" : text, size);
-  for (const std::string& description : Descriptions(stack)) {
+  for (const std::string& description : ErrorDescriptions(stack)) {
     std::string shown = Vexa::Printable(description);
     // The library's own line break, behind the time of an open that failed.
     if (const std::size_t own = shown.find("\\n, name = '"); own != shown.npos) {
@@ -156,6 +140,21 @@ void EndLibrary(int status, void*) {
 }
 
 }  // namespace
+
+std::vector<std::string> Vexa_H5::ErrorDescriptions(hid_t stack) {
+  std::vector<std::string> descriptions;
+  const auto keep = [](unsigned, const H5E_error2_t* error, void* list) -> herr_t {
+    try {
+      static_cast<std::vector<std::string>*>(list)->emplace_back(
+          error->desc == nullptr ? "" : error->desc);
+    } catch (...) {
+      return -1;  // an exception must not pass through the library
+    }
+    return 0;
+  };
+  H5Ewalk2(stack, H5E_WALK_UPWARD, keep, &descriptions);
+  return descriptions;
+}
 
 unsigned long Vexa_H5::LibraryLife() {
   if (sWatch < 0) {

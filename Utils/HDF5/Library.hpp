@@ -5,6 +5,9 @@
 
 #include <hdf5.h>
 
+#include <string>
+#include <vector>
+
 namespace Vexa_H5 {
 
 /// Starts the library if it does not run. The number is another in each of its lives.
@@ -43,6 +46,9 @@ void ArrangeLibraryEnd();
 
 /// Ends the process without any further exit handler, but for the output of streams.
 [[noreturn]] void EndProcess(int status);
+
+/// Returns what the library says about a failure, from the cause outwards, names in it included.
+std::vector<std::string> ErrorDescriptions(hid_t stack);
 
 /// Counts the files of ours that are open: 1 for one more, -1 for one that was closed.
 void CountOpenFiles(int change);
