@@ -15,11 +15,10 @@ namespace {
 constexpr int sFilesKeptOpen = 32;
 }  // namespace
 
-Inputs::Inputs(const MyVector<std::string>& filenames) {
+Inputs::Inputs(const MyVector<std::string>& filenames) : mNames(filenames) {
   // Handles can be neither copied nor moved; the view makes each in its place.
   int opened = 0;
   const auto open = [&](const std::string& filename) {
-    mNames.push_back(filename);
     mStamps.push_back(Vexa::FileStamp(filename));
     return CachedH5File(filename, ReadOnly, {}, 0, ++opened <= sFilesKeptOpen);
   };
@@ -29,11 +28,10 @@ Inputs::Inputs(const MyVector<std::string>& filenames) {
 
 bool Inputs::HasChanged(int file) const {
   // A link on the way may lead elsewhere by now, and what was opened be neither.
-  const auto at = static_cast<std::size_t>(file);
+  const std::string& stamp = mStamps[static_cast<std::size_t>(file)];
   const std::string opened = mFiles[file].OpenedStamp();
-  return Vexa::FileStamp(mNames[at]) != mStamps[at] ||
-         Vexa::FileStamp(mFiles[file].Filename()) != mStamps[at] ||
-         (!opened.empty() && opened != mStamps[at]);
+  return Vexa::FileStamp(mNames[file]) != stamp ||
+         Vexa::FileStamp(mFiles[file].Filename()) != stamp || (!opened.empty() && opened != stamp);
 }
 
 void Inputs::RequireSameAsOpened(int file) const {

@@ -18,7 +18,7 @@ class Inputs {
   int Size() const { return static_cast<int>(mFiles.size()); }
   CachedH5File& operator[](int file) { return mFiles[file]; }
   /// Returns the name that the file was given; the file itself knows its real path.
-  const std::string& GivenName(int file) const { return mNames[static_cast<std::size_t>(file)]; }
+  const std::string& GivenName(int file) const { return mNames[file]; }
   const MyVector<CachedH5File>& Files() const { return mFiles; }
   /// Fails, with those that are not, unless all files are as they were before they were opened, and
   /// so is every file to which their external links led.
@@ -53,7 +53,7 @@ class Inputs {
   bool HasChanged(int file) const;
 
   MyVector<CachedH5File> mFiles;
-  std::vector<std::string> mNames;   // as they were given
+  MyVector<std::string> mNames;      // as they were given
   std::vector<std::string> mStamps;  // of the files
   bool mKeepsObjectsOpen = false;
 };

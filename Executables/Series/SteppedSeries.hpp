@@ -88,9 +88,12 @@ class SteppedSeries : public Series {
 
   /// Lends the open table of a file.
   virtual void VisitTable(int file, const std::function<void(const H5_Objects::Dat&)>& visit) = 0;
-  /// The rows of a file's table that belong to steps.
-  virtual std::vector<Tables::RowRun> RowsOf(std::size_t i,
-                                             const std::vector<StepRun>& steps) const = 0;
+  /// The rows of a file's table that belong to steps: a row for each step, unless a kind knows
+  /// better.
+  virtual std::vector<Tables::RowRun> RowsOf(std::size_t /*i*/,
+                                             const std::vector<StepRun>& steps) const {
+    return steps;
+  }
   /// Writes what was selected.
   virtual void Write(CachedH5File& output) = 0;
   /// Tells of a join what was selected.

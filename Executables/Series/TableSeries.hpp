@@ -23,10 +23,6 @@ class TableSeries : public SteppedSeries {
   void VisitTable(int file, const std::function<void(const Object&)>& visit) override {
     Visit<Object>(file, visit);
   }
-  std::vector<Tables::RowRun> RowsOf(std::size_t /*i*/,
-                                     const std::vector<StepRun>& steps) const override {
-    return steps;
-  }
   void Write(CachedH5File& output) override;
 
   int Ncols = 0;  // is named as reports show it

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <iostream>
 #include <sstream>
+#include <utility>
 
 using H5_Objects::Tdm;
 
@@ -65,15 +66,13 @@ void TdmSeries::PrintSelection() const {
   bool isFirst = true;
   for (std::size_t i = 0; i < mInputs.size(); ++i) {
     values += mInputs[i].mKeptRows;
-    if (segmentLimit >= values && i + 1 < mInputs.size()) {
-      continue;
+    if (values > segmentLimit || i + 1 == mInputs.size()) {
+      std::cout << "    trigger output after " << i + 1 << " segments" << std::endl;
+      if (std::exchange(isFirst, false)) {
+        SteppedSeries::PrintSelection();
+      }
+      values = 0;
     }
-    std::cout << "    trigger output after " << i + 1 << " segments" << std::endl;
-    if (isFirst) {
-      SteppedSeries::PrintSelection();
-    }
-    isFirst = false;
-    values = 0;
   }
 }
 
