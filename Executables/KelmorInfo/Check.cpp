@@ -143,13 +143,10 @@ class Checker {
 
   // Checks that what a join writes is there, if there is anything to write.
   void RequirePresence(bool isExpected) const {
-    const bool isThere = mJoined[0].Exists(mpDataset->mName);
-    if (isExpected && !isThere) {
-      throw Difference{mpDataset->mName + " is in " + FileName(0) + ", but not in " + mJoinedName};
-    }
-    if (!isExpected && isThere) {
-      throw Difference{mpDataset->mName + " is in " + mJoinedName +
-                       ", but all inputs of it are empty"};
+    if (isExpected != mJoined[0].Exists(mpDataset->mName)) {
+      throw Difference{mpDataset->mName + " is in " +
+                       (isExpected ? FileName(0) + ", but not in " + mJoinedName
+                                   : mJoinedName + ", but all inputs of it are empty")};
     }
   }
 

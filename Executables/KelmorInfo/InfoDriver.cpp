@@ -55,7 +55,7 @@ int PlanJoin(int argc, char** argv) {
   std::optional<InfoOptions> options;
   Plan plan;
   try {
-    options.emplace(CommandLineParser(argc, argv, InfoHelpText(), InfoBooleanOptions()));
+    options.emplace(argc, argv);
     plan = MakePlan(options->mJoin);
   } catch (const CodeError& error) {
     MyErr << error.Message();
@@ -80,7 +80,6 @@ int RunInfo(int argc, char** argv) {
   if (AsksForPlan(argc, argv)) {
     return PlanJoin(argc, argv);
   }
-  const CommandLineParser parser(argc, argv, InfoHelpText(), InfoBooleanOptions());
-  const InfoOptions options(parser);
+  const InfoOptions options(argc, argv);
   return options.mMode == InfoOptions::Mode::Check ? Check(options) : List(options);
 }

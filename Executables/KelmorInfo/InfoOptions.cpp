@@ -19,19 +19,16 @@ Mode ModeOf(const CommandLineParser& parser) {
   return plan ? Mode::Plan : check ? Mode::Check : Mode::List;
 }
 
-struct Restricted {
-  const char* mKey;
-  std::set<Mode> mModes;
-};
-
 // Some options not every mode has.
 void RequireOptionsOf(Mode mode, const CommandLineParser& parser) {
-  const Restricted restricted[] = {
-      {"DeltaT", {Mode::Plan, Mode::Check}},   {"NoWipe", {Mode::Plan, Mode::Check}},
-      {"json", {Mode::List, Mode::Plan}},      {"o", {Mode::Plan}},
-      {"NoGzip", {Mode::Plan, Mode::Check}},   {"svg", {Mode::Plan}},
-      {"cachesize", {Mode::Plan, Mode::Check}}};
-  for (const Restricted& option : restricted) {
+  const struct {
+    const char* mKey;
+    std::set<Mode> mModes;
+  } restricted[] = {{"DeltaT", {Mode::Plan, Mode::Check}},   {"NoWipe", {Mode::Plan, Mode::Check}},
+                    {"json", {Mode::List, Mode::Plan}},      {"o", {Mode::Plan}},
+                    {"NoGzip", {Mode::Plan, Mode::Check}},   {"svg", {Mode::Plan}},
+                    {"cachesize", {Mode::Plan, Mode::Check}}};
+  for (const auto& option : restricted) {
     const bool isAllowed = option.mModes.contains(mode);
     REQUIRE(isAllowed || !parser.KeyExists(option.mKey),
             "Option '-" << option.mKey << "' means nothing "
@@ -41,9 +38,7 @@ void RequireOptionsOf(Mode mode, const CommandLineParser& parser) {
   }
 }
 
-}  // namespace
-
-std::string InfoHelpText() {
+std::string HelpText() {
   return R"(
 Usage:  KelmorInfo [options] file [file ...]
         KelmorInfo -plan [options] file [file ...]
@@ -72,8 +67,11 @@ OPTIONS OF THE JOIN, with -plan and -check as for Kelmor:
 )";
 }
 
-MyVector<std::string> InfoBooleanOptions() {
-  return {"v", "NoWipe", "NoGzip", "plan", "json"};
+}  // namespace
+
+InfoOptions::InfoOptions(int argc, char** argv)
+    : InfoOptions(CommandLineParser(
+          argc, argv, HelpText(), MyVector<std::string>{"v", "NoWipe", "NoGzip", "plan", "json"})) {
 }
 
 InfoOptions::InfoOptions(const CommandLineParser& parser)

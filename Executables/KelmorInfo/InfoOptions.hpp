@@ -5,17 +5,12 @@
 #include "Executables/Series/JoinOptions.hpp"
 #include "Utils/CommandLine/CommandLineParser.hpp"
 
-/// The help text of the program.
-std::string InfoHelpText();
-
-/// The names of the boolean options.
-MyVector<std::string> InfoBooleanOptions();
-
 /// What a run of the program was asked for.
 struct InfoOptions {
   enum class Mode { List, Plan, Check };
 
-  /// Fails on an option that the mode does not have.
+  /// Reads the command line; fails on an option that the mode does not have.
+  InfoOptions(int argc, char** argv);
   explicit InfoOptions(const CommandLineParser& parser);
 
   Mode mMode;

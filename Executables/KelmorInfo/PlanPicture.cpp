@@ -43,24 +43,29 @@ std::string Anchored(const char* style, const char* anchor) {
   return std::string(style) + " text-anchor=\"" + anchor + "\"";
 }
 
-// Bars that would touch are one: a long series of single steps is drawn as what one sees of it.
 struct Bar {
   double mFrom;
   double mTo;
 };
-void AddBar(std::vector<Bar>& bars, double from, double to) {
+
+// Bars that would touch are one: a long series of single steps is drawn as what one sees of it.
+std::vector<Bar> Merged(const std::vector<Bar>& given) {
   constexpr double thinnest = 1.2;
   constexpr double touching = 0.6;
-  if (to - from < thinnest) {
-    const double middle = (from + to) / 2;
-    from = middle - thinnest / 2;
-    to = middle + thinnest / 2;
+  std::vector<Bar> bars;
+  for (auto [from, to] : given) {
+    if (to - from < thinnest) {
+      const double middle = (from + to) / 2;
+      from = middle - thinnest / 2;
+      to = middle + thinnest / 2;
+    }
+    if (!bars.empty() && from >= bars.back().mFrom && from - bars.back().mTo < touching) {
+      bars.back().mTo = std::max(bars.back().mTo, to);
+    } else {
+      bars.push_back({from, to});
+    }
   }
-  if (!bars.empty() && from >= bars.back().mFrom && from - bars.back().mTo < touching) {
-    bars.back().mTo = std::max(bars.back().mTo, to);
-  } else {
-    bars.push_back({from, to});
-  }
+  return bars;
 }
 
 class Picture {
@@ -248,7 +253,7 @@ class Picture {
     for (std::size_t i = 0; i < bars.size(); ++i) {
       const auto [from, to] = std::minmax({bars[i].mFrom, bars[i].mTo});
       if (HasPlace(file.mPieces[i])) {
-        AddBar(file.mPieces[i].mIsKept ? kept : wiped, from, to);
+        (file.mPieces[i].mIsKept ? kept : wiped).push_back({from, to});
       }
     }
     const std::string tooltip = mPlan.NameOf(file) + ": " + file.CountText();
@@ -258,7 +263,7 @@ class Picture {
 
   void DrawBars(const std::vector<Bar>& bars, double y, double height, const char* style,
                 const std::string& tooltip = "") {
-    for (const Bar& bar : bars) {
+    for (const Bar& bar : Merged(bars)) {
       mSvg.Rect(bar.mFrom, y, bar.mTo - bar.mFrom, height, style, tooltip);
     }
   }
@@ -284,11 +289,7 @@ class Picture {
         }
       }
     }
-    std::vector<Bar> bars;
-    for (const Bar& whole : wholes) {
-      AddBar(bars, whole.mFrom, whole.mTo);
-    }
-    DrawBars(bars, y, height, sJoined);
+    DrawBars(wholes, y, height, sJoined);
   }
 
   void DrawAxis() {

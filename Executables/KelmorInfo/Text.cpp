@@ -35,10 +35,7 @@ std::string ValidUtf8(std::string_view text) {
 }
 
 std::string OneLine(std::string_view message) {
-  while (message.ends_with('\n')) {
-    message.remove_suffix(1);
-  }
-  std::string line(message);
+  std::string line(message.substr(0, message.find_last_not_of('\n') + 1));
   std::ranges::replace(line, '\n', ' ');
   return Vexa::Printable(line);
 }

@@ -42,11 +42,8 @@ std::vector<TimeScale::Tick> TimeScale::Ticks() const {
                                                    : 10);
   std::vector<Tick> ticks;
   const double first = std::ceil(mFrom / step);
-  for (int i = 0; i < 20; ++i) {
+  for (int i = 0; i < 20 && (first + i) * step <= mTo; ++i) {
     const double time = (first + i) * step;
-    if (!(time <= mTo)) {
-      break;
-    }
     ticks.push_back({At(time), Label(time, step)});
   }
   return ticks;
