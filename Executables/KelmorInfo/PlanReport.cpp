@@ -8,10 +8,6 @@
 
 namespace {
 
-std::string Range(double from, double to) {
-  return from == to ? RoundTrip(from) : RoundTrip(from) + " ... " + RoundTrip(to);
-}
-
 // Lists what is wiped of a file: "8 steps at t = 7 ... 7.875", one range after the other.
 std::string Wiped(const PlannedFile& file, bool verbose) {
   constexpr std::size_t mostRanges = 4;
@@ -20,7 +16,8 @@ std::string Wiped(const PlannedFile& file, bool verbose) {
   for (const PlanPiece& piece : file.mPieces) {
     if (!piece.mIsKept && (++ranges <= mostRanges || verbose)) {
       text += (text.empty() ? "" : ", ") + Counted(piece.mSteps, "step") +
-              " at t = " + Range(piece.mFirst, piece.mLast);
+              " at t = " + RoundTrip(piece.mFirst) +
+              (piece.mFirst == piece.mLast ? "" : " ... " + RoundTrip(piece.mLast));
     }
   }
   if (ranges > mostRanges && !verbose) {

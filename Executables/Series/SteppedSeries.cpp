@@ -103,13 +103,6 @@ std::vector<SteppedSeries::Stretch> SteppedSeries::StretchesWithin(const ColumnB
   return stretches;
 }
 
-bool SteppedSeries::IsInMemory(const Input& input, const ColumnBlock& block,
-                               const Runs& runs) const {
-  const std::uint64_t last = block.mFirstColumn + block.mColumns - 1;
-  const bool isTime = mHasTimeColumn && last == 0;
-  return isTime || (input.Has(block.mFirstColumn, runs) && input.Has(last, runs));
-}
-
 // Cuts runs where windows of whole chunks end, so that each chunk is inflated once. The runs of one
 // window are read together.
 std::vector<SteppedSeries::Runs> SteppedSeries::Passes(const Input& input, const Runs& runs,
@@ -136,6 +129,7 @@ void SteppedSeries::Read(const ColumnBlock& block, std::uint64_t most, const Roo
   if (block.mColumns > 1 || block.mRows <= most) {
     whole.emplace(room(block));
   }
+  const std::uint64_t lastColumn = block.mFirstColumn + block.mColumns - 1;
   std::uint64_t keptRow = block.mFirstRow;
   for (std::size_t i = 0; i < mInputs.size(); ++i) {
     Input& input = mInputs[i];
@@ -144,7 +138,9 @@ void SteppedSeries::Read(const ColumnBlock& block, std::uint64_t most, const Roo
       TellProgress(input, block, 0);
       continue;
     }
-    const bool isInMemory = IsInMemory(input, block, runs);
+    const bool isTime = mHasTimeColumn && lastColumn == 0;
+    const bool isInMemory =
+        isTime || (input.Has(block.mFirstColumn, runs) && input.Has(lastColumn, runs));
     const bool isOnePass = whole && (isInMemory || input.HasColumnsApart() || mMixedRows > 0);
     const auto fetch = [&](const Dat* pTable) {
       for (const Runs& pass :

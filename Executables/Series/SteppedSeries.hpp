@@ -107,7 +107,6 @@ class SteppedSeries : public Series {
  private:
   using Runs = std::vector<Tables::RowRun>;
   Runs KeptWithin(const Input& input, const Tables::ColumnBlock& block) const;
-  bool IsInMemory(const Input& input, const Tables::ColumnBlock& block, const Runs& runs) const;
   std::vector<Runs> Passes(const Input& input, const Runs& runs, std::uint64_t columns,
                            std::uint64_t most) const;
   void Fetch(std::size_t i, const H5_Objects::Dat* pTable, const Tables::ColumnBlock& columns,
