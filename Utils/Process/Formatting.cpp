@@ -5,6 +5,7 @@
 #include <charconv>
 #include <cmath>
 #include <ctime>
+#include <initializer_list>
 #include <limits>
 #include <string_view>
 
@@ -24,8 +25,19 @@ int DigitsBeforePoint(std::string_view number) {
   return static_cast<int>(length) - (number.front() == '-' ? 1 : 0);
 }
 
-std::string WithUnit(double value, std::string_view unit, int width) {
-  return DoubleToStringDecimal(value, width - static_cast<int>(unit.size())).append(unit);
+struct Unit {
+  double mSize;
+  std::string_view mName;
+};
+
+// Writes the value in the first of the units, which descend, of which it holds at least one. What
+// is less than one of each is written in the last.
+std::string WithUnit(double value, std::initializer_list<Unit> units, int width) {
+  const Unit& unit = *std::find_if(units.begin(), units.end() - 1, [value](const Unit& candidate) {
+    return std::abs(value) >= candidate.mSize;
+  });
+  return DoubleToStringDecimal(value / unit.mSize, width - static_cast<int>(unit.mName.size()))
+      .append(unit.mName);
 }
 
 }  // namespace
@@ -54,29 +66,13 @@ std::string RoundTripWithExponent(double value) {
 }
 
 std::string BytesToAscii(std::int64_t bytes, int width) {
-  const auto value = static_cast<double>(bytes);
-  const double magnitude = std::abs(value);
-  if (magnitude < 0x1p20) {
-    return WithUnit(value / 0x1p10, " KiB", width);
-  }
-  if (magnitude < 0x1p30) {
-    return WithUnit(value / 0x1p20, " MiB", width);
-  }
-  return WithUnit(value / 0x1p30, " GiB", width);
+  return WithUnit(static_cast<double>(bytes),
+                  {{0x1p30, " GiB"}, {0x1p20, " MiB"}, {0x1p10, " KiB"}}, width);
 }
 
 std::string TimeIntervalToAscii(double seconds, int width) {
-  struct Unit {
-    double mSeconds;
-    std::string_view mName;
-  };
-  constexpr Unit units[] = {{86400, " day"}, {3600, " h"}, {60, " min"}, {1, " sec"}};
-  for (const Unit& unit : units) {
-    if (std::abs(seconds) >= unit.mSeconds) {
-      return WithUnit(seconds / unit.mSeconds, unit.mName, width);
-    }
-  }
-  return WithUnit(seconds * 1e3, " ms", width);
+  return WithUnit(seconds,
+                  {{86400, " day"}, {3600, " h"}, {60, " min"}, {1, " sec"}, {1e-3, " ms"}}, width);
 }
 
 std::string AsciiTime() {

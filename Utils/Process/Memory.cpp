@@ -8,6 +8,7 @@
 #include <array>
 #include <cstdio>
 #include <fstream>
+#include <map>
 #include <sstream>
 
 #include "Utils/Process/Formatting.hpp"
@@ -36,23 +37,19 @@ std::uint64_t GetPeakRSS() {
 void GetSystemMemoryBytes(std::uint64_t& total, std::uint64_t& available, std::uint64_t& committed,
                           std::uint64_t& commitLimit) {
   total = available = committed = commitLimit = 0;
+  const std::map<std::string, std::uint64_t&> sums = {
+      {"MemTotal:", total},         {"MemFree:", available},    {"Buffers:", available},
+      {"Cached:", available},       {"SwapCached:", available}, {"Committed_AS:", committed},
+      {"CommitLimit:", commitLimit}};
   std::ifstream file("/proc/meminfo");
   std::string line;
   while (std::getline(file, line)) {
     std::istringstream fields(line);
     std::string key;
     std::uint64_t kilobytes = 0;
-    if (!(fields >> key >> kilobytes)) {
-      continue;
-    }
-    if (key == "MemTotal:") {
-      total = kilobytes << 10;
-    } else if (key == "MemFree:" || key == "Buffers:" || key == "Cached:" || key == "SwapCached:") {
-      available += kilobytes << 10;
-    } else if (key == "Committed_AS:") {
-      committed = kilobytes << 10;
-    } else if (key == "CommitLimit:") {
-      commitLimit = kilobytes << 10;
+    const auto sum = fields >> key >> kilobytes ? sums.find(key) : sums.end();
+    if (sum != sums.end()) {
+      sum->second += kilobytes << 10;
     }
   }
 }

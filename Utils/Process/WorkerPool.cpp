@@ -57,7 +57,8 @@ std::size_t ChosenNumberOfThreads() {
 
 }  // namespace
 
-// The workers and the tasks that wait for one, first come, first served.
+// The workers and the tasks that wait for one, first come, first served. Without workers each task
+// runs where it is added.
 class WorkerPool {
  public:
   static WorkerPool& Instance() {
@@ -68,13 +69,12 @@ class WorkerPool {
 
   void Add(Vexa::TaskGroup& group, std::function<void()> task) {
     std::unique_lock lock(mMutex);
-    if (mWaiting.size() >= mMostWaiting) {
-      RunNext(lock);
-    }
     mWaiting.push_back({&group, std::move(task)});
     ++group.mUnfinished;
-    lock.unlock();
     mTaskWaits.notify_one();
+    if (mWaiting.size() > mMostWaiting) {
+      RunNext(lock);
+    }
   }
 
   void Wait(Vexa::TaskGroup& group) {
@@ -94,7 +94,7 @@ class WorkerPool {
     std::function<void()> mRun;
   };
 
-  explicit WorkerPool(std::size_t workers) : mMostWaiting(2 * (workers + 1)) {
+  explicit WorkerPool(std::size_t workers) : mMostWaiting(workers == 0 ? 0 : 2 * (workers + 1)) {
     try {
       for (std::size_t i = 0; i < workers; ++i) {
         mWorkers.emplace_back([this] { Work(); });
@@ -148,26 +148,18 @@ std::size_t Vexa::NumberOfThreads() {
 }
 
 Vexa::TaskGroup::~TaskGroup() {
-  if (mUsesWorkers) {
+  if (mHasTasks) {
     WorkerPool::Instance().Wait(*this);
   }
 }
 
 void Vexa::TaskGroup::Add(std::function<void()> task) {
-  if (Vexa::NumberOfThreads() > 1) {
-    mUsesWorkers = true;
-    WorkerPool::Instance().Add(*this, std::move(task));
-    return;
-  }
-  try {
-    task();
-  } catch (...) {
-    mFailure = std::current_exception();
-  }
+  mHasTasks = true;
+  WorkerPool::Instance().Add(*this, std::move(task));
 }
 
 void Vexa::TaskGroup::Wait() {
-  if (mUsesWorkers) {
+  if (mHasTasks) {
     WorkerPool::Instance().Wait(*this);
   }
   if (mFailure != nullptr) {

@@ -37,7 +37,7 @@ class TaskGroup {
  private:
   friend class ::WorkerPool;
 
-  bool mUsesWorkers = false;
+  bool mHasTasks = false;  // without any, the workers need not be started
   std::size_t mUnfinished = 0;
   std::exception_ptr mFailure;
 };
