@@ -25,15 +25,10 @@ bool LooksLikeOptionKey(const std::string& argument) {
 }  // namespace
 
 CommandLineParser::CommandLineParser(int argc, char** argv, const std::string& help,
-                                     const MyVector<std::string>& booleanOptions) {
-  Initialize(argc, argv, help, booleanOptions);
-}
-
-void CommandLineParser::Initialize(int argc, char** argv, const std::string& help,
-                                   const MyVector<std::string>& booleanOptions) {
-  mHelpText = "============ help-text supplied by program ============\n" + help +
-              "\n=======================================================\n" +
-              InfoAtRuntime(argc, argv);
+                                     const MyVector<std::string>& booleanOptions)
+    : mHelpText("============ help-text supplied by program ============\n" + help +
+                "\n=======================================================\n" +
+                InfoAtRuntime(argc, argv)) {
   const std::vector<std::string> given(argv + std::min(argc, 1), argv + argc);
   if (std::any_of(given.begin(), given.end(),
                   [](const std::string& s) { return s == "-h" || s == "-help"; })) {
@@ -73,25 +68,25 @@ void CommandLineParser::Initialize(int argc, char** argv, const std::string& hel
 
   mArguments = MyVector<std::string>(arguments);
   mArgWasUsed.assign(MV::Size(arguments.size()), false);
-  for (const std::string& key : mKeyValueMap.Keys()) {
+  for (const auto& [key, value] : mKeyValueMap) {
     mKeyWasUsed.Insert(key, false);
   }
 }
 
 void CommandLineParser::ReadBooleanOptions(std::vector<std::string>& opts,
                                            const MyVector<std::string>& booleanOptions) {
-  // Takes all arguments of one form out and returns their number.
-  const auto take = [&opts](const std::string& form) { return std::erase(opts, form); };
+  const struct {
+    const char* mPrefix;
+    const char* mValue;
+    const char* mAgain;
+  } forms[] = {{"-", "true", "for a second time"}, {"-no-", "false", "the second time"}};
   for (const std::string& s : booleanOptions) {
-    for (std::size_t n = take("-" + s); n > 0; --n) {
-      REQUIRE(!mKeyValueMap.KeyExists(s), "Trying to define boolean option '"
-                                              << s << "' for a second time.\n");
-      mKeyValueMap.Insert(s, "true");
-    }
-    for (std::size_t n = take("-no-" + s); n > 0; --n) {
-      REQUIRE(!mKeyValueMap.KeyExists(s), "Trying to define boolean option '"
-                                              << s << "' the second time.\n");
-      mKeyValueMap.Insert(s, "false");
+    for (const auto& [prefix, value, again] : forms) {
+      for (std::size_t n = std::erase(opts, prefix + s); n > 0; --n) {
+        REQUIRE(!mKeyValueMap.KeyExists(s), "Trying to define boolean option '" << s << "' " << again
+                                                                               << ".\n");
+        mKeyValueMap.Insert(s, value);
+      }
     }
   }
 }
@@ -142,7 +137,7 @@ void CommandLineParser::TerminateIfThereAreUnusedOptions() const {
     REQUIRE(mArgWasUsed[i], "The " << i << "-th Argument ('" << mArguments[i]
                                    << "') was not used.\n");
   }
-  for (const std::string& it : mKeyValueMap.Keys()) {
+  for (const auto& [it, value] : mKeyValueMap) {
     REQUIRE(mKeyWasUsed[it], "Option-key '" << it << "' was not used.\n");
   }
 }

@@ -51,8 +51,6 @@ class CommandLineParser {
   void TerminateIfThereAreUnusedOptions() const;
 
  private:
-  void Initialize(int argc, char** argv, const std::string& help,
-                  const MyVector<std::string>& booleanOptions);
   /// Takes what sets one of the boolean options out of the arguments.
   void ReadBooleanOptions(std::vector<std::string>& opts,
                           const MyVector<std::string>& booleanOptions);

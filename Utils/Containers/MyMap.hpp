@@ -2,7 +2,6 @@
 // owns its values, each in an allocation of its own, so a value's address never changes.
 #pragma once
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -17,6 +16,15 @@
 
 template <class K, class V>
 class MyMap {
+  struct DestroyAndRelease {
+    void operator()(V* value) const {
+      std::destroy_at(value);
+      MyAllocatorProfiler::Release(value, 1);
+    }
+  };
+  using Value = std::unique_ptr<V, DestroyAndRelease>;
+  using Entry = std::pair<const K, Value>;
+
  public:
   MyMap() = default;
   // It delegates, so that an exception finds an object whose destructor frees the values.
@@ -41,9 +49,8 @@ class MyMap {
   ~MyMap() { clear(); }
 
   void swap(MyMap& other) noexcept {
-    mKeys.swap(other.mKeys);
-    mValues.swap(other.mValues);
-    mIndex.swap(other.mIndex);
+    mEntries.swap(other.mEntries);
+    mOrder.swap(other.mOrder);
   }
 
   /// Constructs a value from `args` and appends it under `key`; fails if the key is there already
@@ -51,36 +58,22 @@ class MyMap {
   template <class... Args>
   MyMap& Insert(const K& key, Args&&... args) {
     VEXA_REQUIRE(!KeyExists(key), "Key '" << key << "' inserted twice into a MyMap");
-    // The value is made first: the arguments may stand in this very map, where a growing list would
-    // move them.
-    V* const value = MyAllocatorProfiler::Allocate<V>(1);
+    const auto entry = mEntries.emplace(key, MakeValue(std::forward<Args>(args)...)).first;
     try {
-      ::new (value) V(std::forward<Args>(args)...);
+      mOrder.push_back(&*entry);
     } catch (...) {
-      MyAllocatorProfiler::Release(value, 1);
+      mEntries.erase(entry);
       throw;
     }
-    try {
-      K ownKey(key);
-      mValues.reserve(GrownCapacity(mValues));
-      mKeys.reserve(GrownCapacity(mKeys));
-      mIndex.emplace(ownKey, mValues.size());
-      mKeys.push_back(std::move(ownKey));
-    } catch (...) {
-      value->~V();
-      MyAllocatorProfiler::Release(value, 1);
-      throw;
-    }
-    mValues.push_back(value);
     return *this;
   }
 
-  bool KeyExists(const K& key) const { return mIndex.contains(key); }
+  bool KeyExists(const K& key) const { return Find(key) != nullptr; }
   /// The value stored under the key, or null.
   V* Find(const K& key) { return const_cast<V*>(std::as_const(*this).Find(key)); }
   const V* Find(const K& key) const {
-    const auto it = mIndex.find(key);
-    return it == mIndex.end() ? nullptr : mValues[it->second];
+    const auto it = mEntries.find(key);
+    return it == mEntries.end() ? nullptr : it->second.get();
   }
   /// The value stored under the key; fails if there is none.
   V& operator[](const K& key) { return const_cast<V&>(std::as_const(*this)[key]); }
@@ -90,66 +83,49 @@ class MyMap {
     return *value;
   }
 
-  std::ptrdiff_t Size() const { return static_cast<std::ptrdiff_t>(mKeys.size()); }
-  std::uint64_t size() const { return mKeys.size(); }
-  bool empty() const { return mKeys.empty(); }
-
-  /// Keys in storage order.
-  const std::vector<K>& Keys() const { return mKeys; }
+  std::ptrdiff_t Size() const { return static_cast<std::ptrdiff_t>(mOrder.size()); }
+  std::uint64_t size() const { return mOrder.size(); }
+  bool empty() const { return mOrder.empty(); }
 
   /// Walks the entries in storage order: for (auto [key, value] : map).
-  template <class Map, class Value>
+  template <class ValueType>
   class Iterator {
    public:
-    Iterator(Map& map, std::size_t position) : mpMap(&map), mPosition(position) {}
-    std::pair<const K&, Value&> operator*() const {
-      return {mpMap->mKeys[mPosition], *mpMap->mValues[mPosition]};
+    explicit Iterator(typename std::vector<Entry*>::const_iterator position)
+        : mPosition(position) {}
+    std::pair<const K&, ValueType&> operator*() const {
+      return {(*mPosition)->first, *(*mPosition)->second};
     }
     Iterator& operator++() {
       ++mPosition;
       return *this;
     }
-    bool operator==(const Iterator& other) const { return mPosition == other.mPosition; }
+    bool operator==(const Iterator& other) const = default;
 
    private:
-    Map* mpMap;
-    std::size_t mPosition;
+    typename std::vector<Entry*>::const_iterator mPosition;
   };
-  auto begin() { return Iterator<MyMap, V>(*this, 0); }
-  auto end() { return Iterator<MyMap, V>(*this, mKeys.size()); }
-  auto begin() const { return Iterator<const MyMap, const V>(*this, 0); }
-  auto end() const { return Iterator<const MyMap, const V>(*this, mKeys.size()); }
+  auto begin() { return Iterator<V>(mOrder.begin()); }
+  auto end() { return Iterator<V>(mOrder.end()); }
+  auto begin() const { return Iterator<const V>(mOrder.begin()); }
+  auto end() const { return Iterator<const V>(mOrder.end()); }
 
   /// Reorders the entries into ascending key order; values keep their addresses.
   void Sort() {
-    if (std::is_sorted(mKeys.begin(), mKeys.end())) {
-      return;
+    mOrder.clear();
+    for (Entry& entry : mEntries) {
+      mOrder.push_back(&entry);
     }
-    // The index is ordered by key already.
-    std::vector<K> keys;
-    std::vector<V*> values;
-    keys.reserve(mKeys.size());
-    values.reserve(mKeys.size());
-    for (auto& [key, position] : mIndex) {
-      keys.push_back(std::move(mKeys[position]));
-      values.push_back(mValues[position]);
-      position = values.size() - 1;
-    }
-    mKeys.swap(keys);
-    mValues.swap(values);
   }
 
   /// Takes out one entry after the other from the end, so that whoever walks the map while a value
   /// is being destroyed, as a report does that has everything written, finds only whole ones.
   void clear() {
-    mIndex.clear();
-    while (!mValues.empty()) {
-      V* value = mValues.back();
-      mValues.pop_back();
-      mKeys.pop_back();
-      std::destroy_at(value);
-      MyAllocatorProfiler::Release(value, 1);
+    while (!mOrder.empty()) {
+      const Value last = std::move(mOrder.back()->second);
+      mOrder.pop_back();
     }
+    mEntries.clear();
   }
 
   friend std::ostream& operator<<(std::ostream& os, const MyMap& map) {
@@ -160,13 +136,17 @@ class MyMap {
   }
 
  private:
-  template <class Vector>
-  static std::size_t GrownCapacity(const Vector& vector) {
-    return vector.size() < vector.capacity() ? vector.capacity()
-                                             : std::max<std::size_t>(4, 2 * vector.size());
+  template <class... Args>
+  static Value MakeValue(Args&&... args) {
+    V* const storage = MyAllocatorProfiler::Allocate<V>(1);
+    try {
+      return Value(::new (storage) V(std::forward<Args>(args)...));
+    } catch (...) {
+      MyAllocatorProfiler::Release(storage, 1);
+      throw;
+    }
   }
 
-  std::vector<K> mKeys;  // insertion order
-  std::vector<V*> mValues;
-  std::map<K, std::uint64_t> mIndex;  // key to position in both
+  std::map<K, Value> mEntries;
+  std::vector<Entry*> mOrder;  // the entries as they were inserted
 };
