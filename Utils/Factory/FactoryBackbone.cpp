@@ -1,7 +1,7 @@
 #include "Utils/Factory/FactoryBackbone.hpp"
 
-#include <algorithm>
-#include <sstream>
+#include <ranges>
+#include <vector>
 
 #include "Utils/ErrorHandling/CodeError.hpp"
 #include "Utils/ErrorHandling/MyAbort.hpp"
@@ -35,18 +35,6 @@ void WarnOfManyClasses(std::size_t count) {
 
 }  // namespace
 
-std::vector<FactoryBackbone::Entry>::const_iterator FactoryBackbone::LowerBound(
-    std::string_view id) const {
-  return std::lower_bound(
-      mEntries.begin(), mEntries.end(), id,
-      [](const Entry& entry, std::string_view wanted) { return entry.mID < wanted; });
-}
-
-const FactoryBackbone::Entry* FactoryBackbone::Find(std::string_view id) const {
-  const auto it = LowerBound(id);
-  return it != mEntries.end() && it->mID == id ? &*it : nullptr;
-}
-
 bool FactoryBackbone::Register(const std::string& id, CreateFunction function,
                                const std::string& help, const std::string& title) {
   if (ShouldInhibitFactoryRegistration(function)) {
@@ -57,24 +45,21 @@ bool FactoryBackbone::Register(const std::string& id, CreateFunction function,
           << sErrorEnd;
     MyAbort();
   }
-  mEntries.insert(LowerBound(id), Entry{id, function, help});
+  mEntries.emplace(id, Entry{function, help});
   mTitle = title;
   return true;
 }
 
 void FactoryBackbone::RegisterDeprecated(const std::string& id) {
-  const auto it = std::lower_bound(mDeprecated.begin(), mDeprecated.end(), id);
-  if (it == mDeprecated.end() || *it != id) {
-    mDeprecated.insert(it, id);
-  }
+  mDeprecated.insert(id);
 }
 
 CreateFunction FactoryBackbone::Retrieve(std::string_view id, const std::string& heading) const {
-  if (const Entry* entry = Find(id); entry != nullptr) {
+  if (const auto found = mEntries.find(id); found != mEntries.end()) {
     if (FactoryReporter::ReportingEnabled()) {
-      FactoryReporter::ReportClass(mTitle + " " + entry->mID);
+      FactoryReporter::ReportClass(mTitle + " " + found->first);
     }
-    return entry->mFunction;
+    return found->second.mFunction;
   }
   if (AsksForHelp(id)) {
     MyErr << "Known ClassIDs & Documentation:\n" << Help() << sErrorEnd;
@@ -86,31 +71,22 @@ CreateFunction FactoryBackbone::Retrieve(std::string_view id, const std::string&
   throw CodeError("", false);  // everything is said
 }
 
-bool FactoryBackbone::KeyIsDeprecated(std::string_view id) const {
-  return std::binary_search(mDeprecated.begin(), mDeprecated.end(), id);
-}
-
 MyVector<std::string> FactoryBackbone::RegisteredClassIDs() const {
   constexpr std::size_t implausible = 10000;
   if (mEntries.size() > implausible) {
     WarnOfManyClasses(mEntries.size());
   }
-  std::vector<std::string> ids;
-  ids.reserve(mEntries.size());
-  for (const Entry& entry : mEntries) {
-    ids.push_back(entry.mID);
-  }
-  return MyVector<std::string>(ids);
+  return MyVector<std::string>(MV::Sequence(std::views::keys(mEntries)));
 }
 
 MyVector<std::string> FactoryBackbone::DeprecatedClassIDs() const {
-  return MyVector<std::string>(mDeprecated);
+  return MyVector<std::string>(MV::Sequence(mDeprecated));
 }
 
 std::string FactoryBackbone::Help() const {
   std::string text;
-  for (const Entry& entry : mEntries) {
-    text += entry.mID + "\n" + entry.mHelp + (entry.mHelp.ends_with('\n') ? "" : "\n");
+  for (const auto& [id, entry] : mEntries) {
+    text += id + "\n" + entry.mHelp + (entry.mHelp.ends_with('\n') ? "" : "\n");
   }
   return text;
 }

@@ -3,9 +3,11 @@
 // objects through it.
 #pragma once
 
+#include <functional>
+#include <map>
+#include <set>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "Utils/Containers/MyVector.hpp"
 
@@ -44,8 +46,8 @@ class FactoryBackbone {
   /// known to MyErr, with their help if the ID asks for "help", and throws an empty CodeError.
   CreateFunction Retrieve(std::string_view id, const std::string& heading) const;
 
-  bool KeyExists(std::string_view id) const { return Find(id) != nullptr; }
-  bool KeyIsDeprecated(std::string_view id) const;
+  bool KeyExists(std::string_view id) const { return mEntries.contains(id); }
+  bool KeyIsDeprecated(std::string_view id) const { return mDeprecated.contains(id); }
   MyVector<std::string> RegisteredClassIDs() const;
   MyVector<std::string> DeprecatedClassIDs() const;
   /// Each ID with its help.
@@ -53,16 +55,12 @@ class FactoryBackbone {
 
  private:
   struct Entry {
-    std::string mID;
     CreateFunction mFunction;
     std::string mHelp;
   };
 
-  std::vector<Entry>::const_iterator LowerBound(std::string_view id) const;
-  const Entry* Find(std::string_view id) const;
-
-  std::vector<Entry> mEntries;  // ascending by ID
-  std::vector<std::string> mDeprecated;
+  std::map<std::string, Entry, std::less<>> mEntries;  // by ID
+  std::set<std::string, std::less<>> mDeprecated;
   std::string mTitle;
 };
 

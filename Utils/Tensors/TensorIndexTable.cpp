@@ -36,10 +36,6 @@ std::int64_t Choices(std::int64_t values, std::int64_t slots) {
   return choices;
 }
 
-std::string KeyOf(int dim, const std::string& symm) {
-  return std::to_string(dim) + ' ' + symm;
-}
-
 }  // namespace
 
 TensorIndexTable::TensorIndexTable(int dim, const std::string& symm) : mDim(dim) {
@@ -126,52 +122,19 @@ MyVector<int> ComputeIndex(std::ptrdiff_t flat, const MyVector<int>& extents) {
 }
 
 TensorIndexTableHolder::TensorIndexTableHolder(const TensorIndexTableHolder& other) {
-  // Tables that only others keep would be dropped at once.
-  for (const Table& table : other.mRecent) {
-    Add(std::make_shared<const TensorIndexTable>(*table));
+  for (const auto& [shape, table] : other.mTables) {
+    mTables.emplace(shape, std::make_shared<const TensorIndexTable>(*table));
   }
-}
-
-TensorIndexTableHolder& TensorIndexTableHolder::operator=(const TensorIndexTableHolder& other) {
-  TensorIndexTableHolder copy(other);
-  std::swap(mTables, copy.mTables);
-  std::swap(mSizeToSweep, copy.mSizeToSweep);
-  std::swap(mRecent, copy.mRecent);
-  return *this;
 }
 
 std::shared_ptr<const TensorIndexTable> TensorIndexTableHolder::Find(int dim,
                                                                      const std::string& symm) {
-  const auto known = mTables.find(KeyOf(dim, symm));
-  Table table = known == mTables.end() ? nullptr : known->second.lock();
-  if (table == nullptr) {
-    table = std::make_shared<const TensorIndexTable>(dim, symm);
-    Add(table);
-  } else {
-    KeepForAWhile(table);
-  }
-  return table;
-}
-
-void TensorIndexTableHolder::Add(const Table& table) {
-  if (mTables.size() >= mSizeToSweep) {
-    std::erase_if(mTables, [](const auto& entry) { return entry.second.expired(); });
-    mSizeToSweep = 2 * std::max(mTables.size(), sMaxRecent);
-  }
-  mTables[KeyOf(table->Dim(), table->Symmetry())] = table;
-  KeepForAWhile(table);
-}
-
-void TensorIndexTableHolder::KeepForAWhile(const Table& table) {
-  const auto found = std::find(mRecent.begin(), mRecent.end(), table);
-  if (found != mRecent.end()) {
-    std::rotate(found, found + 1, mRecent.end());
-    return;
-  }
-  if (mRecent.size() == sMaxRecent) {
-    mRecent.erase(mRecent.begin());
-  }
-  mRecent.push_back(table);
+  const std::pair shape(dim, symm);
+  const auto known = mTables.find(shape);
+  return known != mTables.end()
+             ? known->second
+             : mTables.emplace(shape, std::make_shared<const TensorIndexTable>(dim, symm))
+                   .first->second;
 }
 
 std::shared_ptr<const TensorIndexTable> FindTensorIndexTable(int dim, const std::string& symm) {

@@ -7,7 +7,7 @@
 #include <memory>
 #include <ostream>
 #include <string>
-#include <vector>
+#include <utility>
 
 #include "Utils/Containers/MyVector.hpp"
 
@@ -24,9 +24,9 @@ class TensorIndexTable {
   /// Shapes come from files: larger ones are taken for damage, not for tensors.
   static constexpr int MaxRank = 20;
   static constexpr int MaxFlatEntries = 1 << 20;
-  /// A file of a few bytes can name shapes at the limit by the dozen, so the component numbers of
-  /// larger shapes than this are not stored but worked out at every call of Index().
-  static constexpr int sMaxStoredEntries = 1 << 12;
+  /// A file can name a new shape in a few bytes, so the component numbers of larger shapes than
+  /// this (three dimensions and five indices have 243) are worked out at every call of Index().
+  static constexpr int sMaxStoredEntries = 1 << 8;
 
   /// Each of the symm.size() indices ranges over 0 ... dim-1. A scalar (empty symmetry) has no
   /// index, so any dimension will do. Fails, before anything is allocated,
@@ -86,30 +86,24 @@ std::ptrdiff_t ComputeIndex(const MyVector<int>& indices, const MyVector<int>& e
 /// Returns the index list that has this flat index. Fails if there is none.
 MyVector<int> ComputeIndex(std::ptrdiff_t flat, const MyVector<int>& extents);
 
-/// The tables of one thread: all that somebody keeps, and the last few that were asked for. Others
-/// are dropped. A copy has tables of its own, so that it can be handed to another thread.
+/// The tables of one thread. A copy has tables of its own, so that it can be handed to another
+/// thread.
 class TensorIndexTableHolder {
  public:
   TensorIndexTableHolder() = default;
   TensorIndexTableHolder(const TensorIndexTableHolder& other);
-  TensorIndexTableHolder& operator=(const TensorIndexTableHolder& other);
+  TensorIndexTableHolder& operator=(TensorIndexTableHolder other) noexcept {
+    mTables.swap(other.mTables);
+    return *this;
+  }
 
   /// The table for (dim, symm), built unless there is one; fails as its constructor does.
   std::shared_ptr<const TensorIndexTable> Find(int dim, const std::string& symm);
 
  private:
-  static constexpr std::size_t sMaxRecent = 16;
-  using Table = std::shared_ptr<const TensorIndexTable>;
-
-  void Add(const Table& table);
-  void KeepForAWhile(const Table& table);
-
-  std::map<std::string, std::weak_ptr<const TensorIndexTable>> mTables;  // by "<dim> <symm>"
-  std::size_t mSizeToSweep = 2 * sMaxRecent;  // of mTables: dropped ones are then taken out of it
-  std::vector<Table> mRecent;                 // the last one asked for at the end
+  std::map<std::pair<int, std::string>, std::shared_ptr<const TensorIndexTable>> mTables;
 };
 
-/// The calling thread's table for (dim, symm): one and the same on every call while somebody keeps
-/// it. Whoever keeps the pointer keeps the table, also beyond the end of the thread. Not to be
-/// called while static objects are destroyed, when the tables of the main thread are gone.
+/// The calling thread's table for (dim, symm): one and the same on every call. Whoever keeps the
+/// pointer keeps the table, also beyond the end of the thread.
 std::shared_ptr<const TensorIndexTable> FindTensorIndexTable(int dim, const std::string& symm);
