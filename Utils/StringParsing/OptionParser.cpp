@@ -22,23 +22,11 @@ std::string BannerLine(std::string banner) {
   return banner + "\n";
 }
 
-// The names under which types appear in reports.
-template <class T>
-constexpr const char* sTypeName = nullptr;
-template <>
-constexpr const char* sTypeName<int> = "int";
-template <>
-constexpr const char* sTypeName<double> = "double";
-template <>
-constexpr const char* sTypeName<bool> = "bool";
-template <>
-constexpr const char* sTypeName<char> = "char";
-template <>
-constexpr const char* sTypeName<std::string> = "std::string";
-template <>
-constexpr const char* sTypeName<MyVector<std::string>> = "MyVector<std::string>";
-
 }  // namespace
+
+// The name under which a type appears in reports.
+template <class T>
+static const char* TypeName();
 
 OptionParser::OptionParser(const std::string& options, const std::string& help, bool checkUnused)
     : mCheckUnused(checkUnused),
@@ -168,7 +156,7 @@ template <class T>
 T OptionParser::Get(const std::string& key) const {
   CheckKeyExists(key);
   T value{};
-  SimpleConvert(mKeyValueMap[key], ConversionContext(key, sTypeName<T>), value);
+  SimpleConvert(mKeyValueMap[key], ConversionContext(key, TypeName<T>()), value);
   mKeyWasUsed[key] = true;
   return value;
 }
@@ -250,6 +238,10 @@ void OptionParser::TerminateIfThereAreUnusedOptions() const {
 }
 
 #define INSTANTIATE(T)                                       \
+  template <>                                                \
+  const char* TypeName<T>() {                                \
+    return #T;                                               \
+  }                                                          \
   template T OptionParser::Get<T>(const std::string&) const; \
   template T OptionParser::Get<T>(const std::string&, const T&, bool) const;
 INSTANTIATE(std::string)

@@ -5,6 +5,8 @@
 #include <cmath>
 #include <cstddef>
 #include <numbers>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "Utils/ErrorHandling/Require.hpp"
@@ -53,14 +55,10 @@ std::string WhatIsRefused(const std::string& formula) {
       operandBefore = true;
       continue;
     }
+    if (std::string_view(" \t\n\r\v\f").find(c) != std::string_view::npos) {
+      continue;
+    }
     switch (c) {
-      case ' ':
-      case '\t':
-      case '\n':
-      case '\r':
-      case '\v':
-      case '\f':
-        continue;
       case '(':
         powerIsOpen.push_back(false);
         break;
@@ -98,46 +96,43 @@ std::string WhatIsRefused(const std::string& formula) {
 void DefineNames(mu::Parser& parser) {
   parser.ClearConst();
   parser.DefineConst("Pi", std::numbers::pi);
-  const struct {
-    const char* mName;
-    double (*mpFunction)(double);
-  } functions[] = {{"abs", std::fabs},
-                   {"fabs", std::fabs},
-                   {"sqrt", std::sqrt},
-                   {"cbrt", std::cbrt},
-                   {"exp", std::exp},
-                   {"exp2", std::exp2},
-                   {"expm1", std::expm1},
-                   {"ln", std::log},
-                   {"log", std::log},
-                   {"log2", std::log2},
-                   {"log10", std::log10},
-                   {"log1p", std::log1p},
-                   {"logb", std::logb},
-                   {"sin", std::sin},
-                   {"cos", std::cos},
-                   {"tan", std::tan},
-                   {"asin", std::asin},
-                   {"acos", std::acos},
-                   {"atan", std::atan},
-                   {"sinh", std::sinh},
-                   {"cosh", std::cosh},
-                   {"tanh", std::tanh},
-                   {"asinh", std::asinh},
-                   {"acosh", std::acosh},
-                   {"atanh", std::atanh},
-                   {"erf", std::erf},
-                   {"erfc", std::erfc},
-                   {"floor", std::floor},
-                   {"lgamma", std::lgamma},
-                   {"tgamma", std::tgamma},
-                   {"ceil", std::ceil},
-                   {"round", std::round},
-                   {"trunc", std::trunc},
-                   {"rint", std::rint},
-                   {"nearbyint", std::nearbyint}};
-  for (const auto& function : functions) {
-    parser.DefineFun(function.mName, function.mpFunction);
+  const std::pair<const char*, double (*)(double)> functions[] = {{"abs", std::fabs},
+                                                                  {"fabs", std::fabs},
+                                                                  {"sqrt", std::sqrt},
+                                                                  {"cbrt", std::cbrt},
+                                                                  {"exp", std::exp},
+                                                                  {"exp2", std::exp2},
+                                                                  {"expm1", std::expm1},
+                                                                  {"ln", std::log},
+                                                                  {"log", std::log},
+                                                                  {"log2", std::log2},
+                                                                  {"log10", std::log10},
+                                                                  {"log1p", std::log1p},
+                                                                  {"logb", std::logb},
+                                                                  {"sin", std::sin},
+                                                                  {"cos", std::cos},
+                                                                  {"tan", std::tan},
+                                                                  {"asin", std::asin},
+                                                                  {"acos", std::acos},
+                                                                  {"atan", std::atan},
+                                                                  {"sinh", std::sinh},
+                                                                  {"cosh", std::cosh},
+                                                                  {"tanh", std::tanh},
+                                                                  {"asinh", std::asinh},
+                                                                  {"acosh", std::acosh},
+                                                                  {"atanh", std::atanh},
+                                                                  {"erf", std::erf},
+                                                                  {"erfc", std::erfc},
+                                                                  {"floor", std::floor},
+                                                                  {"lgamma", std::lgamma},
+                                                                  {"tgamma", std::tgamma},
+                                                                  {"ceil", std::ceil},
+                                                                  {"round", std::round},
+                                                                  {"trunc", std::trunc},
+                                                                  {"rint", std::rint},
+                                                                  {"nearbyint", std::nearbyint}};
+  for (const auto& [name, function] : functions) {
+    parser.DefineFun(name, function);
   }
 }
 

@@ -14,10 +14,6 @@ std::string WithoutTrailingSlashes(const std::string& path) {
   return path.substr(0, path.find_last_not_of('/') + 1);  // npos + 1 is 0
 }
 
-struct FreeStorage {
-  void operator()(char* storage) const { free(storage); }
-};
-
 }  // namespace
 
 std::string GetFilenameFromPath(const std::string& path) {
@@ -39,7 +35,7 @@ std::string GetDirectoryFromPath(const std::string& path) {
 }
 
 std::string Realpath(const std::string& path) {
-  const std::unique_ptr<char, FreeStorage> status(realpath(path.c_str(), nullptr));
+  const std::unique_ptr<char, decltype(&free)> status(realpath(path.c_str(), nullptr), &free);
   const int errnum = errno;  // before building the message can change it
   REQUIRE(status, "Conversion with realpath failed on path: " << path << ": " << StrError(errnum));
   return status.get();
