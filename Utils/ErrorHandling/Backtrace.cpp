@@ -28,10 +28,14 @@ bool IsSuppressed() {
   return value != nullptr && *value != '\0';
 }
 
-// Returns the frames from the one with this return address outwards, less `skip` frames. The
-// address is found rather than counted, for a sanitizer puts frames of its own on top.
-std::span<void* const> FramesFrom(const Frames& frames, int count, void* caller, int skip) {
-  const auto end = frames.begin() + count;
+// Returns the frames from the one with this return address outwards, less `skip` frames; none if
+// they were asked for before, as `isTaken` says, or are not wanted. The address is found rather
+// than counted, for a sanitizer puts frames of its own on top.
+std::span<void* const> TakeFrames(bool& isTaken, Frames& frames, void* caller, int skip) {
+  if (std::exchange(isTaken, true) || IsSuppressed()) {
+    return {};
+  }
+  const auto end = frames.begin() + backtrace(frames.data(), sMaxFrames);
   auto first = std::find(frames.begin(), end, caller);
   first = first == end ? frames.begin() : first;
   return {first + std::clamp<std::ptrdiff_t>(skip, 0, end - first), end};
@@ -94,13 +98,9 @@ std::string Vexa::Demangle(const char* name) {
 
 [[gnu::noinline]] std::string Backtrace(int skipFrames) {
   static bool sInBacktrace = false;
-  if (std::exchange(sInBacktrace, true) || IsSuppressed()) {
-    return "";
-  }
   Frames frames;
-  const int count = backtrace(frames.data(), sMaxFrames);
   try {
-    return Table(FramesFrom(frames, count, __builtin_return_address(0), skipFrames));
+    return Table(TakeFrames(sInBacktrace, frames, __builtin_return_address(0), skipFrames));
   } catch (const std::bad_alloc&) {
     return "";  // a report without it is better than none
   }
@@ -108,13 +108,9 @@ std::string Vexa::Demangle(const char* name) {
 
 [[gnu::noinline]] void PrintSimpleBacktrace(int skipFrames) {
   static bool sInBacktrace = false;
-  if (std::exchange(sInBacktrace, true) || IsSuppressed()) {
-    return;
-  }
   Frames frames;
-  const int count = backtrace(frames.data(), sMaxFrames);
   const std::span<void* const> shown =
-      FramesFrom(frames, count, __builtin_return_address(0), skipFrames);
+      TakeFrames(sInBacktrace, frames, __builtin_return_address(0), skipFrames);
   const SigpipeHeldBack guard;
   backtrace_symbols_fd(shown.data(), static_cast<int>(shown.size()), STDERR_FILENO);
 }

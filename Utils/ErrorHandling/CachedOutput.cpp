@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <atomic>
 #include <csignal>
-#include <exception>
 #include <vector>
 
+#include "Utils/ErrorHandling/FirstFailure.hpp"
 #include "Utils/ErrorHandling/MyAbort.hpp"
 #include "Utils/ErrorHandling/ParallelRuntime.hpp"
 
@@ -76,21 +76,15 @@ void CachedOutputObject::Unregister() noexcept {
 
 void CachedOutput::FlushCachedOutput() {
   const Flushing flushing;
-  std::exception_ptr failure;
+  FirstFailure failure;
   // Writing may register objects or unregister some, so each is looked up before its turn.
   for (const CachedOutputObject* object : std::vector(Objects())) {
     if (std::find(Objects().begin(), Objects().end(), object) == Objects().end()) {
       continue;
     }
-    try {
-      object->WriteCache();
-    } catch (...) {
-      failure = failure == nullptr ? std::current_exception() : failure;
-    }
+    failure.Try([object] { object->WriteCache(); });
   }
-  if (failure != nullptr) {
-    std::rethrow_exception(failure);
-  }
+  failure.Throw();
 }
 
 void CachedOutput::SayIfWritten() {

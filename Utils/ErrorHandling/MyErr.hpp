@@ -28,6 +28,10 @@ class MyErrProxy {
   /// Opens the error file, and begins the line on standard error with ProcID_() once this process
   /// has a rank.
   MyErrProxy();
+  template <class T>
+  explicit MyErrProxy(const T& first) : MyErrProxy() {
+    Output(first);
+  }
   MyErrProxy(const MyErrProxy&) = delete;
   MyErrProxy& operator=(const MyErrProxy&) = delete;
   ~MyErrProxy();
@@ -68,17 +72,13 @@ class MyErrProxy {
 
 struct MyErrType {
   /// The proxy is made for the statement and lives as long.
-  struct Begun : MyErrProxy {
-    template <class T>
-    explicit Begun(const T& x) {
-      Output(x);
-    }
-  };
   template <class T>
-  Begun operator<<(const T& x) const {
-    return Begun(x);
+  MyErrProxy operator<<(const T& x) const {
+    return MyErrProxy(x);
   }
-  Begun operator<<(std::ostream& (*manipulator)(std::ostream&)) const { return Begun(manipulator); }
+  MyErrProxy operator<<(std::ostream& (*manipulator)(std::ostream&)) const {
+    return MyErrProxy(manipulator);
+  }
 };
 
 inline constexpr MyErrType MyErr{};

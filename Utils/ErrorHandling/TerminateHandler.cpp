@@ -85,24 +85,20 @@ void TerminateHandler() {
   } catch (const CodeError& error) {
     CodeError::ReportDisplaced(&error);
     MyErr << error.Message();
-    MyAbort();
   } catch (const std::bad_alloc&) {
     CodeError::ReportDisplaced(nullptr);
     ReportBadAlloc();
-    MyAbort();
   } catch (const std::bad_cast&) {
     CodeError::ReportDisplaced(nullptr);
     ReportBadCast();
-    MyAbort();
   } catch (const std::exception& error) {
     CodeError::ReportDisplaced(nullptr);
     ReportStandardException(error);
-    MyAbort();
   } catch (...) {
     CodeError::ReportDisplaced(nullptr);
     ReportUnknownException();
-    MyAbort();
   }
+  MyAbort();
 }
 
 void DumbTerminateHandler() {
