@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <bit>
 #include <cerrno>
+#include <new>
 #include <utility>
 #include <vector>
 
@@ -79,15 +80,10 @@ void ClearWriteMark(FilePieces::Bytes& beginning) {
 // are called past the library's interface: that would clear the stack of errors and print it twice.
 class File : public H5FD_t {
  public:
-  File(H5FD_t* below, bool isNew)
-      : H5FD_t{},
-        mpBelow(below),
-        mHasContent(!isNew),
-        mEnd(FileEnd()),
-        mCommittedEnd(isNew ? 0 : mEnd) {}
+  explicit File(H5FD_t* below) : H5FD_t{}, mpBelow(below), mEnd(FileEnd()), mCommittedEnd(mEnd) {}
 
   H5FD_t* Below() const { return mpBelow; }
-  haddr_t End() const { return mEnd; }
+  haddr_t End(H5FD_mem_t) { return mEnd; }
 
   herr_t Read(H5FD_mem_t type, hid_t dxpl_id, haddr_t address, std::size_t size, void* buffer) {
     const herr_t err = mpBelow->cls->read(mpBelow, type, dxpl_id, address, size, buffer);
@@ -105,10 +101,10 @@ class File : public H5FD_t {
     }
     mEnd = std::max(mEnd, address + size);
     const bool passes =
-        mHasContent && address >= mCommittedEnd && size >= FilePieces::sBytesWorthAWrite;
+        HasContent() && address >= mCommittedEnd && size >= FilePieces::sBytesWorthAWrite;
     if (!passes || mPending.Overlaps(address, size)) {
       mPending.Write(address, bytes, size);
-      return mPending.Size() > sMostPendingBytes && mHasContent ? EmitEarly(dxpl_id) : 0;
+      return mPending.Size() > sMostPendingBytes && HasContent() ? EmitEarly(dxpl_id) : 0;
     }
     const herr_t err = mpBelow->cls->write(mpBelow, type, dxpl_id, address, size, bytes);
     // The library's metadata already lead to what is missing, a chunk with earlier rows among it.
@@ -116,9 +112,10 @@ class File : public H5FD_t {
     return err;
   }
 
-  void Truncate(haddr_t end) {
-    mPending.Cut(end);
-    mEnd = end;
+  herr_t Truncate(hid_t, hbool_t) {
+    mEnd = mpBelow->cls->get_eoa(mpBelow, H5FD_MEM_DEFAULT);
+    mPending.Cut(mEnd);
+    return 0;
   }
 
   herr_t Commit(hid_t dxpl_id, hbool_t isClosing) {
@@ -137,8 +134,10 @@ class File : public H5FD_t {
   }
 
  private:
+  bool HasContent() const { return mCommittedEnd > 0; }
+
   herr_t TryToCommit(hid_t dxpl_id, hbool_t isClosing) {
-    if (!mHasContent) {
+    if (!HasContent()) {
       // The library flushes a superblock before there is a group, which nobody could open.
       if (mEnd <= sSuperblockBytes) {
         return 0;
@@ -147,15 +146,13 @@ class File : public H5FD_t {
         return -1;
       }
     }
-    FilePieces fresh = mHasContent ? mPending.TakeFrom(mCommittedEnd) : FilePieces();
-    if ((mHasContent && TakeRoom() < 0) || Emit(fresh, dxpl_id) < 0 ||
-        (mHasContent && FileEnd() < mEnd &&
-         mpBelow->cls->truncate(mpBelow, dxpl_id, isClosing) < 0) ||
+    FilePieces fresh = mPending.TakeFrom(mCommittedEnd);
+    if (TakeRoom() < 0 || Emit(fresh, dxpl_id) < 0 ||
+        (FileEnd() < mEnd && mpBelow->cls->truncate(mpBelow, dxpl_id, isClosing) < 0) ||
         Emit(mPending, dxpl_id) < 0 ||
         (FileEnd() > mEnd && mpBelow->cls->truncate(mpBelow, dxpl_id, isClosing) < 0)) {
       return -1;
     }
-    mHasContent = true;
     mCommittedEnd = mEnd;
     return mpBelow->cls->flush == nullptr ? 0 : mpBelow->cls->flush(mpBelow, dxpl_id, isClosing);
   }
@@ -186,13 +183,9 @@ class File : public H5FD_t {
 
   // Writes all that is held in one piece, the unused end of the file included, or nothing of it.
   herr_t CommitFirst(hid_t dxpl_id) {
-    const FilePieces::Bytes rest(std::max(mEnd, FileEnd()) - FileEnd(), 0);
-    FilePieces all;
-    all.Write(FileEnd(), rest.data(), rest.size());
-    for (const auto& [address, bytes] : mPending.All()) {
-      all.Write(address, bytes.data(), bytes.size());
-    }
-    mPending = std::move(all);
+    FilePieces::Bytes all(mEnd);
+    mPending.Overlay(0, all.data(), all.size());
+    mPending.Write(0, all.data(), all.size());
     const int descriptor = Descriptor();
     struct stat status {};
     // Where nobody uses locks, another process may have taken the same empty file for its own.
@@ -200,6 +193,7 @@ class File : public H5FD_t {
       return -1;
     }
     const herr_t err = Emit(mPending, dxpl_id);
+    mCommittedEnd = err < 0 ? 0 : mEnd;
     return err < 0 && ftruncate(descriptor, 0) != 0 ? -1 : err;
   }
 
@@ -239,31 +233,49 @@ class File : public H5FD_t {
   }
 
   H5FD_t* mpBelow;
-  bool mHasContent;  // the file on disk, for a reader
-  haddr_t mEnd;      // of the file as the library sees it
-  haddr_t mCommittedEnd;
+  haddr_t mEnd;              // of the file as the library sees it
+  haddr_t mCommittedEnd;     // of the file as a reader sees it: 0 while it has no content
   bool mLacksBytes = false;  // some that the library wrote since the last flush
   bool mHasFailed = false;   // at the last flush
   FilePieces mPending;
 };
 
-File& FileOf(H5FD_t* file) {
-  return *static_cast<File*>(file);
+File& FileOf(const H5FD_t* file) {
+  return *static_cast<File*>(const_cast<H5FD_t*>(file));
 }
 
 H5FD_t* BelowOf(const H5FD_t* file) {
-  return static_cast<const File*>(file)->Below();
+  return FileOf(file).Below();
 }
 
-// No exception may pass through the library.
-template <class Function>
-herr_t Guarded(const Function& function) {
-  try {
-    return function();
-  } catch (...) {
-    return -1;
+// Makes a function of a driver of a member of File. No exception may pass through the library.
+template <auto Member>
+struct OfFile;
+
+template <class Result, class... Arguments, Result (File::*Member)(Arguments...)>
+struct OfFile<Member> {
+  template <class AnyFile>
+  static Result Call(AnyFile* file, Arguments... arguments) {
+    try {
+      return (FileOf(file).*Member)(arguments...);
+    } catch (...) {
+      return static_cast<Result>(-1);
+    }
   }
-}
+};
+
+// Makes a function of this driver of the one that the library's own driver has.
+template <auto Member>
+struct Forwarded;
+
+template <class Result, class AnyFile, class... Arguments,
+          Result (*H5FD_class_t::*Member)(AnyFile*, Arguments...)>
+struct Forwarded<Member> {
+  static Result Call(AnyFile* file, Arguments... arguments) {
+    H5FD_t* const below = BelowOf(file);
+    return (below->cls->*Member)(below, arguments...);
+  }
+};
 
 H5FD_t* OpenBelow(const char* name, unsigned flags, haddr_t maxAddress) {
   // The library prints its errors once more on the way up.
@@ -285,66 +297,23 @@ H5FD_t* Open(const char* name, unsigned flags, hid_t, haddr_t maxAddress) {
   if (below == nullptr) {
     return nullptr;
   }
-  const bool isNew = below->cls->get_eof(below, H5FD_MEM_DEFAULT) == 0;
-  if (mustBeEmpty && !isNew) {
+  const bool isEmpty = below->cls->get_eof(below, H5FD_MEM_DEFAULT) == 0;
+  H5FD_t* const file = mustBeEmpty && !isEmpty ? nullptr : new (std::nothrow) File(below);
+  if (file == nullptr) {
     H5FDclose(below);
-    return nullptr;
   }
-  try {
-    return new File(below, isNew);
-  } catch (...) {
-    H5FDclose(below);
-    return nullptr;
-  }
+  return file;
 }
 
 herr_t Close(H5FD_t* file) {
   // What is held after a failed flush is not whole, and goes no further.
-  const herr_t rest = Guarded([file] { return FileOf(file).CommitRest(); });
+  const herr_t rest = OfFile<&File::CommitRest>::Call(file);
   // A call of the library's interface clears its stack of errors, which is put back.
   const hid_t errors_id = H5Eget_current_stack();
   const herr_t err = std::min(H5FDclose(BelowOf(file)), rest);
   delete &FileOf(file);
   H5Eset_current_stack(errors_id);
   return err;
-}
-
-// Makes a function of this driver of the one that the library's own driver has.
-template <auto Member>
-struct Forwarded;
-
-template <class Result, class AnyFile, class... Arguments,
-          Result (*H5FD_class_t::*Member)(AnyFile*, Arguments...)>
-struct Forwarded<Member> {
-  static Result Call(AnyFile* file, Arguments... arguments) {
-    H5FD_t* const below = BelowOf(file);
-    return (below->cls->*Member)(below, arguments...);
-  }
-};
-
-// Fills in the functions that move bytes.
-void SetTransfer(H5FD_class_t& driver) {
-  driver.get_eoa = Forwarded<&H5FD_class_t::get_eoa>::Call;
-  driver.set_eoa = Forwarded<&H5FD_class_t::set_eoa>::Call;
-  driver.get_eof = [](const H5FD_t* file, H5FD_mem_t) {
-    return static_cast<const File*>(file)->End();
-  };
-  driver.get_handle = Forwarded<&H5FD_class_t::get_handle>::Call;
-  driver.read = [](H5FD_t* file, H5FD_mem_t type, hid_t dxpl_id, haddr_t address, std::size_t size,
-                   void* buffer) {
-    return FileOf(file).Read(type, dxpl_id, address, size, buffer);
-  };
-  driver.write = [](H5FD_t* file, H5FD_mem_t type, hid_t dxpl_id, haddr_t address, std::size_t size,
-                    const void* buffer) {
-    return Guarded([&] { return FileOf(file).Write(type, dxpl_id, address, size, buffer); });
-  };
-  driver.flush = [](H5FD_t* file, hid_t dxpl_id, hbool_t isClosing) {
-    return Guarded([&] { return FileOf(file).Commit(dxpl_id, isClosing); });
-  };
-  driver.truncate = [](H5FD_t* file, hid_t, hbool_t) {
-    FileOf(file).Truncate(file->cls->get_eoa(file, H5FD_MEM_DEFAULT));
-    return 0;
-  };
 }
 
 H5FD_class_t MakeClass() {
@@ -362,12 +331,17 @@ H5FD_class_t MakeClass() {
     return BelowOf(a)->cls->cmp(BelowOf(a), BelowOf(b));
   };
   driver.query = [](const H5FD_t* file, unsigned long* flags) {
-    if (file == nullptr) {
-      return H5FDdriver_query(H5FD_SEC2, flags);
-    }
-    return BelowOf(file)->cls->query(BelowOf(file), flags);
+    return file == nullptr ? H5FDdriver_query(H5FD_SEC2, flags)
+                           : BelowOf(file)->cls->query(BelowOf(file), flags);
   };
-  SetTransfer(driver);
+  driver.get_eoa = Forwarded<&H5FD_class_t::get_eoa>::Call;
+  driver.set_eoa = Forwarded<&H5FD_class_t::set_eoa>::Call;
+  driver.get_eof = OfFile<&File::End>::Call;
+  driver.get_handle = Forwarded<&H5FD_class_t::get_handle>::Call;
+  driver.read = OfFile<&File::Read>::Call;
+  driver.write = OfFile<&File::Write>::Call;
+  driver.flush = OfFile<&File::Commit>::Call;
+  driver.truncate = OfFile<&File::Truncate>::Call;
   driver.lock = Forwarded<&H5FD_class_t::lock>::Call;
   driver.unlock = Forwarded<&H5FD_class_t::unlock>::Call;
   // Room that is given up is reused as under the driver below.

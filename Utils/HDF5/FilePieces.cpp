@@ -62,15 +62,11 @@ void FilePieces::Overlay(haddr_t address, unsigned char* bytes, std::size_t size
 }
 
 void FilePieces::Cut(haddr_t end) {
-  while (!mPieces.empty() && End(*mPieces.rbegin()) > end) {
-    const auto last = std::prev(mPieces.end());
-    mSize -= last->second.size();
-    if (last->first >= end) {
-      mPieces.erase(last);
-    } else {
-      last->second.resize(end - last->first);
-      mSize += last->second.size();
-    }
+  TakeFrom(end);
+  if (!mPieces.empty() && End(*mPieces.rbegin()) > end) {
+    auto& [address, bytes] = *mPieces.rbegin();
+    mSize -= address + bytes.size() - end;
+    bytes.resize(end - address);
   }
 }
 
@@ -79,9 +75,7 @@ FilePieces FilePieces::TakeFrom(haddr_t begin) {
   for (auto piece = mPieces.lower_bound(begin); piece != mPieces.end();) {
     taken.mSize += piece->second.size();
     mSize -= piece->second.size();
-    const auto next = std::next(piece);
-    taken.mPieces.insert(mPieces.extract(piece));
-    piece = next;
+    taken.mPieces.insert(mPieces.extract(piece++));
   }
   return taken;
 }
