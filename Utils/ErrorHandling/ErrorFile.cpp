@@ -4,13 +4,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
 #include <cstring>
-#include <iomanip>
 #include <new>
-#include <sstream>
 
 #include "Utils/ErrorHandling/ParallelRuntime.hpp"
 #include "Utils/Process/RunInformation.hpp"
@@ -94,26 +93,17 @@ const char* OpenObjection(int error) {
 
 Vexa::ErrorFile::ErrorFile() {
   try {
-    mDescriptor = Open(Path().c_str());
+    mDescriptor = Vexa::Descriptor(Open(Path().c_str()));
     mpReason = mDescriptor < 0 ? OpenObjection(errno) : Objection(mDescriptor);
   } catch (const std::bad_alloc&) {
     mpReason = strerrordesc_np(ENOMEM);
   }
 }
 
-Vexa::ErrorFile::~ErrorFile() {
-  if (mDescriptor >= 0) {
-    close(mDescriptor);
-  }
-}
-
 std::string Vexa::ErrorFile::Path() {
-  const Vexa::ParallelRuntime& runtime = Vexa::ParallelRuntime::Instance();
-  std::ostringstream path;
-  path.exceptions(std::ios_base::badbit);
-  path << RunDirectory() << "/Errors" << std::setw(3) << std::setfill('0')
-       << (runtime.IsInitialized() ? runtime.Rank() : 0) << ".txt";
-  return path.str();
+  const std::string rank = std::to_string(Vexa::ParallelRuntime::Instance().Rank());
+  const std::size_t digits = std::max<std::size_t>(rank.size(), 3);
+  return RunDirectory() + "/Errors" + std::string(digits - rank.size(), '0') + rank + ".txt";
 }
 
 bool Vexa::ErrorFile::IsFirstFailure() {

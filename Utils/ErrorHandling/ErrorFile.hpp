@@ -5,6 +5,8 @@
 #include <string>
 #include <string_view>
 
+#include "Utils/Process/Files.hpp"
+
 namespace Vexa {
 
 /// The file is open for appending from its construction to its destruction, if it can be had: it
@@ -14,9 +16,6 @@ namespace Vexa {
 class ErrorFile {
  public:
   ErrorFile();
-  ErrorFile(const ErrorFile&) = delete;
-  ErrorFile& operator=(const ErrorFile&) = delete;
-  ~ErrorFile();
 
   void Append(std::string_view text);
 
@@ -32,7 +31,7 @@ class ErrorFile {
   static std::string Path();
   static bool IsFirstFailure();
 
-  int mDescriptor = -1;
+  Descriptor mDescriptor;
   const char* mpReason = nullptr;  // why not all is in the file
 };
 

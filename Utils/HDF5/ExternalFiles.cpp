@@ -44,12 +44,8 @@ std::string FilenameOf(hid_t id) {
 }
 
 void Collect(const std::string& path, Stamps& files) {
-  const Followed& followed = TheFollowed();
-  const auto children = followed.mChildren.find(path);
-  if (children == followed.mChildren.end()) {
-    return;
-  }
-  for (const std::string& child : children->second) {
+  Followed& followed = TheFollowed();
+  for (const std::string& child : followed.mChildren[path]) {
     const auto stamp = followed.mStamps.find(child);
     if (files.emplace(child, stamp == followed.mStamps.end() ? "" : stamp->second).second) {
       Collect(child, files);

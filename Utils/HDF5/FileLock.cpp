@@ -2,16 +2,17 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
 #include <thread>
+#include <utility>
 
 #include "Utils/ErrorHandling/CachedOutput.hpp"
 #include "Utils/ErrorHandling/MyErr.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/HDF5/Handle.hpp"
+#include "Utils/HDF5/Library.hpp"
 #include "Utils/Process/Printable.hpp"
 
 namespace Vexa_H5 {
@@ -57,23 +58,12 @@ hid_t PassReaders([[maybe_unused]] const std::string& path, [[maybe_unused]] con
   return file_id;
 }
 
-void Announce(const std::string& path, LockWait::Clock::duration wait) {
-  MyErr << "File '" << Vexa::Printable(path) << "' is open in another program; waiting up to "
-        << std::chrono::ceil<std::chrono::seconds>(wait).count() << " s for it\n";
-}
-
 }  // namespace
 
 SharedLock::SharedLock(const std::string& path)
     : mDescriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
-  if (mDescriptor >= 0 && flock(mDescriptor, LOCK_SH | LOCK_NB) != 0) {
-    close(std::exchange(mDescriptor, -1));
-  }
-}
-
-SharedLock::~SharedLock() {
-  if (mDescriptor >= 0) {
-    close(mDescriptor);
+  if (flock(mDescriptor, LOCK_SH | LOCK_NB) != 0) {
+    mDescriptor = Vexa::Descriptor();
   }
 }
 
@@ -93,22 +83,15 @@ LockWait LockWait::Patient() {
 }
 
 std::optional<int> SystemErrorOf(std::string_view call) {
-  struct Search {
-    std::string_view mCall;
-    std::optional<int> mFound;
-  } search{call, std::nullopt};
-  const auto look = [](unsigned, const H5E_error2_t* error, void* data) -> herr_t {
-    auto& wanted = *static_cast<Search*>(data);
-    const std::string_view text = error->desc == nullptr ? "" : error->desc;
+  std::optional<int> found;
+  for (const std::string& text : ErrorDescriptions(H5E_DEFAULT)) {
     constexpr std::string_view before = "errno = ";
     const std::size_t at = text.find(before);
-    if (at != text.npos && text.find(wanted.mCall) != text.npos) {
-      wanted.mFound = std::atoi(text.data() + at + before.size());
+    if (at != text.npos && text.find(call) != text.npos) {
+      found = std::atoi(text.c_str() + at + before.size());
     }
-    return 0;
-  };
-  H5Ewalk2(H5E_DEFAULT, H5E_WALK_UPWARD, look, &search);
-  return search.mFound;
+  }
+  return found;
 }
 
 hid_t OpenPastLocks(const std::string& path, const Opener& open, hid_t fapl_id, LockWait* wait) {
@@ -127,7 +110,8 @@ hid_t OpenPastLocks(const std::string& path, const Opener& open, hid_t fapl_id, 
       return file_id >= 0 || wait->mMayStayLocked ? file_id : open(fapl_id);
     }
     if (!std::exchange(wait->mHasWaited, true)) {
-      Announce(path, wait->mUntil - now);
+      MyErr << "File '" << Vexa::Printable(path) << "' is open in another program; waiting up to "
+            << std::chrono::ceil<std::chrono::seconds>(wait->mUntil - now).count() << " s for it\n";
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
   }

@@ -11,7 +11,8 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <utility>
+
+#include "Utils/Process/Files.hpp"
 
 namespace Vexa_H5 {
 
@@ -22,16 +23,10 @@ class SharedLock {
   SharedLock() = default;
   /// Takes the lock if no program has the file open for writing, without waiting.
   explicit SharedLock(const std::string& path);
-  SharedLock(SharedLock&& other) noexcept : mDescriptor(std::exchange(other.mDescriptor, -1)) {}
-  SharedLock& operator=(SharedLock&& other) noexcept {
-    std::swap(mDescriptor, other.mDescriptor);
-    return *this;
-  }
-  ~SharedLock();
   bool IsTaken() const { return mDescriptor >= 0; }
 
  private:
-  int mDescriptor = -1;
+  Vexa::Descriptor mDescriptor;
 };
 
 /// A LockWait says what an opening for writing does about a lock, and then what came of it.

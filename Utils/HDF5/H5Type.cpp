@@ -1,38 +1,32 @@
 #include "Utils/HDF5/H5Type.hpp"
 
+#include <type_traits>
+
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/HDF5/Handle.hpp"
 
 using namespace Vexa_H5;
 
-template <>
-hid_t H5Type<double>() {
-  return H5T_NATIVE_DOUBLE;
+template <class T>
+hid_t H5Type() {
+  if constexpr (std::is_same_v<T, std::string>) {
+    DatatypeHandle type_id(H5Tcopy(H5T_C_S1));
+    REQUIRE(type_id>=0, "H5Tcopy failed");
+    const herr_t err = H5Tset_size(type_id, HdfConst::H5T_Variable());
+    REQUIRE(0==err, "H5Tset_size failed");
+    return type_id.Release();
+  } else {
+    return std::is_same_v<T, double>          ? H5T_NATIVE_DOUBLE
+           : std::is_same_v<T, int>           ? H5T_NATIVE_INT
+           : std::is_same_v<T, unsigned long> ? H5T_NATIVE_ULLONG
+                                              : H5T_NATIVE_SCHAR;
+  }
 }
-
-template <>
-hid_t H5Type<int>() {
-  return H5T_NATIVE_INT;
-}
-
-template <>
-hid_t H5Type<unsigned long>() {
-  return H5T_NATIVE_ULLONG;
-}
-
-template <>
-hid_t H5Type<char>() {
-  return H5T_NATIVE_SCHAR;
-}
-
-template <>
-hid_t H5Type<std::string>() {
-  DatatypeHandle type_id(H5Tcopy(H5T_C_S1));
-  REQUIRE(type_id>=0, "H5Tcopy failed");
-  const herr_t err = H5Tset_size(type_id, HdfConst::H5T_Variable());
-  REQUIRE(0==err, "H5Tset_size failed");
-  return type_id.Release();
-}
+template hid_t H5Type<double>();
+template hid_t H5Type<int>();
+template hid_t H5Type<unsigned long>();
+template hid_t H5Type<char>();
+template hid_t H5Type<std::string>();
 
 std::size_t HdfConst::H5T_Variable() {
   return H5T_VARIABLE;

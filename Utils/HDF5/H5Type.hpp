@@ -10,16 +10,6 @@
 /// every call and is closed by the caller; the others belong to the library.
 template <class T>
 hid_t H5Type();
-template <>
-hid_t H5Type<double>();
-template <>
-hid_t H5Type<int>();
-template <>
-hid_t H5Type<unsigned long>();
-template <>
-hid_t H5Type<char>();
-template <>
-hid_t H5Type<std::string>();
 
 namespace HdfConst {
 /// Returns the library's H5T_VARIABLE.

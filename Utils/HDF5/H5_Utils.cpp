@@ -90,24 +90,21 @@ hid_t MakeGuardedAccess(hid_t propertyListClass) {
   return list.Release();
 }
 
-hid_t MakeFileAccess(H5AccessType access, bool staysReadable) {
-  PropertyListHandle fapl_id(H5Pcreate(H5P_FILE_ACCESS));
-  REQUIRE(fapl_id>=0, "H5Pcreate(H5P_FILE_ACCESS) failed: " << hid_t(fapl_id));
-  set_libver_bounds(fapl_id);
-  const herr_t err = EvictOnClose(access == ReadOnly ? H5F_ACC_RDONLY : H5F_ACC_RDWR, fapl_id);
-  REQUIRE(err>=0, "H5Pset_evict_on_close failed: " << err);
-  if (staysReadable && access == ReadWrite) {
-    SetCommittingDriver(fapl_id);
-  }
-  return fapl_id.Release();
-}
-
 // Returns the property list with which files are opened. It is kept, since a simulation opens its
 // files again and again.
 hid_t FileAccess(H5AccessType access, bool staysReadable) {
   static KeptId lists[2][2];
-  return lists[access == ReadOnly ? 1 : 0][staysReadable ? 1 : 0].Get(
-      [&] { return MakeFileAccess(access, staysReadable); });
+  return lists[access == ReadOnly ? 1 : 0][staysReadable ? 1 : 0].Get([&] {
+    PropertyListHandle fapl_id(H5Pcreate(H5P_FILE_ACCESS));
+    REQUIRE(fapl_id>=0, "H5Pcreate(H5P_FILE_ACCESS) failed: " << hid_t(fapl_id));
+    set_libver_bounds(fapl_id);
+    const herr_t err = EvictOnClose(access == ReadOnly ? H5F_ACC_RDONLY : H5F_ACC_RDWR, fapl_id);
+    REQUIRE(err>=0, "H5Pset_evict_on_close failed: " << err);
+    if (staysReadable && access == ReadWrite) {
+      SetCommittingDriver(fapl_id);
+    }
+    return fapl_id.Release();
+  });
 }
 
 // This list is kept too, so that no call comes between a failing creation and what the library says
@@ -247,10 +244,8 @@ std::vector<hsize_t> Vexa_H5::Extents(hid_t space_id) {
   const int ndims = H5Sget_simple_extent_ndims(space_id);
   REQUIRE_FOR_CALLER(ndims>=0, "H5Sget_simple_extent_ndims failed");
   std::vector<hsize_t> dims(static_cast<std::size_t>(ndims));
-  if (ndims > 0) {
-    const int err = H5Sget_simple_extent_dims(space_id, dims.data(), nullptr);
-    REQUIRE_FOR_CALLER(err>=0, "H5Sget_simple_extent_dims failed");
-  }
+  const int err = H5Sget_simple_extent_dims(space_id, dims.data(), nullptr);
+  REQUIRE_FOR_CALLER(err>=0, "H5Sget_simple_extent_dims failed");
   return dims;
 }
 

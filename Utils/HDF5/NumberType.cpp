@@ -72,19 +72,15 @@ bool IsString(hid_t type_id) {
 // the property and two bytes, in eight.
 std::uint64_t BytesOfFillValue(hid_t cparms_id) {
 #if H5_VERSION_GE(1, 12, 0)
-  const auto encode = [cparms_id](void* to, std::size_t* size) {
-    return H5Pencode2(cparms_id, to, size, H5P_DEFAULT);
-  };
+  const auto encode = H5Pencode1;
 #else
-  const auto encode = [cparms_id](void* to, std::size_t* size) {
-    return H5Pencode(cparms_id, to, size);
-  };
+  const auto encode = H5Pencode;
 #endif
   std::size_t size = 0;
-  herr_t err = encode(nullptr, &size);
+  herr_t err = encode(cparms_id, nullptr, &size);
   REQUIRE_FOR_CALLER(err>=0, "H5Pencode failed");
   std::string list(size, '\0');
-  err = encode(list.data(), &size);
+  err = encode(cparms_id, list.data(), &size);
   REQUIRE_FOR_CALLER(err>=0, "H5Pencode failed");
   const std::string_view name("fill_value\0", 11);
   const std::size_t at = list.find(name);

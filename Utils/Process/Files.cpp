@@ -22,16 +22,11 @@ Status StatusOf(int descriptor) {
 }
 
 std::string StampFrom(const Status& status) {
-  std::string stamp;
-  if (status) {
-    for (const auto number :
-         {static_cast<long long>(status->st_dev), static_cast<long long>(status->st_ino),
-          static_cast<long long>(status->st_size), static_cast<long long>(status->st_mtim.tv_sec),
-          static_cast<long long>(status->st_mtim.tv_nsec)}) {
-      stamp += std::to_string(number) + " ";
-    }
-  }
-  return stamp;
+  using std::to_string;
+  return !status ? ""
+                 : to_string(status->st_dev) + " " + to_string(status->st_ino) + " " +
+                       to_string(status->st_size) + " " + to_string(status->st_mtim.tv_sec) + " " +
+                       to_string(status->st_mtim.tv_nsec);
 }
 
 }  // namespace
@@ -64,14 +59,14 @@ std::string Vexa::FileStamp(const std::string& path) {
   return StampFrom(StatusOf(path));
 }
 
-Vexa::FileDescriptor::FileDescriptor(int descriptor)
-    : mDescriptor(fcntl(descriptor, F_DUPFD_CLOEXEC, 0)) {}
-
-Vexa::FileDescriptor::~FileDescriptor() {
-  if (mDescriptor >= 0) {
-    close(mDescriptor);
+Vexa::Descriptor::~Descriptor() {
+  if (mNumber >= 0) {
+    close(mNumber);
   }
 }
+
+Vexa::FileDescriptor::FileDescriptor(int descriptor)
+    : mDescriptor(fcntl(descriptor, F_DUPFD_CLOEXEC, 0)) {}
 
 std::string Vexa::FileDescriptor::Stamp() const {
   return StampFrom(StatusOf(mDescriptor));
@@ -110,16 +105,9 @@ bool Vexa::FileDescriptor::HasName(const std::string& path) const {
 }
 
 int Vexa::FlushToDisk(const std::string& path) {
-  const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (descriptor < 0) {
-    return errno;
-  }
-  int error = fsync(descriptor) == 0 ? 0 : errno;
-  if (error == EINVAL && DirectoryExists(path)) {
-    error = 0;
-  }
-  close(descriptor);
-  return error;
+  const Descriptor descriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  const int error = descriptor < 0 || fsync(descriptor) != 0 ? errno : 0;
+  return error == EINVAL && DirectoryExists(path) ? 0 : error;
 }
 
 void Vexa::TakeStandardDescriptors() {

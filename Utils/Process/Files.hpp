@@ -36,16 +36,31 @@ std::optional<FileIdentity> IdentityOf(const std::string& path);
 /// another file takes its place or its contents are written to. It is empty if there is no file.
 std::string FileStamp(const std::string& path);
 
+/// Owns a descriptor, and closes it; a negative number is none.
+class Descriptor {
+ public:
+  Descriptor() = default;
+  explicit Descriptor(int number) : mNumber(number) {}
+  Descriptor(Descriptor&& other) noexcept : mNumber(std::exchange(other.mNumber, -1)) {}
+  Descriptor& operator=(Descriptor&& other) noexcept {
+    std::swap(mNumber, other.mNumber);
+    return *this;
+  }
+  ~Descriptor();
+
+  // A descriptor is passed where the system wants its number.
+  operator int() const { return mNumber; }  // NOLINT(google-explicit-constructor)
+
+ private:
+  int mNumber = -1;
+};
+
 /// A file that this process has open, whatever becomes of its name. Closing it elsewhere does not
 /// let it go.
 class FileDescriptor {
  public:
   /// Duplicates the descriptor. If that fails, so does every operation.
   explicit FileDescriptor(int descriptor);
-  FileDescriptor(FileDescriptor&& other) noexcept
-      : mDescriptor(std::exchange(other.mDescriptor, -1)) {}
-  FileDescriptor& operator=(FileDescriptor&&) = delete;
-  ~FileDescriptor();
 
   /// Returns the size of the file, or 0 if it is not known.
   std::uint64_t Bytes() const;
@@ -59,7 +74,7 @@ class FileDescriptor {
   bool HasName(const std::string& path) const;
 
  private:
-  int mDescriptor;
+  Descriptor mDescriptor;
 };
 
 /// Returns once the contents of the file, or the entries of the directory, are on the disk: 0, or

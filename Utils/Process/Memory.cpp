@@ -11,16 +11,13 @@
 #include <map>
 #include <sstream>
 
+#include "Utils/Process/Files.hpp"
 #include "Utils/Process/Formatting.hpp"
 
 std::uint64_t GetCurrentRSS() {
-  const int descriptor = open("/proc/self/statm", O_RDONLY | O_CLOEXEC);
-  if (descriptor < 0) {
-    return 0;
-  }
+  const Vexa::Descriptor descriptor(open("/proc/self/statm", O_RDONLY | O_CLOEXEC));
   std::array<char, 256> text{};
   const ssize_t length = read(descriptor, text.data(), text.size() - 1);
-  close(descriptor);
   long pages = 0;
   if (length <= 0 || std::sscanf(text.data(), "%*s%ld", &pages) != 1) {
     return 0;

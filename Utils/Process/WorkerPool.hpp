@@ -28,7 +28,7 @@ class TaskGroup {
   TaskGroup& operator=(const TaskGroup&) = delete;
 
   /// Hands the task over. When many tasks are waiting, whatever group they belong to, the caller
-  /// works on one first, so that what waiting tasks hold in memory is bounded.
+  /// works on one before this returns, so that what waiting tasks hold in memory is bounded.
   void Add(std::function<void()> task);
 
   /// Returns when all tasks have ended. If some threw, the exception of one of them is thrown on.
