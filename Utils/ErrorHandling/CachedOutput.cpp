@@ -31,12 +31,8 @@ class Flushing {
   const bool mWasFlushing = sIsFlushing.exchange(true);
 };
 
-void RequestFlush(int) {
-  sFlushRequested = true;
-}
-
-void RequestEnd(int) {
-  sEndRequested = true;
+void NoteRequest(int signal) {
+  (signal == SIGTERM ? sEndRequested : sFlushRequested) = true;
 }
 
 bool Install(int signal, void (*handler)(int)) {
@@ -47,7 +43,7 @@ bool Install(int signal, void (*handler)(int)) {
   return sigaction(signal, &action, nullptr) == 0;
 }
 
-[[maybe_unused]] const bool sHandlerInstalled = Install(SIGUSR2, RequestFlush);
+[[maybe_unused]] const bool sHandlerInstalled = Install(SIGUSR2, NoteRequest);
 
 // Whoever waits for the process sees by which signal it ended. The signal may be blocked in this
 // thread, since another one can have received it.
@@ -102,10 +98,8 @@ void CachedOutput::FlushCachedOutputOnAllProcessors() {
 
 void CachedOutput::FlushIfRequested() {
   const bool isEndRequested = sEndRequested.load(std::memory_order_relaxed);
-  if (!isEndRequested && !sFlushRequested.load(std::memory_order_relaxed)) {
-    return;
-  }
-  if (sIsFlushing || MyAbortCalled_UncleanShutdown()) {
+  const bool isRequested = isEndRequested || sFlushRequested.load(std::memory_order_relaxed);
+  if (!isRequested || sIsFlushing || MyAbortCalled_UncleanShutdown()) {
     return;
   }
   sFlushRequested = false;
@@ -118,7 +112,7 @@ void CachedOutput::FlushIfRequested() {
 }
 
 void CachedOutput::FlushAndEndOnSIGTERM() {
-  Install(SIGTERM, RequestEnd);
+  Install(SIGTERM, NoteRequest);
 }
 
 bool CachedOutput::IsEndRequested() {

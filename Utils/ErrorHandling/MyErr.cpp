@@ -34,11 +34,7 @@ MyErrProxy::MyErrProxy() {
   }
 }
 
-MyErrProxy::~MyErrProxy() {
-  mSinks.SayIfNotInFile();
-}
-
-void MyErrProxy::Sinks::SayIfNotInFile() {
+MyErrProxy::Sinks::~Sinks() {
   try {
     mFile.IfFailed([this](const std::string& path, const char* reason) {
       const SigpipeHeldBack guard;

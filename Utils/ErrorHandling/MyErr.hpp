@@ -34,7 +34,6 @@ class MyErrProxy {
   }
   MyErrProxy(const MyErrProxy&) = delete;
   MyErrProxy& operator=(const MyErrProxy&) = delete;
-  ~MyErrProxy();
 
   template <class T>
   MyErrProxy& Output(const T& x) {
@@ -54,7 +53,7 @@ class MyErrProxy {
   /// Passes on what is written to it at once. Neither it nor a stream on it allocates.
   class Sinks : public std::streambuf {
    public:
-    void SayIfNotInFile();
+    ~Sinks() override;
 
    private:
     std::streamsize xsputn(const char* text, std::streamsize length) override;

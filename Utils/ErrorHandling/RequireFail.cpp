@@ -18,10 +18,6 @@ std::string_view WithoutDirectory(std::string_view path) {
 
 }  // namespace
 
-void RequireFail(const char* condition, const char* file, int line, const std::string& message) {
-  RequireFail(condition, file, line, message, file);
-}
-
 void RequireFail(const char* condition, const char* file, int line, const std::string& message,
                  const char* sourceFile) {
   std::ostringstream report;
@@ -35,7 +31,8 @@ void RequireFail(const char* condition, const char* file, int line, const std::s
     report << (message.empty() || message.back() == '\n' ? "" : "\n") << context;
     const bool namesBoth =
         !Vexa::ReportContext::Dataset().empty() && !Vexa::ReportContext::File().empty();
-    if (namesBoth && Vexa::ReportLabel(file) != Vexa::ReportLabel(sourceFile)) {
+    if (namesBoth && sourceFile != nullptr &&
+        Vexa::ReportLabel(file) != Vexa::ReportLabel(sourceFile)) {
       report << " (" << WithoutDirectory(sourceFile) << ':' << line << ')';
     }
   }

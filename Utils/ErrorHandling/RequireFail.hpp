@@ -13,13 +13,11 @@
 
 /// Builds the framed report, raises SIGTRAP for a debugger, and throws CodeError; never returns.
 /// `file` is printed as given: a source file's name without directory and extension. The innermost
-/// ReportContext, if there is one, follows the message on a line of its own.
+/// ReportContext, if there is one, follows the message on a line of its own. If the condition
+/// stands in a source file that is known and `file` is another, a report that names an object and
+/// its file says on that line where the condition is: " (Columns.cpp:12)".
 [[noreturn]] void RequireFail(const char* condition, const char* file, int line,
-                              const std::string& message);
-/// The same for a condition that stands in `sourceFile`. If `file` is another, a report that names
-/// an object and its file says on that line where the condition is: " (Columns.cpp:12)".
-[[noreturn]] void RequireFail(const char* condition, const char* file, int line,
-                              const std::string& message, const char* sourceFile);
+                              const std::string& message, const char* sourceFile = nullptr);
 
 namespace Vexa {
 

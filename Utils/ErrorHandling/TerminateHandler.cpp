@@ -31,30 +31,6 @@ void ReportBadAlloc() {
   std::cerr << "#############################################################" << std::endl;
 }
 
-void ReportBadCast() {
-  MyErr << "\n########## std::bad_cast caught in TerminateHandler ##########\n"
-        << "dynamic_cast<.> to a reference failed.\n"
-        << Backtrace(1) << "##############################################################\n";
-}
-
-void ReportStandardException(const std::exception& error) {
-  MyErr << "\n########################   ERROR   ###########################\n"
-        << "TerminateHandler: std::exception (or class derived from it) "
-        << "caught\n"
-        << error.what() << "\n"
-        << Backtrace(1) << "################################################################"
-        << std::endl;
-}
-
-void ReportUnknownException() {
-  MyErr << "\n#########################   ERROR   #########################\n"
-        << "TerminateHandler: Unknown exception was thrown.\n"
-        << "All exceptions should be derived from CodeError; STL and other\n"
-        << "libraries should throw std::exception.\n"
-        << Backtrace(1) << "################################################################"
-        << std::endl;
-}
-
 void ReportExit(int status, void*) {
   if (status == 0 || MyAbortCalled_UncleanShutdown()) {
     return;
@@ -90,13 +66,25 @@ void TerminateHandler() {
     ReportBadAlloc();
   } catch (const std::bad_cast&) {
     CodeError::ReportDisplaced(nullptr);
-    ReportBadCast();
+    MyErr << "\n########## std::bad_cast caught in TerminateHandler ##########\n"
+          << "dynamic_cast<.> to a reference failed.\n"
+          << Backtrace(1) << "##############################################################\n";
   } catch (const std::exception& error) {
     CodeError::ReportDisplaced(nullptr);
-    ReportStandardException(error);
+    MyErr << "\n########################   ERROR   ###########################\n"
+          << "TerminateHandler: std::exception (or class derived from it) "
+          << "caught\n"
+          << error.what() << "\n"
+          << Backtrace(1) << "################################################################"
+          << std::endl;
   } catch (...) {
     CodeError::ReportDisplaced(nullptr);
-    ReportUnknownException();
+    MyErr << "\n#########################   ERROR   #########################\n"
+          << "TerminateHandler: Unknown exception was thrown.\n"
+          << "All exceptions should be derived from CodeError; STL and other\n"
+          << "libraries should throw std::exception.\n"
+          << Backtrace(1) << "################################################################"
+          << std::endl;
   }
   MyAbort();
 }
