@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <numeric>
 #include <utility>
 
 #include "Utils/ChunkCodec/CodeHeader.hpp"
@@ -83,11 +84,7 @@ class CodeTable {
 template <std::size_t Size>
 std::size_t SumOfBits(const std::array<std::uint32_t, Size>& counts,
                       const std::array<std::uint8_t, Size>& lengths) {
-  std::size_t bits = 0;
-  for (std::size_t symbol = 0; symbol < Size; ++symbol) {
-    bits += std::size_t{counts[symbol]} * lengths[symbol];
-  }
-  return bits;
+  return std::inner_product(counts.begin(), counts.end(), lengths.begin(), std::size_t{0});
 }
 
 constexpr std::array<std::uint8_t, 288> FixedLiteralLengths = [] {

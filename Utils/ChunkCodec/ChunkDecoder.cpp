@@ -54,23 +54,14 @@ DecodeStatus ChunkDecoder::Decode(std::span<const std::byte> stored, const Chunk
     for (std::size_t k = 0; k < i; ++k) {
       inflatedBytes += format.mFilters[k].mNumber == sFletcher32 && isUsed(k) ? sChecksumBytes : 0;
     }
-    if (const DecodeStatus status = Undo(filter, inflatedBytes); status != DecodeStatus::Ok) {
+    const DecodeStatus status = filter.mNumber == sFletcher32 ? StripChecksum()
+                                : filter.mNumber == sDeflate  ? Inflate(inflatedBytes)
+                                                              : UnshuffleAll(filter.mParameter);
+    if (status != DecodeStatus::Ok) {
       return status;
     }
   }
   return CheckSize(mBytes.size(), format.mChunkBytes);
-}
-
-DecodeStatus ChunkDecoder::Undo(const Filter& filter, std::size_t inflatedBytes) {
-  switch (filter.mNumber) {
-    case sFletcher32:
-      return StripChecksum();
-    case sDeflate:
-      return Inflate(inflatedBytes);
-    default:
-      UnshuffleAll(filter.mParameter);
-      return DecodeStatus::Ok;
-  }
 }
 
 DecodeStatus ChunkDecoder::StripChecksum() {
@@ -102,9 +93,10 @@ DecodeStatus ChunkDecoder::Inflate(std::size_t inflatedBytes) {
 }
 
 // Bytes that are left over by whole elements stay as they are, at the end, as HDF5 has it.
-void ChunkDecoder::UnshuffleAll(std::size_t elementBytes) {
+DecodeStatus ChunkDecoder::UnshuffleAll(std::size_t elementBytes) {
   if (elementBytes == 0 || mBytes.size() < 2 * elementBytes) {
-    return;  // a single element is not taken apart, whatever size of it a damaged file claims
+    // A single element is not taken apart, whatever size of it a damaged file claims.
+    return DecodeStatus::Ok;
   }
   const std::size_t whole = mBytes.size() / elementBytes * elementBytes;
   auto elements = std::make_unique_for_overwrite<std::byte[]>(mBytes.size());
@@ -112,6 +104,7 @@ void ChunkDecoder::UnshuffleAll(std::size_t elementBytes) {
   std::ranges::copy(mBytes.subspan(whole), elements.get() + whole);
   mBytes = {elements.get(), mBytes.size()};
   mpOwnBytes = std::move(elements);
+  return DecodeStatus::Ok;
 }
 
 void ChunkDecoder::Take(std::size_t first, std::span<std::byte> elements) const {

@@ -47,10 +47,9 @@ class ChunkDecoder {
   void Take(std::size_t first, std::span<std::byte> elements) const;
 
  private:
-  DecodeStatus Undo(const Filter& filter, std::size_t inflatedBytes);
   DecodeStatus StripChecksum();
   DecodeStatus Inflate(std::size_t inflatedBytes);
-  void UnshuffleAll(std::size_t elementBytes);
+  DecodeStatus UnshuffleAll(std::size_t elementBytes);
 
   std::span<const std::byte> mBytes;  // lent, or those at mpOwnBytes
   std::unique_ptr<std::byte[]> mpOwnBytes;

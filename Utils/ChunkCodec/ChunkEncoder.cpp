@@ -24,25 +24,30 @@ constexpr std::size_t OneBlockBytes = 4096;
 constexpr std::uint32_t StreamHeader = 0x7801;
 constexpr std::uint32_t LastBlock = 0x0300;
 
+// Memory that is not initialised. It grows by discarding its contents.
+class Buffer {
+ public:
+  std::uint8_t* WithRoomFor(std::size_t bytes) {
+    if (bytes > mRoom) {
+      *this = Buffer();
+      mpBytes = std::make_unique_for_overwrite<std::uint8_t[]>(bytes);
+      mRoom = bytes;
+    }
+    return mpBytes.get();
+  }
+
+ private:
+  std::unique_ptr<std::uint8_t[]> mpBytes;
+  std::size_t mRoom = 0;
+};
+
 // What a thread needs to encode pieces, kept from one to the next.
 struct Workspace {
   MatchSearch mSearch;
   BlockWriter mWriter;
-  std::unique_ptr<std::uint8_t[]> mpPlanes;
-  std::unique_ptr<std::uint8_t[]> mpEncoded;
-  std::size_t mPlanesRoom = 0;
-  std::size_t mEncodedRoom = 0;
+  Buffer mPlanes;
+  Buffer mEncoded;
   bool mIsInUse = false;  // and stays so if memory runs out: what it holds is of no use then
-
-  static void Reserve(std::size_t room, std::unique_ptr<std::uint8_t[]>& buffer,
-                      std::size_t& current) {
-    if (room > current) {
-      buffer.reset();
-      current = 0;
-      buffer = std::make_unique_for_overwrite<std::uint8_t[]>(room);
-      current = room;
-    }
-  }
 };
 
 Workspace& ThreadWorkspace() {
@@ -130,12 +135,10 @@ ChunkEncoder::Piece ChunkEncoder::EncodePiece(std::size_t piece) const {
     // the same plane, and before the plane of an only piece the planes before it.
     const std::size_t history = std::min(first, most);
     const std::size_t stride = history + values;
-    Workspace::Reserve(PlaneCount * stride, workspace.mpPlanes, workspace.mPlanesRoom);
-    const std::uint8_t* const planes = workspace.mpPlanes.get();
-    Shuffle(mValues.subspan(first - history, stride), workspace.mpPlanes.get(), stride);
+    std::uint8_t* const planes = workspace.mPlanes.WithRoomFor(PlaneCount * stride);
+    Shuffle(mValues.subspan(first - history, stride), planes, stride);
     if (mPieceCount == 1) {
-      const std::size_t bytes = PlaneCount * values;
-      runs.push_back({0, {planes, bytes}, values});
+      runs.push_back({0, {planes, PlaneCount * values}, values});
     } else {
       for (std::size_t p = 0; p < PlaneCount; ++p) {
         runs.push_back({history, {planes + p * stride + history, values}, values});
@@ -154,8 +157,7 @@ ChunkEncoder::Piece ChunkEncoder::EncodePiece(std::size_t piece) const {
     Piece::PlaneSlice& slice = result.mSlices[r];
     slice = {bytes.size(), bytes.size(), AdlerOfNothing};
     if (Has(mFilters, sDeflate) && !bytes.empty()) {
-      Workspace::Reserve(DeflatedBound(runs[r]), workspace.mpEncoded, workspace.mEncodedRoom);
-      std::uint8_t* const begin = workspace.mpEncoded.get();
+      std::uint8_t* const begin = workspace.mEncoded.WithRoomFor(DeflatedBound(runs[r]));
       slice.mSize = static_cast<std::size_t>(Deflate(runs[r], workspace, begin) - begin);
       slice.mAdler32 = Adler32(bytes.data(), bytes.size());
       encoded = reinterpret_cast<const std::byte*>(begin);

@@ -5,15 +5,10 @@
 namespace ChunkCodec {
 
 bool Filter::HasItsParameters() const {
-  const unsigned highestLevel = 9;
-  switch (mNumber) {
-    case sShuffle:
-      return mParameters == 1 && mParameter > 0;
-    case sDeflate:
-      return mParameters == 1 && mParameter <= highestLevel;
-    default:  // the checksum has none, and HDF5 looks at none
-      return true;
-  }
+  constexpr unsigned highestLevel = 9;
+  const bool fits = mNumber == sShuffle ? mParameter > 0 : mParameter <= highestLevel;
+  // The checksum has none, and HDF5 looks at none.
+  return mNumber == sFletcher32 || (mParameters == 1 && fits);
 }
 
 bool Has(const Filters& filters, int number) {

@@ -11,21 +11,15 @@ namespace {
 constexpr int HashBits = 14;
 constexpr std::size_t Ways = 2;
 constexpr std::size_t WordBytes = 4;  // the shortest match
-constexpr std::size_t LoadBytes = 8;  // what is read at once
 constexpr std::size_t MaxLength = 258;
 constexpr std::size_t GoodLength = 32;  // no second candidate is looked at
 // Steps grow by one byte for every so many looks in vain, up to a length.
 constexpr int LooksPerStepBits = 6;
 constexpr std::size_t MaxStep = 32;
 
-std::uint32_t LoadWord(const std::uint8_t* p) {
-  std::uint32_t word = 0;
-  std::memcpy(&word, p, sizeof(word));
-  return word;
-}
-
-std::uint64_t LoadLongWord(const std::uint8_t* p) {
-  std::uint64_t word = 0;
+template <class Word = std::uint32_t>
+Word LoadWord(const std::uint8_t* p) {
+  Word word = 0;
   std::memcpy(&word, p, sizeof(word));
   return word;
 }
@@ -38,8 +32,9 @@ std::size_t Hash(std::uint32_t word) {
 std::size_t EqualBytes(const std::uint8_t* earlier, const std::uint8_t* later, std::size_t limit) {
   std::size_t n = WordBytes;
   if constexpr (std::endian::native == std::endian::little) {
-    for (; n + LoadBytes <= limit; n += LoadBytes) {
-      const std::uint64_t difference = LoadLongWord(earlier + n) ^ LoadLongWord(later + n);
+    using LongWord = std::uint64_t;
+    for (; n + sizeof(LongWord) <= limit; n += sizeof(LongWord)) {
+      const LongWord difference = LoadWord<LongWord>(earlier + n) ^ LoadWord<LongWord>(later + n);
       if (difference != 0) {
         return n + static_cast<std::size_t>(std::countr_zero(difference)) / 8;
       }
