@@ -1,6 +1,7 @@
 #include "Utils/CommandLine/CommandLineParser.hpp"
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstdlib>
 #include <iostream>
@@ -68,18 +69,12 @@ CommandLineParser::CommandLineParser(int argc, char** argv, const std::string& h
 
   mArguments = MyVector<std::string>(arguments);
   mArgWasUsed.assign(MV::Size(arguments.size()), false);
-  for (const auto& [key, value] : mKeyValueMap) {
-    mKeyWasUsed.Insert(key, false);
-  }
 }
 
 void CommandLineParser::ReadBooleanOptions(std::vector<std::string>& opts,
                                            const MyVector<std::string>& booleanOptions) {
-  const struct {
-    const char* mPrefix;
-    const char* mValue;
-    const char* mAgain;
-  } forms[] = {{"-", "true", "for a second time"}, {"-no-", "false", "the second time"}};
+  const std::array<const char*, 3> forms[] = {{"-", "true", "for a second time"},
+                                              {"-no-", "false", "the second time"}};
   for (const std::string& s : booleanOptions) {
     for (const auto& [prefix, value, again] : forms) {
       for (std::size_t n = std::erase(opts, prefix + s); n > 0; --n) {

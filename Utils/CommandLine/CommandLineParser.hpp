@@ -15,6 +15,7 @@
 // Each key may be given once. Errors on the command line are REQUIRE failures.
 #pragma once
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -58,6 +59,6 @@ class CommandLineParser {
   std::string mHelpText;
   MyVector<std::string> mArguments;
   MyMap<std::string, std::string> mKeyValueMap;
-  mutable MyMap<std::string, bool> mKeyWasUsed;
+  mutable std::map<std::string, bool> mKeyWasUsed;  // without those that nothing has asked for yet
   mutable MyVector<bool> mArgWasUsed;
 };

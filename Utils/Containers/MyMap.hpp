@@ -28,22 +28,14 @@ class MyMap {
  public:
   MyMap() = default;
   // It delegates, so that an exception finds an object whose destructor frees the values.
-  MyMap(const MyMap& other) : MyMap() { *this = other; }
-  MyMap(MyMap&& other) noexcept { swap(other); }
-  MyMap& operator=(const MyMap& other) {
-    if (this != &other) {
-      clear();
-      for (const auto& [key, value] : other) {
-        Insert(key, value);
-      }
+  MyMap(const MyMap& other) : MyMap() {
+    for (const auto& [key, value] : other) {
+      Insert(key, value);
     }
-    return *this;
   }
-  MyMap& operator=(MyMap&& other) noexcept {
-    if (this != &other) {
-      clear();
-      swap(other);
-    }
+  MyMap(MyMap&& other) noexcept { swap(other); }
+  MyMap& operator=(MyMap other) noexcept {
+    swap(other);
     return *this;
   }
   ~MyMap() { clear(); }

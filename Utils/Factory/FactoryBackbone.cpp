@@ -21,18 +21,6 @@ bool AsksForHelp(std::string_view id) {
   return id.find("help") != id.npos || id.find("Help") != id.npos || id.find("HELP") != id.npos;
 }
 
-void WarnOfManyClasses(std::size_t count) {
-  MyErr << "WARNING WARNING WARNING\n"
-        << "Requesting FactoryBackboneImpl::RegisteredClassIDs() for\n"
-        << "a class with " << count << " registered classes.\n"
-        << "An excessively large number of RegisteredClassIDs was \n"
-        << "previously found as an indication of erroneous calls to \n"
-        << "this function during shutdown, **after** Factory had\n"
-        << "been deleted.\n"
-        << "Please check reasonability of this large number of\n"
-        << "registered classes, and if ok, adjust this message.\n";
-}
-
 }  // namespace
 
 bool FactoryBackbone::Register(const std::string& id, CreateFunction function,
@@ -74,7 +62,15 @@ CreateFunction FactoryBackbone::Retrieve(std::string_view id, const std::string&
 MyVector<std::string> FactoryBackbone::RegisteredClassIDs() const {
   constexpr std::size_t implausible = 10000;
   if (mEntries.size() > implausible) {
-    WarnOfManyClasses(mEntries.size());
+    MyErr << "WARNING WARNING WARNING\n"
+          << "Requesting FactoryBackboneImpl::RegisteredClassIDs() for\n"
+          << "a class with " << mEntries.size() << " registered classes.\n"
+          << "An excessively large number of RegisteredClassIDs was \n"
+          << "previously found as an indication of erroneous calls to \n"
+          << "this function during shutdown, **after** Factory had\n"
+          << "been deleted.\n"
+          << "Please check reasonability of this large number of\n"
+          << "registered classes, and if ok, adjust this message.\n";
   }
   return MyVector<std::string>(MV::Sequence(std::views::keys(mEntries)));
 }

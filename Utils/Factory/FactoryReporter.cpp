@@ -26,13 +26,7 @@ void Report(const std::string& line) {
 }  // namespace
 
 void FactoryReporter::EnableReporting(const std::string& path) {
-  Record& record = TheRecord();
-  if (record.mFile.is_open()) {
-    record.mFile.close();
-  }
-  record.mFile.clear();
-  record.mReported.clear();
-  record.mFile.open(path, std::ios::app);
+  TheRecord() = {std::ofstream(path, std::ios::app), {}};
 }
 
 bool FactoryReporter::ReportingEnabled() {

@@ -33,13 +33,6 @@ void ReportError(MPI_Comm*, int* code, ...) {
   MyAbort();
 }
 
-void InstallErrorHandler() {
-  MPI_Errhandler handler = MPI_ERRHANDLER_NULL;
-  MPI_Comm_create_errhandler(ReportError, &handler);
-  MPI_Comm_set_errhandler(MPI_COMM_WORLD, handler);
-  MPI_Errhandler_free(&handler);  // the communicator keeps it
-}
-
 // Writes "rank 3", or "ranks 0-3, 7", of numbers that increase.
 std::string Ranks(const std::vector<int>& ranks) {
   std::string text = ranks.size() == 1 ? "rank " : "ranks ";
@@ -230,7 +223,10 @@ MpiEnvironment::MpiEnvironment(int& argc, char**& argv) {
   }
   Vexa::ParallelRuntime::Install(new Runtime);
   if (mStartedMpi) {
-    InstallErrorHandler();
+    MPI_Errhandler handler = MPI_ERRHANDLER_NULL;
+    MPI_Comm_create_errhandler(ReportError, &handler);
+    MPI_Comm_set_errhandler(MPI_COMM_WORLD, handler);
+    MPI_Errhandler_free(&handler);  // the communicator keeps it
   }
 }
 

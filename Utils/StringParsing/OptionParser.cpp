@@ -22,6 +22,19 @@ std::string BannerLine(std::string banner) {
   return banner + "\n";
 }
 
+// Returns a report's text without the signs before each line that frame it.
+std::string WithoutFrame(const std::string& text) {
+  std::string bare;
+  bool isFrame = true;
+  for (const char c : text) {
+    isFrame = c == '\n' || (isFrame && (c == '=' || c == '#' || c == ' '));
+    if (!isFrame || c == '\n') {
+      bare += c;
+    }
+  }
+  return bare.substr(0, bare.find_last_not_of(" \n") + 1);
+}
+
 }  // namespace
 
 // The name under which a type appears in reports.
@@ -89,23 +102,6 @@ void OptionParser::Insert(const std::string& key, const std::string& value) {
   mKeyValueMap.Insert(key, value);
   mKeyWasUsed.Insert(key, false);
 }
-
-namespace {
-
-// Returns a report's text without the signs before each line that frame it.
-std::string WithoutFrame(const std::string& text) {
-  std::string bare;
-  bool isFrame = true;
-  for (const char c : text) {
-    isFrame = c == '\n' || (isFrame && (c == '=' || c == '#' || c == ' '));
-    if (!isFrame || c == '\n') {
-      bare += c;
-    }
-  }
-  return bare.substr(0, bare.find_last_not_of(" \n") + 1);
-}
-
-}  // namespace
 
 void OptionParser::Report(const std::string& banner, const std::string& body,
                           const std::string& optionsTitle) const {
