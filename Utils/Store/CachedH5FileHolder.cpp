@@ -81,9 +81,7 @@ H5_File& CachedH5FileHolder::GetH5_File(const std::string& fullPath, H5AccessTyp
   if (ptr == nullptr) {
     mFiles.Insert(fullPath, fullPath, access, verbosity, staysReadable);
     mFiles.Sort();
-    H5_File& file = mFiles[fullPath];
-    file.CountIn(mTotalCacheSize);
-    return file;
+    return mFiles[fullPath];
   }
   const Vexa::ReportContext context(fullPath);
   const char* message =
@@ -108,7 +106,7 @@ H5_File& CachedH5FileHolder::GetH5_File(const std::string& fullPath, H5AccessTyp
 void CachedH5FileHolder::CheckForEmergencyWriteCache() {
   const Vexa::InsideStore inside;
   CachedOutput::FlushIfRequested();
-  const std::uint64_t total = mTotalCacheSize;
+  const std::uint64_t total = H5_File::TotalCacheSize();
   if (total <= mMaxCacheSize) {
     return;
   }
@@ -144,7 +142,7 @@ std::uint64_t CachedH5FileHolder::WaitingBytes() const {
 H5_File* CachedH5FileHolder::FullestFile(const std::vector<const H5_File*>& tried) const {
   const bool triesWaiting = Clock::now() >= mNextTry;
   // While what waits exceeds the limit on its own, small files would be written row by row.
-  const bool isDueToOthers = mTotalCacheSize - WaitingBytes() <= mMaxCacheSize;
+  const bool isDueToOthers = H5_File::TotalCacheSize() - WaitingBytes() <= mMaxCacheSize;
   const std::uint64_t least = isDueToOthers ? mMaxCacheSize / 20 : 0;
   H5_File* fullest = nullptr;
   std::uint64_t most = 0;
@@ -160,8 +158,8 @@ H5_File* CachedH5FileHolder::FullestFile(const std::vector<const H5_File*>& trie
 }
 
 bool CachedH5FileHolder::Relieve(H5_File& file) const {
-  const Vexa::WaitingData data = file.Root()->Waiting();
-  const std::uint64_t others = mTotalCacheSize - data.mBytes;
+  const Vexa::CacheStatistics data = file.Statistics();
+  const std::uint64_t others = H5_File::TotalCacheSize() - data.mBytes;
   bool isWritten = WriteFile(file, LockWait::None());
   if (!isWritten && ExceedsTwiceTheLimit(WaitingBytes())) {
     isWritten = WriteFile(file, LockWait::PassReaders());
@@ -170,7 +168,7 @@ bool CachedH5FileHolder::Relieve(H5_File& file) const {
     }
   }
   if (isWritten) {
-    mWriteLog.push_back({1, data.mObjects, data.mTimeSteps, data.mBytes, others});
+    mWriteLog.push_back({1, data.mObjectsWithCache, data.mTimeSteps, data.mBytes, others});
   }
   return isWritten;
 }
@@ -205,17 +203,16 @@ void CachedH5FileHolder::WriteCache() const {
     return;
   }
   const Vexa::InsideStore inside;
-  std::uint64_t filesWritten = 0;
-  Vexa::WaitingData written;
+  Vexa::CacheStatistics written;
   FirstFailure failure;
   const auto write = [&](H5_File& file, LockWait wait) {
-    const Vexa::WaitingData data = file.Root()->Waiting();
-    bool isWritten = false;
-    failure.Try([&] { isWritten = WriteFile(file, std::move(wait)); });
-    if (isWritten && data.mBytes != 0) {
-      ++filesWritten;
-      written += data;
-    }
+    const bool holdsData = file.CummulativeCacheSize() != 0;
+    const auto data = holdsData ? file.Statistics() : Vexa::CacheStatistics();
+    failure.Try([&] {
+      if (WriteFile(file, std::move(wait))) {
+        written += data;
+      }
+    });
   };
   for (auto [path, file] : mFiles) {
     if (!file.IsIncomplete()) {
@@ -234,8 +231,9 @@ void CachedH5FileHolder::WriteCache() const {
       }
     }
   }
-  if (filesWritten != 0) {
-    mWriteLog.push_back({filesWritten, written.mObjects, written.mTimeSteps, written.mBytes, 0});
+  if (written.mFiles != 0) {
+    mWriteLog.push_back(
+        {written.mFiles, written.mObjectsWithCache, written.mTimeSteps, written.mBytes, 0});
   }
   failure.Throw();
 }
@@ -284,27 +282,13 @@ void CachedH5FileHolder::WriteAtLast(bool includesIncomplete) {
   failure.Throw();
 }
 
-void CachedH5FileHolder::Statistics(std::uint64_t& files, std::uint64_t& dirs,
-                                    std::uint64_t& objects, std::uint64_t& filesWithCache,
-                                    std::uint64_t& objectsWithCache, std::uint64_t& timeSteps,
-                                    std::uint64_t& bytes) const {
+Vexa::CacheStatistics CachedH5FileHolder::Statistics() const {
   const Vexa::InsideStore inside;
-  files = dirs = objects = filesWithCache = objectsWithCache = timeSteps = bytes = 0;
+  Vexa::CacheStatistics statistics;
   for (const auto& [path, file] : mFiles) {
-    std::uint64_t fileDirs = 0;
-    std::uint64_t fileObjects = 0;
-    std::uint64_t fileObjectsWithCache = 0;
-    std::uint64_t fileSteps = 0;
-    std::uint64_t fileBytes = 0;
-    file.Statistics(fileDirs, fileObjects, fileObjectsWithCache, fileSteps, fileBytes);
-    ++files;
-    dirs += fileDirs;
-    objects += fileObjects;
-    filesWithCache += fileBytes != 0 ? 1 : 0;
-    objectsWithCache += fileObjectsWithCache;
-    timeSteps += fileSteps;
-    bytes += fileBytes;
+    statistics += file.Statistics();
   }
+  return statistics;
 }
 
 void CachedH5FileHolder::WriteInfo(std::ostream& os, int verbosity) const {
@@ -313,7 +297,8 @@ void CachedH5FileHolder::WriteInfo(std::ostream& os, int verbosity) const {
     return;
   }
   os << "CachedH5FileHolder holds " << mFiles.size() << " h5-files with "
-     << DoubleToStringDecimal(static_cast<double>(mTotalCacheSize) / 1e6, 5) << " MB cached data\n";
+     << DoubleToStringDecimal(static_cast<double>(H5_File::TotalCacheSize()) / 1e6, 5)
+     << " MB cached data\n";
   if (verbosity != 0) {
     for (const auto& [path, file] : mFiles) {
       file.WriteInfo(os, verbosity);

@@ -60,7 +60,7 @@ class CachedH5FileHolder : public CachedOutputObject {
   void WriteCache() const override;
   /// Whether rows are left in memory after a write, because another program or thread is in the
   /// way.
-  bool HoldsBack() const override { return mTotalCacheSize != 0; }
+  bool HoldsBack() const override { return H5_File::TotalCacheSize() != 0; }
 
   /// Writes everything, closes and forgets all files. Handles that are alive are of no use any
   /// more.
@@ -72,9 +72,7 @@ class CachedH5FileHolder : public CachedOutputObject {
   void ClearWriteLog() { mWriteLog.clear(); }
 
   /// Counts over all files what H5_File::Statistics counts in one.
-  void Statistics(std::uint64_t& files, std::uint64_t& dirs, std::uint64_t& objects,
-                  std::uint64_t& filesWithCache, std::uint64_t& objectsWithCache,
-                  std::uint64_t& timeSteps, std::uint64_t& bytes) const;
+  Vexa::CacheStatistics Statistics() const;
   /// Nothing for a negative verbosity, one line for 0, each file's WriteInfo besides for more.
   void WriteInfo(std::ostream& os, int verbosity) const;
 
@@ -88,8 +86,6 @@ class CachedH5FileHolder : public CachedOutputObject {
   bool Relieve(H5_File& file) const;
   void WriteAtLast(bool includesIncomplete);
   void WarnOfTwiceTheLimit() const;
-
-  std::uint64_t mTotalCacheSize = 0;  // of all files; before them, for they count in it to the end
 
   // WriteCache is const for those who ask for a flush; files change what they hold, not what they
   // are.

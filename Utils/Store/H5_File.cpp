@@ -19,19 +19,33 @@
 
 namespace {
 
-void CountNodes(const H5_Node* ptr, std::uint64_t& dirs, std::uint64_t& objects) {
+void CountNodes(const H5_Node* ptr, Vexa::CacheStatistics& statistics) {
   if (ptr->Type() == "dir") {
-    ++dirs;
+    ++statistics.mDirs;
     for (const auto& [name, child] : ptr->Children()) {
-      CountNodes(&child, dirs, objects);
+      CountNodes(&child, statistics);
     }
     return;
   }
   REQUIRE(ptr->Children().empty(), "Inconsistency.  non-directory with children");
-  ++objects;
+  ++statistics.mObjects;
+  statistics.mObjectsWithCache += ptr->SizeOfCache() == 0 ? 0 : 1;
+  statistics.mTimeSteps += ptr->NTimeStepsCached();
+  statistics.mBytes += ptr->SizeOfCache();
 }
 
 }  // namespace
+
+Vexa::CacheStatistics& Vexa::CacheStatistics::operator+=(const CacheStatistics& other) {
+  mFiles += other.mFiles;
+  mDirs += other.mDirs;
+  mObjects += other.mObjects;
+  mFilesWithCache += other.mFilesWithCache;
+  mObjectsWithCache += other.mObjectsWithCache;
+  mTimeSteps += other.mTimeSteps;
+  mBytes += other.mBytes;
+  return *this;
+}
 
 H5_File::H5_File(const std::string& fullPath, H5AccessType access, int verbosity,
                  bool staysReadable)
@@ -70,17 +84,11 @@ H5_File::~H5_File() {
   if (mpHandle != nullptr) {
     *mpHandle = nullptr;
   }
-  if (mpTotal != nullptr) {
-    *mpTotal -= CummulativeCacheSize();
-    mpTotal = nullptr;
-  }
-  if (IsIncomplete()) {
-    return;
-  }
-  if (CummulativeCacheSize() != 0) {
+  if (!IsIncomplete()) {
     WriteCache();
+    CloseFile();
   }
-  CloseFile();
+  sTotalCacheSize -= CummulativeCacheSize();
 }
 
 void H5_File::OpenFile() {
@@ -224,9 +232,7 @@ void H5_File::CloseFile() {
     return;
   }
   const Vexa::ReportContext context(mFilename);
-  if (mpRoot != nullptr) {
-    mpRoot->CloseObject();
-  }
+  mpRoot->CloseObject();
   // An identifier that is still open would keep the file open without a word, unflushed.
   // After a failure the calls that were interrupted have theirs open, which nobody can mend.
   const bool isChecked = mIsOpenForWriting && !MyAbortCalled_UncleanShutdown();
@@ -313,10 +319,6 @@ void H5_File::CloseGroupsApartFrom(const H5_Node& node) {
   if (onlyGroups && node.Parent() != nullptr && !node.Parent()->IsObjectOpen()) {
     mpRoot->CloseObject();
   }
-}
-
-std::uint64_t H5_File::CummulativeCacheSize() const {
-  return mpRoot == nullptr ? 0 : mpRoot->CummulativeCacheSize();
 }
 
 bool H5_File::WriteCache(Vexa_H5::LockWait wait) {
@@ -440,46 +442,24 @@ void H5_File::CloseNodesOpenedSince(std::size_t openBefore) {
   }
 }
 
-void H5_File::CountIn(std::uint64_t& total) {
-  mpTotal = &total;
-  total += CummulativeCacheSize();
-}
-
-void H5_File::CacheChanged(std::uint64_t before, std::uint64_t now) {
-  if (mpTotal != nullptr) {
-    *mpTotal = *mpTotal - before + now;
-  }
-}
-
-void H5_File::Statistics(std::uint64_t& dirs, std::uint64_t& objects,
-                         std::uint64_t& objectsWithCache, std::uint64_t& timeSteps,
-                         std::uint64_t& bytes) const {
-  dirs = objects = objectsWithCache = timeSteps = bytes = 0;
-  if (mpRoot != nullptr) {
-    CountNodes(mpRoot.get(), dirs, objects);
-    const Vexa::WaitingData waiting = mpRoot->Waiting();
-    objectsWithCache = waiting.mObjects;
-    timeSteps = waiting.mTimeSteps;
-    bytes = waiting.mBytes;
-  }
+Vexa::CacheStatistics H5_File::Statistics() const {
+  Vexa::CacheStatistics statistics{.mFiles = 1};
+  CountNodes(mpRoot.get(), statistics);
+  statistics.mFilesWithCache = statistics.mBytes == 0 ? 0 : 1;
+  return statistics;
 }
 
 void H5_File::WriteInfo(std::ostream& os, int verbosity) const {
-  std::uint64_t dirs = 0;
-  std::uint64_t objects = 0;
-  std::uint64_t objectsWithCache = 0;
-  std::uint64_t timeSteps = 0;
-  std::uint64_t bytes = 0;
-  Statistics(dirs, objects, objectsWithCache, timeSteps, bytes);
-  const double average = objectsWithCache == 0 ? 0.
-                                               : static_cast<double>(timeSteps) /
-                                                     static_cast<double>(objectsWithCache);
+  const Vexa::CacheStatistics counts = Statistics();
+  const auto objectsWithCache = static_cast<double>(counts.mObjectsWithCache);
+  const double average =
+      objectsWithCache == 0 ? 0. : static_cast<double>(counts.mTimeSteps) / objectsWithCache;
   os << mFilename << "  id=" << mFile_id << "\n"
-     << "|  " << dirs << " dir(s) with " << objects << " dataset(s) (" << objectsWithCache
-     << " with cached data)\n"
-     << "|  " << bytes << " bytes, " << timeSteps << " timesteps cached (average " << average
-     << " steps/dataset)\n";
-  if (verbosity > 2 && mpRoot != nullptr) {
+     << "|  " << counts.mDirs << " dir(s) with " << counts.mObjects << " dataset(s) ("
+     << counts.mObjectsWithCache << " with cached data)\n"
+     << "|  " << counts.mBytes << " bytes, " << counts.mTimeSteps << " timesteps cached (average "
+     << average << " steps/dataset)\n";
+  if (verbosity > 2) {
     mpRoot->WriteInfo(os, "", verbosity, 10, true);
   }
 }
@@ -491,9 +471,7 @@ std::ostream& operator<<(std::ostream& os, const H5_File& file) {
 
 MyVector<std::string> H5_File::GetNames(const std::string& glob, bool recursive) const {
   std::vector<std::string> names;
-  if (mpRoot != nullptr) {
-    mpRoot->AppendDataSets(glob, names, recursive);
-  }
+  mpRoot->AppendDataSets(glob, names, recursive);
   std::sort(names.begin(), names.end());
   return MyVector<std::string>(names);
 }

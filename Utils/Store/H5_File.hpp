@@ -16,6 +16,23 @@
 #include "Utils/Process/Files.hpp"
 #include "Utils/Store/H5_Node.hpp"
 
+namespace Vexa {
+
+/// CacheStatistics counts what files have, and what of it waits in memory to be written.
+struct CacheStatistics {
+  std::uint64_t mFiles = 0;
+  std::uint64_t mDirs = 0;
+  std::uint64_t mObjects = 0;
+  std::uint64_t mFilesWithCache = 0;
+  std::uint64_t mObjectsWithCache = 0;
+  std::uint64_t mTimeSteps = 0;
+  std::uint64_t mBytes = 0;
+
+  CacheStatistics& operator+=(const CacheStatistics& other);
+};
+
+}  // namespace Vexa
+
 /// An H5_File is one HDF5 file as the store sees it: its path, its access, its identifier while it
 /// is open, and the tree of its objects, which stays in memory while the file is closed.
 class H5_File {
@@ -65,7 +82,9 @@ class H5_File {
 
   H5_Node* Root() { return mpRoot.get(); }
   const H5_Node* Root() const { return mpRoot.get(); }
-  std::uint64_t CummulativeCacheSize() const;
+  std::uint64_t CummulativeCacheSize() const { return mpRoot->CummulativeCacheSize(); }
+  /// Returns the bytes that all files hold together.
+  static std::uint64_t TotalCacheSize() { return sTotalCacheSize; }
 
   /// Writes what all objects hold; opens a closed file and leaves it open. Does nothing, not even
   /// open, when nothing is held. Fails on a ReadOnly file that holds data which did not wait for
@@ -104,10 +123,8 @@ class H5_File {
   /// Closes the groups that do not lead to `node`, if nothing in them is open.
   void CloseGroupsApartFrom(const H5_Node& node);
 
-  /// Counts by a walk over the whole tree: groups; objects; objects that hold data; their time
-  /// steps; their bytes.
-  void Statistics(std::uint64_t& dirs, std::uint64_t& objects, std::uint64_t& objectsWithCache,
-                  std::uint64_t& timeSteps, std::uint64_t& bytes) const;
+  /// Counts by a walk over the whole tree.
+  Vexa::CacheStatistics Statistics() const;
   void WriteInfo(std::ostream& os, int verbosity) const;
   friend std::ostream& operator<<(std::ostream& os, const H5_File& file);
 
@@ -120,9 +137,6 @@ class H5_File {
   /// Takes the handle's pointer to this file, which becomes null when the file goes, or null when
   /// the handle goes.
   void SetHandle(H5_File** handle) { mpHandle = handle; }
-
-  /// Keeps the bytes that this file holds counted in `total` from now on.
-  void CountIn(std::uint64_t& total);
 
  private:
   friend class H5_Node;
@@ -137,12 +151,16 @@ class H5_File {
   void KeepWaiting();
   void RollBack();
   void CloseNodesOpenedSince(std::size_t openBefore);
-  void CacheChanged(std::uint64_t before, std::uint64_t now);
+  static void CacheChanged(std::uint64_t before, std::uint64_t now) {
+    sTotalCacheSize = sTotalCacheSize - before + now;
+  }
   // The nodes tell what is open and how many were read from disk, so that closing costs what was
   // opened and links that lead in circles through a graph of groups are noticed.
   void NodeOpened(const H5_Node& node) { mOpenNodes.push_back(&node); }
   void CloseNodes(const H5_Node& top);
   void CountNode();
+
+  inline static std::uint64_t sTotalCacheSize = 0;
 
   std::string mFilename;
   Trace mTrace;
@@ -153,7 +171,6 @@ class H5_File {
   bool mIsWaiting = false;
   bool mHasWaited = false;
   H5_File** mpHandle = nullptr;
-  std::uint64_t* mpTotal = nullptr;
   bool mStaysReadable;
   bool mIsNew = false;
   bool mIsUnfinished;
@@ -165,5 +182,5 @@ class H5_File {
   std::uint64_t mNodes = 0;
   std::uint64_t mMostNodes = 0;            // a file of this size has no room for more
   std::vector<const H5_Node*> mOpenNodes;  // in the order of opening
-  std::unique_ptr<H5_Node> mpRoot;
+  std::unique_ptr<H5_Node> mpRoot;         // null only until the file was opened
 };

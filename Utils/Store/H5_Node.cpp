@@ -33,23 +33,21 @@ H5_Node::H5_Node(H5_File& file, hid_t fileId, int verbosity)
       mIsReadyToAppend(true),
       mpParent(nullptr),
       mpFile(&file),
-      mpDirectory(std::make_unique<Directory>()) {
+      mpMembers(std::make_unique<MyMap<std::string, H5_Node>>()) {
   OpenNode(fileId);
   InitChildrenFromDir(nullptr);
   CloseObject();
 }
 
-H5_Node::H5_Node(const std::string& name, H5_Node& parent, std::uint64_t position, Origin origin,
-                 int verbosity)
+H5_Node::H5_Node(const std::string& name, H5_Node& parent, Origin origin, int verbosity)
     : mName(name),
       mTrace(verbosity),
       mIsOnDisk(origin == Origin::OnDisk),
       mIsReadyToAppend(!mIsOnDisk),
-      mPosition(position),
       mpParent(&parent),
       mpFile(parent.mpFile) {
   if (GetExtension(name) == "dir") {
-    mpDirectory = std::make_unique<Directory>();
+    mpMembers = std::make_unique<MyMap<std::string, H5_Node>>();
   }
 }
 
@@ -72,13 +70,10 @@ const std::string& H5_Node::Filename() const {
   return mpFile->Filename();
 }
 
-const MyMap<std::string, H5_Node>& H5_Node::Children() const {
-  if (mpDirectory != nullptr) {
-    return mpDirectory->mChildren;
-  }
+MyMap<std::string, H5_Node>& H5_Node::Members() const {
   // Never destroyed: files are written while the process exits.
-  static const auto& none = *new MyMap<std::string, H5_Node>;
-  return none;
+  static auto& none = *new MyMap<std::string, H5_Node>;
+  return IsGroup() ? *mpMembers : none;
 }
 
 std::string_view H5_Node::GetExtension(std::string_view name) const {
@@ -109,15 +104,15 @@ void H5_Node::InitChildrenFromDir(const Ancestors* above) {
   const Ancestors here{above, info.fileno, info.addr, above == nullptr ? 0 : above->mDepth + 1};
   RequireNoCycle(here);
 
-  std::vector<std::string> unidentified;
+  std::string unidentified;
   for (const std::string& name : dir.ReadGroupsFromDisk()) {
     if (!H5_Object::Registry().KeyExists(GetExtension(name))) {
-      unidentified.push_back(name);
+      unidentified += name + " ";
       continue;
     }
     mTrace.Line(5, "Create ", name, " as child of ", fullName);
     H5_Node& child = InsertChild(name, Origin::OnDisk);
-    if (child.mpDirectory != nullptr) {
+    if (child.IsGroup()) {
       child.OpenNode(dir.GroupId());
       child.InitChildrenFromDir(&here);
       child.CloseObject();
@@ -125,12 +120,8 @@ void H5_Node::InitChildrenFromDir(const Ancestors* above) {
   }
   mTrace.Line(5, "H5_Node open ", fullName, " (", Children().size(), " objects)");
   if (!unidentified.empty()) {
-    std::string list;
-    for (const std::string& name : unidentified) {
-      list += name + " ";
-    }
     REQUIRE(false, "H5_Node: file " << Filename() << " contains these unidentified objects:\n"
-            << list << "\n"
+            << unidentified << "\n"
             << "You are likely trying to work with new-style h5-utilities\n"
             << "on non-conpliant h5-files like Vars_SphereA0.h5.\n"
             << "Or you have linked without H5 in your FACTORY_LIBS.\n");
@@ -151,9 +142,7 @@ H5_Node& H5_Node::InsertChild(const std::string& name, Origin origin) {
   if (origin == Origin::OnDisk) {
     mpFile->CountNode();
   }
-  auto& children = mpDirectory->mChildren;
-  children.Insert(name, name, *this, children.size(), origin, mTrace.Verbosity());
-  return children[name];
+  return mpMembers->Insert(name, name, *this, origin, mTrace.Verbosity())[name];
 }
 
 H5_Node& H5_Node::CreateChild(const std::string& non_path_name) {
@@ -167,17 +156,12 @@ H5_Node& H5_Node::CreateChild(const std::string& non_path_name) {
 }
 
 H5_Node* H5_Node::FindChild(const std::string& name) const {
-  if (mpDirectory == nullptr) {
-    return nullptr;
+  if (H5_Node* const child = Members().Find(name)) {
+    return child;
   }
-  H5_Node* child = mpDirectory->mChildren.Find(name);
-  if (child == nullptr) {
-    const std::string legacyName = H5_Objects::LegacyName(name);
-    child = legacyName == name ? nullptr : mpDirectory->mChildren.Find(legacyName);
-    // Whoever makes objects under both names means two.
-    return child == nullptr || !child->mIsOnDisk ? nullptr : child;
-  }
-  return child;
+  // Whoever makes objects under both names means two.
+  H5_Node* const legacy = Members().Find(H5_Objects::LegacyName(name));
+  return legacy == nullptr || !legacy->mIsOnDisk ? nullptr : legacy;
 }
 
 H5_Node* H5_Node::DirectoryTraversal(std::string_view path, bool create) {
@@ -236,7 +220,10 @@ H5_Object& H5_Node::Object() const {
     mIsGone = false;
     mpObject = H5_Object::Create(std::string(Type()), "H5_Node: creating " + FullName(), mName,
                                  mIsOnDisk, mTrace.Verbosity());
-    mpObject->SetCacheListener(const_cast<H5_Node*>(this));
+    mpObject->SetCacheListener(
+        [node = const_cast<H5_Node*>(this)](std::uint64_t before, std::uint64_t now) {
+          node->CacheChanged(before, now);
+        });
   }
   return *mpObject;
 }
@@ -309,11 +296,9 @@ void H5_Node::WriteCache(Vexa::FailedWrites& failed) {
   });
   if (!isWritten) {
     DropCache();
-  } else if (mpDirectory != nullptr) {
-    // Children leave the list while they are written.
-    const auto holding = mpDirectory->mHolding;
-    for (const auto& [position, child] : holding) {
-      failed.IsHopeless() ? child->DropCache() : child->WriteCache(failed);
+  } else {
+    for (auto [childName, child] : Members()) {
+      failed.IsHopeless() ? child.DropCache() : child.WriteCache(failed);
     }
   }
   // What does not reach the file before its object is closed, as on a full disk, is lost to the
@@ -327,11 +312,8 @@ void H5_Node::DropCache() {
   if (mpObject != nullptr) {
     mpObject->DropCache();
   }
-  if (mpDirectory != nullptr) {
-    const auto holding = mpDirectory->mHolding;
-    for (const auto& [position, child] : holding) {
-      child->DropCache();
-    }
+  for (auto [name, child] : Members()) {
+    child.DropCache();
   }
 }
 
@@ -358,10 +340,8 @@ void H5_Node::RolledBack(bool isFileNew) {
   if (mpObject != nullptr) {
     mpObject->RolledBack(isFileNew && !isRoot);
   }
-  if (mpDirectory != nullptr) {
-    for (auto [name, child] : mpDirectory->mChildren) {
-      child.RolledBack(isFileNew);
-    }
+  for (auto [name, child] : Members()) {
+    child.RolledBack(isFileNew);
   }
 }
 
@@ -369,48 +349,23 @@ void H5_Node::HoldAgain() {
   if (mpObject != nullptr) {
     mpObject->HoldAgain();
   }
-  if (mpDirectory != nullptr) {
-    for (auto [name, child] : mpDirectory->mChildren) {
-      child.HoldAgain();
-    }
+  for (auto [name, child] : Members()) {
+    child.HoldAgain();
   }
 }
 
 void H5_Node::CacheChanged(std::uint64_t before, std::uint64_t now) {
-  mpFile->CacheChanged(before, now);
+  H5_File::CacheChanged(before, now);
   for (H5_Node* node = this; node != nullptr; node = node->mpParent) {
-    const bool wasHolding = node->mCacheSize != 0;
     node->mCacheSize = node->mCacheSize - before + now;
-    const bool isHolding = node->mCacheSize != 0;
-    if (node->mpParent != nullptr && wasHolding != isHolding) {
-      auto& holding = node->mpParent->mpDirectory->mHolding;
-      if (isHolding) {
-        holding.emplace(node->mPosition, node);
-      } else {
-        holding.erase(node->mPosition);
-      }
-    }
   }
-}
-
-Vexa::WaitingData H5_Node::Waiting() const {
-  Vexa::WaitingData waiting;
-  if (SizeOfCache() != 0) {
-    waiting = {1, NTimeStepsCached(), SizeOfCache()};
-  }
-  if (mpDirectory != nullptr) {
-    for (const auto& [position, child] : mpDirectory->mHolding) {
-      waiting += child->Waiting();
-    }
-  }
-  return waiting;
 }
 
 void H5_Node::AppendDataSets(const std::string& glob, std::vector<std::string>& names,
                              bool recursive) const {
   const std::string path = FullName() + (mpParent == nullptr ? "" : "/");
   for (const auto& [name, child] : Children()) {
-    if (child.mpDirectory != nullptr) {
+    if (child.IsGroup()) {
       child.AppendDataSets(glob, names, recursive);
     } else if (std::string fullName = path + name; !child.mIsGone && GlobMatches(glob, fullName)) {
       names.push_back(std::move(fullName));
@@ -421,7 +376,7 @@ void H5_Node::AppendDataSets(const std::string& glob, std::vector<std::string>& 
 void H5_Node::WriteInfo(std::ostream& os, const std::string& indent, int verbosity, int mostObjects,
                         bool isLast) const {
   os << indent << "-- " << mName << ": " << CummulativeCacheSize() << " bytes cummulative cached, ";
-  if (mpDirectory == nullptr) {
+  if (!IsGroup()) {
     os << SizeOfCache() << " bytes cached, ";
     if (mpObject != nullptr) {
       mpObject->Output(os, "");

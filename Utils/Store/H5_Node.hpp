@@ -7,7 +7,6 @@
 
 #include <cstdint>
 #include <iosfwd>
-#include <map>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -24,35 +23,15 @@ class FailedWrites;
 }
 class H5_File;
 
-namespace Vexa {
-
-/// Data that wait in memory to be written.
-struct WaitingData {
-  std::uint64_t mObjects = 0;
-  std::uint64_t mTimeSteps = 0;
-  std::uint64_t mBytes = 0;
-
-  WaitingData& operator+=(const WaitingData& other) {
-    mObjects += other.mObjects;
-    mTimeSteps += other.mTimeSteps;
-    mBytes += other.mBytes;
-    return *this;
-  }
-};
-
-}  // namespace Vexa
-
-class H5_Node final : private Vexa::CacheListener {
+class H5_Node {
  public:
   /// This tells whether a member of a group was found in the file, or is to be created in it.
   enum class Origin { OnDisk, New };
 
   /// Makes the root of a file that is open as `fileId`, and reads all names below it.
   H5_Node(H5_File& file, hid_t fileId, int verbosity);
-  /// Makes the member of the group `parent` that is inserted as its `position`-th, from 0. Made by
-  /// its parent; nothing is read.
-  H5_Node(const std::string& name, H5_Node& parent, std::uint64_t position, Origin origin,
-          int verbosity);
+  /// Makes a member of the group `parent`, which calls this; nothing is read.
+  H5_Node(const std::string& name, H5_Node& parent, Origin origin, int verbosity);
   H5_Node(const H5_Node&) = delete;
   H5_Node& operator=(const H5_Node&) = delete;
   ~H5_Node() = default;
@@ -68,7 +47,7 @@ class H5_Node final : private Vexa::CacheListener {
   /// Returns the path of the file.
   const std::string& Filename() const;
   H5_Node* Parent() const { return mpParent; }
-  const MyMap<std::string, H5_Node>& Children() const;
+  const MyMap<std::string, H5_Node>& Children() const { return Members(); }
 
   /// Returns the text after the last ".". Fails on a name without one, with the list of valid
   /// extensions.
@@ -139,9 +118,6 @@ class H5_Node final : private Vexa::CacheListener {
   /// Returns the bytes that the objects of the subtree hold, which is known without a walk.
   std::uint64_t CummulativeCacheSize() const { return mCacheSize; }
 
-  /// Returns what the objects of the subtree hold in memory; visits only those that hold data.
-  Vexa::WaitingData Waiting() const;
-
   /// Appends the full names of the objects below this node that match the glob; never groups.
   /// Descends into groups whatever `recursive` says.
   void AppendDataSets(const std::string& glob, std::vector<std::string>& names,
@@ -152,18 +128,16 @@ class H5_Node final : private Vexa::CacheListener {
                  bool isLast) const;
 
  private:
-  struct Directory {
-    MyMap<std::string, H5_Node> mChildren;
-    std::map<std::uint64_t, H5_Node*> mHolding;  // children that hold data, by insertion
-  };
   struct Ancestors;
 
   const H5_File* Root() const { return mpFile; }
+  bool IsGroup() const { return mpMembers != nullptr; }
+  MyMap<std::string, H5_Node>& Members() const;
   void InitChildrenFromDir(const Ancestors* above);
   void OpenNode(hid_t parentId) const;
   H5_Node* FindChild(const std::string& name) const;
   H5_Node& InsertChild(const std::string& name, Origin origin);
-  void CacheChanged(std::uint64_t before, std::uint64_t now) override;
+  void CacheChanged(std::uint64_t before, std::uint64_t now);
   void RequireNoCycle(const Ancestors& group) const;
 
   std::string mName;
@@ -172,10 +146,9 @@ class H5_Node final : private Vexa::CacheListener {
   bool mIsReadyToAppend;
   bool mIsUnflushed = false;
   mutable bool mIsGone = false;  // along with the file; nobody has asked for the object
-  std::uint64_t mPosition = 0;   // among the parent's children, by insertion
   std::uint64_t mCacheSize = 0;  // of the subtree
   H5_Node* mpParent;             // null for the root
   H5_File* mpFile;
-  mutable std::unique_ptr<H5_Object> mpObject;  // null until asked for
-  std::unique_ptr<Directory> mpDirectory;       // of groups only
+  mutable std::unique_ptr<H5_Object> mpObject;             // null until asked for
+  std::unique_ptr<MyMap<std::string, H5_Node>> mpMembers;  // of groups only
 };

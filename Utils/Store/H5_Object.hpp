@@ -6,23 +6,12 @@
 #include <hdf5.h>
 
 #include <cstdint>
+#include <functional>
 #include <iosfwd>
 #include <string>
+#include <utility>
 
 #include "Utils/Factory/EnableCreation.hpp"
-
-namespace Vexa {
-
-/// Hears of every change of the bytes that an object holds for its file.
-class CacheListener {
- public:
-  virtual void CacheChanged(std::uint64_t before, std::uint64_t now) = 0;
-
- protected:
-  ~CacheListener() = default;
-};
-
-}  // namespace Vexa
 
 /// Objects are made closed, then opened and closed any number of times. What is appended waits in
 /// memory, in open and closed objects alike, until WriteCache.
@@ -64,21 +53,21 @@ class H5_Object : public Factory::EnableCreation<H5_Object, const std::string&, 
   /// Describes the object on one line, without a newline, for listings.
   virtual std::ostream& Output(std::ostream& os, const std::string& indent) const = 0;
 
-  /// Sets the one listener, which stays the caller's; null means none.
-  void SetCacheListener(Vexa::CacheListener* listener) { mpListener = listener; }
+  /// Sets what is called with every change of the bytes that the object holds for its file.
+  using CacheListener = std::function<void(std::uint64_t before, std::uint64_t now)>;
+  void SetCacheListener(CacheListener listener) { mListener = std::move(listener); }
 
  protected:
   /// Every operation that changes SizeOfCache() ends with this.
   void ReportCacheSize() {
     const std::uint64_t now = SizeOfCache();
-    if (mpListener != nullptr && now != mReportedCache) {
-      mpListener->CacheChanged(mReportedCache, now);
-      mReportedCache = now;
+    if (mListener != nullptr && now != mReportedCache) {
+      mListener(std::exchange(mReportedCache, now), now);
     }
   }
 
  private:
-  Vexa::CacheListener* mpListener = nullptr;
+  CacheListener mListener;
   std::uint64_t mReportedCache = 0;
 };
 

@@ -66,10 +66,8 @@ void Append(const Objects& objects, long long step, const auto& next) {
 void Flush(long long step) {
   std::cout << "b " << step << std::endl;
   TheCachedH5FileHolder().WriteCache();
-  std::uint64_t waiting = 0;
-  std::uint64_t other = 0;
-  TheCachedH5FileHolder().Statistics(other, other, other, other, other, other, waiting);
-  std::cout << (waiting == 0 ? "f " : "w ") << step << std::endl;
+  const bool isWritten = TheCachedH5FileHolder().Statistics().mBytes == 0;
+  std::cout << (isWritten ? "f " : "w ") << step << std::endl;
 }
 
 }  // namespace
