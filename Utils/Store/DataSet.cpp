@@ -1,10 +1,12 @@
 #include "Utils/Store/DataSet.hpp"
 
+#include <cstring>
+
 #include "Utils/ErrorHandling/Require.hpp"
+#include "Utils/HDF5/ExternalFiles.hpp"
 #include "Utils/HDF5/H5_Utils.hpp"
+#include "Utils/HDF5/ObjectHeader.hpp"
 #include "Utils/HDF5/SetCompressionH5.hpp"
-#include "Utils/Store/InsideStore.hpp"
-#include "Utils/Tables/ChunkReader.hpp"
 
 namespace H5_Objects {
 
@@ -27,7 +29,16 @@ void DataSet::RequireConsistentExistence(bool h5_exists) {
                      << mExistsInFile);
 }
 
-std::vector<hsize_t> DataSet::FileExtents() const {
+void DataSet::Open(hid_t parentId, const std::string& linkName, int traceLevel,
+                   const std::string& failure) {
+  mMy_id = mTrace(traceLevel, H5Dopen2(parentId, linkName.c_str(), Vexa_H5::DatasetAccess()),
+                  "H5Dopen2(", parentId, ", \"", linkName, "\")");
+  Vexa_H5::NoteOpened(mMy_id);
+  REQUIRE_FOR_CALLER(mMy_id>=0, failure);
+  Vexa_H5::RequireSoundHeader(mMy_id);
+}
+
+std::vector<hsize_t> DataSet::ExtentsInFile() const {
   Vexa_H5::DataspaceHandle dataspace_id(
       mTrace(5, H5Dget_space(mMy_id), "H5Dget_space(", mMy_id, ")"));
   REQUIRE_FOR_CALLER(dataspace_id>=0, "H5Dget_space failed");
@@ -40,12 +51,6 @@ Tables::Storage DataSet::Storage() const {
   const Vexa::ReportAs label("H5_DataSet");
   REQUIRE(IsObjectOpen(), "Object must be open");
   return Tables::ReadStorage(mMy_id);
-}
-
-std::vector<hsize_t> DataSet::ExtentsInFile() const {
-  const Vexa::ReportAs label("H5_DataSet");
-  REQUIRE(IsObjectOpen(), "Object must be open");
-  return FileExtents();
 }
 
 bool DataSet::IsFileWritable() const {
@@ -95,59 +100,10 @@ void DataSet::PutBack(const std::vector<hsize_t>& dims) const noexcept {
   H5Dset_extent(mMy_id, dims.data());
 }
 
-void DataSet::WriteBlock(const std::vector<hsize_t>& start, const std::vector<hsize_t>& memoryDims,
-                         hid_t memoryType, const void* data) const {
-  Vexa_H5::DataspaceHandle filespace_id(
-      mTrace(5, H5Dget_space(mMy_id), "H5Dget_space(", mMy_id, ")"));
-  REQUIRE_FOR_CALLER(filespace_id>=0, "H5Dget_space failed");
-  herr_t err = mTrace(5,
-                      H5Sselect_hyperslab(filespace_id, H5S_SELECT_SET, start.data(), nullptr,
-                                          memoryDims.data(), nullptr),
-                      "H5Sselect_hyperslab(filespace_id, ...)");
-  REQUIRE_FOR_CALLER(err>=0, "H5Sselect_hyperslab failed");
-  Vexa_H5::DataspaceHandle memspace_id(
-      mTrace(5, H5Screate_simple(static_cast<int>(memoryDims.size()), memoryDims.data(), nullptr),
-             "H5Screate_simple(", memoryDims.size(), ", ...)"));
-  REQUIRE_FOR_CALLER(memspace_id>=0, "H5Screate_simple failed");
-  err = mTrace(4, H5Dwrite(mMy_id, memoryType, memspace_id, filespace_id, H5P_DEFAULT, data),
-               "H5Dwrite(", mMy_id, ", ...)");
-  REQUIRE_FOR_CALLER(err>=0, "H5Dwrite failed");
-  memspace_id.Close(mTrace, "H5Sclose(memspace_id)");
-  filespace_id.Close(mTrace, "H5Sclose(filespace_id)");
-}
-
-std::vector<std::string> DataSet::ReadAllStrings(std::size_t count) const {
-  const Vexa::InsideStore inside;
-  Vexa_H5::DatatypeHandle my_dtype_id(mTrace(5, H5Dget_type(mMy_id), "H5Dget_type(", mMy_id, ")"));
-  REQUIRE_FOR_CALLER(my_dtype_id>0, "H5Dget_type failed");
-  Vexa_H5::DataspaceHandle dataspace_id(
-      mTrace(5, H5Dget_space(mMy_id), "H5Dget_space(", mMy_id, ")"));
-  REQUIRE_FOR_CALLER(dataspace_id>=0, "H5Dget_space failed");
-  const auto npoints = H5Sget_simple_extent_npoints(dataspace_id);
-  REQUIRE_FOR_CALLER(npoints>=0 && static_cast<std::size_t>(npoints)==count,
-                     "dataset-size inconsistent with expected size");
-  std::vector<std::string> strings;
-  if (count == 0) {
-    REQUIRE_FOR_CALLER(H5Tget_class(my_dtype_id)==H5T_STRING, mName << " is of another type");
-  } else {
-    REQUIRE_FOR_CALLER(H5Tis_variable_str(my_dtype_id)>0 || H5Tget_class(my_dtype_id)!=H5T_STRING,
-                       "H5Dread failed: " << mName << " has strings of fixed length");
-    // An empty string takes so much of the library's memory and ours together.
-    const long double bytesOfString = 280;
-    Tables::RequireSoundStorage(mMy_id, bytesOfString * static_cast<long double>(count), mName);
-    const auto read = [&](hid_t memoryType, void* buffer) {
-      return mTrace(4, H5Dread(mMy_id, memoryType, H5S_ALL, H5S_ALL, H5P_DEFAULT, buffer),
-                    "H5Dread(", mMy_id, ", ...)");
-    };
-    strings = Vexa_H5::ReadStrings(mMy_id, my_dtype_id, dataspace_id, count, read,
-                                   {"H5Dread failed", "H5Dvlen_reclaim failed"});
-  }
-  dataspace_id.Close(mTrace, "H5Sclose(dataspace_id)", "status==0");
-  my_dtype_id.Close(mTrace, "H5Tclose(my_dtype_id)", "status==0");
-  return strings;
-}
-
-void DataSet::Close() {
+void DataSet::CloseObject() {
+  const Vexa::ReportAs label(mLabel);
+  const char* const kind = mLabel + std::strlen("H5_");
+  REQUIRE_FOR_CALLER(IsObjectOpen(), "Calling CloseObject on closed " << kind << "!");
   const herr_t err = mTrace(5, H5Dclose(mMy_id), "H5Dclose(", mMy_id, ")");
   mMy_id = -1;
   REQUIRE_FOR_CALLER(0==err, "H5Dclose failed");

@@ -22,6 +22,7 @@ bool LinkExists(hid_t parentId, const std::string& name, const Trace& trace);
 class DataSet : public H5_Object {
  public:
   bool IsObjectOpen() const override { return mMy_id >= 0; }
+  void CloseObject() override;
   void RolledBack(bool isFileNew) override {
     mExistsInFile = mExistsInFile && !isFileNew;
     mIsExistenceKnown = isFileNew;
@@ -30,19 +31,21 @@ class DataSet : public H5_Object {
 
   /// Returns how the open dataset lies on disk.
   Tables::Storage Storage() const;
-  /// Asks the file for the extents of the open dataset.
+  /// Asks the file for the extents of the open dataset; reports under the caller's label.
   std::vector<hsize_t> ExtentsInFile() const;
 
  protected:
-  DataSet(const std::string& name, bool existsInFile, int verbosity)
-      : mName(name), mExistsInFile(existsInFile), mTrace(verbosity) {}
+  /// `label` is the kind's own in reports, such as "H5_ObjectDat"; a literal.
+  DataSet(const char* label, const std::string& name, bool existsInFile, int verbosity)
+      : mLabel(label), mName(name), mExistsInFile(existsInFile), mTrace(verbosity) {}
 
   /// Fails with "Existence of group is inconsistently reported ..." unless the file agrees with
   /// mExistsInFile about the link.
   void RequireConsistentExistence(bool h5_exists);
 
-  /// Asks the file for the extents of the open dataset, and reports under the caller's label.
-  std::vector<hsize_t> FileExtents() const;
+  /// Opens a dataset that exists; `failure` says that it could not be.
+  void Open(hid_t parentId, const std::string& linkName, int traceLevel,
+            const std::string& failure);
 
   /// Whether the file of the open dataset was opened for writing, so that nobody else writes to it.
   bool IsFileWritable() const;
@@ -58,20 +61,10 @@ class DataSet : public H5_Object {
   /// nothing.
   void PutBack(const std::vector<hsize_t>& dims) const noexcept;
 
-  /// Writes `data`, shaped `memoryDims`, to the block of the open dataset at `start` whose extents
-  /// are memoryDims too.
-  void WriteBlock(const std::vector<hsize_t>& start, const std::vector<hsize_t>& memoryDims,
-                  hid_t memoryType, const void* data) const;
-
-  /// Reads the whole open dataset, `count` strings of any HDF5 string type, in storage order.
-  std::vector<std::string> ReadAllStrings(std::size_t count) const;
-
-  /// Closes the open dataset.
-  void Close();
-
   /// Closes a dataset that was left open, without a report, as a destructor must.
   void CloseSilently() noexcept;
 
+  const char* mLabel;
   std::string mName;   // the link's name in its parent group
   bool mExistsInFile;  // given at construction, set when created
   bool mIsExistenceKnown = true;

@@ -5,9 +5,7 @@
 
 #include "Utils/ErrorHandling/OnFailure.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
-#include "Utils/HDF5/ExternalFiles.hpp"
 #include "Utils/HDF5/H5_Utils.hpp"
-#include "Utils/HDF5/ObjectHeader.hpp"
 #include "Utils/Store/InsideStore.hpp"
 #include "Utils/Tables/WriteRows.hpp"
 
@@ -53,7 +51,7 @@ std::string Dat::Help() {
 }
 
 Dat::Dat(const std::string& name, bool existsOnDisk, int verbosity)
-    : DataSet(name, existsOnDisk, verbosity) {
+    : DataSet("H5_ObjectDat", name, existsOnDisk, verbosity) {
   mTrace.Line(5, "Dat::Dat(\"", name, "\", ... existsOnDisk=", existsOnDisk);
 }
 
@@ -93,11 +91,7 @@ void Dat::OpenObject(hid_t parentGroupId) {
   RequireConsistentExistence(h5_exists);
   if (h5_exists) {
     mTrace.Line(3, "H5_ObjectDat open ", mName);
-    mMy_id = mTrace(4, H5Dopen2(parentGroupId, group_name.c_str(), Vexa_H5::DatasetAccess()),
-                    "H5Dopen2(", parentGroupId, ", \"", group_name, "\")");
-    Vexa_H5::NoteOpened(mMy_id);
-    REQUIRE(mMy_id>=0, "Opening of dataset " << group_name << " failed");
-    Vexa_H5::RequireSoundHeader(mMy_id);
+    Open(parentGroupId, group_name, 4, "Opening of dataset " + group_name + " failed");
     TakeLayout();
     REQUIRE(mExtents.Size()==2 && static_cast<unsigned int>(mLegends.Size())==mExtents[1],
             "internal consistency error");
@@ -106,8 +100,10 @@ void Dat::OpenObject(hid_t parentGroupId) {
             "Inconsistency in legacy support.  Should never be asked to create a new dataset with "
             "the old group_name="
                 << group_name);
-    mMy_id = CreateDataSet(parentGroupId, group_name, mLegends.size(), mChunkRows);
-    REQUIRE(mMy_id>=0, "CreateDataSet failed");
+    mExtents = {0, mLegends.size()};
+    mMy_id = Create(parentGroupId, group_name, {0, mLegends.size()}, {mChunkRows, 1},
+                    H5T_NATIVE_DOUBLE, mCompress);
+    mTrace.Line(2, "Dat: Create '", group_name, "' with ", mLegends.size(), " column(s)");
     mLayout = Tables::ReadTableLayout(mMy_id, mName);
     mExistsInFile = mIsLayoutKnown = true;
     Vexa_H5::AttachStringsToAttributes(mMy_id, "Legend", mLegends, mTrace.Verbosity());
@@ -134,21 +130,6 @@ void Dat::TakeLayout() {
   }
   mLegendCharacters = Characters(mLegends);
   mIsLayoutKnown = true;
-}
-
-hid_t Dat::CreateDataSet(hid_t parentId, const std::string& name, std::uint64_t columns,
-                         std::uint64_t chunkRows) {
-  mExtents = {0, columns};
-  const hid_t dataset_id =
-      Create(parentId, name, {0, columns}, {chunkRows, 1}, H5T_NATIVE_DOUBLE, mCompress);
-  mTrace.Line(2, "Dat: Create '", name, "' with ", columns, " column(s)");
-  return dataset_id;
-}
-
-void Dat::CloseObject() {
-  const Vexa::ReportAs label("H5_ObjectDat");
-  REQUIRE(IsObjectOpen(), "Calling CloseObject on closed ObjectDat!");
-  Close();
 }
 
 void Dat::Append(const MyVector<double>& data) {
@@ -295,7 +276,7 @@ std::ostream& Dat::Output(std::ostream& os, const std::string& indent) const {
 
 void Dat::RequireFileExtents(const char* message) const {
   const Vexa::ReportAs label("H5_ObjectDat");
-  const std::vector<hsize_t> dims = FileExtents();
+  const std::vector<hsize_t> dims = ExtentsInFile();
   const std::size_t ndims = dims.size();
   REQUIRE(ndims==2, "Dimension mismatch.");
   REQUIRE(dims[0]==mExtents[0] && dims[1]==mExtents[1], message);

@@ -45,7 +45,6 @@ class Dat : public DataSet, public Factory::Register<Dat> {
   /// Opens the table, or creates it with its legend. Files that carry the older, misspelled link
   /// names "DimensionfullInertialSpin[Mag].dat" are read under the right ones.
   void OpenObject(hid_t parentGroupId) override;
-  void CloseObject() override;
   bool AreAttributesKnown() const override { return !mExtents.empty(); }
 
   /// Adds one row to the cache: one value per column in legend order, the time first.
@@ -102,8 +101,6 @@ class Dat : public DataSet, public Factory::Register<Dat> {
   const Tables::TableLayout& Layout() const { return mLayout; }
 
  private:
-  hid_t CreateDataSet(hid_t parentId, const std::string& name, std::uint64_t columns,
-                      std::uint64_t chunkRows);
   void TakeLayout();
   void WriteCacheDetail(std::uint64_t rows,
                         const std::function<void(const Tables::OpenTable&)>& write);

@@ -1,11 +1,9 @@
 #include "Utils/Store/H5_ObjectTxt.hpp"
 
-#include <array>
 #include <ostream>
 #include <vector>
 
 #include "Utils/ErrorHandling/Require.hpp"
-#include "Utils/HDF5/CharacterSet.hpp"
 #include "Utils/HDF5/H5Type.hpp"
 #include "Utils/HDF5/H5_Utils.hpp"
 #include "Utils/Store/InsideStore.hpp"
@@ -30,7 +28,7 @@ std::string Txt::Help() {
 }
 
 Txt::Txt(const std::string& name, bool existsOnDisk, int verbosity)
-    : StringDataSet("H5_ObjectTxt", "Txt", name, existsOnDisk, verbosity) {
+    : StringDataSet("H5_ObjectTxt", "Txt", {16}, name, existsOnDisk, verbosity) {
   // Without this, text would be lost without a word where memory is exhausted.
   mText.exceptions(std::ios_base::badbit);
 }
@@ -38,31 +36,24 @@ Txt::Txt(const std::string& name, bool existsOnDisk, int verbosity)
 void Txt::TakeExisting(const std::vector<hsize_t>& dims) {
   const std::size_t ndims = dims.size();
   REQUIRE(ndims==0 || ndims==1, "Expected dim of 0 or 1, got " << ndims);
-  mSize = ndims == 0 ? 1 : dims[0];
-  mSizeFlushed = AreAttributesKnown() ? mSizeFlushed : mSize;
-}
-
-void Txt::Shape(std::vector<hsize_t>& dims, std::vector<hsize_t>& chunk) const {
-  dims = {0};
-  chunk = {16};
-}
-
-H5T_cset_t Txt::CharacterSet() const {
-  return Vexa_H5::CharacterSetOf(std::array{mText.view()});
 }
 
 void Txt::WriteCache() {
-  const Vexa::ReportAs label("H5_ObjectTxt");
   const Vexa::InsideStore inside;
   mOldDatatype = mOldDatatype || (IsObjectOpen() && SizeOfCache() > 0 && HoldsCharacters());
   REQUIRE(!mOldDatatype, "Cannot write new Txt format into "
           << mName << ",\nwhich has existing data in the old Txt format.");
-  mTrace.Line(5, "Txt WriteCache ", mName);
-  REQUIRE(IsObjectOpen(), "Consistency error: Called WriteCache on a closed object");
-  if (SizeOfCache() == 0) {
-    return;
-  }
-  const std::vector<hsize_t> dims = FileExtents();
+  StringDataSet::WriteCache();
+}
+
+std::vector<std::string> Txt::WaitingStrings() const {
+  std::vector<std::string> strings;
+  strings.push_back(mText.str());  // moved: a text may be long
+  return strings;
+}
+
+void Txt::RequireWritable(const std::vector<std::string>& strings) const {
+  const std::vector<hsize_t> dims = ExtentsInFile();
   const std::size_t ndims = dims.size();
   REQUIRE(ndims!=0, "H5_ObjectTxt attempting to append to a *scalar* string dataset\n"
           << "Such datasets are not written by H5_ObjectTxt, but could be created\n"
@@ -70,13 +61,10 @@ void Txt::WriteCache() {
           << "Appending to such strings in H5_ObjectTxt is not supported");
   REQUIRE(ndims==1, "Dimension mismatch.");
   REQUIRE(dims[0]==mSize, "Extents inconsistent between memory and file");
-  const std::string text = mText.str();
+  const std::string& text = strings[0];
   REQUIRE(text.find('\0')==std::string::npos,
           "Text of " << mName << " holds a null character, which a string in a file cannot");
   mTrace.Line(5, "Txt append 1 string to '", mName, "' (new size=", mSize + 1, ")");
-  WriteStrings({mSize + 1}, {mSize}, {1}, {text.c_str()});
-  mSize += 1;
-  DropCache();
 }
 
 void Txt::DropCache() {
@@ -85,15 +73,14 @@ void Txt::DropCache() {
 }
 
 void Txt::RolledBack(bool isFileNew) {
-  DataSet::RolledBack(isFileNew);
-  mSize = mSizeFlushed = isFileNew ? 0 : mSizeFlushed;
+  StringDataSet::RolledBack(isFileNew);
   mOldDatatype = mOldDatatype && !isFileNew;
 }
 
 std::string Txt::RetrieveData() {
   const Vexa::ReportAs label("H5_ObjectTxt");
   REQUIRE(IsObjectOpen(), "Dataset must be opened first");
-  const std::vector<hsize_t> dims = FileExtents();
+  const std::vector<hsize_t> dims = ExtentsInFile();
   const std::size_t ndims = dims.size();
   REQUIRE(ndims==1 or ndims==0, "Expected dim of 0 or 1, got " << ndims);
   REQUIRE(ndims==0 or dims[0]==mSize, "Extents inconsistent between memory and file");

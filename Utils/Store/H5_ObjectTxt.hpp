@@ -4,6 +4,7 @@
 #include <iosfwd>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include "Utils/Factory/Register.hpp"
 #include "Utils/Store/InsideStore.hpp"
@@ -34,7 +35,6 @@ class Txt : public StringDataSet, public Factory::Register<Txt> {
   /// that holds one is refused. Fails on the formats that cannot be appended to.
   void WriteCache() override;
   void DropCache() override;
-  void Flushed() override { mSizeFlushed = mSize; }
   void RolledBack(bool isFileNew) override;
 
   /// Reads the whole text in the file: all strings without anything between them.
@@ -52,17 +52,15 @@ class Txt : public StringDataSet, public Factory::Register<Txt> {
 
  protected:
   void TakeExisting(const std::vector<hsize_t>& dims) override;
-  void Shape(std::vector<hsize_t>& dims, std::vector<hsize_t>& chunk) const override;
-  H5T_cset_t CharacterSet() const override;
+  std::vector<std::string> WaitingStrings() const override;
+  void RequireWritable(const std::vector<std::string>& strings) const override;
 
  private:
   bool HoldsCharacters() const;
   std::string RetrieveCharacters() const;
 
-  std::ostringstream mText;             // not yet written
-  unsigned long long mSize = 0;         // strings in the file, or characters of the older format
-  unsigned long long mSizeFlushed = 0;  // of the file as it was last flushed
-  bool mOldDatatype = false;            // an array of characters; known once it was read or written
+  std::ostringstream mText;   // not yet written
+  bool mOldDatatype = false;  // an array of characters; known once it was read or written
 };
 
 }  // namespace H5_Objects

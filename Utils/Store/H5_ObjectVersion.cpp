@@ -3,7 +3,6 @@
 #include <ostream>
 
 #include "Utils/ErrorHandling/Require.hpp"
-#include "Utils/HDF5/CharacterSet.hpp"
 #include "Utils/HDF5/H5_Utils.hpp"
 #include "Utils/Store/InsideStore.hpp"
 
@@ -19,14 +18,12 @@ std::string Version::Help() {
 }
 
 Version::Version(const std::string& name, bool existsOnDisk, int verbosity)
-    : StringDataSet("H5_ObjectVersion", "Ver", name, existsOnDisk, verbosity) {}
+    : StringDataSet("H5_ObjectVersion", "Ver", {1, 2}, name, existsOnDisk, verbosity) {}
 
 void Version::Initialize(const History& history) {
   const Vexa::InsideStore inside;
   REQUIRE(mHist.size()==0 and (not IsObjectOpen()), "Please call initialize only once");
   mWhole = history;
-  mIsUnflushed = true;
-  mIsLost = false;
   Hold(history);
 }
 
@@ -44,7 +41,6 @@ void Version::Hold(const History& history) {
 void Version::TakeExisting(const std::vector<hsize_t>& currdims) {
   const std::size_t ndims = currdims.size();
   REQUIRE(ndims==2, "Expected dim of 2, got " << ndims);
-  mSize = currdims[0];
   const std::vector<unsigned long> version =
       Vexa_H5::RetrieveAttributes<unsigned long>(mMy_id, "Version", false, mTrace.Verbosity());
   REQUIRE(version.size()==1, "Bad size " << version.size());
@@ -54,44 +50,23 @@ void Version::TakeExisting(const std::vector<hsize_t>& currdims) {
                                     << currdims[0] + mHist.size());
 }
 
-void Version::Shape(std::vector<hsize_t>& dims, std::vector<hsize_t>& chunk) const {
-  dims = {0, 2};
-  chunk = {1, 2};
-}
-
-H5T_cset_t Version::CharacterSet() const {
-  std::vector<std::string_view> strings;
+std::vector<std::string> Version::WaitingStrings() const {
+  std::vector<std::string> strings;
   for (const auto& [hash, help] : mHist) {
     strings.insert(strings.end(), {hash, help});
   }
-  return Vexa_H5::CharacterSetOf(strings);
+  return strings;
 }
 
 void Version::AttachAttributes() {
   Vexa_H5::AttachAttributes<unsigned long>(mMy_id, "Version", {mCurrentVersion},
                                            mTrace.Verbosity());
-  mSize = 0;
 }
 
-void Version::WriteCache() {
-  const Vexa::InsideStore inside;
-  mTrace.Line(5, "Ver WriteCache ", mName);
-  REQUIRE(IsObjectOpen(), "Consistency error: Called WriteCache on a closed object");
-  if (SizeOfCache() == 0) {
-    return;
-  }
+void Version::RequireWritable(const std::vector<std::string>& strings) const {
   REQUIRE(mSize==0, "This can be written only once, ");
-  const std::vector<hsize_t> dims = {mHist.size(), 2};
-  mTrace.Line(5, "Txt append ", dims[0], " strings to '", mName, "' (new size=", dims[0], ")");
-  std::vector<const char*> wdata;
-  wdata.reserve(2 * mHist.size());
-  for (const auto& [hash, help] : mHist) {
-    wdata.push_back(hash.c_str());
-    wdata.push_back(help.c_str());
-  }
-  WriteStrings(dims, {0, 0}, dims, wdata);
-  mSize = mHist.size();
-  DropCache();
+  const std::size_t entries = strings.size() / 2;
+  mTrace.Line(5, "Txt append ", entries, " strings to '", mName, "' (new size=", entries, ")");
 }
 
 void Version::DropCache() {
@@ -100,16 +75,8 @@ void Version::DropCache() {
   ReportCacheSize();
 }
 
-void Version::RolledBack(bool isFileNew) {
-  DataSet::RolledBack(isFileNew);
-  mIsLost = !mWhole.empty() && (isFileNew || mIsUnflushed);
-  mSize = mIsLost || isFileNew ? 0 : mSize;
-}
-
 void Version::HoldAgain() {
-  if (mIsLost) {
-    mIsLost = false;
-    mIsUnflushed = true;
+  if (!mWhole.empty() && mSize == 0 && mHist.empty()) {
     Hold(mWhole);
   }
 }
@@ -123,7 +90,7 @@ unsigned long Version::GetCurrentVersion() const {
 Version::History Version::RetrieveVersionHistory() const {
   const Vexa::ReportAs label("H5_ObjectVersion");
   REQUIRE(IsObjectOpen(), "Dataset must be opened first");
-  const std::vector<hsize_t> dims = FileExtents();
+  const std::vector<hsize_t> dims = ExtentsInFile();
   const std::size_t ndims = dims.size();
   REQUIRE(ndims == 2, "Expected dim of 2, got " << ndims);
   REQUIRE(dims[0]==mSize, "Extents inconsistent between memory and file");

@@ -28,11 +28,7 @@ class Version : public StringDataSet, public Factory::Register<Version> {
   /// Holds the history of a new record. Fails with "Please call initialize only once".
   void Initialize(const History& history);
 
-  /// Fails with "This can be written only once, " if the file holds a history already.
-  void WriteCache() override;
   void DropCache() override;
-  void Flushed() override { mIsLost = mIsUnflushed = false; }
-  void RolledBack(bool isFileNew) override;
   /// Holds again the whole history of a record that this process wrote, if it is not in the file.
   void HoldAgain() override;
 
@@ -50,20 +46,18 @@ class Version : public StringDataSet, public Factory::Register<Version> {
 
  protected:
   void TakeExisting(const std::vector<hsize_t>& currdims) override;
-  void Shape(std::vector<hsize_t>& dims, std::vector<hsize_t>& chunk) const override;
-  H5T_cset_t CharacterSet() const override;
   void AttachAttributes() override;
+  std::vector<std::string> WaitingStrings() const override;
+  /// Fails with "This can be written only once, " if the file holds a history already.
+  void RequireWritable(const std::vector<std::string>& strings) const override;
 
  private:
   void Hold(const History& history);
 
   unsigned long mCurrentVersion = 0;
-  unsigned long long mSize = 0;   // rows in the file
   History mHist;                  // entries not yet written
   std::uint64_t mCharacters = 0;  // of all of mHist
   History mWhole;                 // what Initialize got: a file without it is none of that version
-  bool mIsUnflushed = false;      // since Initialize
-  bool mIsLost = false;           // to be held again
 };
 
 }  // namespace H5_Objects

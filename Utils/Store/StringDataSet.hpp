@@ -5,6 +5,7 @@
 #include <hdf5.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Utils/HDF5/Handle.hpp"
@@ -15,37 +16,45 @@ namespace H5_Objects {
 class StringDataSet : public DataSet {
  public:
   void OpenObject(hid_t parentGroupId) override;
-  void CloseObject() override;
   bool AreAttributesKnown() const override { return mIsKnown; }
+  void WriteCache() override;
+  void Flushed() override { mRowsFlushed = mSize; }
+  void RolledBack(bool isFileNew) override;
 
  protected:
-  /// `label` is the kind's own in reports, `traceName` begins trace lines; both are literals.
-  StringDataSet(const char* label, const char* traceName, const std::string& name,
-                bool existsOnDisk, int verbosity)
-      : DataSet(name, existsOnDisk, verbosity), mLabel(label), mTraceName(traceName) {}
+  /// `traceName` begins trace lines; a literal. `chunk` has the extents of a chunk of a new
+  /// dataset; of these only the first, the rows, may differ from those of a dataset.
+  StringDataSet(const char* label, const char* traceName, std::vector<hsize_t> chunk,
+                const std::string& name, bool existsOnDisk, int verbosity)
+      : DataSet(label, name, existsOnDisk, verbosity),
+        mTraceName(traceName),
+        mChunk(std::move(chunk)) {}
   /// Ends the process if the object is still open.
   ~StringDataSet() override;
 
-  /// Does the kind's own part of opening: takes in the extents in the file of a dataset that
-  /// exists, ...
+  /// Does the kind's own part of opening: takes in a dataset that exists and has these extents in
+  /// the file, or gives a new one its attributes.
   virtual void TakeExisting(const std::vector<hsize_t>& dims) = 0;
-  /// ... or shapes a new one: extents and chunk, and attributes once it is created.
-  virtual void Shape(std::vector<hsize_t>& dims, std::vector<hsize_t>& chunk) const = 0;
   virtual void AttachAttributes() {}
-  /// Returns the character set of a new dataset.
-  virtual H5T_cset_t CharacterSet() const = 0;
+  /// Returns the strings that wait in memory, row after row.
+  virtual std::vector<std::string> WaitingStrings() const = 0;
+  /// Fails if these strings cannot be written to the open dataset; else traces that they will be.
+  virtual void RequireWritable(const std::vector<std::string>& strings) const = 0;
 
-  /// Extends the open dataset to `dims` and writes the strings, in the character set of the
-  /// dataset, to the block of `count` at `start`, which ends where the dataset does. If that fails,
-  /// the dataset is as long as before.
-  void WriteStrings(const std::vector<hsize_t>& dims, const std::vector<hsize_t>& start,
-                    const std::vector<hsize_t>& count, const std::vector<const char*>& strings);
+  /// Reads the whole open dataset, `count` strings of any HDF5 string type, in storage order.
+  std::vector<std::string> ReadAllStrings(std::size_t count) const;
+
+  unsigned long long mSize = 0;  // rows in the file, or characters of the older format of texts
 
  private:
-  Vexa_H5::DatatypeHandle MemoryType() const;
+  std::vector<hsize_t> Shape(hsize_t rows) const;
+  void AppendRows(const std::vector<std::string>& strings);
+  void WriteRows(hid_t type_id, const std::vector<hsize_t>& count,
+                 const std::vector<std::string>& strings) const;
 
-  const char* mLabel;
   const char* mTraceName;
+  std::vector<hsize_t> mChunk;
+  unsigned long long mRowsFlushed = 0;  // of the file as it was last flushed
   bool mIsKnown = false;
 };
 
