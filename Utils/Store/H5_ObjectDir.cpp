@@ -30,7 +30,7 @@ Dir::~Dir() {
   }
 }
 
-void Dir::OpenObject(hid_t parentId) {
+bool Dir::Open(hid_t parentId) {
   const Vexa::ReportAs label("H5_ObjectDir");
   REQUIRE(IsObjectOpen()==false, "Opening H5_ObjectDir while it is already open");
   const bool h5_exists = LinkExists(parentId, mName, mTrace);
@@ -55,12 +55,7 @@ void Dir::OpenObject(hid_t parentId) {
     mTrace.Line(5, "H5_ObjectDir created ", mName);
   }
   mTrace.Line(5, "H5_ObjectDir mName=", mName, " id=", mGroup_id);
-}
-
-bool Dir::IsIn(hid_t parentId) {
-  mExistsOnDisk = mIsExistenceKnown ? mExistsOnDisk : LinkExists(parentId, mName, mTrace);
-  mIsExistenceKnown = true;
-  return mExistsOnDisk;
+  return h5_exists;
 }
 
 void Dir::CloseObject() {

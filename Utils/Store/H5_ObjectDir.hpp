@@ -22,7 +22,7 @@ class Dir : public H5_Object, public Factory::Register<Dir> {
   /// Ends the process if the group is still open.
   ~Dir() override;
 
-  void OpenObject(hid_t parentId) override;
+  void OpenObject(hid_t parentId) override { Open(parentId); }
   bool IsObjectOpen() const override { return mGroup_id >= 0; }
   bool AreAttributesKnown() const override { return true; }
   std::uint64_t SizeOfCache() const override { return 0; }
@@ -37,9 +37,8 @@ class Dir : public H5_Object, public Factory::Register<Dir> {
   void DropIds() override { mGroup_id = -1; }
   std::ostream& Output(std::ostream& os, const std::string& indent) const override;
 
-  /// Whether the group is in its parent, which is open. The file is asked only if the group's
-  /// creation may have been rolled back.
-  bool IsIn(hid_t parentId);
+  /// Does so, and returns whether the group existed.
+  bool Open(hid_t parentId);
   /// Returns the names of the open group's members, ascending by bytes.
   MyVector<std::string> ReadGroupsFromDisk() const;
 

@@ -151,11 +151,10 @@ int Tdm::GetDataMeshDim() const {
   return mDataMeshDim;
 }
 
-Mesh Tdm::CheckedMesh(const std::vector<double>& extents, std::uint64_t step, std::uint64_t begin,
-                      std::uint64_t end) const {
-  MyVector<int> whole{MV::Size(extents.size())};
-  for (std::size_t i = 0; i < extents.size(); ++i) {
-    const double extent = extents[i];
+Mesh Tdm::CheckedMesh(const Step& step, std::uint64_t number) const {
+  MyVector<int> whole{MV::Size(step.mExtras.size())};
+  for (std::size_t i = 0; i < step.mExtras.size(); ++i) {
+    const double extent = step.mExtras[i];
     // The check comes before the conversion, which is undefined out of range.
     REQUIRE(extent>=0 && extent<=std::numeric_limits<int>::max() && extent==std::floor(extent),
             "Index of " << mName << " holds the mesh extent " << extent);
@@ -165,25 +164,18 @@ Mesh Tdm::CheckedMesh(const std::vector<double>& extents, std::uint64_t step, st
   // Compared by division: the product may not fit.
   const auto components = static_cast<std::uint64_t>(mpStructure->NumberOfComponents());
   const auto points = static_cast<std::uint64_t>(mesh.Size());
-  const std::uint64_t values = end - begin;
+  const std::uint64_t values = step.mEnd - step.mBegin;
   REQUIRE(values % components == 0 && values / components == points,
-          "internal error.  curr_idx=" << begin << " + " << components << " components of "
-                                       << points << " points, offset[" << step << "]=" << end);
+          "internal error.  curr_idx=" << step.mBegin << " + " << components
+                                       << " components of " << points << " points, offset["
+                                       << number << "]=" << step.mEnd);
   return mesh;
-}
-
-Mesh Tdm::CheckedMesh(const StepIndex& index, std::uint64_t step) const {
-  std::vector<double> extents;
-  for (const std::vector<double>& column : index.mExtras) {
-    extents.push_back(column[step]);
-  }
-  return CheckedMesh(extents, step, index.Begin(step), index.mEnds[step]);
 }
 
 StepIndex Tdm::RetrieveCheckedIndex_() const {
   StepIndex index = RetrieveIndex_();
   for (std::uint64_t step = 0; step < index.Size(); ++step) {
-    CheckedMesh(index, step);
+    CheckedMesh(index.At(step), step);
   }
   return index;
 }
@@ -205,7 +197,7 @@ void Tdm::RetrieveData(MyVector<double>& times, MyVector<Tensor<DataMesh>>& data
   times = MyVector<double>(index.mTimes);
   data.assign(MV::Size(index.Size()));
   for (std::uint64_t step = 0; step < index.Size(); ++step) {
-    data[step] = MakeTensor(CheckedMesh(index, step), values.data() + index.Begin(step));
+    data[step] = MakeTensor(CheckedMesh(index.At(step), step), values.data() + index.Begin(step));
   }
 }
 
@@ -213,7 +205,7 @@ Tensor<DataMesh> Tdm::RetrieveStep(unsigned long filestep) const {
   mTrace.Line(5, "Tdm::RetrieveTdm(", filestep, ")");
   REQUIRE(IsObjectOpen(), "Must call OpenObject before reading data");
   const Step step = RetrieveStepIndex(filestep);
-  const Mesh mesh = CheckedMesh(step.mExtras, filestep, step.mBegin, step.mEnd);
+  const Mesh mesh = CheckedMesh(step, filestep);
   std::vector<double> values(step.mEnd - step.mBegin);
   RetrieveValues_(step.mBegin, values.size(), values.data());
   return MakeTensor(mesh, values.data());

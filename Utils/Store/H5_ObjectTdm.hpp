@@ -76,9 +76,7 @@ class Tdm : public IndexedGroup, public Factory::Register<Tdm> {
 
  private:
   TensorSpec Spec() const { return {mpStructure->Dim(), mpStructure->Symmetry(), mDataMeshDim}; }
-  Mesh CheckedMesh(const std::vector<double>& extents, std::uint64_t step, std::uint64_t begin,
-                   std::uint64_t end) const;
-  Mesh CheckedMesh(const StepIndex& index, std::uint64_t step) const;
+  Mesh CheckedMesh(const Step& step, std::uint64_t number) const;
   Tensor<DataMesh> MakeTensor(const Mesh& mesh, const double* values) const;
 
   std::shared_ptr<const TensorStructure> mpStructure;

@@ -11,6 +11,14 @@
 
 namespace H5_Objects {
 
+Step StepIndex::At(std::uint64_t step) const {
+  Step at{Begin(step), mEnds[step], {}};
+  for (const std::vector<double>& column : mExtras) {
+    at.mExtras.push_back(column[step]);
+  }
+  return at;
+}
+
 IndexedGroup::IndexedGroup(const std::string& kind, const std::string& name,
                            const std::string& valuesName, bool existsOnDisk, int verbosity)
     : mKind(kind),
@@ -40,12 +48,11 @@ void IndexedGroup::InitializeTables(const MyVector<std::string>& indexLegend,
 void IndexedGroup::OpenObject(hid_t parentGroupId) {
   const Vexa::ReportAs shared("H5_IndexedGroup");
   mTrace.Line(5, mKind, "::OpenObject(", parentGroupId, ")");
-  const bool existedBefore = mGroup.IsIn(parentGroupId);
-  mGroup.OpenObject(parentGroupId);
+  const bool existedBefore = mGroup.Open(parentGroupId);
   mIndex.OpenObject(mGroup.GroupId());
   mValues.OpenObject(mGroup.GroupId());
   OpenAttributes(existedBefore);
-  const std::uint64_t columns = IndexColumns();
+  const std::uint64_t columns = mIndex.GetExtents()[1];
   const std::uint64_t expected = 2 + ExtraColumns();
   REQUIRE_LABELLED(mLabel, columns==expected,
                    "internal error.  Index of " << mName << " has " << columns
@@ -78,9 +85,12 @@ std::span<double> IndexedGroup::AppendStep(double time, std::span<const double> 
                                            std::uint64_t count) {
   const std::size_t begin = mCachedValues.size();
   mCachedValues.resize(begin + count);
-  mCachedTimes.push_back(time);
-  mCachedEnds.push_back(mCachedValues.size());
-  mCachedExtras.insert(mCachedExtras.end(), extras.begin(), extras.end());
+  mCachedSteps.mTimes.push_back(time);
+  mCachedSteps.mEnds.push_back(mCachedValues.size());
+  mCachedSteps.mExtras.resize(extras.size());
+  for (std::size_t k = 0; k < extras.size(); ++k) {
+    mCachedSteps.mExtras[k].push_back(extras[k]);
+  }
   ReportCacheSize();
   return std::span(mCachedValues).subspan(begin);
 }
@@ -89,17 +99,8 @@ void IndexedGroup::WriteCache() {
   const Vexa::InsideStore inside;
   mTrace.Line(5, mKind, " WriteCache ", mName);
   mGroup.WriteCache();
-  const std::size_t steps = mCachedTimes.size();
-  const std::size_t extras = ExtraColumns();
-  StepIndex index{std::move(mCachedTimes), std::move(mCachedEnds), {}};
-  index.mExtras.assign(extras, std::vector<double>(steps));
-  for (std::size_t i = 0; i < steps; ++i) {
-    for (std::size_t k = 0; k < extras; ++k) {
-      index.mExtras[k][i] = mCachedExtras[i * extras + k];
-    }
-  }
   const std::uint64_t stepsBefore = mIndex.Layout().mRows;
-  WriteIndexImmediately_(index);
+  WriteIndexImmediately_(mCachedSteps);
   const OnFailure putBack([&] { FirstFailure().Try([&] { mIndex.CutBack(stepsBefore); }); });
   WriteValuesImmediately_(mCachedValues.size(),
                           [this](Tables::ColumnWriter& writer) { writer.Append(mCachedValues); });
@@ -125,9 +126,7 @@ void IndexedGroup::DropCache() {
 }
 
 void IndexedGroup::ForgetSteps() {
-  mCachedTimes = {};
-  mCachedEnds = {};
-  mCachedExtras = {};
+  mCachedSteps = {};
   mCachedValues = {};
   ReportCacheSize();
 }
@@ -198,7 +197,7 @@ void IndexedGroup::PrepareToAppend() {
 
 std::uint64_t IndexedGroup::SizeOfCache() const {
   const std::uint64_t numbers =
-      mCachedTimes.size() + mCachedEnds.size() + mCachedExtras.size() + mCachedValues.size();
+      mCachedSteps.Size() * (2 + mCachedSteps.mExtras.size()) + mCachedValues.size();
   return mIndex.SizeOfCache() + mValues.SizeOfCache() + 8 * numbers;
 }
 
@@ -274,7 +273,7 @@ void IndexedGroup::RetrieveRuns_(std::span<const Tables::RowRun> runs, double* v
   mValues.RetrieveRuns_(0, runs, values, reads);
 }
 
-IndexedGroup::Step IndexedGroup::RetrieveStepIndex(std::size_t filestep) const {
+Step IndexedGroup::RetrieveStepIndex(std::size_t filestep) const {
   REQUIRE_LABELLED(mLabel, filestep < mIndex.GetExtents()[0],
                    "Access out of bounds.  Requesting filestep=" << filestep
                        << " in a dataset with only " << mIndex.GetExtents()[0] << " steps");

@@ -20,6 +20,13 @@
 
 namespace H5_Objects {
 
+/// A Step is a row of an index table: the step has values [mBegin, mEnd).
+struct Step {
+  std::uint64_t mBegin;
+  std::uint64_t mEnd;
+  std::vector<double> mExtras;  // the kind's own columns
+};
+
 /// A StepIndex is an index table: step i has values [mEnds[i-1], mEnds[i]), with 0 before the
 /// first.
 struct StepIndex {
@@ -30,6 +37,7 @@ struct StepIndex {
   std::uint64_t Size() const { return mTimes.size(); }
   std::uint64_t Begin(std::uint64_t step) const { return step == 0 ? 0 : mEnds[step - 1]; }
   std::uint64_t Values(std::uint64_t step) const { return mEnds[step] - Begin(step); }
+  Step At(std::uint64_t step) const;
 };
 
 class IndexedGroup : public H5_Object {
@@ -45,7 +53,7 @@ class IndexedGroup : public H5_Object {
   void RolledBack(bool isFileNew) override;
   /// Cuts both tables back to the last whole step, with a notice through MyErr, if they disagree.
   void PrepareToAppend() override;
-  std::uint64_t NTimeStepsCached() const override { return mCachedTimes.size(); }
+  std::uint64_t NTimeStepsCached() const override { return mCachedSteps.Size(); }
   std::uint64_t SizeOfCache() const override;
   std::uint64_t StepsInFile() const override { return mIndex.StepsInFile(); }
 
@@ -69,9 +77,6 @@ class IndexedGroup : public H5_Object {
   /// Reads runs of values, as Dat reads runs of rows.
   void RetrieveRuns_(std::span<const Tables::RowRun> runs, double* values,
                      Tables::PendingReads& reads) const;
-  /// Returns the length of the chunks in which the open object's values lie; 0 if they are not
-  /// chunked.
-  std::uint64_t ValuesPerChunk() const { return mValues.Layout().mChunkRows; }
 
   /// Write steps, and values, at once, bypassing the cache. mEnds count from the first value that
   /// is written along with these steps; the values may follow in several calls.
@@ -107,15 +112,9 @@ class IndexedGroup : public H5_Object {
   /// Reads the values of all steps of the open object's index.
   std::vector<double> RetrieveValuesOf(const StepIndex& index) const;
 
-  /// Offsets [begin, end) of one step, and its further columns; fails if there is no such step.
-  struct Step {
-    std::uint64_t mBegin;
-    std::uint64_t mEnd;
-    std::vector<double> mExtras;
-  };
+  /// Reads the offsets of one step, and its further columns; fails if there is no such step.
   Step RetrieveStepIndex(std::size_t filestep) const;
 
-  std::uint64_t IndexColumns() const { return mIndex.GetExtents()[1]; }
   std::uint64_t NumberOfValues() const { return mValues.GetExtents()[0]; }
   std::uint64_t CachedValues() const { return mCachedValues.size(); }
   hid_t GroupId() const { return mGroup.GroupId(); }
@@ -141,9 +140,7 @@ class IndexedGroup : public H5_Object {
   Dir mGroup;
   Dat mIndex;
   Dat mValues;
-  std::vector<double> mCachedTimes;
-  std::vector<std::uint64_t> mCachedEnds;  // counted in cached values
-  std::vector<double> mCachedExtras;       // step after step
+  StepIndex mCachedSteps;
   std::vector<double> mCachedValues;
 };
 
