@@ -20,6 +20,12 @@ bool LinkExists(hid_t parentId, const std::string& name, const Trace& trace) {
   return answer > 0;
 }
 
+DataSet::~DataSet() {
+  if (mMy_id >= 0) {
+    H5Dclose(mMy_id);
+  }
+}
+
 void DataSet::RequireConsistentExistence(bool h5_exists) {
   mExistsInFile = mIsExistenceKnown ? mExistsInFile : h5_exists;
   mIsExistenceKnown = true;
@@ -107,13 +113,6 @@ void DataSet::CloseObject() {
   const herr_t err = mTrace(5, H5Dclose(mMy_id), "H5Dclose(", mMy_id, ")");
   mMy_id = -1;
   REQUIRE_FOR_CALLER(0==err, "H5Dclose failed");
-}
-
-void DataSet::CloseSilently() noexcept {
-  if (mMy_id >= 0) {
-    H5Dclose(mMy_id);
-    mMy_id = -1;
-  }
 }
 
 }  // namespace H5_Objects

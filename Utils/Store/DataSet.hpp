@@ -21,6 +21,9 @@ bool LinkExists(hid_t parentId, const std::string& name, const Trace& trace);
 
 class DataSet : public H5_Object {
  public:
+  /// Closes a dataset that was left open, without a report.
+  ~DataSet() override;
+
   bool IsObjectOpen() const override { return mMy_id >= 0; }
   void CloseObject() override;
   void RolledBack(bool isFileNew) override {
@@ -60,9 +63,6 @@ class DataSet : public H5_Object {
   /// Sets the extents of a dataset that was extended and could then not be written; reports
   /// nothing.
   void PutBack(const std::vector<hsize_t>& dims) const noexcept;
-
-  /// Closes a dataset that was left open, without a report, as a destructor must.
-  void CloseSilently() noexcept;
 
   const char* mLabel;
   std::string mName;   // the link's name in its parent group

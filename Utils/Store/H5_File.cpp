@@ -6,13 +6,14 @@
 #include <ostream>
 #include <utility>
 
-#include "Utils/ErrorHandling/CodeError.hpp"
+#include "Utils/ErrorHandling/FirstFailure.hpp"
 #include "Utils/ErrorHandling/MyAbort.hpp"
 #include "Utils/ErrorHandling/MyErr.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/HDF5/CommittingDriver.hpp"
 #include "Utils/HDF5/H5_Utils.hpp"
 #include "Utils/HDF5/Library.hpp"
+#include "Utils/HDF5/StoredChunks.hpp"
 #include "Utils/Process/Files.hpp"
 #include "Utils/Process/Printable.hpp"
 #include "Utils/Store/FailedWrites.hpp"
@@ -63,13 +64,12 @@ H5_File::H5_File(const std::string& fullPath, H5AccessType access, int verbosity
     }
   } catch (...) {
     std::optional<Vexa::FileDescriptor> created;
-    try {
+    // The first failure is the one to report; after another one the file stays.
+    FirstFailure().Try([&] {
       if (IsFileOpen() && wait.mIsCreated) {
         created.emplace(Hold());
       }
-    } catch (const CodeError&) {
-      // The first failure is the one to report; the file then stays.
-    }
+    });
     CloseSilently();
     if (created && created->HasName(mFilename)) {
       // It holds nothing, and may be less than a file that opens.
@@ -96,13 +96,9 @@ void H5_File::OpenFile() {
   Open(mAtype, wait);
 }
 
-// An empty file is what a creation leaves that was interrupted.
-bool H5_File::IsMissing() const {
-  return !FileExists(mFilename) || Vexa::IsEmptyFile(mFilename);
-}
-
 void H5_File::CreateIfMissing() {
-  if (IsMissing()) {
+  // An empty file is what a creation leaves that was interrupted.
+  if (!FileExists(mFilename) || Vexa::IsEmptyFile(mFilename)) {
     OpenFile();
     mIsNew = true;
   }
@@ -156,23 +152,17 @@ bool H5_File::Open(H5AccessType access, Vexa_H5::LockWait& wait) {
   mIsOpenForWriting = access == ReadWrite;
   mSharedLock = std::move(wait.mSharedLock);
   if (mpRoot == nullptr) {
-    BuildTree();
+    // An object and its link take some bytes of the file, unless the link leads to another file;
+    // and a new file may grow.
+    const std::uint64_t harmless = 50000;
+    mMostNodes = mAtype == ReadOnly ? std::max(Vexa_H5::FileSizeOf(mFile_id) / 32, harmless)
+                                    : ~std::uint64_t{0};
+    mpRoot = std::make_unique<H5_Node>(*this, mFile_id, mTrace.Verbosity());
     mHasWaited = false;  // nothing was known before
   } else if (wait.mIsNew) {
     StartAnew();
   }
   return true;
-}
-
-void H5_File::BuildTree() {
-  hsize_t fileSize = 0;
-  const herr_t err = H5Fget_filesize(mFile_id, &fileSize);
-  REQUIRE(err>=0, "H5Fget_filesize failed");
-  // An object and its link take some bytes of the file, unless the link leads to another file; and
-  // a new file may grow.
-  const hsize_t harmless = 50000;
-  mMostNodes = mAtype == ReadOnly ? std::max(fileSize / 32, harmless) : ~std::uint64_t{0};
-  mpRoot = std::make_unique<H5_Node>(*this, mFile_id, mTrace.Verbosity());
 }
 
 bool H5_File::Contains(const H5_Node& node) const {
@@ -270,12 +260,12 @@ void H5_File::CloseSilently(bool discardsUnflushed) noexcept {
   const Vexa_H5::MuteH5Errors muted;
   // If there is no root, the nodes were never finished, and are gone.
   for (std::size_t i = mpRoot == nullptr ? 0 : mOpenNodes.size(); i-- > 0;) {
-    try {
-      if (mOpenNodes[i]->IsObjectOpen()) {
-        mOpenNodes[i]->Object().CloseObject();
+    // The failure that led here has been reported, or is about to be.
+    FirstFailure().Try([node = mOpenNodes[i]] {
+      if (node->IsObjectOpen()) {
+        node->Object().CloseObject();
       }
-    } catch (...) {  // the failure that led here has been reported, or is about to be
-    }
+    });
   }
   mOpenNodes.clear();
   mIsWriting = false;

@@ -6,6 +6,7 @@
 #include <functional>
 #include <iosfwd>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -142,8 +143,6 @@ class H5_File {
   friend class H5_Node;
 
   bool Open(H5AccessType access, Vexa_H5::LockWait& wait);
-  void BuildTree();
-  bool IsMissing() const;
   void StartAnew();
   void Flush();
   void SetFlushed();
@@ -178,7 +177,7 @@ class H5_File {
   bool mHasLost = false;     // what objects hold again before the next write
   bool mCannotOpen = false;  // at the last attempt to write
   bool mHasFailed = false;
-  std::vector<H5_Node*> mUnflushed;  // whose objects may have changed the file since its last flush
+  std::set<H5_Node*> mUnflushed;  // whose objects may have changed the file since its last flush
   std::uint64_t mNodes = 0;
   std::uint64_t mMostNodes = 0;            // a file of this size has no room for more
   std::vector<const H5_Node*> mOpenNodes;  // in the order of opening

@@ -59,11 +59,8 @@ std::string H5_Node::Path() const {
   if (mpParent == nullptr) {
     return "";
   }
-  std::string path = mpParent->FullName();
-  if (path.back() != '/') {
-    path += '/';
-  }
-  return path;
+  const std::string path = mpParent->FullName();
+  return path.back() == '/' ? path : path + '/';
 }
 
 const std::string& H5_Node::Filename() const {
@@ -318,14 +315,12 @@ void H5_Node::DropCache() {
 }
 
 void H5_Node::SetUnflushed() {
-  if (!mIsUnflushed && mpFile->mStaysReadable) {
-    mIsUnflushed = true;
-    mpFile->mUnflushed.push_back(this);
+  if (mpFile->mStaysReadable) {
+    mpFile->mUnflushed.insert(this);
   }
 }
 
 void H5_Node::Flushed() {
-  mIsUnflushed = false;
   if (mpObject != nullptr) {
     mpObject->Flushed();
   }
@@ -333,7 +328,6 @@ void H5_Node::Flushed() {
 
 void H5_Node::RolledBack(bool isFileNew) {
   const bool isRoot = mpParent == nullptr;  // which every file has
-  mIsUnflushed = false;
   mIsGone = isFileNew && mpObject == nullptr;
   mIsOnDisk = mIsOnDisk && (isRoot || !isFileNew);
   mIsReadyToAppend = isRoot || !mIsOnDisk;

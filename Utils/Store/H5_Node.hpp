@@ -144,7 +144,6 @@ class H5_Node {
   Trace mTrace;
   bool mIsOnDisk;  // when the node was made
   bool mIsReadyToAppend;
-  bool mIsUnflushed = false;
   mutable bool mIsGone = false;  // along with the file; nobody has asked for the object
   std::uint64_t mCacheSize = 0;  // of the subtree
   H5_Node* mpParent;             // null for the root

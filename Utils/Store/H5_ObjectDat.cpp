@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <ostream>
+#include <utility>
 
 #include "Utils/ErrorHandling/OnFailure.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
@@ -23,24 +24,13 @@ std::uint64_t Characters(const MyVector<std::string>& strings) {
   return characters;
 }
 
-MyVector<std::string> UndefinedLegends(std::uint64_t columns) {
-  MyVector<std::string> legends{MV::Size(columns)};
-  for (std::uint64_t c = 0; c < columns; ++c) {
-    legends[c] = "undef " + std::to_string(c);
-  }
-  return legends;
-}
-
 }  // namespace
 
 std::string LegacyName(const std::string& name) {
-  if (name == "DimensionfulInertialSpin.dat") {
-    return "DimensionfullInertialSpin.dat";
-  }
-  if (name == "DimensionfulInertialSpinMag.dat") {
-    return "DimensionfullInertialSpinMag.dat";
-  }
-  return name;
+  const std::string word = "Dimensionful";
+  const bool hasOlderName =
+      name == word + "InertialSpin.dat" || name == word + "InertialSpinMag.dat";
+  return hasOlderName ? "Dimensionfull" + name.substr(word.size()) : name;
 }
 
 std::string Dat::Help() {
@@ -63,7 +53,6 @@ Dat::~Dat() {
     REQUIRE(mCachedData.size()==0,
             "Internal error. " << "Attempting to destruct H5_ObjectDat with non-empty Cache");
   }
-  CloseSilently();
 }
 
 void Dat::Initialize(const MyVector<std::string>& legend, bool compress, std::size_t chunkRows) {
@@ -112,21 +101,24 @@ void Dat::OpenObject(hid_t parentGroupId) {
 }
 
 void Dat::TakeLayout() {
-  const Tables::TableLayout before = mLayout;
   const bool isFirst = mExtents.empty();
-  mLayout = Tables::ReadTableLayout(mMy_id, mName);
+  Tables::TableLayout before = std::exchange(mLayout, Tables::ReadTableLayout(mMy_id, mName));
   mExtents = {mLayout.mRows, mLayout.mColumns};
   mRowsFlushed = isFirst ? mLayout.mRows : mRowsFlushed;
   // What was looked at once in a file that this process writes need not be looked at again, unless
   // somebody has put another table in its place.
-  if (mIsLayoutKnown && mLayout.IsLike(before) && IsFileWritable()) {
-    mLayout.mStoredBytes = before.mStoredBytes;
+  before.mRows = mLayout.mRows;
+  mLayout.mStoredBytes = before.mStoredBytes;
+  if (mIsLayoutKnown && mLayout == before && IsFileWritable()) {
     return;
   }
   Tables::CheckStorage(mMy_id, mLayout, mName);
   mLegends = Vexa_H5::RetrieveStringsFromAttributes(mMy_id, "Legend", true, mTrace.Verbosity());
   if (mLegends.empty()) {
-    mLegends = UndefinedLegends(mLayout.mColumns);
+    mLegends.assign(MV::Size(mLayout.mColumns));
+    for (std::uint64_t c = 0; c < mLayout.mColumns; ++c) {
+      mLegends[c] = "undef " + std::to_string(c);
+    }
   }
   mLegendCharacters = Characters(mLegends);
   mIsLayoutKnown = true;
@@ -166,18 +158,14 @@ void Dat::WriteCache() {
                    [this](const Tables::OpenTable& table) {
                      Tables::WriteRows(table, mExtents[0], mCachedData);
                    });
-  ForgetRows();
-}
-
-void Dat::ForgetRows() {
-  std::vector<double>().swap(mCachedData);
-  mNumberOfColumnsPerRow = 1;
-  ReportCacheSize();
+  DropCache();
 }
 
 void Dat::DropCache() {
+  std::vector<double>().swap(mCachedData);
+  mNumberOfColumnsPerRow = 1;
   mLegendCharacters = 0;  // or a table that cannot be created would wait for ever
-  ForgetRows();
+  ReportCacheSize();
 }
 
 void Dat::RolledBack(bool isFileNew) {

@@ -105,7 +105,6 @@ class Dat : public DataSet, public Factory::Register<Dat> {
   void WriteCacheDetail(std::uint64_t rows,
                         const std::function<void(const Tables::OpenTable&)>& write);
   void RequireFileExtents(const char* message) const;
-  void ForgetRows();
 
   bool mCompress = false;
   MyVector<unsigned long long> mExtents;  // empty while unknown, else {rows in the file, columns}

@@ -104,7 +104,7 @@ void IndexedGroup::WriteCache() {
   const OnFailure putBack([&] { FirstFailure().Try([&] { mIndex.CutBack(stepsBefore); }); });
   WriteValuesImmediately_(mCachedValues.size(),
                           [this](Tables::ColumnWriter& writer) { writer.Append(mCachedValues); });
-  ForgetSteps();
+  DropCache();
 }
 
 void IndexedGroup::Flushed() {
@@ -122,10 +122,6 @@ void IndexedGroup::RolledBack(bool isFileNew) {
 void IndexedGroup::DropCache() {
   mIndex.DropCache();
   mValues.DropCache();
-  ForgetSteps();
-}
-
-void IndexedGroup::ForgetSteps() {
   mCachedSteps = {};
   mCachedValues = {};
   ReportCacheSize();
@@ -266,11 +262,6 @@ std::vector<double> IndexedGroup::RetrieveValuesOf(const StepIndex& index) const
 
 void IndexedGroup::RetrieveValues_(std::uint64_t first, std::uint64_t count, double* values) const {
   mValues.RetrieveColumns_({0, 1, first, count}, values);
-}
-
-void IndexedGroup::RetrieveRuns_(std::span<const Tables::RowRun> runs, double* values,
-                                 Tables::PendingReads& reads) const {
-  mValues.RetrieveRuns_(0, runs, values, reads);
 }
 
 Step IndexedGroup::RetrieveStepIndex(std::size_t filestep) const {

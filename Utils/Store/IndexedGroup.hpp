@@ -74,9 +74,6 @@ class IndexedGroup : public H5_Object {
   StepIndex RetrieveIndex_() const;
   /// Reads `count` values from `first` on, of all steps' values one after the other.
   void RetrieveValues_(std::uint64_t first, std::uint64_t count, double* values) const;
-  /// Reads runs of values, as Dat reads runs of rows.
-  void RetrieveRuns_(std::span<const Tables::RowRun> runs, double* values,
-                     Tables::PendingReads& reads) const;
 
   /// Write steps, and values, at once, bypassing the cache. mEnds count from the first value that
   /// is written along with these steps; the values may follow in several calls.
@@ -131,7 +128,6 @@ class IndexedGroup : public H5_Object {
     std::uint64_t mValues;
   };
 
-  void ForgetSteps();
   std::uint64_t CheckedOffset(double offset, std::uint64_t previous) const;
   // Looks at the rows of the index from `first` on. Row `first` gives only its offset, unless it is
   // the very first row, since the length of its step is not known.

@@ -21,7 +21,6 @@ StringDataSet::~StringDataSet() {
   if (Vexa::MayCheckInDestructor()) {
     REQUIRE_FOR_CALLER(not IsObjectOpen(), "Encountered destructor while object still open");
   }
-  CloseSilently();
 }
 
 void StringDataSet::OpenObject(hid_t parentGroupId) {

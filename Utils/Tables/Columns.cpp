@@ -1,7 +1,5 @@
 #include "Utils/Tables/Columns.hpp"
 
-#include <tuple>
-
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/HDF5/Handle.hpp"
 #include "Utils/HDF5/NumberType.hpp"
@@ -42,14 +40,6 @@ TableLayout ReadTableLayout(hid_t dataset_id, const std::string& name) {
   REQUIRE_FOR_CALLER(layout.mColumns<=mostColumns,
              name << " claims " << layout.mColumns << " columns");
   return layout;
-}
-
-bool TableLayout::IsLike(const TableLayout& other) const {
-  const auto form = [](const TableLayout& layout) {
-    return std::tie(layout.mColumns, layout.mChunkRows, layout.mChunkColumns, layout.mMovesChunks,
-                    layout.mFilters);
-  };
-  return form(*this) == form(other);
 }
 
 void CheckStorage(hid_t dataset_id, TableLayout& layout, const std::string& name) {

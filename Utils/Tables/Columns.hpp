@@ -37,8 +37,7 @@ struct TableLayout {
   bool mMovesChunks = false;  // our codec can make chunks, so that these need not be the library's
   ChunkCodec::Filters mFilters;
 
-  /// Whether values lie alike: everything but the number of rows and what depends on it.
-  bool IsLike(const TableLayout& other) const;
+  friend bool operator==(const TableLayout&, const TableLayout&) = default;
 };
 
 /// Reads extents and chunking of an open dataset; fails unless it holds numbers (see
