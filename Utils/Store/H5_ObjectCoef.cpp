@@ -51,7 +51,7 @@ void Coef::RetrieveData(MyVector<double>& times, MyVector<MyVector<double>>& dat
 MyVector<double> Coef::RetrieveCoefficients(std::size_t filestep) const {
   const Step step = RetrieveStepIndex(filestep);
   MyVector<double> coefs{MV::Size(step.mEnd - step.mBegin)};
-  RetrieveValues_(step.mBegin, coefs.size(), coefs.data());
+  mCoefs.RetrieveColumns_({0, 1, step.mBegin, coefs.size()}, coefs.data());
   return coefs;
 }
 

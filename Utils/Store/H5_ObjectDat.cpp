@@ -191,7 +191,7 @@ void Dat::WriteCacheDetail(std::uint64_t rows,
               ",", newDims[1], "})");
   Extend(newDims, "H5Dset_extent failed");
   const OnFailure putBack([this] { PutBack({mExtents[0], mExtents[1]}); });
-  write({mMy_id, mLayout, mName, mTrace});
+  write(Table());
   mExtents[0] = newDims[0];
   mLayout.mRows = newDims[0];
 }
@@ -332,7 +332,7 @@ void Dat::RetrieveColumns_(const Tables::ColumnBlock& block, double* values) con
   const Vexa::ReportAs label("H5_ObjectDat");
   const Vexa::InsideStore inside;
   REQUIRE(IsObjectOpen(), "Object must be open to retrieve data");
-  Tables::ReadColumns({mMy_id, mLayout, mName, mTrace}, block, values);
+  Tables::ReadColumns(Table(), block, values);
 }
 
 void Dat::RetrieveRuns_(std::uint64_t column, std::span<const Tables::RowRun> runs, double* values,
@@ -340,7 +340,7 @@ void Dat::RetrieveRuns_(std::uint64_t column, std::span<const Tables::RowRun> ru
   const Vexa::ReportAs label("H5_ObjectDat");
   const Vexa::InsideStore inside;
   REQUIRE(IsObjectOpen(), "Object must be open to retrieve data");
-  Tables::StartReading({mMy_id, mLayout, mName, mTrace}, column, runs, values, reads);
+  Tables::StartReading(Table(), column, runs, values, reads);
 }
 
 }  // namespace H5_Objects

@@ -101,6 +101,7 @@ class Dat : public DataSet, public Factory::Register<Dat> {
   const Tables::TableLayout& Layout() const { return mLayout; }
 
  private:
+  Tables::OpenTable Table() const { return {mMy_id, mLayout, mName, mTrace}; }
   void TakeLayout();
   void WriteCacheDetail(std::uint64_t rows,
                         const std::function<void(const Tables::OpenTable&)>& write);

@@ -207,7 +207,7 @@ Tensor<DataMesh> Tdm::RetrieveStep(unsigned long filestep) const {
   const Step step = RetrieveStepIndex(filestep);
   const Mesh mesh = CheckedMesh(step, filestep);
   std::vector<double> values(step.mEnd - step.mBegin);
-  RetrieveValues_(step.mBegin, values.size(), values.data());
+  Values().RetrieveColumns_({0, 1, step.mBegin, values.size()}, values.data());
   return MakeTensor(mesh, values.data());
 }
 

@@ -256,12 +256,8 @@ StepIndex IndexedGroup::RetrieveIndex_() const {
 
 std::vector<double> IndexedGroup::RetrieveValuesOf(const StepIndex& index) const {
   std::vector<double> values(index.Size() == 0 ? 0 : index.mEnds.back());
-  RetrieveValues_(0, values.size(), values.data());
+  mValues.RetrieveColumns_({0, 1, 0, values.size()}, values.data());
   return values;
-}
-
-void IndexedGroup::RetrieveValues_(std::uint64_t first, std::uint64_t count, double* values) const {
-  mValues.RetrieveColumns_({0, 1, first, count}, values);
 }
 
 Step IndexedGroup::RetrieveStepIndex(std::size_t filestep) const {

@@ -72,8 +72,6 @@ class IndexedGroup : public H5_Object {
   /// Reads the whole index, checked: offsets are whole, never decrease, and end where the values
   /// end.
   StepIndex RetrieveIndex_() const;
-  /// Reads `count` values from `first` on, of all steps' values one after the other.
-  void RetrieveValues_(std::uint64_t first, std::uint64_t count, double* values) const;
 
   /// Write steps, and values, at once, bypassing the cache. mEnds count from the first value that
   /// is written along with these steps; the values may follow in several calls.

@@ -27,12 +27,6 @@ ChunkCodec::ChunkFormat FormatOf(const TableLayout& layout) {
           layout.mElementBytes};
 }
 
-ChunkReader::ChunkReader(hid_t dataset_id, const std::string& name, const Trace& trace,
-                         const ChunkCodec::ChunkFormat& format)
-    : mDataset_id(dataset_id), mName(name), mTrace(trace), mFormat(format) {
-  RequireKnownFilters(format.mFilters, name);
-}
-
 StoredChunk ChunkReader::Fetch(std::span<const hsize_t> offset, bool isPlain,
                                bool tellsSize) const {
   StoredChunk chunk;
@@ -71,8 +65,9 @@ StoredChunk ChunkReader::Fetch(std::span<const hsize_t> offset, bool isPlain,
 
 void StartReadingChunks(const OpenTable& table, Target target, PendingReads& reads) {
   const TableLayout& layout = table.mLayout;
+  RequireKnownFilters(layout.mFilters, table.mName);
   const ChunkCodec::ChunkFormat format = FormatOf(layout);
-  const ChunkReader reader(table.mDataset_id, table.mName, table.mTrace, format);
+  const ChunkReader reader{table.mDataset_id, table.mName, table.mTrace, format};
   const bool isSealed =
       Has(layout.mFilters, ChunkCodec::sDeflate) || Has(layout.mFilters, ChunkCodec::sFletcher32);
   const bool tellsSize = layout.mMovesChunks && isSealed;
@@ -115,8 +110,9 @@ void RequireSoundChunks(hid_t dataset_id, hid_t cparms_id, const Vexa_H5::ChunkG
   const ChunkCodec::Filters filters = ReadFilters(cparms_id);
   const ChunkCodec::ChunkFormat format{filters, Vexa_H5::BytesOfChunk(dataset_id, grid, name), 1};
   const bool areEdgesPlain = AreEdgesPlain(cparms_id);
+  RequireKnownFilters(filters, name);
   const Trace trace(0);
-  const ChunkReader reader(dataset_id, name, trace, format);
+  const ChunkReader reader{dataset_id, name, trace, format};
   const std::size_t rank = grid.mDims.size();
   std::vector<hsize_t> offset(rank, 0);
   for (std::size_t d = 0; d < rank && std::ranges::count(grid.mDims, hsize_t{0}) == 0;) {

@@ -29,19 +29,14 @@ struct StoredChunk {
   std::uint32_t mSkipped = 0;  // the filters that it did not pass, a bit for each
 };
 
-/// Fetches chunks of an open dataset of any type and rank. Everything is lent.
-class ChunkReader {
- public:
-  /// Fails on filters that are not known here (see RequireKnownFilters).
-  ChunkReader(hid_t dataset_id, const std::string& name, const Trace& trace,
-              const ChunkCodec::ChunkFormat& format);
-
+/// Fetches chunks of an open dataset of any type and rank, whose filters are known here (see
+/// RequireKnownFilters). Everything is lent.
+struct ChunkReader {
   /// Fetches the chunk that begins at this place. `isPlain` says that it passed no filters,
   /// whatever it says itself. Fails on one that is too long to be sound, with its size in the
   /// report if `tellsSize`.
   StoredChunk Fetch(std::span<const hsize_t> offset, bool isPlain, bool tellsSize) const;
 
- private:
   hid_t mDataset_id;
   const std::string& mName;
   const Trace& mTrace;

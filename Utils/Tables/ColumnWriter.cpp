@@ -37,10 +37,10 @@ ColumnWriter::ColumnWriter(const OpenTable& table, std::uint64_t firstRow, std::
       mFirstRow(firstRow),
       mRows(rows),
       mMovesChunks(table.mLayout.mMovesChunks && firstRow % table.mLayout.mChunkRows == 0),
-      mLongestStretch(mMovesChunks ? std::min(table.mLayout.mChunkRows, rows) : rows),
-      mTotal(rows * table.mLayout.mColumns) {
+      mLongestStretch(mMovesChunks ? std::min(table.mLayout.mChunkRows, rows) : rows) {
   const std::uint64_t stretches = WantedValues() / std::max<std::uint64_t>(mLongestStretch, 1);
-  mBlockValues = std::min(std::max<std::uint64_t>(stretches, 1) * mLongestStretch, mTotal);
+  mBlockValues = std::min(std::max<std::uint64_t>(stretches, 1) * mLongestStretch,
+                          rows * table.mLayout.mColumns);
 }
 
 void ColumnWriter::Reserve(Buffer& buffer, std::uint64_t values) const {

@@ -63,14 +63,11 @@ class ColumnWriter {
   // Values on their way to the file: a stretch that workers encode, or as many others as follow
   // one another.
   struct Outgoing {
-    Outgoing(std::uint64_t first, std::span<const double> values)
-        : mFirst(first), mValues(values) {}
-
     std::uint64_t mFirst;  // of the stream
     std::span<const double> mValues;
-    std::unique_ptr<ChunkCodec::ChunkEncoder> mpEncoder;  // null if no worker is to encode
-    std::vector<ChunkCodec::ChunkEncoder::Piece> mPieces;
-    Vexa::TaskGroup mTasks;  // last: it waits for tasks that use the others
+    std::unique_ptr<ChunkCodec::ChunkEncoder> mpEncoder = {};  // null if no worker is to encode
+    std::vector<ChunkCodec::ChunkEncoder::Piece> mPieces = {};
+    Vexa::TaskGroup mTasks = {};  // last: it waits for tasks that use the others
   };
   struct Buffer {
     std::unique_ptr<double[]> mpValues;  // not a vector, which would fill room with zeros first
@@ -97,8 +94,7 @@ class ColumnWriter {
   bool mMovesChunks;              // full ones, past the library
   std::uint64_t mLongestStretch;  // rows that go out together
   std::uint64_t mBlockValues;     // a buffer goes out before it holds more
-  std::uint64_t mTotal;           // values of the whole stream
-  std::uint64_t mEncoded = 0;     // of these, what has been made outgoing
+  std::uint64_t mEncoded = 0;     // values of the stream that have been made outgoing
   Buffer mBuffers[2];
   Buffer* mpFilling = &mBuffers[0];
   Buffer* mpWriting = &mBuffers[1];

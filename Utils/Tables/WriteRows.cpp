@@ -30,16 +30,12 @@ struct Rows {
   }
 };
 
-std::vector<std::byte> Encode(const std::vector<double>& chunk,
-                              const ChunkCodec::Filters& filters) {
-  return chunk.size() <= ChunkCodec::sMostValuesOfShortChunk
-             ? ChunkCodec::EncodeShortChunk(chunk, filters)
-             : ChunkCodec::EncodeChunk(chunk, filters);
-}
-
 // Writes the rows as chunks that our codec makes, one after the other.
 void WriteChunks(const OpenTable& table, const Rows& rows) {
   const std::uint64_t chunkRows = table.mLayout.mChunkRows;
+  const auto& encode = chunkRows <= ChunkCodec::sMostValuesOfShortChunk
+                           ? ChunkCodec::EncodeShortChunk
+                           : ChunkCodec::EncodeChunk;
   std::vector<double> chunk(chunkRows);
   for (std::uint64_t c = 0; c < rows.mColumns; ++c) {
     for (std::uint64_t row = rows.mFirst / chunkRows * chunkRows; row < rows.mEnd;
@@ -49,7 +45,7 @@ void WriteChunks(const OpenTable& table, const Rows& rows) {
       ReadColumns(table, {c, 1, row, known}, chunk.data());
       rows.CopyColumn(c, {row + known, end}, chunk.data() + known);
       std::fill(chunk.begin() + static_cast<std::ptrdiff_t>(end - row), chunk.end(), 0.);
-      WriteStoredChunk(table, row, c, Encode(chunk, table.mLayout.mFilters));
+      WriteStoredChunk(table, row, c, encode(chunk, table.mLayout.mFilters));
     }
   }
 }
