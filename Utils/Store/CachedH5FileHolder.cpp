@@ -31,12 +31,12 @@ void SayWhatIsLost(const H5_File& file) {
 // process ends after it.
 std::optional<LockWait::Clock::time_point> EndOfWait() {
   using Clock = LockWait::Clock;
-  if (CachedOutput::IsEndingBySignal() && !MyAbortCalled_UncleanShutdown()) {
-    return LockWait::Patient().mUntil;
+  if (!MyAbortCalled_UncleanShutdown()) {
+    return CachedOutput::IsEndingBySignal() ? std::optional(LockWait::Patient().mUntil)
+                                            : std::nullopt;
   }
   const Vexa::ParallelRuntime& runtime = Vexa::ParallelRuntime::Instance();
-  if (!MyAbortCalled_UncleanShutdown() || !runtime.IsInitialized() ||
-      runtime.NumberOfProcesses() < 2) {
+  if (!runtime.IsInitialized() || runtime.NumberOfProcesses() < 2) {
     return std::nullopt;
   }
   const std::chrono::duration<double> half(Vexa::MyAbort_SleepSeconds() / 2.0);
@@ -207,12 +207,8 @@ void CachedH5FileHolder::WriteCache() const {
   FirstFailure failure;
   const auto write = [&](H5_File& file, LockWait wait) {
     const bool holdsData = file.CummulativeCacheSize() != 0;
-    const auto data = holdsData ? file.Statistics() : Vexa::CacheStatistics();
-    failure.Try([&] {
-      if (WriteFile(file, std::move(wait))) {
-        written += data;
-      }
-    });
+    const auto withFile = holdsData ? file.Statistics(written) : written;
+    failure.Try([&] { written = WriteFile(file, std::move(wait)) ? withFile : written; });
   };
   for (auto [path, file] : mFiles) {
     if (!file.IsIncomplete()) {
@@ -286,7 +282,7 @@ Vexa::CacheStatistics CachedH5FileHolder::Statistics() const {
   const Vexa::InsideStore inside;
   Vexa::CacheStatistics statistics;
   for (const auto& [path, file] : mFiles) {
-    statistics += file.Statistics();
+    statistics = file.Statistics(statistics);
   }
   return statistics;
 }

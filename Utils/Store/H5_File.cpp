@@ -37,17 +37,6 @@ void CountNodes(const H5_Node* ptr, Vexa::CacheStatistics& statistics) {
 
 }  // namespace
 
-Vexa::CacheStatistics& Vexa::CacheStatistics::operator+=(const CacheStatistics& other) {
-  mFiles += other.mFiles;
-  mDirs += other.mDirs;
-  mObjects += other.mObjects;
-  mFilesWithCache += other.mFilesWithCache;
-  mObjectsWithCache += other.mObjectsWithCache;
-  mTimeSteps += other.mTimeSteps;
-  mBytes += other.mBytes;
-  return *this;
-}
-
 H5_File::H5_File(const std::string& fullPath, H5AccessType access, int verbosity,
                  bool staysReadable)
     : mFilename(fullPath),
@@ -357,8 +346,8 @@ void H5_File::RollBack() {
 }
 
 void H5_File::SetFlushed() {
-  for (H5_Node* node : mUnflushed) {
-    node->Flushed();
+  for (H5_Object* object : mUnflushed) {
+    object->Flushed();
   }
   mUnflushed.clear();
 }
@@ -432,10 +421,11 @@ void H5_File::CloseNodesOpenedSince(std::size_t openBefore) {
   }
 }
 
-Vexa::CacheStatistics H5_File::Statistics() const {
-  Vexa::CacheStatistics statistics{.mFiles = 1};
+Vexa::CacheStatistics H5_File::Statistics(const Vexa::CacheStatistics& others) const {
+  Vexa::CacheStatistics statistics = others;
+  ++statistics.mFiles;
   CountNodes(mpRoot.get(), statistics);
-  statistics.mFilesWithCache = statistics.mBytes == 0 ? 0 : 1;
+  statistics.mFilesWithCache += statistics.mBytes == others.mBytes ? 0 : 1;
   return statistics;
 }
 

@@ -28,8 +28,6 @@ struct CacheStatistics {
   std::uint64_t mObjectsWithCache = 0;
   std::uint64_t mTimeSteps = 0;
   std::uint64_t mBytes = 0;
-
-  CacheStatistics& operator+=(const CacheStatistics& other);
 };
 
 }  // namespace Vexa
@@ -81,8 +79,7 @@ class H5_File {
 
   void SetAccess(H5AccessType access) { mAtype = access; }
 
-  H5_Node* Root() { return mpRoot.get(); }
-  const H5_Node* Root() const { return mpRoot.get(); }
+  H5_Node* Root() const { return mpRoot.get(); }
   std::uint64_t CummulativeCacheSize() const { return mpRoot->CummulativeCacheSize(); }
   /// Returns the bytes that all files hold together.
   static std::uint64_t TotalCacheSize() { return sTotalCacheSize; }
@@ -124,8 +121,8 @@ class H5_File {
   /// Closes the groups that do not lead to `node`, if nothing in them is open.
   void CloseGroupsApartFrom(const H5_Node& node);
 
-  /// Counts by a walk over the whole tree.
-  Vexa::CacheStatistics Statistics() const;
+  /// Counts by a walk over the whole tree, on top of what `others` says of other files.
+  Vexa::CacheStatistics Statistics(const Vexa::CacheStatistics& others = {}) const;
   void WriteInfo(std::ostream& os, int verbosity) const;
   friend std::ostream& operator<<(std::ostream& os, const H5_File& file);
 
@@ -177,7 +174,7 @@ class H5_File {
   bool mHasLost = false;     // what objects hold again before the next write
   bool mCannotOpen = false;  // at the last attempt to write
   bool mHasFailed = false;
-  std::set<H5_Node*> mUnflushed;  // whose objects may have changed the file since its last flush
+  std::set<H5_Object*> mUnflushed;  // may have changed the file since its last flush
   std::uint64_t mNodes = 0;
   std::uint64_t mMostNodes = 0;            // a file of this size has no room for more
   std::vector<const H5_Node*> mOpenNodes;  // in the order of opening

@@ -316,13 +316,7 @@ void H5_Node::DropCache() {
 
 void H5_Node::SetUnflushed() {
   if (mpFile->mStaysReadable) {
-    mpFile->mUnflushed.insert(this);
-  }
-}
-
-void H5_Node::Flushed() {
-  if (mpObject != nullptr) {
-    mpObject->Flushed();
+    mpFile->mUnflushed.insert(&Object());
   }
 }
 

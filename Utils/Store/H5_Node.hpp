@@ -106,8 +106,6 @@ class H5_Node {
   void DropCache();
   /// Says that the object may have changed the file since its last flush.
   void SetUnflushed();
-  /// Tells the object that the file was flushed.
-  void Flushed();
   /// Tells all objects that the file is as it was at its last flush: some may not be in it; or that
   /// it was made anew, and none is.
   void RolledBack(bool isFileNew);

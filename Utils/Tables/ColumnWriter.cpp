@@ -13,11 +13,6 @@ namespace {
 
 using ChunkCodec::ChunkEncoder;
 
-// Some pieces of work for each thread; few enough to stay in a cache.
-std::uint64_t WantedValues() {
-  return 256 * 1024 * (Vexa::NumberOfThreads() + 1);
-}
-
 // A chunk below this is encoded sooner than a worker is woken.
 constexpr std::uint64_t sRowsWorthAWorker = 16 * 1024;
 
@@ -38,7 +33,9 @@ ColumnWriter::ColumnWriter(const OpenTable& table, std::uint64_t firstRow, std::
       mRows(rows),
       mMovesChunks(table.mLayout.mMovesChunks && firstRow % table.mLayout.mChunkRows == 0),
       mLongestStretch(mMovesChunks ? std::min(table.mLayout.mChunkRows, rows) : rows) {
-  const std::uint64_t stretches = WantedValues() / std::max<std::uint64_t>(mLongestStretch, 1);
+  // Some pieces of work for each thread; few enough to stay in a cache.
+  const std::uint64_t wantedValues = 256 * 1024 * (Vexa::NumberOfThreads() + 1);
+  const std::uint64_t stretches = wantedValues / std::max<std::uint64_t>(mLongestStretch, 1);
   mBlockValues = std::min(std::max<std::uint64_t>(stretches, 1) * mLongestStretch,
                           rows * table.mLayout.mColumns);
 }
