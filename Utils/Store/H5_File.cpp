@@ -106,13 +106,9 @@ void H5_File::StartAnew() {
 
 void H5_File::OpenToRead() {
   Vexa_H5::LockWait once = Vexa_H5::LockWait::None();
-  if (mAtype == ReadOnly || Open(ReadWrite, once)) {
-    if (!IsFileOpen()) {
-      OpenFile();
-    }
-  } else if (Vexa_H5::SharedLock(mFilename).IsTaken()) {
+  if (mAtype == ReadWrite && !Open(ReadWrite, once) && Vexa_H5::SharedLock(mFilename).IsTaken()) {
     Open(ReadOnly, once);
-  } else {
+  } else if (!IsFileOpen()) {
     OpenFile();
   }
 }
@@ -156,15 +152,9 @@ bool H5_File::Open(H5AccessType access, Vexa_H5::LockWait& wait) {
 
 bool H5_File::Contains(const H5_Node& node) const {
   // The library asks for each link on the way.
-  const std::string name = node.FullName();
-  std::size_t end = 0;
-  do {
-    end = name.find('/', end + 1);
-    if (H5Lexists(mFile_id, name.substr(0, end).c_str(), H5P_DEFAULT) <= 0) {
-      return false;
-    }
-  } while (end != std::string::npos);
-  return true;
+  return node.Parent() == nullptr ||
+         (Contains(*node.Parent()) &&
+          H5Lexists(mFile_id, node.FullName().c_str(), H5P_DEFAULT) > 0);
 }
 
 void H5_File::CountNode() {
@@ -364,14 +354,12 @@ void H5_File::Flush() {
 }
 
 bool H5_File::BeginWriting(Vexa_H5::LockWait wait) {
-  if (IsFileOpen()) {
-    mIsWriting = true;
-    return true;
+  mIsWriting = IsFileOpen();
+  if (!mIsWriting) {
+    mCannotOpen = true;  // such a file stays as good as it was
+    mIsWriting = Open(ReadWrite, wait);
+    mCannotOpen = false;
   }
-  mIsWriting = false;  // a file that cannot be opened stays as good as it was
-  mCannotOpen = true;
-  mIsWriting = Open(ReadWrite, wait);
-  mCannotOpen = false;
   return mIsWriting;
 }
 

@@ -147,16 +147,13 @@ class H5_File {
   void KeepWaiting();
   void RollBack();
   void CloseNodesOpenedSince(std::size_t openBefore);
-  static void CacheChanged(std::uint64_t before, std::uint64_t now) {
-    sTotalCacheSize = sTotalCacheSize - before + now;
-  }
   // The nodes tell what is open and how many were read from disk, so that closing costs what was
   // opened and links that lead in circles through a graph of groups are noticed.
   void NodeOpened(const H5_Node& node) { mOpenNodes.push_back(&node); }
   void CloseNodes(const H5_Node& top);
   void CountNode();
 
-  inline static std::uint64_t sTotalCacheSize = 0;
+  inline static std::uint64_t sTotalCacheSize = 0;  // kept by the nodes
 
   std::string mFilename;
   Trace mTrace;

@@ -343,7 +343,7 @@ void H5_Node::HoldAgain() {
 }
 
 void H5_Node::CacheChanged(std::uint64_t before, std::uint64_t now) {
-  H5_File::CacheChanged(before, now);
+  H5_File::sTotalCacheSize = H5_File::sTotalCacheSize - before + now;
   for (H5_Node* node = this; node != nullptr; node = node->mpParent) {
     node->mCacheSize = node->mCacheSize - before + now;
   }

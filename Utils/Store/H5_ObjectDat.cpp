@@ -8,7 +8,6 @@
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/HDF5/H5_Utils.hpp"
 #include "Utils/Store/InsideStore.hpp"
-#include "Utils/Tables/WriteRows.hpp"
 
 template struct Factory::Register<H5_Objects::Dat>;
 

@@ -16,10 +16,12 @@
 
 namespace Tables {
 
-/// Stores the filtered bytes of the chunk that begins at this row, without the library's filters
-/// (H5Dwrite_chunk). Fails with "H5Dwrite failed".
-void WriteStoredChunk(const OpenTable& table, std::uint64_t row, std::uint64_t column,
-                      std::span<const std::byte> stored);
+/// Writes the few rows that a simulation adds to a table between two flushes: whole rows, each with
+/// a value per column, from row `firstRow` of the table on, which is large enough already. The rows
+/// before `firstRow` stay as they are. What it costs grows with the rows and the chunks that they
+/// touch, not with the table. Fails with "H5Dwrite failed", and as ReadColumns() does where a chunk
+/// goes on that is damaged.
+void WriteRows(const OpenTable& table, std::uint64_t firstRow, std::span<const double> rowMajor);
 
 /// Takes all values of the new rows of one column, then those of the next, as one stream in pieces
 /// of any size. Chunks that are full go to the file encoded by our codec where it can (see
