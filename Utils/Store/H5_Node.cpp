@@ -13,11 +13,6 @@
 #include "Utils/Store/H5_ObjectDir.hpp"
 #include "Utils/StringParsing/GlobMatches.hpp"
 
-namespace {
-// Deeper nesting than this is not made by anyone; the walks over the tree are recursive.
-constexpr int sDeepestGroup = 1000;
-}  // namespace
-
 // A list of the groups above one that is being read, innermost first, and where each lies.
 struct H5_Node::Ancestors {
   const Ancestors* mpAbove;
@@ -131,6 +126,8 @@ void H5_Node::RequireNoCycle(const Ancestors& group) const {
     REQUIRE(!isItself, "Group '" << FullName() << "' of file " << Filename()
             << " contains itself through a link");
   }
+  // Deeper nesting than this is not made by anyone; the walks over the tree are recursive.
+  constexpr int sDeepestGroup = 1000;
   REQUIRE(group.mDepth<=sDeepestGroup, "Groups of file " << Filename() << " are nested more than "
           << sDeepestGroup << " deep");
 }

@@ -61,7 +61,7 @@ std::ostream& Coef::Output(std::ostream& os, const std::string& indent) const {
     return os << "size unknown";
   }
   return os << GetNumberOfTimeSteps() + NTimeStepsCached() << " time-steps with "
-            << NumberOfValues() + CachedValues() << " coefs";
+            << mCoefs.GetExtents()[0] + CachedValues() << " coefs";
 }
 
 }  // namespace H5_Objects

@@ -91,8 +91,8 @@ TensorSpec TensorSpec::FromText(const std::string& text) {
 void Tdm::OpenAttributes(bool existedBefore) {
   if (!existedBefore) {
     REQUIRE(IsInitialized(), "Called OpenObject on a H5_Object::Tdm, which is not initialized");
-    Vexa_H5::AttachStringsToAttributes(GroupId(), "TensorSpec",
-                                       MyVector<std::string>{Spec().Text()}, mTrace.Verbosity());
+    const TensorSpec spec{mpStructure->Dim(), mpStructure->Symmetry(), mDataMeshDim};
+    Vexa_H5::AttachStringsToAttributes(GroupId(), "TensorSpec", {spec.Text()}, mTrace.Verbosity());
     return;
   }
   const MyVector<std::string> spec =

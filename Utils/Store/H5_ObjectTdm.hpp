@@ -75,7 +75,6 @@ class Tdm : public IndexedGroup, public Factory::Register<Tdm> {
   std::uint64_t ExtraColumns() const override { return static_cast<std::uint64_t>(mDataMeshDim); }
 
  private:
-  TensorSpec Spec() const { return {mpStructure->Dim(), mpStructure->Symmetry(), mDataMeshDim}; }
   Mesh CheckedMesh(const Step& step, std::uint64_t number) const;
   Tensor<DataMesh> MakeTensor(const Mesh& mesh, const double* values) const;
 

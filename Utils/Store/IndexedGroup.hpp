@@ -110,7 +110,6 @@ class IndexedGroup : public H5_Object {
   /// Reads the offsets of one step, and its further columns; fails if there is no such step.
   Step RetrieveStepIndex(std::size_t filestep) const;
 
-  std::uint64_t NumberOfValues() const { return mValues.GetExtents()[0]; }
   std::uint64_t CachedValues() const { return mCachedValues.size(); }
   hid_t GroupId() const { return mGroup.GroupId(); }
 

@@ -33,14 +33,13 @@ bool Vexa::InsideStore::TakeForGood() {
   const auto end = Clock::now() + std::chrono::seconds(10);
   const int* inside = nullptr;
   while (sDepth == 0 && !sInside.compare_exchange_strong(inside, &sDepth)) {
-    if (sGaveUp) {
-      return false;
-    }
-    if (Clock::now() > end) {
+    if (!sGaveUp && Clock::now() > end) {
       MyErr
           << "Another thread does not leave the store, whose files are left as they are.  What is "
           << "held in memory is lost.\n";
       sGaveUp = true;
+    }
+    if (sGaveUp) {
       return false;
     }
     inside = nullptr;

@@ -153,19 +153,16 @@ std::uint64_t ColumnWriter::Encode(Buffer& buffer) {
     first += stretch.mRows;
     mEncoded += stretch.mRows;
     if (isForWorkers) {
-      Encode(buffer.mOutgoing.back());
+      Outgoing& outgoing = buffer.mOutgoing.back();
+      outgoing.mpEncoder = std::make_unique<ChunkEncoder>(values, mTable.mLayout.mFilters);
+      outgoing.mPieces.resize(outgoing.mpEncoder->PieceCount());
+      for (std::size_t i = 0; i < outgoing.mPieces.size(); ++i) {
+        outgoing.mTasks.Add(
+            [&outgoing, i] { outgoing.mPieces[i] = outgoing.mpEncoder->EncodePiece(i); });
+      }
     }
   }
   return first;
-}
-
-void ColumnWriter::Encode(Outgoing& outgoing) const {
-  outgoing.mpEncoder = std::make_unique<ChunkEncoder>(outgoing.mValues, mTable.mLayout.mFilters);
-  outgoing.mPieces.resize(outgoing.mpEncoder->PieceCount());
-  for (std::size_t i = 0; i < outgoing.mPieces.size(); ++i) {
-    outgoing.mTasks.Add(
-        [&outgoing, i] { outgoing.mPieces[i] = outgoing.mpEncoder->EncodePiece(i); });
-  }
 }
 
 void ColumnWriter::Write(Outgoing& outgoing) const {

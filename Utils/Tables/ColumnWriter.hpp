@@ -20,7 +20,8 @@ namespace Tables {
 /// a value per column, from row `firstRow` of the table on, which is large enough already. The rows
 /// before `firstRow` stay as they are. What it costs grows with the rows and the chunks that they
 /// touch, not with the table. Fails with "H5Dwrite failed", and as ReadColumns() does where a chunk
-/// goes on that is damaged.
+/// goes on that is damaged. ColumnWriter is for many rows, and for what need not be in memory as a
+/// whole.
 void WriteRows(const OpenTable& table, std::uint64_t firstRow, std::span<const double> rowMajor);
 
 /// Takes all values of the new rows of one column, then those of the next, as one stream in pieces
@@ -86,7 +87,6 @@ class ColumnWriter {
   void ExchangeBuffers();
   // Makes as much of the buffer outgoing as can be; returns how many values that is.
   std::uint64_t Encode(Buffer& buffer);
-  void Encode(Outgoing& outgoing) const;
   void Write(Buffer& buffer) const;
   void Write(Outgoing& outgoing) const;
 
