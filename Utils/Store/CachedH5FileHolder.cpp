@@ -4,6 +4,7 @@
 #include <iostream>
 #include <optional>
 #include <sstream>
+#include <tuple>
 #include <utility>
 
 #include "Utils/ErrorHandling/FirstFailure.hpp"
@@ -285,6 +286,15 @@ Vexa::CacheStatistics CachedH5FileHolder::Statistics() const {
     statistics = file.Statistics(statistics);
   }
   return statistics;
+}
+
+void CachedH5FileHolder::Statistics(std::uint64_t& files, std::uint64_t& dirs,
+                                    std::uint64_t& objects, std::uint64_t& filesWithCache,
+                                    std::uint64_t& objectsWithCache, std::uint64_t& timeSteps,
+                                    std::uint64_t& bytes) const {
+  const auto [f, d, o, filesC, objectsC, t, b] = Statistics();
+  std::tie(files, dirs, objects, filesWithCache, objectsWithCache, timeSteps, bytes) =
+      std::tie(f, d, o, filesC, objectsC, t, b);
 }
 
 void CachedH5FileHolder::WriteInfo(std::ostream& os, int verbosity) const {

@@ -73,6 +73,10 @@ class CachedH5FileHolder : public CachedOutputObject {
 
   /// Counts over all files what H5_File::Statistics counts in one.
   Vexa::CacheStatistics Statistics() const;
+  /// The same, each number into a variable of its own.
+  void Statistics(std::uint64_t& files, std::uint64_t& dirs, std::uint64_t& objects,
+                  std::uint64_t& filesWithCache, std::uint64_t& objectsWithCache,
+                  std::uint64_t& timeSteps, std::uint64_t& bytes) const;
   /// Nothing for a negative verbosity, one line for 0, each file's WriteInfo besides for more.
   void WriteInfo(std::ostream& os, int verbosity) const;
 

@@ -91,6 +91,7 @@ void Dat::OpenObject(hid_t parentGroupId) {
     mExtents = {0, mLegends.size()};
     mMy_id = Create(parentGroupId, group_name, {0, mLegends.size()}, {mChunkRows, 1},
                     H5T_NATIVE_DOUBLE, mCompress);
+    REQUIRE(mMy_id>=0, "CreateDataSet failed");
     mTrace.Line(2, "Dat: Create '", group_name, "' with ", mLegends.size(), " column(s)");
     mLayout = Tables::ReadTableLayout(mMy_id, mName);
     mExistsInFile = mIsLayoutKnown = true;
