@@ -111,8 +111,10 @@ std::string Vexa::Demangle(const char* name) {
   Frames frames;
   const std::span<void* const> shown =
       TakeFrames(sInBacktrace, frames, __builtin_return_address(0), skipFrames);
-  const SigpipeHeldBack guard;
-  backtrace_symbols_fd(shown.data(), static_cast<int>(shown.size()), STDERR_FILENO);
+  if (!shown.empty()) {
+    const SigpipeHeldBack guard;
+    backtrace_symbols_fd(shown.data(), static_cast<int>(shown.size()), STDERR_FILENO);
+  }
 }
 
 void Vexa::PrepareBacktrace() {

@@ -97,9 +97,9 @@ class ReportAs {
 // A program whose sources report under one name defines VEXA_REPORT_LABEL on its target. Headers
 // that such a program includes keep their own names.
 #ifdef VEXA_REPORT_LABEL
-#define VEXA_CURRENT_REPORT_LABEL                                          \
-  (std::string(__FILE__) == __BASE_FILE__ ? std::string(VEXA_REPORT_LABEL) \
-                                          : Vexa::ReportLabel(__FILE__))
+#define VEXA_CURRENT_REPORT_LABEL                                                \
+  (std::string_view(__FILE__).ends_with(".cpp") ? std::string(VEXA_REPORT_LABEL) \
+                                                : Vexa::ReportLabel(__FILE__))
 #else
 #define VEXA_CURRENT_REPORT_LABEL Vexa::ReportLabel(__FILE__)
 #endif
