@@ -37,17 +37,17 @@ bool IsNothingStored(hid_t dataset_id) {
 }  // namespace
 
 StringConversion::StringConversion() {
-  if (sLiving++ > 0) {
-    return;
+  if (sLiving == 0) {
+    const DatatypeHandle bytes(H5Tcreate(H5T_OPAQUE, 1));
+    REQUIRE_FOR_CALLER(bytes>=0, "H5Tcreate failed");
+    const DatatypeHandle string(H5Tcopy(H5T_C_S1));
+    const herr_t registered =
+        H5Tset_size(string, HdfConst::H5T_Variable()) < 0
+            ? -1
+            : H5Tregister(H5T_PERS_SOFT, sConversionName, string, bytes, LeaveElements);
+    REQUIRE_FOR_CALLER(registered>=0, "H5Tregister failed");
   }
-  const DatatypeHandle bytes(H5Tcreate(H5T_OPAQUE, 1));
-  REQUIRE_FOR_CALLER(bytes>=0, "H5Tcreate failed");
-  const DatatypeHandle string(H5Tcopy(H5T_C_S1));
-  const herr_t registered =
-      H5Tset_size(string, HdfConst::H5T_Variable()) < 0
-          ? -1
-          : H5Tregister(H5T_PERS_SOFT, sConversionName, string, bytes, LeaveElements);
-  REQUIRE_FOR_CALLER(registered>=0, "H5Tregister failed");
+  ++sLiving;  // at last: what fails above has made nothing that lives
 }
 
 StringConversion::~StringConversion() {

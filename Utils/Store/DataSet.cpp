@@ -45,6 +45,7 @@ void DataSet::Open(hid_t parentId, const std::string& linkName, int traceLevel,
 }
 
 std::vector<hsize_t> DataSet::ExtentsInFile() const {
+  REQUIRE_FOR_CALLER(IsObjectOpen(), "Object must be open");
   Vexa_H5::DataspaceHandle dataspace_id(
       mTrace(5, H5Dget_space(mMy_id), "H5Dget_space(", mMy_id, ")"));
   REQUIRE_FOR_CALLER(dataspace_id>=0, "H5Dget_space failed");

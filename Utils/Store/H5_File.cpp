@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <optional>
 #include <ostream>
+#include <tuple>
 #include <utility>
 
 #include "Utils/ErrorHandling/FirstFailure.hpp"
@@ -120,6 +121,7 @@ bool H5_File::IsIncomplete() const {
 bool H5_File::Open(H5AccessType access, Vexa_H5::LockWait& wait) {
   REQUIRE(!IsFileOpen(), "Internal error: " << mFilename << " is open already");
   const Vexa::ReportContext context(mFilename);
+  const Vexa::ReportAs label("H5_File");
   Vexa_H5::LibraryLife();
   if (access == ReadWrite && !mStaysReadable) {
     // What has its name later need not be what was created.
@@ -415,6 +417,13 @@ Vexa::CacheStatistics H5_File::Statistics(const Vexa::CacheStatistics& others) c
   CountNodes(mpRoot.get(), statistics);
   statistics.mFilesWithCache += statistics.mBytes == others.mBytes ? 0 : 1;
   return statistics;
+}
+
+void H5_File::Statistics(std::uint64_t& dirs, std::uint64_t& objects,
+                         std::uint64_t& objectsWithCache, std::uint64_t& timeSteps,
+                         std::uint64_t& bytes) const {
+  const auto [files, d, o, filesWithCache, withCache, t, b] = Statistics();
+  std::tie(dirs, objects, objectsWithCache, timeSteps, bytes) = std::tie(d, o, withCache, t, b);
 }
 
 void H5_File::WriteInfo(std::ostream& os, int verbosity) const {

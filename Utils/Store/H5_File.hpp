@@ -123,6 +123,9 @@ class H5_File {
 
   /// Counts by a walk over the whole tree, on top of what `others` says of other files.
   Vexa::CacheStatistics Statistics(const Vexa::CacheStatistics& others = {}) const;
+  /// Counts in this file alone, each number into a variable of its own.
+  void Statistics(std::uint64_t& dirs, std::uint64_t& objects, std::uint64_t& objectsWithCache,
+                  std::uint64_t& timeSteps, std::uint64_t& bytes) const;
   void WriteInfo(std::ostream& os, int verbosity) const;
   friend std::ostream& operator<<(std::ostream& os, const H5_File& file);
 

@@ -84,7 +84,7 @@ void Dat::OpenObject(hid_t parentGroupId) {
     REQUIRE(mExtents.Size()==2 && static_cast<unsigned int>(mLegends.Size())==mExtents[1],
             "internal consistency error");
   } else {
-    REQUIRE(group_name == mName,
+    REQUIRE(group_name==mName,
             "Inconsistency in legacy support.  Should never be asked to create a new dataset with "
             "the old group_name="
                 << group_name);
