@@ -100,11 +100,14 @@ class File : public H5FD_t {
       return 0;
     }
     mEnd = std::max(mEnd, address + size);
-    const bool passes =
-        HasContent() && address >= mCommittedEnd && size >= FilePieces::sBytesWorthAWrite;
-    if (!passes || mPending.Overlaps(address, size)) {
+    // If metadata cannot be written while the library flushes them, it cannot even close the file
+    // any more. They wait, so that nothing but the flush of this driver fails on them.
+    const bool isRaw = type == H5FD_MEM_DRAW;
+    if (!isRaw || !HasContent() || address < mCommittedEnd ||
+        size < FilePieces::sBytesWorthAWrite || mPending.Overlaps(address, size)) {
       mPending.Write(address, bytes, size);
-      return mPending.Size() > sMostPendingBytes && HasContent() ? EmitEarly(dxpl_id) : 0;
+      const bool isTooMuch = mPending.Size() > sMostPendingBytes && HasContent();
+      return isTooMuch && EmitEarly(dxpl_id) < 0 && isRaw ? -1 : 0;
     }
     const herr_t err = mpBelow->cls->write(mpBelow, type, dxpl_id, address, size, bytes);
     // The library's metadata already lead to what is missing, a chunk with earlier rows among it.

@@ -181,7 +181,10 @@ TEST_F(CachedH5FileTest, AFlushThatFailsIsUndoneAndTheFileGoesOn) {
     auto& dat = file.GetObjectForWrite<Dat>("G.dir/y.dat");
     dat.Initialize({"t"}, false, 512);
     dat.Append({1});
-    failToWrite();  // to flush it
+    for (int i = 0; i < 100; ++i) {
+      file.GetObjectForWrite<Dat>(std::to_string(i) + ".dat").Initialize({"t"}, false, 1);
+    }
+    failToWrite();  // to flush it, and so much metadata that the library writes them together
     EXPECT_EQ(dat.GetExtents()[0], 0u);
     EXPECT_EQ(file.GetObjectForWrite<Dat>("x.dat").GetExtents()[0], 2u);
     dat.Append({2});
