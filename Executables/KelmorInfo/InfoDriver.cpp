@@ -14,6 +14,7 @@
 #include "Utils/ErrorHandling/MyErr.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/HDF5/StringElements.hpp"
+#include "Utils/Store/CachedH5FileHolder.hpp"
 
 namespace {
 
@@ -76,6 +77,9 @@ int PlanJoin(int argc, char** argv) {
 }  // namespace
 
 int RunInfo(int argc, char** argv) {
+  // It arranges how the library ends, which it does in its own way if it runs by then: with words
+  // about what a damaged file left in it, or a crash.
+  TheCachedH5FileHolder();
   const Vexa_H5::StringConversion conversion;
   if (AsksForPlan(argc, argv)) {
     return PlanJoin(argc, argv);

@@ -9,11 +9,5 @@ int main(int argc, char** argv) {
   std::set_terminate(TerminateHandler);
   Vexa::IgnoreFileSizeSignal();
   Vexa::RaiseOpenFileLimit();
-  try {
-    return RunInfo(argc, argv);
-  } catch (...) {
-    // All that was open is closed by now. The library (1.10.8, tried) crashes over some of it, such
-    // as the creation list of a virtual dataset, when the process ends.
-    TerminateHandler();
-  }
+  return RunInfo(argc, argv);
 }
