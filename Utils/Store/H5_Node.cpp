@@ -54,8 +54,12 @@ std::string H5_Node::Path() const {
   if (mpParent == nullptr) {
     return "";
   }
-  const std::string path = mpParent->FullName();
-  return path.back() == '/' ? path : path + '/';
+  // One text grows: copied at each level, deep groups took several times as long.
+  std::string path = mpParent->FullName();
+  if (path.back() != '/') {
+    path += '/';
+  }
+  return path;
 }
 
 const std::string& H5_Node::Filename() const {
