@@ -80,6 +80,10 @@ SteppedSeries::Runs SteppedSeries::KeptWithin(const Input& input, const ColumnBl
   Runs runs;
   const std::uint64_t blockEnd = block.mFirstRow + block.mRows;
   std::uint64_t position = input.mFirstKept;
+  // Blocks may be many, and so may be the runs of all files.
+  if (position >= blockEnd || position + input.mKeptRows <= block.mFirstRow) {
+    return runs;
+  }
   for (const RowRun& run : input.mKept) {
     const std::uint64_t begin = std::max(position, block.mFirstRow);
     const std::uint64_t end = std::min(position + run.Size(), blockEnd);
