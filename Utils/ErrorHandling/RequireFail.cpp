@@ -89,13 +89,7 @@ std::string Vexa::ReportLabel(const char* path) {
   return std::string(name.substr(0, name.rfind('.')));
 }
 
-const std::string& Vexa::ReportContext::NoDataset() {
-  // Never destroyed: files are written while the process exits.
-  static const auto& none = *new std::string;
-  return none;
-}
-
-Vexa::ReportContext::ReportContext(const std::string& dataset, const std::string& file)
+Vexa::ReportContext::ReportContext(std::string_view dataset, std::string_view file)
     : mDataset(dataset), mFile(file), mpOuter(spInnermostContext) {
   spInnermostContext = this;
 }
@@ -105,19 +99,18 @@ Vexa::ReportContext::~ReportContext() {
 }
 
 std::string Vexa::ReportContext::Dataset() {
-  return spInnermostContext == nullptr ? "" : spInnermostContext->mDataset;
+  return std::string(spInnermostContext == nullptr ? "" : spInnermostContext->mDataset);
 }
 
 std::string Vexa::ReportContext::File() {
-  return spInnermostContext == nullptr ? "" : spInnermostContext->mFile;
+  return std::string(spInnermostContext == nullptr ? "" : spInnermostContext->mFile);
 }
 
 void Vexa::ReportContext::PrintCurrent(std::ostream& os) {
   if (spInnermostContext == nullptr) {
     return;
   }
-  const std::string& dataset = spInnermostContext->mDataset;
-  const std::string& file = spInnermostContext->mFile;
+  const auto& [dataset, file, outer] = *spInnermostContext;
   const auto put = [&os](std::string_view piece) { os << piece; };
   if (!dataset.empty()) {
     os << "Object '";

@@ -133,8 +133,8 @@ namespace Vexa {
 /// Both strings are lent and must outlive the context; an empty one is left out.
 class ReportContext {
  public:
-  ReportContext(const std::string& dataset, const std::string& file);
-  explicit ReportContext(const std::string& file) : ReportContext(NoDataset(), file) {}
+  ReportContext(std::string_view dataset, std::string_view file);
+  explicit ReportContext(std::string_view file) : ReportContext({}, file) {}
   ~ReportContext();
   ReportContext(const ReportContext&) = delete;
   ReportContext& operator=(const ReportContext&) = delete;
@@ -150,10 +150,8 @@ class ReportContext {
   static std::string File();
 
  private:
-  static const std::string& NoDataset();
-
-  const std::string& mDataset;
-  const std::string& mFile;
+  std::string_view mDataset;
+  std::string_view mFile;
   const ReportContext* mpOuter;
 };
 
