@@ -7,10 +7,17 @@
 #include <string>
 #include <vector>
 
-#include "Executables/Kelmor/Tests/RunKelmor.hpp"
 #include "Utils/HDF5/TestSupport/PlainH5.hpp"
 
+using Arguments = std::vector<std::string>;
 using Strings = std::vector<std::string>;
+
+struct RunResult {
+  int mStatus;           // exit status
+  std::string mOutput;   // standard output
+  std::string mErrors;   // standard error
+  std::string mReports;  // what the run left in the error file of its run directory
+};
 
 class KelmorFixture : public testing::Test {
  protected:
@@ -24,11 +31,8 @@ class KelmorFixture : public testing::Test {
   PlainH5::File& Input(const std::string& name);
   void CloseInputs() { mInputs.clear(); }
 
-  /// Runs the tool. Whatever is in the folder must have the same contents and the same time of
-  /// modification afterwards, but for the error file.
-  RunResult Run(const Arguments& arguments);
-  /// The same with another program.
-  RunResult Run(const std::string& program, const Arguments& arguments);
+  /// Runs Kelmor, or another program, in the folder.
+  RunResult Run(const Arguments& arguments, const std::string& program = {});
 
   /// A run that must succeed and say nothing on standard error; it writes a new "out.h5". Returns
   /// its standard output.
@@ -45,10 +49,6 @@ class KelmorFixture : public testing::Test {
 /// where it comes from.
 void WriteTimes(PlainH5::File& file, const std::string& path, const std::vector<double>& times,
                 int tag = 0);
-
-/// Writes a table of numbers that go up by one, row after row.
-void WriteNumbers(PlainH5::File& file, const std::string& path, hsize_t rows,
-                  const std::vector<hsize_t>& chunk, hsize_t columns, double first = 0);
 
 inline constexpr char sTwoDimensionalSpec[] = "TensorDim=3; TensorSymm=1; DataMeshDim=2;";
 

@@ -6,7 +6,6 @@
 #include <iterator>
 #include <limits>
 #include <string>
-#include <utility>
 
 namespace {
 
@@ -57,11 +56,8 @@ TEST(SelectTimeStepsTest, StepsSurviveIfTheyLieBeforeTheNextKept) {
 }
 
 TEST(BlocksizeTest, DoublesUntilTheBlocksAreFew) {
-  const std::pair<int, unsigned> cases[] = {{-5, 1}, {1, 1},  {2, 2}, {6, 2},
-                                            {7, 4},  {20, 4}, {21, 8}};
-  for (const auto& [n, expected] : cases) {
-    EXPECT_EQ(Blocksize(n), expected) << n;
-  }
+  EXPECT_EQ(Blocksize(6), 2U);
+  EXPECT_EQ(Blocksize(7), 4U);
 }
 
 }  // namespace

@@ -114,8 +114,9 @@ def is_readable(path):
 def snapshot(folder):
     def state_of(path):
         info = path.lstat()
-        return info.st_mode, info.st_size, info.st_mtime_ns, info.st_ino, stat.S_ISREG(
-            info.st_mode) and hashlib.sha1(path.read_bytes()).digest()
+        with open(path if stat.S_ISREG(info.st_mode) else os.devnull, "rb") as file:
+            return (info.st_mode, info.st_size, info.st_mtime_ns, info.st_ino,
+                    hashlib.file_digest(file, "sha1").digest())
 
     return {path.name: state_of(path) for path in pathlib.Path(folder).iterdir()}
 

@@ -21,11 +21,12 @@ import tempfile
 import time
 
 import h5py
+import numpy as np
 from bad_inputs import LEAST_CHECKS, bad_cases, run_bad
 from check import Options
 from faults import call_cases, others_cases, run_calls, run_others
-from judge import LIBRARY_CRASH, MB, Judge
-from segments import plain, random_plans, write_plain, write_random
+from judge import LIBRARY_CRASH, MB, Judge, in_child
+from segments import ASCII, plain, random_plans, write_plain, write_random, write_table
 from soak import run_soak, soak_cases
 
 TRIO = ["s0.h5", "s1.h5", "s2.h5"]
@@ -94,6 +95,38 @@ def run_limits(judge, what, i):
             ["prlimit", f"--as={size}", judge.program, "-h"], stdout=-3, stderr=-3).returncode == 0)
     judge.join(TRIO, more=LIMITED if i % 2 else [], reference=reference,
                limit=f"--{what}={size}:", reports_to_file=what == "fsize" and size > 20000)
+
+
+# Long series: more values than are in memory at a time, in runs that end anywhere. Chunks of a single
+# column must not take more memory if there are more files.
+
+def large_cases(share):
+    return [(6, 1), (2, 3)]
+
+
+def write_large(path, number, columns_of_chunk):
+    ends, times = np.array([8, 15, 20]) * 10 ** 5, 1.5 * number + np.arange(3)
+    with h5py.File(path, "w", libver=("v108", "latest")) as file:
+        for group, values, columns in (("c.coef", "coefs.dat", []),
+                                       ("m.tdm", "data.dat", [np.diff(ends, prepend=0)])):
+            index = np.column_stack([times, ends, *columns])
+            write_table(file, f"{group}/index.dat", index, ["t", "index", "n"][:index.shape[1]])
+            write_table(file, f"{group}/{values}", (number + np.arange(ends[-1])).reshape(-1, 1),
+                        ["v"], chunks=(7000, 1))
+        file["m.tdm"].attrs.create("TensorSpec", [b"TensorDim=3; TensorSymm=; DataMeshDim=1;"],
+                                   dtype=ASCII)
+        write_table(file, "a.dat", (10 ** 6 * number + np.arange(1 << 21)).reshape(-1, 16),
+                    ["x"] * 16, chunks=(7000, columns_of_chunk))
+
+
+def run_large(judge, files, columns_of_chunk):
+    inputs, judge.memory = [f"{i}.h5" for i in range(files)], 130 * MB
+    for i, name in enumerate(inputs):
+        # Here the process would grow, and with it the least memory that a run is seen to need.
+        in_child(write_large, judge.folder / name, i, columns_of_chunk)
+    how = {"seconds": 200, "cpu_seconds": 200, "environment": {"VEXA_THREADS": "2"}}
+    judge.join(inputs, Options(NoGzip=files > 2), ["-cachesize", "1e6"], allowed=(0,), **how)
+    judge.inspect("-check", "out.h5", *inputs, allowed=(0,), **how)
 
 
 # Damaged files: ones that are cut, and ones whose words or bits are changed, within blocks that are
@@ -206,6 +239,7 @@ GROUPS = {  # name: its cases, what runs one, share of them in a quick run
     "bad": (bad_cases, run_bad, 1),
     "calls": (call_cases, run_calls, 0.1),
     "damage": (damage_cases, run_damage, 0.01),
+    "large": (large_cases, run_large, 1),
     "limits": (limit_cases, run_limits, 0.1),
     "others": (others_cases, run_others, 0.02),
     "soak": (soak_cases, run_soak, 0.15),
