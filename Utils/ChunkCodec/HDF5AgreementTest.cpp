@@ -76,7 +76,10 @@ void ExpectAgreement(const AwkwardColumn& column, std::size_t count, int bits) {
       EXPECT_EQ(DecodeChunk(stored, filters, decoded), ChunkCodec::DecodeStatus::Ok);
       EXPECT_TRUE(hasSameBits(decoded)) << "we read " << (stored == ours ? "ours" : "HDF5's");
     }
-    EXPECT_TRUE(encode != ChunkCodec::EncodeShortChunk || 50 * ours.size() <= 51 * theirs.size());
+    // Columns of which next to nothing is left need room for the headers of their pieces.
+    const std::size_t headers = isShort ? 0 : count + 800;
+    const bool isUsed = (encode == ChunkCodec::EncodeShortChunk) == isShort;
+    EXPECT_TRUE(!isUsed || 50 * ours.size() <= 51 * theirs.size() + headers) << ours.size();
   }
 }
 

@@ -99,31 +99,4 @@ TEST_F(GlobalHeapTest, DamagedElementsAndCollectionsAreRefused) {
   }
 }
 
-// Small files could have so many of them as to take gigabytes: the library keeps some bytes for
-// each index up to the highest, and reads whole collections.
-TEST_F(GlobalHeapTest, CollectionsBeyondWhatAFileHasRoomForAreRefused) {
-  constexpr std::size_t count = 100;
-  PlainH5::File::Create(mPath, true).StringAttribute("/", "A", PlainH5::Strings(count, "x"));
-  const std::string sound = PlainH5::Bytes(mPath);
-  const std::string element = LittleEndian(1, 4) + LittleEndian(sound.find("GCOL"), 8);
-  const std::string collection =
-      "GCOL" + LittleEndian(1, 4) + LittleEndian(4096, 8) + LittleEndian(65535, 8) +
-      LittleEndian(1, 8) + LittleEndian('x', 8) + LittleEndian(0, 8) + LittleEndian(4096 - 40, 8);
-  for (const std::size_t distance : {4096, 2048}) {
-    std::string bytes = sound;
-    bytes.resize(sound.size() + count * 4096);
-    std::size_t at = 0;
-    for (std::size_t i = 0; i < count; ++i) {
-      const std::size_t place = sound.size() + i * distance;
-      at = bytes.find(element, at);
-      ASSERT_NE(at, std::string::npos);
-      bytes.replace(at + 4, 12, LittleEndian(place, 8) + LittleEndian(65535, 4));
-      bytes.replace(place, collection.size(), collection);
-    }
-    std::ofstream(mPath, std::ios::binary) << bytes;
-    EXPECT_THAT(List(), HasSubstr(distance == 4096 ? "claim more strings than they have room for"
-                                                   : "overlaps with another"));
-  }
-}
-
 }  // namespace

@@ -57,21 +57,4 @@ TEST_F(TxtTest, KeepsACharacterSetAndChoosesThatOfNewText) {
   }
 }
 
-TEST_F(TxtTest, ReadsOtherFormatsAndRefusesToExtendThem) {
-  mFile.Strings("scalar.txt", {"whole text"}, {});
-  mFile.Characters("old.txt", std::string("old text\0\0", 10));
-  const std::tuple<const char*, const char*, const char*, const char*> cases[] = {
-      // name, text read, condition and message of the report over more text
-      {"scalar.txt", "whole text", "ndims!=0", "H5_ObjectTxt attempting to append to a *scalar*"},
-      {"old.txt", "old text", "!mOldDatatype", "Cannot write new Txt format into old.txt,\nwhich"}};
-  for (const auto& [name, expected, condition, message] : cases) {
-    Txt txt(name, true, 0);
-    txt.OpenObject(mFile.Id());
-    EXPECT_EQ(txt.RetrieveData(), expected);
-    txt << "more";
-    ExpectReport([&txt] { txt.WriteCache(); }, condition, message);
-    txt.CloseObject();
-  }
-}
-
 }  // namespace

@@ -63,10 +63,6 @@ DatasetHandle OpenDataset(hid_t file, const std::string& path) {
   return DatasetHandle(Checked(H5Dopen2(file, path.c_str(), H5P_DEFAULT)));
 }
 
-PropertyListHandle CreationList(hid_t file, const std::string& path) {
-  return PropertyListHandle(Checked(H5Dget_create_plist(OpenDataset(file, path))));
-}
-
 std::vector<const char*> Pointers(const Strings& strings) {
   std::vector<const char*> pointers(strings.size());
   std::ranges::transform(strings, pointers.begin(), &std::string::c_str);
@@ -125,7 +121,7 @@ void File::Table(const std::string& path, const Rows& rows, const TableOptions& 
   }
   std::vector<double> values;
   std::ranges::copy(rows | std::views::join, std::back_inserter(values));
-  WriteDataset(mId, path, options.mType < 0 ? H5T_NATIVE_DOUBLE : options.mType, H5T_NATIVE_DOUBLE,
+  WriteDataset(mId, path, H5T_NATIVE_DOUBLE, H5T_NATIVE_DOUBLE,
                {rows.size(), rows.empty() ? columns : rows[0].size()}, values.data(),
                options.mChunk, list);
   if (!options.mLegend.empty()) {
@@ -205,12 +201,9 @@ Dims File::Dims(const std::string& path) const {
 
 Dims File::Chunk(const std::string& path) const {
   PlainH5::Dims chunk(Dims(path).size());
-  EXPECT_GE(H5Pget_chunk(CreationList(mId, path), static_cast<int>(chunk.size()), chunk.data()), 0);
+  const PropertyListHandle list(H5Dget_create_plist(OpenDataset(mId, path)));
+  EXPECT_GE(H5Pget_chunk(list, static_cast<int>(chunk.size()), chunk.data()), 0);
   return chunk;
-}
-
-int File::FilterCount(const std::string& path) const {
-  return H5Pget_nfilters(CreationList(mId, path));
 }
 
 std::string Bytes(const std::string& path) {

@@ -32,7 +32,6 @@ using Dims = std::vector<hsize_t>;
 
 /// How a table is laid out; the defaults are those of the store.
 struct TableOptions {
-  hid_t mType = -1;        // file type; native double if negative
   Dims mChunk = {16, 1};   // contiguous if empty
   bool mCompress = false;  // shuffle, deflate 1, Fletcher-32
   Strings mLegend = {};    // no attribute if empty
@@ -69,7 +68,6 @@ class File {
   PlainH5::Strings ReadStringAttribute(const std::string& path, const std::string& name) const;
   PlainH5::Dims Dims(const std::string& path) const;
   PlainH5::Dims Chunk(const std::string& path) const;
-  int FilterCount(const std::string& path) const;
 
  private:
   explicit File(hid_t id) : mId(id) {}
