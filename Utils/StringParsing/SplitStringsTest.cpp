@@ -54,8 +54,9 @@ TEST(SplitStrings, AtParentheses) {
 TEST(SplitStrings, AtTheLongestTokenButNotWithinOthers) {
   MyVector<std::string> pieces;
   MyVector<std::string> found;
-  SplitStringAtTokens("a->b-c<=(d-e)<f->>g", {"-", "<=", "<", "->>"}, pieces, found, {"->"});
-  EXPECT_THAT(pieces, ElementsAre("a->b", "c", "(d-e)", "f", "g"));
+  SplitStringAtTokens("a->b-c<=(d-e)<f->>g+", {"-", "<=", "<", "->>", "+"}, pieces, found,
+                      {"->", "+"});
+  EXPECT_THAT(pieces, ElementsAre("a->b", "c", "(d-e)", "f", "g+"));
   EXPECT_THAT(found, ElementsAre("-", "<=", "<", "->>"));
   const auto report = [&](const std::string& text, const char* token, const char* kept) {
     return ReportOf([&] { SplitStringAtTokens(text, {token}, pieces, found, {kept}); });

@@ -7,6 +7,7 @@
 
 #include "Executables/KelmorInfo/PlanPicture.hpp"
 #include "Executables/KelmorInfo/Tests/InfoFixture.hpp"
+#include "Executables/KelmorInfo/TimeScale.hpp"
 
 namespace {
 
@@ -62,6 +63,11 @@ TEST(PlanPicture, BarsLieAlongTime) {
                            ">/set0.dat</text>"}) {
     EXPECT_THAT(picture, HasSubstr(text));
   }
+  steps.mFiles[0].mPieces[0].mFirst = 3;
+  EXPECT_EQ(TimeScale(PlanOf({steps}, 3), 0, 1).Ticks()[0].mLabel, "10");
+  Plan plan = PlanOf({steps}, 3);
+  plan.mDatasets = {{"/a.dat", "dat", 0, 0, false}, {"/b.dat", "dat", 0, 0, true}};
+  EXPECT_THAT(DrawPlan(plan), HasSubstr("not all agree"));
 }
 
 TEST(PlanPicture, StaysReadableWhateverThePlan) {
