@@ -58,6 +58,7 @@ TEST(PlanPicture, BarsLieAlongTime) {
                                            R"(x="438.50" y="125.40" width="121.57")",
                                            R"(x="712.04" y="145.40" width="151.96")"}));
   EXPECT_EQ(Bars(picture, "url\\(#wiped\\)"), Strings({R"(x="427.10" y="105.40" width="56.99")"}));
+  EXPECT_EQ(Found(picture, "<rect (x=.*)#1b2f40").size(), 2U) << "the join on each side of the gap";
   EXPECT_EQ(Bars(picture, "#f6d57a"), Strings({R"(x="560.07" y="102.00" width="151.96")"}));
   for (const char* text : {">segment1.h5</text>", ">gap 20</text>", ">time</text>", ">100</text>",
                            ">/set0.dat</text>"}) {
