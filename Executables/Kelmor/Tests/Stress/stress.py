@@ -235,14 +235,14 @@ def run_damage(judge, how, name, seeds):
 
 
 GROUPS = {  # name: its cases, what runs one, share of them in a quick run
-    "random": (random_cases, run_random, 0.08),
+    "random": (random_cases, run_random, 0.04),
     "bad": (bad_cases, run_bad, 1),
     "calls": (call_cases, run_calls, 0.1),
     "damage": (damage_cases, run_damage, 0.01),
     "large": (large_cases, run_large, 1),
     "limits": (limit_cases, run_limits, 0.1),
     "others": (others_cases, run_others, 0.02),
-    "soak": (soak_cases, run_soak, 0.15),
+    "soak": (soak_cases, run_soak, 0.1),
 }
 MOST_LIBRARY_CRASHES = {"limits": 0.1, "damage": 0.02}
 
