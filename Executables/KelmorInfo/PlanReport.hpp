@@ -5,6 +5,6 @@
 
 #include "Executables/KelmorInfo/Plan.hpp"
 
-/// Of many time ranges that are wiped, all are named only if `verbose`.
+/// Prints the plan as text; many time ranges that are wiped are all named only if `verbose`.
 void PrintPlan(std::ostream& os, const Plan& plan, bool verbose);
 void PrintPlanAsJson(std::ostream& os, const Plan& plan);

@@ -27,7 +27,7 @@ namespace ChunkCodec {
 /// 100 bytes larger than the values.
 std::vector<std::byte> EncodeChunk(std::span<const double> values, const Filters& filters);
 
-/// The same in steps, for a chunk that several threads share.
+/// A ChunkEncoder does so in steps, for a chunk that several threads share.
 ///
 /// Memory: beyond the values, the pieces and the assembled chunk, each of the encoded size; and
 /// each thread that encodes keeps a workspace of up to 5 MB until it ends.

@@ -28,7 +28,7 @@ struct Sums {
 constexpr std::size_t Lanes = 16;
 constexpr std::size_t MaxRows = 256;  // the running sum of a lane stays below 2^32
 
-// Not inlined: where it is, GCC 12 leaves the lanes in memory, which takes three times as long.
+// This is not inlined: where it is, GCC 12 leaves the lanes in memory, which takes thrice as long.
 [[gnu::noinline]] void AppendRows(const std::byte* bytes, std::size_t rows, Sums& sums) {
   std::uint32_t words[Lanes] = {};
   std::uint32_t running[Lanes] = {};

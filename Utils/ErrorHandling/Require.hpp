@@ -10,11 +10,11 @@
 #define REQUIRE(condition, message) \
   VEXA_REQUIRE_AS(VEXA_CURRENT_REPORT_LABEL, #condition, condition, message)
 
-/// The same under an explicit label; for the few reports whose label is not their source file.
+/// Does the same under an explicit label, for the few reports whose label is not their source file.
 #define REQUIRE_LABELLED(label, condition, message) \
   VEXA_REQUIRE_AS(label, #condition, condition, message)
 
-/// The same for helpers that several sources share: the report names the caller, by the innermost
+/// Serves helpers that several sources share: the report names the caller, by the innermost
 /// ReportAs.
 #define REQUIRE_FOR_CALLER(condition, message) \
   VEXA_REQUIRE_AS(VEXA_CALLERS_REPORT_LABEL, #condition, condition, message)

@@ -122,7 +122,7 @@ class ReportAs {
 /// programs that include them.
 #define VEXA_REQUIRE(condition, message) \
   VEXA_REQUIRE_AS(VEXA_CURRENT_REPORT_LABEL, #condition, condition, message)
-/// The same under the label of the caller.
+/// Does the same under the label of the caller.
 #define VEXA_REQUIRE_FOR_CALLER(condition, message) \
   VEXA_REQUIRE_AS(VEXA_CALLERS_REPORT_LABEL, #condition, condition, message)
 
@@ -142,7 +142,7 @@ class ReportContext {
   /// The line that a report gets, without a newline: "Object '/a.dat' of file 'x.h5'";
   /// empty when nothing is being worked on.
   static std::string Current();
-  /// The same and a newline, or nothing at all. Allocates nothing.
+  /// Prints that line and a newline, or nothing at all. Allocates nothing.
   static void PrintCurrent(std::ostream& os);
 
   /// What is being worked on, for a context that outlives this one; empty when nothing is.

@@ -30,7 +30,7 @@ void PendingReads::Item::Decode() {
   mStatus = mDecoder.Decode(stored, FormatOf(layout), mChunk.mSkipped);
   if (mStatus == ChunkCodec::DecodeStatus::Ok && layout.mHoldsDoubles) {
     Deliver();
-    // Of what is done only the place is kept, for reports.
+    // Reports need only the place of a chunk that is done.
     mDecoder = {};
     mChunk.mpBytes.reset();
     mTarget = {};

@@ -29,7 +29,7 @@ struct Storage {
   std::optional<std::uint64_t> mBytes;  // none where the file cannot have what it claims
 };
 
-/// Of an open dataset.
+/// Tells how an open dataset is stored.
 Storage ReadStorage(hid_t dataset_id);
 
 /// Fails if the values of a dataset, whose creation list this is, are not in its file: if it is

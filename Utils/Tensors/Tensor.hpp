@@ -26,7 +26,7 @@ class Tensor {
     mComponents.assign(MV::Size(static_cast<std::uint64_t>(mpStructure->NumberOfComponents())),
                        T(each));
   }
-  /// The same with the calling thread's shared table for that structure.
+  /// Takes the calling thread's shared table for that structure.
   template <class Each>
   Tensor(const TensorStructure& structure, const Each& each)
       : Tensor(FindTensorIndexTable(structure.Dim(), structure.Symmetry()), each) {}
