@@ -127,9 +127,10 @@ class Checker {
   void Compare(Series& series) {
     const Dataset inJoined{mpDataset->mName, mpDataset->mpKind, {0}};
     const auto joined = MakeSeries({mJoined, mOptions, mProgress}, inJoined);
-    joined->TakeIn(0, Series::Depth::Agreement);
-    CompareProperties(joined->Properties(true), series.Properties(false));
-    joined->TakeIn(0, Series::Depth::Times);
+    for (const auto depth : {Series::Depth::Agreement, Series::Depth::Times}) {
+      joined->TakeIn(0, depth);
+      CompareProperties(joined->Properties(true), series.Properties(false));
+    }
     if (auto* stepped = dynamic_cast<SteppedSeries*>(&series)) {
       CompareSteps(*stepped, dynamic_cast<SteppedSeries&>(*joined));
     } else if (const auto* text = dynamic_cast<TextSeries*>(&series)) {
@@ -168,7 +169,7 @@ class Checker {
 
   void CompareProperties(const std::vector<Series::Property>& joined,
                          const std::vector<Series::Property>& expected) const {
-    for (std::size_t i = 0; i < expected.size(); ++i) {
+    for (std::size_t i = 0; i < std::min(joined.size(), expected.size()); ++i) {
       std::visit(
           [&](const auto& value) {
             using T = std::decay_t<decltype(value)>;

@@ -26,7 +26,8 @@ struct SeriesRun {
 
 class Series {
  public:
-  /// How much TakeIn() reads of a file: what must agree, and from Times on also the times.
+  /// How much TakeIn() reads of a file: what must agree (of a version record that comes first only
+  /// its number), and from Times on also the times.
   /// TimesIfReadable fails if the values cannot be read for another reason than damage. Values also
   /// reads values that are few enough to be held until they are written.
   enum class Depth { Agreement, Times, TimesIfReadable, Values };

@@ -36,14 +36,15 @@ void VersionSeries::RequireJoinable(const CachedH5File& file) const {
                                    << "Cannot join h5 files with different versions\n");
 }
 
-void VersionSeries::TakeIn(int file, Depth /*depth*/) {
+void VersionSeries::TakeIn(int file, Depth depth) {
   Visit<Version>(file, [&](const Version& ver) {
     const unsigned long number = ver.GetCurrentVersion();
-    const Version::History history = ver.RetrieveVersionHistory();
-    if (mAgreement.Groups().empty()) {
-      version_number = number;
-      version_history = history;
-    }
+    const bool isFirst = mAgreement.Groups().empty();
+    version_number = isFirst ? number : version_number;
+    // Whoever compares the number first is not to fail because it claims a huge history.
+    const bool hasHistory = !isFirst || depth != Depth::Agreement;
+    const Version::History history = hasHistory ? ver.RetrieveVersionHistory() : Version::History();
+    version_history = version_history.empty() ? history : version_history;
     const std::string numbers = std::to_string(number) + " " + std::to_string(version_number);
     const std::string mismatch = "Version mismatch '" + Vexa::Printable(Name()) + "'";
     if (number != version_number) {
