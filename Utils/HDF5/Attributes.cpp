@@ -173,8 +173,7 @@ std::vector<unsigned long> Vexa_H5::RetrieveAttributes(hid_t id, const std::stri
 }
 
 std::vector<std::string> Vexa_H5::ReadStrings(hid_t object_id, hid_t fileType, hid_t space_id,
-                                              std::size_t count,
-                                              const std::function<herr_t(hid_t, void*)>& read,
+                                              std::size_t count, const ReadCall& read,
                                               const StringReadMessages& messages) {
   REQUIRE_FOR_CALLER(H5Tget_class(fileType)==H5T_STRING,
                      messages.mRead << ": expected strings, found another type");
@@ -190,7 +189,9 @@ std::vector<std::string> Vexa_H5::ReadStrings(hid_t object_id, hid_t fileType, h
     // The library would turn other elements into characters without a word.
     REQUIRE_FOR_CALLER(ConsistsOfCharacters(fileType),
                        messages.mRead << ": the strings do not consist of characters");
-    RequireStringsInFile(object_id, count, messages.mRead);
+    if (GlobalHeap heap(object_id, messages.mRead); heap.CanRead()) {
+      return ReadStringsOfHeap(heap, object_id, count, read, messages.mRead);
+    }
     herr_t err = H5Tset_size(memtype_id, HdfConst::H5T_Variable());
     REQUIRE_FOR_CALLER(0==err, "H5Tset_size failed");
     err = H5Tset_cset(memtype_id, characterSet);

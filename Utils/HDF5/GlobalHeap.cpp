@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstring>
 #include <iterator>
 #include <string_view>
 #include <utility>
@@ -102,7 +103,7 @@ std::size_t GlobalHeap::ElementBytes() const {
   return sLengthBytes + mFile.mAddressBytes + sIndexBytes;
 }
 
-void GlobalHeap::RequireString(std::span<const std::byte> element, bool mayShare) {
+std::string GlobalHeap::String(std::span<const std::byte> element, bool mayShare) {
   const std::uint64_t length = LittleEndian(element.data(), sLengthBytes);
   const std::uint64_t address = LittleEndian(element.data() + sLengthBytes, mFile.mAddressBytes);
   const std::uint64_t index =
@@ -110,7 +111,7 @@ void GlobalHeap::RequireString(std::span<const std::byte> element, bool mayShare
   if (address == 0) {
     REQUIRE_FOR_CALLER(length==0,
                        mFailure << ": a string of " << length << " characters has no address");
-    return;
+    return {};
   }
   KnownCollection& use = CollectionAt(address);
   const std::vector<Object>& objects = use.mpCollection->mObjects;
@@ -126,6 +127,8 @@ void GlobalHeap::RequireString(std::span<const std::byte> element, bool mayShare
                      mFailure << ": two strings are string " << index << " in the collection at "
                               << address);
   use.mIsTaken[position] = true;
+  const auto* text = reinterpret_cast<const char*>(Bytes(object->mAddress, object->mSize));
+  return {text, strnlen(text, object->mSize)};
 }
 
 GlobalHeap::KnownCollection& GlobalHeap::CollectionAt(std::uint64_t address) {
@@ -200,7 +203,7 @@ void GlobalHeap::ReadObjects(Collection& collection) {
       at += size;
     } else {
       isAscending = isAscending && (objects.empty() || objects.back().mIndex < index);
-      objects.push_back({index, size});
+      objects.push_back({index, size, at + sHeaderBytes});
       at += sHeaderBytes + Padded(size);
     }
   }
@@ -220,7 +223,7 @@ const std::byte* GlobalHeap::Bytes(std::uint64_t address, std::size_t count) {
     REQUIRE_FOR_CALLER(address<=mFile.mFileSize && count<=mFile.mFileSize-address,
                        mFailure << ": a collection at " << address
                        << " is beyond the end of the file");
-    mWindow.resize(std::min(sSmallestCollection, mFile.mFileSize - address));
+    mWindow.resize(std::min(std::max(sSmallestCollection, count), mFile.mFileSize - address));
     mWindowAddress = address;
     at = 0;
     std::size_t done = 0;

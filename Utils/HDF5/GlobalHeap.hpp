@@ -1,6 +1,6 @@
 // A file keeps its strings of variable length in the collections of its global heap (HDF5 File
-// Format Specification 3.0, III.E). We read them only to see whether they are sound, since the
-// library trusts them: damaged ones crash it, or show it another string.
+// Format Specification 3.0, III.E). We read them ourselves, since the library trusts them: damaged
+// ones crash it, or show it another string.
 #pragma once
 
 #include <hdf5.h>
@@ -10,11 +10,12 @@
 #include <map>
 #include <memory>
 #include <span>
+#include <string>
 #include <vector>
 
 namespace Vexa_H5 {
 
-/// Checks strings in the global heap of the file that holds an open object. The object stays the
+/// Reads strings from the global heap of the file that holds an open object. The object stays the
 /// caller's.
 class GlobalHeap {
  public:
@@ -30,14 +31,15 @@ class GlobalHeap {
   /// collection, and its index in that.
   std::size_t ElementBytes() const;
 
-  /// Fails unless the string is in the file, with the length that its element gives, and (unless
-  /// they may share) no element before this one had the same. A string that was never written has
-  /// neither length nor address.
-  void RequireString(std::span<const std::byte> element, bool mayShare);
+  /// Returns the string of an element, up to its first zero. Fails unless it is in the file, with
+  /// the length that its element gives, and (unless they may share) no element before this one had
+  /// the same. A string that was never written has neither length nor address, and is empty.
+  std::string String(std::span<const std::byte> element, bool mayShare);
 
   struct Object {
     std::uint32_t mIndex;
     std::uint64_t mSize;
+    std::uint64_t mAddress;  // of its first byte
   };
   struct Collection {
     std::uint64_t mAddress = 0;

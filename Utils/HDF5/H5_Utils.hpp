@@ -87,15 +87,16 @@ struct StringReadMessages {
   const char* mReclaim;
 };
 
-/// Reads `count` strings of a dataset or attribute of the file type `fileType` through `read`,
-/// which calls H5Aread or H5Dread with the memory type and buffer that it is given. `space_id`
-/// describes the buffer. Takes any character set that HDF5 knows and both variable and fixed
-/// length. Fails under the caller's name if the type is not a string, or a string is not where its
-/// element says.
-std::vector<std::string> ReadStrings(
-    hid_t object_id, hid_t fileType, hid_t space_id, std::size_t count,
-    const std::function<herr_t(hid_t memoryType, void* buffer)>& read,
-    const StringReadMessages& messages);
+/// Calls H5Aread or H5Dread with a memory type and a buffer.
+using ReadCall = std::function<herr_t(hid_t memoryType, void* buffer)>;
+
+/// Reads `count` strings of a dataset or attribute of the file type `fileType` through `read`.
+/// `space_id` describes the buffer. Takes any character set that HDF5 knows and both variable and
+/// fixed length. Fails under the caller's name if the type is not a string, or a string is not
+/// where its element says.
+std::vector<std::string> ReadStrings(hid_t object_id, hid_t fileType, hid_t space_id,
+                                     std::size_t count, const ReadCall& read,
+                                     const StringReadMessages& messages);
 
 /// Fails unless what an object claims to hold can be in the file: `claimed` bytes against `stored`
 /// bytes on disk, of the object or of all its file. No filter of ours compresses by more than some

@@ -5,7 +5,6 @@
 #include <span>
 
 #include "Utils/ErrorHandling/Require.hpp"
-#include "Utils/HDF5/GlobalHeap.hpp"
 #include "Utils/HDF5/H5Type.hpp"
 #include "Utils/HDF5/Handle.hpp"
 #include "Utils/HDF5/StoredChunks.hpp"
@@ -68,26 +67,28 @@ hsize_t Vexa_H5::ElementBytes(hid_t object_id, hid_t type_id) {
                                          : H5Tget_size(type_id);
 }
 
-void Vexa_H5::RequireStringsInFile(hid_t object_id, std::size_t count, const char* failure) {
-  GlobalHeap heap(object_id, failure);
-  if (count == 0 || !heap.CanRead()) {
-    return;
+std::vector<std::string> Vexa_H5::ReadStringsOfHeap(GlobalHeap& heap, hid_t object_id,
+                                                    std::size_t count, const ReadCall& read,
+                                                    const char* failure) {
+  std::vector<std::string> strings;
+  if (count == 0) {
+    return strings;
   }
   const std::size_t elementBytes = heap.ElementBytes();
   const StringConversion conversion;
   const DatatypeHandle type_id(H5Tcreate(H5T_OPAQUE, elementBytes));
   REQUIRE_FOR_CALLER(type_id>=0, "H5Tcreate failed");
   std::vector<std::byte> elements(count * elementBytes);
-  const bool isAttribute = H5Iget_type(object_id) == H5I_ATTR;
-  const herr_t err =
-      isAttribute ? H5Aread(object_id, type_id, elements.data())
-                  : H5Dread(object_id, type_id, H5S_ALL, H5S_ALL, H5P_DEFAULT, elements.data());
+  const herr_t err = read(type_id, elements.data());
   REQUIRE_FOR_CALLER(err>=0, failure);
   // What was never written is all the same string: the fill value.
   const bool areAlike = std::equal(elements.begin() + static_cast<std::ptrdiff_t>(elementBytes),
                                    elements.end(), elements.begin());
-  const bool mayShare = !isAttribute && areAlike && IsNothingStored(object_id);
+  const bool mayShare =
+      areAlike && H5Iget_type(object_id) != H5I_ATTR && IsNothingStored(object_id);
+  strings.reserve(count);
   for (std::size_t at = 0; at < elements.size(); at += elementBytes) {
-    heap.RequireString(std::span(elements).subspan(at, elementBytes), mayShare);
+    strings.push_back(heap.String(std::span(elements).subspan(at, elementBytes), mayShare));
   }
+  return strings;
 }

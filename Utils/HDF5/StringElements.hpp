@@ -3,7 +3,11 @@
 #include <hdf5.h>
 
 #include <cstddef>
+#include <string>
 #include <vector>
+
+#include "Utils/HDF5/GlobalHeap.hpp"
+#include "Utils/HDF5/H5_Utils.hpp"
 
 namespace Vexa_H5 {
 
@@ -30,11 +34,12 @@ bool ConsistsOfCharacters(hid_t stringType);
 /// lies elsewhere: its element has a length, the address of a collection, and an index in that.
 hsize_t ElementBytes(hid_t object_id, hid_t type_id);
 
-/// Fails unless each of the `count` strings of a dataset or attribute of strings of variable length
-/// is in its file as its element says (see GlobalHeap), with `failure` before the reason. HDF5
-/// believes an element: it makes room for the length it gives, copies as much as it finds, past
-/// the end of that room too, and takes a string without an address for an empty one. Nothing is
-/// checked where the heap cannot be read.
-void RequireStringsInFile(hid_t object_id, std::size_t count, const char* failure);
+/// Returns the `count` strings of a dataset or attribute of strings of variable length, whose
+/// elements `read` gives. Fails unless each is in its file as its element says (see GlobalHeap,
+/// which must be readable), with `failure` before the reason. HDF5 believes an element: it makes
+/// room for the length it gives, copies as much as it finds, past the end of that room too, and
+/// takes a string without an address for an empty one.
+std::vector<std::string> ReadStringsOfHeap(GlobalHeap& heap, hid_t object_id, std::size_t count,
+                                           const ReadCall& read, const char* failure);
 
 }  // namespace Vexa_H5
