@@ -101,7 +101,7 @@ def run_limits(judge, what, i):
 # column must not take more memory if there are more files.
 
 def large_cases(share):
-    return [(6, 1), (2, 3)]
+    return [(6, 1, 126), (2, 3, 80)]
 
 
 def write_large(path, number, columns_of_chunk):
@@ -119,8 +119,8 @@ def write_large(path, number, columns_of_chunk):
                     ["x"] * 16, chunks=(7000, columns_of_chunk))
 
 
-def run_large(judge, files, columns_of_chunk):
-    inputs, judge.memory = [f"{i}.h5" for i in range(files)], 130 * MB
+def run_large(judge, files, columns_of_chunk, most):
+    inputs, judge.memory = [f"{i}.h5" for i in range(files)], most * MB
     for i, name in enumerate(inputs):
         # Here the process would grow, and with it the least memory that a run is seen to need.
         in_child(write_large, judge.folder / name, i, columns_of_chunk)
