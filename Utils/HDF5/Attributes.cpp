@@ -35,13 +35,16 @@ struct OpenedAttribute {
 };
 
 // Opens a one-dimensional attribute. The handle is empty if the attribute is absent and may be.
-OpenedAttribute OpenAttribute(hid_t id, const std::string& name, bool allowMissing,
+// Reports about one of strings show the same conditions with other names.
+OpenedAttribute OpenAttribute(hid_t id, const std::string& name, bool allowMissing, bool hasStrings,
                               const Trace& trace) {
   OpenedAttribute opened;
   const htri_t flag = trace(5, H5Aexists(id, name.c_str()), "H5Aexists(", id, ", \"", name, "\")");
   if (flag == 0 && allowMissing) {
     return opened;
   }
+  const htri_t exists = hasStrings ? 1 : flag;
+  REQUIRE(exists>=0, "Attribute " << name << " not found");
   REQUIRE(flag>=0, "Attribute " << name << " not found");
   AttributeHandle attr(
       trace(5, H5Aopen(id, name.c_str(), H5P_DEFAULT), "H5Aopen(", id, ", \"", name, "\")"));
@@ -49,6 +52,8 @@ OpenedAttribute OpenAttribute(hid_t id, const std::string& name, bool allowMissi
   DataspaceHandle space(trace(5, H5Aget_space(attr), "H5Aget_space(", hid_t(attr), ")"));
   REQUIRE(space>=0, "H5Aget_space failed");
   const int ndims = H5Sget_simple_extent_ndims(space);
+  const int legend_ndims = hasStrings ? ndims : 1;
+  REQUIRE(legend_ndims==1, "Dimensionality of Attribute is wrong");
   REQUIRE(ndims==1, "Dimensionality of Attribute is wrong");
   trace(5, H5Sget_simple_extent_dims(space, &opened.mCount, nullptr), "H5Sget_simple_extent_dims(",
         hid_t(space), ")");
@@ -124,7 +129,7 @@ MyVector<std::string> Vexa_H5::RetrieveStringsFromAttributes(hid_t id, const std
                                                              bool allowMissing, int verbosity) {
   const Vexa::ReportAs label("H5_Utils");
   const Trace trace(verbosity);
-  OpenedAttribute opened = OpenAttribute(id, name, allowMissing, trace);
+  OpenedAttribute opened = OpenAttribute(id, name, allowMissing, true, trace);
   if (opened.mAttribute < 0) {
     return {};
   }
@@ -158,7 +163,7 @@ std::vector<unsigned long> Vexa_H5::RetrieveAttributes(hid_t id, const std::stri
                                                        bool allowMissing, int verbosity) {
   const Vexa::ReportAs label("H5_Utils");
   const Trace trace(verbosity);
-  OpenedAttribute opened = OpenAttribute(id, name, allowMissing, trace);
+  OpenedAttribute opened = OpenAttribute(id, name, allowMissing, false, trace);
   if (opened.mAttribute < 0) {
     return {};
   }
