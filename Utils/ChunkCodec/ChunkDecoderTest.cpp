@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "Utils/ChunkCodec/AwkwardColumns.hpp"
 #include "Utils/ChunkCodec/ChunkEncoder.hpp"
 #include "Utils/ChunkCodec/Fletcher32.hpp"
+#include "Utils/ChunkCodec/TestSupport/AwkwardColumns.hpp"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <thread>
 #include <vector>
 
-#include "Utils/ChunkCodec/AwkwardColumns.hpp"
+#include "Utils/ChunkCodec/TestSupport/AwkwardColumns.hpp"
 #include "Utils/Process/TestSupport/FailingNew.hpp"
 
 namespace {

@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "Utils/ErrorHandling/ReportOf.hpp"
+#include "Utils/ErrorHandling/TestSupport/ReportOf.hpp"
 
 namespace {
 

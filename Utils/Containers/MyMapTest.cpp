@@ -6,7 +6,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "Utils/ErrorHandling/ReportOf.hpp"
+#include "Utils/ErrorHandling/TestSupport/ReportOf.hpp"
 #include "Utils/Process/TestSupport/FailingNew.hpp"
 
 namespace {

@@ -8,7 +8,7 @@
 #include <memory>
 
 #include "Utils/ErrorHandling/MyAbort.hpp"
-#include "Utils/ErrorHandling/TestOutput.hpp"
+#include "Utils/ErrorHandling/TestSupport/TestOutput.hpp"
 
 namespace {
 

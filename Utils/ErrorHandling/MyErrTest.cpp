@@ -10,7 +10,7 @@
 #include <functional>
 #include <sstream>
 
-#include "Utils/ErrorHandling/TestOutput.hpp"
+#include "Utils/ErrorHandling/TestSupport/TestOutput.hpp"
 #include "Utils/ErrorHandling/Trace.hpp"
 #include "Utils/Process/RunInformation.hpp"
 

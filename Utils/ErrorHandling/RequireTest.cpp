@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <iomanip>
 
-#include "Utils/ErrorHandling/ReportOf.hpp"
+#include "Utils/ErrorHandling/TestSupport/ReportOf.hpp"
 
 #define EXPANDED_BY_THE_PREPROCESSOR 1
 

@@ -11,7 +11,7 @@
 
 #include "Utils/ErrorHandling/CodeError.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
-#include "Utils/ErrorHandling/TestOutput.hpp"
+#include "Utils/ErrorHandling/TestSupport/TestOutput.hpp"
 
 namespace {
 

@@ -2,7 +2,7 @@
 
 #include <gmock/gmock.h>
 
-#include "Utils/ErrorHandling/ReportOf.hpp"
+#include "Utils/ErrorHandling/TestSupport/ReportOf.hpp"
 
 namespace {
 

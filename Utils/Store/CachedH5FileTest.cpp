@@ -13,7 +13,7 @@
 
 #include "Utils/ErrorHandling/MyAbort.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
-#include "Utils/ErrorHandling/TestOutput.hpp"
+#include "Utils/ErrorHandling/TestSupport/TestOutput.hpp"
 #include "Utils/HDF5/H5_Utils.hpp"
 #include "Utils/HDF5/TestSupport/PlainH5.hpp"
 #include "Utils/Store/CachedH5FileHolder.hpp"

@@ -5,7 +5,7 @@
 #include <string>
 #include <tuple>
 
-#include "Utils/ErrorHandling/ReportOf.hpp"
+#include "Utils/ErrorHandling/TestSupport/ReportOf.hpp"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <array>
 #include <functional>
 
-#include "Utils/ErrorHandling/ReportOf.hpp"
+#include "Utils/ErrorHandling/TestSupport/ReportOf.hpp"
 #include "Utils/StringParsing/GlobalFlags.hpp"
 
 namespace {

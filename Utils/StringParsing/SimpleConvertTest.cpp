@@ -10,7 +10,7 @@
 #include <numbers>
 #include <utility>
 
-#include "Utils/ErrorHandling/ReportOf.hpp"
+#include "Utils/ErrorHandling/TestSupport/ReportOf.hpp"
 
 namespace {
 

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "Utils/ErrorHandling/ReportOf.hpp"
+#include "Utils/ErrorHandling/TestSupport/ReportOf.hpp"
 
 namespace {
 

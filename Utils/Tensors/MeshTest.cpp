@@ -5,7 +5,7 @@
 #include <limits>
 #include <utility>
 
-#include "Utils/ErrorHandling/ReportOf.hpp"
+#include "Utils/ErrorHandling/TestSupport/ReportOf.hpp"
 #include "Utils/Tensors/DataMesh.hpp"
 
 namespace {

@@ -8,7 +8,7 @@
 #include <tuple>
 #include <utility>
 
-#include "Utils/ErrorHandling/ReportOf.hpp"
+#include "Utils/ErrorHandling/TestSupport/ReportOf.hpp"
 #include "Utils/Tensors/DataMesh.hpp"
 
 namespace {
