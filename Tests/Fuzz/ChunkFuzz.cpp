@@ -9,9 +9,9 @@
 #include <vector>
 
 #include "Tests/Fuzz/Fuzz.hpp"
-#include "Utils/ChunkCodec/ChunkDecoder.hpp"
 #include "Utils/ChunkCodec/ChunkEncoder.hpp"
 #include "Utils/ChunkCodec/Fletcher32.hpp"
+#include "Utils/ChunkCodec/TestSupport/DecodeChunk.hpp"
 
 namespace {
 

@@ -115,15 +115,4 @@ void ChunkDecoder::Take(std::size_t first, std::span<std::byte> elements) const 
   }
 }
 
-DecodeStatus DecodeChunk(std::span<const std::byte> stored, const Filters& filters,
-                         std::span<double> values) {
-  ChunkDecoder decoder;
-  const DecodeStatus status =
-      decoder.Decode(stored, {filters, values.size_bytes(), sizeof(double)});
-  if (status == DecodeStatus::Ok) {
-    decoder.Take(0, std::as_writable_bytes(values));
-  }
-  return status;
-}
-
 }  // namespace ChunkCodec

@@ -57,8 +57,4 @@ class ChunkDecoder {
   bool mIsShuffled = false;
 };
 
-/// Decodes all values of a chunk of native doubles.
-[[nodiscard]] DecodeStatus DecodeChunk(std::span<const std::byte> stored, const Filters& filters,
-                                       std::span<double> values);
-
 }  // namespace ChunkCodec

@@ -11,6 +11,7 @@
 #include "Utils/ChunkCodec/ChunkEncoder.hpp"
 #include "Utils/ChunkCodec/Fletcher32.hpp"
 #include "Utils/ChunkCodec/TestSupport/AwkwardColumns.hpp"
+#include "Utils/ChunkCodec/TestSupport/DecodeChunk.hpp"
 
 namespace {
 

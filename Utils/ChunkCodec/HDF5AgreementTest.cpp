@@ -6,10 +6,10 @@
 #include <string>
 #include <vector>
 
-#include "Utils/ChunkCodec/ChunkDecoder.hpp"
 #include "Utils/ChunkCodec/ChunkEncoder.hpp"
 #include "Utils/ChunkCodec/ShortChunk.hpp"
 #include "Utils/ChunkCodec/TestSupport/AwkwardColumns.hpp"
+#include "Utils/ChunkCodec/TestSupport/DecodeChunk.hpp"
 
 namespace {
 
