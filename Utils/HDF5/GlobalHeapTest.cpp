@@ -10,21 +10,16 @@
 
 namespace {
 
-using testing::HasSubstr;
-
 // The root of a file has the list A, which is read while the file is open for reading only.
 class GlobalHeapTest : public testing::Test {
  protected:
-  // Returns what is read, or the report.
   std::string List() const {
     std::string list;
-    const std::string report = PlainH5::ReportOf([&] {
-      const Vexa_H5::Handle<H5Fclose> file(Vexa_H5::OpenFile(mPath, ReadOnly, 0));
-      for (const auto& text : Vexa_H5::RetrieveStringsFromAttributes(file, "A", false, 0)) {
-        list += text + ",";
-      }
-    });
-    return report + list;
+    const Vexa_H5::Handle<H5Fclose> file(Vexa_H5::OpenFile(mPath, ReadOnly, 0));
+    for (const auto& text : Vexa_H5::RetrieveStringsFromAttributes(file, "A", false, 0)) {
+      list += text + ",";
+    }
+    return list;
   }
 
   PlainH5::TempDir mDir;
@@ -95,7 +90,7 @@ TEST_F(GlobalHeapTest, DamagedElementsAndCollectionsAreRefused) {
     SCOPED_TRACE(message);
     std::ofstream(mPath, std::ios::binary)
         << std::string(sound).replace(place, bytes.size(), bytes);
-    EXPECT_THAT(List(), HasSubstr(message));
+    EXPECT_THAT(PlainH5::ReportOf([this] { List(); }), testing::HasSubstr(message));
   }
 }
 

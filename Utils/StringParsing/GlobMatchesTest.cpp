@@ -34,9 +34,8 @@ TEST(GlobMatches, Alternatives) {
   EXPECT_FALSE(AnyGlobMatches({}, "b"));
 
   EXPECT_THAT(ReportOf([] { GlobMatches("z|(x|y)", "x"); }),
-              HasReport("pieces.Size()>1", "GlobMatches",
-                        "GlobMatches encountered |, but found only 1 piece.\n"
-                        "Are there unmatched parentheses in the glob='(x|y)'?"));
+              testing::HasSubstr(")\nGlobMatches encountered |, but found only 1 piece.\n"
+                                 "Are there unmatched parentheses in the glob='(x|y)'?"));
 }
 
 }  // namespace

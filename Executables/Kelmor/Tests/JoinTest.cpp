@@ -31,7 +31,7 @@ TEST_F(JoinTest, FilesThatChangeWhileTheyAreReadAreNoticed) {
   const auto read = [&inputs] {
     inputs.Visit<H5_Objects::Dat>(39, "/x.dat", [](const auto& dat) { dat.RetrieveTimes(); });
   };
-  EXPECT_EQ(PlainH5::ReportOf(read), "");
+  read();
   std::filesystem::rename(Path("other"), names.back());
   EXPECT_THAT(PlainH5::ReportOf(read), HasSubstr("The file has changed since"));
   std::filesystem::last_write_time(names[1], {});

@@ -1,7 +1,7 @@
-// For tests: what a failed REQUIRE reported, and whether that is the report that was expected.
+// For tests: what a failed REQUIRE reported.
 #pragma once
 
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include <string>
 #include <utility>
@@ -18,12 +18,4 @@ std::string ReportOf(Action&& action) {
   }
   ADD_FAILURE() << "nothing was reported";
   return "";
-}
-
-/// A REQUIRE report of this condition, under this label, whose message begins like this.
-inline auto HasReport(const std::string& condition, const std::string& label,
-                      const std::string& message) {
-  return testing::AllOf(
-      testing::HasSubstr("\n#### " + condition + "  violated\n#### " + label + " (line "),
-      testing::HasSubstr(")\n" + message));
 }

@@ -7,7 +7,7 @@
 #include <iterator>
 #include <ranges>
 
-#include "Utils/ErrorHandling/CodeError.hpp"
+#include "Utils/ErrorHandling/TestSupport/ReportOf.hpp"
 #include "Utils/HDF5/Handle.hpp"
 
 using namespace Vexa_H5;
@@ -213,12 +213,7 @@ std::string Bytes(const std::string& path) {
 
 std::string ReportOf(const std::function<void()>& action) {
   const MuteH5Errors muted;
-  try {
-    action();
-  } catch (const CodeError& error) {
-    return error.Message();
-  }
-  return "";
+  return ::ReportOf(action);
 }
 
 void ExpectReport(const std::function<void()>& action, const std::string& condition,

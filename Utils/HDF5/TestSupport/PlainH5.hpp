@@ -76,7 +76,7 @@ class File {
 
 std::string Bytes(const std::string& path);
 
-/// The text of the report in which `action` ends; empty if it ends in none.
+/// The text of the report in which `action` must end.
 std::string ReportOf(const std::function<void()>& action);
 
 /// Expects `action` to end in a report about that condition with that message, both in full or
