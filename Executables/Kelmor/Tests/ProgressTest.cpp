@@ -1,11 +1,7 @@
 #include "Executables/Series/Progress.hpp"
 
 #include <gmock/gmock.h>
-#include <pty.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <array>
 #include <filesystem>
 #include <tuple>
 
@@ -37,28 +33,12 @@ class ProgressTest : public KelmorFixture {
   // What a run shows on a terminal that is its standard error; standard output is elsewhere.
   std::string Terminal(const std::string& options, int status = 0,
                        const std::string& settings = "TERM=xterm") {
-    CloseInputs();
     std::filesystem::remove(Path("out.h5"));
-    const std::string command = "cd " + mDir.Path().string() + " && env -u VEXA_NO_PROGRESS " +
-                                "VEXA_NO_BACKTRACE=1 " + settings + " '" + KELMOR_PROGRAM +
-                                "' -o out.h5 " + options + " >/dev/null";
-    int master = -1;
-    const winsize size = {24, 60, 0, 0};
-    if (forkpty(&master, nullptr, nullptr, &size) == 0) {
-      execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
-      _exit(127);
-    }
-    std::string shown;
-    std::array<char, 4096> buffer;
-    // The terminal of a process that has ended reads as an error.
-    for (ssize_t bytes = 0; (bytes = read(master, buffer.data(), buffer.size())) > 0;) {
-      shown.append(buffer.data(), static_cast<std::size_t>(bytes));
-    }
-    close(master);
-    int ended = 0;
-    wait(&ended);
-    EXPECT_TRUE(WIFEXITED(ended) && WEXITSTATUS(ended) == status) << ended;
-    return shown;
+    const std::string command = "stty cols 60; env -u VEXA_NO_PROGRESS " + settings + " '" +
+                                KELMOR_PROGRAM + "' -o out.h5 " + options + " >/dev/null";
+    const RunResult result = Run({"-qec", command, "/dev/null"}, "script");
+    EXPECT_EQ(result.mStatus, status);
+    return result.mOutput;
   }
 };
 
