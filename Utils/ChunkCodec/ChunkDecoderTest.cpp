@@ -59,7 +59,6 @@ TEST(ChunkDecoder, SaysWhatIsWrong) {
   EXPECT_EQ(DecodeChunk(damaged, NoChecksum, decoded), DecodeStatus::WrongChecksum);
   damaged[0] = std::byte{0x79};
   EXPECT_EQ(DecodeChunk(damaged, NoChecksum, decoded), DecodeStatus::CorruptStream);
-  EXPECT_STREQ(Describe(DecodeStatus::WrongChecksum), "wrong checksum");
 
   // The checksum of old files, its bytes exchanged.
   auto old = EncodeChunk(values, AllFilters);
