@@ -112,9 +112,6 @@ class TestPackage(unittest.TestCase):
                              rf"^libvexa-dev \(= {version}\), lib\w*mpi\w*-dev$")
         run("dpkg-query", "-W", *depends)
 
-    def pkg_config(self):
-        return dict(os.environ, PKG_CONFIG_PATH=f"{root}/usr/{libdir}/pkgconfig")
-
     def use(self, folder, *consumers):
         """Consumers write a file, the installed programs join it, the consumers read that."""
         programs = root / "usr/bin"
@@ -143,7 +140,8 @@ class TestPackage(unittest.TestCase):
     def test_serves_pkg_config(self):
         folder = work / "pkg-config"
         folder.mkdir()
-        libraries = run("pkg-config", "--cflags", "--libs", "vexa", env=self.pkg_config()).split()
+        libraries = run("pkg-config", "--cflags", "--libs", "vexa", env=dict(
+            os.environ, PKG_CONFIG_PATH=f"{root}/usr/{libdir}/pkgconfig")).split()
         for consumer, names in (("Consumer", []), ("OldConsumer", ["-DOLD_NAMES"])):
             run(compiler, "-std=c++20", *flags.split(), *names,
                 sources / "Tests/Package/Consumer/Consumer.cpp", *libraries, "-o", folder / consumer)

@@ -37,7 +37,6 @@ class KelmorFixture : public testing::Test {
   /// A run that must succeed and say nothing on standard error; it writes a new "out.h5". Returns
   /// its standard output.
   std::string Join(Arguments arguments);
-  PlainH5::File Output() const { return PlainH5::File::Open(Path("out.h5")); }
 
   PlainH5::TempDir mDir;
 
@@ -50,8 +49,6 @@ class KelmorFixture : public testing::Test {
 void WriteTimes(PlainH5::File& file, const std::string& path, const std::vector<double>& times,
                 int tag = 0);
 
-inline constexpr char sTwoDimensionalSpec[] = "TensorDim=3; TensorSymm=1; DataMeshDim=2;";
-
 /// Values of a coefficient set or a series of tensors: first, first + 1, ... as a table of one
 /// column.
 PlainH5::Rows Count(double first, std::size_t values);
@@ -60,4 +57,4 @@ void WriteCoef(PlainH5::File& file, const std::string& path, const PlainH5::Rows
 /// `index` has no extents for meshes of dimension 0.
 void WriteTdm(PlainH5::File& file, const std::string& path, const PlainH5::Rows& index,
               const PlainH5::Rows& values,
-              const std::string& spec = "TensorDim=3; TensorSymm=1; DataMeshDim=1;");
+              const std::string& spec = "TensorDim=3; TensorSymm=1; DataMeshDim=2;");

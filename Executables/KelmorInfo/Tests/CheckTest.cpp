@@ -21,8 +21,7 @@ class CheckTest : public InfoFixture {
       const double t = 2.5 * k;
       WriteTimes(file, "/A.dir/x.dat", {t, t + 1, t + 2, t + 3}, k);
       WriteCoef(file, "/c.coef", {{t, 2}, {t + 1, 2}, {t + 3, 7}}, Count(10 * k, 7));
-      WriteTdm(file, "/t.tdm", {{t, 12, 2, 2}, {t + 3, 15, 1, 1}}, Count(10 * k, 15),
-               sTwoDimensionalSpec);
+      WriteTdm(file, "/t.tdm", {{t, 12, 2, 2}, {t + 3, 15, 1, 1}}, Count(10 * k, 15));
       file.Strings("/s.txt", {"text", std::to_string(k)}, {2});
       file.Strings("/empty.txt", {""}, {1});
       file.Table("/empty.dat", {}, {}, 3);

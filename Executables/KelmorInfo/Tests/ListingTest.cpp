@@ -23,7 +23,7 @@ TEST_F(ListingTest, TellsWhatFilesHold) {
     file.Table("/R.dir/x.dat", {{first, 1, 2}, {first + 1, 1, 2}, {first - 2, 1, 2}},
                {.mCompress = true, .mLegend = {"time", "größe", "z"}});
     WriteCoef(file, "/c.coef", {{first, 2}, {first + 1, 5}}, Count(0, 5));
-    WriteTdm(file, "/t.tdm", {{first, 12, 2, 2}}, Count(0, 12), sTwoDimensionalSpec);
+    WriteTdm(file, "/t.tdm", {{first, 12, 2, 2}}, Count(0, 12));
     file.Strings("/s.txt", {"a", "b"}, {2});
     file.Version("/V.ver", 2);
   }

@@ -46,7 +46,7 @@ TEST_F(PlanTest, ReportsEverythingThatDisagrees) {
     WriteTimes(file, "/x.dat", {t, t + 1});
     WriteTimes(file, "/fine.dat", {t, t + 1});
     file.Version("/V.ver", 2);
-    WriteTdm(file, "/t.tdm", {{t, 12, 2, 2}}, Count(0, 12), sTwoDimensionalSpec);
+    WriteTdm(file, "/t.tdm", {{t, 12, 2, 2}}, Count(0, 12));
   };
   write("1.h5", 0);
   File& two = Input("2.h5");

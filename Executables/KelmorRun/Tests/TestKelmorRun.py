@@ -50,11 +50,6 @@ class TestKelmorRun(unittest.TestCase):
     def info(self, text):
         return self.script("KelmorInfo", f'[ "$1" = -json ] && exec {KELMORINFO} "$@"\n' + text)
 
-    # Makes Python run the text before kelmor-run.
-    def sabotage(self, text):
-        (self.scripts / "sitecustomize.py").write_text("import os\n" + text)
-        return {"PYTHONPATH": str(self.scripts)}
-
     def run_it(self, *arguments, **environment):
         return subprocess.run([KELMOR_RUN, *arguments], cwd=self.data, text=True,
                               stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=60,
@@ -137,15 +132,12 @@ class TestKelmorRun(unittest.TestCase):
 
     def test_status_and_names_agree(self):
         (self.data / "precious").write_text("precious")
-        sabotage = self.sabotage("os.fsync = lambda file, fsync=os.fsync: "
-                                 "os.write(file, b'x') if os.path.isdir(file) else fsync(file)")
-        self.assert_fails(["run.h5", *self.segments], "Bad file", **sabotage)
+        (self.scripts / "sitecustomize.py").write_text(  # which Python runs before kelmor-run
+            "import os\nos.fsync = lambda file, fsync=os.fsync: "
+            "os.write(file, b'x') if os.path.isdir(file) else fsync(file)")
+        self.assert_fails(["run.h5", *self.segments], "Bad file", PYTHONPATH=str(self.scripts))
 
-    def test_does_not_go_without_its_programs(self):
-        self.assert_fails(["run.h5", *self.segments], "KELMORINFO=/nowhere is no program",
-                          KELMORINFO="/nowhere")
-
-    def test_refuses_a_wrong_command_line(self):
+    def test_refuses_a_wrong_command_line_and_missing_programs(self):
         for arguments, message in (
                 (["-o", "run.h5", "segment1.h5"], "without -o"),
                 (["-DeltaT"], "no value for option -DeltaT"),
@@ -153,6 +145,8 @@ class TestKelmorRun(unittest.TestCase):
                 (["run.h5", "segment1.h5", "segment9.h5"], "there is no input"),
                 (["nowhere/run.h5", "segment1.h5"], "there is no folder")):
             self.assert_fails(arguments, message)
+        self.assert_fails(["run.h5", *self.segments], "KELMORINFO=/nowhere is no program",
+                          KELMORINFO="/nowhere")
 
     def wait_for(self, condition):
         deadline = time.monotonic() + 30
