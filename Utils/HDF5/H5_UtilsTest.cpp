@@ -18,15 +18,15 @@ void WriteList(hid_t id, hid_t type, hsize_t size, const void* values) {
   EXPECT_GE(H5Awrite(attribute, type, values), 0);
 }
 
-TEST(UtilsTest, AttributesSurviveAndThoseOfOthersAreRead) {
-  const PlainH5::TempDir dir;
-  auto file = PlainH5::File::Create(dir / "a.h5");
-  const hid_t id = file.Id();
+using UtilsTest = PlainH5::FileTest;
+
+TEST_F(UtilsTest, AttributesSurviveAndThoseOfOthersAreRead) {
+  const hid_t id = mFile.Id();
   const MyVector<std::string> lists[] = {{}, {""}, {"time", "", "a b", "\xc3\xa9"}};
   for (const MyVector<std::string>& list : lists) {
     AttachStringsToAttributes(id, "L", list, 0);
     EXPECT_EQ(RetrieveStringsFromAttributes(id, "L", false, 0), list);
-    EXPECT_EQ(file.ReadStringAttribute("/", "L"), PlainH5::Strings(list.begin(), list.end()));
+    EXPECT_EQ(mFile.ReadStringAttribute("/", "L"), PlainH5::Strings(list.begin(), list.end()));
     H5Adelete(id, "L");
   }
   const DatatypeHandle fixed(H5Tcopy(H5T_C_S1));

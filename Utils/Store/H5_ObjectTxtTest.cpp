@@ -11,11 +11,7 @@ namespace {
 using H5_Objects::Txt;
 using PlainH5::ExpectReport;
 
-class TxtTest : public testing::Test {
- protected:
-  PlainH5::TempDir mDir;
-  PlainH5::File mFile = PlainH5::File::Create(mDir / "t.h5");
-};
+using TxtTest = PlainH5::FileTest;
 
 TEST_F(TxtTest, EveryWriteOfTheCacheIsOneMoreString) {
   Txt txt("log.txt", false, 0);

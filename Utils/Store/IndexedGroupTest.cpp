@@ -16,11 +16,7 @@ using H5_Objects::Tdm;
 using PlainH5::ExpectReport;
 using PlainH5::Rows;
 
-class IndexedGroupTest : public testing::Test {
- protected:
-  PlainH5::TempDir mDir;
-  PlainH5::File mFile = PlainH5::File::Create(mDir / "g.h5");
-};
+using IndexedGroupTest = PlainH5::FileTest;
 
 TEST_F(IndexedGroupTest, CoefficientVectorsOfChangingLength) {
   Coef coef("c.coef", false, 0);

@@ -1,7 +1,5 @@
 #include "Utils/HDF5/TestSupport/PlainH5.hpp"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <fstream>
 #include <iterator>
@@ -34,9 +32,8 @@ DatatypeHandle String(H5T_cset_t set = H5T_CSET_ASCII) {
   return type;
 }
 
-void WriteDataset(hid_t file, const std::string& path, hid_t fileType, hid_t memoryType,
-                  const Dims& dims, const void* values, const Dims& chunk = {},
-                  hid_t creation = -1) {
+void WriteDataset(hid_t file, const std::string& path, hid_t type, const Dims& dims,
+                  const void* values, const Dims& chunk = {}, hid_t creation = -1) {
   const PropertyListHandle list(creation < 0 ? H5Pcreate(H5P_DATASET_CREATE) : H5Pcopy(creation));
   Dims maxDims = dims;
   if (!chunk.empty()) {
@@ -47,8 +44,8 @@ void WriteDataset(hid_t file, const std::string& path, hid_t fileType, hid_t mem
       dims.empty() ? H5Screate(H5S_SCALAR)
                    : H5Screate_simple(static_cast<int>(dims.size()), dims.data(), maxDims.data()));
   const DatasetHandle dataset(Checked(
-      H5Dcreate2(file, path.c_str(), fileType, space, IntermediateGroups(), list, H5P_DEFAULT)));
-  EXPECT_GE(H5Dwrite(dataset, memoryType, H5S_ALL, H5S_ALL, H5P_DEFAULT, values), 0);
+      H5Dcreate2(file, path.c_str(), type, space, IntermediateGroups(), list, H5P_DEFAULT)));
+  EXPECT_GE(H5Dwrite(dataset, type, H5S_ALL, H5S_ALL, H5P_DEFAULT, values), 0);
 }
 
 void WriteAttribute(hid_t file, const std::string& path, const std::string& name, hid_t type,
@@ -95,8 +92,8 @@ File File::Create(const std::string& path, bool oldFormat) {
   return File(Checked(H5Fcreate(path.c_str(), H5F_ACC_TRUNC, H5P_DEFAULT, access)));
 }
 
-File File::Open(const std::string& path) {
-  return File(Checked(H5Fopen(path.c_str(), H5F_ACC_RDONLY, H5P_DEFAULT)));
+File File::Open(const std::string& path, unsigned access) {
+  return File(Checked(H5Fopen(path.c_str(), access, H5P_DEFAULT)));
 }
 
 File::~File() {
@@ -121,18 +118,17 @@ void File::Table(const std::string& path, const Rows& rows, const TableOptions& 
   }
   std::vector<double> values;
   std::ranges::copy(rows | std::views::join, std::back_inserter(values));
-  WriteDataset(mId, path, H5T_NATIVE_DOUBLE, H5T_NATIVE_DOUBLE,
-               {rows.size(), rows.empty() ? columns : rows[0].size()}, values.data(),
-               options.mChunk, list);
+  WriteDataset(mId, path, H5T_NATIVE_DOUBLE, {rows.size(), rows.empty() ? columns : rows[0].size()},
+               values.data(), options.mChunk, list);
   if (!options.mLegend.empty()) {
     StringAttribute(path, "Legend", options.mLegend);
   }
 }
 
-void File::Version(const std::string& path, int entries) {
+void File::Version(const std::string& path, int entries, const std::string& help) {
   PlainH5::Strings strings;
   for (int i = 0; i < 2 * entries; ++i) {
-    strings.push_back((i % 2 == 0 ? "hash" : "help") + std::to_string(i / 2));
+    strings.push_back((i % 2 == 0 ? "hash" : help) + std::to_string(i / 2));
   }
   Strings(path, strings, {static_cast<hsize_t>(entries), 2});
   const auto number = static_cast<unsigned long long>(entries);
@@ -142,12 +138,12 @@ void File::Version(const std::string& path, int entries) {
 void File::Strings(const std::string& path, const PlainH5::Strings& strings,
                    const PlainH5::Dims& dims, H5T_cset_t set) {
   const DatatypeHandle type = String(set);
-  WriteDataset(mId, path, type, type, dims, Pointers(strings).data(),
+  WriteDataset(mId, path, type, dims, Pointers(strings).data(),
                dims.size() == 1 ? PlainH5::Dims{16} : PlainH5::Dims{});
 }
 
 void File::Characters(const std::string& path, const std::string& text) {
-  WriteDataset(mId, path, H5T_NATIVE_SCHAR, H5T_NATIVE_SCHAR, {text.size()}, text.data());
+  WriteDataset(mId, path, H5T_NATIVE_SCHAR, {text.size()}, text.data());
 }
 
 void File::StringAttribute(const std::string& path, const std::string& name,
@@ -197,13 +193,6 @@ Dims File::Dims(const std::string& path) const {
   PlainH5::Dims dims(static_cast<std::size_t>(H5Sget_simple_extent_ndims(space)));
   H5Sget_simple_extent_dims(space, dims.data(), nullptr);
   return dims;
-}
-
-Dims File::Chunk(const std::string& path) const {
-  PlainH5::Dims chunk(Dims(path).size());
-  const PropertyListHandle list(H5Dget_create_plist(OpenDataset(mId, path)));
-  EXPECT_GE(H5Pget_chunk(list, static_cast<int>(chunk.size()), chunk.data()), 0);
-  return chunk;
 }
 
 std::string Bytes(const std::string& path) {

@@ -2,6 +2,7 @@
 // checked by another than itself; and what tests of failures need.
 #pragma once
 
+#include <gtest/gtest.h>
 #include <hdf5.h>
 
 #include <filesystem>
@@ -42,7 +43,7 @@ class File {
  public:
   /// Creates the file, in the newest format or (if `oldFormat`) in the oldest.
   static File Create(const std::string& path, bool oldFormat = false);
-  static File Open(const std::string& path);
+  static File Open(const std::string& path, unsigned access = H5F_ACC_RDONLY);
   File(File&& other) noexcept : mId(std::exchange(other.mId, -1)) {}
   ~File();
   hid_t Id() const { return mId; }
@@ -51,8 +52,8 @@ class File {
   /// `columns` matters for a table without rows.
   void Table(const std::string& path, const Rows& rows, const TableOptions& options = {},
              hsize_t columns = 0);
-  /// A record with that many entries, {"hash0", "help0"} and so on.
-  void Version(const std::string& path, int entries);
+  /// A record with that many entries, {"hash0", "help0"} and so on, or another word for the help.
+  void Version(const std::string& path, int entries, const std::string& help = "help");
   /// Strings of variable length with the character set; a scalar if `dims` is empty, and a dataset
   /// that can grow if it has one dimension.
   void Strings(const std::string& path, const PlainH5::Strings& strings, const PlainH5::Dims& dims,
@@ -67,11 +68,17 @@ class File {
   H5T_cset_t CharacterSet(const std::string& path) const;
   PlainH5::Strings ReadStringAttribute(const std::string& path, const std::string& name) const;
   PlainH5::Dims Dims(const std::string& path) const;
-  PlainH5::Dims Chunk(const std::string& path) const;
 
  private:
   explicit File(hid_t id) : mId(id) {}
   hid_t mId;
+};
+
+/// A test with a file to write to.
+class FileTest : public testing::Test {
+ protected:
+  TempDir mDir;
+  File mFile = File::Create(mDir / "t.h5");
 };
 
 std::string Bytes(const std::string& path);
