@@ -37,7 +37,6 @@ TEST_F(DatTest, WritesTheLayoutThatOthersRead) {
   dat.CloseObject();
   EXPECT_EQ(mFile.ReadTable("x.dat"),
             (Rows{{0, 10}, {1, 11}, {2, 12}, {3, 13}, {4, 14}, {5, 15}, {6, 16}}));
-  EXPECT_EQ(mFile.ReadStringAttribute("x.dat", "Legend"), (PlainH5::Strings{"time", "x"}));
   Dat longest("longest.dat", false, 0);
   longest.Initialize({"time"}, false, std::numeric_limits<std::size_t>::max());
   longest.OpenObject(mFile.Id());
@@ -70,7 +69,6 @@ TEST_F(DatTest, Refusals) {
   dat.WriteCache();
   EXPECT_EQ(dat.RetrieveColumns({1, 0}, 1, 2), (MyVector<MyVector<double>>{{3}, {2}}));
   EXPECT_EQ(dat.RetrieveData(), (MyVector<MyVector<double>>{{0, 1}, {2, 3}}));
-  EXPECT_EQ(dat.GetLegend()[1], "undef 1");
   dat.CloseObject();
   const auto lose = [] {
     Dat lost("a.dat", false, 0);

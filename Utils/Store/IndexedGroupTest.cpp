@@ -29,8 +29,6 @@ TEST_F(IndexedGroupTest, CoefficientVectorsOfChangingLength) {
   coef.Append(2, {4, 5});
   coef.WriteCache();
   EXPECT_EQ(mFile.ReadTable("c.coef/index.dat"), (Rows{{0, 3}, {1, 3}, {2, 5}}));
-  EXPECT_EQ(mFile.ReadStringAttribute("c.coef/index.dat", "Legend"),
-            (PlainH5::Strings{"time", "index one past current coeff-data"}));
   MyVector<double> times;
   MyVector<MyVector<double>> data;
   coef.RetrieveData(times, data);
@@ -71,8 +69,6 @@ TEST_F(IndexedGroupTest, TensorsOnChangingMeshes) {
   tdm.RetrieveData(times, data);
   EXPECT_EQ(data[0][1][5], 11);
   tdm.CloseObject();
-  EXPECT_EQ(mFile.ReadStringAttribute("t.tdm", "TensorSpec"),
-            (PlainH5::Strings{"TensorDim=3; TensorSymm=1; DataMeshDim=2;"}));
 }
 
 TEST_F(IndexedGroupTest, SymmetriesThatCannotBeReadBackAreRefused) {
