@@ -194,7 +194,7 @@ CHANGES = [  # of segments: of tables and legends
     (DAMAGED + "0: too few values", chunks(zlib.compress(bytes(40)), **GZIP)),
     (DAMAGED + "0: too many values", chunks(zlib.compress(bytes(20_000_000)), **GZIP)),
     ("194409 bytes are stored", chunks(zlib.compress(bytes(200_000_000)), **GZIP)),
-    (DAMAGED, chunks(bytes(323) + b"x", fletcher32=True)),
+    (DAMAGED + "0: wrong checksum", chunks(bytes(323) + b"x", fletcher32=True)),
     (JOINS, chunks(np.arange(40.0).tobytes(), 1, **GZIP)),
     ("expected strings", attribute(TABLE, "Legend", np.arange(2))),
     ("Dimensionality of Attribute", attribute(TABLE, "Legend", np.array([[b"a", b"b"]]))),
