@@ -16,7 +16,7 @@ TABLE, COEF, TDM, TEXT, RECORD = "A.dir/a.dat", "c.coef", "m.tdm", "l.txt", "v.v
 INDEX, COEFS, TDM_INDEX, DATA = (COEF + "/index.dat", COEF + "/coefs.dat", TDM + "/index.dat",
                                  TDM + "/data.dat")
 MANY, UNLIMITED, JOINS = 1 << 40, h5py.h5f.UNLIMITED, None
-LEAST_CHECKS = 74  # distinct conditions that the reports of all these inputs name together
+LEAST_CHECKS = 81  # distinct conditions that the reports of all these inputs name together
 CHECK = re.compile(r"^#### (.*  violated\n#### \w+) |^=+ (OptionParser: .*?) =+$", re.MULTILINE)
 
 
@@ -53,6 +53,10 @@ def attribute(path, key, value, dtype=None):
 def spec(dimension, symmetry="11", mesh="2", more=""):
     return attribute(TDM, "TensorSpec", [
         f"TensorDim={dimension}; TensorSymm={symmetry}; DataMeshDim={mesh};{more}"], UTF8)
+
+
+def raw_spec(*texts):
+    return attribute(TDM, "TensorSpec", texts, UTF8)
 
 
 def record(data, version, dtype=UTF8):
@@ -160,6 +164,7 @@ STRING = b"\x19\x01\x00\x00\x10\x00\x00\x00"
 LENGTH = 0x7f000004.to_bytes(4, "little")
 GZIP = {"compression": "gzip"}
 FILES = [  # that are no segments
+    ("H5Fopen(", lambda path: pathlib.Path(path).write_bytes(b"hello world\n" * 100)),
     ("H5Fopen(", half),
     ("not a regular file", os.mkdir), ("not a regular file", os.mkfifo),
     ("not a regular file", lambda path: os.symlink("/dev/zero", path)), ("not found", lambda path: None),
@@ -214,9 +219,14 @@ CHANGES = [  # of segments: of tables and legends
     ("has 3 columns instead of 4", extents(72, 12)),
     ("ends at 0, but there are 72", with_data(TDM_INDEX, shape=(0, 4), dtype="f8")),
     ("mName=data.dat, h5_exists=0", lambda file: file.__delitem__(DATA)),
-    ("2 strings", attribute(TDM, "TensorSpec", ["a", "b"], UTF8)),
-    ("=== X\n", spec(3, more=" X=1")), ("While parsing the key 'TensorDim'", spec("x")),
-    ("must be positive, got 0", spec(0)), ("got -2", spec(3, mesh=-2)),
+    ('"TensorSymm" requested', raw_spec("TensorDim=3; DataMeshDim=2;")),
+    ("NO EQUALS SIGN", raw_spec("3")), ("2 strings", raw_spec("a", "b")),
+    ("Unbalanced parentheses", raw_spec("((((;;;===")),
+    ("=== X\n", spec(3, more=" X=1")), ("DUPLICATE KEY", spec(3, more=" TensorDim=3")),
+    ("While parsing the key 'TensorDim'", spec("x")),
+    ("While parsing the key 'TensorDim'", spec(99999999999999)),
+    ("must be positive, got 0", spec(0)), ("has too many components", spec(2000000000, "12")),
+    ("20 indices, got 200", spec(3, "1" * 200)), ("got -2", spec(3, mesh=-2)),
     ("Tdm::Append TensorStructure inconsistent", spec(6, "1")),
     ("Tdm::Append dimension of DataMesh incons", flat_meshes),
     ("H5Aopen failed", attribute(TDM, "TensorSpec", None)),
