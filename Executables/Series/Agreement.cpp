@@ -39,13 +39,13 @@ bool Agreement::Includes(int file) const {
   return mGroups.empty() || std::ranges::binary_search(mGroups.front().mFiles, file);
 }
 
-void Agreement::Differ(const char* condition, const std::string& label, int line,
-                       const std::string& reason) {
+void Agreement::Differ(const char* condition, const std::string& label, const std::string& reason,
+                       const std::source_location& where) {
   if (mReason.empty()) {
     mCondition = condition;
     mLabel = label;
-    mLine = line;
     mReason = reason;
+    mWhere = where;
   }
 }
 
@@ -64,5 +64,6 @@ void Agreement::Require(const std::function<std::string(int)>& nameOf) const {
   }
   const std::string differing = nameOf(mGroups[1].mFiles.front());
   const Vexa::ReportContext context(mName, differing);
-  RequireFail(mCondition, mLabel.c_str(), mLine, message);
+  RequireFail(mCondition, mLabel.c_str(), static_cast<int>(mWhere.line()), message,
+              mWhere.file_name());
 }

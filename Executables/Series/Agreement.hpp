@@ -3,6 +3,7 @@
 #pragma once
 
 #include <functional>
+#include <source_location>
 #include <string>
 #include <vector>
 
@@ -18,9 +19,10 @@ class Agreement {
 
   /// Notes what a file has, as text. Returns whether it is what the first file has.
   bool Add(int file, const std::string& value);
-  /// Notes what Require() fails with: a condition, the name of a source with a line, and a message.
-  /// The first call decides.
-  void Differ(const char* condition, const std::string& label, int line, const std::string& reason);
+  /// Notes what Require() fails with: a condition, the label of a report, a message, and where the
+  /// condition stands. The first call decides.
+  void Differ(const char* condition, const std::string& label, const std::string& reason,
+              const std::source_location& where = std::source_location::current());
 
   bool IsReached() const { return mGroups.size() < 2; }
   /// Whether a file, if it was noted, has what the first file has.
@@ -38,7 +40,7 @@ class Agreement {
   std::string mReason;
   const char* mCondition = "";
   std::string mLabel;
-  int mLine = 0;
+  std::source_location mWhere;
 };
 
 /// "1.h5, 2.h5, 3.h5 and 4 more": about `most` of the names.

@@ -17,7 +17,6 @@ bool TableSeries::Agrees(int file, const Dat& dat, Depth depth) {
   }
   if (Ncols != columns) {
     mAgreement.Differ("Ncols==static_cast<int>(dat.GetExtents()[1])", VEXA_CURRENT_REPORT_LABEL,
-                      __LINE__,
                       "Dataset " + Vexa::Printable(Name()) +
                           " has different number of columns\nin different files.");
   }

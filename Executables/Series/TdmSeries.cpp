@@ -25,10 +25,10 @@ bool TdmSeries::Agrees(int file, const Tdm& tdm) {
     mDataMeshDim = dataMeshDim;
   }
   if (dataMeshDim != mDataMeshDim) {
-    mAgreement.Differ("tdm.GetDataMeshDim()==mDataMeshDim", "H5_ObjectTdm", __LINE__,
+    mAgreement.Differ("tdm.GetDataMeshDim()==mDataMeshDim", "H5_ObjectTdm",
                       "Tdm::Append dimension of DataMesh inconsistent");
   } else if (!(structure == *mpStructure)) {
-    mAgreement.Differ("structure==*mpStructure", "H5_ObjectTdm", __LINE__,
+    mAgreement.Differ("structure==*mpStructure", "H5_ObjectTdm",
                       "Tdm::Append TensorStructure inconsistent");
   }
   return mAgreement.Add(

@@ -49,10 +49,10 @@ void VersionSeries::TakeIn(int file, Depth depth) {
     const std::string mismatch = "Version mismatch '" + Vexa::Printable(Name()) + "'";
     if (number != version_number) {
       mAgreement.Differ("ver.GetCurrentVersion() == version_number", VEXA_CURRENT_REPORT_LABEL,
-                        __LINE__, mismatch + ": " + numbers);
+                        mismatch + ": " + numbers);
     } else if (history != version_history) {
       mAgreement.Differ("ver.RetrieveVersionHistory() == version_history",
-                        VEXA_CURRENT_REPORT_LABEL, __LINE__, mismatch + " in history: " + numbers);
+                        VEXA_CURRENT_REPORT_LABEL, mismatch + " in history: " + numbers);
     }
     mAgreement.Add(file, HistoryText(history, version_history));
   });

@@ -187,7 +187,7 @@ FILES = [  # that are no segments
 CHANGES = [  # of segments: of tables and legends
     ("Dimension mismatch.", with_data(TABLE, np.arange(5.0))),
     (NUMBERS, with_data(TABLE, objects(["a", "b"]), UTF8)),
-    ("different number of columns", with_data(TABLE, np.zeros((2, 3)))),
+    ("' (TableSeries.cpp:", with_data(TABLE, np.zeros((2, 3)))),
     ("a.dat claims 1.7", with_data(TABLE, shape=(MANY, 2), chunks=(1000, 1), **GZIP)),
     ("a.dat claims 109951162", with_data(TABLE, shape=(2, MANY), chunks=(1, 1000))),
     ("with other filters than shuffle, deflate and fletcher32", with_data(
