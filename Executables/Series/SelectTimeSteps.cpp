@@ -1,6 +1,7 @@
 #include "Executables/Series/SelectTimeSteps.hpp"
 
 #include <algorithm>
+#include <utility>
 
 std::int64_t SelectTimeSteps(const std::vector<MyVector<double>>& times,
                              std::vector<MyVector<bool>>& keep, double DeltaT, bool NoWipe,
@@ -14,28 +15,42 @@ std::int64_t SelectTimeSteps(const std::vector<MyVector<double>>& times,
   if (NoWipe) {
     return total;
   }
-  maximumGap = 0.0;
-  std::int64_t kept = 0;
-  // The gap of the step kept first is measured from 0.0: with a negative final time the reported
-  // gap is at least its magnitude.
-  double last = 0.0;
   // Backwards, so that the step kept last decides: a file that restarts at an earlier time stands
   // later on the command line and wins.
+  StepSelection selection(DeltaT);
   for (std::size_t file = times.size(); file-- > 0;) {
-    for (std::uint64_t step = times[file].size(); step-- > 0;) {
-      const double t = times[file][step];
-      const double gap = last - t;
-      // A gap that is not a number wipes the step.
-      const bool isKept = kept == 0 || gap >= DeltaT;
-      keep[file][step] = isKept;
-      if (isKept) {
-        ++kept;
-        maximumGap = std::max(maximumGap, gap);
-        last = t;
-      }
+    selection.Take(times[file], 0);
+    std::ranges::fill(keep[file], false);
+    for (const StepRun& run : selection.EndFile()) {
+      std::fill(keep[file].begin() + run.mFirst, keep[file].begin() + run.mOnePastLast, true);
     }
   }
-  return kept;
+  maximumGap = selection.MaximumGap();
+  return selection.Kept();
+}
+
+void StepSelection::Take(std::span<const double> times, std::uint64_t first) {
+  for (std::uint64_t i = times.size(); i-- > 0;) {
+    const double gap = mLast - times[i];
+    // A gap that is not a number wipes the step.
+    if (mKept > 0 && !(gap >= mDeltaT)) {
+      continue;
+    }
+    ++mKept;
+    mMaximumGap = std::max(mMaximumGap, gap);
+    mLast = times[i];
+    const std::uint64_t step = first + i;
+    if (mRuns.empty() || mRuns.back().mFirst != step + 1) {
+      mRuns.push_back({step, step + 1});
+    } else {
+      mRuns.back().mFirst = step;
+    }
+  }
+}
+
+std::vector<StepRun> StepSelection::EndFile() {
+  std::ranges::reverse(mRuns);
+  return std::exchange(mRuns, {});
 }
 
 unsigned Blocksize(int n) {
@@ -44,17 +59,4 @@ unsigned Blocksize(int n) {
     b *= 2;
   }
   return b;
-}
-
-std::vector<StepRun> KeptRuns(const MyVector<bool>& keep) {
-  std::vector<StepRun> runs;
-  for (std::uint64_t step = 0; step < keep.size(); ++step) {
-    if (keep[step] && (step == 0 || !keep[step - 1])) {
-      runs.push_back({step, step});
-    }
-    if (keep[step]) {
-      runs.back().mOnePastLast = step + 1;
-    }
-  }
-  return runs;
 }

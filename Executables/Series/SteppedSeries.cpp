@@ -16,6 +16,8 @@ using Tables::RowRun;
 namespace {
 
 constexpr std::uint64_t sSmallTableBytes = 1024 * 1024;
+// At most so many times of a table are in memory together, unless they are planned with.
+constexpr std::uint64_t sMostTimes = 32 * 1024 * 1024;
 
 std::uint64_t CountRows(const std::vector<RowRun>& runs) {
   return std::transform_reduce(runs.begin(), runs.end(), std::uint64_t{0}, std::plus(),
@@ -63,12 +65,46 @@ SteppedSeries::Input SteppedSeries::ReadInput(int file, const Dat& table, Depth 
   return input;
 }
 
+bool SteppedSeries::CanHoldTimes(const Dat& table, Depth depth) const {
+  const auto held = std::transform_reduce(mTimes.begin(), mTimes.end(), table.Layout().mRows,
+                                          std::plus(), [](const auto& t) { return t.size(); });
+  const std::uint64_t most = std::min(sMostTimes, mRun.mOptions.mCacheSize / sizeof(double));
+  return depth == Depth::TimesIfReadable || held <= most;
+}
+
+SteppedSeries::Runs SteppedSeries::SelectIn(std::size_t i, StepSelection& selection) {
+  if (HoldsTimes(i)) {
+    selection.Take(mTimes[i], 0);
+    return selection.EndFile();
+  }
+  VisitTable(mInputs[i].mFile, [&](const Dat& dat) {
+    std::vector<double> times;
+    const std::vector<Runs> passes = Passes(mInputs[i], {{0, mInputs[i].mRows}}, 1, sMostTimes / 8);
+    for (std::size_t pass = passes.size(); pass-- > 0;) {
+      const RowRun& rows = passes[pass].front();
+      times.resize(rows.Size());
+      dat.RetrieveColumns_({0, 1, rows.mFirst, rows.Size()}, times.data());
+      selection.Take(times, rows.mFirst);
+    }
+  });
+  return selection.EndFile();
+}
+
 void SteppedSeries::Select(bool noWipe) {
-  std::vector<MyVector<bool>> keep;
-  mSteps.mKept = SelectTimeSteps(mTimes, keep, mRun.mOptions.mDeltaT, noWipe, mSteps.mMaximumGap);
+  StepSelection selection(mRun.mOptions.mDeltaT);
+  mSteps.mRuns.resize(mInputs.size());
+  for (std::size_t i = mInputs.size(); i-- > 0;) {
+    const std::uint64_t steps = HoldsTimes(i) ? mTimes[i].size() : mInputs[i].mRows;
+    mSteps.mTotal += static_cast<std::int64_t>(steps);
+    if (!noWipe) {
+      mSteps.mRuns[i] = SelectIn(i, selection);
+    } else if (steps > 0) {
+      mSteps.mRuns[i] = {{0, steps}};
+    }
+  }
+  mSteps.mKept = noWipe ? mSteps.mTotal : selection.Kept();
+  mSteps.mMaximumGap = selection.MaximumGap();
   for (std::size_t i = 0; i < mInputs.size(); ++i) {
-    mSteps.mRuns.push_back(KeptRuns(keep[i]));
-    mSteps.mTotal += keep[i].Size();
     mInputs[i].mKept = RowsOf(i, mSteps.mRuns[i]);
     mInputs[i].mFirstKept = mKeptRows;
     mInputs[i].mKeptRows = CountRows(mInputs[i].mKept);
@@ -142,7 +178,7 @@ void SteppedSeries::Read(const ColumnBlock& block, std::uint64_t most, const Roo
       TellProgress(input, block, 0);
       continue;
     }
-    const bool isTime = mHasTimeColumn && lastColumn == 0;
+    const bool isTime = mHasTimeColumn && lastColumn == 0 && HoldsTimes(i);
     const bool isInMemory =
         isTime || (input.Has(block.mFirstColumn, runs) && input.Has(lastColumn, runs));
     const bool isOnePass = whole && (isInMemory || input.HasColumnsApart() || mMixedRows > 0);
@@ -175,7 +211,7 @@ void SteppedSeries::Fetch(std::size_t i, const Dat* pTable, const ColumnBlock& c
   const std::uint64_t end = columns.mFirstColumn + columns.mColumns;
   double* values = place.mpValues;
   for (std::uint64_t column = columns.mFirstColumn; column < end; ++column) {
-    if (mHasTimeColumn && column == 0) {
+    if (mHasTimeColumn && column == 0 && HoldsTimes(i)) {
       CopyRuns(mTimes[i].data(), 0, runs, values);
     } else if (!input.Has(column, runs) && input.HasColumnsApart()) {
       pTable->RetrieveRuns_(column, runs, values, place.mReads);

@@ -28,6 +28,7 @@ class SteppedSeries : public Series {
 
   /// All below is about what was selected. Files are counted as they were taken in.
   const SelectedSteps& Steps() const { return mSteps; }
+  /// The times of all steps, per file; of a join or check only as far as they are held.
   const std::vector<MyVector<double>>& Times() const { return mTimes; }
   std::uint64_t KeptRows() const { return mKeptRows; }
   /// The index of the kept steps as it stands in an output; empty for kinds without an index.
@@ -86,6 +87,13 @@ class SteppedSeries : public Series {
   /// allows.
   Input ReadInput(int file, const H5_Objects::Dat& table, Depth depth);
 
+  /// Whether the times of a table are to be held besides those that are. Others are read again when
+  /// steps are selected, and when they are written.
+  bool CanHoldTimes(const H5_Objects::Dat& table, Depth depth) const;
+  bool HoldsTimes(std::size_t i) const {
+    return mTimes[i].size() > 0 || !mHasTimeColumn || mInputs[i].mRows == 0;
+  }
+
   /// Lends the open table of a file.
   virtual void VisitTable(int file, const std::function<void(const H5_Objects::Dat&)>& visit) = 0;
   /// The rows of a file's table that belong to steps: a row for each step, unless a kind knows
@@ -102,10 +110,11 @@ class SteppedSeries : public Series {
   void WriteRows(Tables::ColumnWriter& writer);
 
   std::vector<Input> mInputs;
-  std::vector<MyVector<double>> mTimes;  // of all steps, per input
+  std::vector<MyVector<double>> mTimes;  // of all steps, per input; none if they are not held
 
  private:
   using Runs = std::vector<Tables::RowRun>;
+  Runs SelectIn(std::size_t i, StepSelection& selection);
   Runs KeptWithin(const Input& input, const Tables::ColumnBlock& block) const;
   std::vector<Runs> Passes(const Input& input, const Runs& runs, std::uint64_t columns,
                            std::uint64_t most) const;

@@ -37,8 +37,11 @@ void TableSeries::TakeIn(int file, Depth depth) {
     }
     Input input = ReadInput(file, dat, depth);
     const double* values = input.mValues.get();
-    mTimes.push_back(values == nullptr ? dat.RetrieveTimes()
-                                       : MyVector<double>(MV::Sequence(values, input.mRows)));
+    if (values != nullptr) {
+      mTimes.push_back(MyVector<double>(MV::Sequence(values, input.mRows)));
+    } else {
+      mTimes.push_back(CanHoldTimes(dat, depth) ? dat.RetrieveTimes() : MyVector<double>());
+    }
     mInputs.push_back(std::move(input));
   });
 }
@@ -48,7 +51,13 @@ std::uint64_t TableSeries::Bytes() const {
 }
 
 std::string TableSeries::RowText(std::size_t i, std::uint64_t row) const {
-  return "step " + std::to_string(row) + " (t = " + RoundTrip(mTimes[i][row]) + ")";
+  double time = HoldsTimes(i) ? mTimes[i][row] : 0;
+  if (!HoldsTimes(i)) {
+    mRun.mInputs.Visit<Dat>(mInputs[i].mFile, Name(), [&](const Dat& dat) {
+      dat.RetrieveColumns_({0, 1, row, 1}, &time);
+    });
+  }
+  return "step " + std::to_string(row) + " (t = " + RoundTrip(time) + ")";
 }
 
 std::string TableSeries::ColumnText(std::uint64_t column) const {

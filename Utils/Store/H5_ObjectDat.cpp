@@ -63,7 +63,10 @@ void Dat::Initialize(const MyVector<std::string>& legend, bool compress, std::si
   mLegends = legend;
   mLegendCharacters = Characters(legend);
   mExtents = {0, legend.size()};
-  mChunkRows = std::clamp<unsigned long long>(chunkRows, 1, longestChunk);
+  // Chunks of even length: one that is nearly empty takes as much as a full one.
+  const unsigned long long rows = std::max<std::size_t>(chunkRows, 1);
+  const unsigned long long chunks = (rows - 1) / longestChunk + 1;
+  mChunkRows = (rows - 1) / chunks + 1;
   ReportCacheSize();
 }
 

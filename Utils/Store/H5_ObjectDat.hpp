@@ -37,8 +37,8 @@ class Dat : public DataSet, public Factory::Register<Dat> {
   ~Dat() override;
 
   /// Shapes a new table: one column per legend. `chunkRows` is the length of a chunk; 0 counts as
-  /// 1, and what exceeds HDF5's limit of 4 GiB for a chunk as the longest that is accepted.
-  /// Writes nothing. Fails with "DataSet already initialized".
+  /// 1, and what exceeds HDF5's limit of 4 GiB for a chunk is divided by the least number of
+  /// chunks. Writes nothing. Fails with "DataSet already initialized".
   void Initialize(const MyVector<std::string>& legend, bool compress, std::size_t chunkRows);
   bool IsInitialized() const { return mExistsInFile || !mExtents.empty(); }
 

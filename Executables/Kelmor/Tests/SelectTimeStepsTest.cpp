@@ -52,7 +52,10 @@ TEST(SelectTimeStepsTest, StepsSurviveIfTheyLieBeforeTheNextKept) {
   EXPECT_EQ(SelectTimeSteps({{3, 2, 2}, {}, {sNaN}}, keep, 1, true, maximumGap), 4);
   EXPECT_EQ(keep, (std::vector<MyVector<bool>>{{true, true, true}, {}, {true}}));
   EXPECT_EQ(maximumGap, 42) << "which is left alone where nothing is wiped";
-  EXPECT_EQ(KeptRuns({true, false, false, true, true}), (std::vector<StepRun>{{0, 1}, {3, 5}}));
+  StepSelection selection(1);
+  selection.Take(std::vector<double>{2.5, 4}, 2);  // the times of a file in two pieces
+  selection.Take(std::vector<double>{0, 3}, 0);
+  EXPECT_EQ(selection.EndFile(), (std::vector<StepRun>{{0, 1}, {2, 4}}));
 }
 
 TEST(BlocksizeTest, DoublesUntilTheBlocksAreFew) {
