@@ -34,7 +34,7 @@ void JoinDatasets(const SeriesRun& run, const std::vector<Dataset>& datasets,
   for (const SeriesKind& kind : SeriesKinds()) {
     for (const Dataset& dataset : datasets) {
       if (dataset.mpKind == &kind) {
-        run.mProgress.NextDataset("joining " + kind.mTitle);
+        run.mProgress.Next("joining " + kind.mTitle);
         MakeSeries(run, dataset)->Join(output);
         TheCachedH5FileHolder().CheckForEmergencyWriteCache();
       }

@@ -87,7 +87,7 @@ class Checker {
     try {
       CheckNames();
       for (const Dataset& dataset : mDatasets) {
-        mProgress.NextDataset("checking " + dataset.mpKind->mTitle);
+        mProgress.Next("checking " + dataset.mpKind->mTitle);
         mpDataset = &dataset;
         CheckDataset();
         ++mResult.mDatasets;

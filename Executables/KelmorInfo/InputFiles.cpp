@@ -5,6 +5,7 @@
 #include <system_error>
 
 #include "Executables/KelmorInfo/Text.hpp"
+#include "Executables/Series/Progress.hpp"
 #include "Utils/ErrorHandling/CodeError.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/HDF5/H5_Utils.hpp"
@@ -92,7 +93,9 @@ std::vector<InputFile> TryFiles(const MyVector<std::string>& names) {
   std::vector<InputFile> files;
   // All handles live to the end of the trial, so that a file that is given twice is noticed.
   std::vector<std::unique_ptr<CachedH5File>> handles;
+  Progress progress(true, names.size(), 0, "file");
   for (const std::string& name : names) {
+    progress.Next("opening");
     InputFile& file = files.emplace_back(InputFile{name});
     file.mStamp = Vexa::FileStamp(name);
     try {

@@ -234,8 +234,8 @@ Facts ReadFacts(Series& series, const Dataset& dataset, CachedH5File& file) {
 
 Listing MakeListing(const JoinOptions& options) {
   Listing listing;
-  Progress progress(false, 0, 0);
-  for (const InputFile& file : TryFiles(options.mInputs)) {
+  const std::vector<InputFile> files = TryFiles(options.mInputs);
+  for (const InputFile& file : files) {
     ListedFile& listed = listing.mFiles.emplace_back(ListedFile{file});
     if (!file.mOpens) {
       continue;
@@ -244,7 +244,11 @@ Listing MakeListing(const JoinOptions& options) {
     Inputs inputs({file.mName});
     std::vector<Dataset> datasets = FindDatasets(inputs, options.mSkip);
     std::ranges::sort(datasets, {}, &Dataset::mName);
+    Progress progress(true, datasets.size(), 0);
+    const std::string stage = "listing file " + std::to_string(listing.mFiles.size()) + " of " +
+                              std::to_string(files.size());
     for (const Dataset& dataset : datasets) {
+      progress.Next(stage);
       const auto series = MakeSeries({inputs, options, progress}, dataset);
       const Facts& facts = listed.mDatasets.emplace_back(ReadFacts(*series, dataset, inputs[0]));
       Include(listing.mUnion[facts.mName], facts);

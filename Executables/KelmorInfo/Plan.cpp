@@ -76,8 +76,11 @@ class Planner {
   }
 
   Plan Make() {
-    for (const Dataset& dataset : FindDatasets(mInputs, mOptions.mSkip)) {
-      mPlan.mDatasets.push_back(PlanDataset(dataset));
+    const std::vector<Dataset> datasets = FindDatasets(mInputs, mOptions.mSkip);
+    Progress progress(true, datasets.size(), 0);
+    for (const Dataset& dataset : datasets) {
+      progress.Next("planning");
+      mPlan.mDatasets.push_back(PlanDataset(dataset, progress));
       mPlan.mBytes += mPlan.mDatasets.back().mBytes;
     }
     return std::move(mPlan);
@@ -100,11 +103,11 @@ class Planner {
     return MyVector<std::string>(names);
   }
 
-  PlannedDataset PlanDataset(const Dataset& dataset) {
+  PlannedDataset PlanDataset(const Dataset& dataset, Progress& progress) {
     PlannedDataset planned{dataset.mName, dataset.mpKind->mExtension};
     const std::size_t before = mPlan.mDisagreements.size();
     mSteps = {};
-    const auto series = MakeSeries({mInputs, mOptions, mProgress}, dataset);
+    const auto series = MakeSeries({mInputs, mOptions, progress}, dataset);
     for (int file = 0; file < mInputs.Size(); ++file) {
       Try(dataset, file, [&] { series->RequireJoinable(mInputs[file]); });
     }
@@ -194,7 +197,6 @@ class Planner {
   std::vector<int> mNumbers;  // of the inputs, among all files of the plan
   Inputs mInputs;             // the files that open
   PlannedSteps mSteps;        // of the dataset that is being planned
-  Progress mProgress{false, 0, 0};
 };
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <string_view>
+#include <utility>
 
 #include "Utils/ErrorHandling/MyErr.hpp"
 #include "Utils/Process/Formatting.hpp"
@@ -37,11 +38,12 @@ std::size_t LineWidth() {
 
 }  // namespace
 
-std::string ProgressText(const std::string& stage, std::uint64_t dataset, std::uint64_t datasets,
-                         std::uint64_t bytes, std::uint64_t totalBytes, double seconds) {
+std::string ProgressText(const std::string& stage, const std::string& counted, std::uint64_t number,
+                         std::uint64_t count, std::uint64_t bytes, std::uint64_t totalBytes,
+                         double seconds) {
   const auto size = [](double value) { return BytesToAscii(static_cast<std::int64_t>(value), 7); };
   std::string text =
-      stage + ": dataset " + std::to_string(dataset) + " of " + std::to_string(datasets);
+      stage + ": " + counted + " " + std::to_string(number) + " of " + std::to_string(count);
   // Files hold more than values, but not all values need be read: the sum is an estimate.
   const std::uint64_t done = std::min(bytes, totalBytes);
   if (done == 0) {
@@ -57,9 +59,11 @@ std::string ProgressText(const std::string& stage, std::uint64_t dataset, std::u
   return text;
 }
 
-Progress::Progress(bool isWanted, std::uint64_t datasets, std::uint64_t totalBytes)
+Progress::Progress(bool isWanted, std::uint64_t count, std::uint64_t totalBytes,
+                   std::string counted)
     : mIsShown(isWanted && CanErase() && std::getenv("VEXA_NO_PROGRESS") == nullptr),
-      mDatasets(datasets),
+      mCounted(std::move(counted)),
+      mCount(count),
       mTotalBytes(totalBytes),
       mStart(Clock::now()),
       mNextUpdate(mStart) {
@@ -75,9 +79,9 @@ Progress::~Progress() {
   }
 }
 
-void Progress::NextDataset(const std::string& stage) {
+void Progress::Next(const std::string& stage) {
   mStage = stage;
-  ++mDataset;
+  ++mNumber;
   Update();
 }
 
@@ -96,7 +100,7 @@ void Progress::Update() {
   mNextUpdate = now + sInterval;
   const std::chrono::duration<double> elapsed = now - mStart;
   const std::string text =
-      ProgressText(mStage, mDataset, mDatasets, static_cast<std::uint64_t>(mBytes), mTotalBytes,
-                   elapsed.count());
+      ProgressText(mStage, mCounted, mNumber, mCount, static_cast<std::uint64_t>(mBytes),
+                   mTotalBytes, elapsed.count());
   WriteToTerminal("\r" + text.substr(0, LineWidth()) + "\x1b[K");
 }

@@ -24,7 +24,7 @@ TEST(Progress, SaysWhatIsKnown) {
        "stage: dataset 3 of 9, 4.00 MiB of 4.00 MiB, 2.00 MiB/s, hardly any time left"},
   };
   for (const auto& [bytes, seconds, text] : cases) {
-    EXPECT_EQ(ProgressText("stage", 3, 9, bytes, 4 * mebi, seconds), text);
+    EXPECT_EQ(ProgressText("stage", "dataset", 3, 9, bytes, 4 * mebi, seconds), text);
   }
 }
 
