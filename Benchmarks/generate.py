@@ -48,6 +48,24 @@ def big(scale, file, segment):
         layout.write_table(file, f"table{table}.dat", rows, legend, True)
 
 
+def run(scale, file, segment):
+    """As a simulation leaves it: all tables are flushed in turn, some rows at a time, so that the
+    chunks of each lie scattered over the whole file."""
+    rows, a_flush, tables, columns = max(round(16000 * scale), 1000), 1000, 200, 5
+    times = times_of(segment, rows)
+    legend = ["time"] + [f"quantity {c}" for c in range(1, columns)]
+    values = [np.column_stack([times, curves(times, columns - 1, table, segment)])
+              for table in range(tables)]
+    datasets = [layout.write_table(file, f"table{table:03}.dat", values[table][:0], legend, True, 500)
+                for table in range(tables)]
+    for begin in range(0, rows, a_flush):
+        for dataset, table in zip(datasets, values):
+            end = min(begin + a_flush, rows)
+            dataset.resize(end, axis=0)
+            dataset[begin:end] = table[begin:end]
+        file.flush()
+
+
 def coef_sets(file, segment, sets, steps, values):
     times = times_of(segment, steps)
     legends = (("time", layout.COEF_END), ("coefficients",))
@@ -84,7 +102,7 @@ def tdm(scale, file, segment):
                      "TensorDim=3; TensorSymm=11; DataMeshDim=3;", True)
 
 
-WORKLOADS = {"MANY": (many, 20), "BIG": (big, 8), "VALUES": (values, 10), "COEF": (coef, 20),
+WORKLOADS = {"MANY": (many, 20), "BIG": (big, 8), "RUN": (run, 10), "VALUES": (values, 10), "COEF": (coef, 20),
              "TDM": (tdm, 8)}
 
 

@@ -22,6 +22,7 @@ def write_table(group, name, rows, legend, compress, chunk_rows=None):
     table = group.create_dataset(name, data=rows, dtype="<f8", maxshape=(None, rows.shape[1]),
                                  chunks=(max(chunk_rows or rows.shape[0], 1), 1), **filters)
     table.attrs.create("Legend", list(legend), dtype=STRINGS)
+    return table
 
 
 def write_coef(parent, name, times, ends, values, legends, compress):

@@ -6,18 +6,22 @@ below what its parent had when it started it.
 """
 
 import argparse
+import contextlib
 import os
 import pathlib
+import re
 import shutil
 import statistics
 import subprocess
 import sys
+import tempfile
 import time
 
 HERE = pathlib.Path(__file__).resolve().parent
 WORKLOADS = {
     "MANY": "20 segments of 500 tables, 400 rows of 3 columns",
     "BIG": "8 segments of 6 tables, 60000 rows of 25 columns",
+    "RUN": "10 segments of 200 tables, 16000 rows of 5 columns, flushed 1000 rows at a time",
     "VALUES": "10 segments of 4 coefficient sets, 2000000 values",
     "COEF": "20 segments of 1000 coefficient sets, 50 steps of 9 values",
     "TDM": "8 segments of 250 MB, symmetric tensors on 24 x 24 x 24 points",
@@ -37,6 +41,9 @@ def parse_arguments():
     parser.add_argument("--scale", type=float, default=1, help="size of the inputs (default 1)")
     parser.add_argument("--runs", type=int, default=5, help="runs of each (default 5)")
     parser.add_argument("--threads", default="1", help="VEXA_THREADS for Kelmor (default 1)")
+    parser.add_argument("--wire", metavar="500us,500MB/s",
+                        help="read the inputs cold, through a wire on which every request takes so long "
+                             "and besides the time of its bytes")
     parser.add_argument("--build", type=pathlib.Path, required=True, help=argparse.SUPPRESS)
     arguments = parser.parse_args()
     if "all" in arguments.workloads:
@@ -44,6 +51,13 @@ def parse_arguments():
     for name in arguments.workloads:
         if name not in names:
             parser.error(f"no workload '{name}'")
+    if arguments.wire:
+        settings = re.fullmatch(r"([\d.]+)us,([\d.]+)MB/s", arguments.wire)
+        if not settings:
+            parser.error("--wire is to look like 500us,500MB/s")
+        arguments.wire = settings[1], str(float(settings[2]) * 1e6)
+        if not os.access("/dev/fuse", os.W_OK) or not shutil.which("fusermount3"):
+            parser.error("--wire needs /dev/fuse, which is not there or not for you, and fusermount3")
     return arguments
 
 
@@ -100,6 +114,56 @@ def read_all(paths):
                 pass
 
 
+@contextlib.contextmanager
+def at_the_end_of_a_wire(arguments, folder):
+    """A folder with the same files, none of which is in memory; what crosses the wire is printed to the
+    list that comes with it, as two numbers, when it is unmounted."""
+    with tempfile.TemporaryDirectory() as mountpoint:
+        server = subprocess.Popen([arguments.build / "Benchmarks/WireFs", folder, mountpoint,
+                                   *arguments.wire], stdout=subprocess.PIPE,
+                                  stderr=subprocess.DEVNULL, text=True)
+        crossed = []
+        try:
+            while not os.path.ismount(mountpoint):
+                if server.poll() is not None:
+                    sys.exit("WireFs cannot mount anything here")
+                time.sleep(0.01)
+            device = os.stat(mountpoint).st_dev
+            with contextlib.suppress(OSError):  # Else it is 128 KiB.
+                pathlib.Path(f"/sys/class/bdi/{os.major(device)}:{os.minor(device)}/read_ahead_kb"
+                             ).write_text("1024")
+            yield pathlib.Path(mountpoint), crossed
+        finally:
+            subprocess.run(["fusermount3", "-u", mountpoint], check=True)
+            crossed += map(int, re.findall(r"\d+", server.communicate()[0]))
+
+
+def run_cold(arguments, inputs, commands, outputs, environment):
+    """Medians of some runs after one that does not count."""
+    print(f"  {'':14} {'wall s':>8} {'CPU s':>8} {'requests':>9} {'bytes/inputs':>13}")
+    size = sum(path.stat().st_size for path in inputs)
+    walls = {}
+    for who in ("cat", "Kelmor warm", "Kelmor cold", "h5py cold"):
+        name = who.partition(" ")[0]
+        costs, counts = [], []
+        for _ in range(arguments.runs + 1):
+            outputs[name].unlink(missing_ok=True)
+            if who == "Kelmor warm":
+                read_all(inputs)
+                costs.append(Cost(commands[name] + inputs, environment))
+                counts.append((0, 0))
+                continue
+            with at_the_end_of_a_wire(arguments, inputs[0].parent) as (folder, crossed):
+                costs.append(Cost(commands[name] + [folder / path.name for path in inputs], environment))
+            counts.append(crossed)
+        walls[who] = statistics.median(cost.wall for cost in costs[1:])
+        requests, crossed = map(statistics.median, zip(*counts[1:]))
+        print(f"  {who:14} {walls[who]:8.2f} {statistics.median(cost.cpu for cost in costs[1:]):8.2f} "
+              f"{requests:9.0f} {crossed / size:13.2f}", flush=True)
+    bound = max(walls["cat"], walls["Kelmor warm"])
+    print(f"  cold is {walls['Kelmor cold'] / bound:.2f} x the larger of cat and warm")
+
+
 def report(costs, outputs):
     def median(contender, quantity):
         return statistics.median(getattr(cost, quantity) for cost in costs[contender])
@@ -128,17 +192,23 @@ def run_workload(name, arguments):
     folder = output_folder(arguments.build, inputs)
     folder.mkdir(parents=True)
     try:
-        outputs = {who: folder / f"{who}.h5" for who in ("Kelmor", "h5py", "floor")}
+        outputs = {who: folder / f"{who}.h5" for who in ("Kelmor", "h5py", "floor", "cat")}
         chunk_list = folder / "chunks.txt"
         commands = {
             "Kelmor": [arguments.build / "Executables/Kelmor/Kelmor", *options, "-o",
-                       outputs["Kelmor"], *inputs],
-            "h5py": python("peer.py", *options, outputs["h5py"], *inputs),
-            "floor": [arguments.build / "Benchmarks/Floor", chunk_list, outputs["floor"], *inputs],
+                       outputs["Kelmor"]],
+            "h5py": python("peer.py", *options, outputs["h5py"]),
+            "floor": [arguments.build / "Benchmarks/Floor", chunk_list, outputs["floor"]],
+            "cat": ["cat"],
         }
         environment = {**os.environ, "VEXA_THREADS": arguments.threads,
                        "OMP_NUM_THREADS": "1", "OPENBLAS_NUM_THREADS": "1"}
 
+        if arguments.wire:
+            run_cold(arguments, inputs, commands, outputs, environment)
+            return
+        del commands["cat"]
+        commands = {who: command + inputs for who, command in commands.items()}
         read_all(inputs)
         for who in ("Kelmor", "h5py"):
             Cost(commands[who], environment)
