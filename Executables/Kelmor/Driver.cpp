@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 
+#include "Executables/Series/ReadAhead.hpp"
 #include "Executables/Series/Series.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/ErrorHandling/TerminateHandler.hpp"
@@ -94,6 +95,8 @@ void JoinFiles(const CommandLineParser& parser) {
   if (options.mVerbose) {
     std::cout << "opening " << options.mInputs.Size() << " input files" << std::endl;
   }
+  // What is skipped would be read in vain.
+  ReadAhead readAhead(options.mSkip.empty() ? options.mInputs : MyVector<std::string>());
   Inputs inputs(options.mInputs);
   const std::string& OutputFile = options.mOutput;
   REQUIRE(!FileExists(OutputFile), "OutputFile " << OutputFile << " already exists.\n"

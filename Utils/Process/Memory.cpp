@@ -5,6 +5,7 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <fstream>
@@ -13,6 +14,34 @@
 
 #include "Utils/Process/Files.hpp"
 #include "Utils/Process/Formatting.hpp"
+
+namespace {
+
+// Returns the number behind the key, or the first one if the key is empty, or `none`.
+std::uint64_t NumberIn(const std::string& path, const std::string& key, std::uint64_t none) {
+  std::ifstream file(path);
+  std::string word;
+  while (!key.empty() && word != key) {
+    if (!(file >> word)) {
+      return none;
+    }
+  }
+  std::uint64_t number = 0;
+  return file >> number ? number : none;
+}
+
+// Returns what a control group leaves to data and caches together, of the first version or the
+// second.
+std::uint64_t LeftInGroup(const std::string& folder) {
+  const std::uint64_t none = ~std::uint64_t{0};
+  const std::string statistics = folder + "/memory.stat";
+  const std::uint64_t limit = std::min(NumberIn(folder + "/memory.max", "", none),
+                                       NumberIn(folder + "/memory.limit_in_bytes", "", none));
+  const std::uint64_t data = NumberIn(statistics, "anon", NumberIn(statistics, "total_rss", 0));
+  return limit - std::min(limit, limit == none ? 0 : data);
+}
+
+}  // namespace
 
 std::uint64_t GetCurrentRSS() {
   const Vexa::Descriptor descriptor(open("/proc/self/statm", O_RDONLY | O_CLOEXEC));
@@ -79,6 +108,28 @@ std::string MemoryUsage() {
   GetMemoryUsageBytes(virtualBytes, residentBytes);
   return BytesToAscii(static_cast<std::int64_t>(virtualBytes)) + " vm, " +
          BytesToAscii(static_cast<std::int64_t>(residentBytes)) + " res";
+}
+
+std::uint64_t Vexa::MemoryLeft() {
+  std::uint64_t left = NumberIn("/proc/meminfo", "MemAvailable:", 0) << 10;
+  std::ifstream groups("/proc/self/cgroup");
+  for (std::string line; std::getline(groups, line);) {
+    // "4:memory:/a/b" of the first version, "0::/a/b" of the second
+    const std::size_t name = line.find(':') + 1;
+    const std::size_t path = line.find(':', name);
+    const std::string controllers = line.substr(name, path - name);
+    if (path == std::string::npos || (controllers != "memory" && !controllers.empty())) {
+      continue;
+    }
+    const std::string root = std::string("/sys/fs/cgroup") + (controllers.empty() ? "" : "/memory");
+    for (std::string group = line.substr(path + 1);; group.resize(group.rfind('/'))) {
+      left = std::min(left, LeftInGroup(root + group));
+      if (group.find('/') == std::string::npos) {
+        break;
+      }
+    }
+  }
+  return left;
 }
 
 void Vexa::KeepFreedMemory() {

@@ -24,6 +24,11 @@ std::string MemoryUsage();
 
 namespace Vexa {
 
+/// Returns how much more memory this process may take for data and for what it reads of files: what
+/// the machine has available, or what is left below the limit of its control group or of a group
+/// above. Caches count as available.
+std::uint64_t MemoryLeft();
+
 /// Lets the process keep memory that it has freed, up to 128 MiB in blocks of up to 16 MiB, instead
 /// of giving it back to the system at once. For programs that go through large buffers one after
 /// the other: fresh pages cost more than what is done with them.

@@ -42,7 +42,8 @@ def shim(judge, at=-1, run="", error=0, always=False):
     judge.trace.write_text("")
     return {"LD_PRELOAD": str(judge.shim), "FAULT_FOLDER": str(judge.folder),
             "FAULT_TRACE": str(judge.trace), "FAULT_AT": str(at), "FAULT_RUN": run,
-            "FAULT_ERROR": str(error), "FAULT_ALWAYS": str(int(always)), "VEXA_THREADS": "1"}
+            "FAULT_ERROR": str(error), "FAULT_ALWAYS": str(int(always)), "VEXA_THREADS": "1",
+            "VEXA_NO_READ_AHEAD": "1"}  # whose calls have no order
 
 
 # The calls of a run, as pairs of function and file.
