@@ -6,7 +6,6 @@
 #include <memory>
 #include <optional>
 
-#include "Executables/Series/ReadAhead.hpp"
 #include "Executables/Series/Series.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/ErrorHandling/TerminateHandler.hpp"
@@ -95,9 +94,7 @@ void JoinFiles(const CommandLineParser& parser) {
   if (options.mVerbose) {
     std::cout << "opening " << options.mInputs.Size() << " input files" << std::endl;
   }
-  // What is skipped would be read in vain.
-  ReadAhead readAhead(options.mSkip.empty() ? options.mInputs : MyVector<std::string>());
-  Inputs inputs(options.mInputs);
+  Inputs inputs(options.mInputs, options.ReadsAll());
   const std::string& OutputFile = options.mOutput;
   REQUIRE(!FileExists(OutputFile), "OutputFile " << OutputFile << " already exists.\n"
                                                  << "Cowardly refusing to write into it.");

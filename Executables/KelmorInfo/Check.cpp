@@ -264,8 +264,8 @@ CheckResult CheckJoin(const std::string& joinedName, const JoinOptions& options)
   const std::vector<InputFile> files = TryFiles(options.mInputs);
   RequireAllOpen(joinedFile);
   RequireAllOpen(files);
-  Inputs joined({joinedName});
-  Inputs inputs(options.mInputs);
+  Inputs joined({joinedName}, true);
+  Inputs inputs(options.mInputs, options.ReadsAll());
   const CheckResult result = Checker(joined, inputs, options).Check();
   RequireUnchanged(joinedFile, joined);
   RequireUnchanged(files, inputs);

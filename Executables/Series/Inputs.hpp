@@ -3,6 +3,7 @@
 #include <functional>
 #include <string>
 
+#include "Executables/Series/ReadAhead.hpp"
 #include "Utils/Containers/MyMap.hpp"
 #include "Utils/Containers/MyVector.hpp"
 #include "Utils/Store/CachedH5File.hpp"
@@ -12,8 +13,9 @@
 /// few stay open, and the others are opened when something is read from them.
 class Inputs {
  public:
-  /// Opens every file and reads its names.
-  explicit Inputs(const MyVector<std::string>& filenames);
+  /// Opens every file and reads its names. If all of them will be read, their bytes are brought into
+  /// memory meanwhile.
+  explicit Inputs(const MyVector<std::string>& filenames, bool areRead = false);
 
   int Size() const { return static_cast<int>(mFiles.size()); }
   CachedH5File& operator[](int file) { return mFiles[file]; }
@@ -39,6 +41,9 @@ class Inputs {
     Release(file);
   }
 
+  /// Says that little of the file will be read.
+  void NeedLittleOf(int file) { mReadAhead.LeaveOut(static_cast<std::size_t>(file)); }
+
   /// Does what visits the same object again and again: until it is done, what is opened in the
   /// files that stay open stays open as well.
   void KeepObjectsOpenDuring(const std::function<void()>& action);
@@ -52,6 +57,7 @@ class Inputs {
   void RequireSameAsOpened(int file) const;
   bool HasChanged(int file) const;
 
+  ReadAhead mReadAhead;
   MyVector<CachedH5File> mFiles;
   MyVector<std::string> mNames;      // as they were given
   std::vector<std::string> mStamps;  // of the files

@@ -13,6 +13,9 @@ struct JoinOptions {
   enum class Output { Required, Optional };
   explicit JoinOptions(const CommandLineParser& parser, Output output = Output::Required);
 
+  /// Whether the run has a use for everything in the inputs, but for the steps that are wiped.
+  bool ReadsAll() const { return mSkip.empty(); }
+
   double mDeltaT;
   bool mVerbose;
   bool mNoWipe;

@@ -109,6 +109,10 @@ void SteppedSeries::Select(bool noWipe) {
     mInputs[i].mFirstKept = mKeptRows;
     mInputs[i].mKeptRows = CountRows(mInputs[i].mKept);
     mKeptRows += mInputs[i].mKeptRows;
+    if (2 * mInputs[i].mKeptRows < mInputs[i].mRows) {
+      // Other datasets of that segment are wiped as much.
+      mRun.mInputs.NeedLittleOf(mInputs[i].mFile);
+    }
   }
 }
 
