@@ -13,8 +13,8 @@
 /// few stay open, and the others are opened when something is read from them.
 class Inputs {
  public:
-  /// Opens every file and reads its names. If all of them will be read, their bytes are brought into
-  /// memory meanwhile.
+  /// Opens every file and reads its names. If all of them will be read, their bytes are brought
+  /// into memory meanwhile.
   explicit Inputs(const MyVector<std::string>& filenames, bool areRead = false);
 
   int Size() const { return static_cast<int>(mFiles.size()); }

@@ -10,7 +10,7 @@ namespace Tables {
 
 namespace {
 
-// A chunk below this is decoded sooner than a worker is woken.
+// Fewer values are decoded sooner than a worker is woken.
 constexpr std::uint64_t sValuesWorthAWorker = 16 * 1024;
 // Values that pass the first caches together.
 constexpr std::uint64_t sValuesTogether = 4 * 1024;
@@ -38,7 +38,6 @@ void PendingReads::Item::Decode() {
 }
 
 void PendingReads::Item::Finish() {
-  mTask.Wait();
   const Vexa::ReportContext context(mpOrigin->mDataset, mpOrigin->mFile);
   const Vexa::ReportAs label(mpOrigin->mLabel);
   RequireDecoded(mStatus, mpOrigin->mName, mChunk);
@@ -80,31 +79,43 @@ void PendingReads::Item::Deliver() const {
   }
 }
 
+void PendingReads::Batch::Begin() {
+  mIsBegun = true;
+  mTask.Add([this] { std::ranges::for_each(mItems, &Item::Decode); });
+}
+
 void PendingReads::Decode(std::shared_ptr<const ChunkOrigin> origin, StoredChunk chunk,
                           Target target) {
   const TableLayout& layout = origin->mLayout;
-  if (layout.mChunkRows * layout.mChunkColumns < sValuesWorthAWorker) {
-    Item item{std::move(origin), std::move(chunk), std::move(target)};
-    item.Decode();
-    item.Finish();
-    return;
+  if (mBatches.empty() || mBatches.back().mIsBegun) {
+    mBatches.emplace_back();
   }
-  Item& item = mItems.emplace_back(std::move(origin), std::move(chunk), std::move(target));
+  Batch& batch = mBatches.back();
+  batch.mValues += layout.mChunkRows * layout.mChunkColumns;
+  Item& item = batch.mItems.emplace_back(std::move(origin), std::move(chunk), std::move(target));
+  batch.mLimitedBytes += item.LimitedBytes();
   mLimitedBytes += item.LimitedBytes();
-  while (mItems.size() > 1 && mLimitedBytes > sMostLimitedBytes) {
+  while (mBatches.size() > 1 && mLimitedBytes > sMostLimitedBytes) {
     FinishFirst();
   }
-  item.mTask.Add([&item] { item.Decode(); });
+  if (batch.mValues >= sValuesWorthAWorker) {
+    batch.Begin();
+  }
 }
 
 void PendingReads::FinishFirst() {
-  mLimitedBytes -= mItems.front().LimitedBytes();
-  mItems.front().Finish();
-  mItems.pop_front();
+  Batch& first = mBatches.front();
+  if (!first.mIsBegun) {
+    first.Begin();
+  }
+  first.mTask.Wait();
+  std::ranges::for_each(first.mItems, &Item::Finish);
+  mLimitedBytes -= first.mLimitedBytes;
+  mBatches.pop_front();
 }
 
 void PendingReads::Finish() {
-  while (!mItems.empty()) {
+  while (!mBatches.empty()) {
     FinishFirst();
   }
 }

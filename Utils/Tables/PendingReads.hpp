@@ -6,6 +6,7 @@
 #include <deque>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "Utils/ChunkCodec/ChunkDecoder.hpp"
 #include "Utils/ErrorHandling/RequireFail.hpp"
@@ -29,9 +30,9 @@ struct ChunkOrigin {
 
 class PendingReads {
  public:
-  /// Has the chunk decoded by whichever thread comes to it, or decodes it if it is short. Elements
-  /// that are not doubles are converted by this thread, since the library is for one thread. Fails
-  /// as Finish() does.
+  /// Has the chunk decoded by whichever thread comes to it, a short one together with others.
+  /// Elements that are not doubles are converted by this thread, since the library is for one
+  /// thread. Fails as Finish() does.
   void Decode(std::shared_ptr<const ChunkOrigin> origin, StoredChunk chunk, Target target);
 
   /// Returns when all values are in place. Fails with "H5Dread failed for name=..." on bytes that
@@ -39,14 +40,13 @@ class PendingReads {
   void Finish();
 
  private:
-  // A chunk on its way. Any thread may decode it; the thread that fetched it finishes it then.
+  // A chunk on its way.
   struct Item {
     std::shared_ptr<const ChunkOrigin> mpOrigin;
     StoredChunk mChunk;
     Target mTarget;
     ChunkCodec::ChunkDecoder mDecoder = {};
     ChunkCodec::DecodeStatus mStatus = ChunkCodec::DecodeStatus::Ok;
-    Vexa::TaskGroup mTask = {};  // last: it waits for a task that uses the others
 
     // What the chunk takes in memory until it is finished, as far as that is limited: a chunk of
     // one column of doubles goes where it is wanted as soon as it is decoded.
@@ -56,10 +56,22 @@ class PendingReads {
     void Deliver() const;
   };
 
+  // Chunks that are worth a task together. Any thread may decode them; the thread that fetched them
+  // finishes them then.
+  struct Batch {
+    std::vector<Item> mItems = {};
+    std::uint64_t mValues = 0;
+    std::uint64_t mLimitedBytes = 0;
+    bool mIsBegun = false;
+    Vexa::TaskGroup mTask = {};  // last: it waits for a task that uses the others
+
+    void Begin();
+  };
+
   void FinishFirst();
 
-  std::deque<Item> mItems;          // elements stay where they are
-  std::uint64_t mLimitedBytes = 0;  // of all items
+  std::deque<Batch> mBatches;       // elements stay where they are; only the last is not begun
+  std::uint64_t mLimitedBytes = 0;  // of all batches
 };
 
 }  // namespace Tables
