@@ -5,77 +5,33 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <span>
-#include <string_view>
 #include <vector>
 
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/HDF5/GlobalHeap.hpp"
-#include "Utils/HDF5/LittleEndian.hpp"
+#include "Utils/HDF5/HeaderMessages.hpp"
 
 using namespace Vexa_H5;
 
 namespace {
 
-using Bytes = std::span<const std::byte>;
+using Bytes = FileBytes;
 
 constexpr unsigned sLinkInfo = 0x02;
 constexpr unsigned sLayout = 0x08;
 constexpr unsigned sAttribute = 0x0C;
-constexpr unsigned sContinuation = 0x10;
 constexpr unsigned sAttributeInfo = 0x15;
-constexpr std::size_t sChecksumBytes = 4;
-
-// What lies beyond the end counts as zeros.
-std::uint64_t NumberAt(Bytes bytes, std::size_t at, std::size_t count) {
-  const std::size_t known = std::min(count, bytes.size() - std::min(at, bytes.size()));
-  return known == 0 ? 0 : LittleEndian(bytes.data() + at, known);
-}
-
-Bytes From(Bytes bytes, std::uint64_t at) {
-  return bytes.subspan(std::min<std::uint64_t>(at, bytes.size()));
-}
-
-bool BeginsWith(Bytes bytes, std::string_view signature) {
-  return bytes.size() >= signature.size() &&
-         std::equal(signature.begin(), signature.end(),
-                    reinterpret_cast<const char*>(bytes.data()));
-}
 
 class Header {
  public:
   explicit Header(const GlobalHeap::OpenFile& file) : mFile(file) {}
 
-  void RequireSound(haddr_t address) {
-    constexpr std::uint64_t usual = 1024;
-    std::vector<std::byte> bytes = Read(address, usual);
-    mIsOld = !BeginsWith(bytes, "OHDR");
-    std::uint64_t begin = 16;
-    std::uint64_t size = NumberAt(bytes, 8, 4);
-    mMessageHeader = 8;
-    if (!mIsOld) {
-      const std::uint64_t flags = NumberAt(bytes, 5, 1);
-      begin = 6 + ((flags & 0x20) != 0 ? 16 : 0) + ((flags & 0x10) != 0 ? 4 : 0);
-      const std::size_t width = std::size_t{1} << (flags & 3);
-      size = NumberAt(bytes, begin, width);
-      begin += width;
-      mMessageHeader = (flags & 4) != 0 ? 6 : 4;
-    }
-    if (size > usual - begin) {
-      bytes = Read(address, size > mFile.mFileSize ? 0 : begin + size);
-    }
-    const Bytes messages = From(bytes, begin);
-    ReadMessages(messages.first(std::min<std::uint64_t>(size, messages.size())));
-    // A header that goes on in itself has no end. All blocks together have their place in the file.
-    std::uint64_t room = mFile.mFileSize;
-    for (std::size_t i = 0; i < mBlocks.size() && mBlocks[i].mSize <= room; ++i) {
-      room -= std::max<std::uint64_t>(mBlocks[i].mSize, 1);
-      bytes = Read(mBlocks[i].mAddress, mBlocks[i].mSize);
-      const std::size_t around = mIsOld ? 0 : 2 * sChecksumBytes;  // and the signature
-      if (bytes.size() >= around) {
-        ReadMessages(Bytes(bytes).subspan(around / 2, bytes.size() - around));
-      }
-    }
+  void RequireSound(haddr_t address) const {
+    const HeaderMessages messages{
+        mFile.mAddressBytes, mFile.mSizeBytes, mFile.mFileSize,
+        [this](std::uint64_t at, std::uint64_t count) { return Read(at, count); }};
+    messages.ForEach(address,
+                     [this](std::uint64_t type, Bytes data) { RequireSoundMessage(type, data); });
   }
 
  private:
@@ -91,30 +47,10 @@ class Header {
     return bytes;
   }
 
-  void ReadMessages(Bytes block) {
-    while (block.size() >= mMessageHeader) {
-      const std::uint64_t type = NumberAt(block, 0, mIsOld ? 2 : 1);
-      const std::uint64_t size = NumberAt(block, mIsOld ? 2 : 1, 2);
-      const std::uint64_t flags = NumberAt(block, mIsOld ? 4 : 3, 1);
-      block = block.subspan(mMessageHeader);
-      if (size > block.size()) {
-        return;
-      }
-      const bool isElsewhere = (flags & 2) != 0;
-      if (!isElsewhere) {
-        RequireSoundMessage(type, block.first(size));
-      }
-      block = block.subspan(size);
-    }
-  }
-
-  void RequireSoundMessage(std::uint64_t type, Bytes data) {
+  void RequireSoundMessage(std::uint64_t type, Bytes data) const {
     const std::uint64_t flags = NumberAt(data, 1, 1);
     if (type == sAttribute) {
       RequireFittingAttribute(data);
-    } else if (type == sContinuation) {
-      mBlocks.push_back(
-          {AddressAt(data, 0), NumberAt(data, mFile.mAddressBytes, mFile.mSizeBytes)});
     } else if (type == sAttributeInfo || type == sLinkInfo) {
       const std::size_t orderBytes = type == sAttributeInfo ? 2 : 8;
       const std::size_t heapAt = 2 + ((flags & 1) != 0 ? orderBytes : 0);
@@ -205,13 +141,6 @@ class Header {
   }
 
   const GlobalHeap::OpenFile& mFile;
-  bool mIsOld = false;  // the format before version 1.8 of the library
-  std::size_t mMessageHeader = 0;
-  struct Block {
-    std::uint64_t mAddress;
-    std::uint64_t mSize;
-  };
-  std::vector<Block> mBlocks;  // where the header goes on
 };
 
 }  // namespace

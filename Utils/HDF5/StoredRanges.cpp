@@ -1,0 +1,196 @@
+#include "Utils/HDF5/StoredRanges.hpp"
+
+#include <utility>
+
+namespace Vexa_H5 {
+
+namespace {
+
+constexpr std::size_t sNumberBytes = 8;  // of an address, and of a size
+constexpr unsigned sLink = 0x06;
+constexpr unsigned sLayout = 0x08;
+constexpr unsigned sAttribute = 0x0C;
+constexpr unsigned sSymbolTable = 0x11;
+constexpr std::uint64_t sHeapCollectionBytes = 4096;
+constexpr std::uint64_t sUsualNodeBytes = 4096;
+
+std::uint64_t Padded(std::uint64_t size) {
+  return (size + 7) / 8 * 8;
+}
+
+class Finder {
+ public:
+  Finder(std::uint64_t fileSize, const ReadBytes& read)
+      : mRead(read),
+        mBytesLeft(fileSize),
+        mMessages{sNumberBytes, sNumberBytes, fileSize, Budgeted()} {}
+
+  // Members of groups wait their turn, so that nothing is deep.
+  std::vector<ByteRange> Find(std::uint64_t address) {
+    mObjects.push_back(address);
+    while (!mObjects.empty() && mBytesLeft > 0) {
+      const std::uint64_t object = mObjects.back();
+      mObjects.pop_back();
+      mMessages.ForEach(object, [this](std::uint64_t type, FileBytes data) { Take(type, data); });
+      while (!mNodes.empty() && mBytesLeft > 0) {
+        const Node node = mNodes.back();
+        mNodes.pop_back();
+        TakeNode(node);
+      }
+    }
+    return std::move(mRanges);
+  }
+
+ private:
+  struct Node {
+    std::uint64_t mAddress;
+    std::size_t mKeyBytes;
+  };
+
+  ReadBytes Budgeted() {
+    return [this](std::uint64_t at, std::uint64_t count) {
+      if (count > mBytesLeft) {
+        mBytesLeft = 0;
+        return std::vector<std::byte>();
+      }
+      mBytesLeft -= count;
+      return mRead(at, count);
+    };
+  }
+
+  void Take(std::uint64_t type, FileBytes data) {
+    if (type == sLayout) {
+      TakeLayout(data);
+    } else if (type == sAttribute) {
+      TakeAttribute(data);
+    } else if (type == sLink) {
+      TakeLink(data);
+    } else if (type == sSymbolTable) {
+      mNodes.push_back({NumberAt(data, 0, sNumberBytes), sNumberBytes});
+    }
+  }
+
+  void TakeLayout(FileBytes data) {
+    const std::uint64_t version = NumberAt(data, 0, 1);
+    const std::uint64_t layout = NumberAt(data, 1, 1);
+    constexpr unsigned contiguous = 1;
+    constexpr unsigned chunked = 2;
+    if ((version == 3 || version == 4) && layout == contiguous) {
+      Add(NumberAt(data, 2, sNumberBytes), NumberAt(data, 10, sNumberBytes));
+    } else if (version == 3 && layout == chunked) {
+      const std::size_t dimensions = NumberAt(data, 2, 1);  // and one for the bytes of an element
+      mNodes.push_back({NumberAt(data, 3, sNumberBytes), 8 + 8 * dimensions});
+    }
+  }
+
+  // Strings of variable length are in a collection of the heap, all of one list in the same or not.
+  void TakeAttribute(FileBytes data) {
+    const std::uint64_t version = NumberAt(data, 0, 1);
+    std::uint64_t at = version == 3 ? 9 : 8;
+    const std::uint64_t typeAt =
+        at + (version == 1 ? Padded(NumberAt(data, 2, 2)) : NumberAt(data, 2, 2));
+    at = typeAt;
+    for (const std::size_t size : {4, 6}) {
+      at += version == 1 ? Padded(NumberAt(data, size, 2)) : NumberAt(data, size, 2);
+    }
+    constexpr std::size_t elementBytes = 16;
+    constexpr unsigned ofVariableLength = 9;
+    if ((NumberAt(data, typeAt, 1) & 15) != ofVariableLength) {
+      return;
+    }
+    std::uint64_t last = 0;
+    for (; at + elementBytes <= data.size(); at += elementBytes) {
+      const std::uint64_t address = NumberAt(data, at + 4, sNumberBytes);
+      if (address != last && address != 0) {
+        Add(address, sHeapCollectionBytes);
+      }
+      last = address;
+    }
+  }
+
+  void TakeLink(FileBytes data) {
+    const std::uint64_t flags = NumberAt(data, 1, 1);
+    std::uint64_t at = 2;
+    const std::uint64_t type = (flags & 8) != 0 ? NumberAt(data, at++, 1) : 0;
+    at += ((flags & 4) != 0 ? 8 : 0) + ((flags & 16) != 0 ? 1 : 0);
+    const std::size_t width = std::size_t{1} << (flags & 3);
+    at += width + NumberAt(data, at, width);
+    if (type == 0 && at + sNumberBytes <= data.size()) {
+      mObjects.push_back(NumberAt(data, at, sNumberBytes));
+    }
+  }
+
+  // A node has its level and the number of its entries; then keys and addresses take turns.
+  void TakeNode(const Node& node) {
+    constexpr std::size_t begin = 8 + 2 * sNumberBytes;
+    constexpr unsigned ofChunks = 1;
+    std::vector<std::byte> bytes = mMessages.mRead(node.mAddress, sUsualNodeBytes);
+    if (BeginsWith(bytes, "SNOD")) {
+      TakeMembers(bytes);
+      return;
+    }
+    if (!BeginsWith(bytes, "TREE")) {
+      return;
+    }
+    const std::uint64_t entries = NumberAt(bytes, 6, 2);
+    const std::size_t entryBytes = node.mKeyBytes + sNumberBytes;
+    if (begin + entries * entryBytes > bytes.size()) {
+      bytes = mMessages.mRead(node.mAddress, begin + entries * entryBytes);
+    }
+    const bool isLeaf = NumberAt(bytes, 5, 1) == 0;
+    const bool hasChunks = NumberAt(bytes, 4, 1) == ofChunks;
+    for (std::uint64_t i = 0; i < entries && begin + (i + 1) * entryBytes <= bytes.size(); ++i) {
+      const std::size_t at = begin + i * entryBytes;
+      const std::uint64_t address = NumberAt(bytes, at + node.mKeyBytes, sNumberBytes);
+      if (isLeaf && hasChunks) {
+        Add(address, NumberAt(bytes, at, 4));
+      } else {
+        mNodes.push_back({address, node.mKeyBytes});
+      }
+    }
+  }
+
+  // The members of a group in the older format.
+  void TakeMembers(FileBytes bytes) {
+    constexpr std::size_t begin = 8;
+    constexpr std::size_t entryBytes = 2 * sNumberBytes + 24;
+    for (std::uint64_t i = 0; i < NumberAt(bytes, 6, 2); ++i) {
+      const std::size_t at = begin + i * entryBytes + sNumberBytes;
+      if (at + sNumberBytes <= bytes.size()) {
+        mObjects.push_back(NumberAt(bytes, at, sNumberBytes));
+      }
+    }
+  }
+
+  void Add(std::uint64_t address, std::uint64_t size) {
+    if (address < mMessages.mFileSize && size <= mMessages.mFileSize - address && size > 0) {
+      mRanges.push_back({address, address + size});
+    }
+  }
+
+  const ReadBytes& mRead;
+  std::uint64_t mBytesLeft;
+  HeaderMessages mMessages;
+  std::vector<std::uint64_t> mObjects;
+  std::vector<Node> mNodes;
+  std::vector<ByteRange> mRanges;
+};
+
+}  // namespace
+
+bool HasKnownAddresses(const ReadBytes& read) {
+  const std::vector<std::byte> superblock = read(0, 16);
+  const std::uint64_t version = NumberAt(superblock, 8, 1);
+  const std::size_t sizesAt = version < 2 ? 13 : 9;
+  constexpr unsigned last = 2;  // whose files have the tree of version 1
+  return BeginsWith(superblock, "\x89HDF\r\n\x1a\n") && version <= last &&
+         NumberAt(superblock, sizesAt, 1) == sNumberBytes &&
+         NumberAt(superblock, sizesAt + 1, 1) == sNumberBytes;
+}
+
+std::vector<ByteRange> StoredRanges(std::uint64_t address, std::uint64_t fileSize,
+                                    const ReadBytes& read) {
+  return Finder(fileSize, read).Find(address);
+}
+
+}  // namespace Vexa_H5
