@@ -216,28 +216,28 @@ hid_t Vexa_H5::OpenFile(const std::string& path, H5AccessType access, int verbos
   return file_id;
 }
 
-MyVector<std::string> Vexa_H5::ReadGroupNames(hid_t group_id, int verbosity) {
+std::vector<Vexa_H5::GroupMember> Vexa_H5::ReadGroupMembers(hid_t group_id, int verbosity) {
   const Vexa::ReportAs label("H5_Utils");
   const Trace trace(verbosity);
   // A damaged tree of links can lead back into itself: there are no more than the file has bytes.
   struct {
-    std::vector<std::string> mNames;
+    std::vector<GroupMember> mMembers;
     std::uint64_t mMost;
   } list = {{}, std::max<std::uint64_t>(FileSizeOf(group_id), 65536)};
-  const auto append = [](hid_t, const char* name, const H5L_info_t*, void* data) -> herr_t {
-    auto& [names, most] = *static_cast<decltype(list)*>(data);
+  const auto append = [](hid_t, const char* name, const H5L_info_t* info, void* data) -> herr_t {
+    auto& [members, most] = *static_cast<decltype(list)*>(data);
     try {
-      names.emplace_back(name);
+      members.push_back({name, info->type == H5L_TYPE_HARD ? info->u.address : HADDR_UNDEF});
     } catch (...) {
       return -1;  // an exception must not pass through the library
     }
-    return names.size() <= most ? 0 : -1;
+    return members.size() <= most ? 0 : -1;
   };
   const herr_t err =
       trace(5, H5Literate(group_id, H5_INDEX_NAME, H5_ITER_INC, nullptr, append, &list),
             "H5Literate(", group_id, ")");
   REQUIRE(err==0, "H5Literate failed on id=" << group_id);
-  return MyVector<std::string>(list.mNames);
+  return list.mMembers;
 }
 
 std::vector<hsize_t> Vexa_H5::Extents(hid_t space_id) {

@@ -75,8 +75,14 @@ template <class T>
 std::vector<T> RetrieveAttributes(hid_t id, const std::string& name, bool allowMissing,
                                   int verbosity);
 
-/// Returns the names of all links in a group, ascending by bytes.
-MyVector<std::string> ReadGroupNames(hid_t group_id, int verbosity);
+/// A link in a group.
+struct GroupMember {
+  std::string mName;
+  haddr_t mAddress;  // of the object's header; HADDR_UNDEF unless the link is a hard one
+};
+
+/// Returns all links in a group, names ascending by bytes.
+std::vector<GroupMember> ReadGroupMembers(hid_t group_id, int verbosity);
 
 /// Returns the extents of a dataset or attribute's dataspace; empty for a scalar. Closes nothing.
 std::vector<hsize_t> Extents(hid_t space_id);

@@ -121,6 +121,11 @@ std::string CachedH5File::Name(const std::string& name) const {
   return mpFile->Root()->GetNode(name).Name();
 }
 
+haddr_t CachedH5File::AddressOf(const std::string& name) const {
+  const Vexa::InsideStore inside;
+  return mpFile->Root()->GetNode(name).Address();
+}
+
 bool CachedH5File::Exists(const std::string& name) const {
   const Vexa::InsideStore inside;
   return mpFile->Root()->Exists(name);

@@ -80,6 +80,9 @@ class CachedH5File {
   /// Returns the full in-file path and the own name of the node that `name` denotes.
   std::string Path(const std::string& name) const;
   std::string Name(const std::string& name) const;
+  /// Returns where that object is in the file, if it was there when the names were read (see
+  /// H5_Node::Address()).
+  haddr_t AddressOf(const std::string& name) const;
   bool Exists(const std::string& name) const;
   /// See H5_File::GetNames.
   MyVector<std::string> GetNames(const std::string& glob, bool recursive) const;

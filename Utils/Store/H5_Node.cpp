@@ -101,13 +101,15 @@ void H5_Node::InitChildrenFromDir(const Ancestors* above) {
   RequireNoCycle(here);
 
   std::string unidentified;
-  for (const std::string& name : dir.ReadGroupsFromDisk()) {
+  mAddress = above == nullptr ? info.addr : mAddress;
+  for (const auto& [name, address] : dir.ReadGroupsFromDisk()) {
     if (!H5_Object::Registry().KeyExists(GetExtension(name))) {
       unidentified += name + " ";
       continue;
     }
     mTrace.Line(5, "Create ", name, " as child of ", fullName);
     H5_Node& child = InsertChild(name, Origin::OnDisk);
+    child.mAddress = mAddress == HADDR_UNDEF ? HADDR_UNDEF : address;
     if (child.IsGroup()) {
       child.OpenNode(dir.GroupId());
       child.InitChildrenFromDir(&here);

@@ -111,6 +111,9 @@ class H5_Node {
   void RolledBack(bool isFileNew);
   /// Has all objects hold what the file needs and lost by that.
   void HoldAgain();
+  /// Returns where the object was in the file when the node was made; HADDR_UNDEF if it was not, or
+  /// only by way of a link that may lead to another file.
+  haddr_t Address() const { return mAddress; }
   /// Whether the object was in the file when the node was made, and that file is still there.
   bool WasOnDisk() const { return mIsOnDisk; }
   /// Returns the bytes that the objects of the subtree hold, which is known without a walk.
@@ -142,9 +145,10 @@ class H5_Node {
   Trace mTrace;
   bool mIsOnDisk;  // when the node was made
   bool mIsReadyToAppend;
-  mutable bool mIsGone = false;  // along with the file; nobody has asked for the object
-  std::uint64_t mCacheSize = 0;  // of the subtree
-  H5_Node* mpParent;             // null for the root
+  mutable bool mIsGone = false;    // along with the file; nobody has asked for the object
+  haddr_t mAddress = HADDR_UNDEF;  // when the node was made
+  std::uint64_t mCacheSize = 0;    // of the subtree
+  H5_Node* mpParent;               // null for the root
   H5_File* mpFile;
   mutable std::unique_ptr<H5_Object> mpObject;             // null until asked for
   std::unique_ptr<MyMap<std::string, H5_Node>> mpMembers;  // of groups only

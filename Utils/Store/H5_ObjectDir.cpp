@@ -73,8 +73,8 @@ std::ostream& Dir::Output(std::ostream& os, const std::string& indent) const {
   return IsObjectOpen() ? os << "id=" << mGroup_id : os << "closed";
 }
 
-MyVector<std::string> Dir::ReadGroupsFromDisk() const {
-  return Vexa_H5::ReadGroupNames(mGroup_id, mTrace.Verbosity());
+std::vector<Vexa_H5::GroupMember> Dir::ReadGroupsFromDisk() const {
+  return Vexa_H5::ReadGroupMembers(mGroup_id, mTrace.Verbosity());
 }
 
 }  // namespace H5_Objects

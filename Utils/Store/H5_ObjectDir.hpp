@@ -3,10 +3,11 @@
 #include <hdf5.h>
 
 #include <string>
+#include <vector>
 
-#include "Utils/Containers/MyVector.hpp"
 #include "Utils/ErrorHandling/Trace.hpp"
 #include "Utils/Factory/Register.hpp"
+#include "Utils/HDF5/H5_Utils.hpp"
 #include "Utils/Store/H5_Object.hpp"
 
 namespace H5_Objects {
@@ -39,8 +40,8 @@ class Dir : public H5_Object, public Factory::Register<Dir> {
 
   /// Does so, and returns whether the group existed.
   bool Open(hid_t parentId);
-  /// Returns the names of the open group's members, ascending by bytes.
-  MyVector<std::string> ReadGroupsFromDisk() const;
+  /// Returns the open group's members, names ascending by bytes.
+  std::vector<Vexa_H5::GroupMember> ReadGroupsFromDisk() const;
 
   /// Returns the open group, lent; -1 while closed.
   hid_t GroupId() const { return mGroup_id; }
