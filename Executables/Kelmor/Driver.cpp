@@ -34,6 +34,7 @@ void JoinDatasets(const SeriesRun& run, const std::vector<Dataset>& datasets,
   for (const SeriesKind& kind : SeriesKinds()) {
     for (const Dataset& dataset : datasets) {
       if (dataset.mpKind == &kind) {
+        run.mInputs.Ahead().Reach(static_cast<std::size_t>(&dataset - datasets.data()));
         run.mProgress.Next("joining " + kind.mTitle);
         MakeSeries(run, dataset)->Join(output);
         TheCachedH5FileHolder().CheckForEmergencyWriteCache();
@@ -94,7 +95,7 @@ void JoinFiles(const CommandLineParser& parser) {
   if (options.mVerbose) {
     std::cout << "opening " << options.mInputs.Size() << " input files" << std::endl;
   }
-  Inputs inputs(options.mInputs, options.ReadsAll());
+  Inputs inputs(options.mInputs, options.Needs());
   const std::string& OutputFile = options.mOutput;
   REQUIRE(!FileExists(OutputFile), "OutputFile " << OutputFile << " already exists.\n"
                                                  << "Cowardly refusing to write into it.");
@@ -113,6 +114,7 @@ void JoinFiles(const CommandLineParser& parser) {
     return;
   }
 
+  ReadAheadOf(inputs, datasets);
   // A part of a join must not pass for the whole, so the output is readable when it is finished.
   const std::unique_ptr<CachedH5File> output = CachedH5File::CreateUnfinished(OutputFile);
   Progress progress(!options.mVerbose, datasets.size(), inputs.TotalBytes());

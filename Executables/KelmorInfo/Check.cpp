@@ -86,7 +86,11 @@ class Checker {
   CheckResult Check() {
     try {
       CheckNames();
+      BeginReadingAhead();
       for (const Dataset& dataset : mDatasets) {
+        for (Inputs* files : {&mInputs, &mJoined}) {
+          files->Ahead().Reach(mResult.mDatasets);
+        }
         mProgress.Next("checking " + dataset.mpKind->mTitle);
         mpDataset = &dataset;
         CheckDataset();
@@ -109,6 +113,15 @@ class Checker {
         throw Difference{name + " is in " + mJoinedName + ", but not among what is joined"};
       }
     }
+  }
+
+  void BeginReadingAhead() const {
+    ReadAheadOf(mInputs, mDatasets);
+    std::vector<Dataset> inJoined = mDatasets;
+    for (Dataset& dataset : inJoined) {
+      dataset.mFiles.assign(mJoined[0].Exists(dataset.mName) ? 1 : 0, 0);
+    }
+    ReadAheadOf(mJoined, inJoined);
   }
 
   void CheckDataset() {
@@ -264,8 +277,8 @@ CheckResult CheckJoin(const std::string& joinedName, const JoinOptions& options)
   const std::vector<InputFile> files = TryFiles(options.mInputs);
   RequireAllOpen(joinedFile);
   RequireAllOpen(files);
-  Inputs joined({joinedName}, true);
-  Inputs inputs(options.mInputs, options.ReadsAll());
+  Inputs joined({joinedName}, ReadAhead::Need::All);
+  Inputs inputs(options.mInputs, options.Needs());
   const CheckResult result = Checker(joined, inputs, options).Check();
   RequireUnchanged(joinedFile, joined);
   RequireUnchanged(files, inputs);

@@ -15,8 +15,8 @@ namespace {
 constexpr int sFilesKeptOpen = 32;
 }  // namespace
 
-Inputs::Inputs(const MyVector<std::string>& filenames, bool areRead)
-    : mReadAhead(areRead ? filenames : MyVector<std::string>()), mNames(filenames) {
+Inputs::Inputs(const MyVector<std::string>& filenames, ReadAhead::Need need)
+    : mReadAhead(filenames, need), mNames(filenames) {
   // Handles can be neither copied nor moved; the view makes each in its place.
   int opened = 0;
   const auto open = [&](const std::string& filename) {

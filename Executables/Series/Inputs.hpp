@@ -15,7 +15,8 @@ class Inputs {
  public:
   /// Opens every file and reads its names. If all of them will be read, their bytes are brought
   /// into memory meanwhile.
-  explicit Inputs(const MyVector<std::string>& filenames, bool areRead = false);
+  explicit Inputs(const MyVector<std::string>& filenames,
+                  ReadAhead::Need need = ReadAhead::Need::Little);
 
   int Size() const { return static_cast<int>(mFiles.size()); }
   CachedH5File& operator[](int file) { return mFiles[file]; }
@@ -37,12 +38,16 @@ class Inputs {
     RequireSameAsOpened(file);
     OBJECT& object = mFiles[file].template GetObjectForRead<OBJECT>(name);
     RequireSameAsOpened(file);
+    if (mReadAhead.HasPlan()) {
+      const bool isReadAhead = mReadAhead.Reads(static_cast<std::size_t>(file));
+      mFiles[file].Hold().SetReadAhead(!isReadAhead);
+    }
     read(object);
     Release(file);
   }
 
-  /// Says that little of the file will be read.
-  void NeedLittleOf(int file) { mReadAhead.LeaveOut(static_cast<std::size_t>(file)); }
+  /// What brings the files into memory.
+  ReadAhead& Ahead() { return mReadAhead; }
 
   /// Does what visits the same object again and again: until it is done, what is opened in the
   /// files that stay open stays open as well.

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <string>
 
+#include "Executables/Series/ReadAhead.hpp"
 #include "Utils/CommandLine/CommandLineParser.hpp"
 #include "Utils/Containers/MyVector.hpp"
 
@@ -13,8 +14,10 @@ struct JoinOptions {
   enum class Output { Required, Optional };
   explicit JoinOptions(const CommandLineParser& parser, Output output = Output::Required);
 
-  /// Whether the run has a use for everything in the inputs, but for the steps that are wiped.
-  bool ReadsAll() const { return mSkip.empty(); }
+  /// How much of the inputs the run needs; that steps are wiped is not known yet.
+  ReadAhead::Need Needs() const {
+    return mSkip.empty() ? ReadAhead::Need::All : ReadAhead::Need::Parts;
+  }
 
   double mDeltaT;
   bool mVerbose;

@@ -1,5 +1,7 @@
 #include "Executables/Series/SeriesKinds.hpp"
 
+#include <utility>
+
 #include "Executables/Series/CoefSeries.hpp"
 #include "Executables/Series/TableSeries.hpp"
 #include "Executables/Series/TdmSeries.hpp"
@@ -43,6 +45,23 @@ std::vector<Dataset> FindDatasets(const Inputs& inputs, const std::string& skip)
     }
   }
   return datasets;
+}
+
+void ReadAheadOf(Inputs& inputs, const std::vector<Dataset>& datasets) {
+  if (!inputs.Ahead().NeedsPlan()) {
+    return;
+  }
+  ReadAhead::Plan plan;
+  for (const Dataset& dataset : datasets) {
+    std::vector<ReadAhead::Place>& places = plan.emplace_back();
+    for (const int file : dataset.mFiles) {
+      const haddr_t address = inputs[file].AddressOf(dataset.mName);
+      if (address != HADDR_UNDEF) {
+        places.push_back({static_cast<std::size_t>(file), address});
+      }
+    }
+  }
+  inputs.Ahead().Follow(std::move(plan));
 }
 
 std::unique_ptr<Series> MakeSeries(const SeriesRun& run, const Dataset& dataset) {

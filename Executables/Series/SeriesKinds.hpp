@@ -33,5 +33,9 @@ struct Dataset {
 /// The datasets that are not skipped, in the order in which they are joined.
 std::vector<Dataset> FindDatasets(const Inputs& inputs, const std::string& skip);
 
+/// Has the datasets read ahead of a run that comes to them in their order, and tells the inputs'
+/// Ahead() when it does.
+void ReadAheadOf(Inputs& inputs, const std::vector<Dataset>& datasets);
+
 /// The dataset must live as long as its series.
 std::unique_ptr<Series> MakeSeries(const SeriesRun& run, const Dataset& dataset);

@@ -111,7 +111,7 @@ void SteppedSeries::Select(bool noWipe) {
     mKeptRows += mInputs[i].mKeptRows;
     if (2 * mInputs[i].mKeptRows < mInputs[i].mRows) {
       // Other datasets of that segment are wiped as much.
-      mRun.mInputs.NeedLittleOf(mInputs[i].mFile);
+      mRun.mInputs.Ahead().LeaveOut(static_cast<std::size_t>(mInputs[i].mFile));
     }
   }
 }

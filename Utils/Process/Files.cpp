@@ -97,6 +97,10 @@ int Vexa::FileDescriptor::FlushToDisk() const {
   return fsync(mDescriptor) == 0 ? 0 : errno;
 }
 
+void Vexa::FileDescriptor::SetReadAhead(bool isWanted) const {
+  posix_fadvise(mDescriptor, 0, 0, isWanted ? POSIX_FADV_NORMAL : POSIX_FADV_RANDOM);
+}
+
 bool Vexa::FileDescriptor::HasName(const std::string& path) const {
   const Status own = StatusOf(mDescriptor);
   struct stat named;

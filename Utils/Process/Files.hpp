@@ -68,6 +68,9 @@ class FileDescriptor {
   bool Read(std::uint64_t position, void* bytes, std::size_t count) const;
   /// Returns once the contents are on the disk: 0, or the errno of the call that failed.
   int FlushToDisk() const;
+  /// Says whether the system is to read more than what is asked for, which then holds for whoever
+  /// gave the descriptor, too.
+  void SetReadAhead(bool isWanted) const;
   /// Returns what FileStamp() returns of a path that leads to the file.
   std::string Stamp() const;
   /// Whether `path` is a name of this file itself, not of a link to it.

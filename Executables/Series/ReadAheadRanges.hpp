@@ -1,0 +1,86 @@
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Executables/Series/ReadAhead.hpp"
+#include "Executables/Series/ReadAheadSource.hpp"
+
+/// Reads what datasets take, group after group. Whichever thread is free looks up where the next
+/// dataset lies in one file, or reads a piece of the group.
+class ReadAheadRanges : public ReadAhead::Work {
+ public:
+  /// If memory is short, what the run has left behind is not kept in it.
+  ReadAheadRanges(const std::vector<std::string>& paths, ReadAhead::Plan plan, bool isMemoryShort);
+
+  void Run() override;
+  void Reach(std::size_t dataset) override;
+  void LeaveOut(std::size_t file) override { mFiles[file].mIsLeftOut = true; }
+  bool Reads(std::size_t file) const override { return !mHasEnded && !mFiles[file].mIsLeftOut; }
+  void End() override;
+
+  /// The bytes [mBegin, mEnd) of a file.
+  struct Piece {
+    std::size_t mFile;
+    std::uint64_t mBegin;
+    std::uint64_t mEnd;
+  };
+
+ private:
+  struct File {
+    std::string mPath;
+    std::uint64_t mBytes = 0;
+    std::atomic<bool> mIsLeftOut = false;
+    std::once_flag mIsOpened;
+    std::shared_ptr<const ReadAheadSource> mpSource;  // of the first few, while they are read
+  };
+  struct Dataset {
+    std::vector<ReadAhead::Place> mPlaces;  // still to be looked up, the first one last
+    std::size_t mOnTheirWay = 0;            // places that threads are looking up
+    std::uint64_t mBytes = 0;
+    std::vector<Piece> mPieces;
+    bool IsKnown() const { return mPlaces.empty() && mOnTheirWay == 0; }
+  };
+  struct Group {
+    std::size_t mEnd;              // one past its last dataset
+    std::deque<Piece> mToRead;     // what of it is not on its way yet
+    std::vector<Piece> mToForget;  // all of it, if memory is short
+  };
+  struct Task {
+    enum class Kind { LookUp, Read, Release } mKind;
+    Piece mPiece;              // or a place, whose address is the beginning
+    std::size_t mDataset = 0;  // of the place
+  };
+
+  std::optional<Task> Next();
+  std::optional<Task> NextLookUp();
+  bool MakeGroup();
+  std::shared_ptr<const ReadAheadSource> SourceOf(std::size_t file);
+  void LookUp(const Task& task);
+  void Read(const Piece& piece);
+
+  std::vector<File> mFiles;
+  std::mutex mMutex;
+  std::condition_variable mChanged;
+  std::vector<Dataset> mDatasets;
+  std::size_t mNext = 0;              // the first dataset that has places to be looked up
+  std::size_t mKnown = 0;             // all datasets before it are looked up
+  std::size_t mUngrouped = 0;         // the first dataset that is in no group yet
+  std::uint64_t mKnownBytes = 0;      // of those that are looked up and in no group
+  std::uint64_t mUngroupedBytes = 0;  // of all in no group, as far as they are looked up
+  std::size_t mReached = 0;
+  std::deque<Group> mGroups;     // that the run has not left behind
+  std::deque<Piece> mToRelease;  // of those that it has
+  bool mIsMemoryShort;
+  std::uint64_t mGroupBytes;
+  std::atomic<bool> mHasRead = false;
+  std::atomic<bool> mHasEnded = false;
+};
