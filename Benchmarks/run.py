@@ -52,10 +52,14 @@ def parse_arguments():
         if name not in names:
             parser.error(f"no workload '{name}'")
     if arguments.wire:
-        settings = re.fullmatch(r"([\d.]+)us,([\d.]+)MB/s", arguments.wire)
+        number = r"(\d+(?:\.\d+)?)"
+        settings = re.fullmatch(number + "(us|ms)," + number + "MB/s", arguments.wire)
         if not settings:
-            parser.error("--wire is to look like 500us,500MB/s")
-        arguments.wire = settings[1], str(float(settings[2]) * 1e6)
+            parser.error("--wire is to look like 500us,500MB/s or 5ms,200MB/s")
+        microseconds = float(settings[1]) * {"us": 1, "ms": 1000}[settings[2]]
+        arguments.wire = str(microseconds), str(float(settings[3]) * 1e6)
+        if not (arguments.build / "Benchmarks/WireFs").exists():
+            parser.error("--wire needs WireFs, which is built where libfuse3 and pkg-config are")
         if not os.access("/dev/fuse", os.W_OK) or not shutil.which("fusermount3"):
             parser.error("--wire needs /dev/fuse, which is not there or not for you, and fusermount3")
     return arguments
