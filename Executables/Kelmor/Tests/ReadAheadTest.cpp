@@ -1,5 +1,6 @@
 #include "Executables/Series/ReadAhead.hpp"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -32,6 +33,7 @@ struct Cold {
   std::condition_variable mChanged;
   std::string mFolder;
   std::map<std::string, Pages> mPages;  // of each file
+  static constexpr char sForgotten[] = ", forgotten";
 };
 
 Cold& TheCold() {
@@ -41,7 +43,7 @@ Cold& TheCold() {
 
 thread_local std::int64_t tNanoseconds = 0;  // of that clock, once it stands still
 
-ssize_t Note(int descriptor, off_t at, ssize_t got) {
+ssize_t Note(int descriptor, off_t at, ssize_t got, const std::string& what = "") {
   Cold& cold = TheCold();
   const std::lock_guard lock(cold.mMutex);
   if (got <= 0 || cold.mFolder.empty()) {
@@ -55,7 +57,7 @@ ssize_t Note(int descriptor, off_t at, ssize_t got) {
       std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(descriptor), error);
   if (path.parent_path() == cold.mFolder) {
     for (off_t page = at / sPage; page < (at + got + sPage - 1) / sPage; ++page) {
-      const bool isNew = cold.mPages[path.filename()].insert(page).second;
+      const bool isNew = cold.mPages[path.filename().string() + what].insert(page).second;
       tNanoseconds += isNew ? 1000000 : 0;
     }
     cold.mChanged.notify_all();
@@ -71,6 +73,12 @@ extern "C" ssize_t pread(int descriptor, void* bytes, std::size_t count, off_t a
 }
 extern "C" ssize_t preadv(int descriptor, const iovec* parts, int count, off_t at) {
   return Note(descriptor, at, syscall(SYS_preadv, descriptor, parts, count, at, 0));
+}
+extern "C" int posix_fadvise(int descriptor, off_t at, off_t bytes, int advice) {
+  if (advice == POSIX_FADV_DONTNEED) {
+    Note(descriptor, at, bytes, Cold::sForgotten);
+  }
+  return 0;
 }
 extern "C" int clock_gettime(clockid_t clock, timespec* time) {
   const auto status = static_cast<int>(syscall(SYS_clock_gettime, clock, time));
@@ -195,7 +203,10 @@ Written Write(hid_t parent, const std::string& name, hsize_t values, hsize_t chu
 }
 
 TEST_F(ReadAheadTest, FollowsThePlan) {
+  const std::string huge = Fill("huge", 0);
+  ASSERT_EQ(truncate(huge.c_str(), off_t{1} << 42), 0);
   for (const H5F_libver_t oldest : {H5F_LIBVER_EARLIEST, H5F_LIBVER_V18}) {
+    const bool isMemoryShort = oldest == H5F_LIBVER_EARLIEST;
     const std::string name = "of version " + std::to_string(oldest);
     SCOPED_TRACE(name);
     const hid_t access = H5Pcreate(H5P_FILE_ACCESS);
@@ -214,13 +225,17 @@ TEST_F(ReadAheadTest, FollowsThePlan) {
     H5Fclose(file);
     Reset(mDir.Path().string());
 
-    ReadAhead readAhead(MyVector<std::string>({mDir / name}), ReadAhead::Need::Parts);
+    ReadAhead readAhead(isMemoryShort ? MyVector<std::string>({mDir / name, huge})
+                                      : MyVector<std::string>({mDir / name}),
+                        isMemoryShort ? ReadAhead::Need::All : ReadAhead::Need::Parts);
     ASSERT_TRUE(readAhead.NeedsPlan());
     readAhead.Follow({{{0, info.addr}}, {{0, second.mAddress}}, {{0, third.mAddress}}});
     EXPECT_TRUE(AreRead(name, first.mPages) && AreRead(name, second.mPages));
     EXPECT_LE(CountRead(name, third.mPages), 8);  // along with its header and its index
     readAhead.Reach(1);
     EXPECT_TRUE(AreRead(name, third.mPages));
+    EXPECT_TRUE(AreRead(name + Cold::sForgotten, isMemoryShort ? first.mPages : Pages()));
+    EXPECT_EQ(CountRead(name + Cold::sForgotten, isMemoryShort ? second.mPages : first.mPages), 0);
     EXPECT_LE(CountRead(name, unwanted.mPages) + CountRead(name, alsoUnwanted.mPages), 8);
   }
 }
