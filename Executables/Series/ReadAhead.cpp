@@ -2,6 +2,8 @@
 
 #include <pthread.h>
 
+#include <atomic>
+#include <condition_variable>
 #include <csignal>
 #include <cstdlib>
 #include <exception>
@@ -44,7 +46,8 @@ class WholeFiles : public ReadAhead::Work {
 
   void End() override {
     const std::lock_guard lock(mMutex);
-    mFirst = mFiles.size();
+    mHasEnded = true;
+    mChanged.notify_all();
   }
 
   void Run() override {
@@ -56,69 +59,76 @@ class WholeFiles : public ReadAhead::Work {
         source = ReadAheadSource(file.mPath);
         opened = piece.mFile;
       }
-      if (piece.mIsProbe) {
-        EndProbing(piece.mFile, source.IsInMemory(file.mBytes));
-      } else if (IsFirstRead()) {
-        if (!source.IsKept(piece.mAt, ReadAheadSource::sRequestBytes)) {
-          End();
-        }
-      } else if (source.Read(piece.mAt, ReadAheadSource::sRequestBytes).count() < 0) {
+      const bool isBeginning = piece.mAt == 0;
+      const bool isCold = !isBeginning || !source.IsInMemory(file.mBytes);
+      if (!isCold || !HasRead(source, piece.mAt)) {
         LeaveOut(piece.mFile);
+      }
+      if (isBeginning) {
+        EndBeginning(piece.mFile);
       }
     }
   }
 
  private:
-  enum class State { Unknown, Probed, Cold };
   struct File {
     std::string mPath;
     std::uint64_t mBytes;
     std::uint64_t mNext = 0;  // all before this is read, or on its way
-    State mState = State::Unknown;
+    bool mHasBegun = false;   // so that it is known to be left out, if it is
   };
   struct Piece {
     std::size_t mFile;
     std::uint64_t mAt = 0;
-    bool mIsProbe = false;
   };
 
-  // Returns what is to be read next, or a file beyond all if nothing is left.
+  // Returns what is to be read next, or a file beyond all if nothing is left. The beginnings of all
+  // files come first, as the run looks for names there before it reads anything else.
   Piece Next() {
-    const std::lock_guard lock(mMutex);
-    while (mFirst < mFiles.size() && mFiles[mFirst].mNext >= mFiles[mFirst].mBytes) {
-      ++mFirst;
+    std::unique_lock lock(mMutex);
+    if (!mHasEnded && mBegun < mFiles.size()) {
+      mFiles[mBegun].mNext += ReadAheadSource::sRequestBytes;
+      return {mBegun++};
     }
-    for (std::size_t i = mFirst; i < mFiles.size(); ++i) {
-      File& file = mFiles[i];
-      if (file.mNext < file.mBytes && file.mState == State::Unknown) {
-        file.mState = State::Probed;
-        return {i, 0, true};
+    while (!mHasEnded && mFirst < mFiles.size()) {
+      for (std::size_t i = mFirst; i < mFiles.size(); ++i) {
+        File& file = mFiles[i];
+        if (file.mHasBegun && file.mNext < file.mBytes) {
+          return {i, std::exchange(file.mNext, file.mNext + ReadAheadSource::sRequestBytes)};
+        }
+        mFirst += i == mFirst && file.mHasBegun ? 1 : 0;
       }
-      if (file.mNext < file.mBytes && file.mState == State::Cold) {
-        return {i, std::exchange(file.mNext, file.mNext + ReadAheadSource::sRequestBytes)};
+      if (mFirst < mFiles.size()) {
+        mChanged.wait(lock);
       }
     }
     return {mFiles.size()};
   }
 
-  void EndProbing(std::size_t file, bool isInMemory) {
-    if (isInMemory) {
-      LeaveOut(file);
-    } else {
-      const std::lock_guard lock(mMutex);
-      mFiles[file].mState = State::Cold;
-    }
+  void EndBeginning(std::size_t file) {
+    const std::lock_guard lock(mMutex);
+    mFiles[file].mHasBegun = true;
+    mChanged.notify_all();
   }
 
-  bool IsFirstRead() {
-    const std::lock_guard lock(mMutex);
-    return !std::exchange(mHasRead, true);
+  // Returns whether the file could be read.
+  bool HasRead(const ReadAheadSource& source, std::uint64_t at) {
+    if (mHasRead.exchange(true)) {
+      return source.Read(at, ReadAheadSource::sRequestBytes).count() >= 0;
+    }
+    if (!source.IsKept(at, ReadAheadSource::sRequestBytes)) {
+      End();
+    }
+    return true;
   }
 
   std::mutex mMutex;
   std::vector<File> mFiles;
+  std::condition_variable mChanged;
+  std::size_t mBegun = 0;  // so many files are begun, or on their way
   std::size_t mFirst = 0;  // all files before this one are done
-  bool mHasRead = false;
+  bool mHasEnded = false;
+  std::atomic<bool> mHasRead = false;
 };
 
 }  // namespace
