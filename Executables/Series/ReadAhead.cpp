@@ -172,7 +172,7 @@ void ReadAhead::LeaveOut(std::size_t file) {
   }
 }
 
-void ReadAhead::Begin(std::shared_ptr<Work> work, int threads) {
+void ReadAhead::Begin(const std::shared_ptr<Work>& work, int threads) {
   mpWork = work;
   // Signals are for the thread that the run is in.
   sigset_t all;

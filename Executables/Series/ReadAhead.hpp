@@ -70,7 +70,7 @@ class ReadAhead {
   };
 
  private:
-  void Begin(std::shared_ptr<Work> work, int threads);
+  void Begin(const std::shared_ptr<Work>& work, int threads);
 
   std::vector<std::string> mPaths;
   bool mIsMemoryShort = false;
