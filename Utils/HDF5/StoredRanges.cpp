@@ -13,6 +13,8 @@ constexpr unsigned sAttribute = 0x0C;
 constexpr unsigned sSymbolTable = 0x11;
 constexpr std::uint64_t sHeapCollectionBytes = 4096;
 constexpr std::uint64_t sUsualNodeBytes = 4096;
+// No object of ours has more, and what is damaged may seem to have any number.
+constexpr std::size_t sMostRanges = std::size_t{1} << 22;
 
 std::uint64_t Padded(std::uint64_t size) {
   return (size + 7) / 8 * 8;
@@ -28,11 +30,11 @@ class Finder {
   // Members of groups wait their turn, so that nothing is deep.
   std::vector<ByteRange> Find(std::uint64_t address) {
     mObjects.push_back(address);
-    while (!mObjects.empty() && mBytesLeft > 0) {
+    while (!mObjects.empty() && MayGoOn()) {
       const std::uint64_t object = mObjects.back();
       mObjects.pop_back();
       mMessages.ForEach(object, [this](std::uint64_t type, FileBytes data) { Take(type, data); });
-      while (!mNodes.empty() && mBytesLeft > 0) {
+      while (!mNodes.empty() && MayGoOn()) {
         const Node node = mNodes.back();
         mNodes.pop_back();
         TakeNode(node);
@@ -46,6 +48,10 @@ class Finder {
     std::uint64_t mAddress;
     std::size_t mKeyBytes;
   };
+
+  bool MayGoOn() const {
+    return mBytesLeft > 0 && mRanges.size() + mNodes.size() + mObjects.size() < sMostRanges;
+  }
 
   ReadBytes Budgeted() {
     return [this](std::uint64_t at, std::uint64_t count) {
