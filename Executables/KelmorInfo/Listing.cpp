@@ -244,10 +244,12 @@ Listing MakeListing(const JoinOptions& options) {
     Inputs inputs({file.mName});
     std::vector<Dataset> datasets = FindDatasets(inputs, options.mSkip);
     std::ranges::sort(datasets, {}, &Dataset::mName);
+    ReadAheadOf(inputs, datasets);
     Progress progress(true, datasets.size(), 0);
     const std::string stage = "listing file " + std::to_string(listing.mFiles.size()) + " of " +
                               std::to_string(files.size());
     for (const Dataset& dataset : datasets) {
+      inputs.Ahead().Reach(static_cast<std::size_t>(&dataset - datasets.data()));
       progress.Next(stage);
       const auto series = MakeSeries({inputs, options, progress}, dataset);
       const Facts& facts = listed.mDatasets.emplace_back(ReadFacts(*series, dataset, inputs[0]));

@@ -77,8 +77,10 @@ class Planner {
 
   Plan Make() {
     const std::vector<Dataset> datasets = FindDatasets(mInputs, mOptions.mSkip);
+    ReadAheadOf(mInputs, datasets);
     Progress progress(true, datasets.size(), 0);
     for (const Dataset& dataset : datasets) {
+      mInputs.Ahead().Reach(mPlan.mDatasets.size());
       progress.Next("planning");
       mPlan.mDatasets.push_back(PlanDataset(dataset, progress));
       mPlan.mBytes += mPlan.mDatasets.back().mBytes;

@@ -16,7 +16,7 @@ class Inputs {
   /// Opens every file and reads its names. If all of them will be read, their bytes are brought
   /// into memory meanwhile.
   explicit Inputs(const MyVector<std::string>& filenames,
-                  ReadAhead::Need need = ReadAhead::Need::Little);
+                  ReadAhead::Need need = ReadAhead::Need::Times);
 
   int Size() const { return static_cast<int>(mFiles.size()); }
   CachedH5File& operator[](int file) { return mFiles[file]; }

@@ -134,14 +134,14 @@ class WholeFiles : public ReadAhead::Work {
 }  // namespace
 
 ReadAhead::ReadAhead(const MyVector<std::string>& paths, Need need)
-    : mPaths(paths.begin(), paths.end()) {
-  if (need == Need::Little || std::getenv("VEXA_NO_READ_AHEAD") != nullptr) {
+    : mPaths(paths.begin(), paths.end()), mNeed(need) {
+  if (std::getenv("VEXA_NO_READ_AHEAD") != nullptr) {
     return;
   }
   const auto work = std::make_shared<WholeFiles>(mPaths);
   const std::uint64_t bytes = work->TotalBytes();
   mIsMemoryShort = bytes > Vexa::MemoryLeft() / 2;
-  mNeedsPlan = bytes >= sLeastBytes && (need == Need::Parts || mIsMemoryShort);
+  mNeedsPlan = bytes >= sLeastBytes && (need != Need::All || mIsMemoryShort);
   if (bytes >= sLeastBytes && !mNeedsPlan) {
     Begin(work, sThreads);
   }
@@ -155,7 +155,9 @@ ReadAhead::~ReadAhead() {
 
 void ReadAhead::Follow(Plan plan) {
   if (mNeedsPlan) {
-    Begin(std::make_shared<ReadAheadRanges>(mPaths, std::move(plan), mIsMemoryShort),
+    const auto wanted =
+        mNeed == Need::Times ? Vexa_H5::WantedValues::Times : Vexa_H5::WantedValues::All;
+    Begin(std::make_shared<ReadAheadRanges>(mPaths, std::move(plan), wanted, mIsMemoryShort),
           sThreadsForRanges);
   }
 }

@@ -14,9 +14,9 @@
 /// throw away what they read.
 ///
 /// If all of the files is needed and they fit in half of the memory that is left, they are read
-/// from front to back. Else only what the datasets take is read, those together that fit in an
-/// eighth of the memory, in the order of the files, and two such groups at most beyond the dataset
-/// that the run has come to.
+/// from front to back. Else only what is needed of the datasets is read, those together that fit in
+/// an eighth of the memory, in the order of the files, and two such groups at most beyond the
+/// dataset that the run has come to.
 ///
 /// It reads nothing where that would not help: files that are in memory already, which is told by
 /// the time that probes take, as the system tells only the owner; files of systems that keep
@@ -34,8 +34,9 @@ class ReadAhead {
   /// The places of each dataset, in the order in which the run comes to them.
   using Plan = std::vector<std::vector<Place>>;
 
-  /// How much of the files the run needs.
-  enum class Need { Little, Parts, All };
+  /// How much of the files the run needs: what describes the datasets, and their times; all of some
+  /// datasets; all of them.
+  enum class Need { Times, Parts, All };
   /// Takes files that need not exist. If all of them is needed and they fit, begins at once.
   ReadAhead(const MyVector<std::string>& paths, Need need);
   /// Waits for nothing: a request that is on its way may end after this object.
@@ -73,6 +74,7 @@ class ReadAhead {
   void Begin(const std::shared_ptr<Work>& work, int threads);
 
   std::vector<std::string> mPaths;
+  Need mNeed;
   bool mIsMemoryShort = false;
   bool mNeedsPlan = false;
   std::shared_ptr<Work> mpWork;  // null if there is nothing to do

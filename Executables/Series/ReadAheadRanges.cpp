@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "Utils/HDF5/StoredRanges.hpp"
 #include "Utils/Process/Memory.hpp"
 
 namespace {
@@ -55,9 +54,10 @@ std::uint64_t GroupBytes() {
 }  // namespace
 
 ReadAheadRanges::ReadAheadRanges(const std::vector<std::string>& paths, ReadAhead::Plan plan,
-                                 bool isMemoryShort)
+                                 Vexa_H5::WantedValues wanted, bool isMemoryShort)
     : mFiles(paths.size()),
       mDatasets(plan.size()),
+      mWanted(wanted),
       mIsMemoryShort(isMemoryShort),
       mGroupBytes(std::min(sFirstGroupBytes, GroupBytes())) {
   for (std::size_t i = 0; i < paths.size(); ++i) {
@@ -211,7 +211,7 @@ void ReadAheadRanges::LookUp(const Task& task) {
       return source->Bytes(at, count);
     };
     for (const auto& [begin, end] :
-         Vexa_H5::StoredRanges(task.mPiece.mBegin, mFiles[file].mBytes, read)) {
+         Vexa_H5::StoredRanges(task.mPiece.mBegin, mFiles[file].mBytes, read, mWanted)) {
       pieces.push_back({file, begin, end});
     }
     pieces = Merged(std::move(pieces), false);

@@ -13,13 +13,15 @@
 
 #include "Executables/Series/ReadAhead.hpp"
 #include "Executables/Series/ReadAheadSource.hpp"
+#include "Utils/HDF5/StoredRanges.hpp"
 
 /// Reads what datasets take, group after group. Whichever thread is free looks up where the next
 /// dataset lies in one file, or reads a piece of the group.
 class ReadAheadRanges : public ReadAhead::Work {
  public:
   /// If memory is short, what the run has left behind is not kept in it.
-  ReadAheadRanges(const std::vector<std::string>& paths, ReadAhead::Plan plan, bool isMemoryShort);
+  ReadAheadRanges(const std::vector<std::string>& paths, ReadAhead::Plan plan,
+                  Vexa_H5::WantedValues wanted, bool isMemoryShort);
 
   void Run() override;
   void Reach(std::size_t dataset) override;
@@ -79,6 +81,7 @@ class ReadAheadRanges : public ReadAhead::Work {
   std::size_t mReached = 0;
   std::deque<Group> mGroups;     // that the run has not left behind
   std::deque<Piece> mToRelease;  // of those that it has
+  Vexa_H5::WantedValues mWanted;
   bool mIsMemoryShort;
   std::uint64_t mGroupBytes;
   std::atomic<bool> mHasRead = false;

@@ -7,6 +7,7 @@ namespace Vexa_H5 {
 namespace {
 
 constexpr std::size_t sNumberBytes = 8;  // of an address, and of a size
+constexpr unsigned sDataspace = 0x01;
 constexpr unsigned sLink = 0x06;
 constexpr unsigned sLayout = 0x08;
 constexpr unsigned sAttribute = 0x0C;
@@ -22,8 +23,9 @@ std::uint64_t Padded(std::uint64_t size) {
 
 class Finder {
  public:
-  Finder(std::uint64_t fileSize, const ReadBytes& read)
+  Finder(std::uint64_t fileSize, const ReadBytes& read, WantedValues wanted)
       : mRead(read),
+        mWantsAll(wanted == WantedValues::All),
         mBytesLeft(fileSize),
         mMessages{sNumberBytes, sNumberBytes, fileSize, Budgeted()} {}
 
@@ -33,6 +35,7 @@ class Finder {
     while (!mObjects.empty() && MayGoOn()) {
       const std::uint64_t object = mObjects.back();
       mObjects.pop_back();
+      mColumns = 1;
       mMessages.ForEach(object, [this](std::uint64_t type, FileBytes data) { Take(type, data); });
       while (!mNodes.empty() && MayGoOn()) {
         const Node node = mNodes.back();
@@ -65,7 +68,11 @@ class Finder {
   }
 
   void Take(std::uint64_t type, FileBytes data) {
-    if (type == sLayout) {
+    if (type == sDataspace) {
+      const std::size_t dimsAt = NumberAt(data, 0, 1) == 1 ? 8 : 4;
+      const std::uint64_t rank = NumberAt(data, 1, 1);
+      mColumns = rank == 2 ? NumberAt(data, dimsAt + sNumberBytes, sNumberBytes) : 1;
+    } else if (type == sLayout) {
       TakeLayout(data);
     } else if (type == sAttribute) {
       TakeAttribute(data);
@@ -81,7 +88,7 @@ class Finder {
     const std::uint64_t layout = NumberAt(data, 1, 1);
     constexpr unsigned contiguous = 1;
     constexpr unsigned chunked = 2;
-    if ((version == 3 || version == 4) && layout == contiguous) {
+    if (mWantsAll && (version == 3 || version == 4) && layout == contiguous) {
       Add(NumberAt(data, 2, sNumberBytes), NumberAt(data, 10, sNumberBytes));
     } else if (version == 3 && layout == chunked) {
       const std::size_t dimensions = NumberAt(data, 2, 1);  // and one for the bytes of an element
@@ -149,7 +156,10 @@ class Finder {
       const std::size_t at = begin + i * entryBytes;
       const std::uint64_t address = NumberAt(bytes, at + node.mKeyBytes, sNumberBytes);
       if (isLeaf && hasChunks) {
-        Add(address, NumberAt(bytes, at, 4));
+        const std::uint64_t column = NumberAt(bytes, at + 8 + sNumberBytes, sNumberBytes);
+        if (mWantsAll || (mColumns > 1 && column == 0)) {
+          Add(address, NumberAt(bytes, at, 4));
+        }
       } else {
         mNodes.push_back({address, node.mKeyBytes});
       }
@@ -175,6 +185,8 @@ class Finder {
   }
 
   const ReadBytes& mRead;
+  bool mWantsAll;
+  std::uint64_t mColumns = 1;  // of the object
   std::uint64_t mBytesLeft;
   HeaderMessages mMessages;
   std::vector<std::uint64_t> mObjects;
@@ -195,8 +207,8 @@ bool HasKnownAddresses(const ReadBytes& read) {
 }
 
 std::vector<ByteRange> StoredRanges(std::uint64_t address, std::uint64_t fileSize,
-                                    const ReadBytes& read) {
-  return Finder(fileSize, read).Find(address);
+                                    const ReadBytes& read, WantedValues wanted) {
+  return Finder(fileSize, read, wanted).Find(address);
 }
 
 }  // namespace Vexa_H5

@@ -20,11 +20,15 @@ using ReadBytes = HeaderMessages::Read;
 /// Whether StoredRanges() can tell anything of the file.
 bool HasKnownAddresses(const ReadBytes& read);
 
+/// The values that are looked for: all, or only the first column of each table of several, which is
+/// where times are.
+enum class WantedValues { All, Times };
+
 /// Returns, in no order, where the values of the object at this address are and the strings of its
 /// attributes; of a group, those of its members. Headers and indices are read for that, and are not
 /// told. What it does not understand is left out: newer indices than the tree of version 1, large
 /// groups. So is what is damaged, and whatever it says, no more is read than the file has bytes.
 std::vector<ByteRange> StoredRanges(std::uint64_t address, std::uint64_t fileSize,
-                                    const ReadBytes& read);
+                                    const ReadBytes& read, WantedValues wanted);
 
 }  // namespace Vexa_H5

@@ -149,7 +149,7 @@ TEST_F(ReadAheadTest, ReadsNothingInVain) {
   setenv("VEXA_NO_READ_AHEAD", "", 1);
   const ReadAhead none(MyVector<std::string>({unwanted}), ReadAhead::Need::All);
   unsetenv("VEXA_NO_READ_AHEAD");
-  const ReadAhead little(MyVector<std::string>({unwanted}), ReadAhead::Need::Little);
+  const ReadAhead little(MyVector<std::string>({unwanted}), ReadAhead::Need::Times);
   const ReadAhead few(MyVector<std::string>({Fill("few", 2)}), ReadAhead::Need::All);
   const Pages all = Range(0, 600 * sPage);
   {
