@@ -70,6 +70,34 @@ herr_t PrepareForExternalFile(const char* parentFile, const char*, const char* c
   }
 }
 
+// Names that the library hands to a callback.
+class NameList {
+ public:
+  explicit NameList(hid_t object_id)
+      : mMost(std::max<std::uint64_t>(FileSizeOf(object_id), 65536)) {}
+  // Returns what the callback is to return.
+  herr_t Append(const char* name, haddr_t address) noexcept {
+    try {
+      mMembers.push_back({name, address});
+    } catch (...) {
+      return -1;  // an exception must not pass through the library
+    }
+    return mMembers.size() <= mMost ? 0 : -1;
+  }
+
+  std::vector<Vexa_H5::GroupMember> mMembers;
+
+ private:
+  // A damaged tree of names can lead back into itself: there are no more than the file has bytes.
+  std::uint64_t mMost;
+};
+
+std::vector<std::string> NamesOf(const std::vector<Vexa_H5::GroupMember>& members) {
+  std::vector<std::string> names;
+  std::ranges::transform(members, std::back_inserter(names), &Vexa_H5::GroupMember::mName);
+  return names;
+}
+
 // Removes a file that this process has just created and could not fill. A file that is larger than
 // one without objects has taken its place, and stays.
 void RemoveNewFile(const std::string& path) {
@@ -216,28 +244,38 @@ hid_t Vexa_H5::OpenFile(const std::string& path, H5AccessType access, int verbos
   return file_id;
 }
 
+std::vector<std::string> Vexa_H5::AttributeNames(hid_t object_id, int verbosity) {
+  const Vexa::ReportAs label("H5_Utils");
+  const Trace trace(verbosity);
+  NameList list(object_id);
+  const auto append = [](hid_t, const char* name, const H5A_info_t*, void* data) {
+    return static_cast<NameList*>(data)->Append(name, HADDR_UNDEF);
+  };
+  hsize_t next = 0;
+  const herr_t err =
+      trace(5, H5Aiterate2(object_id, H5_INDEX_NAME, H5_ITER_INC, &next, append, &list),
+            "H5Aiterate2(", object_id, ")");
+  REQUIRE(err==0, "H5Aiterate2 failed on id=" << object_id);
+  return NamesOf(list.mMembers);
+}
+
 std::vector<Vexa_H5::GroupMember> Vexa_H5::ReadGroupMembers(hid_t group_id, int verbosity) {
   const Vexa::ReportAs label("H5_Utils");
   const Trace trace(verbosity);
-  // A damaged tree of links can lead back into itself: there are no more than the file has bytes.
-  struct {
-    std::vector<GroupMember> mMembers;
-    std::uint64_t mMost;
-  } list = {{}, std::max<std::uint64_t>(FileSizeOf(group_id), 65536)};
-  const auto append = [](hid_t, const char* name, const H5L_info_t* info, void* data) -> herr_t {
-    auto& [members, most] = *static_cast<decltype(list)*>(data);
-    try {
-      members.push_back({name, info->type == H5L_TYPE_HARD ? info->u.address : HADDR_UNDEF});
-    } catch (...) {
-      return -1;  // an exception must not pass through the library
-    }
-    return members.size() <= most ? 0 : -1;
+  NameList list(group_id);
+  const auto append = [](hid_t, const char* name, const H5L_info_t* info, void* data) {
+    return static_cast<NameList*>(data)->Append(
+        name, info->type == H5L_TYPE_HARD ? info->u.address : HADDR_UNDEF);
   };
   const herr_t err =
       trace(5, H5Literate(group_id, H5_INDEX_NAME, H5_ITER_INC, nullptr, append, &list),
             "H5Literate(", group_id, ")");
   REQUIRE(err==0, "H5Literate failed on id=" << group_id);
-  return list.mMembers;
+  return std::move(list.mMembers);
+}
+
+MyVector<std::string> Vexa_H5::ReadGroupNames(hid_t group_id, int verbosity) {
+  return MyVector<std::string>(NamesOf(ReadGroupMembers(group_id, verbosity)));
 }
 
 std::vector<hsize_t> Vexa_H5::Extents(hid_t space_id) {

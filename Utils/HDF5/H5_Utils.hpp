@@ -75,6 +75,12 @@ template <class T>
 std::vector<T> RetrieveAttributes(hid_t id, const std::string& name, bool allowMissing,
                                   int verbosity);
 
+/// Returns the names of all attributes of an object, ascending by bytes.
+std::vector<std::string> AttributeNames(hid_t object_id, int verbosity);
+
+/// Returns the names of all links in a group, ascending by bytes.
+MyVector<std::string> ReadGroupNames(hid_t group_id, int verbosity);
+
 /// A link in a group.
 struct GroupMember {
   std::string mName;

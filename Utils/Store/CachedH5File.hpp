@@ -87,6 +87,11 @@ class CachedH5File {
   /// See H5_File::GetNames.
   MyVector<std::string> GetNames(const std::string& glob, bool recursive) const;
 
+  /// See H5_File::GroupsWithAttributes.
+  const std::vector<std::string>& GroupsWithAttributes() const {
+    return mpFile->GroupsWithAttributes();
+  }
+
   /// Returns the object for reading, open. Fails if it does not exist, or is not of the kind; and
   /// through a ReadOnly handle, if all of it waits in memory because another program has the file
   /// open.

@@ -31,6 +31,9 @@ class DataSet : public H5_Object {
     mIsExistenceKnown = isFileNew;
   }
   void DropIds() override { mMy_id = -1; }
+  std::vector<std::string> ForeignParts() const override {
+    return Vexa::ForeignAttributes(mMy_id, OwnAttribute(), mTrace.Verbosity());
+  }
 
   /// Returns how the open dataset lies on disk.
   Tables::Storage Storage() const;
@@ -41,6 +44,9 @@ class DataSet : public H5_Object {
   /// `label` is the kind's own in reports, such as "H5_ObjectDat"; a literal.
   DataSet(const char* label, const std::string& name, bool existsInFile, int verbosity)
       : mLabel(label), mName(name), mExistsInFile(existsInFile), mTrace(verbosity) {}
+
+  /// Returns the name of the attribute that the kind writes; empty if it writes none.
+  virtual std::string OwnAttribute() const { return ""; }
 
   /// Fails with "Existence of group is inconsistently reported ..." unless the file agrees with
   /// mExistsInFile about the link.

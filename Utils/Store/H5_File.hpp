@@ -133,6 +133,9 @@ class H5_File {
   /// ascending by bytes. Groups are descended into, whatever `recursive` says, and never listed.
   MyVector<std::string> GetNames(const std::string& glob, bool recursive) const;
 
+  /// Returns the full names of the groups that had attributes when the tree was read.
+  const std::vector<std::string>& GroupsWithAttributes() const { return mGroupsWithAttributes; }
+
   /// At most one CachedH5File at a time stands for a file.
   bool HasHandle() const { return mpHandle != nullptr; }
   /// Takes the handle's pointer to this file, which becomes null when the file goes, or null when
@@ -178,5 +181,6 @@ class H5_File {
   std::uint64_t mNodes = 0;
   std::uint64_t mMostNodes = 0;            // a file of this size has no room for more
   std::vector<const H5_Node*> mOpenNodes;  // in the order of opening
-  std::unique_ptr<H5_Node> mpRoot;         // null only until the file was opened
+  std::vector<std::string> mGroupsWithAttributes;
+  std::unique_ptr<H5_Node> mpRoot;  // null only until the file was opened
 };

@@ -99,6 +99,9 @@ void H5_Node::InitChildrenFromDir(const Ancestors* above) {
   REQUIRE(err>=0, "H5Oget_info failed");
   const Ancestors here{above, info.fileno, info.addr, above == nullptr ? 0 : above->mDepth + 1};
   RequireNoCycle(here);
+  if (info.num_attrs > 0) {
+    mpFile->mGroupsWithAttributes.push_back(fullName);
+  }
 
   std::string unidentified;
   mAddress = above == nullptr ? info.addr : mAddress;

@@ -10,6 +10,7 @@
 #include <iosfwd>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "Utils/Factory/EnableCreation.hpp"
 
@@ -50,6 +51,9 @@ class H5_Object : public Factory::EnableCreation<H5_Object, const std::string&, 
   virtual void CloseObject() = 0;
   /// Forgets the identifiers, which are void because the library has ended.
   virtual void DropIds() = 0;
+  /// Names what the open object has in the file besides what its kind writes, such as
+  /// "attribute 'units'" or "member 'notes'". No join carries it over.
+  virtual std::vector<std::string> ForeignParts() const = 0;
   /// Describes the object on one line, without a newline, for listings.
   virtual std::ostream& Output(std::ostream& os, const std::string& indent) const = 0;
 
@@ -76,5 +80,8 @@ namespace Vexa {
 /// Whether a destructor may end the process over an object left open or unwritten: not while
 /// another failure is on its way, whose report would be lost.
 bool MayCheckInDestructor();
+
+/// Names the attributes of an open group or dataset but for `own`, as ForeignParts() does.
+std::vector<std::string> ForeignAttributes(hid_t id, const std::string& own, int verbosity);
 
 }  // namespace Vexa

@@ -101,6 +101,7 @@ class Dat : public DataSet, public Factory::Register<Dat> {
   const Tables::TableLayout& Layout() const { return mLayout; }
 
  private:
+  std::string OwnAttribute() const override { return "Legend"; }
   Tables::OpenTable Table() const { return {mMy_id, mLayout, mName, mTrace}; }
   void TakeLayout();
   void WriteCacheDetail(std::uint64_t rows,

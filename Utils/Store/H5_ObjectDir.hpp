@@ -36,6 +36,9 @@ class Dir : public H5_Object, public Factory::Register<Dir> {
   }
   void CloseObject() override;
   void DropIds() override { mGroup_id = -1; }
+  std::vector<std::string> ForeignParts() const override {
+    return Vexa::ForeignAttributes(mGroup_id, "", mTrace.Verbosity());
+  }
   std::ostream& Output(std::ostream& os, const std::string& indent) const override;
 
   /// Does so, and returns whether the group existed.

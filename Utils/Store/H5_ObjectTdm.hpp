@@ -72,6 +72,7 @@ class Tdm : public IndexedGroup, public Factory::Register<Tdm> {
  protected:
   void OpenAttributes(bool existedBefore) override;
   bool IsWholeStep(std::span<const double> extents, double values) const override;
+  std::string OwnAttribute() const override { return "TensorSpec"; }
   std::uint64_t ExtraColumns() const override { return static_cast<std::uint64_t>(mDataMeshDim); }
 
  private:

@@ -47,6 +47,7 @@ class Version : public StringDataSet, public Factory::Register<Version> {
  protected:
   void TakeExisting(const std::vector<hsize_t>& currdims) override;
   void AttachAttributes() override;
+  std::string OwnAttribute() const override { return "Version"; }
   std::vector<std::string> WaitingStrings() const override;
   /// Fails with "This can be written only once, " if the file holds a history already.
   void RequireWritable(const std::vector<std::string>& strings) const override;

@@ -11,6 +11,10 @@
 
 namespace H5_Objects {
 
+namespace {
+constexpr char sIndexName[] = "index.dat";
+}  // namespace
+
 Step StepIndex::At(std::uint64_t step) const {
   Step at{Begin(step), mEnds[step], {}};
   for (const std::vector<double>& column : mExtras) {
@@ -26,7 +30,8 @@ IndexedGroup::IndexedGroup(const std::string& kind, const std::string& name,
       mName(name),
       mTrace(verbosity),
       mGroup(name, existsOnDisk, verbosity),
-      mIndex("index.dat", existsOnDisk, verbosity),
+      mIndex(sIndexName, existsOnDisk, verbosity),
+      mValuesName(valuesName),
       mValues(valuesName, existsOnDisk, verbosity) {}
 
 IndexedGroup::~IndexedGroup() {
@@ -62,6 +67,22 @@ void IndexedGroup::OpenObject(hid_t parentGroupId) {
                    "internal error.  Values of " << mName << " have " << valueColumns
                                                  << " columns instead of 1");
   ReportCacheSize();
+}
+
+std::vector<std::string> IndexedGroup::ForeignParts() const {
+  std::vector<std::string> foreign =
+      Vexa::ForeignAttributes(GroupId(), OwnAttribute(), mTrace.Verbosity());
+  for (const std::string& name : mGroup.ReadGroupsFromDisk()) {
+    if (name != sIndexName && name != mValuesName) {
+      foreign.push_back("member '" + name + "'");
+    }
+  }
+  for (const Dat* table : {&mIndex, &mValues}) {
+    for (const std::string& part : table->ForeignParts()) {
+      foreign.push_back(part + " of " + (table == &mIndex ? sIndexName : mValuesName));
+    }
+  }
+  return foreign;
 }
 
 void IndexedGroup::CloseObject() {

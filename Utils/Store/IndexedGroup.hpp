@@ -56,6 +56,7 @@ class IndexedGroup : public H5_Object {
   std::uint64_t NTimeStepsCached() const override { return mCachedSteps.Size(); }
   std::uint64_t SizeOfCache() const override;
   std::uint64_t StepsInFile() const override { return mIndex.StepsInFile(); }
+  std::vector<std::string> ForeignParts() const override;
 
   /// Returns the number of steps, waiting ones in the index table included. This and the
   /// descriptions fail with "Must call Initialize or OpenObject first".
@@ -101,6 +102,8 @@ class IndexedGroup : public H5_Object {
   /// Adds a step to the cache: reserves room for `count` values, which the caller fills.
   std::span<double> AppendStep(double time, std::span<const double> extras, std::uint64_t count);
 
+  /// Returns the name of the group's attribute that the kind writes; empty if it writes none.
+  virtual std::string OwnAttribute() const { return ""; }
   /// Does the kind's own part of opening the group: its attributes. Called when the group is open.
   virtual void OpenAttributes(bool /*existedBefore*/) {}
 
@@ -132,6 +135,7 @@ class IndexedGroup : public H5_Object {
 
   Dir mGroup;
   Dat mIndex;
+  std::string mValuesName;
   Dat mValues;
   StepIndex mCachedSteps;
   std::vector<double> mCachedValues;
