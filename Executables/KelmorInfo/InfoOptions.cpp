@@ -51,7 +51,8 @@ Note: the order of files is SIGNIFICANT with -plan and -check.
 
 BASIC OPTIONS:
   -plan           # Say what Kelmor would do with these files: which
-                  # time-steps it would keep, and what disagrees.
+                  # time-steps it would keep, what disagrees, and
+                  # what would be lost without a word.
   -svg string     # With or instead of -plan: draw the plan to a new file.
   -check string   # Prove that this file is what Kelmor makes of the others.
   -json           # Print as JSON (not with -check).

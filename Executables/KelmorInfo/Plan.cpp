@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "Executables/KelmorInfo/PlanWarnings.hpp"
 #include "Executables/KelmorInfo/Text.hpp"
 #include "Executables/Series/SteppedSeries.hpp"
 #include "Utils/ErrorHandling/CodeError.hpp"
@@ -63,7 +64,8 @@ void PlanFile(PlannedFile& planned, const MyVector<double>& times, const std::ve
 
 class Planner {
  public:
-  explicit Planner(const JoinOptions& options) : mOptions(options), mInputs(TryInputs()) {
+  explicit Planner(const JoinOptions& options)
+      : mOptions(options), mInputs(TryInputs()), mWarnings(mInputs, mOptions) {
     mPlan.mDeltaT = options.mDeltaT;
     mPlan.mNoWipe = options.mNoWipe;
     if (const std::string& output = options.mOutput; FileExists(output)) {
@@ -85,6 +87,8 @@ class Planner {
       mPlan.mDatasets.push_back(PlanDataset(dataset, progress));
       mPlan.mBytes += mPlan.mDatasets.back().mBytes;
     }
+    mWarnings.LookAtGroups();
+    mPlan.mWarnings = mWarnings.Finish();
     return std::move(mPlan);
   }
 
@@ -125,6 +129,7 @@ class Planner {
     if (auto* stepped = dynamic_cast<SteppedSeries*>(series.get())) {
       PlanSteps(*stepped);
     }
+    mWarnings.LookAt(dataset, *series, mSteps);
     planned.mBytes = series->Bytes();
     planned.mAgrees = mPlan.mDisagreements.size() == before;
     planned.mSteps = ShareSteps();
@@ -199,9 +204,14 @@ class Planner {
   std::vector<int> mNumbers;  // of the inputs, among all files of the plan
   Inputs mInputs;             // the files that open
   PlannedSteps mSteps;        // of the dataset that is being planned
+  PlanWarnings mWarnings;
 };
 
 }  // namespace
+
+std::string PlanWarning::About(std::size_t most) const {
+  return ListNames(mDatasets, most);
+}
 
 Plan MakePlan(const JoinOptions& options) {
   const Vexa_H5::MuteH5Errors mute;

@@ -75,6 +75,22 @@ struct Disagreement {
   }
 };
 
+/// What a join would do in silence although nobody may want it.
+struct PlanWarning {
+  /// "time": steps lie where the joined series has none; "nan": times are no numbers; "order":
+  /// steps or files go backwards in time; "legend": legends differ. For these kelmor-run refuses a
+  /// join. "wiped": nothing is kept of a file; "gap"; "missing": files between others lack the
+  /// dataset; "dropped": something is not carried over.
+  std::string mKind;
+  std::string mText;
+  std::vector<std::string> mFiles;     // about which it is; of files out of order, the right order
+  std::vector<std::string> mDatasets;  // or groups; at least one
+  std::vector<PlannedValue> mValues;   // of the first dataset
+
+  /// "/x.dat, /y.dat and 7 more": about `most` of the datasets.
+  std::string About(std::size_t most) const;
+};
+
 struct Plan {
   std::vector<InputFile> mFiles;
   double mDeltaT = 0;
@@ -82,6 +98,7 @@ struct Plan {
   std::vector<PlannedDataset> mDatasets;  // in the order of joining
   std::vector<PlannedSteps> mSteps;       // each different from the others
   std::vector<Disagreement> mDisagreements;
+  std::vector<PlanWarning> mWarnings;
   std::uint64_t mBytes = 0;
 
   bool Joins() const { return mDisagreements.empty(); }

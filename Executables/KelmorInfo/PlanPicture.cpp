@@ -22,9 +22,11 @@ constexpr double sMargin = 24;
 constexpr double sCountsWidth = 72;  // right of the bars
 constexpr std::size_t sMostPanels = 60;
 constexpr std::size_t sMostDisagreements = 8;
+constexpr std::size_t sMostWarnings = 8;
 
 constexpr char sInk[] = "fill=\"#222\"";
 constexpr char sGrey[] = "fill=\"#767676\"";
+constexpr char sAmber[] = "fill=\"#8a5a00\"";
 constexpr char sRed[] = "fill=\"#b3261e\"";
 constexpr char sKept[] = "fill=\"#2f6690\"";
 constexpr char sJoined[] = "fill=\"#1b2f40\"";
@@ -79,6 +81,7 @@ class Picture {
 
   std::string Draw() {
     DrawHeader();
+    DrawWarnings();
     std::size_t panels = 0;
     for (const PlannedSteps& steps : mPlan.mSteps) {
       if (steps.mHasTimes && ++panels <= sMostPanels) {
@@ -331,6 +334,20 @@ class Picture {
                    (left > 0 ? " and " + Counted(left, "other") : ""),
                sGrey);
     }
+  }
+
+  void DrawWarnings() {
+    const std::vector<PlanWarning>& all = mPlan.mWarnings;
+    for (const PlanWarning& one : all | std::views::take(sMostWarnings)) {
+      const PlannedValue& value = one.mValues.front();
+      DrawNote(one.mKind + ": " + one.About(1) + ": " + value.mValue +
+                   (value.mFiles.empty() ? "" : " in ") + ListNames(value.mFiles, 2),
+               sAmber);
+    }
+    if (all.size() > sMostWarnings) {
+      DrawNote("and " + Counted(all.size() - sMostWarnings, "more warning"), sAmber);
+    }
+    mY += all.empty() ? 0 : 6;
   }
 
   void DrawDisagreements() {

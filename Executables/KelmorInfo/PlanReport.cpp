@@ -1,5 +1,7 @@
 #include "Executables/KelmorInfo/PlanReport.hpp"
 
+#include <algorithm>
+#include <span>
 #include <sstream>
 
 #include "Executables/KelmorInfo/Json.hpp"
@@ -15,9 +17,8 @@ std::string Wiped(const PlannedFile& file, bool verbose) {
   std::size_t ranges = 0;
   for (const PlanPiece& piece : file.mPieces) {
     if (!piece.mIsKept && (++ranges <= mostRanges || verbose)) {
-      text += (text.empty() ? "" : ", ") + Counted(piece.mSteps, "step") +
-              " at t = " + RoundTrip(piece.mFirst) +
-              (piece.mFirst == piece.mLast ? "" : " ... " + RoundTrip(piece.mLast));
+      text += (text.empty() ? "" : ", ") + Counted(piece.mSteps, "step") + " at " +
+              TimeSpan(piece.mFirst, piece.mLast);
     }
   }
   if (ranges > mostRanges && !verbose) {
@@ -43,16 +44,51 @@ void PrintSteps(std::ostream& os, const Plan& plan, const PlannedSteps& steps, b
   }
 }
 
+// Tells what some files have where others have something else.
+void PrintValues(std::ostream& os, std::span<const PlannedValue> values, bool verbose) {
+  for (const PlannedValue& value : values) {
+    const std::size_t most = verbose ? value.mFiles.size() : 6;
+    const std::string files = (value.mFiles.empty() ? "" : " in ") + ListNames(value.mFiles, most);
+    os << "      " << Vexa::Printable(value.mValue + files) << '\n';
+  }
+}
+
+void PrintWarnings(std::ostream& os, const Plan& plan, bool verbose) {
+  os << (plan.mWarnings.empty() ? "" : "Warnings:\n");
+  for (const PlanWarning& warning : plan.mWarnings) {
+    const std::vector<PlannedValue>& values = warning.mValues;
+    const std::size_t most = verbose ? values.size() : std::min<std::size_t>(values.size(), 12);
+    os << "  " << warning.mKind << ": "
+       << Vexa::Printable(warning.About(verbose ? warning.mDatasets.size() : 3)) << ":\n    "
+       << warning.mText << (warning.mDatasets.size() > 1 ? " (values of the first):\n" : ":\n");
+    PrintValues(os, std::span(values).first(most), verbose);
+    if (most < values.size()) {
+      os << "      and " << values.size() - most << " more\n";
+    }
+  }
+  os << (plan.mWarnings.empty() ? "" : "\n");
+}
+
 void PrintDisagreements(std::ostream& os, const Plan& plan, bool verbose) {
   for (const Disagreement& disagreement : plan.mDisagreements) {
     os << "  " << Vexa::Printable(disagreement.About(disagreement.mFile)) << ":\n    "
        << disagreement.mReason << '\n';
-    for (const PlannedValue& value : disagreement.mValues) {
-      const std::size_t most = verbose ? value.mFiles.size() : 6;
-      os << "      " << Vexa::Printable(value.mValue + " in " + ListNames(value.mFiles, most))
-         << '\n';
-    }
+    PrintValues(os, disagreement.mValues, verbose);
   }
+}
+
+Json ValueAsJson(const PlannedValue& value) {
+  return {{"value", value.mValue}, {"files", value.mFiles}};
+}
+
+Json WarningAsJson(const PlanWarning& warning) {
+  const std::vector<std::string>& datasets = warning.mDatasets;
+  return {{"kind", warning.mKind},
+          {"text", warning.mText},
+          {"files", warning.mFiles},
+          {"dataset", datasets.front()},
+          {"also_in", std::vector(datasets.begin() + 1, datasets.end())},
+          {"values", ArrayOf(warning.mValues, ValueAsJson)}};
 }
 
 Json DisagreementAsJson(const Disagreement& disagreement) {
@@ -60,7 +96,7 @@ Json DisagreementAsJson(const Disagreement& disagreement) {
                {"file", disagreement.mFile},
                {"reason", disagreement.mReason}};
   for (const PlannedValue& value : disagreement.mValues) {
-    json["values"].push_back({{"value", value.mValue}, {"files", value.mFiles}});
+    json["values"].push_back(ValueAsJson(value));
   }
   return json;
 }
@@ -101,6 +137,7 @@ Json DatasetAsJson(const Plan& plan, const PlannedDataset& dataset) {
 }  // namespace
 
 void PrintPlan(std::ostream& os, const Plan& plan, bool verbose) {
+  PrintWarnings(os, plan, verbose);
   if (!plan.Joins()) {
     os << "Kelmor would refuse these files:\n";
     PrintDisagreements(os, plan, verbose);
@@ -135,6 +172,7 @@ void PrintPlan(std::ostream& os, const Plan& plan, bool verbose) {
 
 void PrintPlanAsJson(std::ostream& os, const Plan& plan) {
   PrintJson(os, {{"joins", plan.Joins()},
+                 {"warnings", ArrayOf(plan.mWarnings, WarningAsJson)},
                  {"bytes", plan.mBytes},
                  {"DeltaT", plan.mDeltaT},
                  {"NoWipe", plan.mNoWipe},

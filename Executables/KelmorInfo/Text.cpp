@@ -44,6 +44,10 @@ std::string ReasonOf(const CodeError& error) {
   return error.Reason().empty() ? "see the report on standard error" : OneLine(error.Reason());
 }
 
+std::string TimeSpan(double first, double last) {
+  return "t = " + RoundTrip(first) + (first == last ? "" : " ... " + RoundTrip(last));
+}
+
 std::string Joined(const std::vector<std::string>& texts, const std::string& between) {
   std::string joined;
   for (const std::string& text : texts) {

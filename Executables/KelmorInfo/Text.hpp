@@ -30,6 +30,9 @@ std::string OneLine(std::string_view message);
 /// What a failure says, on one line.
 std::string ReasonOf(const CodeError& error);
 
+/// "t = 1 ... 2", or "t = 1" if both are the same.
+std::string TimeSpan(double first, double last);
+
 /// The texts one after the other, with `between` between them.
 std::string Joined(const std::vector<std::string>& texts, const std::string& between);
 

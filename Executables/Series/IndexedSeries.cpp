@@ -20,6 +20,7 @@ void IndexedSeries::TakeInSet(int file, const IndexedGroup& set, Depth depth,
     mInputs.push_back(std::move(input));
     mTimes.push_back(MyVector<double>(std::exchange(index.mTimes, {})));
     mIndices.push_back(std::move(index));
+    Note(file, set, {set.GetTimeDescription(), set.GetDataDescription()}, depth);
   }
   if (mIndexLegend.empty()) {
     mIndexLegend = set.Index().GetLegend();

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <string>
 #include <utility>
@@ -28,8 +29,9 @@ class Series {
  public:
   /// How much TakeIn() reads of a file: what must agree (of a version record that comes first only
   /// its number), and from Times on also the times.
-  /// TimesIfReadable fails if the values cannot be read for another reason than damage. Values also
-  /// reads values that are few enough to be held until they are written.
+  /// TimesIfReadable, for a plan, also notes what a join passes over in silence, and fails if the
+  /// values cannot be read for another reason than damage. Values also reads values that are few
+  /// enough to be held until they are written.
   enum class Depth { Agreement, Times, TimesIfReadable, Values };
 
   /// Something small that a join writes besides the values, and what it is called in reports.
@@ -38,8 +40,11 @@ class Series {
     std::variant<std::string, MyVector<std::string>> mValue;
   };
 
+  /// Files by what they have.
+  using Parts = std::map<std::string, std::vector<int>>;
+
   Series(const SeriesRun& run, const Dataset& dataset)
-      : mRun(run), mDataset(dataset), mAgreement(dataset.mName) {}
+      : mRun(run), mDataset(dataset), mAgreement(dataset.mName), mLegends(dataset.mName) {}
   virtual ~Series() = default;
   Series(const Series&) = delete;
   Series& operator=(const Series&) = delete;
@@ -54,6 +59,11 @@ class Series {
 
   /// All below is about the files that were taken in.
   const Agreement& Agreed() const { return mAgreement; }
+  /// Which legends the files have; those that name nothing are passed over. A join writes the one
+  /// of the first file.
+  const Agreement& Legends() const { return mLegends; }
+  /// Which files have something in the dataset that no join writes, by what it is.
+  const Parts& ForeignParts() const { return mForeignParts; }
   /// The bytes of what is kept, uncompressed.
   virtual std::uint64_t Bytes() const = 0;
   /// Whether a join writes the dataset at all.
@@ -73,7 +83,17 @@ class Series {
     mRun.mInputs.Visit<KIND>(file, Name(), read);
   }
 
+  /// Notes what a plan warns of, if `depth` asks for it.
+  void Note(int file, const H5_Object& object, const MyVector<std::string>& legend, Depth depth);
+
   SeriesRun mRun;
   const Dataset& mDataset;
   Agreement mAgreement;
+
+ private:
+  void NoteLegend(int file, const MyVector<std::string>& legend);
+
+  Agreement mLegends;
+  MyVector<std::string> mFirstLegend;  // of the first file whose legend names something
+  Parts mForeignParts;
 };

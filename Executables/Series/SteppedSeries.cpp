@@ -94,7 +94,7 @@ void SteppedSeries::Select(bool noWipe) {
   StepSelection selection(mRun.mOptions.mDeltaT);
   mSteps.mRuns.resize(mInputs.size());
   for (std::size_t i = mInputs.size(); i-- > 0;) {
-    const std::uint64_t steps = HoldsTimes(i) ? mTimes[i].size() : mInputs[i].mRows;
+    const std::uint64_t steps = StepsIn(i);
     mSteps.mTotal += static_cast<std::int64_t>(steps);
     if (!noWipe) {
       mSteps.mRuns[i] = SelectIn(i, selection);

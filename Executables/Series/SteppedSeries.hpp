@@ -30,6 +30,11 @@ class SteppedSeries : public Series {
   const SelectedSteps& Steps() const { return mSteps; }
   /// The times of all steps, per file; of a join or check only as far as they are held.
   const std::vector<MyVector<double>>& Times() const { return mTimes; }
+  /// The input file of Times()[i], and how many steps it has, held or not.
+  int FileOf(std::size_t i) const { return mInputs[i].mFile; }
+  std::uint64_t StepsIn(std::size_t i) const {
+    return HoldsTimes(i) ? mTimes[i].size() : mInputs[i].mRows;
+  }
   std::uint64_t KeptRows() const { return mKeptRows; }
   /// The index of the kept steps as it stands in an output; empty for kinds without an index.
   virtual H5_Objects::StepIndex KeptIndex() const { return {}; }

@@ -35,6 +35,7 @@ void TableSeries::TakeIn(int file, Depth depth) {
     if (depth == Depth::TimesIfReadable) {
       dat.RequireReadable();
     }
+    Note(file, dat, dat.GetLegend(), depth);
     Input input = ReadInput(file, dat, depth);
     const double* values = input.mValues.get();
     if (values != nullptr) {

@@ -8,12 +8,13 @@ using H5_Objects::Txt;
 
 void TextSeries::TakeIn(int file, Depth depth) {
   if (depth != Depth::Agreement) {
-    Visit<Txt>(file, [this](Txt& txt) {
+    Visit<Txt>(file, [&](Txt& txt) {
       const std::string part = txt.RetrieveData();
       // Only arrays of characters can hold one; the output's strings end at it.
       REQUIRE(part.find('\0')==std::string::npos, "The text holds a null character");
       mText += part;
       mEnds.push_back(mText.size());
+      Note(file, txt, {}, depth);
     });
   }
 }

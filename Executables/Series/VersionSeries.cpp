@@ -55,6 +55,7 @@ void VersionSeries::TakeIn(int file, Depth depth) {
                         VEXA_CURRENT_REPORT_LABEL, mismatch + " in history: " + numbers);
     }
     mAgreement.Add(file, HistoryText(history, version_history));
+    Note(file, ver, {}, depth);
   });
 }
 
