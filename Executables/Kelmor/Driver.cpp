@@ -1,17 +1,22 @@
 #include "Executables/Kelmor/Driver.hpp"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <iostream>
 #include <memory>
 #include <optional>
+#include <string>
+#include <vector>
 
-#include "Executables/Series/Series.hpp"
+#include "Executables/Series/SteppedSeries.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/ErrorHandling/TerminateHandler.hpp"
 #include "Utils/HDF5/H5_Utils.hpp"
 #include "Utils/HDF5/StringElements.hpp"
 #include "Utils/Process/Files.hpp"
+#include "Utils/Process/Printable.hpp"
 #include "Utils/Store/CachedH5FileHolder.hpp"
 #include "Utils/StringParsing/PathUtilities.hpp"
 
@@ -29,14 +34,71 @@ void PrintFound(const std::vector<Dataset>& datasets) {
   }
 }
 
-void JoinDatasets(const SeriesRun& run, const std::vector<Dataset>& datasets,
-                  CachedH5File& output) {
+// Tells a person at a terminal, and nobody else, what a join does as described but hardly anyone
+// means.
+void TellTerminal(const std::string& text) {
+  if (isatty(STDERR_FILENO) == 1) {
+    std::cerr << "Kelmor: " << Vexa::Printable(text) << std::endl;
+  }
+}
+
+void TellOfUnknownOptions(const CommandLineParser& parser) {
+  std::vector<std::string> unknown;
+  for (const auto& [key, value] : parser.UnusedOptions()) {
+    unknown.push_back("-" + key + " with its value '" + value + "'");
+  }
+  if (!unknown.empty()) {
+    TellTerminal("ignoring what is no option: " + ListNames(unknown, unknown.size()));
+  }
+}
+
+// Which files had steps, and which of them lost all.
+class WipedFiles {
+ public:
+  explicit WipedFiles(const Inputs& inputs)
+      : mInputs(inputs), mFates(static_cast<std::size_t>(inputs.Size()), Fate::NoSteps) {}
+
+  void Note(const Series& series) {
+    const auto* stepped = dynamic_cast<const SteppedSeries*>(&series);
+    const std::size_t files = stepped == nullptr ? 0 : stepped->Steps().mRuns.size();
+    for (std::size_t i = 0; i < files; ++i) {
+      Fate& fate = mFates[static_cast<std::size_t>(stepped->FileOf(i))];
+      if (!stepped->Steps().mRuns[i].empty()) {
+        fate = Fate::Kept;
+      } else if (stepped->StepsIn(i) > 0 && fate == Fate::NoSteps) {
+        fate = Fate::Wiped;
+      }
+    }
+  }
+
+  void Tell() const {
+    std::vector<std::string> names;
+    for (std::size_t file = 0; file < mFates.size(); ++file) {
+      if (mFates[file] == Fate::Wiped) {
+        names.push_back(mInputs.GivenName(static_cast<int>(file)));
+      }
+    }
+    if (!names.empty()) {
+      TellTerminal("no step was kept of " + ListNames(names, 6) + "; KelmorInfo -plan tells more");
+    }
+  }
+
+ private:
+  enum class Fate { NoSteps, Wiped, Kept };
+  const Inputs& mInputs;
+  std::vector<Fate> mFates;
+};
+
+void JoinDatasets(const SeriesRun& run, const std::vector<Dataset>& datasets, CachedH5File& output,
+                  WipedFiles& wiped) {
   for (const SeriesKind& kind : SeriesKinds()) {
     for (const Dataset& dataset : datasets) {
       if (dataset.mpKind == &kind) {
         run.mInputs.Ahead().Reach(static_cast<std::size_t>(&dataset - datasets.data()));
         run.mProgress.Next("joining " + kind.mTitle);
-        MakeSeries(run, dataset)->Join(output);
+        const auto series = MakeSeries(run, dataset);
+        series->Join(output);
+        wiped.Note(*series);
         TheCachedH5FileHolder().CheckForEmergencyWriteCache();
       }
     }
@@ -90,6 +152,7 @@ void CleanUp(Inputs& inputs, CachedH5File& output, const JoinOptions& options) {
 
 void JoinFiles(const CommandLineParser& parser) {
   const JoinOptions options(parser);
+  TellOfUnknownOptions(parser);
   Vexa::ReportUnexpectedExit();
   const Vexa_H5::StringConversion conversion;
   if (options.mVerbose) {
@@ -117,7 +180,11 @@ void JoinFiles(const CommandLineParser& parser) {
   ReadAheadOf(inputs, datasets);
   // A part of a join must not pass for the whole, so the output is readable when it is finished.
   const std::unique_ptr<CachedH5File> output = CachedH5File::CreateUnfinished(OutputFile);
-  Progress progress(!options.mVerbose, datasets.size(), inputs.TotalBytes());
-  JoinDatasets({inputs, options, progress}, datasets, *output);
-  CleanUp(inputs, *output, options);
+  WipedFiles wiped(inputs);
+  {
+    Progress progress(!options.mVerbose, datasets.size(), inputs.TotalBytes());
+    JoinDatasets({inputs, options, progress}, datasets, *output, wiped);
+    CleanUp(inputs, *output, options);
+  }
+  wiped.Tell();
 }

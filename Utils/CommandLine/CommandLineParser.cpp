@@ -137,6 +137,16 @@ void CommandLineParser::TerminateIfThereAreUnusedOptions() const {
   }
 }
 
+std::vector<std::pair<std::string, std::string>> CommandLineParser::UnusedOptions() const {
+  std::vector<std::pair<std::string, std::string>> unused;
+  for (const auto& [key, value] : mKeyValueMap) {
+    if (!mKeyWasUsed[key]) {
+      unused.emplace_back(key, value);
+    }
+  }
+  return unused;
+}
+
 #define INSTANTIATE(T)                                            \
   template T CommandLineParser::Get<T>(const std::string&) const; \
   template T CommandLineParser::Get<T>(const std::string&, const T&) const;

@@ -17,6 +17,7 @@
 
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Utils/Containers/MyMap.hpp"
@@ -48,6 +49,9 @@ class CommandLineParser {
   /// fewer than n.
   MyVector<std::string> GetAllArgumentsAfterTheFirstN(unsigned n) const;
 
+  /// Returns the options that nothing has asked for, each with its value, in the order in which
+  /// they were given.
+  std::vector<std::pair<std::string, std::string>> UnusedOptions() const;
   /// Fails at the first plain argument, then at the first option, that nothing has asked for.
   void TerminateIfThereAreUnusedOptions() const;
 

@@ -54,6 +54,13 @@ TEST_F(ProgressTest, ShowsALineOnATerminalAndTakesItBack) {
   EXPECT_EQ(Terminal("a.h5", 0, "TERM=dumb"), "");
   EXPECT_EQ(Terminal("a.h5", 0, "TERM=xterm VEXA_NO_PROGRESS="), "");
 
+  // What nobody means is said once, to whoever sits there. Runs of other tests see that nobody else
+  // is told.
+  WriteTimes(Input("late.h5"), "/x.dat", {5, 6});
+  EXPECT_THAT(Terminal("-nowipe late.h5 late.h5 a.h5", 0, "TERM=dumb"),
+              StartsWith("Kelmor: ignoring what is no option: -nowipe with its value 'late.h5'\r\n"
+                         "Kelmor: no step was kept of late.h5; KelmorInfo -plan tells more\r\n"));
+
   // Nothing of the line is left when a report begins.
   Input("b.h5").Table("/x.dat", {{0, 1, 2}});
   const std::string reported = Terminal("a.h5 b.h5", 255);
