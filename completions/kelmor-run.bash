@@ -4,13 +4,17 @@ _kelmor_run() {
   local word=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
   COMPREPLY=()
   case $previous in
+    --accept)
+      mapfile -t COMPREPLY < <(compgen -W 'time nan order legend' -- "$word")
+      return
+      ;;
     -skip | -DeltaT | -cachesize)
       return
       ;;
   esac
   if [[ $word == -* ]]; then
     mapfile -t COMPREPLY < <(
-      compgen -W '-skip -v -h -help -DeltaT -cachesize -NoWipe -NoGzip' -- "$word")
+      compgen -W '--accept -skip -v -h -help -DeltaT -cachesize -NoWipe -NoGzip' -- "$word")
     return
   fi
   compopt -o filenames 2>/dev/null

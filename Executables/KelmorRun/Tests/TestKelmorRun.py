@@ -122,13 +122,27 @@ class TestKelmorRun(unittest.TestCase):
         linked.write_text("linked")
         for changed in (self.data / "segment2.h5", linked):
             changing = self.script("KelmorInfo", f"""
-[ "$1" != -json ] || exec echo '{{"files": [{{"external_files": ["{linked}"]}}]}}'
+[ "$1" != -json ] || exec echo '{{"files": [{{"external_files": ["{linked}"]}}], "warnings": []}}'
 {KELMORINFO} "$@" && ${{TOUCH-:}} {changed}\n""")
             self.assert_fails(["run.h5", *self.segments], f"{changed} was changed while it was joined",
                               KELMORINFO=changing, TOUCH="touch")
         self.assertEqual(self.run_it("run.h5", *self.segments, KELMORINFO=changing).returncode, 0)
         self.assertEqual(json.loads((self.data / "run.h5.json").read_text())["external_files"],
                          [record_of(linked)])
+
+    def test_refuses_what_would_be_lost_in_silence_unless_that_is_accepted(self):
+        swapped = ["segment1.h5", "segment3.h5", "segment2.h5"]
+        report = self.assert_fails(["run.h5", *swapped], "'--accept time,order' goes on all the same",
+                                   KELMOR=self.script("Kelmor", "echo joined >&2; exit 1\n"))
+        self.assertIn("kelmor-run: time: /BodyA.dir/position.dat and ", report)
+        self.assertNotIn("joined\n", report)
+        self.assert_fails(["--accept", "time", "run.h5", *swapped], "--accept time,order")
+        result = self.run_it("--accept", "order,time", "run.h5", *swapped)
+        self.assertEqual((result.returncode, result.stderr), (0, ""))
+        told = json.loads((self.data / "run.h5.json").read_text())
+        self.assertEqual((told["accepted"], told["options"]), (["order", "time"], []))
+        self.assertEqual({"time", "order", "wiped"},
+                         {warning["kind"] for warning in told["warnings"]})
 
     def test_status_and_names_agree(self):
         (self.data / "precious").write_text("precious")
@@ -141,6 +155,8 @@ class TestKelmorRun(unittest.TestCase):
         for arguments, message in (
                 (["-o", "run.h5", "segment1.h5"], "without -o"),
                 (["-DeltaT"], "no value for option -DeltaT"),
+                (["-deltaT", "1", "run.h5", "segment1.h5"], "there is no option -deltaT"),
+                (["--accept", "time,gap", "run.h5", "segment1.h5"], "legend, not 'gap'"),
                 (["run.h5", "segment1.h5", "-NoWipe"], "option -NoWipe stands after a file"),
                 (["run.h5", "segment1.h5", "segment9.h5"], "there is no input"),
                 (["nowhere/run.h5", "segment1.h5"], "there is no folder")):
