@@ -307,23 +307,31 @@ void PlanWarnings::WarnOfForeignParts(const std::string& name, const Series::Par
 }
 
 void PlanWarnings::LookAtGroups() {
+  using H5_Objects::Dir;
   std::map<std::string, Series::Parts> found;
   for (int file = 0; file < mInputs.Size(); ++file) {
-    for (const std::string& group : mInputs[file].GroupsWithAttributes()) {
-      try {
-        mInputs.Visit<H5_Objects::Dir>(file, group, [&](const H5_Objects::Dir& dir) {
-          for (const std::string& part : dir.ForeignParts()) {
-            found[group][part].push_back(file);
+    const std::vector<std::string>& groups = mInputs[file].GroupsWithAttributes();
+    if (groups.empty()) {
+      continue;
+    }
+    std::string group = groups.front();
+    try {
+      // One visit for all of them, since each may open the file.
+      mInputs.Visit<Dir>(file, group, [&](const Dir& /*first*/) {
+        for (const std::string& name : groups) {
+          group = name;
+          for (const std::string& part : mInputs[file].GetObjectForRead<Dir>(name).ForeignParts()) {
+            found[name][part].push_back(file);
           }
-        });
-      } catch (const CodeError&) {
-        found[group]["attributes that cannot be listed"].push_back(file);
-        mInputs[file].CloseFile();
-      }
+        }
+      });
+    } catch (const CodeError&) {
+      found[group]["attributes that cannot be listed"].push_back(file);
+      mInputs[file].CloseFile();
     }
   }
-  for (const auto& [group, parts] : found) {
-    WarnOfForeignParts(group, parts);
+  for (const auto& [name, parts] : found) {
+    WarnOfForeignParts(name, parts);
   }
 }
 
