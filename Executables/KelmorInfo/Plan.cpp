@@ -89,6 +89,11 @@ class Planner {
     }
     mWarnings.LookAtGroups();
     mPlan.mWarnings = mWarnings.Finish();
+    for (const CachedH5File& file : mInputs.Files()) {
+      for (const auto& [path, stamp] : file.ExternalFiles()) {
+        mPlan.mExternalFiles.insert(path);
+      }
+    }
     return std::move(mPlan);
   }
 

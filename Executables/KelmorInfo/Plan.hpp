@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -99,6 +100,7 @@ struct Plan {
   std::vector<PlannedSteps> mSteps;       // each different from the others
   std::vector<Disagreement> mDisagreements;
   std::vector<PlanWarning> mWarnings;
+  std::set<std::string> mExternalFiles;  // to which external links of the files led; real paths
   std::uint64_t mBytes = 0;
 
   bool Joins() const { return mDisagreements.empty(); }

@@ -177,6 +177,7 @@ void PrintPlanAsJson(std::ostream& os, const Plan& plan) {
                  {"DeltaT", plan.mDeltaT},
                  {"NoWipe", plan.mNoWipe},
                  {"files", ArrayOf(plan.mFiles, [](const InputFile& file) { return file.mName; })},
+                 {"external_files", plan.mExternalFiles},
                  {"disagreements", ArrayOf(plan.mDisagreements, DisagreementAsJson)},
                  {"datasets", ArrayOf(plan.mDatasets, [&plan](const PlannedDataset& dataset) {
                     return DatasetAsJson(plan, dataset);

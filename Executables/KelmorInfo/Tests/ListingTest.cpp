@@ -51,6 +51,7 @@ TEST_F(ListingTest, TellsWhatFilesHold) {
   H5Lcreate_external("a.h5", "R.dir", Input("c.h5").Id(), "far.dir", H5P_DEFAULT, H5P_DEFAULT);
   const Json files = PrintJson({"a.h5", "c.h5"})["files"];
   EXPECT_EQ(files[1]["external_files"], Json({Path("a.h5")}));
+  EXPECT_EQ(PrintJson({"-plan", "c.h5"})["external_files"], Json({Path("a.h5")}));
 
   EXPECT_THAT(Print({"-skip", "*.coef", "a.h5"}),
               testing::AllOf(HasSubstr("2 strings"), testing::Not(HasSubstr(".coef"))));

@@ -122,7 +122,7 @@ class TestKelmorRun(unittest.TestCase):
         linked.write_text("linked")
         for changed in (self.data / "segment2.h5", linked):
             changing = self.script("KelmorInfo", f"""
-[ "$1" != -json ] || exec echo '{{"files": [{{"external_files": ["{linked}"]}}], "warnings": []}}'
+[ "$1" != -json ] || exec echo '{{"external_files": ["{linked}"], "warnings": []}}'
 {KELMORINFO} "$@" && ${{TOUCH-:}} {changed}\n""")
             self.assert_fails(["run.h5", *self.segments], f"{changed} was changed while it was joined",
                               KELMORINFO=changing, TOUCH="touch")
