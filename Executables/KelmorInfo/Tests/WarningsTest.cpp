@@ -46,6 +46,7 @@ TEST_F(WarningsTest, TellOfTimesThatAreLost) {
   } cases[] = {
       {"restarts", {{0, 1, 2, 3}, {2.5, 3.5, 4.5}, {4.5, 5.5}}, {}, {}},
       {"restart with longer steps", {{0, 0.1, 0.2, 0.3, 0.4, 0.5}, {0.1, 0.5, 0.9}}, {}, {}},
+      {"restart that made one step", {{0, 10}, {9}}, {}, {}},
       {"thinned", {{0, 1, 2, 3, 4, 5, 6, 7}}, {"-DeltaT", "5"}, {}},
       {"nothing is wiped", {{5, 6}, {0, 7}}, {"-NoWipe"}, {}},
       {"one step short",
@@ -108,6 +109,7 @@ TEST_F(WarningsTest, TellOfWhatIsNotCarriedOverOnceForAllDatasets) {
       file.StringAttribute(table, "units", {"s"});
     }
     file.Table("/unnamed.dat", {{t, 1}}, {.mLegend = *name == '2' ? Strings{} : Strings{"t", "u"}});
+    file.StringAttribute("/unnamed.dat", "scale", {"2"});
     if (*name != '2') {
       WriteCoef(file, "/c.coef", {{t, 1}}, Count(0, 1));
       WriteTdm(file, "/t.tdm", {{t, 12, 2, 2}}, Count(0, 12));
@@ -123,6 +125,7 @@ TEST_F(WarningsTest, TellOfWhatIsNotCarriedOverOnceForAllDatasets) {
                   "column 1, 'a' instead of 'b' as column 2 in 2.h5",
                   "missing /V.ver+/c.coef+/t.tdm: missing in 2.h5",
                   "dropped /A.dir/x.dat+/A.dir/y.dat: attribute 'units' in 1.h5 2.h5 3.h5",
+                  "dropped /unnamed.dat: attribute 'scale' in 1.h5 2.h5 3.h5",
                   "dropped /c.coef: attribute 'note' in 3.h5; member 'more.dat' in 3.h5",
                   "dropped /: attribute 'author' in 3.h5"));
   const std::string text = Print({"-svg", "plan.svg", "1.h5", "2.h5", "3.h5"});
