@@ -105,7 +105,7 @@ void H5_Node::InitChildrenFromDir(const Ancestors* above) {
 
   std::string unidentified;
   mAddress = above == nullptr ? info.addr : mAddress;
-  for (const auto& [name, address] : dir.ReadGroupsFromDisk()) {
+  for (const auto& [name, address] : dir.ReadMembers()) {
     if (!H5_Object::Registry().KeyExists(GetExtension(name))) {
       unidentified += name + " ";
       continue;

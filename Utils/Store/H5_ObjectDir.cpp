@@ -73,7 +73,11 @@ std::ostream& Dir::Output(std::ostream& os, const std::string& indent) const {
   return IsObjectOpen() ? os << "id=" << mGroup_id : os << "closed";
 }
 
-std::vector<Vexa_H5::GroupMember> Dir::ReadGroupsFromDisk() const {
+MyVector<std::string> Dir::ReadGroupsFromDisk() const {
+  return Vexa_H5::ReadGroupNames(mGroup_id, mTrace.Verbosity());
+}
+
+std::vector<Vexa_H5::GroupMember> Dir::ReadMembers() const {
   return Vexa_H5::ReadGroupMembers(mGroup_id, mTrace.Verbosity());
 }
 

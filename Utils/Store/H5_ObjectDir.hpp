@@ -43,8 +43,10 @@ class Dir : public H5_Object, public Factory::Register<Dir> {
 
   /// Does so, and returns whether the group existed.
   bool Open(hid_t parentId);
-  /// Returns the open group's members, names ascending by bytes.
-  std::vector<Vexa_H5::GroupMember> ReadGroupsFromDisk() const;
+  /// Returns the names of the open group's members, ascending by bytes.
+  MyVector<std::string> ReadGroupsFromDisk() const;
+  /// Returns the members themselves, in the same order.
+  std::vector<Vexa_H5::GroupMember> ReadMembers() const;
 
   /// Returns the open group, lent; -1 while closed.
   hid_t GroupId() const { return mGroup_id; }
