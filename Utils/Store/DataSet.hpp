@@ -35,6 +35,8 @@ class DataSet : public H5_Object {
     return Vexa::ForeignAttributes(mMy_id, OwnAttribute(), mTrace.Verbosity());
   }
 
+  /// Returns the name of the link in its group.
+  const std::string& LinkName() const { return mName; }
   /// Returns how the open dataset lies on disk.
   Tables::Storage Storage() const;
   /// Asks the file for the extents of the open dataset; reports under the caller's label.

@@ -92,11 +92,13 @@ void Dat::OpenObject(hid_t parentGroupId) {
             "the old group_name="
                 << group_name);
     mExtents = {0, mLegends.size()};
-    mMy_id = Create(parentGroupId, group_name, {0, mLegends.size()}, {mChunkRows, 1},
-                    H5T_NATIVE_DOUBLE, mCompress);
+    const bool isVirtual = !mVirtual.mMappings.empty();
+    mMy_id = isVirtual ? Tables::CreateVirtualTable(parentGroupId, group_name, mVirtual, mTrace)
+                       : Create(parentGroupId, group_name, {0, mLegends.size()}, {mChunkRows, 1},
+                                H5T_NATIVE_DOUBLE, mCompress);
     REQUIRE(mMy_id>=0, "CreateDataSet failed");
     mTrace.Line(2, "Dat: Create '", group_name, "' with ", mLegends.size(), " column(s)");
-    mLayout = Tables::ReadTableLayout(mMy_id, mName);
+    mLayout = isVirtual ? Tables::TableLayout() : Tables::ReadTableLayout(mMy_id, mName);
     mExistsInFile = mIsLayoutKnown = true;
     Vexa_H5::AttachStringsToAttributes(mMy_id, "Legend", mLegends, mTrace.Verbosity());
     ReportCacheSize();

@@ -5,6 +5,7 @@
 #include <iosfwd>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Utils/Containers/MyVector.hpp"
@@ -14,6 +15,7 @@
 #include "Utils/Tables/Columns.hpp"
 #include "Utils/Tables/PendingReads.hpp"
 #include "Utils/Tables/RowRun.hpp"
+#include "Utils/Tables/VirtualTable.hpp"
 
 namespace H5_Objects {
 
@@ -41,6 +43,9 @@ class Dat : public DataSet, public Factory::Register<Dat> {
   /// chunks. Writes nothing. Fails with "DataSet already initialized".
   void Initialize(const MyVector<std::string>& legend, bool compress, std::size_t chunkRows);
   bool IsInitialized() const { return mExistsInFile || !mExtents.empty(); }
+  /// Has the new table, which is created when it is opened, consist of rows that stay in other
+  /// files. It counts as one without rows until it is opened again, and gets none of its own.
+  void SetVirtual(Tables::VirtualTable table) { mVirtual = std::move(table); }
 
   /// Opens the table, or creates it with its legend. Files that carry the older, misspelled link
   /// names "DimensionfullInertialSpin[Mag].dat" are read under the right ones.
@@ -116,6 +121,7 @@ class Dat : public DataSet, public Factory::Register<Dat> {
   unsigned long long mChunkRows = 0;      // of a new table
   unsigned long long mNumberOfColumnsPerRow = 1;  // of the waiting rows; 1 while there are none
   std::vector<double> mCachedData;                // waiting rows, row after row
+  Tables::VirtualTable mVirtual;                  // of a new table, or without mappings
   Tables::TableLayout mLayout;                    // of the open table
   bool mIsLayoutKnown = false;                    // from an earlier opening, or our own making
 };

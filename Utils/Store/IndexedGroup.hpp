@@ -10,6 +10,7 @@
 #include <functional>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Utils/Containers/MyVector.hpp"
@@ -73,6 +74,9 @@ class IndexedGroup : public H5_Object {
   /// Reads the whole index, checked: offsets are whole, never decrease, and end where the values
   /// end.
   StepIndex RetrieveIndex_() const;
+
+  /// Has a new set take its values from other files; see Dat::SetVirtual. Its index is its own.
+  void SetVirtualValues(Tables::VirtualTable table) { mValues.SetVirtual(std::move(table)); }
 
   /// Write steps, and values, at once, bypassing the cache. mEnds count from the first value that
   /// is written along with these steps; the values may follow in several calls.

@@ -15,13 +15,17 @@ TableLayout ReadTableLayout(hid_t dataset_id, const std::string& name) {
   const Vexa_H5::DatatypeHandle type_id = Vexa_H5::RequireNumbers(dataset_id, name);
   const Vexa_H5::PropertyListHandle cparms_id(H5Dget_create_plist(dataset_id));
   REQUIRE_FOR_CALLER(cparms_id>=0, "H5Dget_create_plist failed");
-  RequireOwnStorage(cparms_id, name);
+  TableLayout layout;
+  if (OpenVirtualTables::AreAllowed() && H5Pget_layout(cparms_id) == H5D_VIRTUAL) {
+    layout.mpVirtual = std::make_shared<const VirtualTable>(ReadVirtualTable(cparms_id, name));
+  } else {
+    RequireOwnStorage(cparms_id, name);
+  }
   Vexa_H5::RequireFittingFillValue(cparms_id, type_id, name);
   const Vexa_H5::ChunkGrid grid = Vexa_H5::ReadChunkGrid(dataset_id, cparms_id);
   const std::size_t ndims = grid.mDims.size();
   REQUIRE_FOR_CALLER(ndims==2, "Dimension mismatch.");
 
-  TableLayout layout;
   layout.mRows = grid.mDims[0];
   layout.mColumns = grid.mDims[1];
   layout.mElementBytes = H5Tget_size(type_id);
@@ -43,6 +47,9 @@ TableLayout ReadTableLayout(hid_t dataset_id, const std::string& name) {
 }
 
 void CheckStorage(hid_t dataset_id, TableLayout& layout, const std::string& name) {
+  if (layout.mpVirtual != nullptr) {
+    return;
+  }
   Vexa_H5::ChunkGrid grid{{layout.mRows, layout.mColumns}, {}};
   if (layout.mChunkRows > 0) {
     grid.mChunk = {layout.mChunkRows, layout.mChunkColumns};
@@ -60,6 +67,8 @@ void CheckStorage(hid_t dataset_id, TableLayout& layout, const std::string& name
 namespace {
 
 void Read(const OpenTable& table, Target target, PendingReads& reads) {
+  REQUIRE_FOR_CALLER(table.mLayout.mpVirtual==nullptr,
+             table.mName << " has its values in other files, and is not read");
   // A chunk without filters is read as fast by the library.
   if (table.mLayout.mFilters.empty() || table.mLayout.mChunkRows == 0) {
     ReadByLibrary(table, std::move(target));

@@ -7,12 +7,14 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <span>
 #include <string>
 
 #include "Utils/ChunkCodec/Filters.hpp"
 #include "Utils/ErrorHandling/Trace.hpp"
 #include "Utils/Tables/RowRun.hpp"
+#include "Utils/Tables/VirtualTable.hpp"
 
 namespace Tables {
 
@@ -36,17 +38,18 @@ struct TableLayout {
   bool mIsPlainAtEdges = false;  // chunks that reach beyond the extents pass no filters
   bool mMovesChunks = false;  // our codec can make chunks, so that these need not be the library's
   ChunkCodec::Filters mFilters;
+  std::shared_ptr<const VirtualTable> mpVirtual;  // of a table whose rows are in other files
 
   friend bool operator==(const TableLayout&, const TableLayout&) = default;
 };
 
 /// Reads extents and chunking of an open dataset; fails unless it holds numbers (see
 /// RequireNumbers), with "Dimension mismatch." unless its rank is 2, and when its values are in
-/// other files.
+/// other files (but see OpenVirtualTables).
 TableLayout ReadTableLayout(hid_t dataset_id, const std::string& name);
 
 /// Fails when the dataset claims more than can be stored (see RequirePlausibleStorage), and notes
-/// what it takes on disk. Looks up every chunk of the dataset.
+/// what it takes on disk. Looks up every chunk of the dataset. Does nothing for a virtual table.
 void CheckStorage(hid_t dataset_id, TableLayout& layout, const std::string& name);
 
 /// An open table as the functions below are handed it: lent, by the object that has it open and

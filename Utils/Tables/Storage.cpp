@@ -77,14 +77,21 @@ Storage ReadStorage(hid_t dataset_id) {
   for (const Filter& filter : ReadFilters(cparms_id)) {
     storage.mFilters.push_back(NameOf(filter));
   }
+  if (H5Pget_layout(cparms_id) == H5D_VIRTUAL) {
+    storage.mBytes = 0;
+    return storage;
+  }
   storage.mBytes =
       Vexa_H5::LookUpStoredBytes(dataset_id, Vexa_H5::ReadChunkGrid(dataset_id, cparms_id));
   return storage;
 }
 
 void RequireOwnStorage(hid_t cparms_id, const std::string& name) {
-  REQUIRE_FOR_CALLER(H5Pget_layout(cparms_id)!=H5D_VIRTUAL && H5Pget_external_count(cparms_id)==0,
-             name << " has its values in other files");
+  const bool isVirtual = H5Pget_layout(cparms_id) == H5D_VIRTUAL;
+  REQUIRE_FOR_CALLER(!isVirtual && H5Pget_external_count(cparms_id)==0,
+             name << " has its values in other files"
+                  << (isVirtual ? ", as in a view. Name its segments instead; \"KelmorInfo -v\" lists them"
+                                : ""));
 }
 
 }  // namespace Tables
