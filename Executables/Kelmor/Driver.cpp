@@ -3,22 +3,20 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <iostream>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "Executables/Series/Output.hpp"
 #include "Executables/Series/SteppedSeries.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/ErrorHandling/TerminateHandler.hpp"
-#include "Utils/HDF5/H5_Utils.hpp"
 #include "Utils/HDF5/StringElements.hpp"
 #include "Utils/Process/Files.hpp"
 #include "Utils/Process/Printable.hpp"
 #include "Utils/Store/CachedH5FileHolder.hpp"
-#include "Utils/StringParsing/PathUtilities.hpp"
 
 namespace {
 
@@ -108,22 +106,6 @@ void JoinDatasets(const SeriesRun& run, const std::vector<Dataset>& datasets, Ca
   }
 }
 
-// Flushes the file that was written and has been closed, and fails unless it still has its name.
-void FlushOutputToDisk(const Vexa::FileDescriptor& written, const std::string& path) {
-  int error = written.FlushToDisk();
-  REQUIRE(error==0, "Flushing " << path << " to disk failed: " << StrError(error));
-  const std::string directory = GetDirectoryFromPath(path);
-  error = Vexa::FlushToDisk(directory);
-  // A directory may be written to but not read, and some file systems flush no directories.
-  const bool isPossible = error != EACCES && error != EINVAL;
-  REQUIRE(error==0 || !isPossible, "Flushing directory " << directory << " to disk failed: " << StrError(error));
-  REQUIRE(written.HasName(path), "OutputFile " << path << " was removed or replaced while it was "
-                                               << "written.\nWhat has its name is not the join.");
-  const std::optional<std::uint64_t> bytes = Vexa_H5::SizeWhenClosed(written);
-  REQUIRE(written.Bytes()==bytes, "OutputFile " << path << " has " << written.Bytes() << " bytes, not "
-                                                << "those that it had when it was closed");
-}
-
 void CleanUp(Inputs& inputs, CachedH5File& output, const JoinOptions& options) {
   const bool verbose = options.mVerbose;
   if (verbose) {
@@ -140,7 +122,7 @@ void CleanUp(Inputs& inputs, CachedH5File& output, const JoinOptions& options) {
     std::cout << "purging H5-caches though PurgeCache()" << std::endl;
   }
   holder.PurgeCache();
-  FlushOutputToDisk(written, options.mOutput);
+  FlushOutputToDisk(written, options.mOutput, "the join");
   if (verbose) {
     std::cout << "H5-caches purged.\n";
     holder.WriteInfo(std::cout, 2);

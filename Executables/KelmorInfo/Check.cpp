@@ -9,8 +9,10 @@
 
 #include "Executables/KelmorInfo/InputFiles.hpp"
 #include "Executables/KelmorInfo/Text.hpp"
+#include "Executables/KelmorInfo/View.hpp"
 #include "Executables/Series/SteppedSeries.hpp"
 #include "Executables/Series/TextSeries.hpp"
+#include "Utils/Process/Files.hpp"
 
 namespace {
 
@@ -141,6 +143,7 @@ class Checker {
     const Dataset inJoined{mpDataset->mName, mpDataset->mpKind, {0}};
     const auto joined = MakeSeries({mJoined, mOptions, mProgress}, inJoined);
     for (const auto depth : {Series::Depth::Agreement, Series::Depth::Times}) {
+      const Tables::OpenVirtualTables ofView;
       joined->TakeIn(0, depth);
       CompareProperties(joined->Properties(true), series.Properties(false));
     }
@@ -209,7 +212,13 @@ class Checker {
     joined.Select(true);
     RequireSame("number of steps", joined.Steps().mKept, series.Steps().mKept);
     CompareIndex(joined.KeptIndex(), series.KeptIndex());
-    CompareRows(series, joined);
+    if (const Tables::VirtualTable* view = joined.VirtualTableOf(0)) {
+      mResult.mIsView = true;
+      RequireSame("type of the values", TypeText(joined.HoldsDoubles(0)), TypeText(true));
+      CompareMappings(*view, series.Mappings(InputPaths()));
+    } else {
+      CompareRows(series, joined);
+    }
     mResult.mSteps += static_cast<std::uint64_t>(series.Steps().mKept);
   }
 
@@ -223,6 +232,37 @@ class Checker {
                         joined.mExtras[k][i], expected.mExtras[k][i]);
       }
     }
+  }
+
+  std::vector<std::string> InputPaths() const {
+    std::vector<std::string> paths;
+    for (const CachedH5File& file : mInputs.Files()) {
+      paths.push_back(file.Filename());
+    }
+    return paths;
+  }
+
+  static std::string TypeText(bool isDouble) { return isDouble ? "double" : "another"; }
+
+  // Proves the values of a view by where they are taken from. A row counts for its file and its
+  // number there; how long the table there is does not matter, since it may grow.
+  void CompareMappings(const Tables::VirtualTable& view, const Tables::VirtualTable& expected) {
+    RequireSame("number of mappings", view.mMappings.size(), expected.mMappings.size());
+    for (std::size_t i = 0; i < view.mMappings.size(); ++i) {
+      const Tables::Mapping& there = view.mMappings[i];
+      const Tables::Mapping& here = expected.mMappings[i];
+      const std::string ofMapping = " of mapping " + std::to_string(i);
+      const std::string path = PathFromView(mJoined[0].Filename(), there.mFile);
+      if (Vexa::IdentityOf(path) != Vexa::IdentityOf(here.mFile)) {
+        RequireSame("file" + ofMapping, path, here.mFile);
+      }
+      RequireSame("dataset" + ofMapping, there.mTable, here.mTable);
+      RequireSame("first row" + ofMapping, there.mRows.mFirst, here.mRows.mFirst);
+      RequireSame("number of rows" + ofMapping, there.mRows.Size(), here.mRows.Size());
+      RequireSame("place of the rows" + ofMapping, there.mFirstRow, here.mFirstRow);
+    }
+    const std::string fill = "value where a file cannot be read";
+    RequireSame<std::string>(fill, view.mIsNaNElsewhere ? "NaN" : "another", "NaN");
   }
 
   // The joined table comes in pieces that end where its chunks end. For each of them, the other

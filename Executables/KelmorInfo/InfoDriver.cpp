@@ -10,6 +10,7 @@
 #include "Executables/KelmorInfo/PlanPicture.hpp"
 #include "Executables/KelmorInfo/PlanReport.hpp"
 #include "Executables/KelmorInfo/Text.hpp"
+#include "Executables/KelmorInfo/View.hpp"
 #include "Utils/ErrorHandling/CodeError.hpp"
 #include "Utils/ErrorHandling/MyErr.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
@@ -17,6 +18,10 @@
 #include "Utils/Store/CachedH5FileHolder.hpp"
 
 namespace {
+
+// A program may have this many files open by default, with room for its own.
+constexpr std::size_t sManyFiles = 500;
+constexpr std::size_t sFilesBesides = 100;
 
 // What was printed is the result of the run: a part of it must not pass for the whole.
 void FinishOutput() {
@@ -42,13 +47,32 @@ int Check(const InfoOptions& options) {
   if (!isJoin) {
     std::cout << result.mDifference << '\n';
   } else {
-    std::cout << Vexa::Printable(options.mJoined) << " is the join of "
+    std::cout << Vexa::Printable(options.mJoined)
+              << (result.mIsView ? " is a view of " : " is the join of ")
               << Counted(options.mJoin.mInputs.size(), "file") << ": "
               << Counted(result.mDatasets, "dataset") << ", " << Counted(result.mSteps, "step")
-              << ", " << Size(result.mBytes) << " compared\n";
+              << ", " << Size(result.mBytes)
+              << (result.mIsView ? " where they are kept\n" : " compared\n");
   }
   FinishOutput();
   return isJoin ? 0 : 1;
+}
+
+int View(const InfoOptions& options) {
+  const ViewResult result = MakeView(options.mView, options.mJoin);
+  const std::size_t files = options.mJoin.mInputs.size();
+  std::cout << Vexa::Printable(options.mView) << " is a view of " << Counted(files, "file") << ": "
+            << Counted(result.mDatasets, "dataset") << ", " << Size(result.mBytes)
+            << " as if joined\n";
+  if (files > sManyFiles) {
+    std::cout
+        << "Whoever reads a dataset of it has up to " << files
+        << " files open at once. Where the limit on open files is lower, HDF5 says nothing and "
+           "reads NaN: say 'ulimit -n "
+        << files + sFilesBesides << "' before, or join the files.\n";
+  }
+  FinishOutput();
+  return 0;
 }
 
 // What fails here fails because of the command line: failures of files are part of the plan.
@@ -85,5 +109,7 @@ int RunInfo(int argc, char** argv) {
     return PlanJoin(argc, argv);
   }
   const InfoOptions options(argc, argv);
-  return options.mMode == InfoOptions::Mode::Check ? Check(options) : List(options);
+  return options.mMode == InfoOptions::Mode::Check  ? Check(options)
+         : options.mMode == InfoOptions::Mode::View ? View(options)
+                                                    : List(options);
 }

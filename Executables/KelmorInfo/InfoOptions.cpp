@@ -15,8 +15,10 @@ using Mode = InfoOptions::Mode;
 Mode ModeOf(const CommandLineParser& parser) {
   const bool plan = parser.Get<bool>("plan", false) || parser.KeyExists("svg");
   const bool check = parser.KeyExists("check");
+  const bool view = parser.KeyExists("view");
   REQUIRE(!(plan && check), "-check goes neither with -plan nor with -svg.");
-  return plan ? Mode::Plan : check ? Mode::Check : Mode::List;
+  REQUIRE(!(view && (plan || check)), "-view goes neither with -plan nor with -svg nor with -check.");
+  return plan ? Mode::Plan : check ? Mode::Check : view ? Mode::View : Mode::List;
 }
 
 // Some options not every mode has.
@@ -24,17 +26,21 @@ void RequireOptionsOf(Mode mode, const CommandLineParser& parser) {
   const struct {
     const char* mKey;
     std::set<Mode> mModes;
-  } restricted[] = {{"DeltaT", {Mode::Plan, Mode::Check}},   {"NoWipe", {Mode::Plan, Mode::Check}},
-                    {"json", {Mode::List, Mode::Plan}},      {"o", {Mode::Plan}},
-                    {"NoGzip", {Mode::Plan, Mode::Check}},   {"svg", {Mode::Plan}},
-                    {"cachesize", {Mode::Plan, Mode::Check}}};
+  } restricted[] = {{"DeltaT", {Mode::Plan, Mode::Check, Mode::View}},
+                    {"NoWipe", {Mode::Plan, Mode::Check, Mode::View}},
+                    {"json", {Mode::List, Mode::Plan}},
+                    {"o", {Mode::Plan}},
+                    {"NoGzip", {Mode::Plan, Mode::Check, Mode::View}},
+                    {"svg", {Mode::Plan}},
+                    {"cachesize", {Mode::Plan, Mode::Check, Mode::View}}};
   for (const auto& option : restricted) {
     const bool isAllowed = option.mModes.contains(mode);
     REQUIRE(isAllowed || !parser.KeyExists(option.mKey),
             "Option '-" << option.mKey << "' means nothing "
                         << (mode == Mode::Check  ? "with -check."
                             : mode == Mode::Plan ? "with -plan."
-                                                 : "without -plan or -check."));
+                            : mode == Mode::View ? "with -view."
+                                                 : "without -plan, -check or -view."));
   }
 }
 
@@ -43,11 +49,12 @@ std::string HelpText() {
 Usage:  KelmorInfo [options] file [file ...]
         KelmorInfo -plan [options] file [file ...]
         KelmorInfo -check joined.h5 [options] file [file ...]
+        KelmorInfo -view view.h5 [options] file [file ...]
 
-Looks at h5-files that Kelmor joins.  Without -plan and -check, lists
-the datasets of each file and of all files together.  No file is ever
-changed.
-Note: the order of files is SIGNIFICANT with -plan and -check.
+Looks at h5-files that Kelmor joins.  Without -plan, -check and -view,
+lists the datasets of each file and of all files together.  No file is
+ever changed.
+Note: the order of files is SIGNIFICANT with -plan, -check and -view.
 
 BASIC OPTIONS:
   -plan           # Say what Kelmor would do with these files: which
@@ -55,16 +62,18 @@ BASIC OPTIONS:
                   # what would be lost without a word.
   -svg string     # With or instead of -plan: draw the plan to a new file.
   -check string   # Prove that this file is what Kelmor makes of the others.
-  -json           # Print as JSON (not with -check).
+  -view string    # Make a small new file that reads like the join and
+                  # refers to the files: they must stay where they are.
+  -json           # Print as JSON (not with -check or -view).
   -skip Glob      # skip datasets that match Glob
   -v              # be verbose: legends and version histories
   -h              # Show this help message and exit.
-OPTIONS OF THE JOIN, with -plan and -check as for Kelmor:
+OPTIONS OF THE JOIN, with -plan, -check and -view as for Kelmor:
   -DeltaT double  # Only time-steps separated by >=DeltaT will be kept
                   # (default 1e-10)
   -NoWipe         # Do **NOT** wipe non-monotonic time-steps
   -o string       # with -plan: say if this output file exists already
-  -cachesize, -NoGzip   # accepted; they change no plan
+  -cachesize, -NoGzip   # accepted; they change no plan and no check
 )";
 }
 
@@ -80,11 +89,14 @@ InfoOptions::InfoOptions(const CommandLineParser& parser)
       mJson(parser.Get<bool>("json", false)),
       mPicture(parser.Get<std::string>("svg", "")),
       mJoined(parser.Get<std::string>("check", "")),
+      mView(parser.Get<std::string>("view", "")),
       mJoin(parser, JoinOptions::Output::Optional) {
   RequireOptionsOf(mMode, parser);
   parser.TerminateIfThereAreUnusedOptions();
   REQUIRE(!mJoin.mInputs.empty(), "No file was given.");
   REQUIRE(mMode!=Mode::Check || FileExists(mJoined), "File " << mJoined << " not found");
+  REQUIRE(mMode!=Mode::View || !FileExists(mView),
+          "File " << mView << " already exists.\nCowardly refusing to write into it.");
   REQUIRE(mPicture.empty() || !FileExists(mPicture),
           "File " << mPicture << " already exists.\nCowardly refusing to write into it.");
 }

@@ -7,7 +7,7 @@
 
 /// What a run of the program was asked for.
 struct InfoOptions {
-  enum class Mode { List, Plan, Check };
+  enum class Mode { List, Plan, Check, View };
 
   /// Reads the command line; fails on an option that the mode does not have.
   InfoOptions(int argc, char** argv);
@@ -17,7 +17,8 @@ struct InfoOptions {
   bool mJson;
   std::string mPicture;  // file to draw the plan to, or empty
   std::string mJoined;   // file to check, or empty
-  JoinOptions mJoin;     // of the join that is planned or checked; the files
+  std::string mView;     // file to make, or empty
+  JoinOptions mJoin;     // of the join that is planned, checked or viewed; the files
 };
 
 /// Whether the command line asks for a plan, as far as that can be said before it is read.

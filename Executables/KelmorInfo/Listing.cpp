@@ -8,6 +8,7 @@
 
 #include "Executables/KelmorInfo/Json.hpp"
 #include "Executables/KelmorInfo/Text.hpp"
+#include "Executables/KelmorInfo/View.hpp"
 #include "Executables/Series/Series.hpp"
 #include "Utils/ErrorHandling/CodeError.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
@@ -144,6 +145,16 @@ void PrintFile(std::ostream& os, const ListedFile& file, bool verbose) {
     lines.Add(std::move(cells));
   }
   lines.Print(os, "  ");
+  if (!file.mSegments.empty()) {
+    os << "  a view of " << Counted(file.mSegments.size(), "file") << '\n';
+  }
+  for (const InputFile& segment : file.mSegments) {
+    if (verbose || !segment.mOpens) {
+      os << "    " << Vexa::Printable(segment.mName)
+         << (segment.mOpens ? "" : "  CANNOT BE OPENED, its rows read as NaN: " + segment.mProblem)
+         << '\n';
+    }
+  }
 }
 
 Json ToJson(const std::optional<std::uint64_t>& number) {
@@ -203,13 +214,20 @@ Json ToJson(const UnionFacts& all) {
   return json;
 }
 
-Json ToJson(const ListedFile& file) {
+Json ToJson(const InputFile& file) {
   Json json = {{"file", file.mName}, {"bytes", file.mBytes}, {"opens", file.mOpens}};
   if (!file.mOpens) {
     json["problem"] = file.mProblem;
     json["advice"] = file.mAdvice;
   }
+  return json;
+}
+
+Json ToJson(const ListedFile& file) {
+  Json json = ToJson(static_cast<const InputFile&>(file));
   json["external_files"] = file.mExternalFiles;
+  json["segments"] =
+      ArrayOf(file.mSegments, [](const InputFile& segment) { return ToJson(segment); });
   json["datasets"] = ArrayOf(file.mDatasets, [](const Facts& facts) { return ToJson(facts); });
   return json;
 }
@@ -220,6 +238,7 @@ Facts ReadFacts(Series& series, const Dataset& dataset, CachedH5File& file) {
   facts.mName = dataset.mName;
   facts.mKind = dataset.mpKind->mExtension;
   const Vexa_H5::MuteH5Errors mute;
+  const Tables::OpenVirtualTables ofView;
   try {
     series.Describe(0, facts);
   } catch (const CodeError& error) {
@@ -228,6 +247,17 @@ Facts ReadFacts(Series& series, const Dataset& dataset, CachedH5File& file) {
     file.CloseFile();
   }
   return facts;
+}
+
+// Tries the files to which a view refers, none of which is needed for what was listed before.
+std::vector<InputFile> TrySegments(const ListedFile& view) {
+  std::set<std::string> paths;
+  for (const Facts& facts : view.mDatasets) {
+    for (const std::string& name : facts.mSegments) {
+      paths.insert(PathFromView(view.mName, name));
+    }
+  }
+  return TryFiles(MyVector<std::string>(std::vector(paths.begin(), paths.end())));
 }
 
 }  // namespace
@@ -258,6 +288,10 @@ Listing MakeListing(const JoinOptions& options) {
     std::ranges::copy(inputs[0].ExternalFiles() | std::views::keys,
                       std::back_inserter(listed.mExternalFiles));
   }
+  // By then no file is open that could be among them.
+  for (ListedFile& listed : listing.mFiles) {
+    listed.mSegments = TrySegments(listed);
+  }
   return listing;
 }
 
@@ -287,6 +321,9 @@ void RequireNoProblems(const Listing& listing) {
   std::string problems;
   for (const ListedFile& file : listing.mFiles) {
     problems += WhyNotOpened(file);
+    for (const InputFile& segment : file.mSegments) {
+      problems += WhyNotOpened(segment);
+    }
     for (const Facts& facts : file.mDatasets) {
       if (!facts.mProblem.empty()) {
         problems += "Object '" + Vexa::Printable(facts.mName) + "' of file '" +

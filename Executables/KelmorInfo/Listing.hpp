@@ -33,6 +33,7 @@ struct UnionFacts {
 struct ListedFile : InputFile {
   std::vector<Facts> mDatasets = {};             // ascending by name
   std::vector<std::string> mExternalFiles = {};  // where its links led; ascending
+  std::vector<InputFile> mSegments = {};         // to which a view refers
 };
 
 struct Listing {

@@ -23,6 +23,14 @@ void Facts::SetTimes(const MyVector<double>& times) {
   }
 }
 
+void Facts::AddSegments(const Tables::TableLayout& layout) {
+  if (layout.mpVirtual != nullptr) {
+    for (const Tables::Mapping& mapping : layout.mpVirtual->mMappings) {
+      mSegments.insert(mapping.mFile);
+    }
+  }
+}
+
 std::optional<std::uint64_t> Sum(const std::optional<std::uint64_t>& a,
                                  const std::optional<std::uint64_t>& b) {
   return a && b ? std::optional(*a + *b) : std::nullopt;

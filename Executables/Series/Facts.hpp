@@ -6,12 +6,14 @@
 #include <cstdint>
 #include <limits>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
 #include "Utils/Containers/MyVector.hpp"
 #include "Utils/Store/DataSet.hpp"
 #include "Utils/Store/H5_ObjectVersion.hpp"
+#include "Utils/Tables/Columns.hpp"
 
 /// The smallest and the largest of some times; smallest > largest while there are none.
 struct TimeRange {
@@ -34,11 +36,14 @@ struct Facts {
   std::vector<std::string> mFilters;       // of the values
   // The bytes on disk are not known where a file is damaged.
   std::optional<std::uint64_t> mStoredBytes = 0;
-  std::string mProblem;  // why not all could be read; empty if all is well
+  std::set<std::string> mSegments;  // which files a view names for the values
+  std::string mProblem;             // why not all could be read; empty if all is well
 
   /// Notes the filters of a dataset, and adds what it takes on disk.
   void AddStorage(const H5_Objects::DataSet& dataset);
   void SetTimes(const MyVector<double>& times);
+  /// Notes the files of which a virtual table has its rows; of another table none.
+  void AddSegments(const Tables::TableLayout& layout);
 };
 
 /// The sum of two numbers of bytes, which is not known where one of them is not.

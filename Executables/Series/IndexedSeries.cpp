@@ -26,6 +26,7 @@ void IndexedSeries::TakeInSet(int file, const IndexedGroup& set, Depth depth,
     mIndexLegend = set.Index().GetLegend();
     mTimeDescription = set.GetTimeDescription();
     mDataDescription = set.GetDataDescription();
+    mTableWithin = "/" + set.Values().LinkName();
   }
 }
 
@@ -87,14 +88,18 @@ void IndexedSeries::Describe(int file, Facts& facts) {
     facts.mLegends = {set.GetTimeDescription(), set.GetDataDescription()};
     facts.AddStorage(set.Index());
     facts.AddStorage(set.Values());
+    facts.AddSegments(set.Values().Layout());
     facts.SetTimes(set.RetrieveTimes());
   });
 }
 
 void IndexedSeries::WriteTo(CachedH5File& output, IndexedGroup& set) {
+  if (mView) {
+    set.SetVirtualValues(*mView);
+  }
   output.WriteImmediately(Name(), [&] {
     set.WriteIndexImmediately_(KeptIndex());
-    set.WriteValuesImmediately_(KeptRows(),
+    set.WriteValuesImmediately_(mView ? 0 : KeptRows(),
                                 [this](Tables::ColumnWriter& writer) { WriteRows(writer); });
   });
 }

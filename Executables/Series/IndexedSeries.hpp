@@ -24,8 +24,10 @@ class IndexedSeries : public SteppedSeries {
 
   std::string mTimeDescription;  // of the first file
   std::string mDataDescription;
+  std::string mTableWithin;
 
  private:
+  std::string TableWithin() const override { return mTableWithin; }
   /// Lends the open set of a file.
   virtual void VisitSet(int file,
                         const std::function<void(const H5_Objects::IndexedGroup&)>& visit) = 0;

@@ -73,6 +73,11 @@ class Series {
 
   /// Takes in all files and writes them to the output.
   virtual void Join(CachedH5File& output) = 0;
+  /// Takes in all files and writes what reads like their join: values in tables stay where they
+  /// are, all else is joined. `inputNames` are the inputs as seen from the folder of the output.
+  virtual void MakeView(CachedH5File& output, const std::vector<std::string>& /*inputNames*/) {
+    Join(output);
+  }
   /// Reads what there is to say about the dataset in one file.
   virtual void Describe(int file, Facts& facts) = 0;
 

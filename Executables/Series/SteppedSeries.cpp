@@ -19,6 +19,8 @@ constexpr std::uint64_t sSmallTableBytes = 1024 * 1024;
 // At most so many times of a table are in memory together, unless they are planned with.
 constexpr std::uint64_t sMostTimes = 32 * 1024 * 1024;
 
+constexpr std::size_t sMostMappings = 10000;
+
 std::uint64_t CountRows(const std::vector<RowRun>& runs) {
   return std::transform_reduce(runs.begin(), runs.end(), std::uint64_t{0}, std::plus(),
                                [](const RowRun& run) { return run.Size(); });
@@ -66,6 +68,9 @@ SteppedSeries::Input SteppedSeries::ReadInput(int file, const Dat& table, Depth 
 }
 
 bool SteppedSeries::CanHoldTimes(const Dat& table, Depth depth) const {
+  if (table.Layout().mpVirtual != nullptr) {
+    return false;
+  }
   const auto held = std::transform_reduce(mTimes.begin(), mTimes.end(), table.Layout().mRows,
                                           std::plus(), [](const auto& t) { return t.size(); });
   const std::uint64_t most = std::min(sMostTimes, mRun.mOptions.mCacheSize / sizeof(double));
@@ -281,6 +286,33 @@ void SteppedSeries::Join(CachedH5File& output) {
   if (mRun.mOptions.mVerbose) {
     PrintSelection();
   }
+  Write(output);
+}
+
+Tables::VirtualTable SteppedSeries::Mappings(const std::vector<std::string>& inputNames) const {
+  Tables::VirtualTable table;
+  for (const Stretch& stretch : StretchesWithin({0, 1, 0, mKeptRows})) {
+    const Input& input = mInputs[stretch.mInput];
+    table.mColumns = input.mLayout.mColumns;
+    table.mMappings.push_back({inputNames[static_cast<std::size_t>(input.mFile)],
+                               mRun.mInputs[input.mFile].Path(Name()) + TableWithin(),
+                               input.mLayout.mRows,
+                               {stretch.mRow, stretch.mRow + stretch.mRows},
+                               stretch.mKeptRow});
+  }
+  return table;
+}
+
+void SteppedSeries::MakeView(CachedH5File& output, const std::vector<std::string>& inputNames) {
+  TakeInAll(Depth::Times);
+  Select(mRun.mOptions.mNoWipe);
+  if (mRun.mOptions.mVerbose) {
+    PrintSelection();
+  }
+  mView = Mappings(inputNames);
+  REQUIRE(mView->mMappings.size()<=sMostMappings,
+          "Of " << Name() << ", " << mView->mMappings.size() << " runs of rows are kept. A view of more than "
+                << sMostMappings << " is too slow to be of use: join the files instead");
   Write(output);
 }
 

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -62,8 +63,19 @@ class SteppedSeries : public Series {
   /// " in column 1 (energy)", if that needs to be told.
   virtual std::string ColumnText(std::uint64_t /*column*/) const { return ""; }
 
+  /// The rows of the table that a view has, as mappings to the files' tables.
+  Tables::VirtualTable Mappings(const std::vector<std::string>& inputNames) const;
+  /// Of the table of one file that was taken in, what maps its rows to other files; null if they
+  /// are its own.
+  const Tables::VirtualTable* VirtualTableOf(std::size_t i) const {
+    return mInputs[i].mLayout.mpVirtual.get();
+  }
+  bool HoldsDoubles(std::size_t i) const { return mInputs[i].mLayout.mHoldsDoubles; }
+
   bool IsWritten() const override { return true; }
   void Join(CachedH5File& output) override;
+  /// Fails on a table of more runs of rows than can be read with ease.
+  void MakeView(CachedH5File& output, const std::vector<std::string>& inputNames) override;
 
  protected:
   SteppedSeries(const SeriesRun& run, const Dataset& dataset, bool hasTimeColumn)
@@ -107,7 +119,9 @@ class SteppedSeries : public Series {
                                              const std::vector<StepRun>& steps) const {
     return steps;
   }
-  /// Writes what was selected.
+  /// The path of the table within the dataset, if it is not the dataset itself.
+  virtual std::string TableWithin() const { return ""; }
+  /// Writes what was selected, with mView instead of the values if there is one.
   virtual void Write(CachedH5File& output) = 0;
   /// Tells of a join what was selected.
   virtual void PrintSelection() const;
@@ -115,7 +129,8 @@ class SteppedSeries : public Series {
   void WriteRows(Tables::ColumnWriter& writer);
 
   std::vector<Input> mInputs;
-  std::vector<MyVector<double>> mTimes;  // of all steps, per input; none if they are not held
+  std::vector<MyVector<double>> mTimes;       // of all steps, per input; none if they are not held
+  std::optional<Tables::VirtualTable> mView;  // instead of values, if a view is made
 
  private:
   using Runs = std::vector<Tables::RowRun>;

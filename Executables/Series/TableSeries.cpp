@@ -73,6 +73,11 @@ void TableSeries::Write(CachedH5File& output) {
   const std::int64_t kept = Steps().mKept;
   auto& dat = output.GetObjectForWrite<Dat>(Name());
   dat.Initialize(mLegend, !mRun.mOptions.mNoGzip, kept);
+  if (mView) {
+    dat.SetVirtual(*mView);
+    output.WriteImmediately(Name(), [] {});
+    return;
+  }
   // Written at once: the table is complete, and holding it serves nothing.
   output.WriteImmediately(Name(), [&] {
     dat.WriteManyStepsImmediately_(kept,
@@ -86,7 +91,10 @@ void TableSeries::Describe(int file, Facts& facts) {
     const MyVector<std::string> legend = dat.GetLegend();
     facts.mLegends.assign(legend.begin(), legend.end());
     facts.AddStorage(dat);
-    if (facts.mShape[1] > 0) {
+    facts.AddSegments(dat.Layout());
+    if (dat.Layout().mpVirtual != nullptr) {
+      facts.mSteps = dat.Layout().mRows;
+    } else if (facts.mShape[1] > 0) {
       facts.SetTimes(dat.RetrieveTimes());
     }
   });
