@@ -1,7 +1,7 @@
 """Runs the snippets of docs/python.md on a joined file, and the join of what they write; and those of
 docs/file-format.md, which write segment.h5, and the join of that.
 
-    TestPython.py SOURCES KELMOR WRITE_SEGMENTS [TEST ...]
+    TestPython.py SOURCES KELMOR KELMORINFO WRITE_SEGMENTS [TEST ...]
 """
 
 import fcntl
@@ -16,7 +16,7 @@ import unittest
 import h5py
 import numpy as np
 
-SOURCES, KELMOR, WRITE_SEGMENTS = sys.argv[1:4]
+SOURCES, KELMOR, KELMORINFO, WRITE_SEGMENTS = sys.argv[1:5]
 SUPERBLOCK_VERSION = 8  # offset of the byte
 TIMES = np.arange(176) * 0.125
 
@@ -65,6 +65,7 @@ class TestPython(WithSnippets):
                 if name == segments[-1]:
                     segment["Run.dir/log.txt"][0] = "bis t ≈ 22\n".encode()
         join("joined.h5", *segments)
+        subprocess.run([KELMORINFO, "-view", "view.h5", *segments], check=True, stdout=subprocess.DEVNULL)
 
     def test_reads_tables(self):
         radius = 10 - 0.05 * TIMES
@@ -75,6 +76,11 @@ class TestPython(WithSnippets):
         np.testing.assert_allclose(energy["total"], total)
         self.assertAlmostEqual(self.found["late"], total[TIMES >= 10].mean())
         self.assertEqual(len(self.found["tables"]), 5)
+        self.assertTrue(self.found["viewed"].equals(energy))
+        os.rename("segment2.h5", "gone.h5")
+        with h5py.File("view.h5", "r") as view, self.assertRaisesRegex(OSError, "rows of Run.dir/energy.dat"):
+            self.found["read_whole"](view, "Run.dir/energy.dat")
+        os.rename("gone.h5", "segment2.h5")
         expected = energy.reset_index().tail(5).to_numpy()
         np.testing.assert_allclose(self.found["recent"].to_numpy(), expected)
         with open("segment3.h5", "rb") as held:
@@ -106,4 +112,4 @@ class TestPython(WithSnippets):
 
 
 if __name__ == "__main__":
-    unittest.main(argv=sys.argv[:1] + sys.argv[4:], verbosity=2)
+    unittest.main(argv=sys.argv[:1] + sys.argv[5:], verbosity=2)

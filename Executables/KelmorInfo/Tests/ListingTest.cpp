@@ -115,7 +115,9 @@ TEST_F(ListingTest, MistakesOnTheCommandLineHaveReports) {
   // A plan has status 1 for itself.
   const std::tuple<int, Arguments, const char*> cases[] = {
       {255, {"no.h5"}, "File no.h5 not found"},
-      {255, {"-DeltaT", "1", "a.h5"}, "Option '-DeltaT' means nothing without -plan or -check."},
+      {255,
+       {"-DeltaT", "1", "a.h5"},
+       "Option '-DeltaT' means nothing without -plan, -check or -view."},
       {2, {"a.h5", "-plan", "-plan"}, "Trying to define boolean option 'plan'"},
       {2, {"a.h5", "-plan", "-check", "a.h5"}, "-check goes neither with -plan nor with -svg."},
       {255, {"-check", "a.h5", "b.h5", "c.h5"}, "different number of columns"},
