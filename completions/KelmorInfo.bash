@@ -7,7 +7,7 @@ _KelmorInfo() {
     -skip | -DeltaT | -cachesize)
       return
       ;;
-    -svg | -view)
+    -svg | -view | -salvage)
       compopt -o filenames 2>/dev/null
       mapfile -t COMPREPLY < <(compgen -d -- "$word")
       return
@@ -15,7 +15,7 @@ _KelmorInfo() {
   esac
   if [[ $word == -* ]]; then
     mapfile -t COMPREPLY < <(
-      compgen -W '-plan -svg -check -view -json -skip -v -h -help -DeltaT -NoWipe -o -cachesize -NoGzip' \
+      compgen -W '-plan -svg -check -view -salvage -json -skip -v -h -help -DeltaT -NoWipe -o -cachesize -NoGzip' \
         -- "$word")
     return
   fi

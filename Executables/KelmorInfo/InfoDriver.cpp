@@ -1,5 +1,6 @@
 #include "Executables/KelmorInfo/InfoDriver.hpp"
 
+#include <algorithm>
 #include <iostream>
 #include <optional>
 
@@ -9,6 +10,7 @@
 #include "Executables/KelmorInfo/Plan.hpp"
 #include "Executables/KelmorInfo/PlanPicture.hpp"
 #include "Executables/KelmorInfo/PlanReport.hpp"
+#include "Executables/KelmorInfo/Salvage.hpp"
 #include "Executables/KelmorInfo/Text.hpp"
 #include "Executables/KelmorInfo/View.hpp"
 #include "Utils/ErrorHandling/CodeError.hpp"
@@ -75,6 +77,17 @@ int View(const InfoOptions& options) {
   return 0;
 }
 
+int Salvage(const InfoOptions& options) {
+  const std::vector<SalvagedDataset> datasets = Salvage(options.mSalvage, options.mJoin);
+  const auto whole = std::ranges::count_if(datasets, &SalvagedDataset::IsWhole);
+  std::cout << Vexa::Printable(options.mSalvage) << " has what is whole of "
+            << Vexa::Printable(options.mJoin.mInputs[0]) << ": " << whole << " of "
+            << Counted(datasets.size(), "dataset") << '\n';
+  PrintSalvage(std::cout, datasets);
+  FinishOutput();
+  return static_cast<std::size_t>(whole) == datasets.size() ? 0 : 1;
+}
+
 // What fails here fails because of the command line: failures of files are part of the plan.
 int PlanJoin(int argc, char** argv) {
   std::optional<InfoOptions> options;
@@ -109,7 +122,8 @@ int RunInfo(int argc, char** argv) {
     return PlanJoin(argc, argv);
   }
   const InfoOptions options(argc, argv);
-  return options.mMode == InfoOptions::Mode::Check  ? Check(options)
-         : options.mMode == InfoOptions::Mode::View ? View(options)
-                                                    : List(options);
+  return options.mMode == InfoOptions::Mode::Check     ? Check(options)
+         : options.mMode == InfoOptions::Mode::View    ? View(options)
+         : options.mMode == InfoOptions::Mode::Salvage ? Salvage(options)
+                                                       : List(options);
 }

@@ -18,6 +18,11 @@ Mode ModeOf(const CommandLineParser& parser) {
   const bool view = parser.KeyExists("view");
   REQUIRE(!(plan && check), "-check goes neither with -plan nor with -svg.");
   REQUIRE(!(view && (plan || check)), "-view goes neither with -plan nor with -svg nor with -check.");
+  const bool salvage = parser.KeyExists("salvage");
+  REQUIRE(!(salvage && (plan || check || view)), "-salvage goes with no other mode.");
+  if (salvage) {
+    return Mode::Salvage;
+  }
   return plan ? Mode::Plan : check ? Mode::Check : view ? Mode::View : Mode::List;
 }
 
@@ -30,9 +35,9 @@ void RequireOptionsOf(Mode mode, const CommandLineParser& parser) {
                     {"NoWipe", {Mode::Plan, Mode::Check, Mode::View}},
                     {"json", {Mode::List, Mode::Plan}},
                     {"o", {Mode::Plan}},
-                    {"NoGzip", {Mode::Plan, Mode::Check, Mode::View}},
+                    {"NoGzip", {Mode::Plan, Mode::Check, Mode::View, Mode::Salvage}},
                     {"svg", {Mode::Plan}},
-                    {"cachesize", {Mode::Plan, Mode::Check, Mode::View}}};
+                    {"cachesize", {Mode::Plan, Mode::Check, Mode::View, Mode::Salvage}}};
   for (const auto& option : restricted) {
     const bool isAllowed = option.mModes.contains(mode);
     REQUIRE(isAllowed || !parser.KeyExists(option.mKey),
@@ -40,6 +45,7 @@ void RequireOptionsOf(Mode mode, const CommandLineParser& parser) {
                         << (mode == Mode::Check  ? "with -check."
                             : mode == Mode::Plan ? "with -plan."
                             : mode == Mode::View ? "with -view."
+                            : mode == Mode::Salvage ? "with -salvage."
                                                  : "without -plan, -check or -view."));
   }
 }
@@ -50,10 +56,11 @@ Usage:  KelmorInfo [options] file [file ...]
         KelmorInfo -plan [options] file [file ...]
         KelmorInfo -check joined.h5 [options] file [file ...]
         KelmorInfo -view view.h5 [options] file [file ...]
+        KelmorInfo -salvage whole.h5 [options] file
 
-Looks at h5-files that Kelmor joins.  Without -plan, -check and -view,
-lists the datasets of each file and of all files together.  No file is
-ever changed.
+Looks at h5-files that Kelmor joins.  Without -plan, -check, -view and
+-salvage, lists the datasets of each file and of all files together.
+No file is ever changed.
 Note: the order of files is SIGNIFICANT with -plan, -check and -view.
 
 BASIC OPTIONS:
@@ -64,7 +71,9 @@ BASIC OPTIONS:
   -check string   # Prove that this file is what Kelmor makes of the others.
   -view string    # Make a small new file that reads like the join and
                   # refers to the files: they must stay where they are.
-  -json           # Print as JSON (not with -check or -view).
+  -salvage string # Make a new file of what is whole of one that is
+                  # damaged: the steps before the first that cannot be read.
+  -json           # Print as JSON (a list or a plan).
   -skip Glob      # skip datasets that match Glob
   -v              # be verbose: legends and version histories
   -h              # Show this help message and exit.
@@ -90,6 +99,7 @@ InfoOptions::InfoOptions(const CommandLineParser& parser)
       mPicture(parser.Get<std::string>("svg", "")),
       mJoined(parser.Get<std::string>("check", "")),
       mView(parser.Get<std::string>("view", "")),
+      mSalvage(parser.Get<std::string>("salvage", "")),
       mJoin(parser, JoinOptions::Output::Optional) {
   RequireOptionsOf(mMode, parser);
   parser.TerminateIfThereAreUnusedOptions();
@@ -97,6 +107,9 @@ InfoOptions::InfoOptions(const CommandLineParser& parser)
   REQUIRE(mMode!=Mode::Check || FileExists(mJoined), "File " << mJoined << " not found");
   REQUIRE(mMode!=Mode::View || !FileExists(mView),
           "File " << mView << " already exists.\nCowardly refusing to write into it.");
+  REQUIRE(mMode!=Mode::Salvage || !FileExists(mSalvage),
+          "File " << mSalvage << " already exists.\nCowardly refusing to write into it.");
+  REQUIRE(mMode!=Mode::Salvage || mJoin.mInputs.size()==1, "-salvage takes one file at a time.");
   REQUIRE(mPicture.empty() || !FileExists(mPicture),
           "File " << mPicture << " already exists.\nCowardly refusing to write into it.");
 }

@@ -7,7 +7,7 @@
 
 /// What a run of the program was asked for.
 struct InfoOptions {
-  enum class Mode { List, Plan, Check, View };
+  enum class Mode { List, Plan, Check, View, Salvage };
 
   /// Reads the command line; fails on an option that the mode does not have.
   InfoOptions(int argc, char** argv);
@@ -18,6 +18,7 @@ struct InfoOptions {
   std::string mPicture;  // file to draw the plan to, or empty
   std::string mJoined;   // file to check, or empty
   std::string mView;     // file to make, or empty
+  std::string mSalvage;  // file to make of what is whole of one, or empty
   JoinOptions mJoin;     // of the join that is planned, checked or viewed; the files
 };
 

@@ -1,8 +1,6 @@
 #include "Executables/KelmorInfo/View.hpp"
 
-#include <cstdio>
 #include <filesystem>
-#include <memory>
 #include <system_error>
 #include <vector>
 
@@ -50,28 +48,15 @@ ViewResult MakeView(const std::string& name, const JoinOptions& options) {
   Inputs inputs(options.mInputs);
   const std::vector<Dataset> datasets = FindDatasets(inputs, options.mSkip);
   REQUIRE(!datasets.empty(), "The files have no datasets to refer to. Will not create " << name);
-  const bool isFileName = !name.empty() && !name.ends_with('/');
-  REQUIRE(isFileName, "The view '" << name << "' is not the name of a file");
-
-  const std::unique_ptr<CachedH5File> view = CachedH5File::CreateUnfinished(name);
-  const Vexa::FileDescriptor written = view->Hold();
-  try {
+  ViewResult result;
+  MakeOutput(name, "the view", [&](CachedH5File& view) {
     Progress progress(!options.mVerbose, datasets.size(), 0);
-    const auto names = NamesFrom(GetDirectoryFromPath(view->Filename()), inputs);
-    const ViewResult result = WriteDatasets({inputs, options, progress}, datasets, names, *view);
+    const auto names = NamesFrom(GetDirectoryFromPath(view.Filename()), inputs);
+    result = WriteDatasets({inputs, options, progress}, datasets, names, view);
     RequireUnchanged(files, inputs);
-    view->SetUnfinished(false);
     inputs.Clear();
-    TheCachedH5FileHolder().PurgeCache();
-    FlushOutputToDisk(written, name, "the view");
-    return result;
-  } catch (...) {
-    // What is not whole is of no use, and would be in the way of the next attempt.
-    if (written.HasName(name)) {
-      std::remove(name.c_str());
-    }
-    throw;
-  }
+  });
+  return result;
 }
 
 std::string PathFromView(const std::string& viewPath, const std::string& name) {

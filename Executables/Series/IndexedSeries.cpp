@@ -30,6 +30,20 @@ void IndexedSeries::TakeInSet(int file, const IndexedGroup& set, Depth depth,
   }
 }
 
+Series::Remains IndexedSeries::TakeInWhole(int file) {
+  TakeIn(file, Depth::Agreement);
+  Remains remains;
+  VisitSet(file, [&](const IndexedGroup& set) {
+    std::string reason;
+    StepIndex index = set.RetrieveReadableIndex_(reason);
+    mTimes.push_back(MyVector<double>(std::exchange(index.mTimes, {})));
+    mIndices.push_back(std::move(index));
+    mInputs.push_back(ReadInput(file, set.Values(), Depth::Times));
+    remains = RemainsOf(set.Index(), reason);
+  });
+  return remains;
+}
+
 std::vector<Series::Property> IndexedSeries::Properties(bool asInFile) const {
   return {{"description of the time", mTimeDescription},
           {"legend of the index", asInFile ? mIndexLegend : OutputIndexLegend()},

@@ -27,6 +27,7 @@ class IndexedSeries : public SteppedSeries {
   std::string mTableWithin;
 
  private:
+  Remains TakeInWhole(int file) override;
   std::string TableWithin() const override { return mTableWithin; }
   /// Lends the open set of a file.
   virtual void VisitSet(int file,

@@ -81,6 +81,21 @@ class Series {
   /// Reads what there is to say about the dataset in one file.
   virtual void Describe(int file, Facts& facts) = 0;
 
+  /// What a damaged file has of a dataset, and what is whole of it.
+  struct Remains {
+    std::uint64_t mTotal = 0;  // steps
+    std::uint64_t mKept = 0;
+    TimeRange mKeptTimes;
+    TimeRange mLostTimes;  // as far as they can be read
+    std::string mReason;   // why not all are kept
+  };
+  /// Writes what is whole of the dataset in a file, in which it may be damaged: the steps before
+  /// the first that cannot be read. Of a kind without steps it is all or nothing: then this fails.
+  virtual Remains Salvage(int /*file*/, CachedH5File& output) {
+    Join(output);
+    return {};
+  }
+
  protected:
   const std::string& Name() const { return mDataset.mName; }
   template <class KIND, class Read>

@@ -109,6 +109,10 @@ void SteppedSeries::Select(bool noWipe) {
   }
   mSteps.mKept = noWipe ? mSteps.mTotal : selection.Kept();
   mSteps.mMaximumGap = selection.MaximumGap();
+  SetKept();
+}
+
+void SteppedSeries::SetKept() {
   for (std::size_t i = 0; i < mInputs.size(); ++i) {
     mInputs[i].mKept = RowsOf(i, mSteps.mRuns[i]);
     mInputs[i].mFirstKept = mKeptRows;
@@ -314,6 +318,38 @@ void SteppedSeries::MakeView(CachedH5File& output, const std::vector<std::string
           "Of " << Name() << ", " << mView->mMappings.size() << " runs of rows are kept. A view of more than "
                 << sMostMappings << " is too slow to be of use: join the files instead");
   Write(output);
+}
+
+Series::Remains SteppedSeries::RemainsOf(const Dat& table, std::string reason) const {
+  const MyVector<double>& times = mTimes.back();
+  Remains remains{table.Layout().mRows, times.size(), {}, {}, std::move(reason)};
+  for (const double time : times) {
+    remains.mKeptTimes.Include(time);
+  }
+  // What cannot be read otherwise may still have its time.
+  std::string ignored;
+  const std::uint64_t count = table.CountReadableRows_(ignored, 1);
+  if (count > times.size()) {
+    std::vector<double> lost(count - times.size());
+    table.RetrieveColumns_({0, 1, times.size(), lost.size()}, lost.data());
+    for (const double time : lost) {
+      remains.mLostTimes.Include(time);
+    }
+  }
+  return remains;
+}
+
+Series::Remains SteppedSeries::Salvage(int file, CachedH5File& output) {
+  const Remains remains = TakeInWhole(file);
+  mSteps.mRuns.resize(1);
+  if (remains.mKept > 0) {
+    mSteps.mRuns[0] = {{0, remains.mKept}};
+  }
+  mSteps.mKept = static_cast<std::int64_t>(remains.mKept);
+  mSteps.mTotal = static_cast<std::int64_t>(remains.mTotal);
+  SetKept();
+  Write(output);
+  return remains;
 }
 
 void SteppedSeries::PrintSelection() const {

@@ -76,6 +76,7 @@ class SteppedSeries : public Series {
   void Join(CachedH5File& output) override;
   /// Fails on a table of more runs of rows than can be read with ease.
   void MakeView(CachedH5File& output, const std::vector<std::string>& inputNames) override;
+  Remains Salvage(int file, CachedH5File& output) override;
 
  protected:
   SteppedSeries(const SeriesRun& run, const Dataset& dataset, bool hasTimeColumn)
@@ -119,6 +120,11 @@ class SteppedSeries : public Series {
                                              const std::vector<StepRun>& steps) const {
     return steps;
   }
+  /// Takes in the steps of a file that are whole: their number is that of the times.
+  virtual Remains TakeInWhole(int file) = 0;
+  /// Tells what is whole of a file that was taken in and has `total` steps, from the table with the
+  /// times.
+  Remains RemainsOf(const H5_Objects::Dat& table, std::string reason) const;
   /// The path of the table within the dataset, if it is not the dataset itself.
   virtual std::string TableWithin() const { return ""; }
   /// Writes what was selected, with mView instead of the values if there is one.
@@ -134,6 +140,7 @@ class SteppedSeries : public Series {
 
  private:
   using Runs = std::vector<Tables::RowRun>;
+  void SetKept();
   Runs SelectIn(std::size_t i, StepSelection& selection);
   Runs KeptWithin(const Input& input, const Tables::ColumnBlock& block) const;
   std::vector<Runs> Passes(const Input& input, const Runs& runs, std::uint64_t columns,

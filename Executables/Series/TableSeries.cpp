@@ -85,6 +85,21 @@ void TableSeries::Write(CachedH5File& output) {
   });
 }
 
+Series::Remains TableSeries::TakeInWhole(int file) {
+  Remains remains;
+  Visit<Dat>(file, [&](const Dat& dat) {
+    Agrees(file, dat, Depth::Values);
+    mLegend = dat.GetLegend();
+    std::string reason;
+    MyVector<double> times{MV::Size(dat.CountReadableRows_(reason))};
+    dat.RetrieveColumns_({0, 1, 0, times.size()}, times.data());
+    mTimes.push_back(std::move(times));
+    mInputs.push_back(ReadInput(file, dat, Depth::Times));
+    remains = RemainsOf(dat, reason);
+  });
+  return remains;
+}
+
 void TableSeries::Describe(int file, Facts& facts) {
   Visit<Dat>(file, [&facts](const Dat& dat) {
     facts.mShape = dat.ExtentsInFile();

@@ -24,6 +24,7 @@ class TableSeries : public SteppedSeries {
     Visit<Object>(file, visit);
   }
   void Write(CachedH5File& output) override;
+  Remains TakeInWhole(int file) override;
 
   int Ncols = 0;  // is named as reports show it
   MyVector<std::string> mLegend;

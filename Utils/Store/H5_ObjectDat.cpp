@@ -8,6 +8,7 @@
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/HDF5/H5_Utils.hpp"
 #include "Utils/Store/InsideStore.hpp"
+#include "Utils/Tables/ReadableRows.hpp"
 
 template struct Factory::Register<H5_Objects::Dat>;
 
@@ -338,6 +339,13 @@ void Dat::RetrieveColumns_(const Tables::ColumnBlock& block, double* values) con
   const Vexa::InsideStore inside;
   REQUIRE(IsObjectOpen(), "Object must be open to retrieve data");
   Tables::ReadColumns(Table(), block, values);
+}
+
+std::uint64_t Dat::CountReadableRows_(std::string& reason, std::uint64_t columns) const {
+  const Vexa::ReportAs label("H5_ObjectDat");
+  const Vexa::InsideStore inside;
+  REQUIRE(IsObjectOpen(), "Object must be open to retrieve data");
+  return Tables::CountReadableRows(Table(), columns, reason);
 }
 
 void Dat::RetrieveRuns_(std::uint64_t column, std::span<const Tables::RowRun> runs, double* values,

@@ -102,6 +102,8 @@ class Dat : public DataSet, public Factory::Register<Dat> {
   /// has finished. Runs must ascend, and none may be empty.
   void RetrieveRuns_(std::uint64_t column, std::span<const Tables::RowRun> runs, double* values,
                      Tables::PendingReads& reads) const;
+  /// See Tables::CountReadableRows.
+  std::uint64_t CountReadableRows_(std::string& reason, std::uint64_t columns = ~0ULL) const;
   /// Returns how the open table lies on disk.
   const Tables::TableLayout& Layout() const { return mLayout; }
 

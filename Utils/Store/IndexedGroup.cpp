@@ -166,12 +166,13 @@ void IndexedGroup::WriteValuesImmediately_(std::uint64_t count,
   mValues.WriteManyStepsImmediately_(count, fill);
 }
 
-IndexedGroup::WholePart IndexedGroup::FindWholePart(std::uint64_t first) const {
-  const std::uint64_t rows = mIndex.Layout().mRows - first;
+IndexedGroup::WholePart IndexedGroup::FindWholePart(std::uint64_t first, std::uint64_t endOfIndex,
+                                                    std::uint64_t values) const {
+  const std::uint64_t rows = endOfIndex - first;
   const std::uint64_t columns = mIndex.Layout().mColumns;
   std::vector<double> index(rows * columns);
   mIndex.RetrieveColumns_({0, columns, first, rows}, index.data());
-  const auto most = static_cast<double>(mValues.Layout().mRows);
+  const auto most = static_cast<double>(values);
   std::vector<double> row(columns);
   std::uint64_t whole = 0;
   std::uint64_t written = 0;
@@ -250,13 +251,34 @@ std::uint64_t IndexedGroup::CheckedOffset(double offset, std::uint64_t previous)
   return whole;
 }
 
+std::vector<double> IndexedGroup::RetrieveIndexColumn(std::uint64_t column,
+                                                      std::uint64_t steps) const {
+  std::vector<double> values(steps);
+  mIndex.RetrieveColumns_({column, 1, 0, steps}, values.data());
+  return values;
+}
+
+StepIndex IndexedGroup::RetrieveReadableIndex_(std::string& reason) const {
+  const std::uint64_t rows = mIndex.CountReadableRows_(reason);
+  const std::uint64_t values = mValues.CountReadableRows_(reason);
+  const std::uint64_t steps = FindWholePart(0, rows, values).mSteps;
+  if (steps < mIndex.Layout().mRows && reason.empty()) {
+    reason = "a step is not whole";
+  }
+  StepIndex index;
+  index.mTimes = RetrieveIndexColumn(0, steps);
+  for (const double offset : RetrieveIndexColumn(1, steps)) {
+    index.mEnds.push_back(static_cast<std::uint64_t>(offset));
+  }
+  for (std::uint64_t c = 2; c < mIndex.Layout().mColumns; ++c) {
+    index.mExtras.push_back(RetrieveIndexColumn(c, steps));
+  }
+  return index;
+}
+
 StepIndex IndexedGroup::RetrieveIndex_() const {
   const std::uint64_t steps = mIndex.Layout().mRows;
-  const auto column = [&](std::uint64_t c) {
-    std::vector<double> values(steps);
-    mIndex.RetrieveColumns_({c, 1, 0, steps}, values.data());
-    return values;
-  };
+  const auto column = [&](std::uint64_t c) { return RetrieveIndexColumn(c, steps); };
   StepIndex index;
   index.mTimes = column(0);
   index.mEnds.reserve(steps);

@@ -74,6 +74,9 @@ class IndexedGroup : public H5_Object {
   /// Reads the whole index, checked: offsets are whole, never decrease, and end where the values
   /// end.
   StepIndex RetrieveIndex_() const;
+  /// Reads as much of the index as belongs to whole steps, all of whose values can be read. Why
+  /// there are not more of them goes to `reason`.
+  StepIndex RetrieveReadableIndex_(std::string& reason) const;
 
   /// Has a new set take its values from other files; see Dat::SetVirtual. Its index is its own.
   void SetVirtualValues(Tables::VirtualTable table) { mValues.SetVirtual(std::move(table)); }
@@ -135,7 +138,13 @@ class IndexedGroup : public H5_Object {
   std::uint64_t CheckedOffset(double offset, std::uint64_t previous) const;
   // Looks at the rows of the index from `first` on. Row `first` gives only its offset, unless it is
   // the very first row, since the length of its step is not known.
-  WholePart FindWholePart(std::uint64_t first) const;
+  WholePart FindWholePart(std::uint64_t first) const {
+    return FindWholePart(first, mIndex.Layout().mRows, mValues.Layout().mRows);
+  }
+  // Looks at no more than these rows and values.
+  WholePart FindWholePart(std::uint64_t first, std::uint64_t endOfIndex,
+                          std::uint64_t values) const;
+  std::vector<double> RetrieveIndexColumn(std::uint64_t column, std::uint64_t steps) const;
 
   Dir mGroup;
   Dat mIndex;
