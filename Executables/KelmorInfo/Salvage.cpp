@@ -64,9 +64,9 @@ void PrintSalvage(std::ostream& os, const std::vector<SalvagedDataset>& datasets
                dataset.IsWhole() ? "whole"
                : dataset.mIsWritten
                    ? "keeping " + std::to_string(remains.mKept) + " of " +
-                         Counted(remains.mTotal, "step") + TimesText(remains.mKeptTimes) +
-                         ", leaving out " + std::to_string(lost) + TimesText(remains.mLostTimes) +
-                         ": " + OneLine(remains.mReason)
+                         Counted(remains.mTotal, dataset.mKind == "txt" ? "string" : "step") +
+                         TimesText(remains.mKeptTimes) + ", leaving out " + std::to_string(lost) +
+                         TimesText(remains.mLostTimes) + ": " + OneLine(remains.mReason)
                    : "LEFT OUT: " + OneLine(remains.mReason) + advice});
   }
   lines.Print(os, "  ");

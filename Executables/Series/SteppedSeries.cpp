@@ -332,6 +332,9 @@ Series::Remains SteppedSeries::RemainsOf(const Dat& table, std::string reason) c
   if (count > times.size()) {
     std::vector<double> lost(count - times.size());
     table.RetrieveColumns_({0, 1, times.size(), lost.size()}, lost.data());
+    while (!lost.empty() && lost.back() == 0) {
+      lost.pop_back();  // it was hardly written
+    }
     for (const double time : lost) {
       remains.mLostTimes.Include(time);
     }

@@ -13,6 +13,7 @@ class TextSeries : public Series {
   void TakeIn(int file, Depth depth) override;
   std::uint64_t Bytes() const override { return mText.size(); }
   void Join(CachedH5File& output) override;
+  Remains Salvage(int file, CachedH5File& output) override;
   void Describe(int file, Facts& facts) override;
 
   const std::string& Text() const { return mText; }
@@ -20,6 +21,8 @@ class TextSeries : public Series {
   const std::vector<std::size_t>& Ends() const { return mEnds; }
 
  private:
+  void Write(CachedH5File& output);
+
   std::string mText;
   std::vector<std::size_t> mEnds;
 };

@@ -1,8 +1,10 @@
 #include "Utils/Store/H5_ObjectTxt.hpp"
 
+#include <numeric>
 #include <ostream>
 #include <vector>
 
+#include "Utils/ErrorHandling/CodeError.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/HDF5/H5Type.hpp"
 #include "Utils/HDF5/H5_Utils.hpp"
@@ -96,6 +98,26 @@ std::string Txt::RetrieveData() {
     text += piece;
   }
   return text;
+}
+
+std::string Txt::RetrieveReadable_(std::uint64_t& count) {
+  const Vexa::ReportAs label("H5_ObjectTxt");
+  count = mSize;
+  if (ExtentsInFile().size() != 1 || HoldsCharacters()) {
+    return RetrieveData();
+  }
+  std::vector<std::string> readable;
+  std::uint64_t end = mSize + 1;  // so many cannot be read
+  for (std::uint64_t most = mSize; readable.size() + 1 < end;
+       most = readable.size() + (end - readable.size()) / 2) {
+    try {
+      readable = ReadFirstStrings(most);
+    } catch (const CodeError&) {
+      end = most;
+    }
+  }
+  count = readable.size();
+  return std::accumulate(readable.begin(), readable.end(), std::string());
 }
 
 bool Txt::HoldsCharacters() const {

@@ -39,6 +39,9 @@ class Txt : public StringDataSet, public Factory::Register<Txt> {
 
   /// Reads the whole text in the file: all strings without anything between them.
   std::string RetrieveData();
+  /// Reads the text up to the first string that cannot be read, and counts the strings before it.
+  /// Of the formats that cannot be appended to, all is read or this fails.
+  std::string RetrieveReadable_(std::uint64_t& count);
 
   /// Returns the number of strings; text in memory counts as one more. Fails with "Must OpenObject
   /// before calling GetSize".

@@ -125,15 +125,36 @@ void StringDataSet::WriteRows(hid_t type_id, const std::vector<hsize_t>& count,
 }
 
 std::vector<std::string> StringDataSet::ReadAllStrings(std::size_t count) const {
-  const Vexa::InsideStore inside;
-  Vexa_H5::DatatypeHandle my_dtype_id(mTrace(5, H5Dget_type(mMy_id), "H5Dget_type(", mMy_id, ")"));
-  REQUIRE_FOR_CALLER(my_dtype_id>0, "H5Dget_type failed");
-  Vexa_H5::DataspaceHandle dataspace_id(
+  const Vexa_H5::DataspaceHandle dataspace_id(
       mTrace(5, H5Dget_space(mMy_id), "H5Dget_space(", mMy_id, ")"));
   REQUIRE_FOR_CALLER(dataspace_id>=0, "H5Dget_space failed");
   const auto npoints = H5Sget_simple_extent_npoints(dataspace_id);
   REQUIRE_FOR_CALLER(npoints>=0 && static_cast<std::size_t>(npoints)==count,
                      "dataset-size inconsistent with expected size");
+  return ReadSelected(count, dataspace_id, dataspace_id);
+}
+
+std::vector<std::string> StringDataSet::ReadFirstStrings(std::size_t count) const {
+  const Vexa_H5::DataspaceHandle filespace_id(
+      mTrace(5, H5Dget_space(mMy_id), "H5Dget_space(", mMy_id, ")"));
+  REQUIRE_FOR_CALLER(filespace_id>=0, "H5Dget_space failed");
+  const hsize_t start = 0;
+  const hsize_t rows = count;
+  const herr_t err =
+      mTrace(5, H5Sselect_hyperslab(filespace_id, H5S_SELECT_SET, &start, nullptr, &rows, nullptr),
+             "H5Sselect_hyperslab(filespace_id, ...)");
+  REQUIRE_FOR_CALLER(err>=0, "H5Sselect_hyperslab failed");
+  const Vexa_H5::DataspaceHandle memspace_id(
+      mTrace(5, H5Screate_simple(1, &rows, nullptr), "H5Screate_simple(1, ...)"));
+  REQUIRE_FOR_CALLER(memspace_id>=0, "H5Screate_simple failed");
+  return ReadSelected(count, memspace_id, filespace_id);
+}
+
+std::vector<std::string> StringDataSet::ReadSelected(std::size_t count, hid_t memspace_id,
+                                                     hid_t filespace_id) const {
+  const Vexa::InsideStore inside;
+  Vexa_H5::DatatypeHandle my_dtype_id(mTrace(5, H5Dget_type(mMy_id), "H5Dget_type(", mMy_id, ")"));
+  REQUIRE_FOR_CALLER(my_dtype_id>0, "H5Dget_type failed");
   std::vector<std::string> strings;
   if (count == 0) {
     REQUIRE_FOR_CALLER(H5Tget_class(my_dtype_id)==H5T_STRING, mName << " is of another type");
@@ -144,13 +165,12 @@ std::vector<std::string> StringDataSet::ReadAllStrings(std::size_t count) const 
     const long double bytesOfString = 280;
     Tables::RequireSoundStorage(mMy_id, bytesOfString * static_cast<long double>(count), mName);
     const auto read = [&](hid_t memoryType, void* buffer) {
-      return mTrace(4, H5Dread(mMy_id, memoryType, H5S_ALL, H5S_ALL, H5P_DEFAULT, buffer),
+      return mTrace(4, H5Dread(mMy_id, memoryType, memspace_id, filespace_id, H5P_DEFAULT, buffer),
                     "H5Dread(", mMy_id, ", ...)");
     };
-    strings = Vexa_H5::ReadStrings(mMy_id, my_dtype_id, dataspace_id, count, read,
+    strings = Vexa_H5::ReadStrings(mMy_id, my_dtype_id, memspace_id, count, read,
                                    {"H5Dread failed", "H5Dvlen_reclaim failed"});
   }
-  dataspace_id.Close(mTrace, "H5Sclose(dataspace_id)", "status==0");
   my_dtype_id.Close(mTrace, "H5Tclose(my_dtype_id)", "status==0");
   return strings;
 }

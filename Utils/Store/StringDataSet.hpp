@@ -43,11 +43,15 @@ class StringDataSet : public DataSet {
 
   /// Reads the whole open dataset, `count` strings of any HDF5 string type, in storage order.
   std::vector<std::string> ReadAllStrings(std::size_t count) const;
+  /// Reads the first of the strings of a dataset of one dimension.
+  std::vector<std::string> ReadFirstStrings(std::size_t count) const;
 
   unsigned long long mSize = 0;  // rows in the file, or characters of the older format of texts
 
  private:
   std::vector<hsize_t> Shape(hsize_t rows) const;
+  std::vector<std::string> ReadSelected(std::size_t count, hid_t memspace_id,
+                                        hid_t filespace_id) const;
   void AppendRows(const std::vector<std::string>& strings);
   void WriteRows(hid_t type_id, const std::vector<hsize_t>& count,
                  const std::vector<std::string>& strings) const;

@@ -19,7 +19,7 @@ void RequireDecoded(DecodeStatus status, const std::string& name, const StoredCh
   REQUIRE_FOR_CALLER(status==DecodeStatus::Ok,
              "H5Dread failed for name=" << name << ": damaged chunk at row " << chunk.mRow
                                         << " of column " << chunk.mColumn << ": "
-                                        << ChunkCodec::Describe(status));
+                                        << ChunkCodec::Describe(status) << sSalvageAdvice);
 }
 
 ChunkCodec::ChunkFormat FormatOf(const TableLayout& layout) {
@@ -46,7 +46,7 @@ StoredChunk ChunkReader::Fetch(std::span<const hsize_t> offset, bool isPlain,
     REQUIRE_FOR_CALLER(size<=mostBytes, "H5Dread failed for name=" << mName
                                                          << ": damaged chunk at row " << chunk.mRow
                                                          << " of column " << chunk.mColumn << ": "
-                                                         << size << " bytes are stored");
+                                                         << size << " bytes are stored" << sSalvageAdvice);
   }
   RequireDecoded(size <= mostBytes ? DecodeStatus::Ok : DecodeStatus::TooManyValues, mName, chunk);
   if (size == 0) {

@@ -11,6 +11,7 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <string_view>
 
 #include "Utils/ChunkCodec/ChunkDecoder.hpp"
 #include "Utils/Tables/Columns.hpp"
@@ -42,6 +43,10 @@ struct ChunkReader {
   const Trace& mTrace;
   const ChunkCodec::ChunkFormat& mFormat;
 };
+
+/// What reports about damaged chunks end in.
+inline constexpr std::string_view sSalvageAdvice =
+    ". 'KelmorInfo -salvage' makes a file of what is before it";
 
 /// Fails unless a chunk was decoded: "H5Dread failed for name=<name>: damaged chunk at row ...".
 void RequireDecoded(ChunkCodec::DecodeStatus status, const std::string& name,

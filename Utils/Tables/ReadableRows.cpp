@@ -6,6 +6,7 @@
 
 #include "Utils/ErrorHandling/CodeError.hpp"
 #include "Utils/HDF5/Handle.hpp"
+#include "Utils/Tables/ChunkReader.hpp"
 
 namespace Tables {
 
@@ -66,6 +67,7 @@ class Reader {
       return true;
     } catch (const CodeError& error) {
       mReason = error.Reason();
+      mReason.resize(std::min(mReason.find(sSalvageAdvice), mReason.size()));
       return false;
     }
   }

@@ -27,7 +27,7 @@ class SalvageTest : public InfoFixture {
     file.Table("/c.coef/index.dat", index, options);
     file.Table("/c.coef/coefs.dat", Count(7, 40), options);
     file.Table("/zero.dat", {{0, 0}}, options);
-    file.Strings("/s.txt", {"text"}, {1});
+    file.Strings("/s.txt", Strings(40, "line"), {40});
     file.Version("/V.ver", 1);
   }
   // Overwrites bytes of the chunk that begins at that row, or drops it and all after it.
@@ -61,7 +61,8 @@ TEST_F(SalvageTest, WritesTheStepsBeforeTheFirstThatCannotBeRead) {
                 "keeping 10 of 20 steps at t = 0 ... 4.5, leaving out 10 at t = 5 ... 9.5"},
                {"/x.dat", 5, 0, 5, 20, "keeping 5 of 20 steps at t = 0 ... 2, leaving out 15: "},
                {"/c.coef/coefs.dat", 25, 0, 20, 12, "keeping 12 of 20 steps at t = 0 ... 5.5"},
-               {"/c.coef/index.dat", 15, 1, 20, 15, "keeping 15 of 20 steps at t = 0 ... 7"}};
+               {"/c.coef/index.dat", 15, 1, 20, 15, "keeping 15 of 20 steps at t = 0 ... 7"},
+               {"/s.txt", 16, 0, 20, 20, "keeping 16 of 40 strings"}};
   for (const auto& c : cases) {
     Damage(c.mTable, c.mRow, c.mColumn);
     const std::string before = PlainH5::Bytes(Path("broken.h5"));
@@ -79,7 +80,9 @@ TEST_F(SalvageTest, WritesTheStepsBeforeTheFirstThatCannotBeRead) {
       expected.resize(rows);
       EXPECT_EQ(joined.ReadTable(table), expected) << table << " for " << c.mTable;
     }
-    EXPECT_TRUE(joined.Has("/s.txt") && joined.Has("/V.ver"));
+    const bool isText = c.mTable == std::string("/s.txt");
+    EXPECT_EQ(joined.ReadStrings("/s.txt").front().size(), isText ? 64U : 160U);
+    EXPECT_TRUE(joined.Has("/V.ver"));
     fs::remove(Path("saved.h5"));
   }
 }
