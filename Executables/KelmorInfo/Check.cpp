@@ -319,7 +319,7 @@ CheckResult CheckJoin(const std::string& joinedName, const JoinOptions& options)
   RequireAllOpen(files);
   Inputs joined({joinedName}, ReadAhead::Need::All);
   Inputs inputs(options.mInputs, options.Needs());
-  const CheckResult result = Checker(joined, inputs, options).Check();
+  CheckResult result = Checker(joined, inputs, options).Check();
   RequireUnchanged(joinedFile, joined);
   RequireUnchanged(files, inputs);
   return result;

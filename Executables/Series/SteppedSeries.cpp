@@ -343,7 +343,7 @@ Series::Remains SteppedSeries::RemainsOf(const Dat& table, std::string reason) c
 }
 
 Series::Remains SteppedSeries::Salvage(int file, CachedH5File& output) {
-  const Remains remains = TakeInWhole(file);
+  Remains remains = TakeInWhole(file);
   mSteps.mRuns.resize(1);
   if (remains.mKept > 0) {
     mSteps.mRuns[0] = {{0, remains.mKept}};
