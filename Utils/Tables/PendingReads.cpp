@@ -10,8 +10,10 @@ namespace Tables {
 
 namespace {
 
-// Fewer values are decoded sooner than a worker is woken.
+// Fewer values of a chunk are decoded sooner than a worker is woken; short chunks take longer to
+// fetch, so that more of them are waited for.
 constexpr std::uint64_t sValuesWorthAWorker = 16 * 1024;
+constexpr std::uint64_t sShortChunksWorthAWorker = 32 * 1024;
 // Values that pass the first caches together.
 constexpr std::uint64_t sValuesTogether = 4 * 1024;
 // The most that waiting chunks take together (see LimitedBytes()); one that takes more waits alone.
@@ -98,7 +100,8 @@ void PendingReads::Decode(std::shared_ptr<const ChunkOrigin> origin, StoredChunk
   while (mBatches.size() > 1 && mLimitedBytes > sMostLimitedBytes) {
     FinishFirst();
   }
-  if (batch.mValues >= sValuesWorthAWorker) {
+  const bool isOneChunk = batch.mItems.size() == 1;
+  if (batch.mValues >= (isOneChunk ? sValuesWorthAWorker : sShortChunksWorthAWorker)) {
     batch.Begin();
   }
 }
@@ -106,7 +109,7 @@ void PendingReads::Decode(std::shared_ptr<const ChunkOrigin> origin, StoredChunk
 void PendingReads::FinishFirst() {
   Batch& first = mBatches.front();
   if (!first.mIsBegun) {
-    first.Begin();
+    std::ranges::for_each(first.mItems, &Item::Decode);
   }
   first.mTask.Wait();
   std::ranges::for_each(first.mItems, &Item::Finish);
