@@ -118,7 +118,10 @@ void SteppedSeries::SetKept() {
     mInputs[i].mFirstKept = mKeptRows;
     mInputs[i].mKeptRows = CountRows(mInputs[i].mKept);
     mKeptRows += mInputs[i].mKeptRows;
-    if (2 * mInputs[i].mKeptRows < mInputs[i].mRows) {
+    // Of steps that are thinned out, the chunks are needed all the same.
+    const Runs& kept = mInputs[i].mKept;
+    const std::uint64_t span = kept.empty() ? 0 : kept.back().mOnePastLast - kept.front().mFirst;
+    if (2 * span < mInputs[i].mRows) {
       // Other datasets of that segment are wiped as much.
       mRun.mInputs.Ahead().LeaveOut(static_cast<std::size_t>(mInputs[i].mFile));
     }
