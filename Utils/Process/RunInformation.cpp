@@ -7,6 +7,7 @@
 #include <system_error>
 
 #include "Utils/Process/Formatting.hpp"
+#include "Utils/Process/Version.hpp"
 
 namespace {
 
@@ -52,5 +53,5 @@ std::string InfoAtRuntime(int argc, char** argv) {
     text += " " + Quoted(argv[i]);
   }
   return text + "\nRun directory: " + RunDirectory() + "\nProcess " + std::to_string(getpid()) +
-         " on " + HostName() + ", " + AsciiTime() + "\n";
+         " on " + HostName() + ", " + AsciiTime() + "\nVersion " VEXA_VERSION "\n";
 }

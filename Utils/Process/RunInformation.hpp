@@ -15,5 +15,5 @@ std::string InfoAtCompile();
 /// Which version of this library the program was linked with.
 std::string InfoAtLink();
 
-/// The command line, by which process and when it runs.
+/// The command line, by which process and when it runs, and the version.
 std::string InfoAtRuntime(int argc, char** argv);

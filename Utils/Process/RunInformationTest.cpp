@@ -5,6 +5,8 @@
 
 #include <filesystem>
 
+#include "Utils/Process/Version.hpp"
+
 namespace {
 
 TEST(RunInformationTest, CommandAndDirectoryAreThoseOfTheStart) {
@@ -16,6 +18,7 @@ TEST(RunInformationTest, CommandAndDirectoryAreThoseOfTheStart) {
   EXPECT_THAT(InfoAtRuntime(2, argv),
               testing::StartsWith("Command line: Kelmor 'a b'\nRun directory: " + atStart +
                                   "\nProcess " + std::to_string(getpid()) + " on "));
+  EXPECT_THAT(InfoAtRuntime(2, argv), testing::EndsWith("\nVersion " VEXA_VERSION "\n"));
   ASSERT_EQ(chdir(atStart.c_str()), 0);
 }
 
