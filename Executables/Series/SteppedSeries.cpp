@@ -43,11 +43,12 @@ bool SteppedSeries::Input::Has(std::uint64_t column, const std::vector<RowRun>& 
          runs.back().mOnePastLast <= mWindow.mFirstRow + mWindow.mRows;
 }
 
-void SteppedSeries::Input::Fill(const Dat& table, const ColumnBlock& window) {
+void SteppedSeries::Input::Fill(const Dat& table, const ColumnBlock& window,
+                                Tables::PendingReads& reads) {
   mValues.reset();
   mValues = std::make_unique_for_overwrite<double[]>(window.mColumns * window.mRows);
   mWindow = window;
-  table.RetrieveColumns_(window, mValues.get());
+  table.RetrieveColumns_(window, mValues.get(), reads);
 }
 
 SteppedSeries::Input SteppedSeries::ReadInput(int file, const Dat& table, Depth depth) {
@@ -59,7 +60,7 @@ SteppedSeries::Input SteppedSeries::ReadInput(int file, const Dat& table, Depth 
   const std::uint64_t bytes = layout.mRows * layout.mColumns * sizeof(double);
   const bool isWanted = !input.HasColumnsApart() || bytes <= sSmallTableBytes;
   if (isWanted && bytes <= mRun.mOptions.mCacheSize - mHeldBytes) {
-    input.Fill(table, {0, layout.mColumns, 0, layout.mRows});
+    input.Fill(table, {0, layout.mColumns, 0, layout.mRows}, mReads);
     mHeldBytes += bytes;
   } else if (!input.HasColumnsApart()) {
     mMixedRows += layout.mRows;
@@ -75,6 +76,27 @@ bool SteppedSeries::CanHoldTimes(const Dat& table, Depth depth) const {
                                           std::plus(), [](const auto& t) { return t.size(); });
   const std::uint64_t most = std::min(sMostTimes, mRun.mOptions.mCacheSize / sizeof(double));
   return depth == Depth::TimesIfReadable || held <= most;
+}
+
+void SteppedSeries::TakeTimes(const Input& input, const Dat& table, Depth depth) {
+  const bool isHeld = input.mValues != nullptr || CanHoldTimes(table, depth);
+  MyVector<double>& times = mTimes.emplace_back(MV::Size(isHeld ? input.mRows : 0));
+  if (input.mValues == nullptr) {
+    table.RetrieveColumns_({0, 1, 0, times.size()}, times.data(), mReads);
+  }
+  if (depth == Depth::TimesIfReadable) {
+    mReads.Finish();
+  }
+}
+
+// Those of tables that are held stand among the values.
+void SteppedSeries::FinishTimes() {
+  mReads.Finish();
+  for (std::size_t i = 0; mHasTimeColumn && i < mInputs.size(); ++i) {
+    if (mInputs[i].mValues != nullptr) {
+      std::copy_n(mInputs[i].mValues.get(), mInputs[i].mRows, mTimes[i].data());
+    }
+  }
 }
 
 SteppedSeries::Runs SteppedSeries::SelectIn(std::size_t i, StepSelection& selection) {
@@ -96,6 +118,7 @@ SteppedSeries::Runs SteppedSeries::SelectIn(std::size_t i, StepSelection& select
 }
 
 void SteppedSeries::Select(bool noWipe) {
+  FinishTimes();
   StepSelection selection(mRun.mOptions.mDeltaT);
   mSteps.mRuns.resize(mInputs.size());
   for (std::size_t i = mInputs.size(); i-- > 0;) {
@@ -234,8 +257,11 @@ void SteppedSeries::Fetch(std::size_t i, const Dat* pTable, const ColumnBlock& c
     } else {
       if (!input.Has(column, runs)) {
         const std::uint64_t rows = runs.back().mOnePastLast - runs.front().mFirst;
+        Tables::PendingReads reads;
         input.Fill(*pTable,
-                   NextWindow(input, {column, end - column, runs.front().mFirst, rows}, most));
+                   NextWindow(input, {column, end - column, runs.front().mFirst, rows}, most),
+                   reads);
+        reads.Finish();
       }
       const Tables::ColumnBlock& window = input.mWindow;
       CopyRuns(input.mValues.get() + (column - window.mFirstColumn) * window.mRows,

@@ -97,17 +97,19 @@ class SteppedSeries : public Series {
     // Whether a column can be read without the others, at no more than its own cost.
     bool HasColumnsApart() const { return mLayout.mChunkColumns == 1 || mLayout.mColumns == 1; }
     bool Has(std::uint64_t column, const std::vector<Tables::RowRun>& runs) const;
-    void Fill(const H5_Objects::Dat& table, const Tables::ColumnBlock& window);
+    // The values are there when the reads have finished.
+    void Fill(const H5_Objects::Dat& table, const Tables::ColumnBlock& window,
+              Tables::PendingReads& reads);
   };
 
-  /// Looks at the open table of a file and, for a join, reads it if it is to be held: if it is
-  /// small, which saves opening it twice, or if its columns lie mixed on disk; as far as the limit
-  /// allows.
+  /// Looks at the open table of a file and, for a join, starts to read it if it is to be held: if
+  /// it is small, which saves opening it twice, or if its columns lie mixed on disk; as far as the
+  /// limit allows.
   Input ReadInput(int file, const H5_Objects::Dat& table, Depth depth);
 
-  /// Whether the times of a table are to be held besides those that are. Others are read again when
-  /// steps are selected, and when they are written.
-  bool CanHoldTimes(const H5_Objects::Dat& table, Depth depth) const;
+  /// Takes in the times of a table whose first column they are. They are there when steps are
+  /// selected, for a plan at once.
+  void TakeTimes(const Input& input, const H5_Objects::Dat& table, Depth depth);
   bool HoldsTimes(std::size_t i) const {
     return mTimes[i].size() > 0 || !mHasTimeColumn || mInputs[i].mRows == 0;
   }
@@ -141,6 +143,10 @@ class SteppedSeries : public Series {
  private:
   using Runs = std::vector<Tables::RowRun>;
   void SetKept();
+  // Whether the times of a table are to be held besides those that are. Others are read again when
+  // steps are selected, and when they are written.
+  bool CanHoldTimes(const H5_Objects::Dat& table, Depth depth) const;
+  void FinishTimes();
   Runs SelectIn(std::size_t i, StepSelection& selection);
   Runs KeptWithin(const Input& input, const Tables::ColumnBlock& block) const;
   std::vector<Runs> Passes(const Input& input, const Runs& runs, std::uint64_t columns,
@@ -156,4 +162,5 @@ class SteppedSeries : public Series {
   std::uint64_t mKeptRows = 0;
   std::uint64_t mHeldBytes = 0;
   std::uint64_t mMixedRows = 0;  // of tables with mixed columns that are to be held but do not fit
+  Tables::PendingReads mReads;   // of times and of values that are held; last: it waits for them
 };

@@ -37,12 +37,7 @@ void TableSeries::TakeIn(int file, Depth depth) {
     }
     Note(file, dat, dat.GetLegend(), depth);
     Input input = ReadInput(file, dat, depth);
-    const double* values = input.mValues.get();
-    if (values != nullptr) {
-      mTimes.push_back(MyVector<double>(MV::Sequence(values, input.mRows)));
-    } else {
-      mTimes.push_back(CanHoldTimes(dat, depth) ? dat.RetrieveTimes() : MyVector<double>());
-    }
+    TakeTimes(input, dat, depth);
     mInputs.push_back(std::move(input));
   });
 }

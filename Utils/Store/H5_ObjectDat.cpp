@@ -341,6 +341,14 @@ void Dat::RetrieveColumns_(const Tables::ColumnBlock& block, double* values) con
   Tables::ReadColumns(Table(), block, values);
 }
 
+void Dat::RetrieveColumns_(const Tables::ColumnBlock& block, double* values,
+                           Tables::PendingReads& reads) const {
+  const Vexa::ReportAs label("H5_ObjectDat");
+  const Vexa::InsideStore inside;
+  REQUIRE(IsObjectOpen(), "Object must be open to retrieve data");
+  Tables::StartReading(Table(), block, values, reads);
+}
+
 std::uint64_t Dat::CountReadableRows_(std::string& reason, std::uint64_t columns) const {
   const Vexa::ReportAs label("H5_ObjectDat");
   const Vexa::InsideStore inside;

@@ -98,6 +98,9 @@ class Dat : public DataSet, public Factory::Register<Dat> {
 
   /// Reads neighbouring columns into memory of the caller: values[c * rows + r].
   void RetrieveColumns_(const Tables::ColumnBlock& block, double* values) const;
+  /// The same; the values are in place when `reads` has finished.
+  void RetrieveColumns_(const Tables::ColumnBlock& block, double* values,
+                        Tables::PendingReads& reads) const;
   /// Reads runs of rows of one column, one after the other. The values are in place when `reads`
   /// has finished. Runs must ascend, and none may be empty.
   void RetrieveRuns_(std::uint64_t column, std::span<const Tables::RowRun> runs, double* values,

@@ -80,12 +80,18 @@ void Read(const OpenTable& table, Target target, PendingReads& reads) {
 }  // namespace
 
 void ReadColumns(const OpenTable& table, const ColumnBlock& block, double* values) {
+  PendingReads reads;
+  StartReading(table, block, values, reads);
+  reads.Finish();
+}
+
+void StartReading(const OpenTable& table, const ColumnBlock& block, double* values,
+                  PendingReads& reads) {
   if (block.mRows == 0 || block.mColumns == 0) {
     return;
   }
   const bool areApart = table.mLayout.mChunkColumns == 1 || table.mLayout.mColumns == 1;
   const std::uint64_t together = areApart ? 1 : block.mColumns;
-  PendingReads reads;
   for (std::uint64_t c = 0; c < block.mColumns; c += together) {
     Read(table,
          {block.mFirstColumn + c,
@@ -94,7 +100,6 @@ void ReadColumns(const OpenTable& table, const ColumnBlock& block, double* value
           {{block.mFirstRow, block.mRows, values + c * block.mRows}}},
          reads);
   }
-  reads.Finish();
 }
 
 void StartReading(const OpenTable& table, std::uint64_t column, std::span<const RowRun> runs,

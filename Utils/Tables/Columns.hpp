@@ -68,6 +68,10 @@ class PendingReads;
 /// into memory along with the block. Fails with "H5Dread failed for name=...".
 void ReadColumns(const OpenTable& table, const ColumnBlock& block, double* values);
 
+/// The same; the values are there when `reads` has finished.
+void StartReading(const OpenTable& table, const ColumnBlock& block, double* values,
+                  PendingReads& reads);
+
 /// Reads runs of rows of one column, one after the other, into `values`, which are there when
 /// `reads` has finished. Runs ascend, and none is empty. Each chunk is read once.
 void StartReading(const OpenTable& table, std::uint64_t column, std::span<const RowRun> runs,
