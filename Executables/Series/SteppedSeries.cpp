@@ -6,6 +6,7 @@
 #include <numeric>
 #include <optional>
 
+#include "Utils/ErrorHandling/OnFailure.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
 
 using H5_Objects::Dat;
@@ -48,6 +49,7 @@ void SteppedSeries::Input::Fill(const Dat& table, const ColumnBlock& window,
   mValues.reset();
   mValues = std::make_unique_for_overwrite<double[]>(window.mColumns * window.mRows);
   mWindow = window;
+  const OnFailure drop([&reads] { reads.Drop(); });
   table.RetrieveColumns_(window, mValues.get(), reads);
 }
 
@@ -82,10 +84,15 @@ void SteppedSeries::TakeTimes(const Input& input, const Dat& table, Depth depth)
   const bool isHeld = input.mValues != nullptr || CanHoldTimes(table, depth);
   MyVector<double>& times = mTimes.emplace_back(MV::Size(isHeld ? input.mRows : 0));
   if (input.mValues == nullptr) {
+    // A plan goes on after a table that is damaged.
+    const OnFailure leaveOut([this] {
+      mReads.Drop();
+      mTimes.pop_back();
+    });
     table.RetrieveColumns_({0, 1, 0, times.size()}, times.data(), mReads);
-  }
-  if (depth == Depth::TimesIfReadable) {
-    mReads.Finish();
+    if (depth == Depth::TimesIfReadable) {
+      mReads.Finish();
+    }
   }
 }
 

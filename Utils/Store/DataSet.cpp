@@ -10,14 +10,20 @@
 
 namespace H5_Objects {
 
-bool LinkExists(hid_t parentId, const std::string& name, const Trace& trace) {
-  if (name == "/") {
+bool LinkExists(hid_t parentId, const std::string& name, haddr_t address, const Trace& trace) {
+  if (name == "/" || address != HADDR_UNDEF) {
     return true;
   }
   const htri_t answer = trace(4, H5Lexists(parentId, name.c_str(), H5P_DEFAULT), "H5Lexists(",
                               parentId, ", \"", name, "\")");
   REQUIRE_FOR_CALLER(answer>=0, "H5Lexists failed on '" << name << "'");
   return answer > 0;
+}
+
+hid_t OpenAt(hid_t parentId, haddr_t address, H5I_type_t type, const Trace& trace) {
+  Vexa_H5::Handle<H5Oclose> id(trace(4, H5Oopen_by_addr(parentId, address), "H5Oopen_by_addr(",
+                                     parentId, ", ", address, ")"));
+  return id >= 0 && H5Iget_type(id) == type ? id.Release() : hid_t{-1};
 }
 
 DataSet::~DataSet() {
@@ -37,8 +43,10 @@ void DataSet::RequireConsistentExistence(bool h5_exists) {
 
 void DataSet::Open(hid_t parentId, const std::string& linkName, int traceLevel,
                    const std::string& failure) {
-  mMy_id = mTrace(traceLevel, H5Dopen2(parentId, linkName.c_str(), Vexa_H5::DatasetAccess()),
-                  "H5Dopen2(", parentId, ", \"", linkName, "\")");
+  mMy_id = mAddress != HADDR_UNDEF
+               ? OpenAt(parentId, mAddress, H5I_DATASET, mTrace)
+               : mTrace(traceLevel, H5Dopen2(parentId, linkName.c_str(), Vexa_H5::DatasetAccess()),
+                        "H5Dopen2(", parentId, ", \"", linkName, "\")");
   Vexa_H5::NoteOpened(mMy_id);
   REQUIRE_FOR_CALLER(mMy_id>=0, failure);
   Vexa_H5::RequireSoundHeader(mMy_id);

@@ -16,8 +16,11 @@
 
 namespace H5_Objects {
 
-/// Whether the link is in the parent group; the root "/" always is.
-bool LinkExists(hid_t parentId, const std::string& name, const Trace& trace);
+/// Whether the link is in the parent group; the root "/" always is, and what has an address.
+bool LinkExists(hid_t parentId, const std::string& name, haddr_t address, const Trace& trace);
+
+/// Opens what stands at an address of the file of `parentId`; negative if that is no `type`.
+hid_t OpenAt(hid_t parentId, haddr_t address, H5I_type_t type, const Trace& trace);
 
 class DataSet : public H5_Object {
  public:

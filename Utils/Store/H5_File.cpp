@@ -138,6 +138,9 @@ bool H5_File::Open(H5AccessType access, Vexa_H5::LockWait& wait) {
   Vexa_H5::CountOpenFiles(1);
   mIsOpenForWriting = access == ReadWrite;
   mSharedLock = std::move(wait.mSharedLock);
+  const std::string stamp = mAtype == ReadOnly ? Hold().Stamp() : "";
+  mStamp = mpRoot == nullptr ? stamp : mStamp;
+  mHasKnownAddresses = !stamp.empty() && stamp == mStamp;
   if (mpRoot == nullptr) {
     // An object and its link take some bytes of the file, unless the link leads to another file;
     // and a new file may grow.

@@ -68,6 +68,8 @@ class H5_File {
   /// Whether the node's object is in the open file.
   bool Contains(const H5_Node& node) const;
   hid_t FileId() const { return mFile_id; }
+  /// Whether all that was found in the file when its names were read is where it was.
+  bool HasKnownAddresses() const { return mHasKnownAddresses; }
   const std::string& Filename() const { return mFilename; }
   /// Keeps hold of the file itself, which is open, until after it was closed; and with it of the
   /// library's lock, if it has one.
@@ -179,6 +181,8 @@ class H5_File {
   bool mHasFailed = false;
   std::set<H5_Object*> mUnflushed;  // may have changed the file since its last flush
   std::uint64_t mNodes = 0;
+  std::string mStamp;  // of the file whose names were read, if only to be read
+  bool mHasKnownAddresses = false;
   std::uint64_t mMostNodes = 0;            // a file of this size has no room for more
   std::vector<const H5_Node*> mOpenNodes;  // in the order of opening
   std::vector<std::string> mGroupsWithAttributes;

@@ -246,7 +246,9 @@ void H5_Node::OpenNode(hid_t parentId) const {
 void H5_Node::OpenObject() const {
   REQUIRE(Root()->IsFileOpen(), "Tried to open " << FullName() << " but H5_File closed.");
   mTrace.Line(5, "H5_Node ", Path(), " OpenObject()");
-  if (mpParent == nullptr) {
+  const bool isFound = mAddress != HADDR_UNDEF && mpFile->HasKnownAddresses();
+  Object().SetAddress(isFound ? mAddress : HADDR_UNDEF);
+  if (mpParent == nullptr || isFound) {
     OpenNode(mpFile->FileId());
     return;
   }

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #include "Utils/HDF5/TestSupport/PlainH5.hpp"
 #include "Utils/Store/H5_File.hpp"
 #include "Utils/Store/H5_ObjectDat.hpp"
@@ -49,6 +51,29 @@ TEST(NodeTest, FindsAndMakesNodesByPath) {
                "Trying to proceed to parent");
   ExpectReport([&] { root.CreateNode("plain"); }, "idx!=std::string::npos",
                "H5_Node: attempting to");
+}
+
+TEST(NodeTest, FindsObjectsOfAFileThatWasReplaced) {
+  const PlainH5::TempDir dir;
+  for (const char* name : {"a.h5", "b.h5"}) {
+    auto plain = PlainH5::File::Create(dir / name);
+    if (name[0] == 'b') {
+      plain.Table("y.dat", {{2}});  // where the other file has the table that is looked for
+    }
+    plain.Table("x.dat", {{1}});
+  }
+  H5_File file(dir / "a.h5", ReadOnly, 0, true);
+  const H5_Node& node = file.Root()->GetNode("x.dat");
+  for (const bool isReplaced : {false, true}) {
+    file.CloseFile();
+    if (isReplaced) {
+      std::filesystem::rename(dir / "b.h5", dir / "a.h5");
+    }
+    file.OpenFile();
+    node.OpenObject();
+    EXPECT_EQ(node.GetObject<H5_Objects::Dat>().RetrieveTimes(), MyVector<double>{1});
+    EXPECT_EQ(file.HasKnownAddresses(), !isReplaced);
+  }
 }
 
 }  // namespace

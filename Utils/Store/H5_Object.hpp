@@ -25,6 +25,9 @@ class H5_Object : public Factory::EnableCreation<H5_Object, const std::string&, 
 
   /// Opens the stored thing inside the group or file `parentId`, or creates it if it is new.
   virtual void OpenObject(hid_t parentId) = 0;
+  /// Sets where the thing is known to be in that file, which saves looking up its name and opening
+  /// the groups above it; HADDR_UNDEF if it is not known any more.
+  virtual void SetAddress(haddr_t address) { mAddress = address; }
   virtual bool IsObjectOpen() const = 0;
   /// Whether the descriptive attributes (shape, legend, version) are in memory.
   virtual bool AreAttributesKnown() const = 0;
@@ -69,6 +72,8 @@ class H5_Object : public Factory::EnableCreation<H5_Object, const std::string&, 
       mListener(std::exchange(mReportedCache, now), now);
     }
   }
+
+  haddr_t mAddress = HADDR_UNDEF;  // set by SetAddress()
 
  private:
   CacheListener mListener;

@@ -75,10 +75,10 @@ void Dat::OpenObject(hid_t parentGroupId) {
   const Vexa::ReportAs label("H5_ObjectDat");
   REQUIRE(IsInitialized(), "Called OpenObject on a H5_Object::Dat, which is not initialized");
   std::string group_name = mName;
-  bool h5_exists = LinkExists(parentGroupId, group_name, mTrace);
+  bool h5_exists = LinkExists(parentGroupId, group_name, mAddress, mTrace);
   if (h5_exists != mExistsInFile && LegacyName(mName) != mName) {
     group_name = LegacyName(mName);
-    h5_exists = LinkExists(parentGroupId, group_name, mTrace);
+    h5_exists = LinkExists(parentGroupId, group_name, mAddress, mTrace);
   }
   RequireConsistentExistence(h5_exists);
   if (h5_exists) {

@@ -33,15 +33,17 @@ Dir::~Dir() {
 bool Dir::Open(hid_t parentId) {
   const Vexa::ReportAs label("H5_ObjectDir");
   REQUIRE(IsObjectOpen()==false, "Opening H5_ObjectDir while it is already open");
-  const bool h5_exists = LinkExists(parentId, mName, mTrace);
+  const bool h5_exists = LinkExists(parentId, mName, mAddress, mTrace);
   mExistsOnDisk = mIsExistenceKnown ? mExistsOnDisk : h5_exists;
   mIsExistenceKnown = true;
   REQUIRE(h5_exists==mExistsOnDisk,
           "Existence of group is inconsistently reported by h5-library and\nH5_Node.  mName="
               << mName << ", h5_exists=" << h5_exists << ", mExistsOnDisk=" << mExistsOnDisk);
   if (h5_exists) {
-    mGroup_id = mTrace(5, H5Gopen2(parentId, mName.c_str(), Vexa_H5::GroupAccess()), "H5Gopen2(",
-                       parentId, ", \"", mName, "\")");
+    mGroup_id = mAddress != HADDR_UNDEF
+                    ? OpenAt(parentId, mAddress, H5I_GROUP, mTrace)
+                    : mTrace(5, H5Gopen2(parentId, mName.c_str(), Vexa_H5::GroupAccess()),
+                             "H5Gopen2(", parentId, ", \"", mName, "\")");
     Vexa_H5::NoteOpened(mGroup_id);
     REQUIRE(mGroup_id>=0, "H5Gopen2 failed on group '" << mName << "'");
     Vexa_H5::RequireSoundHeader(mGroup_id);

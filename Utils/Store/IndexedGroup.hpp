@@ -44,6 +44,7 @@ struct StepIndex {
 class IndexedGroup : public H5_Object {
  public:
   void OpenObject(hid_t parentGroupId) override;
+  void SetAddress(haddr_t address) override { mGroup.SetAddress(address); }
   void CloseObject() override;
   void DropIds() override;
   bool IsObjectOpen() const override { return mGroup.IsObjectOpen(); }

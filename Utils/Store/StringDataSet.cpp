@@ -25,7 +25,7 @@ StringDataSet::~StringDataSet() {
 
 void StringDataSet::OpenObject(hid_t parentGroupId) {
   const Vexa::ReportAs label(mLabel);
-  const bool h5_exists = LinkExists(parentGroupId, mName, mTrace);
+  const bool h5_exists = LinkExists(parentGroupId, mName, mAddress, mTrace);
   RequireConsistentExistence(h5_exists);
   mTrace.Line(5, mTraceName, " open ", mName);
   if (h5_exists) {

@@ -117,6 +117,11 @@ void PendingReads::FinishFirst() {
   mBatches.pop_front();
 }
 
+void PendingReads::Drop() {
+  mBatches.clear();
+  mLimitedBytes = 0;
+}
+
 void PendingReads::Finish() {
   while (!mBatches.empty()) {
     FinishFirst();

@@ -39,6 +39,10 @@ class PendingReads {
   /// do not decode, with the context in which they were fetched.
   void Finish();
 
+  /// Forgets all of them, after a failure; returns when nothing is written to their places any
+  /// more.
+  void Drop();
+
  private:
   // A chunk on its way.
   struct Item {
