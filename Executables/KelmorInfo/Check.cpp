@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <bit>
-#include <memory>
 #include <set>
 #include <sstream>
 #include <vector>
@@ -10,6 +9,7 @@
 #include "Executables/KelmorInfo/InputFiles.hpp"
 #include "Executables/KelmorInfo/Text.hpp"
 #include "Executables/KelmorInfo/View.hpp"
+#include "Executables/Series/Pieces.hpp"
 #include "Executables/Series/SteppedSeries.hpp"
 #include "Executables/Series/TextSeries.hpp"
 #include "Utils/Process/Files.hpp"
@@ -38,41 +38,6 @@ std::string WithBits(double value, double other) {
     text += " (bits " + std::to_string(std::bit_cast<std::uint64_t>(value)) + ")";
   }
   return text;
-}
-
-// Rows of some columns of a series in memory, and the reads that bring them there.
-struct Rows {
-  ColumnBlock mWhere = {};
-  std::unique_ptr<double[]> mValues;
-  Tables::PendingReads mReads;
-
-  Tables::ColumnWriter::Place Room(const ColumnBlock& where) {
-    mWhere = where;
-    mValues.reset();
-    mValues = std::make_unique_for_overwrite<double[]>(where.mColumns * where.mRows);
-    return {mValues.get(), mReads};
-  }
-  const double* At(std::uint64_t column, std::uint64_t row) const {
-    return mValues.get() + (column - mWhere.mFirstColumn) * mWhere.mRows + (row - mWhere.mFirstRow);
-  }
-};
-
-// Lets `read` ask for room for one piece after the other, and hands each to `use` when its values
-// are there.
-template <class Read, class Use>
-void ForEachPiece(const Read& read, const Use& use) {
-  Rows rows;
-  const auto finish = [&] {
-    rows.mReads.Finish();
-    if (rows.mValues != nullptr) {
-      use(rows);
-    }
-  };
-  read([&](const ColumnBlock& piece) {
-    finish();
-    return rows.Room(piece);
-  });
-  finish();
 }
 
 class Checker {
@@ -274,11 +239,11 @@ class Checker {
     const auto readJoined = [&](const SteppedSeries::Room& room) {
       joined.ReadAll(sBlockValues, room);
     };
-    ForEachPiece(readJoined, [&](const Rows& there) {
+    ForEachPiece(readJoined, [&](const PieceOfRows& there) {
       const auto readSame = [&](const SteppedSeries::Room& room) {
         series.Read(there.mWhere, sBlockValues, room);
       };
-      ForEachPiece(readSame, [&](const Rows& here) {
+      ForEachPiece(readSame, [&](const PieceOfRows& here) {
         for (const SteppedSeries::Stretch& stretch : series.StretchesWithin(here.mWhere)) {
           CompareStretch(series, stretch, here, there);
         }
@@ -287,7 +252,7 @@ class Checker {
   }
 
   void CompareStretch(const SteppedSeries& series, const SteppedSeries::Stretch& stretch,
-                      const Rows& here, const Rows& there) const {
+                      const PieceOfRows& here, const PieceOfRows& there) const {
     const ColumnBlock& where = here.mWhere;
     for (std::uint64_t c = where.mFirstColumn; c < where.mFirstColumn + where.mColumns; ++c) {
       const double* values = here.At(c, stretch.mKeptRow);

@@ -10,6 +10,9 @@ class IndexedSeries : public SteppedSeries {
   std::vector<Property> Properties(bool asInFile) const override;
   H5_Objects::StepIndex KeptIndex() const override;
   std::string RowText(std::size_t i, std::uint64_t row) const override;
+  /// The legend of the index in an output.
+  virtual MyVector<std::string> OutputIndexLegend() const = 0;
+  const std::string& DataDescription() const { return mDataDescription; }
   void Describe(int file, Facts& facts) override;
 
  protected:
@@ -35,8 +38,6 @@ class IndexedSeries : public SteppedSeries {
   void VisitTable(int file, const std::function<void(const H5_Objects::Dat&)>& visit) override {
     VisitSet(file, [&visit](const H5_Objects::IndexedGroup& set) { visit(set.Values()); });
   }
-  /// The legend of the index in an output.
-  virtual MyVector<std::string> OutputIndexLegend() const = 0;
   std::vector<Tables::RowRun> RowsOf(std::size_t i,
                                      const std::vector<StepRun>& steps) const override;
 

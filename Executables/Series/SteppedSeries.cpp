@@ -314,6 +314,14 @@ void SteppedSeries::ReadAll(std::uint64_t most, const Room& room) {
   }
 }
 
+std::uint64_t SteppedSeries::LongestChunk() const {
+  std::uint64_t rows = 0;
+  for (const Input& input : mInputs) {
+    rows = std::max(rows, std::min(input.mLayout.mChunkRows, input.mRows));
+  }
+  return rows;
+}
+
 void SteppedSeries::WriteRows(Tables::ColumnWriter& writer) {
   ReadAll(writer.BlockValues(), [&writer](const ColumnBlock& piece) {
     return writer.Room(piece.mColumns * piece.mRows);

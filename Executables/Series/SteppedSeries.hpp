@@ -71,6 +71,9 @@ class SteppedSeries : public Series {
     return mInputs[i].mLayout.mpVirtual.get();
   }
   bool HoldsDoubles(std::size_t i) const { return mInputs[i].mLayout.mHoldsDoubles; }
+  /// The rows of the longest chunk of all files. Whoever reads fewer rows at a time has chunks
+  /// inflated again.
+  std::uint64_t LongestChunk() const;
 
   bool IsWritten() const override { return true; }
   void Join(CachedH5File& output) override;

@@ -13,6 +13,7 @@ class TableSeries : public SteppedSeries {
   std::vector<Property> Properties(bool /*asInFile*/) const override {
     return {{"legend", mLegend}};
   }
+  const MyVector<std::string>& Legend() const { return mLegend; }
   std::string RowText(std::size_t i, std::uint64_t row) const override;
   std::string ColumnText(std::uint64_t column) const override;
   void Join(CachedH5File& output) override;

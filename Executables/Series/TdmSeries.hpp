@@ -12,6 +12,9 @@ class TdmSeries : public IndexedSeries {
 
   void TakeIn(int file, Depth depth) override;
   std::vector<Property> Properties(bool asInFile) const override;
+  /// Of the first file, which must have been taken in.
+  const TensorStructure& Structure() const { return *mpStructure; }
+  int DataMeshDim() const { return mDataMeshDim; }
   void Join(CachedH5File& output) override;
   void Describe(int file, Facts& facts) override;
 

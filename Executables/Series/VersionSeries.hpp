@@ -15,6 +15,7 @@ class VersionSeries : public Series {
   void TakeIn(int file, Depth depth) override;
   std::uint64_t Bytes() const override;
   std::vector<Property> Properties(bool asInFile) const override;
+  const Object::History& VersionHistory() const { return version_history; }
   void Join(CachedH5File& output) override;
   void Describe(int file, Facts& facts) override;
 
