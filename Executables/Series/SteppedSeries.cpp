@@ -246,6 +246,10 @@ void SteppedSeries::Read(const ColumnBlock& block, std::uint64_t most, const Roo
         REQUIRE(dat.GetExtents()[0]==mInputs[i].mRows, "The file changed while it was read");
         fetch(&dat);
       });
+      // A window that no join holds is not needed again, and files may be many.
+      if (mHeldBytes == 0 && mMixedRows == 0) {
+        input.mValues.reset();
+      }
     }
   }
 }
@@ -320,6 +324,10 @@ std::uint64_t SteppedSeries::LongestChunk() const {
     rows = std::max(rows, std::min(input.mLayout.mChunkRows, input.mRows));
   }
   return rows;
+}
+
+bool SteppedSeries::HasColumnsApart() const {
+  return std::ranges::all_of(mInputs, &Input::HasColumnsApart);
 }
 
 void SteppedSeries::WriteRows(Tables::ColumnWriter& writer) {

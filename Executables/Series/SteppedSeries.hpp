@@ -74,6 +74,8 @@ class SteppedSeries : public Series {
   /// The rows of the longest chunk of all files. Whoever reads fewer rows at a time has chunks
   /// inflated again.
   std::uint64_t LongestChunk() const;
+  /// Whether each column can be read without the others, at no more than its own cost.
+  bool HasColumnsApart() const;
 
   bool IsWritten() const override { return true; }
   void Join(CachedH5File& output) override;
