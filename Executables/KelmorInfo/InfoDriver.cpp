@@ -1,6 +1,7 @@
 #include "Executables/KelmorInfo/InfoDriver.hpp"
 
 #include <algorithm>
+#include <csignal>
 #include <iostream>
 #include <optional>
 
@@ -11,6 +12,7 @@
 #include "Executables/KelmorInfo/PlanPicture.hpp"
 #include "Executables/KelmorInfo/PlanReport.hpp"
 #include "Executables/KelmorInfo/Salvage.hpp"
+#include "Executables/KelmorInfo/Show.hpp"
 #include "Executables/KelmorInfo/Text.hpp"
 #include "Executables/KelmorInfo/View.hpp"
 #include "Utils/ErrorHandling/CodeError.hpp"
@@ -88,6 +90,14 @@ int Salvage(const InfoOptions& options) {
   return static_cast<std::size_t>(whole) == datasets.size() ? 0 : 1;
 }
 
+int Show(const InfoOptions& options) {
+  // Whoever looks at the first rows closes the pipe then: that is no failure.
+  std::signal(SIGPIPE, SIG_DFL);
+  Show(std::cout, options.mShow, options.mJoin);
+  FinishOutput();
+  return 0;
+}
+
 // What fails here fails because of the command line: failures of files are part of the plan.
 int PlanJoin(int argc, char** argv) {
   std::optional<InfoOptions> options;
@@ -125,5 +135,6 @@ int RunInfo(int argc, char** argv) {
   return options.mMode == InfoOptions::Mode::Check     ? Check(options)
          : options.mMode == InfoOptions::Mode::View    ? View(options)
          : options.mMode == InfoOptions::Mode::Salvage ? Salvage(options)
+         : options.mMode == InfoOptions::Mode::Show    ? Show(options)
                                                        : List(options);
 }

@@ -20,6 +20,11 @@ Mode ModeOf(const CommandLineParser& parser) {
   REQUIRE(!(view && (plan || check)), "-view goes neither with -plan nor with -svg nor with -check.");
   const bool salvage = parser.KeyExists("salvage");
   REQUIRE(!(salvage && (plan || check || view)), "-salvage goes with no other mode.");
+  const bool show = parser.KeyExists("show");
+  REQUIRE(!(show && (plan || check || view || salvage)), "-show goes with no other mode.");
+  if (show) {
+    return Mode::Show;
+  }
   if (salvage) {
     return Mode::Salvage;
   }
@@ -31,13 +36,18 @@ void RequireOptionsOf(Mode mode, const CommandLineParser& parser) {
   const struct {
     const char* mKey;
     std::set<Mode> mModes;
-  } restricted[] = {{"DeltaT", {Mode::Plan, Mode::Check, Mode::View}},
-                    {"NoWipe", {Mode::Plan, Mode::Check, Mode::View}},
-                    {"json", {Mode::List, Mode::Plan}},
+  } restricted[] = {{"DeltaT", {Mode::Plan, Mode::Check, Mode::View, Mode::Show}},
+                    {"NoWipe", {Mode::Plan, Mode::Check, Mode::View, Mode::Show}},
+                    {"json", {Mode::List, Mode::Plan, Mode::Show}},
                     {"o", {Mode::Plan}},
-                    {"NoGzip", {Mode::Plan, Mode::Check, Mode::View, Mode::Salvage}},
+                    {"NoGzip", {Mode::Plan, Mode::Check, Mode::View, Mode::Salvage, Mode::Show}},
                     {"svg", {Mode::Plan}},
-                    {"cachesize", {Mode::Plan, Mode::Check, Mode::View, Mode::Salvage}}};
+                    {"cachesize", {Mode::Plan, Mode::Check, Mode::View, Mode::Salvage, Mode::Show}},
+                    {"at", {Mode::Show}},
+                    {"from", {Mode::Show}},
+                    {"to", {Mode::Show}},
+                    {"columns", {Mode::Show}},
+                    {"csv", {Mode::Show}}};
   for (const auto& option : restricted) {
     const bool isAllowed = option.mModes.contains(mode);
     REQUIRE(isAllowed || !parser.KeyExists(option.mKey),
@@ -46,7 +56,9 @@ void RequireOptionsOf(Mode mode, const CommandLineParser& parser) {
                             : mode == Mode::Plan ? "with -plan."
                             : mode == Mode::View ? "with -view."
                             : mode == Mode::Salvage ? "with -salvage."
-                                                 : "without -plan, -check or -view."));
+                            : mode == Mode::Show ? "with -show."
+                            : option.mModes == std::set{Mode::Show} ? "without -show."
+                                                 : "without -plan, -check, -view or -show."));
   }
 }
 
@@ -57,11 +69,13 @@ Usage:  KelmorInfo [options] file [file ...]
         KelmorInfo -check joined.h5 [options] file [file ...]
         KelmorInfo -view view.h5 [options] file [file ...]
         KelmorInfo -salvage whole.h5 [options] file
+        KelmorInfo -show dataset [options] file [file ...]
 
-Looks at h5-files that Kelmor joins.  Without -plan, -check, -view and
--salvage, lists the datasets of each file and of all files together.
+Looks at h5-files that Kelmor joins.  Without -plan, -check, -view,
+-salvage and -show, lists the datasets of each file and of all files
+together.
 No file is ever changed.
-Note: the order of files is SIGNIFICANT with -plan, -check and -view.
+Note: the order of files is SIGNIFICANT with -plan, -check, -view and -show.
 
 BASIC OPTIONS:
   -plan           # Say what Kelmor would do with these files: which
@@ -73,16 +87,26 @@ BASIC OPTIONS:
                   # refers to the files: they must stay where they are.
   -salvage string # Make a new file of what is whole of one that is
                   # damaged: the steps before the first that cannot be read.
-  -json           # Print as JSON (a list or a plan).
+  -show string    # Print the rows, steps or text of this dataset, as if
+                  # the files were joined.
+  -json           # Print as JSON (a list, a plan, or what -show shows).
   -skip Glob      # skip datasets that match Glob
   -v              # be verbose: legends and version histories
   -h              # Show this help message and exit.
-OPTIONS OF THE JOIN, with -plan, -check and -view as for Kelmor:
+OPTIONS OF -show:
+  -at double      # Only the last step that is not after this time, with
+                  # the values of coefficients or of a tensor.
+                  # Negative: -at " -3".
+  -from double, -to double   # Only steps with times from ... to ...
+  -columns string # Only these columns: names or numbers from 0, as in a,b
+  -csv            # Print as CSV.
+OPTIONS OF THE JOIN, with -plan, -check, -view and -show as for Kelmor:
   -DeltaT double  # Only time-steps separated by >=DeltaT will be kept
                   # (default 1e-10)
   -NoWipe         # Do **NOT** wipe non-monotonic time-steps
   -o string       # with -plan: say if this output file exists already
   -cachesize, -NoGzip   # accepted; they change no plan and no check
+                  # (-cachesize bounds what -show holds of long chunks)
 )";
 }
 
@@ -90,8 +114,8 @@ OPTIONS OF THE JOIN, with -plan, -check and -view as for Kelmor:
 
 InfoOptions::InfoOptions(int argc, char** argv)
     : InfoOptions(CommandLineParser(
-          argc, argv, HelpText(), MyVector<std::string>{"v", "NoWipe", "NoGzip", "plan", "json"})) {
-}
+          argc, argv, HelpText(),
+          MyVector<std::string>{"v", "NoWipe", "NoGzip", "plan", "json", "csv"})) {}
 
 InfoOptions::InfoOptions(const CommandLineParser& parser)
     : mMode(ModeOf(parser)),
@@ -100,6 +124,7 @@ InfoOptions::InfoOptions(const CommandLineParser& parser)
       mJoined(parser.Get<std::string>("check", "")),
       mView(parser.Get<std::string>("view", "")),
       mSalvage(parser.Get<std::string>("salvage", "")),
+      mShow(parser),
       mJoin(parser, JoinOptions::Output::Optional) {
   RequireOptionsOf(mMode, parser);
   parser.TerminateIfThereAreUnusedOptions();

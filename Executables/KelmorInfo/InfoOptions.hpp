@@ -2,12 +2,13 @@
 
 #include <string>
 
+#include "Executables/KelmorInfo/ShowOptions.hpp"
 #include "Executables/Series/JoinOptions.hpp"
 #include "Utils/CommandLine/CommandLineParser.hpp"
 
 /// What a run of the program was asked for.
 struct InfoOptions {
-  enum class Mode { List, Plan, Check, View, Salvage };
+  enum class Mode { List, Plan, Check, View, Salvage, Show };
 
   /// Reads the command line; fails on an option that the mode does not have.
   InfoOptions(int argc, char** argv);
@@ -19,7 +20,8 @@ struct InfoOptions {
   std::string mJoined;   // file to check, or empty
   std::string mView;     // file to make, or empty
   std::string mSalvage;  // file to make of what is whole of one, or empty
-  JoinOptions mJoin;     // of the join that is planned, checked or viewed; the files
+  ShowOptions mShow;
+  JoinOptions mJoin;  // of the join that is planned, checked, viewed or shown; the files
 };
 
 /// Whether the command line asks for a plan, as far as that can be said before it is read.

@@ -117,7 +117,7 @@ TEST_F(ListingTest, MistakesOnTheCommandLineHaveReports) {
       {255, {"no.h5"}, "File no.h5 not found"},
       {255,
        {"-DeltaT", "1", "a.h5"},
-       "Option '-DeltaT' means nothing without -plan, -check or -view."},
+       "Option '-DeltaT' means nothing without -plan, -check, -view or -show."},
       {2, {"a.h5", "-plan", "-plan"}, "Trying to define boolean option 'plan'"},
       {2, {"a.h5", "-plan", "-check", "a.h5"}, "-check goes neither with -plan nor with -svg."},
       {255, {"-check", "a.h5", "b.h5", "c.h5"}, "different number of columns"},
