@@ -4,7 +4,7 @@ _KelmorInfo() {
   local word=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
   COMPREPLY=()
   case $previous in
-    -skip | -DeltaT | -cachesize)
+    -skip | -DeltaT | -cachesize | -show | -at | -from | -to | -columns)
       return
       ;;
     -svg | -view | -salvage)
@@ -15,7 +15,7 @@ _KelmorInfo() {
   esac
   if [[ $word == -* ]]; then
     mapfile -t COMPREPLY < <(
-      compgen -W '-plan -svg -check -view -salvage -json -skip -v -h -help -DeltaT -NoWipe -o -cachesize -NoGzip' \
+      compgen -W '-plan -svg -check -view -salvage -show -json -skip -v -h -help -at -from -to -columns -csv -DeltaT -NoWipe -o -cachesize -NoGzip' \
         -- "$word")
     return
   fi

@@ -183,7 +183,9 @@ void ShowOutput::Add(double number) {
 }
 
 void ShowOutput::AddAsJson(double number) {
-  if (std::isfinite(number)) {
+  if (number == 0 && std::signbit(number)) {
+    mText += "-0.0";  // "-0" is read as a whole number, which has no sign
+  } else if (std::isfinite(number)) {
     Add(number);
   } else {
     mText += NumberAsJson(number).dump();

@@ -25,6 +25,7 @@ EXAMPLES = {
                    ("segment1.h5\nsegment2.h5\nsegment3.h5\n", ""),
                    ("/BodyB.dir/speed.dat\n/Run.dir/energy.dat\n", ""),
                    ("whole3.h5 has what is whole of segment3.h5: ", "whole3.h5"),
+                   ("time,total\n20,", ""), ("step 7, t = 7: ", ""),
                    ("all.h5 is a view of 2 files: ", "all.h5 sofar.h5")],
     "kelmor-run": [("", "run.h5 run.h5.json"), ("", "thin.h5 thin.h5.json"), ("segment3.h5: OK", ""),
                    ("", " ".join(f"one-segment{i}.h5 one-segment{i}.h5.json" for i in (1, 2, 3)))],
