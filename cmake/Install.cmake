@@ -14,6 +14,7 @@ foreach(program Kelmor KelmorInfo kelmor-run)
 endforeach()
 install(FILES README.md CHANGELOG.md LICENSE DESTINATION ${VEXA_DOCDIR} COMPONENT Runtime)
 install(FILES docs/cluster.md docs/design.md docs/file-format.md docs/plan.svg docs/python.md
+        docs/show.schema.fragment.json
         DESTINATION ${VEXA_DOCDIR}/docs COMPONENT Runtime)
 
 set(VEXA_PACKAGE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/Vexa)
