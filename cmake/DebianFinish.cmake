@@ -34,6 +34,24 @@ foreach(component IN LISTS CPACK_COMPONENTS_ALL)
     run(strip --strip-debug --remove-section=.comment --enable-deterministic-archives ${library})
   endforeach()
 
+  file(GLOB programs ${root}/bin/* ${root}/lib/kelmor/examples/*)
+  foreach(program ${programs})
+    file(READ ${program} start LIMIT 4 HEX)
+    if(start STREQUAL "7f454c46")
+      run(strip --remove-section=.comment --remove-section=.note ${program})
+    endif()
+  endforeach()
+
+  # What lintian finds and we explain, and what lists the documents of the system.
+  if(EXISTS ${CMAKE_CURRENT_LIST_DIR}/lintian/${package})
+    configure_file(${CMAKE_CURRENT_LIST_DIR}/lintian/${package}
+                   ${root}/share/lintian/overrides/${package} COPYONLY)
+  endif()
+  if(EXISTS ${doc}/html)
+    configure_file(${CMAKE_CURRENT_LIST_DIR}/${package}.doc-base
+                   ${root}/share/doc-base/${package} COPYONLY)
+  endif()
+
   # Shells and scripts of the system look in places of their own.
   if(EXISTS ${root}/share/zsh/site-functions)
     file(RENAME ${root}/share/zsh/site-functions ${root}/share/zsh/vendor-completions)

@@ -13,9 +13,10 @@ foreach(program Kelmor KelmorInfo kelmor-run)
           COMPONENT Runtime)
 endforeach()
 install(FILES README.md CHANGELOG.md LICENSE DESTINATION ${VEXA_DOCDIR} COMPONENT Runtime)
-install(FILES docs/cluster.md docs/design.md docs/file-format.md docs/plan.svg docs/python.md
-        docs/show.schema.fragment.json
+install(FILES docs/cluster.md docs/design.md docs/file-format.md docs/library.md docs/plan.svg
+              docs/python.md docs/show.schema.fragment.json
         DESTINATION ${VEXA_DOCDIR}/docs COMPONENT Runtime)
+include(cmake/Reference.cmake)
 
 set(VEXA_PACKAGE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/Vexa)
 get_property(VEXA_WITH_LIBDEFLATE GLOBAL PROPERTY VEXA_WITH_LIBDEFLATE)

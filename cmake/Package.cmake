@@ -1,6 +1,6 @@
-# `cpack` makes the Debian packages: kelmor with the programs, their man pages, completions and the
+# `cpack` makes the Debian packages: kelmor with the programs, their man pages, completions, samples and
 # documents, libvexa-dev with what a simulation needs to write such files, and libvexa-mpi-dev with
-# what it needs besides under MPI, if that was found.
+# what it needs besides under MPI, if that was found. `cpack -G TGZ` makes one archive of it all.
 # scripts/package builds for that; any other build can be packed as well.
 set(VEXA_PACKAGE_CONTACT "Vexa maintainers <maintainers@vexa.invalid>" CACHE STRING
     "Who looks after the packages")
@@ -18,6 +18,7 @@ set(CPACK_STRIP_FILES ON)
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE
     GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/cmake/DebianFinish.cmake)
+set(CPACK_PROJECT_CONFIG_FILE ${PROJECT_SOURCE_DIR}/cmake/PackageGenerator.cmake)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 
@@ -44,7 +45,8 @@ set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION
 "store through which simulations write HDF5 files
 Vexa keeps tables, sets of coefficients, tensor series, texts and version
 records in HDF5 files, which Kelmor joins. This package has its static
-libraries, its headers, and what CMake and pkg-config need to find them.")
+libraries, its headers with their reference, an example, and what CMake and
+pkg-config need to find them.")
 
 set(CPACK_DEBIAN_PARALLEL_PACKAGE_NAME libvexa-mpi-dev)
 set(CPACK_DEBIAN_PARALLEL_PACKAGE_SECTION libdevel)

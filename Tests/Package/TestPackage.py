@@ -47,8 +47,9 @@ class TestPackage(unittest.TestCase):
         for name, package in self.packages.items():
             headers = set()
             for line in run("dpkg-deb", "-c", package).splitlines():
-                isProgram = line.endswith("/") or "/bin/" in line
-                self.assertRegex(line, f"^.{'rwxr-xr-x' if isProgram else 'rw-r--r--'} root/root ")
+                isProgram = line.endswith("/") or re.search("/bin/|/lib/kelmor/|/try-kelmor$", line)
+                mode = "rwxrwxrwx" if " -> " in line else "rwxr-xr-x" if isProgram else "rw-r--r--"
+                self.assertRegex(line, f"^.{mode} root/root ")
                 self.assertNotIn("Test", line)
                 headers.update(re.findall(r"\./(\S*\.hpp)$", line))
             self.assertEqual({"/Parallel/" in header for header in headers},
@@ -72,6 +73,44 @@ class TestPackage(unittest.TestCase):
         self.assertGreater(len(files), 4)
         for path in files:
             self.assertNotRegex(path.read_text(), r'(?m)^(?!#)(.*["; =])?(-[IL])?/\w', path)
+
+    def test_archive_holds_what_is_installed(self):
+        run("cpack", "-G", "TGZ", "--config", build / "CPackConfig.cmake", "-B", work / "archive")
+        run("cmake", "--install", build, "--prefix", work / "installed")
+        archived = run("tar", "-tzf", *(work / "archive").glob("*.tar.gz")).splitlines()
+        installed = (path for path in (work / "installed").rglob("*") if not path.is_dir())
+        self.assertEqual(sorted(name.partition("/")[2] for name in archived if not name.endswith("/")),
+                         sorted(str(path.relative_to(work / "installed")) for path in installed))
+
+    def test_says_one_version(self):
+        asked = "VEXA_VERSION\nVEXA_VERSION_NUMBER\n"
+        header = root / HEADERS / "Utils/Process/Version.hpp"
+        text, number = map(eval, run(compiler, "-E", "-P", "-include", header, "-x", "c++", "-",
+                                     input=asked).strip().splitlines())
+        major, minor, patch = map(int, text.split("."))
+        self.assertEqual(number, major * 10000 + minor * 100 + patch)
+        for package in self.packages.values():
+            self.assertEqual(field(package, "Version"), text)
+        library = root / "usr" / libdir
+        self.assertIn(f'set(PACKAGE_VERSION "{text}")',
+                      (library / "cmake/Vexa/VexaConfigVersion.cmake").read_text())
+        self.assertIn(f"\nVersion: {text}\n", (library / "pkgconfig/vexa.pc").read_text())
+
+    def test_examples_run(self):
+        """The samples' program in kelmor is the one that the example of libvexa-dev builds."""
+        documents, folder = root / "usr/share/doc", work / "example"
+        run("cmake", "-S", documents / "libvexa-dev/examples", "-B", folder, "-G", generator,
+            f"-DCMAKE_PREFIX_PATH={root}", f"-DCMAKE_CXX_COMPILER={compiler}", f"-DCMAKE_CXX_FLAGS={flags}")
+        run("cmake", "--build", folder)
+        (folder / "data").mkdir()
+        run(folder / "WriteSegments", folder / "data")
+        environment = dict(os.environ, PATH=f"{root}/usr/bin:{os.environ['PATH']}")
+        output = run(documents / "kelmor/examples/try-kelmor", "samples", cwd=work, env=environment)
+        self.assertIn("joined.h5 is the join of 3 files", output)
+        for made in (folder / "data").glob("*.h5"):
+            run("h5diff", made, work / "samples" / made.name)
+        if shutil.which("doxygen"):
+            self.assertIn("GetObjectForWrite", (documents / "libvexa-dev/html/classCachedH5File.html").read_text())
 
     def options_of(self, program):
         """The options in the help text of a program; kelmor-run points to those of Kelmor."""
