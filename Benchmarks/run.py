@@ -29,10 +29,11 @@ WORKLOADS = {
 PLAIN = "-NoGzip"
 REJOIN = "REJOIN"  # BIG, joined without compression, joined again
 STORE = "STORE"  # joins nothing: appends to a table
+PEERS = "PEERS"  # a part of BIG, joined by other programs too
 
 
 def parse_arguments():
-    names = [name + suffix for name in WORKLOADS for suffix in ("", PLAIN)] + [REJOIN, STORE]
+    names = [name + suffix for name in WORKLOADS for suffix in ("", PLAIN)] + [REJOIN, STORE, PEERS]
     parser = argparse.ArgumentParser(
         prog="scripts/bench",
         description="Joins generated segments with Kelmor, with an h5py script, and without HDF5.",
@@ -256,11 +257,24 @@ def run_store(arguments):
         shutil.rmtree(folder)
 
 
+def run_peers(arguments):
+    inputs = make_inputs("BIG", 0.02 * arguments.scale, arguments.build.parent / "bench-data")
+    folder = output_folder(arguments.build, inputs)
+    folder.mkdir(parents=True)
+    try:
+        subprocess.run(python("peers.py", arguments.build / "Executables/Kelmor/Kelmor",
+                              str(arguments.runs), folder, *inputs), check=True)
+    finally:
+        shutil.rmtree(folder)
+
+
 def main():
     arguments = parse_arguments()
     for name in arguments.workloads:
         if name == STORE:
             run_store(arguments)
+        elif name == PEERS:
+            run_peers(arguments)
         else:
             run_workload(name, arguments)
 
