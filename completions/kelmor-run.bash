@@ -14,7 +14,7 @@ _kelmor_run() {
   esac
   if [[ $word == -* ]]; then
     mapfile -t COMPREPLY < <(
-      compgen -W '--accept -skip -v -h -help -DeltaT -cachesize -NoWipe -NoGzip' -- "$word")
+      compgen -W '--accept -skip -v -h -help -version -DeltaT -cachesize -NoWipe -NoGzip' -- "$word")
     return
   fi
   compopt -o filenames 2>/dev/null

@@ -16,8 +16,8 @@
 #include "Executables/KelmorInfo/Text.hpp"
 #include "Executables/KelmorInfo/View.hpp"
 #include "Utils/ErrorHandling/CodeError.hpp"
-#include "Utils/ErrorHandling/MyErr.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
+#include "Utils/ErrorHandling/SigpipeHeldBack.hpp"
 #include "Utils/HDF5/StringElements.hpp"
 #include "Utils/Store/CachedH5FileHolder.hpp"
 
@@ -98,43 +98,61 @@ int Show(const InfoOptions& options) {
   return 0;
 }
 
-// What fails here fails because of the command line: failures of files are part of the plan.
-int PlanJoin(int argc, char** argv) {
-  std::optional<InfoOptions> options;
-  Plan plan;
-  try {
-    options.emplace(argc, argv);
-    plan = MakePlan(options->mJoin);
-  } catch (const CodeError& error) {
-    MyErr << error.Message();
-    return 2;
-  }
-  if (options->mJson) {
+int PlanJoin(const InfoOptions& options) {
+  const Plan plan = MakePlan(options.mJoin);
+  if (options.mJson) {
     PrintPlanAsJson(std::cout, plan);
   } else {
-    PrintPlan(std::cout, plan, options->mJoin.mVerbose);
+    PrintPlan(std::cout, plan, options.mJoin.mVerbose);
   }
   FinishOutput();
-  if (!options->mPicture.empty()) {
-    WritePicture(options->mPicture, DrawPlan(plan));
+  if (!options.mPicture.empty()) {
+    WritePicture(options.mPicture, DrawPlan(plan));
   }
   return plan.Joins() ? 0 : 1;
+}
+
+// What is wrong with a command line, its user can mend: no report with a backtrace is needed for
+// that.
+std::optional<InfoOptions> ReadOptions(int argc, char** argv) {
+  try {
+    return std::optional<InfoOptions>(std::in_place, argc, argv);
+  } catch (const CodeError& error) {
+    const SigpipeHeldBack guard;
+    std::cerr << "KelmorInfo: " << ReasonOf(error) << '\n' << UsageText();
+    return std::nullopt;
+  }
+}
+
+int RunMode(const InfoOptions& options) {
+  switch (options.mMode) {
+    case InfoOptions::Mode::Plan:
+      return PlanJoin(options);
+    case InfoOptions::Mode::Check:
+      return Check(options);
+    case InfoOptions::Mode::View:
+      return View(options);
+    case InfoOptions::Mode::Salvage:
+      return Salvage(options);
+    case InfoOptions::Mode::Show:
+      return Show(options);
+    case InfoOptions::Mode::List:
+      break;
+  }
+  return List(options);
 }
 
 }  // namespace
 
 int RunInfo(int argc, char** argv) {
+  if (TellsOfProgram(argc, argv)) {
+    FinishOutput();
+    return 0;
+  }
   // It arranges how the library ends, which it does in its own way if it runs by then: with words
   // about what a damaged file left in it, or a crash.
   TheCachedH5FileHolder();
   const Vexa_H5::StringConversion conversion;
-  if (AsksForPlan(argc, argv)) {
-    return PlanJoin(argc, argv);
-  }
-  const InfoOptions options(argc, argv);
-  return options.mMode == InfoOptions::Mode::Check     ? Check(options)
-         : options.mMode == InfoOptions::Mode::View    ? View(options)
-         : options.mMode == InfoOptions::Mode::Salvage ? Salvage(options)
-         : options.mMode == InfoOptions::Mode::Show    ? Show(options)
-                                                       : List(options);
+  const std::optional<InfoOptions> options = ReadOptions(argc, argv);
+  return options ? RunMode(*options) : 2;
 }

@@ -1,12 +1,16 @@
 #include "Executables/KelmorInfo/InfoOptions.hpp"
 
 #include <algorithm>
+#include <iostream>
 #include <set>
 #include <string_view>
 #include <vector>
 
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/Process/Files.hpp"
+#include "Utils/Process/Version.hpp"
+#include "Utils/StringParsing/GlobMatches.hpp"
+#include "Utils/StringParsing/PathUtilities.hpp"
 
 namespace {
 
@@ -93,6 +97,7 @@ BASIC OPTIONS:
   -skip Glob      # skip datasets that match Glob
   -v              # be verbose: legends and version histories
   -h              # Show this help message and exit.
+  -version        # Print the version and exit.
 OPTIONS OF -show:
   -at double      # Only the last step that is not after this time, with
                   # the values of coefficients or of a tensor.
@@ -110,6 +115,11 @@ OPTIONS OF THE JOIN, with -plan, -check, -view and -show as for Kelmor:
 )";
 }
 
+bool IsAmong(const std::string& name, const MyVector<std::string>& names) {
+  const std::string path = Realpath(name);
+  return std::ranges::any_of(names, [&](const auto& other) { return Realpath(other) == path; });
+}
+
 }  // namespace
 
 InfoOptions::InfoOptions(int argc, char** argv)
@@ -125,11 +135,18 @@ InfoOptions::InfoOptions(const CommandLineParser& parser)
       mView(parser.Get<std::string>("view", "")),
       mSalvage(parser.Get<std::string>("salvage", "")),
       mShow(parser),
-      mJoin(parser, JoinOptions::Output::Optional) {
+      mJoin(
+          parser, JoinOptions::Output::Optional,
+          mMode == Mode::List ? JoinOptions::Files::MayBeMissing : JoinOptions::Files::MustExist) {
   RequireOptionsOf(mMode, parser);
   parser.TerminateIfThereAreUnusedOptions();
   REQUIRE(!mJoin.mInputs.empty(), "No file was given.");
+  if (!mJoin.mSkip.empty()) {
+    GlobMatches(mJoin.mSkip, "");  // fails if it is no glob
+  }
   REQUIRE(mMode!=Mode::Check || FileExists(mJoined), "File " << mJoined << " not found");
+  REQUIRE(mMode!=Mode::Check || !IsAmong(mJoined, mJoin.mInputs),
+          "File " << mJoined << " is given twice, to be checked and as one of its inputs.");
   REQUIRE(mMode!=Mode::View || !FileExists(mView),
           "File " << mView << " already exists.\nCowardly refusing to write into it.");
   REQUIRE(mMode!=Mode::Salvage || !FileExists(mSalvage),
@@ -139,8 +156,26 @@ InfoOptions::InfoOptions(const CommandLineParser& parser)
           "File " << mPicture << " already exists.\nCowardly refusing to write into it.");
 }
 
-bool AsksForPlan(int argc, char** argv) {
+bool TellsOfProgram(int argc, char** argv) {
   const std::vector<std::string_view> arguments(argv + std::min(argc, 1), argv + argc);
-  return std::any_of(arguments.begin(), std::ranges::find(arguments, "--"),
-                     [](auto argument) { return argument == "-plan" || argument == "-svg"; });
+  for (const std::string_view argument : arguments) {
+    if (argument == "--") {
+      return false;
+    }
+    if (argument == "-h" || argument == "-help" || argument == "--help") {
+      std::cout << HelpText();
+      return true;
+    }
+    if (argument == "-version" || argument == "--version") {
+      std::cout << "KelmorInfo " VEXA_VERSION "\n";
+      return true;
+    }
+  }
+  return false;
+}
+
+std::string UsageText() {
+  const std::string help = HelpText();
+  const std::size_t begin = help.find("Usage:");
+  return help.substr(begin, help.find("\n\n", begin) + 1 - begin);
 }

@@ -24,5 +24,9 @@ struct InfoOptions {
   JoinOptions mJoin;  // of the join that is planned, checked, viewed or shown; the files
 };
 
-/// Whether the command line asks for a plan, as far as that can be said before it is read.
-bool AsksForPlan(int argc, char** argv);
+/// Prints the help or the version if the command line asks for it before any "--"; returns whether
+/// it does. All else on the command line may be wrong then.
+bool TellsOfProgram(int argc, char** argv);
+
+/// The lines of the help that tell how the program is started, beginning with "Usage:".
+std::string UsageText();

@@ -1,6 +1,7 @@
 #include "Executables/KelmorInfo/InputFiles.hpp"
 
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <system_error>
 
@@ -11,6 +12,7 @@
 #include "Utils/HDF5/H5_Utils.hpp"
 #include "Utils/HDF5/Library.hpp"
 #include "Utils/Process/Files.hpp"
+#include "Utils/StringParsing/PathUtilities.hpp"
 
 namespace {
 
@@ -91,17 +93,19 @@ void RequireUnchanged(const std::vector<InputFile>& files, const Inputs& opened)
 std::vector<InputFile> TryFiles(const MyVector<std::string>& names) {
   const Vexa_H5::MuteH5Errors mute;
   std::vector<InputFile> files;
-  // All handles live to the end of the trial, so that a file that is given twice is noticed.
-  std::vector<std::unique_ptr<CachedH5File>> handles;
+  std::map<std::string, std::string> givenNames;  // by path
   Progress progress(true, names.size(), 0, "file");
   for (const std::string& name : names) {
     progress.Next("opening");
     InputFile& file = files.emplace_back(InputFile{name});
     file.mStamp = Vexa::FileStamp(name);
     try {
+      REQUIRE(FileExists(name), "The file is not found");
+      const auto [first, isFirst] = givenNames.emplace(Realpath(name), name);
+      REQUIRE(isFirst, "The file is given twice" << (first->second == name ? "" : ", before as ")
+                                                 << (first->second == name ? "" : first->second));
       const bool keepOpen = false;
-      handles.push_back(std::make_unique<CachedH5File>(
-          name, ReadOnly, CachedH5File::VersionHistory{}, 0, keepOpen));
+      CachedH5File(name, ReadOnly, {}, 0, keepOpen);
     } catch (const CodeError& error) {
       Diagnose(file, error);
     }

@@ -4,7 +4,7 @@
 #include "Utils/Process/Files.hpp"
 #include "Utils/Store/CachedH5FileHolder.hpp"
 
-JoinOptions::JoinOptions(const CommandLineParser& parser, Output output) {
+JoinOptions::JoinOptions(const CommandLineParser& parser, Output output, Files files) {
   const double DeltaT = parser.Get<double>("DeltaT", 1e-10);
   mDeltaT = DeltaT;
   mVerbose = parser.Get<bool>("v", false);
@@ -20,7 +20,7 @@ JoinOptions::JoinOptions(const CommandLineParser& parser, Output output) {
   mOutput =
       output == Output::Required ? parser.Get<std::string>("o") : parser.Get<std::string>("o", "");
   const MyVector<std::string> Filenames = parser.GetAllArguments();
-  for (std::ptrdiff_t i = 0; i < Filenames.Size(); ++i) {
+  for (std::ptrdiff_t i = 0; files == Files::MustExist && i < Filenames.Size(); ++i) {
     REQUIRE(FileExists(Filenames[i]), "File " << Filenames[i] << " not found");
   }
   mInputs = Filenames;

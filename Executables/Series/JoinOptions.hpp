@@ -10,9 +10,11 @@
 /// What a join was asked for, by a program that makes it or one that plans or checks it.
 struct JoinOptions {
   /// Reads and checks the options in the documented order; the byte limit goes to the file cache.
-  /// Programs that write no output do not need its name.
+  /// Programs that write no output do not need its name, and some tell of missing files later.
   enum class Output { Required, Optional };
-  explicit JoinOptions(const CommandLineParser& parser, Output output = Output::Required);
+  enum class Files { MustExist, MayBeMissing };
+  explicit JoinOptions(const CommandLineParser& parser, Output output = Output::Required,
+                       Files files = Files::MustExist);
 
   /// How much of the inputs the run needs; that steps are wiped is not known yet.
   ReadAhead::Need Needs() const {

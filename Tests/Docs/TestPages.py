@@ -34,6 +34,7 @@ EXAMPLES = {
 CLUSTER_PAGE = (SOURCES / "docs/cluster.md").read_text(encoding="utf-8")
 SCRIPTS = dict(re.findall(r"`([\w.-]+)`[^`]*\n\n```\w+\n(.*?)^```$", CLUSTER_PAGE,
                           re.MULTILINE | re.DOTALL))
+VERSION = re.search(r'VEXA_VERSION "(.*)"', (SOURCES / "Utils/Process/Version.hpp").read_text())[1]
 RUNS = ["a", "b", "c", "d", "e", "f", "g", "with blank"]
 BROKEN = "d"
 
@@ -79,6 +80,7 @@ class TestPages(WithPrograms):
     def test_man_pages(self):
         for page, expected in EXAMPLES.items():
             text = (SOURCES / f"man/{page}.1").read_text()
+            self.assertRegex(text, rf'^\.TH {page.upper()} 1 "\d{{4}}-\d\d-\d\d" "Kelmor {re.escape(VERSION)}" ')
             examples = re.findall(r"^\.EX\n(.*?)^\.EE$", text, re.MULTILINE | re.DOTALL)
             self.assertEqual(len(examples), len(expected), page)
             for example, (printed, made) in zip(examples, expected):

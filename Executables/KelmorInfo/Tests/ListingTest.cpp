@@ -7,6 +7,7 @@
 
 #include "Executables/KelmorInfo/Tests/InfoFixture.hpp"
 #include "Utils/HDF5/Handle.hpp"
+#include "Utils/Process/Version.hpp"
 
 namespace {
 
@@ -84,11 +85,11 @@ TEST_F(ListingTest, AFileThatDoesNotOpenGetsAdvice) {
   fs::resize_file(Path("root.h5"), fs::file_size(Path("good.h5")));
   std::ofstream(Path("text.h5")) << "no HDF5";
   const RunResult result =
-      Info({"left open.h5", "short.h5", "root.h5", "good.h5", "text.h5", "good.h5"});
+      Info({"left open.h5", "short.h5", "root.h5", "good.h5", "text.h5", "./good.h5", "no.h5"});
   EXPECT_EQ(result.mStatus, 255);
-  for (const char* text :
-       {"'h5clear -s 'left open.h5''", "The file is shorter than it says it is.",
-        "h5clear cannot bring it back", "signature not found", "multiple** instances"}) {
+  for (const char* text : {"'h5clear -s 'left open.h5''", "The file is shorter than it says it is.",
+                           "h5clear cannot bring it back", "signature not found",
+                           "given twice, before as good.h5", "The file is not found"}) {
     EXPECT_THAT(result.mOutput, HasSubstr(text));
     EXPECT_THAT(result.mReports, HasSubstr(text));
   }
@@ -112,24 +113,35 @@ TEST_F(ListingTest, MistakesOnTheCommandLineHaveReports) {
   WriteTimes(Input("a.h5"), "/x.dat", {0, 1});
   Input("b.h5").Table("/x.dat", {{1, 2, 3}});
   WriteTimes(Input("c.h5"), "/x.dat", {0, 1});
-  // A plan has status 1 for itself.
-  const std::tuple<int, Arguments, const char*> cases[] = {
-      {255, {"no.h5"}, "File no.h5 not found"},
-      {255,
-       {"-DeltaT", "1", "a.h5"},
+  const std::pair<Arguments, const char*> cases[] = {
+      {{}, "No file was given."},
+      {{"-plan", "no.h5"}, "File no.h5 not found"},
+      {{"-DeltaT", "1", "a.h5"},
        "Option '-DeltaT' means nothing without -plan, -check, -view or -show."},
-      {2, {"a.h5", "-plan", "-plan"}, "Trying to define boolean option 'plan'"},
-      {2, {"a.h5", "-plan", "-check", "a.h5"}, "-check goes neither with -plan nor with -svg."},
-      {255, {"-check", "a.h5", "b.h5", "c.h5"}, "different number of columns"},
+      {{"a.h5", "-plan", "-plan"}, "Trying to define boolean option 'plan' for a second time."},
+      {{"a.h5", "-plan", "-check", "a.h5"}, "-check goes neither with -plan nor with -svg."},
+      {{"-check", "./a.h5", "b.h5", "a.h5"},
+       "File ./a.h5 is given twice, to be checked and as one "
+       "of its inputs."},
+      {{"-skip", "(a|b", "a.h5"},
+       "GlobMatches encountered |, but found only 1 piece. Are there "
+       "unmatched parentheses in the glob='(a|b'?"},
   };
-  for (const auto& [status, arguments, text] : cases) {
+  for (const auto& [arguments, text] : cases) {
     const RunResult result = Info(arguments);
-    EXPECT_EQ(result.mStatus, status) << text;
-    EXPECT_EQ(result.mOutput, "");
-    EXPECT_THAT(result.mErrors, HasSubstr(text));
-    EXPECT_THAT(result.mErrors, HasSubstr(result.mReports));
+    EXPECT_EQ(result.mStatus, 2) << text;
+    EXPECT_EQ(result.mOutput + result.mReports, "");
+    const std::string message = "KelmorInfo: " + std::string(text);
+    EXPECT_THAT(result.mErrors, testing::StartsWith(message + "\nUsage:  KelmorInfo [options] f"));
+    EXPECT_THAT(result.mErrors, testing::EndsWith("-show dataset [options] file [file ...]\n"));
   }
-  EXPECT_THAT(Print({"-plan", "-h"}), HasSubstr("\nUsage:  KelmorInfo [options] file [file"));
+  const RunResult differing = Info({"-check", "a.h5", "b.h5", "c.h5"});
+  EXPECT_EQ(differing.mStatus, 255);
+  EXPECT_THAT(differing.mReports, HasSubstr("different number of columns"));
+  EXPECT_THAT(Print({"--nothing", "--help"}),
+              testing::StartsWith("\nUsage:  KelmorInfo [options]"));
+  EXPECT_EQ(Print({"-plan", "no.h5", "--version"}), "KelmorInfo " VEXA_VERSION "\n");
+  EXPECT_EQ(Info({"--", "--help"}).mStatus, 255) << "a file";
 }
 
 }  // namespace

@@ -155,12 +155,16 @@ class TestKelmorRun(unittest.TestCase):
         for arguments, message in (
                 (["-o", "run.h5", "segment1.h5"], "without -o"),
                 (["-DeltaT"], "no value for option -DeltaT"),
+                (["-DeltaT", "x", "run.h5", "segment1.h5"], "was given the value 'x'."),
                 (["-deltaT", "1", "run.h5", "segment1.h5"], "there is no option -deltaT"),
                 (["--accept", "time,gap", "run.h5", "segment1.h5"], "legend, not 'gap'"),
                 (["run.h5", "segment1.h5", "-NoWipe"], "option -NoWipe stands after a file"),
                 (["run.h5", "segment1.h5", "segment9.h5"], "there is no input"),
                 (["nowhere/run.h5", "segment1.h5"], "there is no folder")):
-            self.assert_fails(arguments, message)
+            self.assertEqual(self.assert_fails(arguments, message).count("\n"), 1)
+        for option in ("--version", "-version"):
+            self.assertRegex(self.run_it("-DeltaT", option).stdout, r"^kelmor-run [\d.]+\n$")
+        self.assertIn("usage: kelmor-run", self.run_it("run.h5", "--help").stdout)
         self.assert_fails(["run.h5", *self.segments], "KELMORINFO=/nowhere is no program",
                           KELMORINFO="/nowhere")
 
