@@ -15,7 +15,7 @@ _KelmorInfo() {
   esac
   if [[ $word == -* ]]; then
     mapfile -t COMPREPLY < <(
-      compgen -W '-plan -svg -check -view -salvage -show -json -skip -v -h -help -version -at -from -to -columns -csv -DeltaT -NoWipe -o -cachesize -NoGzip' \
+      compgen -W '-plan -draw -svg -check -view -salvage -show -json -skip -v -h -help -version -at -from -to -columns -csv -DeltaT -NoWipe -o -cachesize -NoGzip' \
         -- "$word")
     return
   fi

@@ -9,6 +9,7 @@
 #include "Executables/KelmorInfo/InfoOptions.hpp"
 #include "Executables/KelmorInfo/Listing.hpp"
 #include "Executables/KelmorInfo/Plan.hpp"
+#include "Executables/KelmorInfo/PlanDrawing.hpp"
 #include "Executables/KelmorInfo/PlanPicture.hpp"
 #include "Executables/KelmorInfo/PlanReport.hpp"
 #include "Executables/KelmorInfo/Salvage.hpp"
@@ -102,6 +103,10 @@ int PlanJoin(const InfoOptions& options) {
   const Plan plan = MakePlan(options.mJoin);
   if (options.mJson) {
     PrintPlanAsJson(std::cout, plan);
+  } else if (options.mDraws) {
+    if (PrintPlanHead(std::cout, plan, options.mJoin.mVerbose)) {
+      DrawInText(std::cout, plan, OutputWidth());
+    }
   } else {
     PrintPlan(std::cout, plan, options.mJoin.mVerbose);
   }

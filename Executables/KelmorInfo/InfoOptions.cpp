@@ -17,7 +17,8 @@ namespace {
 using Mode = InfoOptions::Mode;
 
 Mode ModeOf(const CommandLineParser& parser) {
-  const bool plan = parser.Get<bool>("plan", false) || parser.KeyExists("svg");
+  const bool plan =
+      parser.Get<bool>("plan", false) || parser.KeyExists("svg") || parser.Get<bool>("draw", false);
   const bool check = parser.KeyExists("check");
   const bool view = parser.KeyExists("view");
   REQUIRE(!(plan && check), "-check goes neither with -plan nor with -svg.");
@@ -46,6 +47,7 @@ void RequireOptionsOf(Mode mode, const CommandLineParser& parser) {
                     {"o", {Mode::Plan}},
                     {"NoGzip", {Mode::Plan, Mode::Check, Mode::View, Mode::Salvage, Mode::Show}},
                     {"svg", {Mode::Plan}},
+                    {"draw", {Mode::Plan}},
                     {"cachesize", {Mode::Plan, Mode::Check, Mode::View, Mode::Salvage, Mode::Show}},
                     {"at", {Mode::Show}},
                     {"from", {Mode::Show}},
@@ -85,6 +87,7 @@ BASIC OPTIONS:
   -plan           # Say what Kelmor would do with these files: which
                   # time-steps it would keep, what disagrees, and
                   # what would be lost without a word.
+  -draw           # With or instead of -plan: draw it with characters.
   -svg string     # With or instead of -plan: draw the plan to a new file.
   -check string   # Prove that this file is what Kelmor makes of the others.
   -view string    # Make a small new file that reads like the join and
@@ -125,11 +128,12 @@ bool IsAmong(const std::string& name, const MyVector<std::string>& names) {
 InfoOptions::InfoOptions(int argc, char** argv)
     : InfoOptions(CommandLineParser(
           argc, argv, HelpText(),
-          MyVector<std::string>{"v", "NoWipe", "NoGzip", "plan", "json", "csv"})) {}
+          MyVector<std::string>{"v", "NoWipe", "NoGzip", "plan", "json", "csv", "draw"})) {}
 
 InfoOptions::InfoOptions(const CommandLineParser& parser)
     : mMode(ModeOf(parser)),
       mJson(parser.Get<bool>("json", false)),
+      mDraws(parser.Get<bool>("draw", false)),
       mPicture(parser.Get<std::string>("svg", "")),
       mJoined(parser.Get<std::string>("check", "")),
       mView(parser.Get<std::string>("view", "")),
@@ -140,6 +144,7 @@ InfoOptions::InfoOptions(const CommandLineParser& parser)
           mMode == Mode::List ? JoinOptions::Files::MayBeMissing : JoinOptions::Files::MustExist) {
   RequireOptionsOf(mMode, parser);
   parser.TerminateIfThereAreUnusedOptions();
+  REQUIRE(!(mJson && mDraws), "-draw goes not with -json.");
   REQUIRE(!mJoin.mInputs.empty(), "No file was given.");
   if (!mJoin.mSkip.empty()) {
     GlobMatches(mJoin.mSkip, "");  // fails if it is no glob

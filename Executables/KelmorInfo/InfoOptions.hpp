@@ -16,6 +16,7 @@ struct InfoOptions {
 
   Mode mMode;
   bool mJson;
+  bool mDraws;           // the plan, with characters
   std::string mPicture;  // file to draw the plan to, or empty
   std::string mJoined;   // file to check, or empty
   std::string mView;     // file to make, or empty

@@ -8,7 +8,7 @@
 
 #include "Executables/KelmorInfo/Json.hpp"
 #include "Executables/KelmorInfo/Text.hpp"
-#include "Executables/KelmorInfo/View.hpp"
+#include "Executables/KelmorInfo/ViewSegments.hpp"
 #include "Executables/Series/Series.hpp"
 #include "Utils/ErrorHandling/CodeError.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
@@ -249,17 +249,6 @@ Facts ReadFacts(Series& series, const Dataset& dataset, CachedH5File& file) {
   return facts;
 }
 
-// Tries the files to which a view refers, none of which is needed for what was listed before.
-std::vector<InputFile> TrySegments(const ListedFile& view) {
-  std::set<std::string> paths;
-  for (const Facts& facts : view.mDatasets) {
-    for (const std::string& name : facts.mSegments) {
-      paths.insert(PathFromView(view.mName, name));
-    }
-  }
-  return TryFiles(MyVector<std::string>(std::vector(paths.begin(), paths.end())));
-}
-
 }  // namespace
 
 Listing MakeListing(const JoinOptions& options) {
@@ -290,7 +279,10 @@ Listing MakeListing(const JoinOptions& options) {
   }
   // By then no file is open that could be among them.
   for (ListedFile& listed : listing.mFiles) {
-    listed.mSegments = TrySegments(listed);
+    listed.mSegments = ReadSegments(listed.mName, listed.mDatasets);
+    for (const Facts& facts : listed.mDatasets) {
+      listing.mUnion[facts.mName].mTimes.Include(facts.mTimes);
+    }
   }
   return listing;
 }

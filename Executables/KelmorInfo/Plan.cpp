@@ -42,6 +42,8 @@ std::vector<bool> FindGaps(const std::vector<double>& kept) {
 void PlanFile(PlannedFile& planned, const MyVector<double>& times, const std::vector<StepRun>& kept,
               std::vector<bool>::const_iterator& gapFollows) {
   planned.mTotal = times.size();
+  planned.mTimeless = static_cast<std::uint64_t>(
+      std::ranges::count_if(times, [](double time) { return std::isnan(time); }));
   std::uint64_t begin = 0;
   const auto cut = [&](bool isKept, std::uint64_t end) {
     if (begin < end) {
@@ -123,12 +125,18 @@ class Planner {
       Try(dataset, file, [&] { series->RequireJoinable(mInputs[file]); });
     }
     for (const int file : dataset.mFiles) {
+      bool isMisfit = true;
       Try(dataset, file, [&] {
         series->TakeIn(file, Series::Depth::TimesIfReadable);
-        if (series->Agreed().Includes(file)) {
-          mSteps.mFiles.push_back({mNumbers[static_cast<std::size_t>(file)], 0, 0, {}});
-        }
+        isMisfit = !series->Agreed().Includes(file);
       });
+      const int number = mNumbers[static_cast<std::size_t>(file)];
+      if (isMisfit) {
+        mSteps.mMisfits.push_back({number});
+        ReadMisfit(dataset, file, progress);
+      } else {
+        mSteps.mFiles.push_back({number, 0, 0, {}});
+      }
     }
     ReportGroups(dataset, series->Agreed());
     if (auto* stepped = dynamic_cast<SteppedSeries*>(series.get())) {
@@ -139,6 +147,27 @@ class Planner {
     planned.mAgrees = mPlan.mDisagreements.size() == before;
     planned.mSteps = ShareSteps();
     return planned;
+  }
+
+  // Looks at the file alone: what disagrees with others has times all the same.
+  void ReadMisfit(const Dataset& dataset, int file, Progress& progress) {
+    try {
+      const auto alone = MakeSeries({mInputs, mOptions, progress}, dataset);
+      alone->TakeIn(file, Series::Depth::Times);
+      TimeRange range;
+      if (const auto* stepped = dynamic_cast<SteppedSeries*>(alone.get())) {
+        for (const double time : stepped->Times()[0]) {
+          if (std::isfinite(time)) {
+            range.Include(time);
+          }
+        }
+      }
+      if (!range.IsEmpty()) {
+        mSteps.mMisfits.back() = {mSteps.mMisfits.back().mFile, true, range.mFirst, range.mLast};
+      }
+    } catch (const CodeError&) {
+      mInputs[file].CloseFile();  // and all that the failure left open
+    }
   }
 
   // The number of the steps just planned among the plan's, which gets them if they are new.

@@ -26,6 +26,7 @@ struct PlannedFile {
   std::uint64_t mKept = 0;
   std::uint64_t mTotal = 0;
   std::vector<PlanPiece> mPieces;  // in the order of the steps
+  std::uint64_t mTimeless = 0;     // steps whose time is no number
   /// "3 of 4": how many steps are kept.
   std::string CountText() const { return std::to_string(mKept) + " of " + std::to_string(mTotal); }
   friend bool operator==(const PlannedFile&, const PlannedFile&) = default;
@@ -39,9 +40,19 @@ struct PlanGap {
   friend bool operator==(const PlanGap&, const PlanGap&) = default;
 };
 
+/// A file that keeps the others from being joined, with the times that it has, if they can be read.
+struct PlannedMisfit {
+  int mFile;
+  bool mHasTimes = false;
+  double mFirst = 0;
+  double mLast = 0;
+  friend bool operator==(const PlannedMisfit&, const PlannedMisfit&) = default;
+};
+
 /// What becomes of the steps of a dataset. Of datasets without times it tells the files only.
 struct PlannedSteps {
-  std::vector<PlannedFile> mFiles;  // that hold it and agree, in order
+  std::vector<PlannedFile> mFiles;      // that hold it and agree, in order
+  std::vector<PlannedMisfit> mMisfits;  // that hold it and do not, in order
   bool mHasTimes = false;
   std::uint64_t mKept = 0;
   std::uint64_t mTotal = 0;

@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
-#include <cmath>
 #include <cstdio>
 #include <ranges>
-#include <set>
+#include <span>
 
+#include "Executables/KelmorInfo/PlanPanels.hpp"
 #include "Executables/KelmorInfo/Svg.hpp"
 #include "Executables/KelmorInfo/Text.hpp"
 #include "Executables/KelmorInfo/TimeScale.hpp"
@@ -23,6 +23,7 @@ constexpr double sCountsWidth = 72;  // right of the bars
 constexpr std::size_t sMostPanels = 60;
 constexpr std::size_t sMostDisagreements = 8;
 constexpr std::size_t sMostWarnings = 8;
+constexpr std::size_t sMostStretches = 3;
 
 constexpr char sInk[] = "fill=\"#222\"";
 constexpr char sGrey[] = "fill=\"#767676\"";
@@ -31,6 +32,8 @@ constexpr char sRed[] = "fill=\"#b3261e\"";
 constexpr char sKept[] = "fill=\"#2f6690\"";
 constexpr char sJoined[] = "fill=\"#1b2f40\"";
 constexpr char sWiped[] = "fill=\"url(#wiped)\" stroke=\"#c8553d\" stroke-width=\"0.7\"";
+constexpr char sMisfit[] =
+    "fill=\"#fff\" stroke=\"#b3261e\" stroke-width=\"1\" stroke-dasharray=\"3 2\"";
 constexpr char sGap[] = "fill=\"#f6d57a\" fill-opacity=\"0.45\"";
 constexpr char sGrid[] = "stroke=\"#e4e4e4\" stroke-width=\"1\"";
 constexpr char sRow[] = "stroke=\"#efefef\" stroke-width=\"0.8\"";
@@ -45,17 +48,12 @@ std::string Anchored(const char* style, const char* anchor) {
   return std::string(style) + " text-anchor=\"" + anchor + "\"";
 }
 
-struct Bar {
-  double mFrom;
-  double mTo;
-};
-
 // Bars that would touch are one: a long series of single steps is drawn as what one sees of it.
 std::vector<Bar> Merged(const std::vector<Bar>& given) {
   constexpr double thinnest = 1.2;
   constexpr double touching = 0.6;
   std::vector<Bar> bars;
-  for (auto [from, to] : given) {
+  for (auto [isKept, from, to] : given) {
     if (to - from < thinnest) {
       const double middle = (from + to) / 2;
       from = middle - thinnest / 2;
@@ -64,7 +62,7 @@ std::vector<Bar> Merged(const std::vector<Bar>& given) {
     if (!bars.empty() && from >= bars.back().mFrom && from - bars.back().mTo < touching) {
       bars.back().mTo = std::max(bars.back().mTo, to);
     } else {
-      bars.push_back({from, to});
+      bars.push_back({isKept, from, to});
     }
   }
   return bars;
@@ -74,7 +72,7 @@ class Picture {
  public:
   explicit Picture(const Plan& plan)
       : mPlan(plan),
-        mLabels(FileLabels(plan)),
+        mLabels(FileLabels(plan, Svg::Room(sLabelSize, sWidth / 4))),
         mLeft(sMargin + LabelWidth() + 10),
         mRight(sWidth - sMargin - sCountsWidth),
         mScale(plan, mLeft, mRight) {}
@@ -88,7 +86,7 @@ class Picture {
         DrawPanel(steps);
       }
     }
-    if (panels > 0) {
+    if (panels > 0 && !mHasAxis) {
       DrawAxis();
     }
     if (panels > sMostPanels) {
@@ -100,17 +98,6 @@ class Picture {
   }
 
  private:
-  // Files are called by their names without folders where that is distinct.
-  static std::vector<std::string> FileLabels(const Plan& plan) {
-    std::vector<std::string> paths;
-    std::vector<std::string> names;
-    for (const InputFile& file : plan.mFiles) {
-      paths.push_back(file.mName);
-      names.push_back(GetFilenameFromPath(file.mName));
-    }
-    return std::set(names.begin(), names.end()).size() == names.size() ? names : paths;
-  }
-
   double LabelWidth() const {
     double width = Svg::TextWidth("joined", sLabelSize);
     for (const std::string& label : mLabels) {
@@ -136,9 +123,15 @@ class Picture {
   }
 
   void DrawLegend() {
+    std::vector<std::pair<const char*, const char*>> shown = {
+        {sKept, "kept"}, {sWiped, "wiped"}, {sGap, "gap"}};
     double x = mRight + sCountsWidth - 218;
+    if (std::ranges::any_of(mPlan.mSteps, [](const auto& s) { return !s.mMisfits.empty(); })) {
+      shown.emplace_back(sMisfit, "disagrees");
+      x -= 110;
+    }
     const double y = mY - 9;
-    for (const auto& [style, text] : {std::pair(sKept, "kept"), {sWiped, "wiped"}, {sGap, "gap"}}) {
+    for (const auto& [style, text] : shown) {
       mSvg.Rect(x, y, 26, 10, style);
       x = mSvg.Text(x + 32, y + 9, 11, text, sInk) + 18;
     }
@@ -146,17 +139,10 @@ class Picture {
 
   // Names of the datasets of a panel, bold the first, and how many steps are kept.
   void DrawHeading(const PlannedSteps& steps) {
-    std::vector<std::string> names;
-    bool agree = true;
-    for (const PlannedDataset& dataset : mPlan.mDatasets) {
-      if (&mPlan.StepsOf(dataset) == &steps) {
-        names.push_back(dataset.mName);
-        agree = agree && dataset.mAgrees;
-      }
-    }
+    const auto [names, agree, counts] = HeadingOf(mPlan, steps);
     const std::string all = Joined(names, "\n");
     const double size = 12;
-    const double room = sWidth - 2 * sMargin - 180;
+    const double room = sWidth - 2 * sMargin - std::max(180.0, Svg::TextWidth(counts, 11) + 10);
     const std::string first = Svg::Fitted(names.front(), size, room * 0.6);
     mSvg.Text(sMargin, mY, size, first, std::string(agree ? sInk : sRed) + " font-weight=\"bold\"",
               all);
@@ -175,9 +161,7 @@ class Picture {
       others += others.empty() ? "disagrees" : "; not all agree";
     }
     mSvg.Text(x, mY, 11, others, agree ? sGrey : sRed, all);
-    mSvg.Text(sWidth - sMargin, mY, 11,
-              std::to_string(steps.mKept) + " of " + Counted(steps.mTotal, "step") + " kept",
-              Anchored(sInk, "end"));
+    mSvg.Text(sWidth - sMargin, mY, 11, counts, Anchored(sInk, "end"));
   }
 
   // Rows become lower the more there are.
@@ -192,123 +176,139 @@ class Picture {
     mY += 20;
     DrawHeading(steps);
     mY += 12;
-    const double row = RowHeight(steps.mFiles.size());
-    const double bottom = mY + row * static_cast<double>(steps.mFiles.size()) + 20;
-    for (const TimeScale::Tick& tick : mScale.Ticks()) {
+    DrawRows(steps, RowsOf(steps), mScale);
+    const std::vector<TimeRange> stretches = ShortStretchesOf(steps, mScale);
+    mHasAxis = !stretches.empty();
+    if (mHasAxis) {
+      DrawAxis();  // which would be taken for that of the stretches below them
+    }
+    for (const TimeRange& stretch : stretches | std::views::take(sMostStretches)) {
+      DrawStretch(steps, stretch);
+    }
+    if (stretches.size() > sMostStretches) {
+      DrawNote(Counted(stretches.size() - sMostStretches, "more stretch of time") +
+                   " is too short to be seen at this scale",
+               sGrey);
+    }
+  }
+
+  // Shows a stretch of time alone, with an axis of its own.
+  void DrawStretch(const PlannedSteps& steps, const TimeRange& stretch) {
+    const TimeScale scale(stretch, mLeft, mRight);
+    std::vector<PanelRow> rows = RowsOf(steps);
+    std::erase_if(rows, [&scale](const PanelRow& row) { return !row.IsOn(scale); });
+    mY += 14;
+    mSvg.Text(mLeft, mY, 10, "enlarged, since it is too short to be seen above:", sGrey);
+    mY += 5;
+    const double top = mY;
+    DrawRows(steps, rows, scale);
+    mSvg.Rect(mLeft, top, mRight - mLeft, mY - top, "fill=\"none\" stroke=\"#999\"");
+    DrawTicks(scale, 9, sGrey);
+    mY += 18;
+  }
+
+  void DrawRows(const PlannedSteps& steps, std::span<const PanelRow> rows, const TimeScale& scale) {
+    const double row = RowHeight(rows.size());
+    const double bottom = mY + row * static_cast<double>(rows.size()) + 20;
+    for (const TimeScale::Tick& tick : scale.Ticks()) {
       mSvg.Line(tick.mX, mY, tick.mX, bottom, sGrid);
     }
-    for (const PlanGap& gap : steps.mGaps) {
-      const double from = mScale.At(gap.mFrom);
-      mSvg.Rect(from, mY, std::max(mScale.At(gap.mTo), from + 1) - from, bottom - mY, sGap,
-                "gap between " + RoundTrip(gap.mFrom) + " and " + RoundTrip(gap.mTo));
+    const std::vector<PlanGap> gaps = GapsOf(steps);
+    for (const PlanGap& gap : gaps) {
+      if (scale.Shows(gap.mFrom, gap.mTo)) {
+        const double from = scale.At(gap.mFrom);
+        mSvg.Rect(from, mY, std::max(scale.At(gap.mTo), from + 1) - from, bottom - mY, sGap,
+                  "gap between " + RoundTrip(gap.mFrom) + " and " + RoundTrip(gap.mTo));
+      }
     }
     double labelled = -1e9;
-    for (const PlannedFile& file : steps.mFiles) {
+    for (const PanelRow& file : rows) {
       const double size = std::min(sLabelSize, std::max(8.0, row * 0.78));
       const double base = mY + row / 2 + size * 0.36;
       // As many labels as have room.
       if (base - labelled >= size) {
-        DrawLabels(mLabels[static_cast<std::size_t>(file.mFile)], file.CountText(), base, size);
+        DrawLabels(file, base, size);
         labelled = base;
       }
       mSvg.Line(mLeft, mY + row / 2, mRight, mY + row / 2, sRow);
-      DrawFile(file, mY + row * 0.17, row * 0.66);
+      DrawFile(file, scale, mY + row * 0.17, row * 0.66);
       mY += row;
     }
     mSvg.Line(mLeft, mY + 1.5, mRight, mY + 1.5, "stroke=\"#bbb\" stroke-width=\"0.7\"");
     mY += 3;
-    DrawLabels("joined", std::to_string(steps.mKept), mY + 12.5, sLabelSize);
-    DrawJoined(steps, mY + 4.5, 8);
-    for (const PlanGap& gap : steps.mGaps) {
-      const double from = mScale.At(gap.mFrom);
-      const double to = mScale.At(gap.mTo);
+    mSvg.Text(mLeft - 10, mY + 12.5, sLabelSize, "joined", Anchored(sInk, "end"));
+    mSvg.Text(sWidth - sMargin, mY + 12.5, sLabelSize, std::to_string(steps.mKept),
+              Anchored(sGrey, "end"));
+    DrawBars(JoinedBarsOf(steps, scale), mY + 4.5, 8, sJoined, "");
+    DrawGapLengths(gaps, scale);
+    mY = bottom;
+  }
+
+  void DrawGapLengths(std::span<const PlanGap> gaps, const TimeScale& scale) {
+    for (const PlanGap& gap : gaps) {
+      const double from = scale.At(gap.mFrom);
+      const double to = scale.At(gap.mTo);
       const std::string label = "gap " + ToText(gap.mTo - gap.mFrom, std::chars_format::general, 4);
       if (Svg::TextWidth(label, 9) + 2 < to - from) {
         mSvg.Text((from + to) / 2, mY + 12, 9, label, Anchored("fill=\"#7a5c00\"", "middle"));
       }
     }
-    mY = bottom;
   }
 
-  void DrawLabels(const std::string& left, const std::string& right, double base, double size) {
-    mSvg.Text(mLeft - 10, base, size, Svg::Fitted(left, size, mLeft - 10 - sMargin),
-              Anchored(sInk, "end"), left);
-    mSvg.Text(sWidth - sMargin, base, size, right, Anchored(sGrey, "end"));
+  void DrawLabels(const PanelRow& row, double base, double size) {
+    const bool isMisfit = row.mpPlanned == nullptr;
+    const auto number = static_cast<std::size_t>(row.mFile);
+    mSvg.Text(mLeft - 10, base, size, Svg::Fitted(mLabels[number], size, mLeft - 10 - sMargin),
+              Anchored(isMisfit ? sRed : sInk, "end"), mPlan.mFiles[number].mName);
+    mSvg.Text(sWidth - sMargin, base, size, row.CountText(),
+              Anchored(isMisfit ? sRed : sGrey, "end"));
   }
 
-  static bool HasPlace(const PlanPiece& piece) {
-    return !std::isnan(piece.mFirst) && !std::isnan(piece.mLast);
-  }
-
-  void DrawFile(const PlannedFile& file, double y, double height) {
-    std::vector<Bar> bars;
-    for (std::size_t i = 0; i < file.mPieces.size(); ++i) {
-      const PlanPiece& piece = file.mPieces[i];
-      bars.push_back({mScale.At(piece.mFirst), mScale.At(piece.mLast)});
-      // Between kept and wiped steps the bars meet half-way: what is white is a gap.
-      if (i > 0 && piece.mIsKept != file.mPieces[i - 1].mIsKept && HasPlace(piece) &&
-          HasPlace(file.mPieces[i - 1])) {
-        bars[i].mFrom = bars[i - 1].mTo = (bars[i].mFrom + bars[i - 1].mTo) / 2;
+  void DrawFile(const PanelRow& row, const TimeScale& scale, double y, double height) {
+    std::string tooltip =
+        mPlan.mFiles[static_cast<std::size_t>(row.mFile)].mName + ": " + row.CountText();
+    if (row.mpPlanned == nullptr) {
+      if (row.IsOn(scale)) {
+        const PlannedMisfit& misfit = *row.mpMisfit;
+        DrawBars({{false, scale.At(misfit.mFirst), scale.At(misfit.mLast)}}, y, height, sMisfit,
+                 tooltip);
       }
+      return;
     }
-    std::vector<Bar> kept;
-    std::vector<Bar> wiped;
-    for (std::size_t i = 0; i < bars.size(); ++i) {
-      const auto [from, to] = std::minmax({bars[i].mFrom, bars[i].mTo});
-      if (HasPlace(file.mPieces[i])) {
-        (file.mPieces[i].mIsKept ? kept : wiped).push_back({from, to});
-      }
+    if (row.mpPlanned->mTimeless > 0) {
+      tooltip += ", " + std::to_string(row.mpPlanned->mTimeless) + " without a time";
     }
-    const std::string tooltip = mPlan.NameOf(file) + ": " + file.CountText();
-    DrawBars(wiped, y, height, sWiped, tooltip);
-    DrawBars(kept, y, height, sKept, tooltip);
+    std::vector<Bar> bars = BarsOf(*row.mpPlanned, scale);
+    const auto wiped = std::ranges::stable_partition(bars, &Bar::mIsKept);
+    DrawBars({wiped.begin(), wiped.end()}, y, height, sWiped, tooltip);
+    DrawBars({bars.begin(), wiped.begin()}, y, height, sKept, tooltip);
   }
 
   void DrawBars(const std::vector<Bar>& bars, double y, double height, const char* style,
-                const std::string& tooltip = "") {
+                const std::string& tooltip) {
     for (const Bar& bar : Merged(bars)) {
       mSvg.Rect(bar.mFrom, y, bar.mTo - bar.mFrom, height, style, tooltip);
     }
   }
 
-  void DrawJoined(const PlannedSteps& steps, double y, double height) {
-    // One bar reaches from one gap to the next, however many files it comes from.
-    std::vector<Bar> wholes;
-    std::size_t gap = 0;
-    for (const PlannedFile& file : steps.mFiles) {
-      for (const PlanPiece& piece : file.mPieces) {
-        if (!piece.mIsKept || !HasPlace(piece)) {
-          continue;
-        }
-        const auto [from, to] = std::minmax({mScale.At(piece.mFirst), mScale.At(piece.mLast)});
-        bool isNew = wholes.empty();
-        for (; gap < steps.mGaps.size() && piece.mFirst >= steps.mGaps[gap].mTo; ++gap) {
-          isNew = true;
-        }
-        if (isNew) {
-          wholes.push_back({from, to});
-        } else {
-          wholes.back() = {std::min(wholes.back().mFrom, from), std::max(wholes.back().mTo, to)};
-        }
-      }
-    }
-    DrawBars(wholes, y, height, sJoined);
-  }
-
   void DrawAxis() {
     mY += 4;
     mSvg.Line(mLeft, mY, mRight, mY, sAxis);
+    DrawTicks(mScale, 11, sInk);
+    mSvg.Text((mLeft + mRight) / 2, mY + 36, 12, "time", Anchored(sInk, "middle"));
+    mY += 44;
+  }
+
+  void DrawTicks(const TimeScale& scale, double size, const char* style) {
     double labelled = 0;
-    for (const TimeScale::Tick& tick : mScale.Ticks()) {
+    for (const TimeScale::Tick& tick : scale.Ticks()) {
       mSvg.Line(tick.mX, mY, tick.mX, mY + 5, sAxis);
-      const double half = Svg::TextWidth(tick.mLabel, 11) / 2;
+      const double half = Svg::TextWidth(tick.mLabel, size) / 2;
       if (tick.mX - half > labelled) {
-        mSvg.Text(tick.mX, mY + 18, 11, tick.mLabel, Anchored(sInk, "middle"));
+        mSvg.Text(tick.mX, mY + 7 + size, size, tick.mLabel, Anchored(style, "middle"));
         labelled = tick.mX + half + 6;
       }
     }
-    mSvg.Text((mLeft + mRight) / 2, mY + 36, 12, "time", Anchored(sInk, "middle"));
-    mY += 44;
   }
 
   void DrawNote(const std::string& text, const char* style) {
@@ -354,7 +354,8 @@ class Picture {
     const std::vector<Disagreement>& all = mPlan.mDisagreements;
     mY += all.empty() ? 0 : 6;
     for (const Disagreement& one : all | std::views::take(sMostDisagreements)) {
-      DrawNote(one.About(GetFilenameFromPath(one.mFile)) + ": " + one.mReason, sRed);
+      const std::string file = one.mFile.empty() ? "" : GetFilenameFromPath(one.mFile);
+      DrawNote(one.About(file) + ": " + one.mReason, sRed);
       for (const PlannedValue& value : one.mValues | std::views::take(3)) {
         DrawNote(value.mValue + " in " + ListNames(value.mFiles, 2), sRed);
       }
@@ -372,7 +373,8 @@ class Picture {
   double mRight;
   TimeScale mScale;
   Svg mSvg;
-  double mY = 0;  // how far down the picture is drawn
+  bool mHasAxis = false;  // the last panel
+  double mY = 0;          // how far down the picture is drawn
 };
 
 }  // namespace

@@ -136,7 +136,7 @@ Json DatasetAsJson(const Plan& plan, const PlannedDataset& dataset) {
 
 }  // namespace
 
-void PrintPlan(std::ostream& os, const Plan& plan, bool verbose) {
+bool PrintPlanHead(std::ostream& os, const Plan& plan, bool verbose) {
   PrintWarnings(os, plan, verbose);
   if (!plan.Joins()) {
     os << "Kelmor would refuse these files:\n";
@@ -144,11 +144,18 @@ void PrintPlan(std::ostream& os, const Plan& plan, bool verbose) {
     os << '\n';
   } else if (plan.mDatasets.empty()) {
     os << "Kelmor would find no datasets and write no output.\n";
-    return;
+    return false;
   } else {
     os << "Kelmor would join " << Counted(plan.mFiles.size(), "file") << " into "
        << Counted(plan.mDatasets.size(), "dataset") << ", " << Size(plan.mBytes)
        << " uncompressed.\n\n";
+  }
+  return true;
+}
+
+void PrintPlan(std::ostream& os, const Plan& plan, bool verbose) {
+  if (!PrintPlanHead(os, plan, verbose)) {
+    return;
   }
   // What shares its steps stands together.
   AlignedLines lines({2});

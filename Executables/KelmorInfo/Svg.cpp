@@ -60,19 +60,12 @@ double Svg::TextWidth(std::string_view text, double size) {
   return static_cast<double>(Characters(text)) * size * sCharacterWidth;
 }
 
-std::string Svg::Fitted(const std::string& given, double size, double width) {
-  std::string text = ValidUtf8(given);
-  const std::size_t characters = Characters(text);
-  const auto room =
-      static_cast<std::size_t>(std::max(0.0, width / (size * sCharacterWidth) + 0.01));
-  if (characters <= room || room < 4) {
-    return text;
-  }
-  // The end of a name tells more than its beginning.
-  const std::size_t tail = (room - 1) * 3 / 5;
-  const std::size_t head = room - 1 - tail;
-  return text.substr(0, CharacterOffset(text, head)) + "\xE2\x80\xA6" +
-         text.substr(CharacterOffset(text, characters - tail));
+std::size_t Svg::Room(double size, double width) {
+  return static_cast<std::size_t>(std::max(0.0, width / (size * sCharacterWidth) + 0.01));
+}
+
+std::string Svg::Fitted(const std::string& text, double size, double width) {
+  return Shortened(text, Room(size, width));
 }
 
 std::string Svg::Escaped(std::string_view text) {

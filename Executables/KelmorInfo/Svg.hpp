@@ -20,6 +20,8 @@ class Svg {
 
   /// How long a text is, about.
   static double TextWidth(std::string_view text, double size);
+  /// How many characters have room, about.
+  static std::size_t Room(double size, double width);
   /// The text, with its middle left out if it would be longer than `width`.
   static std::string Fitted(const std::string& text, double size, double width);
   /// The text as XML has it, whatever bytes it holds.

@@ -43,6 +43,13 @@ std::string ToText(double value, std::chars_format format, int precision);
 std::size_t Characters(std::string_view text);
 std::size_t CharacterOffset(std::string_view text, std::size_t n);
 
+/// The text, with its middle left out if it has more characters than `most`.
+std::string Shortened(std::string_view text, std::size_t most);
+
+/// Names with at most so many characters each, which stay different if they are: what all of them
+/// begin or end with is left out first.
+std::vector<std::string> ShortenedAlike(const std::vector<std::string>& names, std::size_t most);
+
 /// Lines whose cells stand under each other, two blanks apart.
 class AlignedLines {
  public:

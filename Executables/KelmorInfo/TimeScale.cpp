@@ -4,9 +4,10 @@
 #include <cmath>
 
 #include "Executables/KelmorInfo/Text.hpp"
-#include "Executables/Series/Facts.hpp"
 
-TimeScale::TimeScale(const Plan& plan, double left, double right) : mLeft(left), mRight(right) {
+namespace {
+
+TimeRange FiniteTimes(const Plan& plan) {
   TimeRange all;
   for (const PlannedSteps& steps : plan.mSteps) {
     for (const PlannedFile& file : steps.mFiles) {
@@ -18,7 +19,21 @@ TimeScale::TimeScale(const Plan& plan, double left, double right) : mLeft(left),
         }
       }
     }
+    for (const PlannedMisfit& misfit : steps.mMisfits) {
+      if (misfit.mHasTimes) {
+        all.Include({misfit.mFirst, misfit.mLast});
+      }
+    }
   }
+  return all;
+}
+
+}  // namespace
+
+TimeScale::TimeScale(const Plan& plan, double left, double right)
+    : TimeScale(FiniteTimes(plan), left, right) {}
+
+TimeScale::TimeScale(const TimeRange& all, double left, double right) : mLeft(left), mRight(right) {
   const double margin = all.mFirst < all.mLast ? 0 : 0.5;
   mFrom = (all.IsEmpty() ? 0 : all.mFirst) - margin;
   mTo = (all.IsEmpty() ? 0 : all.mLast) + margin;
@@ -53,7 +68,7 @@ std::vector<TimeScale::Tick> TimeScale::Ticks() const {
 std::string TimeScale::Label(double time, double step) const {
   const double largest = std::max(std::abs(mFrom), std::abs(mTo));
   const int power = static_cast<int>(std::floor(std::log10(step) + 1e-9));
-  if (largest < 1e7 && power >= -6) {
+  if (largest < 1e7 && power >= -4) {
     return ToText(time + 0.0, std::chars_format::fixed, std::max(0, -power));
   }
   const int digits = std::clamp(static_cast<int>(std::log10(largest)) - power + 1, 1, 17);

@@ -37,7 +37,9 @@ struct Facts {
   // The bytes on disk are not known where a file is damaged.
   std::optional<std::uint64_t> mStoredBytes = 0;
   std::set<std::string> mSegments;  // which files a view names for the values
-  std::string mProblem;             // why not all could be read; empty if all is well
+  // Where a view has the times of a table; it holds those of other kinds itself.
+  std::vector<Tables::Mapping> mTimesElsewhere;
+  std::string mProblem;  // why not all could be read; empty if all is well
 
   /// Notes the filters of a dataset, and adds what it takes on disk.
   void AddStorage(const H5_Objects::DataSet& dataset);

@@ -104,6 +104,7 @@ void TableSeries::Describe(int file, Facts& facts) {
     facts.AddSegments(dat.Layout());
     if (dat.Layout().mpVirtual != nullptr) {
       facts.mSteps = dat.Layout().mRows;
+      facts.mTimesElsewhere = dat.Layout().mpVirtual->mMappings;
     } else if (facts.mShape[1] > 0) {
       facts.SetTimes(dat.RetrieveTimes());
     }

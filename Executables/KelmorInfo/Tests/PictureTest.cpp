@@ -5,6 +5,7 @@
 #include <limits>
 #include <regex>
 
+#include "Executables/KelmorInfo/PlanDrawing.hpp"
 #include "Executables/KelmorInfo/PlanPicture.hpp"
 #include "Executables/KelmorInfo/Tests/InfoFixture.hpp"
 #include "Executables/KelmorInfo/TimeScale.hpp"
@@ -71,6 +72,54 @@ TEST(PlanPicture, BarsLieAlongTime) {
   EXPECT_THAT(DrawPlan(plan), HasSubstr("not all agree"));
 }
 
+// Two files with a third between them that disagrees, and one too short to be seen.
+Plan OddPlan() {
+  PlannedSteps steps;
+  steps.mFiles = {{0, 5, 6, {{true, 5, 0, 40}}, 1},
+                  {2, 9, 9, {{true, 5, 60, 80}}},
+                  {3, 4, 4, {{true, 4, 99.9, 100}}}};
+  steps.mMisfits = {{1, true, 41, 59}};
+  steps.mGaps = {{40, 60}, {80, 99.9}};
+  Plan plan = PlanOf({steps}, 4);
+  plan.mDisagreements = {{"/set0.dat", "", "It differs."}};
+  return plan;
+}
+
+TEST(PlanPicture, ShowsWhatDisagreesAndWhatIsTooShort) {
+  const std::string picture = DrawPlan(OddPlan());
+  const auto gap = [](const char* part) { return "gap between " + std::string(part); };
+  EXPECT_THAT(picture, testing::Not(HasSubstr(gap("40"))));
+  EXPECT_THAT(picture, HasSubstr(gap("80 and 99.9")));
+  // With the one that explains it.
+  EXPECT_EQ(Found(picture, "(stroke-dasharray=)").size(), 2U);
+  for (const char* text : {">disagrees</text>", "0 steps kept, 1 without a time<", ">99.90</text>",
+                           ">/set0.dat: It differs.</text>"}) {
+    EXPECT_THAT(picture, HasSubstr(text));
+  }
+  PlannedSteps short_;
+  short_.mFiles = {{0, 0, 0, {{true, 2, -1e-5, 1e-5}}}};
+  EXPECT_EQ(TimeScale(PlanOf({short_}, 1), 0, 1).Ticks()[0].mLabel, "-1e-05");
+}
+
+TEST(PlanPicture, HasAFormInCharacters) {
+  std::ostringstream text;
+  DrawInText(text, OddPlan(), 60);
+  EXPECT_EQ(text.str(), R"(/set0.dat                0 of 0 steps kept, 1 without a time
+segment0.h5  ███████████████                          5 of 6
+segment1.h5                ╳╳╳╳╳╳╳╳                disagrees
+segment2.h5                       ████████            9 of 9
+segment3.h5                                     █     4 of 4
+joined       ▀▀▀▀▀▀▀▀▀▀▀▀▀▀▀      ▀▀▀▀▀▀▀▀······▀          0
+             0  10  20     40  50     70     90
+enlarged, since it is too short to be seen above:
+segment3.h5        ████████████████████████           4 of 4
+joined       ······▀▀▀▀▀▀▀▀▀▀▀▀▀▀▀▀▀▀▀▀▀▀▀▀                0
+              99.88    99.92     99.96    100.00
+
+█ kept  ░ wiped  ▓ both  ╳ disagrees  · gap
+)");
+}
+
 TEST(PlanPicture, StaysReadableWhateverThePlan) {
   PlannedSteps many;
   for (int i = 0; i < 300; ++i) {
@@ -113,6 +162,12 @@ TEST_F(PictureTest, GoesToANewFile) {
   EXPECT_EQ(Print({"-svg", "plan.svg", "1.h5"}), Print({"-plan", "1.h5"}));
   // There is one panel for both, with one bar.
   EXPECT_EQ(Bars(PlainH5::Bytes(Path("plan.svg")), sKept).size(), 1u);
+  Input("2.h5").Table("/x.dat", {{4, 0, 0}, {7, 0, 0}});
+  setenv("COLUMNS", "40", 1);
+  EXPECT_THAT(Print({"-draw", "1.h5", "2.h5"}, 1),
+              HasSubstr("\n1.h5    ██████████                4 of 4"
+                        "\n2.h5                ╳╳╳╳╳╳╳╳╳  disagrees\n"));
+  unsetenv("COLUMNS");
   EXPECT_EQ(Info({"-svg", "plan.svg", "1.h5"}).mStatus, 2);  // which checks that files stay
   fs::create_symlink("nowhere.svg", Path("link.svg"));
   const RunResult result = Info({"-svg", "link.svg", "1.h5"});

@@ -75,12 +75,29 @@ TEST_F(ViewTest, ReadsLikeTheJoinWhereverAllIsMoved) {
 TEST_F(ViewTest, AMissingSegmentReadsAsNaNAndIsNamed) {
   WriteInputs();
   View(mFiles);
+  Join(mFiles);
+  const auto timesIn = [this](const char* file) {
+    Json times;
+    for (const Json& dataset : PrintJson({file})["files"][0]["datasets"]) {
+      times[dataset["name"]] = dataset["times"];
+    }
+    return times;
+  };
+  EXPECT_EQ(timesIn("view.h5"), timesIn("out.h5"));
   EXPECT_THAT(Print({"view.h5"}), HasSubstr("  a view of 3 files\n"));
   fs::remove(Path(mFiles[1]));
   ASSERT_EQ(mkfifo(Path(mFiles[1]).c_str(), 0600), 0);  // opening it would hang
   const RunResult result = Info({"view.h5"});
   EXPECT_EQ(result.mStatus, 255);
   EXPECT_THAT(result.mOutput, HasSubstr("    run%d/1.h5  CANNOT BE OPENED"));
+  fs::remove(Path(mFiles[1]));
+  // One that opens, but has fewer rows than the view names; times are told as far as there are any.
+  WriteTimes(Input(mFiles[1]), "/A.dir/x.dat", {3});
+  const RunResult shorter = Info({"view.h5"});
+  EXPECT_THAT(shorter.mOutput, HasSubstr("  10 steps  t = 0 ... "));
+  EXPECT_THAT(shorter.mOutput, HasSubstr("    run%d/1.h5  CANNOT BE OPENED, its rows read as NaN: "
+                                         "/A.dir/x.dat has 1 row, not "));
+  CloseInputs();
   fs::remove(Path(mFiles[1]));
   const Rows rows = File::Open(Path("view.h5")).ReadTable("/A.dir/x.dat");
   ASSERT_EQ(rows.size(), 10U);
