@@ -11,10 +11,15 @@ _kelmor_run() {
     -skip | -DeltaT | -cachesize)
       return
       ;;
+    --inputs)
+      compopt -o filenames 2>/dev/null
+      mapfile -t COMPREPLY < <(compgen -f -- "$word")
+      return
+      ;;
   esac
   if [[ $word == -* ]]; then
     mapfile -t COMPREPLY < <(
-      compgen -W '--accept -skip -v -h -help -version -DeltaT -cachesize -NoWipe -NoGzip' -- "$word")
+      compgen -W '--accept --inputs -skip -v -h -help -version -DeltaT -cachesize -NoWipe -NoGzip' -- "$word")
     return
   fi
   compopt -o filenames 2>/dev/null

@@ -7,6 +7,7 @@ joins in each way that docs/cluster.md shows, with its own scripts and commands.
 import os
 import pathlib
 import re
+import resource
 import shutil
 import subprocess
 import sys
@@ -37,6 +38,12 @@ SCRIPTS = dict(re.findall(r"`([\w.-]+)`[^`]*\n\n```\w+\n(.*?)^```$", CLUSTER_PAG
 VERSION = re.search(r'VEXA_VERSION "(.*)"', (SOURCES / "Utils/Process/Version.hpp").read_text())[1]
 RUNS = ["a", "b", "c", "d", "e", "f", "g", "with blank"]
 BROKEN = "d"
+
+
+def processor_time():
+    """Of all programs that were started and have ended, in seconds."""
+    usage = resource.getrusage(resource.RUSAGE_CHILDREN)
+    return usage.ru_utime + usage.ru_stime
 
 
 class WithPrograms(unittest.TestCase):
@@ -136,19 +143,43 @@ class TestCluster(WithPrograms):
     def test_parallel(self):
         self.check(lambda: self.start(self.top, "bash", "join-all.sh"))
 
+    @unittest.skipUnless(shutil.which("snakemake"), "snakemake is not installed")
+    def test_snakemake_with_200_runs(self):
+        runs = [f"run{number}" for number in range(200)]
+        shutil.rmtree(self.top / "runs")
+        for run in runs:
+            (self.top / "runs" / run).mkdir(parents=True)
+            for name in ("segment1.h5", "segment2.h5"):
+                os.link(self.data / name, self.top / "runs" / run / name)
+        before = processor_time()
+        status, text = self.start_line("snakemake")
+        self.assertEqual(status, 0, text)
+        self.results(runs, text)
+        # A minute of the two processors, however much of that others take meanwhile.
+        self.assertLess(processor_time() - before, 120)
+
+    def start_jobs(self, jobs, script):
+        """The jobs of an array one after the other, as a node would run them."""
+        ends = [self.start(self.top, "bash", script, SLURM_ARRAY_TASK_ID=str(job),
+                           SLURM_ARRAY_TASK_COUNT=str(len(jobs)), SLURM_CPUS_PER_TASK="2") for job in jobs]
+        return max(status for status, _ in ends), "".join(text for _, text in ends)
+
     def test_slurm(self):
-        """The jobs of the array one after the other, as a node would run them."""
         sbatch = self.top / "bin/sbatch"
         sbatch.write_text('#!/bin/sh\necho "$@"\n')
         sbatch.chmod(0o755)
         submitted = self.start_line("sbatch")[1]
         first, last, script = re.fullmatch(r"--array=(\d+)-(\d+) ([\w.]+)\n", submitted).groups()
+        self.check(lambda: self.start_jobs(range(int(first), int(last) + 1), script))
 
-        def start():
-            ends = [self.start(self.top, "bash", script, SLURM_ARRAY_TASK_ID=str(job), SLURM_CPUS_PER_TASK="2")
-                    for job in range(int(first), int(last) + 1)]
-            return max(status for status, _ in ends), "".join(text for _, text in ends)
-        self.check(start)
+    def test_slurm_with_several_runs_in_a_job(self):
+        self.check(lambda: self.start_jobs(range(1, 4), "join-many.sbatch"))
+        # A job that is ended takes its join along.
+        shutil.rmtree(self.top / "joined")
+        (self.top / "bin/kelmor-run").unlink()
+        (self.top / "bin/kelmor-run").write_text('#!/bin/sh\ntrap "echo ended; exit 1" TERM\nkill $PPID\nsleep 9 & wait')
+        (self.top / "bin/kelmor-run").chmod(0o755)
+        self.assertEqual(self.start_jobs([1], "join-many.sbatch"), (1, "ended\n"))
 
 
 if __name__ == "__main__":

@@ -115,7 +115,7 @@ class TestPackage(unittest.TestCase):
     def options_of(self, program):
         """The options in the help text of a program; kelmor-run points to those of Kelmor."""
         if program == "kelmor-run":
-            return self.options_of("Kelmor") - {"-o"} | {"--accept", "-version"}
+            return self.options_of("Kelmor") - {"-o"} | {"--accept", "--inputs", "-version"}
         lines = re.findall(r"(?m)^  (-[A-Za-z][^#\n]*)", run(root / "usr/bin" / program, "-h"))
         return {"-help", *re.findall(r"(?<!\S)-[A-Za-z]+", "\n".join(lines))}
 

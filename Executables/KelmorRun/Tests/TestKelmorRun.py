@@ -7,6 +7,7 @@ import hashlib
 import json
 import os
 import pathlib
+import pty
 import shutil
 import signal
 import subprocess
@@ -50,9 +51,9 @@ class TestKelmorRun(unittest.TestCase):
     def info(self, text):
         return self.script("KelmorInfo", f'[ "$1" = -json ] && exec {KELMORINFO} "$@"\n' + text)
 
-    def run_it(self, *arguments, **environment):
-        return subprocess.run([KELMOR_RUN, *arguments], cwd=self.data, text=True,
-                              stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=60,
+    def run_it(self, *arguments, stdin=None, stderr=subprocess.PIPE, **environment):
+        return subprocess.run([KELMOR_RUN, *arguments], cwd=self.data, text=True, stdin=stdin,
+                              stdout=subprocess.PIPE, stderr=stderr, timeout=60,
                               errors="surrogateescape", env=dict(self.environment, **environment))
 
     # Status 1, a message that says why, and no file but those that were there before.
@@ -144,6 +145,41 @@ class TestKelmorRun(unittest.TestCase):
         self.assertEqual({"time", "order", "wiped"},
                          {warning["kind"] for warning in told["warnings"]})
 
+    def test_takes_more_names_than_a_command_line(self):
+        folder = self.data.joinpath(*["x" * 250] * 13)
+        folder.mkdir(parents=True)
+        names = [str(folder / f"{number} {'y' * 200}.h5") for number in range(620)]
+        for name in names[1:]:
+            os.link(self.data / "segment1.h5", name)
+        os.link(self.data / "segment3.h5", names[0])
+        self.assertGreater(sum(map(len, names)), 1 << 21)
+        (self.data / "names").write_text("\n".join(names))
+        arguments = ["-skip", "*.tdm|*.coef|*.txt|/Body*", "--inputs", "names", "run.h5"]
+        report = self.assert_fails(arguments, f"the joined series has t = 0 ... 7.875 in {names[0]}\n")
+        self.assertNotIn("@", report)
+        result = self.run_it("--accept", "time,order", *arguments)
+        self.assertEqual((result.returncode, result.stderr), (0, ""))
+        told = json.loads((self.data / "run.h5.json").read_text())
+        self.assertEqual([one["path"] for one in told["inputs"]], names)
+        order = [warning["files"] for warning in told["warnings"] if warning["kind"] == "order"]
+        self.assertEqual(order[0][-1], names[0])
+        with (self.scripts / "list").open("w+b") as listed:
+            listed.write(b"\0".join(os.fsencode(self.data / name) for name in self.segments) + b"\0")
+            listed.seek(0)
+            self.assertEqual(self.run_it("--inputs", "-", "three.h5", stdin=listed).returncode, 0)
+        self.assertEqual(len(json.loads((self.data / "three.h5.json").read_text())["inputs"]), 3)
+
+    def test_shows_progress_on_a_terminal(self):
+        slow = self.script("Kelmor", "echo '/x.dat keeping 1 steps out of 2, maximum time-gap is 0'\n"
+                                     f'sleep 1\nexec {KELMOR} "$@"\n')
+        terminal, end = pty.openpty()
+        with open(terminal, "rb", buffering=0) as shown, open(end) as stderr:
+            result = self.run_it("run.h5", *self.segments, stderr=stderr, KELMOR=slow, TERM="xterm")
+            self.assertEqual(result.returncode, 0)
+            text = shown.read(100000)
+        self.assertIn(b"\rjoining, 0 s, 1 of 9 datasets\x1b[K", text)
+        self.assertTrue(text.endswith(b"\r\x1b[K"), text)
+
     def test_status_and_names_agree(self):
         (self.data / "precious").write_text("precious")
         (self.scripts / "sitecustomize.py").write_text(  # which Python runs before kelmor-run
@@ -160,6 +196,10 @@ class TestKelmorRun(unittest.TestCase):
                 (["--accept", "time,gap", "run.h5", "segment1.h5"], "legend, not 'gap'"),
                 (["run.h5", "segment1.h5", "-NoWipe"], "option -NoWipe stands after a file"),
                 (["run.h5", "segment1.h5", "segment9.h5"], "there is no input"),
+                (["run.h5", "segment1.h5", "./segment1.h5"], "segment1.h5 is given twice"),
+                (["--inputs", "none", "run.h5", "segment1.h5"], "instead of inputs on the command line"),
+                (["--inputs", "none", "run.h5"], "--inputs none cannot be read: No such file"),
+                (["--inputs", os.devnull, "run.h5"], "names no file"),
                 (["nowhere/run.h5", "segment1.h5"], "there is no folder")):
             self.assertEqual(self.assert_fails(arguments, message).count("\n"), 1)
         for option in ("--version", "-version"):
