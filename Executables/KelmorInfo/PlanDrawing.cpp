@@ -176,7 +176,8 @@ void DrawInText(std::ostream& os, const Plan& plan, std::size_t width) {
 
 std::size_t OutputWidth() {
   const char* columns = std::getenv("COLUMNS");
-  const std::size_t given = columns == nullptr ? 0 : std::strtoul(columns, nullptr, 10);
+  const auto given = static_cast<std::size_t>(
+      columns == nullptr ? 0 : std::max(0L, std::strtol(columns, nullptr, 10)));
   winsize size{};
   return given > 0                                                         ? given
          : ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col

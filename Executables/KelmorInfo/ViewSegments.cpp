@@ -44,19 +44,22 @@ void ReadTimes(const MappedTimes& mapped, Inputs& segment) {
   });
 }
 
+// Where one table cannot be read, the others still may; the first problem is told.
 void ReadSegment(InputFile& segment, const std::vector<MappedTimes>& parts) {
   const Vexa_H5::MuteH5Errors mute;
-  try {
-    Inputs inputs({segment.mName});
-    inputs.KeepObjectsOpenDuring([&] {
-      for (const MappedTimes& part : parts) {
+  Inputs inputs({segment.mName});
+  inputs.KeepObjectsOpenDuring([&] {
+    for (const MappedTimes& part : parts) {
+      try {
         ReadTimes(part, inputs);
+      } catch (const CodeError& error) {
+        segment.mProblem = segment.mOpens ? ReasonOf(error) : segment.mProblem;
+        segment.mOpens = false;
+        // Closes what the failure left open.
+        inputs[0].CloseFile();
       }
-    });
-  } catch (const CodeError& error) {
-    segment.mOpens = false;
-    segment.mProblem = ReasonOf(error);
-  }
+    }
+  });
 }
 
 }  // namespace
