@@ -281,7 +281,9 @@ Listing MakeListing(const JoinOptions& options) {
   for (ListedFile& listed : listing.mFiles) {
     listed.mSegments = ReadSegments(listed.mName, listed.mDatasets);
     for (const Facts& facts : listed.mDatasets) {
-      listing.mUnion[facts.mName].mTimes.Include(facts.mTimes);
+      if (!facts.mTimesElsewhere.empty()) {
+        listing.mUnion[facts.mName].mTimes.Include(facts.mTimes);
+      }
     }
   }
   return listing;
