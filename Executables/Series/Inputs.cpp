@@ -6,6 +6,7 @@
 #include <ranges>
 #include <system_error>
 
+#include "Utils/ErrorHandling/OnFailure.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/Process/Files.hpp"
 #include "Utils/Process/Printable.hpp"
@@ -66,6 +67,7 @@ std::uint64_t Inputs::TotalBytes() const {
 
 void Inputs::KeepObjectsOpenDuring(const std::function<void()>& action) {
   mKeepsObjectsOpen = true;
+  const OnFailure forget([this] { mKeepsObjectsOpen = false; });
   action();
   mKeepsObjectsOpen = false;
   for (int file = 0; file < std::min(Size(), sFilesKeptOpen); ++file) {

@@ -50,7 +50,7 @@ class Inputs {
   ReadAhead& Ahead() { return mReadAhead; }
 
   /// Does what visits the same object again and again: until it is done, what is opened in the
-  /// files that stay open stays open as well.
+  /// files that stay open stays open as well. If it fails, that is left open.
   void KeepObjectsOpenDuring(const std::function<void()>& action);
 
   /// Closes all files.

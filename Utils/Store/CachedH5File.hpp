@@ -91,6 +91,8 @@ class CachedH5File {
   const std::vector<std::string>& GroupsWithAttributes() const {
     return mpFile->GroupsWithAttributes();
   }
+  /// See H5_File::EmptyGroups.
+  const std::vector<std::string>& EmptyGroups() const { return mpFile->EmptyGroups(); }
 
   /// Returns the object for reading, open. Fails if it does not exist, or is not of the kind; and
   /// through a ReadOnly handle, if all of it waits in memory because another program has the file

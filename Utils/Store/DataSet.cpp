@@ -1,5 +1,6 @@
 #include "Utils/Store/DataSet.hpp"
 
+#include <algorithm>
 #include <cstring>
 
 #include "Utils/ErrorHandling/Require.hpp"
@@ -60,6 +61,13 @@ std::vector<hsize_t> DataSet::ExtentsInFile() const {
   std::vector<hsize_t> dims = Vexa_H5::Extents(dataspace_id);
   dataspace_id.Close(mTrace, "H5Sclose(dataspace_id)");
   return dims;
+}
+
+std::vector<std::string> DataSet::MissingParts() const {
+  const std::string own = OwnAttribute();
+  const std::vector<std::string> names = Vexa_H5::AttributeNames(mMy_id, mTrace.Verbosity());
+  const bool isThere = own.empty() || std::ranges::find(names, own) != names.end();
+  return isThere ? std::vector<std::string>() : std::vector{"attribute '" + own + "'"};
 }
 
 Tables::Storage DataSet::Storage() const {

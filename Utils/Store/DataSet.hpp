@@ -37,6 +37,7 @@ class DataSet : public H5_Object {
   std::vector<std::string> ForeignParts() const override {
     return Vexa::ForeignAttributes(mMy_id, OwnAttribute(), mTrace.Verbosity());
   }
+  std::vector<std::string> MissingParts() const override;
 
   /// Returns the name of the link in its group.
   const std::string& LinkName() const { return mName; }

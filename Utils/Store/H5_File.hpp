@@ -137,6 +137,8 @@ class H5_File {
 
   /// Returns the full names of the groups that had attributes when the tree was read.
   const std::vector<std::string>& GroupsWithAttributes() const { return mGroupsWithAttributes; }
+  /// Returns those of the groups, the root aside, that had no members then.
+  const std::vector<std::string>& EmptyGroups() const { return mEmptyGroups; }
 
   /// At most one CachedH5File at a time stands for a file.
   bool HasHandle() const { return mpHandle != nullptr; }
@@ -186,5 +188,6 @@ class H5_File {
   std::uint64_t mMostNodes = 0;            // a file of this size has no room for more
   std::vector<const H5_Node*> mOpenNodes;  // in the order of opening
   std::vector<std::string> mGroupsWithAttributes;
+  std::vector<std::string> mEmptyGroups;
   std::unique_ptr<H5_Node> mpRoot;  // null only until the file was opened
 };

@@ -120,6 +120,9 @@ void H5_Node::InitChildrenFromDir(const Ancestors* above) {
     }
   }
   mTrace.Line(5, "H5_Node open ", fullName, " (", Children().size(), " objects)");
+  if (above != nullptr && Children().empty()) {
+    mpFile->mEmptyGroups.push_back(fullName);
+  }
   if (!unidentified.empty()) {
     REQUIRE(false, "H5_Node: file " << Filename() << " contains these unidentified objects:\n"
             << unidentified << "\n"

@@ -57,6 +57,9 @@ class H5_Object : public Factory::EnableCreation<H5_Object, const std::string&, 
   /// Names what the open object has in the file besides what its kind writes, such as
   /// "attribute 'units'" or "member 'notes'". No join carries it over.
   virtual std::vector<std::string> ForeignParts() const = 0;
+  /// Names what the open object lacks in the file of what its kind writes, though it can be read
+  /// without.
+  virtual std::vector<std::string> MissingParts() const { return {}; }
   /// Describes the object on one line, without a newline, for listings.
   virtual std::ostream& Output(std::ostream& os, const std::string& indent) const = 0;
 

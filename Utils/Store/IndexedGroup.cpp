@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 
 #include "Utils/ErrorHandling/FirstFailure.hpp"
 #include "Utils/ErrorHandling/MyErr.hpp"
@@ -77,12 +78,23 @@ std::vector<std::string> IndexedGroup::ForeignParts() const {
       foreign.push_back("member '" + name + "'");
     }
   }
+  std::ranges::move(PartsOfTables(&H5_Object::ForeignParts), std::back_inserter(foreign));
+  return foreign;
+}
+
+std::vector<std::string> IndexedGroup::MissingParts() const {
+  return PartsOfTables(&H5_Object::MissingParts);
+}
+
+std::vector<std::string> IndexedGroup::PartsOfTables(std::vector<std::string> (H5_Object::*parts)()
+                                                         const) const {
+  std::vector<std::string> found;
   for (const Dat* table : {&mIndex, &mValues}) {
-    for (const std::string& part : table->ForeignParts()) {
-      foreign.push_back(part + " of " + (table == &mIndex ? sIndexName : mValuesName));
+    for (const std::string& part : (table->*parts)()) {
+      found.push_back(part + " of " + (table == &mIndex ? sIndexName : mValuesName));
     }
   }
-  return foreign;
+  return found;
 }
 
 void IndexedGroup::CloseObject() {

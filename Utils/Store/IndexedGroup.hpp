@@ -59,6 +59,7 @@ class IndexedGroup : public H5_Object {
   std::uint64_t SizeOfCache() const override;
   std::uint64_t StepsInFile() const override { return mIndex.StepsInFile(); }
   std::vector<std::string> ForeignParts() const override;
+  std::vector<std::string> MissingParts() const override;
 
   /// Returns the number of steps, waiting ones in the index table included. This and the
   /// descriptions fail with "Must call Initialize or OpenObject first".
@@ -130,6 +131,9 @@ class IndexedGroup : public H5_Object {
   Trace mTrace;
 
  private:
+  // Names parts of both tables as those of their table.
+  std::vector<std::string> PartsOfTables(std::vector<std::string> (H5_Object::*parts)()
+                                             const) const;
   // Counts the steps that are whole, and the values up to the end of the last of them.
   struct WholePart {
     std::uint64_t mSteps;
