@@ -2,17 +2,23 @@
 
 #include <algorithm>
 #include <bit>
+#include <memory>
+#include <optional>
 #include <set>
 #include <sstream>
 #include <vector>
 
 #include "Executables/KelmorInfo/InputFiles.hpp"
+#include "Executables/KelmorInfo/JsonParts.hpp"
 #include "Executables/KelmorInfo/Text.hpp"
 #include "Executables/KelmorInfo/View.hpp"
 #include "Executables/Series/Pieces.hpp"
 #include "Executables/Series/SteppedSeries.hpp"
 #include "Executables/Series/TextSeries.hpp"
+#include "Utils/ErrorHandling/CodeError.hpp"
+#include "Utils/HDF5/Handle.hpp"
 #include "Utils/Process/Files.hpp"
+#include "Utils/Store/H5_ObjectDir.hpp"
 
 namespace {
 
@@ -22,8 +28,12 @@ using Tables::ColumnBlock;
 // So many values are in memory at a time: of a joined table, and of what it was joined from.
 constexpr std::uint64_t sBlockValues = 2 * 1024 * 1024;
 
-// Ends the comparison: the first difference is all that is told.
-struct Difference {
+// So many differences are told.
+constexpr std::size_t sMostDifferences = 1000;
+constexpr std::size_t sMostParts = 4;
+
+// Ends the comparison of a dataset: its first difference is all that is told.
+struct Mismatch {
   std::string mText;
 };
 
@@ -51,34 +61,42 @@ class Checker {
         mProgress(!options.mVerbose, mDatasets.size(), joined.TotalBytes() + inputs.TotalBytes()) {}
 
   CheckResult Check() {
-    try {
-      CheckNames();
-      BeginReadingAhead();
-      for (const Dataset& dataset : mDatasets) {
-        for (Inputs* files : {&mInputs, &mJoined}) {
-          files->Ahead().Reach(mResult.mDatasets);
-        }
-        mProgress.Next("checking " + dataset.mpKind->mTitle);
-        mpDataset = &dataset;
-        CheckDataset();
-        ++mResult.mDatasets;
+    BeginReadingAhead();
+    for (const Dataset& dataset : mDatasets) {
+      for (Inputs* files : {&mInputs, &mJoined}) {
+        files->Ahead().Reach(static_cast<std::size_t>(&dataset - mDatasets.data()));
       }
-    } catch (const Difference& difference) {
-      mResult.mDifference = OneLine(difference.mText);
+      mProgress.Next("checking " + dataset.mpKind->mTitle);
+      mpDataset = &dataset;
+      CheckDataset();
     }
-    return mResult;
+    LookForMore();
+    return std::move(mResult);
   }
 
  private:
-  void CheckNames() const {
+  void Note(const std::string& name, const std::string& text) {
+    if (mResult.mDiffering++ < sMostDifferences) {
+      mResult.mDifferences.push_back({name, OneLine(text)});
+    }
+  }
+
+  // Looks for what no join of the inputs has. Groups are made for what they hold, and are bare.
+  void LookForMore() {
     std::set<std::string> expected;
     for (const Dataset& dataset : mDatasets) {
       expected.insert(dataset.mName);
     }
     for (const std::string& name : mJoined[0].GetNames("*", false)) {
       if (!expected.contains(name)) {
-        throw Difference{name + " is in " + mJoinedName + ", but not among what is joined"};
+        Note(name, name + " is in " + mJoinedName + ", but not among what is joined");
       }
+    }
+    for (const std::string& group : mJoined[0].EmptyGroups()) {
+      Note(group, group + " is an empty group in " + mJoinedName);
+    }
+    for (const std::string& group : mJoined[0].GroupsWithAttributes()) {
+      OfJoined(group, [&] { CompareParts(group, H5_Objects::Dir::ClassID()); });
     }
   }
 
@@ -97,18 +115,56 @@ class Checker {
     if (auto* stepped = dynamic_cast<SteppedSeries*>(series.get())) {
       stepped->Select(mOptions.mNoWipe);
     }
-    RequirePresence(series->IsWritten());
-    if (series->IsWritten()) {
-      mJoined.KeepObjectsOpenDuring([&] { Compare(*series); });
+    const bool isSame = OfJoined(mpDataset->mName, [&] {
+      RequirePresence(series->IsWritten());
+      if (series->IsWritten()) {
+        Compare(*series);
+      }
+    });
+    if (isSame) {
+      ++mResult.mDatasets;
       mResult.mBytes += series->Bytes();
     }
+  }
+
+  // Does what reads the joined file, and returns whether that is as it should be. A failure to read
+  // it is a difference; what it does OfInputs() fails.
+  template <class Action>
+  bool OfJoined(const std::string& name, const Action& action) {
+    const std::uint64_t before = mResult.mDiffering;
+    mReadsInputs = false;
+    mMute.emplace();
+    try {
+      mJoined.KeepObjectsOpenDuring(action);
+    } catch (const Mismatch& mismatch) {
+      Note(name, mismatch.mText);
+      mJoined[0].CloseObjects();
+    } catch (const CodeError& error) {
+      if (mReadsInputs) {
+        throw;
+      }
+      Note(name, name + " cannot be read from " + mJoinedName + ": " + ReasonOf(error));
+      // Closes what the failure left open.
+      mJoined[0].CloseFile();
+    }
+    mMute.reset();
+    return mResult.mDiffering == before;
+  }
+
+  template <class Action>
+  void OfInputs(const Action& action) {
+    mReadsInputs = true;
+    mMute.reset();
+    action();
+    mMute.emplace();
+    mReadsInputs = false;
   }
 
   void Compare(Series& series) {
     const Dataset inJoined{mpDataset->mName, mpDataset->mpKind, {0}};
     const auto joined = MakeSeries({mJoined, mOptions, mProgress}, inJoined);
+    const Tables::OpenVirtualTables ofView;
     for (const auto depth : {Series::Depth::Agreement, Series::Depth::Times}) {
-      const Tables::OpenVirtualTables ofView;
       joined->TakeIn(0, depth);
       CompareProperties(joined->Properties(true), series.Properties(false));
     }
@@ -116,6 +172,18 @@ class Checker {
       CompareSteps(*stepped, dynamic_cast<SteppedSeries&>(*joined));
     } else if (const auto* text = dynamic_cast<TextSeries*>(&series)) {
       CompareTexts(*text, dynamic_cast<TextSeries&>(*joined).Text());
+    }
+    CompareParts(mpDataset->mName, mpDataset->mpKind->mExtension);
+  }
+
+  void CompareParts(const std::string& name, const std::string& type) {
+    const H5_Object& object = mJoined[0].GetObjectForRead_(name, type);
+    for (const auto& [parts, what] :
+         {std::pair(object.ForeignParts(), " has what no join writes: "),
+          std::pair(object.MissingParts(), " lacks what every join writes: ")}) {
+      if (!parts.empty()) {
+        throw Mismatch{name + " of " + mJoinedName + what + ListNames(parts, sMostParts)};
+      }
     }
   }
 
@@ -126,9 +194,9 @@ class Checker {
   // Checks that what a join writes is there, if there is anything to write.
   void RequirePresence(bool isExpected) const {
     if (isExpected != mJoined[0].Exists(mpDataset->mName)) {
-      throw Difference{mpDataset->mName + " is in " +
-                       (isExpected ? FileName(0) + ", but not in " + mJoinedName
-                                   : mJoinedName + ", but all inputs of it are empty")};
+      throw Mismatch{mpDataset->mName + " is in " +
+                     (isExpected ? FileName(0) + ", but not in " + mJoinedName
+                                 : mJoinedName + ", but all inputs of it are empty")};
     }
   }
 
@@ -138,7 +206,7 @@ class Checker {
       std::ostringstream text;
       text << mpDataset->mName << ": the " << what << " is " << joined << " in " << mJoinedName
            << ", but should be " << expected;
-      throw Difference{text.str()};
+      throw Mismatch{text.str()};
     }
   }
 
@@ -166,9 +234,9 @@ class Checker {
       const auto at = static_cast<std::size_t>(here - series.Text().begin());
       const auto end = std::ranges::upper_bound(series.Ends(), at);
       const std::size_t begin = end == series.Ends().begin() ? 0 : *(end - 1);
-      throw Difference{mpDataset->mName + " differs at character " + std::to_string(at) + " of " +
-                       mJoinedName + ", which is character " + std::to_string(at - begin) + " of " +
-                       FileName(static_cast<std::size_t>(end - series.Ends().begin()))};
+      throw Mismatch{mpDataset->mName + " differs at character " + std::to_string(at) + " of " +
+                     mJoinedName + ", which is character " + std::to_string(at - begin) + " of " +
+                     FileName(static_cast<std::size_t>(end - series.Ends().begin()))};
     }
     RequireSame("length of the text", joined.size(), series.Text().size());
   }
@@ -235,7 +303,7 @@ class Checker {
 
   // The joined table comes in pieces that end where its chunks end. For each of them, the other
   // series comes in pieces that end where chunks of its files end. So either inflates a chunk once.
-  void CompareRows(SteppedSeries& series, SteppedSeries& joined) const {
+  void CompareRows(SteppedSeries& series, SteppedSeries& joined) {
     const auto readJoined = [&](const SteppedSeries::Room& room) {
       joined.ReadAll(sBlockValues, room);
     };
@@ -243,10 +311,12 @@ class Checker {
       const auto readSame = [&](const SteppedSeries::Room& room) {
         series.Read(there.mWhere, sBlockValues, room);
       };
-      ForEachPiece(readSame, [&](const PieceOfRows& here) {
-        for (const SteppedSeries::Stretch& stretch : series.StretchesWithin(here.mWhere)) {
-          CompareStretch(series, stretch, here, there);
-        }
+      OfInputs([&] {
+        ForEachPiece(readSame, [&](const PieceOfRows& here) {
+          for (const SteppedSeries::Stretch& stretch : series.StretchesWithin(here.mWhere)) {
+            CompareStretch(series, stretch, here, there);
+          }
+        });
       });
     });
   }
@@ -259,11 +329,11 @@ class Checker {
       const auto [value, joined] =
           std::mismatch(values, values + stretch.mRows, there.At(c, stretch.mKeptRow), AreSameBits);
       if (const auto i = static_cast<std::uint64_t>(value - values); i < stretch.mRows) {
-        throw Difference{mpDataset->mName + " differs" + series.ColumnText(c) + ": row " +
-                         std::to_string(stretch.mKeptRow + i) + " of " + mJoinedName + " has " +
-                         WithBits(*joined, *value) + ", " +
-                         series.RowText(stretch.mInput, stretch.mRow + i) + " of " +
-                         FileName(stretch.mInput) + " has " + WithBits(*value, *joined)};
+        throw Mismatch{mpDataset->mName + " differs" + series.ColumnText(c) + ": row " +
+                       std::to_string(stretch.mKeptRow + i) + " of " + mJoinedName + " has " +
+                       WithBits(*joined, *value) + ", " +
+                       series.RowText(stretch.mInput, stretch.mRow + i) + " of " +
+                       FileName(stretch.mInput) + " has " + WithBits(*value, *joined)};
       }
     }
   }
@@ -273,7 +343,9 @@ class Checker {
   Inputs& mInputs;
   const JoinOptions& mOptions;
   const std::vector<Dataset> mDatasets;
-  const Dataset* mpDataset = nullptr;  // that is being checked
+  const Dataset* mpDataset = nullptr;          // that is being checked
+  bool mReadsInputs = false;                   // while what is compared is read
+  std::optional<Vexa_H5::MuteH5Errors> mMute;  // while the joined file is
   CheckResult mResult;
   Progress mProgress;
 };
@@ -283,12 +355,61 @@ class Checker {
 CheckResult CheckJoin(const std::string& joinedName, const JoinOptions& options) {
   const std::vector<InputFile> joinedFile = TryFiles({joinedName});
   const std::vector<InputFile> files = TryFiles(options.mInputs);
-  RequireAllOpen(joinedFile);
+  if (!joinedFile[0].mIsHdf5) {
+    RequireAllOpen(joinedFile);
+  }
   RequireAllOpen(files);
+  if (!joinedFile[0].mOpens) {
+    const std::string text = joinedName + " cannot be read: " + joinedFile[0].mProblem;
+    return {.mDifferences = {{"/", OneLine(text)}}, .mDiffering = 1};
+  }
   Inputs joined({joinedName}, ReadAhead::Need::All);
   Inputs inputs(options.mInputs, options.Needs());
   CheckResult result = Checker(joined, inputs, options).Check();
   RequireUnchanged(joinedFile, joined);
   RequireUnchanged(files, inputs);
   return result;
+}
+
+void PrintCheck(std::ostream& os, const CheckResult& result, const std::string& joinedName,
+                const JoinOptions& options) {
+  for (const Difference& difference : result.mDifferences) {
+    os << difference.mReason << '\n';
+  }
+  if (result.mDiffering > result.mDifferences.size()) {
+    os << "and " << result.mDiffering - result.mDifferences.size() << " more\n";
+  }
+  os << Vexa::Printable(joinedName) << (result.IsRight() ? " is " : " is not ")
+     << (result.mIsView ? "a view of " : "the join of ") << Counted(options.mInputs.size(), "file")
+     << ": ";
+  if (!result.IsRight()) {
+    os << result.mDiffering
+       << (result.mDiffering == 1 ? " dataset or group" : " datasets or groups")
+       << (result.mDiffering == 1 ? " differs" : " differ") << "; the same are ";
+  }
+  os << Counted(result.mDatasets, "dataset") << ", " << Counted(result.mSteps, "step") << ", "
+     << Size(result.mBytes)
+     << (!result.IsRight() ? ""
+         : result.mIsView  ? " where they are kept"
+                           : " compared")
+     << '\n';
+}
+
+void PrintCheckAsJson(std::ostream& os, const CheckResult& result, const std::string& joinedName,
+                      const JoinOptions& options) {
+  Json json = NewDocument();
+  json["is_right"] = result.IsRight();
+  json["is_view"] = result.mIsView;
+  json["output"] = {{"name", joinedName}};
+  json["files"] = NamesAsJson(options.mInputs);
+  json["DeltaT"] = NumberAsJson(options.mDeltaT);
+  json["NoWipe"] = options.mNoWipe;
+  json["difference_count"] = result.mDiffering;
+  json["differences"] = ArrayOf(result.mDifferences, [](const Difference& difference) {
+    return Json{{"name", difference.mName}, {"reason", difference.mReason}};
+  });
+  json["dataset_count"] = result.mDatasets;
+  json["steps"] = result.mSteps;
+  json["bytes"] = result.mBytes;
+  PrintJson(os, json);
 }

@@ -48,19 +48,13 @@ int List(const InfoOptions& options) {
 
 int Check(const InfoOptions& options) {
   const CheckResult result = CheckJoin(options.mJoined, options.mJoin);
-  const bool isJoin = result.mDifference.empty();
-  if (!isJoin) {
-    std::cout << result.mDifference << '\n';
+  if (options.mJson) {
+    PrintCheckAsJson(std::cout, result, options.mJoined, options.mJoin);
   } else {
-    std::cout << Vexa::Printable(options.mJoined)
-              << (result.mIsView ? " is a view of " : " is the join of ")
-              << Counted(options.mJoin.mInputs.size(), "file") << ": "
-              << Counted(result.mDatasets, "dataset") << ", " << Counted(result.mSteps, "step")
-              << ", " << Size(result.mBytes)
-              << (result.mIsView ? " where they are kept\n" : " compared\n");
+    PrintCheck(std::cout, result, options.mJoined, options.mJoin);
   }
   FinishOutput();
-  return isJoin ? 0 : 1;
+  return result.IsRight() ? 0 : 1;
 }
 
 int View(const InfoOptions& options) {
@@ -83,10 +77,14 @@ int View(const InfoOptions& options) {
 int Salvage(const InfoOptions& options) {
   const std::vector<SalvagedDataset> datasets = Salvage(options.mSalvage, options.mJoin);
   const auto whole = std::ranges::count_if(datasets, &SalvagedDataset::IsWhole);
-  std::cout << Vexa::Printable(options.mSalvage) << " has what is whole of "
-            << Vexa::Printable(options.mJoin.mInputs[0]) << ": " << whole << " of "
-            << Counted(datasets.size(), "dataset") << '\n';
-  PrintSalvage(std::cout, datasets);
+  if (options.mJson) {
+    PrintSalvageAsJson(std::cout, options.mSalvage, options.mJoin.mInputs[0], datasets);
+  } else {
+    std::cout << Vexa::Printable(options.mSalvage) << " has what is whole of "
+              << Vexa::Printable(options.mJoin.mInputs[0]) << ": " << whole << " of "
+              << Counted(datasets.size(), "dataset") << '\n';
+    PrintSalvage(std::cout, datasets);
+  }
   FinishOutput();
   return static_cast<std::size_t>(whole) == datasets.size() ? 0 : 1;
 }

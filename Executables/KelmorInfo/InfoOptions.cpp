@@ -43,7 +43,7 @@ void RequireOptionsOf(Mode mode, const CommandLineParser& parser) {
     std::set<Mode> mModes;
   } restricted[] = {{"DeltaT", {Mode::Plan, Mode::Check, Mode::View, Mode::Show}},
                     {"NoWipe", {Mode::Plan, Mode::Check, Mode::View, Mode::Show}},
-                    {"json", {Mode::List, Mode::Plan, Mode::Show}},
+                    {"json", {Mode::List, Mode::Plan, Mode::Check, Mode::Salvage, Mode::Show}},
                     {"o", {Mode::Plan}},
                     {"NoGzip", {Mode::Plan, Mode::Check, Mode::View, Mode::Salvage, Mode::Show}},
                     {"svg", {Mode::Plan}},
@@ -96,7 +96,7 @@ BASIC OPTIONS:
                   # damaged: the steps before the first that cannot be read.
   -show string    # Print the rows, steps or text of this dataset, as if
                   # the files were joined.
-  -json           # Print as JSON (a list, a plan, or what -show shows).
+  -json           # Print as JSON (not with -view).
   -skip Glob      # skip datasets that match Glob
   -v              # be verbose: legends and version histories
   -h              # Show this help message and exit.

@@ -56,8 +56,12 @@ void Diagnose(InputFile& file, const CodeError& error) {
   if (!error.Reason().starts_with("H5Fopen(")) {
     const bool isAboutObject = error.Context().starts_with("Object");
     file.mProblem += isAboutObject ? " (" + Vexa::Printable(error.Context()) + ")" : "";
+    file.mIsHdf5 = isAboutObject;
     file.mAdvice = Advice(error.Reason(), file.mName);
-  } else if (const std::string reason = OpenError(file.mName); !reason.empty()) {
+    return;
+  }
+  file.mIsHdf5 = false;
+  if (const std::string reason = OpenError(file.mName); !reason.empty()) {
     file.mProblem = OneLine(reason);
     file.mAdvice = Advice(reason, file.mName);
   }

@@ -10,6 +10,7 @@ struct InputFile {
   std::string mName;  // as given
   std::uint64_t mBytes = 0;
   bool mOpens = true;
+  bool mIsHdf5 = true;        // or may be: if it does not open, that is because of what it holds
   std::string mProblem = {};  // why it does not open
   std::string mAdvice = {};   // what may help then; may be empty
   std::string mStamp = {};    // of FileStamp() before it was opened

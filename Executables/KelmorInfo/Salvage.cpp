@@ -1,8 +1,10 @@
 #include "Executables/KelmorInfo/Salvage.hpp"
 
+#include <algorithm>
 #include <ostream>
 
 #include "Executables/KelmorInfo/InputFiles.hpp"
+#include "Executables/KelmorInfo/JsonParts.hpp"
 #include "Executables/KelmorInfo/Text.hpp"
 #include "Executables/Series/Output.hpp"
 #include "Utils/ErrorHandling/CodeError.hpp"
@@ -24,6 +26,27 @@ SalvagedDataset SalvageDataset(const SeriesRun& run, const Dataset& dataset, Cac
     run.mInputs[0].CloseFile();
   }
   return salvaged;
+}
+
+// Steps and strings are told apart; a version record has neither.
+Json DatasetAsJson(const SalvagedDataset& dataset) {
+  const Series::Remains& remains = dataset.mRemains;
+  const bool isKnown = dataset.mIsWritten && dataset.mKind != "ver";
+  const bool isText = dataset.mKind == "txt";
+  const auto countIf = [](bool isTold, std::uint64_t count) {
+    return isTold ? Json(count) : Json();
+  };
+  return {{"name", dataset.mName},
+          {"kind", dataset.mKind},
+          {"is_whole", dataset.IsWhole()},
+          {"is_written", dataset.mIsWritten},
+          {"steps", countIf(isKnown && !isText, remains.mTotal)},
+          {"kept", countIf(isKnown && !isText, remains.mKept)},
+          {"strings", countIf(isKnown && isText, remains.mTotal)},
+          {"kept_strings", countIf(isKnown && isText, remains.mKept)},
+          {"kept_times", RangeAsJson(remains.mKeptTimes)},
+          {"lost_times", RangeAsJson(remains.mLostTimes)},
+          {"reason", dataset.IsWhole() ? Json() : Json(OneLine(remains.mReason))}};
 }
 
 std::string TimesText(const TimeRange& times) {
@@ -70,4 +93,14 @@ void PrintSalvage(std::ostream& os, const std::vector<SalvagedDataset>& datasets
                    : "LEFT OUT: " + OneLine(remains.mReason) + advice});
   }
   lines.Print(os, "  ");
+}
+
+void PrintSalvageAsJson(std::ostream& os, const std::string& name, const std::string& input,
+                        const std::vector<SalvagedDataset>& datasets) {
+  Json json = NewDocument();
+  json["is_whole"] = std::ranges::all_of(datasets, &SalvagedDataset::IsWhole);
+  json["output"] = {{"name", name}};
+  json["files"] = NamesAsJson(std::vector{input});
+  json["datasets"] = ArrayOf(datasets, DatasetAsJson);
+  PrintJson(os, json);
 }

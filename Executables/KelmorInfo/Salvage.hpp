@@ -21,3 +21,5 @@ struct SalvagedDataset {
 std::vector<SalvagedDataset> Salvage(const std::string& name, const JoinOptions& options);
 
 void PrintSalvage(std::ostream& os, const std::vector<SalvagedDataset>& datasets);
+void PrintSalvageAsJson(std::ostream& os, const std::string& name, const std::string& input,
+                        const std::vector<SalvagedDataset>& datasets);

@@ -60,7 +60,7 @@ Change SetText(const std::string& text) {
   };
 }
 
-TEST_F(CheckTest, TheFirstDifferenceIsTold) {
+TEST_F(CheckTest, TheFirstDifferenceOfEachDatasetIsTold) {
   WriteInputs();
   Join({"0.h5", "1.h5", "2.h5"});
   fs::rename(Path("out.h5"), Path("joined.h5"));
@@ -94,6 +94,27 @@ TEST_F(CheckTest, TheFirstDifferenceIsTold) {
       {Remove("/empty.dat"), "/empty.dat is in 0.h5, but not in out.h5\n"},
       {Copy("/s.txt", "/more.txt"), "/more.txt is in out.h5, but not among what is joined\n"},
       {Copy("/s.txt", "/empty.txt"), "/empty.txt is in out.h5, but all inputs of it are empty\n"},
+      {[](File& file) { file.Group("/B.dir"); }, "/B.dir is an empty group in out.h5\n"},
+      {[](File& file) { file.StringAttribute("/A.dir", "note", {"new"}); },
+       "/A.dir of out.h5 has what no join writes: attribute 'note'\n"},
+      {[](File& file) { file.StringAttribute("/t.tdm/index.dat", "units", {"s"}); },
+       "/t.tdm of out.h5 has what no join writes: attribute 'units' of index.dat\n"},
+      {Copy("/s.txt", "/c.coef/more"), "/c.coef of out.h5 has what no join writes: member 'more'"},
+      {[](File& file) { H5Adelete_by_name(file.Id(), "/empty.dat", "Legend", H5P_DEFAULT); },
+       "/empty.dat of out.h5 lacks what every join writes: attribute 'Legend'\n"},
+      // What is not as it must be for its kind.
+      {[](File& file) {
+         Remove("/A.dir/x.dat")(file);
+         file.Table("/A.dir/x.dat", {{1, 2, 3}}, {.mLegend = {"time", "value"}});
+       },
+       "/A.dir/x.dat cannot be read from out.h5: "},
+      {Set("/c.coef/index.dat", 2, 1, 100), "/c.coef cannot be read from out.h5: "},
+      {[](File& file) {
+         Remove("/A.dir/x.dat")(file);
+         file.Group("/A.dir/x.dat");
+       },
+       "/A.dir/x.dat cannot be read from out.h5: "},
+      {Copy("/s.txt", "/notes"), "out.h5 cannot be read: "},
   };
   for (const auto& [change, text] : cases) {
     fs::remove(Path("out.h5"));
@@ -102,10 +123,51 @@ TEST_F(CheckTest, TheFirstDifferenceIsTold) {
       File file = File::Open(Path("out.h5"), H5F_ACC_RDWR);
       change(file);
     }
-    EXPECT_THAT(Print({"-check", "out.h5", "0.h5", "1.h5", "2.h5"}, 1), HasSubstr(text));
+    EXPECT_THAT(
+        Print({"-check", "out.h5", "0.h5", "1.h5", "2.h5"}, 1),
+        testing::AllOf(HasSubstr(text), HasSubstr("\nout.h5 is not the join of 3 files: 1 "
+                                                  "dataset or group differs; the same are ")));
   }
   EXPECT_THAT(Print({"-check", "joined.h5", "-NoWipe", "0.h5", "1.h5", "2.h5"}, 1),
               HasSubstr("/A.dir/x.dat: the number of steps is 10 in joined.h5, but should be 12"));
+}
+
+TEST_F(CheckTest, GoesOnAfterADifference) {
+  WriteInputs();
+  Join({"0.h5", "1.h5", "2.h5"});
+  {
+    File file = File::Open(Path("out.h5"), H5F_ACC_RDWR);
+    Set("/A.dir/x.dat", 4, 1, 102.5)(file);
+    Set("/c.coef/index.dat", 2, 1, 100)(file);
+    SetText("other")(file);
+  }
+  const Json json = PrintJson({"-check", "out.h5", "0.h5", "1.h5", "2.h5"}, 1);
+  Strings names;
+  for (const Json& difference : json["differences"]) {
+    names.push_back(difference["name"]);
+  }
+  EXPECT_EQ(names, Strings({"/A.dir/x.dat", "/c.coef", "/s.txt"}));
+  EXPECT_EQ(json["difference_count"], 3);
+  // The others are compared as in a right join.
+  EXPECT_EQ(json["dataset_count"], 4);
+  EXPECT_EQ(json["steps"], 4);
+}
+
+TEST_F(CheckTest, DamageIsADifferenceUnlessTheInputsHaveIt) {
+  for (const char* name : {"a.h5", "b.h5"}) {
+    Input(name).Table("/x.dat", Rows(400, {1, 2}), {.mChunk = {400, 1}, .mCompress = true});
+  }
+  CloseInputs();
+  Join({"-NoWipe", "a.h5"});
+  DamageChunk("out.h5", "/x.dat", 0, 1);
+  EXPECT_THAT(Print({"-check", "out.h5", "-NoWipe", "b.h5"}, 1),
+              testing::StartsWith("/x.dat cannot be read from out.h5: "));
+  fs::remove(Path("out.h5"));
+  Join({"-NoWipe", "b.h5"});
+  DamageChunk("b.h5", "/x.dat", 0, 1);
+  const RunResult result = Info({"-check", "out.h5", "-NoWipe", "b.h5"});
+  EXPECT_EQ(result.mStatus, 255);
+  EXPECT_THAT(result.mReports, HasSubstr("b.h5"));
 }
 
 }  // namespace

@@ -1,6 +1,9 @@
 // A folder with files, and both tools run in it.
 #pragma once
 
+#include <gtest/gtest.h>
+
+#include <fstream>
 #include <nlohmann/json.hpp>
 #include <string>
 
@@ -25,5 +28,22 @@ class InfoFixture : public KelmorFixture {
   Json PrintJson(Arguments arguments, int status = 0) {
     arguments.insert(arguments.begin(), "-json");
     return Json::parse(Print(arguments, status));
+  }
+
+  /// Overwrites bytes of the chunk that begins there, in a file that is not open.
+  void DamageChunk(const std::string& name, const std::string& table, hsize_t row, hsize_t column) {
+    haddr_t address = 0;
+    {
+      const PlainH5::File file = PlainH5::File::Open(Path(name));
+      const hid_t id = H5Dopen2(file.Id(), table.c_str(), H5P_DEFAULT);
+      const hsize_t offset[] = {row, column};
+      unsigned mask = 0;
+      hsize_t size = 0;
+      EXPECT_GE(H5Dget_chunk_info_by_coord(id, offset, &mask, &address, &size), 0);
+      H5Dclose(id);
+    }
+    std::fstream bytes(Path(name), std::ios::in | std::ios::out | std::ios::binary);
+    bytes.seekp(static_cast<std::streamoff>(address) + 8);
+    bytes << "damage";
   }
 };

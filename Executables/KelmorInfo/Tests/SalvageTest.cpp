@@ -30,23 +30,11 @@ class SalvageTest : public InfoFixture {
     file.Strings("/s.txt", Strings(40, "line"), {40});
     file.Version("/V.ver", 1);
   }
-  // Overwrites bytes of the chunk that begins at that row, or drops it and all after it.
+  // Copies it, and damages the chunk that begins at that row.
   void Damage(const std::string& table, hsize_t row, hsize_t column) {
     CloseInputs();
     fs::copy_file(Path("whole.h5"), Path("broken.h5"), fs::copy_options::overwrite_existing);
-    haddr_t address = 0;
-    {
-      const File file = File::Open(Path("broken.h5"));
-      const hid_t id = H5Dopen2(file.Id(), table.c_str(), H5P_DEFAULT);
-      const hsize_t offset[] = {row, column};
-      unsigned mask = 0;
-      hsize_t size = 0;
-      EXPECT_GE(H5Dget_chunk_info_by_coord(id, offset, &mask, &address, &size), 0);
-      H5Dclose(id);
-    }
-    std::fstream bytes(Path("broken.h5"), std::ios::in | std::ios::out | std::ios::binary);
-    bytes.seekp(static_cast<std::streamoff>(address) + 8);
-    bytes << "damage";
+    DamageChunk("broken.h5", table, row, column);
   }
 };
 
