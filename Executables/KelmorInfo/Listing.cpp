@@ -6,7 +6,7 @@
 #include <ostream>
 #include <ranges>
 
-#include "Executables/KelmorInfo/Json.hpp"
+#include "Executables/KelmorInfo/JsonParts.hpp"
 #include "Executables/KelmorInfo/Text.hpp"
 #include "Executables/KelmorInfo/ViewSegments.hpp"
 #include "Executables/Series/Series.hpp"
@@ -39,8 +39,8 @@ void Include(UnionFacts& all, const Facts& facts) {
   if (facts.mKind == "dat" && !facts.mShape.empty()) {
     AddOnce(all.mColumns, facts.mShape[1]);
   }
-  if (!facts.mTensor.empty()) {
-    AddOnce(all.mTensors, facts.mTensor);
+  if (facts.mTensor) {
+    AddOnce(all.mTensors, *facts.mTensor);
   }
   if (!facts.mLegends.empty()) {
     AddOnce(all.mLegends, facts.mLegends);
@@ -100,8 +100,9 @@ std::string Details(const UnionFacts& all, bool verbose, const std::string& prob
     return Versions(history, verbose);
   };
   std::vector<std::string> details = {
-      SideBySide(all.mTensors), verbose ? SideBySide(all.mLegends, legends) : "",
-      SideBySide(all.mVersions, versions), problem.empty() ? "" : "UNREADABLE: " + problem};
+      SideBySide(all.mTensors, [](const TensorFacts& tensor) { return tensor.Text(); }),
+      verbose ? SideBySide(all.mLegends, legends) : "", SideBySide(all.mVersions, versions),
+      problem.empty() ? "" : "UNREADABLE: " + problem};
   std::erase(details, "");
   return Vexa::Printable(Joined(details, "; "));
 }
@@ -157,41 +158,30 @@ void PrintFile(std::ostream& os, const ListedFile& file, bool verbose) {
   }
 }
 
-Json ToJson(const std::optional<std::uint64_t>& number) {
-  return number ? Json(*number) : Json();
-}
-
-Json ToJson(const H5_Objects::Version::History& history) {
+Json HistoryAsJson(const H5_Objects::Version::History& history) {
   return ArrayOf(history, [](const auto& entry) {
     return Json{{"hash", entry.first}, {"text", entry.second}};
   });
 }
 
-// Adds what is told alike of one file's dataset and of that of all files.
-template <class FACTS>
-void AddFacts(const FACTS& facts, const Json& shape, Json& json) {
-  const TimeRange& times = facts.mTimes;
-  json["shape"] = shape;
-  json["steps"] = ToJson(facts.mSteps);
-  json["times"] = times.IsEmpty() ? Json() : Json{times.mFirst, times.mLast};
-  json["legends"] = facts.mLegends;
-  json["filters"] = facts.mFilters;
-  json["stored_bytes"] = ToJson(facts.mStoredBytes);
+Json TensorAsJson(const TensorFacts& tensor) {
+  return {{"dimension", tensor.mDimension},
+          {"symmetry", tensor.mSymmetry},
+          {"mesh_dimension", tensor.mMeshDimension}};
 }
 
 Json ToJson(const Facts& facts) {
-  Json json = {{"name", facts.mName}, {"kind", facts.mKind}};
-  AddFacts(facts, facts.mShape, json);
-  if (!facts.mTensor.empty()) {
-    json["tensor"] = facts.mTensor;
-  }
-  if (facts.mKind == "ver") {
-    json["versions"] = ToJson(facts.mVersions);
-  }
-  if (!facts.mProblem.empty()) {
-    json["problem"] = facts.mProblem;
-  }
-  return json;
+  return {{"name", facts.mName},
+          {"kind", facts.mKind},
+          {"shape", facts.mShape},
+          {"steps", OrNull(facts.mSteps)},
+          {"times", RangeAsJson(facts.mTimes)},
+          {"legend", facts.mLegends},
+          {"tensor", facts.mTensor ? TensorAsJson(*facts.mTensor) : Json()},
+          {"history", HistoryAsJson(facts.mVersions)},
+          {"filters", facts.mFilters},
+          {"stored_bytes", OrNull(facts.mStoredBytes)},
+          {"reason", TextOrNull(facts.mProblem)}};
 }
 
 Json ToJson(const UnionFacts& all) {
@@ -203,31 +193,23 @@ Json ToJson(const UnionFacts& all) {
   if (!all.mColumns.empty()) {
     shape.push_back(all.mColumns.size() == 1 ? Json(all.mColumns[0]) : Json());
   }
-  Json json = {{"name", all.mName}, {"kind", all.mKind}, {"files", all.mFiles}};
-  AddFacts(all, shape, json);
-  if (!all.mTensors.empty()) {
-    json["tensors"] = all.mTensors;
-  }
-  if (all.mKind == "ver") {
-    json["versions"] = ArrayOf(all.mVersions, [](const auto& history) { return ToJson(history); });
-  }
-  return json;
-}
-
-Json ToJson(const InputFile& file) {
-  Json json = {{"file", file.mName}, {"bytes", file.mBytes}, {"opens", file.mOpens}};
-  if (!file.mOpens) {
-    json["problem"] = file.mProblem;
-    json["advice"] = file.mAdvice;
-  }
-  return json;
+  return {{"name", all.mName},
+          {"kind", all.mKind},
+          {"file_count", all.mFiles},
+          {"shape", shape},
+          {"steps", OrNull(all.mSteps)},
+          {"times", RangeAsJson(all.mTimes)},
+          {"legends", all.mLegends},
+          {"tensors", ArrayOf(all.mTensors, TensorAsJson)},
+          {"histories", ArrayOf(all.mVersions, HistoryAsJson)},
+          {"filter_lists", all.mFilters},
+          {"stored_bytes", OrNull(all.mStoredBytes)}};
 }
 
 Json ToJson(const ListedFile& file) {
-  Json json = ToJson(static_cast<const InputFile&>(file));
-  json["external_files"] = file.mExternalFiles;
-  json["segments"] =
-      ArrayOf(file.mSegments, [](const InputFile& segment) { return ToJson(segment); });
+  Json json = FileAsJson(file);
+  json["external_files"] = NamesAsJson(file.mExternalFiles);
+  json["segments"] = ArrayOf(file.mSegments, FileAsJson);
   json["datasets"] = ArrayOf(file.mDatasets, [](const Facts& facts) { return ToJson(facts); });
   return json;
 }
@@ -307,8 +289,10 @@ void PrintListing(std::ostream& os, const Listing& listing, bool verbose) {
 
 void PrintListingAsJson(std::ostream& os, const Listing& listing) {
   const auto toJson = [](const auto& facts) { return ToJson(facts); };
-  PrintJson(os, {{"files", ArrayOf(listing.mFiles, toJson)},
-                 {"union", ArrayOf(listing.mUnion | std::views::values, toJson)}});
+  Json json = NewDocument();
+  json["files"] = ArrayOf(listing.mFiles, toJson);
+  json["union"] = ArrayOf(listing.mUnion | std::views::values, toJson);
+  PrintJson(os, json);
 }
 
 void RequireNoProblems(const Listing& listing) {

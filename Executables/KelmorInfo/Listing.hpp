@@ -21,7 +21,7 @@ struct UnionFacts {
   std::uint64_t mFiles = 0;
   std::optional<std::uint64_t> mLength;  // rows, values or strings of all; not of ver
   std::vector<hsize_t> mColumns;         // of dat
-  std::vector<std::string> mTensors;
+  std::vector<TensorFacts> mTensors;
   std::vector<std::vector<std::string>> mLegends;
   std::vector<H5_Objects::Version::History> mVersions;
   std::vector<std::vector<std::string>> mFilters;

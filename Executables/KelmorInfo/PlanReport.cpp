@@ -4,7 +4,7 @@
 #include <span>
 #include <sstream>
 
-#include "Executables/KelmorInfo/Json.hpp"
+#include "Executables/KelmorInfo/JsonParts.hpp"
 #include "Executables/KelmorInfo/Text.hpp"
 #include "Executables/Series/Agreement.hpp"
 
@@ -78,60 +78,55 @@ void PrintDisagreements(std::ostream& os, const Plan& plan, bool verbose) {
 }
 
 Json ValueAsJson(const PlannedValue& value) {
-  return {{"value", value.mValue}, {"files", value.mFiles}};
+  return {{"value", value.mValue}, {"files", NamesAsJson(value.mFiles)}};
 }
 
 Json WarningAsJson(const PlanWarning& warning) {
-  const std::vector<std::string>& datasets = warning.mDatasets;
   return {{"kind", warning.mKind},
-          {"text", warning.mText},
-          {"files", warning.mFiles},
-          {"dataset", datasets.front()},
-          {"also_in", std::vector(datasets.begin() + 1, datasets.end())},
+          {"reason", warning.mText},
+          {"datasets", NamesAsJson(warning.mDatasets)},
+          {"files", NamesAsJson(warning.mFiles)},
           {"values", ArrayOf(warning.mValues, ValueAsJson)}};
 }
 
 Json DisagreementAsJson(const Disagreement& disagreement) {
-  Json json = {{"dataset", disagreement.mDataset},
-               {"file", disagreement.mFile},
-               {"reason", disagreement.mReason}};
-  for (const PlannedValue& value : disagreement.mValues) {
-    json["values"].push_back(ValueAsJson(value));
-  }
-  return json;
+  const auto oneOrNone = [](const std::string& name) {
+    return NamesAsJson(std::vector<std::string>(name.empty() ? 0 : 1, name));
+  };
+  return {{"reason", disagreement.mReason},
+          {"datasets", oneOrNone(disagreement.mDataset)},
+          {"files", oneOrNone(disagreement.mFile)},
+          {"values", ArrayOf(disagreement.mValues, ValueAsJson)}};
 }
 
 Json PieceAsJson(const PlanPiece& piece) {
-  return {{"kept", piece.mIsKept},
+  return {{"is_wiped", !piece.mIsKept},
           {"steps", piece.mSteps},
-          {"from", piece.mFirst},
-          {"to", piece.mLast}};
+          {"times", SpanAsJson(piece.mFirst, piece.mLast)}};
 }
 
 Json DatasetAsJson(const Plan& plan, const PlannedDataset& dataset) {
   const PlannedSteps& steps = plan.StepsOf(dataset);
-  Json json = {{"name", dataset.mName},
-               {"kind", dataset.mKind},
-               {"bytes", dataset.mBytes},
-               {"agrees", dataset.mAgrees}};
-  if (steps.mHasTimes) {
-    json["kept"] = steps.mKept;
-    json["total"] = steps.mTotal;
-    json["maximum_gap"] = steps.mMaximumGap;
-    json["gaps"] = ArrayOf(steps.mGaps, [](const PlanGap& gap) {
-      return Json{gap.mFrom, gap.mTo};
-    });
-  }
-  json["files"] = ArrayOf(steps.mFiles, [&](const PlannedFile& file) {
-    Json part = {{"file", plan.NameOf(file)}};
-    if (steps.mHasTimes) {
-      part["kept"] = file.mKept;
-      part["total"] = file.mTotal;
-      part["pieces"] = ArrayOf(file.mPieces, PieceAsJson);
-    }
-    return part;
-  });
-  return json;
+  const auto ofSteps = [&steps](const auto& value) {
+    return steps.mHasTimes ? Json(value) : Json();
+  };
+  const auto toJson = [&](const PlannedFile& file) {
+    return Json{{"name", plan.NameOf(file)},
+                {"steps", ofSteps(file.mTotal)},
+                {"kept", ofSteps(file.mKept)},
+                {"pieces", ArrayOf(file.mPieces, PieceAsJson)}};
+  };
+  const auto gapAsJson = [](const PlanGap& gap) { return SpanAsJson(gap.mFrom, gap.mTo); };
+  return {{"name", dataset.mName},
+          {"kind", dataset.mKind},
+          {"bytes", dataset.mBytes},
+          {"agrees", dataset.mAgrees},
+          {"steps", ofSteps(steps.mTotal)},
+          {"kept", ofSteps(steps.mKept)},
+          // Nobody looks for it where nothing is wiped.
+          {"maximum_gap", plan.mNoWipe ? Json() : ofSteps(NumberAsJson(steps.mMaximumGap))},
+          {"gaps", ArrayOf(steps.mGaps, gapAsJson)},
+          {"files", ArrayOf(steps.mFiles, toJson)}};
 }
 
 }  // namespace
@@ -178,15 +173,17 @@ void PrintPlan(std::ostream& os, const Plan& plan, bool verbose) {
 }
 
 void PrintPlanAsJson(std::ostream& os, const Plan& plan) {
-  PrintJson(os, {{"joins", plan.Joins()},
-                 {"warnings", ArrayOf(plan.mWarnings, WarningAsJson)},
-                 {"bytes", plan.mBytes},
-                 {"DeltaT", plan.mDeltaT},
-                 {"NoWipe", plan.mNoWipe},
-                 {"files", ArrayOf(plan.mFiles, [](const InputFile& file) { return file.mName; })},
-                 {"external_files", plan.mExternalFiles},
-                 {"disagreements", ArrayOf(plan.mDisagreements, DisagreementAsJson)},
-                 {"datasets", ArrayOf(plan.mDatasets, [&plan](const PlannedDataset& dataset) {
-                    return DatasetAsJson(plan, dataset);
-                  })}});
+  Json json = NewDocument();
+  json["joins"] = plan.Joins();
+  json["warnings"] = ArrayOf(plan.mWarnings, WarningAsJson);
+  json["disagreements"] = ArrayOf(plan.mDisagreements, DisagreementAsJson);
+  json["bytes"] = plan.mBytes;
+  json["DeltaT"] = NumberAsJson(plan.mDeltaT);
+  json["NoWipe"] = plan.mNoWipe;
+  json["files"] = ArrayOf(plan.mFiles, FileAsJson);
+  json["external_files"] = NamesAsJson(plan.mExternalFiles);
+  json["datasets"] = ArrayOf(plan.mDatasets, [&plan](const PlannedDataset& dataset) {
+    return DatasetAsJson(plan, dataset);
+  });
+  PrintJson(os, json);
 }

@@ -8,6 +8,11 @@ void TimeRange::Include(const TimeRange& other) {
   mLast = std::max(mLast, other.mLast);
 }
 
+std::string TensorFacts::Text() const {
+  return "dimension " + std::to_string(mDimension) + ", symmetry '" + mSymmetry +
+         "', mesh of dimension " + std::to_string(mMeshDimension);
+}
+
 void Facts::AddStorage(const H5_Objects::DataSet& dataset) {
   Tables::Storage storage = dataset.Storage();
   mStoredBytes = Sum(mStoredBytes, storage.mBytes);

@@ -24,11 +24,20 @@ struct TimeRange {
   void Include(const TimeRange& other);
 };
 
+/// What the files of a tensor series must agree in.
+struct TensorFacts {
+  int mDimension;
+  std::string mSymmetry;
+  int mMeshDimension;
+  std::string Text() const;
+  friend bool operator==(const TensorFacts&, const TensorFacts&) = default;
+};
+
 struct Facts {
   std::string mName;
   std::string mKind;                       // "dat", "coef", "tdm", "txt" or "ver"
   std::vector<hsize_t> mShape;             // extents in the file, of the values of coef and tdm
-  std::string mTensor;                     // structure and mesh dimension of tdm, as text
+  std::optional<TensorFacts> mTensor;      // of tdm
   std::optional<std::uint64_t> mSteps;     // of the kinds that have times
   TimeRange mTimes;                        // of those that are numbers
   std::vector<std::string> mLegends;       // per column of dat; of time and data of coef and tdm

@@ -88,9 +88,7 @@ void TdmSeries::Write(CachedH5File& output) {
 void TdmSeries::Describe(int file, Facts& facts) {
   Visit<Tdm>(file, [&facts](const Tdm& tdm) {
     const TensorStructure& structure = tdm.GetStructure();
-    facts.mTensor = "dimension " + std::to_string(structure.Dim()) + ", symmetry '" +
-                    structure.Symmetry() + "', mesh of dimension " +
-                    std::to_string(tdm.GetDataMeshDim());
+    facts.mTensor = {structure.Dim(), structure.Symmetry(), tdm.GetDataMeshDim()};
   });
   IndexedSeries::Describe(file, facts);
 }

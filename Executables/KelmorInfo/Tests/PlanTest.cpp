@@ -30,11 +30,12 @@ TEST_F(PlanTest, SaysWhichStepsOfWhichFileSurvive) {
     for (const Json& file : dataset["files"]) {
       Json& pieces = found.emplace_back(Json::array());
       for (const Json& piece : file["pieces"]) {
-        pieces.push_back({piece["kept"], piece["steps"], piece["from"], piece["to"]});
+        pieces.push_back(
+            {!piece["is_wiped"], piece["steps"], piece["times"]["from"], piece["times"]["to"]});
       }
     }
     EXPECT_EQ(found, Json({Json::parse(first), Json::parse(second)}));
-    EXPECT_EQ(dataset["gaps"], Json({{4.5, 20.0}}));
+    EXPECT_EQ(dataset["gaps"], Json::parse(R"([{"from": 4.5, "to": 20.0}])"));
   }
   WriteTimes(Input("3.h5"), "/x.dat", {0, 1, 3, 4, 6, 7, 9, 10, 12});
   EXPECT_THAT(Print({"-plan", "-DeltaT", "2", "3.h5"}), HasSubstr(", 1 step at t = 9\n"));
@@ -59,16 +60,21 @@ TEST_F(PlanTest, ReportsEverythingThatDisagrees) {
   const Json plan = PrintJson({"-plan", "1.h5", "2.h5", "3.h5", "4.h5", "1.h5"}, 1);
   Strings found;
   for (const Json& disagreement : plan["disagreements"]) {
-    found.push_back(disagreement["dataset"].get<std::string>() + " " +
-                    disagreement["file"].get<std::string>());
+    std::string& text = found.emplace_back();
+    for (const Json& dataset : disagreement["datasets"]) {
+      text += dataset["name"].get<std::string>();
+    }
+    for (const Json& file : disagreement["files"]) {
+      text += " " + file["name"].get<std::string>();
+    }
   }
-  EXPECT_THAT(
-      found, testing::UnorderedElementsAre(" 1.h5", "/V.ver ", "/x.dat ", "/t.tdm ", "/s.txt 2.h5"))
+  EXPECT_THAT(found,
+              testing::UnorderedElementsAre(" 1.h5", "/V.ver", "/x.dat", "/t.tdm", "/s.txt 2.h5"))
       << plan["disagreements"].dump(1);
   EXPECT_EQ(plan["disagreements"][2]["values"],
-            Json::parse(R"([{"value": "2 columns", "files": ["1.h5", "3.h5"]},
-                            {"value": "3 columns", "files": ["2.h5"]},
-                            {"value": "4 columns", "files": ["4.h5"]}])"));
+            Json::parse(R"([{"value": "2 columns", "files": [{"name": "1.h5"}, {"name": "3.h5"}]},
+                            {"value": "3 columns", "files": [{"name": "2.h5"}]},
+                            {"value": "4 columns", "files": [{"name": "4.h5"}]}])"));
   for (const Json& dataset : plan["datasets"]) {
     EXPECT_EQ(dataset["agrees"], dataset["name"] == "/fine.dat") << dataset.dump();
   }

@@ -18,16 +18,16 @@ class WarningsTest : public InfoFixture {
     const Json plan = PrintJson(arguments);
     Strings found;
     for (const Json& warning : plan["warnings"]) {
-      std::string text =
-          warning["kind"].get<std::string>() + " " + warning["dataset"].get<std::string>();
-      for (const Json& other : warning["also_in"]) {
-        text += "+" + other.get<std::string>();
+      std::string text = warning["kind"].get<std::string>();
+      for (const Json& dataset : warning["datasets"]) {
+        text +=
+            (&dataset == &warning["datasets"][0] ? " " : "+") + dataset["name"].get<std::string>();
       }
       for (const Json& value : warning["values"]) {
         text += (text.find(": ") == std::string::npos ? ": " : "; ") +
                 value["value"].get<std::string>() + " in";
         for (const Json& file : value["files"]) {
-          text += " " + file.get<std::string>();
+          text += " " + file["name"].get<std::string>();
         }
       }
       found.push_back(text);

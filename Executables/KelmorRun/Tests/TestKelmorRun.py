@@ -25,7 +25,7 @@ def files_in(folder):
 
 def record_of(path):
     content = path.read_bytes()
-    return {"path": str(path), "size": len(content), "sha256": hashlib.sha256(content).hexdigest()}
+    return {"name": str(path), "bytes": len(content), "sha256": hashlib.sha256(content).hexdigest()}
 
 
 class TestKelmorRun(unittest.TestCase):
@@ -79,13 +79,14 @@ class TestKelmorRun(unittest.TestCase):
         self.assertEqual((self.data / output).read_bytes(), (self.data / "plain.h5").read_bytes())
         told = json.loads((self.data / (output + ".json")).read_text())
         self.assertEqual(told["options"], options[1:])
-        self.assertEqual([*told["inputs"], told["output"]],
+        self.assertEqual([*told["files"], told["output"]],
                          [record_of(self.data / name) for name in [*names, output]])
-        self.assertEqual([program["path"] for program in told["programs"]], [KELMOR, KELMORINFO])
-        energy = told["datasets"]["/Run.dir/energy.dat"]
-        self.assertEqual((energy["kept"], energy["total"]), (44, 192))
-        self.assertEqual(told["datasets"]["/VersionHist.ver"], {"version": 2})
-        self.assertEqual(told["datasets"]["/Run.dir/log.txt"], {"characters": 59})
+        self.assertEqual([program["name"] for program in told["programs"]], [KELMOR, KELMORINFO])
+        datasets = {dataset["name"]: dataset for dataset in told["datasets"]}
+        energy = datasets["/Run.dir/energy.dat"]
+        self.assertEqual((energy["kept"], energy["steps"], energy["kind"]), (44, 192, "dat"))
+        self.assertEqual(datasets["/VersionHist.ver"]["version"], 2)
+        self.assertEqual(datasets["/Run.dir/log.txt"]["characters"], 59)
 
     def test_replaces_nothing(self):
         (self.data / "file.h5").write_text("precious")
@@ -123,7 +124,7 @@ class TestKelmorRun(unittest.TestCase):
         linked.write_text("linked")
         for changed in (self.data / "segment2.h5", linked):
             changing = self.script("KelmorInfo", f"""
-[ "$1" != -json ] || exec echo '{{"external_files": ["{linked}"], "warnings": []}}'
+[ "$1" != -json ] || exec echo '{{"external_files": [{{"name": "{linked}"}}], "warnings": []}}'
 {KELMORINFO} "$@" && ${{TOUCH-:}} {changed}\n""")
             self.assert_fails(["run.h5", *self.segments], f"{changed} was changed while it was joined",
                               KELMORINFO=changing, TOUCH="touch")

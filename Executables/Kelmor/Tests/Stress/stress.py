@@ -57,7 +57,7 @@ def run_random(judge, seed):
     arguments = [*options.arguments(), *inputs]
     plan = json.loads(judge.inspect("-plan", "-json", *arguments, allowed=(0,)).out)
     planned = [f"{dataset['name']} keeping {dataset['kept']} steps out of {dataset['total']},"
-               for dataset in plan["datasets"] if "kept" in dataset]
+               for dataset in plan["datasets"] if dataset["kept"] is not None]
     if planned != re.findall(r"^/.* keeping \d+ steps out of \d+,", outcome.out, re.MULTILINE):
         judge.fault(f"the plan tells {planned}", outcome)
     if (judge.folder / "out.h5").exists():
