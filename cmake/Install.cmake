@@ -13,8 +13,8 @@ foreach(program Kelmor KelmorInfo kelmor-run)
           COMPONENT Runtime)
 endforeach()
 install(FILES README.md CHANGELOG.md LICENSE DESTINATION ${VEXA_DOCDIR} COMPONENT Runtime)
-install(FILES docs/cluster.md docs/design.md docs/file-format.md docs/library.md docs/plan.svg
-              docs/python.md docs/show.schema.fragment.json
+install(FILES docs/cluster.md docs/design.md docs/file-format.md docs/json.md
+              docs/kelmor.schema.json docs/library.md docs/plan.svg docs/python.md
         DESTINATION ${VEXA_DOCDIR}/docs COMPONENT Runtime)
 include(cmake/Reference.cmake)
 
