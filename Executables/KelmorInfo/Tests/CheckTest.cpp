@@ -94,7 +94,11 @@ TEST_F(CheckTest, TheFirstDifferenceOfEachDatasetIsTold) {
       {Remove("/empty.dat"), "/empty.dat is in 0.h5, but not in out.h5\n"},
       {Copy("/s.txt", "/more.txt"), "/more.txt is in out.h5, but not among what is joined\n"},
       {Copy("/s.txt", "/empty.txt"), "/empty.txt is in out.h5, but all inputs of it are empty\n"},
-      {[](File& file) { file.Group("/B.dir"); }, "/B.dir is an empty group in out.h5\n"},
+      {[](File& file) {
+         file.Group("/B.dir");
+         file.StringAttribute("/B.dir", "note", {"new"});
+       },
+       "/B.dir is an empty group in out.h5\n"},
       {[](File& file) { file.StringAttribute("/A.dir", "note", {"new"}); },
        "/A.dir of out.h5 has what no join writes: attribute 'note'\n"},
       {[](File& file) { file.StringAttribute("/t.tdm/index.dat", "units", {"s"}); },
