@@ -40,3 +40,17 @@ inline Json FileAsJson(const InputFile& file) {
           {"reason", TextOrNull(file.mProblem)},
           {"advice", TextOrNull(file.mAdvice)}};
 }
+
+/// The versions of a record.
+inline Json HistoryAsJson(const H5_Objects::Version::History& history) {
+  return ArrayOf(history, [](const auto& entry) {
+    return Json{{"hash", entry.first}, {"text", entry.second}};
+  });
+}
+
+/// What the tensors of a series are.
+inline Json TensorAsJson(const TensorFacts& tensor) {
+  return {{"dimension", tensor.mDimension},
+          {"symmetry", tensor.mSymmetry},
+          {"mesh_dimension", tensor.mMeshDimension}};
+}

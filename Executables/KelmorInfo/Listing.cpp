@@ -158,18 +158,6 @@ void PrintFile(std::ostream& os, const ListedFile& file, bool verbose) {
   }
 }
 
-Json HistoryAsJson(const H5_Objects::Version::History& history) {
-  return ArrayOf(history, [](const auto& entry) {
-    return Json{{"hash", entry.first}, {"text", entry.second}};
-  });
-}
-
-Json TensorAsJson(const TensorFacts& tensor) {
-  return {{"dimension", tensor.mDimension},
-          {"symmetry", tensor.mSymmetry},
-          {"mesh_dimension", tensor.mMeshDimension}};
-}
-
 Json ToJson(const Facts& facts) {
   return {{"name", facts.mName},
           {"kind", facts.mKind},

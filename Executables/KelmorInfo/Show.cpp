@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "Executables/KelmorInfo/InputFiles.hpp"
+#include "Executables/KelmorInfo/JsonParts.hpp"
 #include "Executables/KelmorInfo/ShowColumns.hpp"
 #include "Executables/KelmorInfo/ShowPrinter.hpp"
 #include "Executables/KelmorInfo/ShowSearch.hpp"
@@ -100,7 +101,7 @@ class Shower {
   Shower(std::ostream& os, const ShowOptions& options, const JoinOptions& join,
          const Dataset& dataset)
       : mOs(os), mOptions(options), mJoin(join), mDataset(dataset), mDocument(NewDocument()) {
-    mDocument["dataset"] = dataset.mName;
+    mDocument["name"] = dataset.mName;
     mDocument["kind"] = dataset.mpKind->mExtension;
   }
 
@@ -137,9 +138,7 @@ class Shower {
   void ShowVersions(const H5_Objects::Version::History& history) {
     if (IsJson()) {
       mDocument["version"] = history.size();
-      mDocument["versions"] = ArrayOf(history, [](const auto& entry) {
-        return Json{{"hash", entry.first}, {"text", entry.second}};
-      });
+      mDocument["history"] = HistoryAsJson(history);
       PrintJson(mOs, mDocument);
       return;
     }

@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "Executables/KelmorInfo/JsonParts.hpp"
 #include "Executables/KelmorInfo/ShowPrinter.hpp"
 #include "Executables/KelmorInfo/Text.hpp"
 #include "Executables/Series/Pieces.hpp"
@@ -141,13 +142,14 @@ void PrintJsonStep(std::ostream& os, IndexedSeries& series, const StepIndex& ind
   const bool isTensor = shape.mpTdm != nullptr;
   if (isTensor) {
     const TensorStructure& structure = shape.mpTdm->Structure();
-    document["tensor"] = {{"dimension", structure.Dim()},
-                          {"symmetry", structure.Symmetry()},
-                          {"mesh_dimension", shape.mpTdm->DataMeshDim()},
-                          {"components", shape.mComponents}};
+    document["tensor"] =
+        TensorAsJson({structure.Dim(), structure.Symmetry(), shape.mpTdm->DataMeshDim()});
+    document["components"] = shape.mComponents;
     document["extents"] = shape.mExtents;
+  } else {
+    document["tensor"] = document["components"] = document["extents"] = Json();
   }
-  JsonListPrinter list(os, document, "values");
+  JsonListPrinter list(os, document, "numbers");
   const std::uint64_t points = shape.Points();
   std::uint64_t number = 0;
   ForEachValue(series, index, step, [&](double value) {

@@ -84,6 +84,10 @@ class TestJson(unittest.TestCase):
                 ("plan", 1, ["-plan", "-o", "join.h5", *SEGMENTS]),
                 ("check", 0, ["-check", "join.h5", *SEGMENTS]), ("check", 0, ["-check", "view.h5", *SEGMENTS]),
                 ("check", 1, ["-check", "wrong.h5", *SEGMENTS]), ("check", 1, ["-check", "odd.h5", *SEGMENTS]),
+                ("shownRows", 0, ["-show", "times.dat", "odd.h5"]),
+                ("shownStep", 0, ["-show", "Run.dir/metric.tdm", "-at", "5", *SEGMENTS]),
+                ("shownText", 0, ["-show", "Run.dir/log.txt", *SEGMENTS]),
+                ("shownHistory", 0, ["-show", "VersionHist.ver", *SEGMENTS]),
                 ("salvage", 0, ["-salvage", "whole.h5", "segment1.h5"]),
                 ("salvage", 1, ["-salvage", "saved.h5", "torn.h5"])]
         cls.documents = []

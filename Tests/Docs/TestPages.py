@@ -35,7 +35,8 @@ EXAMPLES = {
 CLUSTER_PAGE = (SOURCES / "docs/cluster.md").read_text(encoding="utf-8")
 SCRIPTS = dict(re.findall(r"`([\w.-]+)`[^`]*\n\n```\w+\n(.*?)^```$", CLUSTER_PAGE,
                           re.MULTILINE | re.DOTALL))
-VERSION = re.search(r'VEXA_VERSION "(.*)"', (SOURCES / "Utils/Process/Version.hpp").read_text())[1]
+VERSION = ".".join(re.findall(r"^#define VEXA_VERSION_[A-Z]+ (\d+)$",
+                              (SOURCES / "Utils/Process/Version.hpp").read_text(), re.MULTILINE))
 RUNS = ["a", "b", "c", "d", "e", "f", "g", "with blank"]
 BROKEN = "d"
 

@@ -90,20 +90,20 @@ TEST_F(ShowTest, PrintsJson) {
     return json;
   };
   EXPECT_EQ(show({"-show", "/A.dir/x.dat", "-at", "9", "0.h5"}),
-            Json::parse(R"({"dataset": "/A.dir/x.dat", "kind": "dat", "columns": ["time", "value"],
+            Json::parse(R"({"name": "/A.dir/x.dat", "kind": "dat", "columns": ["time", "value"],
                             "rows": [[0, 3]]})"));
   EXPECT_EQ(show({"-show", "/c.coef", "-at", " -0.5", "0.h5", "1.h5"}),
-            Json::parse(R"({"dataset": "/c.coef", "kind": "coef", "step": 2, "time": -0.5,
-                            "description": "power", "values": [10, 11]})"));
+            Json::parse(R"({"name": "/c.coef", "kind": "coef", "step": 2, "time": -0.5,
+                            "description": "power", "tensor": null, "components": null,
+                            "extents": null, "numbers": [10, 11]})"));
   EXPECT_EQ(show({"-show", "/t.tdm", "-at", "3", "0.h5", "1.h5"}),
-            Json::parse(R"({"dataset": "/t.tdm", "kind": "tdm", "step": 2, "time": 2.5,
+            Json::parse(R"({"name": "/t.tdm", "kind": "tdm", "step": 2, "time": 2.5,
                             "description": "shift",
-                            "tensor": {"dimension": 2, "symmetry": "aa", "mesh_dimension": 2,
-                                       "components": [[0, 0], [1, 0], [1, 1]]},
-                            "extents": [1, 4],
-                            "values": [[16, 17, 18, 19], [20, 21, 22, 23], [24, 25, 26, 27]]})"));
+                            "tensor": {"dimension": 2, "symmetry": "aa", "mesh_dimension": 2},
+                            "components": [[0, 0], [1, 0], [1, 1]], "extents": [1, 4],
+                            "numbers": [[16, 17, 18, 19], [20, 21, 22, 23], [24, 25, 26, 27]]})"));
   EXPECT_EQ(show({"-show", "s.txt", "0.h5", "1.h5"})["text"], "text0\ntext1\n");
-  EXPECT_EQ(show({"-show", "V.ver", "0.h5"})["versions"][1],
+  EXPECT_EQ(show({"-show", "V.ver", "0.h5"})["history"][1],
             Json::parse(R"({"hash": "hash1", "text": "help1"})"));
 }
 
@@ -151,22 +151,30 @@ TEST_F(ShowTest, PrintsMoreRowsThanAreHeld) {
 
 TEST_F(ShowTest, SaysWhatIsNotThere) {
   WriteInputs();
-  const std::tuple<const char*, Arguments, const char*> cases[] = {
-      {"x.dat", {}, "There is no dataset '/x.dat' in the files. There are: /A.dir/x.dat, "},
+  const std::tuple<const char*, Arguments, const char*, int> cases[] = {
+      {"x.dat", {}, "There is no dataset '/x.dat' in the files. There are: /A.dir/x.dat, ", 255},
       {"A.dir/x.dat",
        {"-columns", "time,2"},
-       "There is no column '2'. There are: 0 'time', 1 'value'\n"},
+       "There is no column '2'. There are: 0 'time', 1 'value'\n",
+       255},
       {"A.dir/x.dat",
        {"-at", " -3.5"},
-       "/A.dir/x.dat has no step at or before t = -3.5: the first is at t = -3\n"},
-      {"A.dir/x.dat", {"-at", "1", "-to", "2"}, "-at goes neither with -from nor with -to.\n"},
-      {"A.dir/x.dat", {"-from", "2", "-to", "1"}, "-from 2 is later than -to 1.\n"},
-      {"c.coef", {"-at", "1", "-columns", "t"}, "-columns means nothing for one step of /c.coef\n"},
-      {"s.txt", {"-csv"}, "/s.txt is no table: -columns and -csv mean nothing for it.\n"},
-      {"V.ver", {"-at", "1"}, "/V.ver has no steps: -at, -from and -to mean nothing for it.\n"},
+       "/A.dir/x.dat has no step at or before t = -3.5: the first is at t = -3\n",
+       255},
+      {"A.dir/x.dat", {"-at", "1", "-to", "2"}, "-at goes neither with -from nor with -to.", 2},
+      {"A.dir/x.dat", {"-from", "2", "-to", "1"}, "-from 2 is later than -to 1.", 2},
+      {"c.coef",
+       {"-at", "1", "-columns", "t"},
+       "-columns means nothing for one step of /c.coef\n",
+       255},
+      {"s.txt", {"-csv"}, "/s.txt is no table: -columns and -csv mean nothing for it.\n", 255},
+      {"V.ver",
+       {"-at", "1"},
+       "/V.ver has no steps: -at, -from and -to mean nothing for it.\n",
+       255},
   };
-  for (const auto& [name, arguments, reason] : cases) {
-    EXPECT_THAT(Show(name, arguments, 255), HasSubstr(reason));
+  for (const auto& [name, arguments, reason, status] : cases) {
+    EXPECT_THAT(Show(name, arguments, status), HasSubstr(reason));
   }
   Print({"-view", "view.h5", "0.h5", "1.h5"});
   EXPECT_THAT(Info({"-show", "A.dir/x.dat", "view.h5"}).mErrors,

@@ -161,14 +161,14 @@ class TestKelmorRun(unittest.TestCase):
         result = self.run_it("--accept", "time,order", *arguments)
         self.assertEqual((result.returncode, result.stderr), (0, ""))
         told = json.loads((self.data / "run.h5.json").read_text())
-        self.assertEqual([one["path"] for one in told["inputs"]], names)
+        self.assertEqual([one["name"] for one in told["files"]], names)
         order = [warning["files"] for warning in told["warnings"] if warning["kind"] == "order"]
-        self.assertEqual(order[0][-1], names[0])
+        self.assertEqual(order[0][-1], {"name": names[0]})
         with (self.scripts / "list").open("w+b") as listed:
             listed.write(b"\0".join(os.fsencode(self.data / name) for name in self.segments) + b"\0")
             listed.seek(0)
             self.assertEqual(self.run_it("--inputs", "-", "three.h5", stdin=listed).returncode, 0)
-        self.assertEqual(len(json.loads((self.data / "three.h5.json").read_text())["inputs"]), 3)
+        self.assertEqual(len(json.loads((self.data / "three.h5.json").read_text())["files"]), 3)
 
     def test_shows_progress_on_a_terminal(self):
         slow = self.script("Kelmor", "echo '/x.dat keeping 1 steps out of 2, maximum time-gap is 0'\n"
