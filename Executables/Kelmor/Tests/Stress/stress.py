@@ -56,7 +56,7 @@ def run_random(judge, seed):
     # A plan tells what the join did, and a check proves it.
     arguments = [*options.arguments(), *inputs]
     plan = json.loads(judge.inspect("-plan", "-json", *arguments, allowed=(0,)).out)
-    planned = [f"{dataset['name']} keeping {dataset['kept']} steps out of {dataset['total']},"
+    planned = [f"{dataset['name']} keeping {dataset['kept']} steps out of {dataset['steps']},"
                for dataset in plan["datasets"] if dataset["kept"] is not None]
     if planned != re.findall(r"^/.* keeping \d+ steps out of \d+,", outcome.out, re.MULTILINE):
         judge.fault(f"the plan tells {planned}", outcome)
