@@ -5,7 +5,8 @@ install(FILES docs/library.md docs/design.md docs/file-format.md docs/python.md
 
 find_program(VEXA_DOXYGEN doxygen)
 mark_as_advanced(VEXA_DOXYGEN)
-if(NOT VEXA_DOXYGEN OR NOT PROJECT_IS_TOP_LEVEL)
+# A build with sanitizers is installed nowhere.
+if(NOT VEXA_DOXYGEN OR NOT PROJECT_IS_TOP_LEVEL OR CMAKE_CXX_FLAGS MATCHES "-fsanitize")
   return()
 endif()
 
