@@ -78,8 +78,9 @@ std::vector<Bar> BarsOf(const PlannedFile& file, const TimeScale& scale) {
   for (std::size_t i = 0; i < file.mPieces.size(); ++i) {
     const PlanPiece& piece = file.mPieces[i];
     all.push_back({piece.mIsKept, scale.At(piece.mFirst), scale.At(piece.mLast)});
-    if (i > 0 && piece.mIsKept != file.mPieces[i - 1].mIsKept && HasPlace(piece) &&
-        HasPlace(file.mPieces[i - 1])) {
+    // Halfway to a time that is infinite would be anywhere.
+    if (i > 0 && piece.mIsKept != file.mPieces[i - 1].mIsKept && std::isfinite(piece.mFirst) &&
+        std::isfinite(file.mPieces[i - 1].mLast)) {
       all[i].mFrom = all[i - 1].mTo = (all[i].mFrom + all[i - 1].mTo) / 2;
     }
   }

@@ -137,6 +137,11 @@ TEST(PlanPicture, StaysReadableWhateverThePlan) {
                 {2, 0, 0, {{true, 1, std::nan(""), std::nan("")}}}};
   // What has no time has no place.
   EXPECT_EQ(Bars(DrawPlan(PlanOf({odd}, 3)), sKept).size(), 2u);
+  PlannedSteps interrupted;
+  interrupted.mFiles = {{0, 0, 0, {{true, 2, 0, 1}, {false, 1, infinity, infinity}}},
+                        {1, 0, 0, {{true, 2, 1, 10}}}};
+  const Strings bars = Bars(DrawPlan(PlanOf({interrupted}, 2)), sKept);
+  EXPECT_THAT(bars[0], HasSubstr("width=\"75.98\""));  // a tenth of all
   Plan failing = PlanOf({odd, comb, many}, 300);
   failing.mDisagreements.assign(1000, {"/<a>&\"b\x01\xff.dat", "f.h5", std::string(5000, 'x')});
   failing.mDatasets[0].mName = "/<a>&\"b\x01\xff.dat";
