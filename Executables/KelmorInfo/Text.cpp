@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <cmath>
 #include <ostream>
 #include <ranges>
 
@@ -83,7 +84,8 @@ std::string ReasonOf(const CodeError& error) {
 }
 
 std::string TimeSpan(double first, double last) {
-  return "t = " + RoundTrip(first) + (first == last ? "" : " ... " + RoundTrip(last));
+  const bool isOne = first == last || (std::isnan(first) && std::isnan(last));
+  return "t = " + RoundTrip(first) + (isOne ? "" : " ... " + RoundTrip(last));
 }
 
 std::string Joined(const std::vector<std::string>& texts, const std::string& between) {
