@@ -17,7 +17,12 @@ struct PlanPiece {
   std::uint64_t mSteps;
   double mFirst;  // times of the first step and the last
   double mLast;
-  friend bool operator==(const PlanPiece&, const PlanPiece&) = default;
+  // Times that are no numbers equal each other here: datasets with such times may fare alike.
+  friend bool operator==(const PlanPiece& a, const PlanPiece& b) {
+    const auto isSame = [](double x, double y) { return x == y || (x != x && y != y); };
+    return a.mIsKept == b.mIsKept && a.mSteps == b.mSteps && isSame(a.mFirst, b.mFirst) &&
+           isSame(a.mLast, b.mLast);
+  }
 };
 
 /// The part of one file in a dataset.
