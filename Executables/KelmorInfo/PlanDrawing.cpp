@@ -32,9 +32,9 @@ std::string Padded(const std::string& text, std::size_t width) {
 }
 
 // One line of bars: what stands in each of its places.
-class Cells {
+class CellRow {
  public:
-  explicit Cells(std::size_t count) : mCells(count, " ") {}
+  explicit CellRow(std::size_t count) : mCells(count, " ") {}
 
   void Fill(double from, double to, const char* mark) {
     const auto last = static_cast<double>(mCells.size() - 1);
@@ -113,7 +113,7 @@ class Drawing {
 
   void DrawRows(const PlannedSteps& steps, std::span<const PanelRow> rows, const TimeScale& scale) {
     for (const PanelRow& row : rows) {
-      Cells cells(mCells);
+      CellRow cells(mCells);
       if (row.mpPlanned != nullptr) {
         std::vector<Bar> bars = BarsOf(*row.mpPlanned, scale);
         std::ranges::stable_partition(bars, &Bar::mIsKept);
@@ -125,7 +125,7 @@ class Drawing {
       }
       PrintLine(mLabels[static_cast<std::size_t>(row.mFile)], cells.Text(), row.CountText());
     }
-    Cells joined(mCells);
+    CellRow joined(mCells);
     for (const PlanGap& gap : GapsOf(steps)) {
       if (scale.Shows(gap.mFrom, gap.mTo)) {
         joined.Fill(scale.At(gap.mFrom), scale.At(gap.mTo), sGap);

@@ -29,7 +29,7 @@ SalvagedDataset SalvageDataset(const SeriesRun& run, const Dataset& dataset, Cac
 }
 
 // Steps and strings are told apart; a version record has neither.
-Json DatasetAsJson(const SalvagedDataset& dataset) {
+Json SalvagedAsJson(const SalvagedDataset& dataset) {
   const Series::Remains& remains = dataset.mRemains;
   const bool isKnown = dataset.mIsWritten && dataset.mKind != "ver";
   const bool isText = dataset.mKind == "txt";
@@ -101,6 +101,6 @@ void PrintSalvageAsJson(std::ostream& os, const std::string& name, const std::st
   json["is_whole"] = std::ranges::all_of(datasets, &SalvagedDataset::IsWhole);
   json["output"] = {{"name", name}};
   json["files"] = NamesAsJson(std::vector{input});
-  json["datasets"] = ArrayOf(datasets, DatasetAsJson);
+  json["datasets"] = ArrayOf(datasets, SalvagedAsJson);
   PrintJson(os, json);
 }
