@@ -15,6 +15,7 @@
 #include "Executables/KelmorInfo/Salvage.hpp"
 #include "Executables/KelmorInfo/Show.hpp"
 #include "Executables/KelmorInfo/Text.hpp"
+#include "Executables/KelmorInfo/UsageError.hpp"
 #include "Executables/KelmorInfo/View.hpp"
 #include "Utils/ErrorHandling/CodeError.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
@@ -117,12 +118,16 @@ int PlanJoin(const InfoOptions& options) {
 
 // What is wrong with a command line, its user can mend: no report with a backtrace is needed for
 // that.
+void TellUsage(const std::string& message) {
+  const SigpipeHeldBack guard;
+  std::cerr << "KelmorInfo: " << message << '\n' << UsageText();
+}
+
 std::optional<InfoOptions> ReadOptions(int argc, char** argv) {
   try {
     return std::optional<InfoOptions>(std::in_place, argc, argv);
   } catch (const CodeError& error) {
-    const SigpipeHeldBack guard;
-    std::cerr << "KelmorInfo: " << ReasonOf(error) << '\n' << UsageText();
+    TellUsage(ReasonOf(error));
     return std::nullopt;
   }
 }
@@ -157,5 +162,10 @@ int RunInfo(int argc, char** argv) {
   TheCachedH5FileHolder();
   const Vexa_H5::StringConversion conversion;
   const std::optional<InfoOptions> options = ReadOptions(argc, argv);
-  return options ? RunMode(*options) : 2;
+  try {
+    return options ? RunMode(*options) : 2;
+  } catch (const UsageError& error) {
+    TellUsage(Vexa::Printable(error.what()));
+    return 2;
+  }
 }

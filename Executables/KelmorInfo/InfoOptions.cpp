@@ -21,8 +21,8 @@ Mode ModeOf(const CommandLineParser& parser) {
       parser.Get<bool>("plan", false) || parser.KeyExists("svg") || parser.Get<bool>("draw", false);
   const bool check = parser.KeyExists("check");
   const bool view = parser.KeyExists("view");
-  REQUIRE(!(plan && check), "-check goes neither with -plan nor with -svg.");
-  REQUIRE(!(view && (plan || check)), "-view goes neither with -plan nor with -svg nor with -check.");
+  REQUIRE(!(plan && check), "-check goes with none of -plan, -draw and -svg.");
+  REQUIRE(!(view && (plan || check)), "-view goes with none of -plan, -draw, -svg and -check.");
   const bool salvage = parser.KeyExists("salvage");
   REQUIRE(!(salvage && (plan || check || view)), "-salvage goes with no other mode.");
   const bool show = parser.KeyExists("show");
@@ -64,6 +64,7 @@ void RequireOptionsOf(Mode mode, const CommandLineParser& parser) {
                             : mode == Mode::Salvage ? "with -salvage."
                             : mode == Mode::Show ? "with -show."
                             : option.mModes == std::set{Mode::Show} ? "without -show."
+                            : option.mModes == std::set{Mode::Plan} ? "without -plan."
                                                  : "without -plan, -check, -view or -show."));
   }
 }
@@ -157,6 +158,8 @@ InfoOptions::InfoOptions(const CommandLineParser& parser)
   REQUIRE(mMode!=Mode::Salvage || !FileExists(mSalvage),
           "File " << mSalvage << " already exists.\nCowardly refusing to write into it.");
   REQUIRE(mMode!=Mode::Salvage || mJoin.mInputs.size()==1, "-salvage takes one file at a time.");
+  REQUIRE(mPicture.empty() || DirectoryExists(GetDirectoryFromPath(mPicture)),
+          "There is no folder for " << mPicture << ".");
   REQUIRE(mPicture.empty() || !FileExists(mPicture),
           "File " << mPicture << " already exists.\nCowardly refusing to write into it.");
 }

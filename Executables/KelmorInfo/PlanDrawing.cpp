@@ -100,7 +100,7 @@ class Drawing {
         names.size() == 1 ? "" : " and " + std::to_string(names.size() - 1) + " more";
     const std::size_t room = mWidth - std::min(mWidth - 8, others.size() + counts.size() + 2);
     const std::string heading = Shortened(Vexa::Printable(names.front()), room) + others;
-    mOs << Padded(heading, mWidth - std::min(mWidth, counts.size())) << counts << '\n';
+    mOs << Padded(heading + "  ", mWidth - std::min(mWidth, counts.size())) << counts << '\n';
   }
 
   void DrawStretch(const PlannedSteps& steps, const TimeRange& stretch) {

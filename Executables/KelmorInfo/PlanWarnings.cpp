@@ -240,7 +240,8 @@ void PlanWarnings::LookAtLosses(const std::string& name, const SteppedSeries& se
     });
     if (steps > 0) {
       lost.push_back(
-          {StepsText(steps, range) + "; the joined series has " + RangeText(kept.Range()), {file}});
+          {StepsText(steps, range) + " (the joined series has " + RangeText(kept.Range()) + ")",
+           {file}});
     }
     if (series.Steps().mRuns[i].empty() && times.size() > 0) {
       wiped.push_back({StepsText(times.size(), RangeOf(times)), {file}});

@@ -18,6 +18,7 @@
 #include "Executables/KelmorInfo/ShowSearch.hpp"
 #include "Executables/KelmorInfo/ShowStep.hpp"
 #include "Executables/KelmorInfo/Text.hpp"
+#include "Executables/KelmorInfo/UsageError.hpp"
 #include "Executables/Series/Pieces.hpp"
 #include "Executables/Series/TableSeries.hpp"
 #include "Executables/Series/TdmSeries.hpp"
@@ -113,9 +114,11 @@ class Shower {
       return;
     }
     const bool asksForSteps = mOptions.mAt.has_value() || mOptions.HasRange();
-    REQUIRE(!asksForSteps, mDataset.mName << " has no steps: -at, -from and -to mean nothing for it.");
+    RequireUsage(!asksForSteps,
+                 mDataset.mName + " has no steps: -at, -from and -to mean nothing for it.");
     const bool asksForTable = !mOptions.mColumns.empty() || mOptions.mFormat == Format::CSV;
-    REQUIRE(!asksForTable, mDataset.mName << " is no table: -columns and -csv mean nothing for it.");
+    RequireUsage(!asksForTable,
+                 mDataset.mName + " is no table: -columns and -csv mean nothing for it.");
     if (const auto* text = dynamic_cast<TextSeries*>(&series)) {
       ShowText(text->Text());
     } else {
@@ -161,7 +164,8 @@ class Shower {
       search.Look(0, index.mTimes);
       const std::vector<StepRun> found = search.Found();
       if (mOptions.mAt) {
-        REQUIRE(mOptions.mColumns.empty(), "-columns means nothing for one step of " << mDataset.mName);
+        RequireUsage(mOptions.mColumns.empty(),
+                     "-columns means nothing for one step of " + mDataset.mName);
         ShowStep(mOs, mOptions.mFormat, indexed, index, found.front().mFirst, mDocument);
       } else {
         ShowIndex(indexed, index, found);
@@ -288,8 +292,8 @@ Dataset FindDataset(const Inputs& inputs, const std::string& name, const std::st
   REQUIRE(!datasets.empty(), "The files have no datasets");
   const auto dataset = std::ranges::find(datasets, name, &Dataset::mName);
   const bool isThere = dataset != datasets.end();
-  REQUIRE(isThere, "There is no dataset '" << name << "' in the files. There are: "
-                                           << ListNames(NearestFirst(name, datasets), mostNames));
+  RequireUsage(isThere, "There is no dataset '" + name + "' in the files. There are: " +
+                            ListNames(NearestFirst(name, datasets), mostNames));
   return *dataset;
 }
 

@@ -6,7 +6,7 @@
 #include <string_view>
 
 #include "Executables/KelmorInfo/Text.hpp"
-#include "Utils/ErrorHandling/Require.hpp"
+#include "Executables/KelmorInfo/UsageError.hpp"
 
 namespace {
 
@@ -61,7 +61,8 @@ std::vector<std::uint64_t> FindColumns(const std::string& list,
     std::optional<NamedColumn> column = FirstByName(rest, names);
     column = column ? column : FirstByNumber(rest, names.size());
     const bool isThere = column.has_value();
-    REQUIRE(isThere, "There is no column '" << rest.substr(0, rest.find(',')) << "'. There are: " << Listed(names));
+    RequireUsage(isThere, "There is no column '" + std::string(rest.substr(0, rest.find(','))) +
+                              "'. There are: " + Listed(names));
     columns.push_back(column->mColumn);
     rest.remove_prefix(column->mLength);
     if (rest.empty()) {

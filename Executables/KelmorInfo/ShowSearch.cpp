@@ -4,7 +4,7 @@
 #include <cmath>
 
 #include "Executables/KelmorInfo/Text.hpp"
-#include "Utils/ErrorHandling/Require.hpp"
+#include "Executables/KelmorInfo/UsageError.hpp"
 
 void StepSearch::LookForOne(std::uint64_t step, double time) {
   if (std::isnan(time)) {
@@ -34,7 +34,10 @@ void StepSearch::Look(std::uint64_t first, std::span<const double> times) {
 
 std::vector<StepRun> StepSearch::Found() const {
   const bool isFound = !mOptions.mAt || !mFound.empty();
-  REQUIRE(isFound, mDataset << " has no step at or before t = " << RoundTrip(*mOptions.mAt)
-                            << (mHasTimes ? ": the first is at t = " + RoundTrip(mFirst) : ": it has no steps with a time"));
+  if (!isFound) {
+    throw UsageError(mDataset + " has no step at or before t = " + RoundTrip(*mOptions.mAt) +
+                     (mHasTimes ? ": the first is at t = " + RoundTrip(mFirst)
+                                : ": it has no steps with a time"));
+  }
   return mFound;
 }

@@ -123,7 +123,7 @@ TEST_F(ListingTest, MistakesOnTheCommandLineHaveReports) {
       {{"-DeltaT", "1", "a.h5"},
        "Option '-DeltaT' means nothing without -plan, -check, -view or -show."},
       {{"a.h5", "-plan", "-plan"}, "Trying to define boolean option 'plan' for a second time."},
-      {{"a.h5", "-plan", "-check", "a.h5"}, "-check goes neither with -plan nor with -svg."},
+      {{"a.h5", "-plan", "-check", "a.h5"}, "-check goes with none of -plan, -draw and -svg."},
       {{"-check", "./a.h5", "b.h5", "a.h5"},
        "File ./a.h5 is given twice, to be checked and as one "
        "of its inputs."},

@@ -152,26 +152,23 @@ TEST_F(ShowTest, PrintsMoreRowsThanAreHeld) {
 TEST_F(ShowTest, SaysWhatIsNotThere) {
   WriteInputs();
   const std::tuple<const char*, Arguments, const char*, int> cases[] = {
-      {"x.dat", {}, "There is no dataset '/x.dat' in the files. There are: /A.dir/x.dat, ", 255},
+      {"x.dat", {}, "There is no dataset '/x.dat' in the files. There are: /A.dir/x.dat, ", 2},
       {"A.dir/x.dat",
        {"-columns", "time,2"},
-       "There is no column '2'. There are: 0 'time', 1 'value'\n",
-       255},
+       "There is no column '2'. There are: 0 'time', 1 'value'",
+       2},
       {"A.dir/x.dat",
        {"-at", " -3.5"},
-       "/A.dir/x.dat has no step at or before t = -3.5: the first is at t = -3\n",
-       255},
+       "/A.dir/x.dat has no step at or before t = -3.5: the first is at t = -3",
+       2},
       {"A.dir/x.dat", {"-at", "1", "-to", "2"}, "-at goes neither with -from nor with -to.", 2},
       {"A.dir/x.dat", {"-from", "2", "-to", "1"}, "-from 2 is later than -to 1.", 2},
       {"c.coef",
        {"-at", "1", "-columns", "t"},
-       "-columns means nothing for one step of /c.coef\n",
-       255},
-      {"s.txt", {"-csv"}, "/s.txt is no table: -columns and -csv mean nothing for it.\n", 255},
-      {"V.ver",
-       {"-at", "1"},
-       "/V.ver has no steps: -at, -from and -to mean nothing for it.\n",
-       255},
+       "-columns means nothing for one step of /c.coef",
+       2},
+      {"s.txt", {"-csv"}, "/s.txt is no table: -columns and -csv mean nothing for it.", 2},
+      {"V.ver", {"-at", "1"}, "/V.ver has no steps: -at, -from and -to mean nothing for it.", 2},
   };
   for (const auto& [name, arguments, reason, status] : cases) {
     EXPECT_THAT(Show(name, arguments, status), HasSubstr(reason));

@@ -78,7 +78,8 @@ TEST_F(ViewTest, AMissingSegmentReadsAsNaNAndIsNamed) {
   Join(mFiles);
   const auto timesIn = [this](const char* file) {
     Json times;
-    for (const Json& dataset : PrintJson({file})["files"][0]["datasets"]) {
+    const Json listing = PrintJson({file});
+    for (const Json& dataset : listing["files"][0]["datasets"]) {
       times[dataset["name"]] = dataset["times"];
     }
     return times;
@@ -146,7 +147,7 @@ TEST_F(ViewTest, RefusesAndLeavesNothing) {
       {{"-view", "new.h5", "view.h5"}, "Name its segments instead"},
       {{"-view", "new.h5", "many.h5"}, "10001 runs of rows are kept"},
       {{"-view", "new.h5", mFiles[0], "other.h5"}, "has different number of columns"},
-      {{"-view", "new.h5", "-plan", "many.h5"}, "-view goes neither with"},
+      {{"-view", "new.h5", "-plan", "many.h5"}, "-view goes with none of"},
       {{"-view", "new.h5", "-json", "many.h5"}, "means nothing with -view"}};
   for (const auto& [arguments, message] : cases) {
     const RunResult result = Info(arguments);
