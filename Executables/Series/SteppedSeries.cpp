@@ -5,6 +5,7 @@
 #include <iostream>
 #include <numeric>
 #include <optional>
+#include <utility>
 
 #include "Utils/ErrorHandling/OnFailure.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
@@ -21,6 +22,9 @@ constexpr std::uint64_t sSmallTableBytes = 1024 * 1024;
 constexpr std::uint64_t sMostTimes = 32 * 1024 * 1024;
 
 constexpr std::size_t sMostMappings = 10000;
+
+// Inputs whose windows are in memory together.
+constexpr std::size_t sMostWindows = 4;
 
 std::uint64_t CountRows(const std::vector<RowRun>& runs) {
   return std::transform_reduce(runs.begin(), runs.end(), std::uint64_t{0}, std::plus(),
@@ -90,7 +94,8 @@ void SteppedSeries::TakeTimes(const Input& input, const Dat& table, Depth depth)
       mTimes.pop_back();
     });
     table.RetrieveColumns_({0, 1, 0, times.size()}, times.data(), mReads);
-    if (depth == Depth::TimesIfReadable) {
+    // Chunks of several columns would take memory until then.
+    if (depth == Depth::TimesIfReadable || !input.HasColumnsApart()) {
       mReads.Finish();
     }
   }
@@ -246,10 +251,6 @@ void SteppedSeries::Read(const ColumnBlock& block, std::uint64_t most, const Roo
         REQUIRE(dat.GetExtents()[0]==mInputs[i].mRows, "The file changed while it was read");
         fetch(&dat);
       });
-      // A window that no join holds is not needed again, and files may be many.
-      if (mHeldBytes == 0 && mMixedRows == 0) {
-        input.mValues.reset();
-      }
     }
   }
 }
@@ -268,6 +269,14 @@ void SteppedSeries::Fetch(std::size_t i, const Dat* pTable, const ColumnBlock& c
     } else {
       if (!input.Has(column, runs)) {
         const std::uint64_t rows = runs.back().mOnePastLast - runs.front().mFirst;
+        // Windows that no join holds may be needed again, but files may be many.
+        if (mHeldBytes == 0 && mMixedRows == 0 && input.mValues == nullptr) {
+          mWindowed.push_back(i);
+          if (mWindowed.size() > sMostWindows) {
+            mInputs[mWindowed.front()].mValues.reset();
+            mWindowed.pop_front();
+          }
+        }
         Tables::PendingReads reads;
         input.Fill(*pTable,
                    NextWindow(input, {column, end - column, runs.front().mFirst, rows}, most),

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -167,5 +168,6 @@ class SteppedSeries : public Series {
   std::uint64_t mKeptRows = 0;
   std::uint64_t mHeldBytes = 0;
   std::uint64_t mMixedRows = 0;  // of tables with mixed columns that are to be held but do not fit
-  Tables::PendingReads mReads;   // of times and of values that are held; last: it waits for them
+  std::deque<std::size_t> mWindowed;  // inputs that have one, in the order of reading
+  Tables::PendingReads mReads;  // of times and of values that are held; last: it waits for them
 };
