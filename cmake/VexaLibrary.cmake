@@ -28,7 +28,8 @@ function(vexa_harden target)
   if(NOT VEXA_HARDEN)
     return()
   endif()
-  target_compile_options(${target} PRIVATE -Wformat -Werror=format-security -fPIE
+  target_compile_options(${target} PRIVATE -Wformat -Wformat-security
+                         $<$<NOT:$<BOOL:$<TARGET_PROPERTY:POSITION_INDEPENDENT_CODE>>>:-fPIE>
                          -fstack-protector-strong -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
   foreach(flag -fstack-clash-protection -fcf-protection)    # not on every architecture
     string(MAKE_C_IDENTIFIER VEXA_HAS${flag} known)
@@ -39,6 +40,15 @@ function(vexa_harden target)
   endforeach()
   target_link_options(${target} PRIVATE $<$<STREQUAL:$<TARGET_PROPERTY:TYPE>,EXECUTABLE>:-pie>
                       -Wl,-z,relro -Wl,-z,now)
+endfunction()
+
+# The code of a library can become part of a shared object, as a module for Python or Fortran is one.
+# The compiler may still put its functions in line, as if nobody replaced them at run time.
+function(vexa_for_plugins library)
+  set_target_properties(${library} PROPERTIES POSITION_INDEPENDENT_CODE ON)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
+    target_compile_options(${library} PRIVATE -fno-semantic-interposition)
+  endif()
 endfunction()
 
 # vexa_add_library(<name> [REGISTERS] [OPTIONAL] SOURCES ... HEADERS ... [DEPENDS ...]
@@ -63,6 +73,7 @@ function(vexa_add_library name)
   add_library(${library} STATIC ${ARG_SOURCES})
   add_library(Vexa::${exported} ALIAS ${library})
   vexa_own_code(${library})
+  vexa_for_plugins(${library})
   target_sources(${library} PUBLIC FILE_SET HEADERS BASE_DIRS ${PROJECT_SOURCE_DIR}
                                    FILES ${ARG_HEADERS})
   list(TRANSFORM ARG_HEADERS PREPEND ${CMAKE_CURRENT_SOURCE_DIR}/ OUTPUT_VARIABLE headers)
@@ -123,6 +134,8 @@ endfunction()
 
 function(vexa_test_code target)
   vexa_own_code(${target})
+  # Programs can share what was compiled once only if all of them are compiled alike.
+  set_target_properties(${target} PROPERTIES POSITION_INDEPENDENT_CODE OFF)
   # Half of a build would go into optimising the templates of the tests, which do not run for long.
   target_compile_options(${target} PRIVATE $<$<NOT:$<CONFIG:Release>>:-O0>)
   target_link_libraries(${target} PRIVATE GTest::gmock GTest::gtest_main)
