@@ -10,3 +10,20 @@ macro(vexa_find package what)
     message(FATAL_ERROR "${package} was not found${found}: install ${what}")
   endif()
 endmacro()
+
+# vexa_find_at_run_time(<library> ...): where one of these lies in a folder that the system does not
+# search, what is installed looks there first. A folder that LIBRARY_PATH names at build time is no
+# folder of the system.
+function(vexa_find_at_run_time)
+  foreach(library IN LISTS ARGN)
+    file(REAL_PATH ${library} file)    # what Debian has in a folder per flavour are links
+    get_filename_component(folder ${file} DIRECTORY)
+    if(file MATCHES "[.]so[.0-9]*$" AND
+       NOT folder MATCHES "^(/usr)?/lib(32|64)?(/${CMAKE_LIBRARY_ARCHITECTURE})?$")
+      list(APPEND CMAKE_INSTALL_RPATH ${folder})
+      set(CMAKE_INSTALL_RPATH_USE_LINK_PATH ON PARENT_SCOPE)
+    endif()
+  endforeach()
+  list(REMOVE_DUPLICATES CMAKE_INSTALL_RPATH)
+  set(CMAKE_INSTALL_RPATH ${CMAKE_INSTALL_RPATH} PARENT_SCOPE)
+endfunction()
