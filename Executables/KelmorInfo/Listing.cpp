@@ -108,8 +108,8 @@ std::string Details(const UnionFacts& all, bool verbose, const std::string& prob
 }
 
 // The cells of a line; `files` says in the union how many there are.
-std::vector<std::string> Cells(const UnionFacts& all, const std::string& files, bool verbose,
-                               const std::string& problem = "") {
+std::vector<std::string> CellsOf(const UnionFacts& all, const std::string& files, bool verbose,
+                                 const std::string& problem = "") {
   const bool isRead = problem.empty();
   const std::string stored = all.mStoredBytes ? Size(*all.mStoredBytes) : "size unknown";
   return {all.mKind,
@@ -139,7 +139,7 @@ void PrintFile(std::ostream& os, const ListedFile& file, bool verbose) {
   for (const Facts& facts : file.mDatasets) {
     UnionFacts one;
     Include(one, facts);
-    std::vector<std::string> cells = Cells(one, "", verbose, facts.mProblem);
+    std::vector<std::string> cells = CellsOf(one, "", verbose, facts.mProblem);
     if (facts.mKind == "ver" && !facts.mShape.empty()) {
       cells[2] = "version " + std::to_string(facts.mShape[0]);  // also of one that cannot be read
     }
@@ -270,7 +270,7 @@ void PrintListing(std::ostream& os, const Listing& listing, bool verbose) {
   os << "\nall " << Counted(listing.mFiles.size(), "file") << '\n';
   AlignedLines lines(sRightAligned);
   for (const auto& [name, all] : listing.mUnion) {
-    lines.Add(Cells(all, "in " + Counted(all.mFiles, "file"), verbose));
+    lines.Add(CellsOf(all, "in " + Counted(all.mFiles, "file"), verbose));
   }
   lines.Print(os, "  ");
 }
