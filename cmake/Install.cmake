@@ -13,7 +13,7 @@ foreach(program Kelmor KelmorInfo kelmor-run)
           COMPONENT Runtime)
 endforeach()
 install(FILES README.md CHANGELOG.md LICENSE DESTINATION ${VEXA_DOCDIR} COMPONENT Runtime)
-install(FILES docs/cluster.md docs/design.md docs/file-format.md docs/json.md
+install(FILES docs/cluster.md docs/design.md docs/file-format.md docs/install.md docs/json.md
               docs/kelmor.schema.json docs/library.md docs/plan.svg docs/python.md
         DESTINATION ${VEXA_DOCDIR}/docs COMPONENT Runtime)
 include(cmake/Reference.cmake)
@@ -56,8 +56,25 @@ if("${HDF5_C_INCLUDE_DIRS};${HDF5_INCLUDE_DIRS}" MATCHES "hdf5/serial")
 else()
   list(PREPEND VEXA_REQUIRES hdf5)
 endif()
-list(JOIN VEXA_REQUIRES ", " VEXA_REQUIRES)
 string(REGEX REPLACE "[^/]+" ".." VEXA_PREFIX_FROM_PKGCONFIG ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
-configure_file(cmake/vexa.pc.in ${PROJECT_BINARY_DIR}/vexa.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/vexa.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
-        COMPONENT Development)
+
+# vexa_install_pc(<name> <library that is required> ...): uses VEXA_PC_LIBS.
+function(vexa_install_pc name)
+  list(JOIN ARGN ", " VEXA_PC_REQUIRES)
+  string(PREPEND VEXA_PC_REQUIRES "Requires: ")
+  configure_file(cmake/vexa.pc.in ${PROJECT_BINARY_DIR}/${name}.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/${name}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
+          COMPONENT Development)
+endfunction()
+
+# Whoever links the archives always needs what they need; of what libvexa.so needs, programs include
+# the headers of HDF5 alone.
+set(static vexa)
+if(BUILD_SHARED_LIBS)
+  list(GET VEXA_REQUIRES 0 hdf5)
+  set(VEXA_PC_LIBS -lvexa)
+  vexa_install_pc(vexa ${hdf5})
+  set(static vexa-static)
+endif()
+set(VEXA_PC_LIBS "${VEXA_LINK_FLAGS} -pthread -ldl")
+vexa_install_pc(${static} ${VEXA_REQUIRES})

@@ -1,6 +1,6 @@
 # `cpack` makes the Debian packages: kelmor with the programs, their man pages, completions, samples and
-# documents, libvexa-dev with what a simulation needs to write such files, and libvexa-mpi-dev with
-# what it needs besides under MPI, if that was found. `cpack -G TGZ` makes one archive of it all.
+# documents, libvexa-dev with what a simulation needs to write such files, libvexa0 with the shared library
+# if there is one, and libvexa-mpi-dev with what a simulation needs besides under MPI, if that was found. `cpack -G TGZ` makes one archive of it all.
 # scripts/package builds for that; any other build can be packed as well.
 set(VEXA_PACKAGE_CONTACT "Vexa maintainers <maintainers@vexa.invalid>" CACHE STRING
     "Who looks after the packages")
@@ -12,6 +12,9 @@ set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")
 set(CPACK_PACKAGE_CONTACT ${VEXA_PACKAGE_CONTACT})
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_COMPONENTS_ALL Runtime Development ${VEXA_OPTIONAL_LIBRARIES})
+if(BUILD_SHARED_LIBS)
+  list(APPEND CPACK_COMPONENTS_ALL Shared)
+endif()
 set(CPACK_COMPONENTS_GROUPING IGNORE)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_STRIP_FILES ON)
@@ -40,6 +43,9 @@ set(needed libhdf5-dev libmuparser-dev zlib1g-dev)
 if(VEXA_WITH_LIBDEFLATE)
   list(APPEND needed libdeflate-dev)
 endif()
+if(BUILD_SHARED_LIBS)
+  list(PREPEND needed "libvexa${PROJECT_VERSION_MAJOR} (= ${PROJECT_VERSION})")
+endif()
 list(JOIN needed ", " CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS)
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION
 "store through which simulations write HDF5 files
@@ -47,6 +53,16 @@ Vexa keeps tables, sets of coefficients, tensor series, texts and version
 records in HDF5 files, which Kelmor joins. This package has its static
 libraries, its headers with their reference, an example, and what CMake and
 pkg-config need to find them.")
+
+set(CPACK_DEBIAN_SHARED_PACKAGE_NAME libvexa${PROJECT_VERSION_MAJOR})
+set(CPACK_DEBIAN_SHARED_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_SHARED_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_SHARED_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_COMPONENT_SHARED_DESCRIPTION
+"store through which simulations write HDF5 files, shared library
+Vexa keeps tables, sets of coefficients, tensor series, texts and version
+records in HDF5 files, which Kelmor joins. This package has the library that
+programs load which were linked with it.")
 
 set(CPACK_DEBIAN_PARALLEL_PACKAGE_NAME libvexa-mpi-dev)
 set(CPACK_DEBIAN_PARALLEL_PACKAGE_SECTION libdevel)

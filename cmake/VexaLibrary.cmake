@@ -49,6 +49,9 @@ function(vexa_for_plugins library)
   if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
     target_compile_options(${library} PRIVATE -fno-semantic-interposition)
   endif()
+  if(BUILD_SHARED_LIBS)
+    set_target_properties(${library} PROPERTIES CXX_VISIBILITY_PRESET hidden)
+  endif()
 endfunction()
 
 # vexa_add_library(<name> [REGISTERS] [OPTIONAL] SOURCES ... HEADERS ... [DEPENDS ...]
@@ -101,6 +104,7 @@ function(vexa_add_library name)
   endif()
   if(NOT ARG_OPTIONAL)
     set_property(GLOBAL APPEND PROPERTY VEXA_LINK_FLAGS ${flag})
+    set_property(GLOBAL APPEND PROPERTY VEXA_SHARED_PARTS ${library})
   endif()
 
   if(ARG_REGISTERS)

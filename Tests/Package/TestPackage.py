@@ -15,6 +15,7 @@ sources, build, work = map(pathlib.Path, sys.argv[1:4])
 libdir, build_type, compiler, flags, generator = sys.argv[4:]
 root = work / "root"
 hasMpi = (build / "Utils/Parallel").exists()
+hasShared = (build / "libvexa.so").exists()
 
 
 def run(*command, **options):
@@ -43,7 +44,7 @@ class TestPackage(unittest.TestCase):
 
     def test_holds_programs_here_and_headers_there(self):
         self.assertEqual(sorted(self.packages),
-                         ["kelmor", "libvexa-dev", *["libvexa-mpi-dev"] * hasMpi])
+                         ["kelmor", "libvexa-dev", *["libvexa-mpi-dev"] * hasMpi, *["libvexa0"] * hasShared])
         for name, package in self.packages.items():
             headers = set()
             for line in run("dpkg-deb", "-c", package).splitlines():
@@ -53,7 +54,7 @@ class TestPackage(unittest.TestCase):
                 self.assertNotIn("Test", line)
                 headers.update(re.findall(r"\./(\S*\.hpp)$", line))
             self.assertEqual({"/Parallel/" in header for header in headers},
-                             {"kelmor": set(), "libvexa-dev": {False}}.get(name, {True}))
+                             {"kelmor": set(), "libvexa0": set(), "libvexa-dev": {False}}.get(name, {True}))
             for header in headers:    # whatever it includes of ours must be there
                 text = (root / header).read_text()
                 for included in re.findall(r'^ *# *include +"(.*)"', text, re.MULTILINE):
@@ -149,7 +150,18 @@ class TestPackage(unittest.TestCase):
             version = field(self.packages["libvexa-dev"], "Version")
             self.assertRegex(field(self.packages["libvexa-mpi-dev"], "Depends"),
                              rf"^libvexa-dev \(= {version}\), lib\w*mpi\w*-dev$")
-        run("dpkg-query", "-W", *depends)
+        run("dpkg-query", "-W", *(name for name in depends if not name.startswith("libvexa")))
+
+    @unittest.skipUnless(hasShared, "no shared library")
+    def test_exports_what_installed_headers_declare(self):
+        symbols = run("nm", "-DC", "--defined-only", root / "usr" / libdir / "libvexa.so.0")
+        for name in ("typeinfo for CodeError", "H5_Objects::Dat::Append(", "vtable for H5_Objects::Dat",
+                     "Factory::ShouldInhibitFactoryRegistration("):
+            self.assertIn(name, symbols)
+        self.assertNotRegex(symbols, "BlockWriter|GlobalHeap|CommittingDriver")    # of no installed header
+        for header in (root / HEADERS).rglob("*.hpp"):
+            if re.search(r"(?m)^\w.*[;{]$", text := header.read_text()) and header.parent.name != "Parallel":
+                self.assertIn("#pragma GCC visibility push(default)", text, header)
 
     def use(self, folder, *consumers):
         """Consumers write a file, the installed programs join it, the consumers read that."""
@@ -173,18 +185,19 @@ class TestPackage(unittest.TestCase):
             # Through the link, where the prefix is harder to find.
             self.assertIn(f"Vexa_DIR:PATH={root}/{libdir}/cmake/Vexa", (folder / "CMakeCache.txt").read_text())
             run("cmake", "--build", folder)
-            self.use(folder, "Consumer", "OldConsumer")
+            self.use(folder, "Consumer", "OldConsumer", *["SharedConsumer"] * hasShared)
         self.assertEqual((work / "cmake-OFF/ParallelConsumer").exists(), hasMpi)
 
     def test_serves_pkg_config(self):
         folder = work / "pkg-config"
         folder.mkdir()
-        libraries = run("pkg-config", "--cflags", "--libs", "vexa", env=dict(
-            os.environ, PKG_CONFIG_PATH=f"{root}/usr/{libdir}/pkgconfig")).split()
-        for consumer, names in (("Consumer", []), ("OldConsumer", ["-DOLD_NAMES"])):
-            run(compiler, "-std=c++20", *flags.split(), *names,
-                sources / "Tests/Package/Consumer/Consumer.cpp", *libraries, "-o", folder / consumer)
-        self.use(folder, "Consumer", "OldConsumer")
+        for module in ("vexa", *["vexa-static"] * hasShared):
+            libraries = run("pkg-config", "--cflags", "--libs", module, env=dict(
+                os.environ, PKG_CONFIG_PATH=f"{root}/usr/{libdir}/pkgconfig")).split()
+            for consumer, names in (("Consumer", []), ("OldConsumer", ["-DOLD_NAMES"])):
+                run(compiler, "-std=c++20", *flags.split(), *names, f"-Wl,-rpath,{root}/usr/{libdir}",
+                    sources / "Tests/Package/Consumer/Consumer.cpp", *libraries, "-o", folder / consumer)
+            self.use(folder, "Consumer", "OldConsumer")
 
 
 if __name__ == "__main__":

@@ -8,6 +8,8 @@
 
 #include "Utils/ChunkCodec/Filters.hpp"
 
+#pragma GCC visibility push(default)
+
 namespace ChunkCodec {
 
 enum class DecodeStatus {
@@ -58,3 +60,5 @@ class ChunkDecoder {
 };
 
 }  // namespace ChunkCodec
+
+#pragma GCC visibility pop

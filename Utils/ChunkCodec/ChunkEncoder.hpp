@@ -21,6 +21,8 @@
 #include "Utils/ChunkCodec/Filters.hpp"
 #include "Utils/ChunkCodec/Shuffle.hpp"
 
+#pragma GCC visibility push(default)
+
 namespace ChunkCodec {
 
 /// Filters a full chunk; CanEncode() says whether that can be done. The result is at most 0.1 % and
@@ -66,3 +68,5 @@ class ChunkEncoder {
 };
 
 }  // namespace ChunkCodec
+
+#pragma GCC visibility pop

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#pragma GCC visibility push(default)
+
 namespace ChunkCodec {
 
 /// The numbers that HDF5's file format gives to the filters that the codec knows.
@@ -39,3 +41,5 @@ Filters FiltersOfDoubles(bool shuffle, bool deflate, bool fletcher32);
 bool CanEncode(const Filters& filters);
 
 }  // namespace ChunkCodec
+
+#pragma GCC visibility pop

@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <span>
 
+#pragma GCC visibility push(default)
+
 namespace ChunkCodec {
 
 inline constexpr std::size_t PlaneCount = sizeof(double);
@@ -22,3 +24,5 @@ void Unshuffle(const std::byte* planes, std::size_t stride, std::size_t elementB
                std::span<std::byte> elements);
 
 }  // namespace ChunkCodec
+
+#pragma GCC visibility pop

@@ -23,6 +23,8 @@
 #include "Utils/Containers/MyMap.hpp"
 #include "Utils/Containers/MyVector.hpp"
 
+#pragma GCC visibility push(default)
+
 class CommandLineParser {
  public:
   /// The names of the boolean options are without the '-'. The help shows `help` between two
@@ -66,3 +68,5 @@ class CommandLineParser {
   mutable std::map<std::string, bool> mKeyWasUsed;  // without those that nothing has asked for yet
   mutable MyVector<bool> mArgWasUsed;
 };
+
+#pragma GCC visibility pop

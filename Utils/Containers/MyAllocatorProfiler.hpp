@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <new>
 
+#pragma GCC visibility push(default)
+
 /// How much the containers hold, and held at their peak. Counted only while ProfilingEnabled is
 /// set; switch it on before the first container is filled, or releases make the count wrap.
 struct MyAllocatorProfiler {
@@ -35,3 +37,5 @@ struct MyAllocatorProfiler {
   static void CountAllocation(std::uint64_t bytes);
   static void CountRelease(std::uint64_t bytes) noexcept;
 };
+
+#pragma GCC visibility pop

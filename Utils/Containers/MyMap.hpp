@@ -14,6 +14,8 @@
 #include "Utils/Containers/MyAllocatorProfiler.hpp"
 #include "Utils/ErrorHandling/RequireFail.hpp"
 
+#pragma GCC visibility push(default)
+
 template <class K, class V>
 class MyMap {
   struct DestroyAndRelease {
@@ -142,3 +144,5 @@ class MyMap {
   std::map<K, Value> mEntries;
   std::vector<Entry*> mOrder;  // the entries as they were inserted
 };
+
+#pragma GCC visibility pop

@@ -19,6 +19,8 @@
 
 #include "Utils/Containers/MyAllocatorProfiler.hpp"
 
+#pragma GCC visibility push(default)
+
 namespace MV {
 namespace internal {
 
@@ -210,3 +212,5 @@ class MyVector {
   std::uint64_t mSize = 0;
   T* mpData = nullptr;  // exactly mSize elements
 };
+
+#pragma GCC visibility pop

@@ -5,6 +5,8 @@
 
 #include <string>
 
+#pragma GCC visibility push(default)
+
 /// Returns one line per frame, innermost first: the object file, and symbol + offset in it. Drops
 /// this function's own frame and `skipFrames` more; goes up to 100 frames deep. Below them, for
 /// every object with a frame that has no name, the address at which it is loaded.
@@ -24,3 +26,5 @@ void PrepareBacktrace();
 std::string Demangle(const char* name);
 
 }  // namespace Vexa
+
+#pragma GCC visibility pop

@@ -6,6 +6,8 @@
 // store, such points are where an object is got for writing and where a handle goes.
 #pragma once
 
+#pragma GCC visibility push(default)
+
 /// An object is registered from its construction to its destruction.
 class CachedOutputObject {
  public:
@@ -58,3 +60,5 @@ bool IsEndRequested();
 bool IsEndingBySignal();
 
 }  // namespace CachedOutput
+
+#pragma GCC visibility pop

@@ -3,6 +3,8 @@
 #include <string>
 #include <thread>
 
+#pragma GCC visibility push(default)
+
 /// CodeError is the one exception of this system: a report that ends the run unless somebody
 /// deliberately catches it. It is not a std::exception, so that handlers for those let it pass.
 class CodeError {
@@ -35,3 +37,5 @@ class CodeError {
   std::thread::id mThread = std::this_thread::get_id();
   CodeError* mpOlder = nullptr;  // of all that exist
 };
+
+#pragma GCC visibility pop

@@ -7,6 +7,8 @@
 
 #include "Utils/Process/Files.hpp"
 
+#pragma GCC visibility push(default)
+
 namespace Vexa {
 
 /// The file is open for appending from its construction to its destruction, if it can be had: it
@@ -36,3 +38,5 @@ class ErrorFile {
 };
 
 }  // namespace Vexa
+
+#pragma GCC visibility pop

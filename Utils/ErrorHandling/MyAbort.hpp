@@ -1,6 +1,8 @@
 // The end of every run that failed.
 #pragma once
 
+#pragma GCC visibility push(default)
+
 /// Has cached output written and ends the whole job with status 255, by exit(), so that destructors
 /// of static objects run. In a parallel job every process is asked to write, and given some time
 /// to do so before the job is aborted. A second call, for instance by a destructor that exit()
@@ -34,3 +36,5 @@ int MyAbort_SleepSeconds();
 /// Whether the run is ending through MyAbort, so that clean-up at exit can leave out what would
 /// hang or fail.
 bool MyAbortCalled_UncleanShutdown();
+
+#pragma GCC visibility pop

@@ -8,6 +8,8 @@
 
 #include "Utils/ErrorHandling/ErrorFile.hpp"
 
+#pragma GCC visibility push(default)
+
 namespace Vexa {
 
 /// Has a function called before anything goes to standard error this way, for who keeps something
@@ -81,3 +83,5 @@ struct MyErrType {
 };
 
 inline constexpr MyErrType MyErr{};
+
+#pragma GCC visibility pop

@@ -4,6 +4,8 @@
 
 #include <string>
 
+#pragma GCC visibility push(default)
+
 namespace Vexa {
 
 class ParallelRuntime {
@@ -36,3 +38,5 @@ class ParallelRuntime {
 };
 
 }  // namespace Vexa
+
+#pragma GCC visibility pop

@@ -5,6 +5,8 @@
 
 #include "Utils/ErrorHandling/RequireFail.hpp"
 
+#pragma GCC visibility push(default)
+
 /// Fails unless `condition` holds. `message` may chain << items and is built only on failure; see
 /// RequireMessage for how they appear.
 #define REQUIRE(condition, message) \
@@ -18,3 +20,5 @@
 /// ReportAs.
 #define REQUIRE_FOR_CALLER(condition, message) \
   VEXA_REQUIRE_AS(VEXA_CALLERS_REPORT_LABEL, #condition, condition, message)
+
+#pragma GCC visibility pop

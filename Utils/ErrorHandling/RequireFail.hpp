@@ -11,6 +11,8 @@
 
 #include "Utils/Process/Printable.hpp"
 
+#pragma GCC visibility push(default)
+
 /// Builds the framed report, raises SIGTRAP for a debugger, and throws CodeError; never returns.
 /// `file` is printed as given: a source file's name without directory and extension. The innermost
 /// ReportContext, if there is one, follows the message on a line of its own. If the condition
@@ -156,3 +158,5 @@ class ReportContext {
 };
 
 }  // namespace Vexa
+
+#pragma GCC visibility pop

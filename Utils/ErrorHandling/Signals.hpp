@@ -4,6 +4,8 @@
 // default action. No cached output is written, for the process may be in any state.
 #pragma once
 
+#pragma GCC visibility push(default)
+
 /// Whether the handler is installed.
 extern bool signal_backtraces_enabled;
 
@@ -18,3 +20,5 @@ bool EnableSignalBacktraces();
 void IgnoreFileSizeSignal();
 
 }  // namespace Vexa
+
+#pragma GCC visibility pop

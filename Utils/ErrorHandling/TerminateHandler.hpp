@@ -3,6 +3,8 @@
 // the first CodeError. Neither handler is called directly.
 #pragma once
 
+#pragma GCC visibility push(default)
+
 namespace Vexa {
 
 /// Installs TerminateHandler; what the store's static initialiser calls. Always true.
@@ -25,3 +27,5 @@ void ReportUnexpectedExit();
 /// Takes over while TerminateHandler runs: for failures inside of it, and when there is no
 /// exception to report.
 [[noreturn]] void DumbTerminateHandler();
+
+#pragma GCC visibility pop

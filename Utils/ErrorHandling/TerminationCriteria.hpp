@@ -1,5 +1,7 @@
 #pragma once
 
+#pragma GCC visibility push(default)
+
 namespace TerminationCriteria {
 
 /// Whether floating-point traps are enabled.
@@ -10,3 +12,5 @@ inline bool TerminateOnFPE = false;
 bool TerminateOnFloatingPointException();
 
 }  // namespace TerminationCriteria
+
+#pragma GCC visibility pop

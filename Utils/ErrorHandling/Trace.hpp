@@ -6,6 +6,8 @@
 
 #include "Utils/ErrorHandling/ProcID.hpp"
 
+#pragma GCC visibility push(default)
+
 /// Knows a verbosity and prints the lines whose level it reaches to standard output:
 ///   err = mTrace(5, H5Gclose(id), "H5Gclose(", id, ")");    "[??]     5 H5Gclose(7)=0"
 /// The line begins with ProcID_(), as many blanks as the level, and the level. The pieces of text
@@ -35,3 +37,5 @@ class Trace {
  private:
   int mVerbosity;
 };
+
+#pragma GCC visibility pop

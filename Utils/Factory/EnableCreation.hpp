@@ -12,6 +12,8 @@
 
 #include "Utils/Factory/FactoryBackbone.hpp"
 
+#pragma GCC visibility push(default)
+
 namespace Factory {
 
 /// The class ID of an object, through a reference to any of its bases. Shared, as a virtual base,
@@ -61,3 +63,5 @@ CreateFunction FunctionFor() {
 }
 
 }  // namespace Factory
+
+#pragma GCC visibility pop

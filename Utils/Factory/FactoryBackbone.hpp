@@ -11,6 +11,8 @@
 
 #include "Utils/Containers/MyVector.hpp"
 
+#pragma GCC visibility push(default)
+
 namespace Factory {
 
 /// A creation function whatever its signature is; FunctionFor<Derived>() names that of a class.
@@ -70,3 +72,5 @@ std::string FormatRegisteredClassIDs(const MyVector<std::string>& ids);
 std::string FormatRegisteredClassIDs(const MyVector<MyVector<std::string>>& lists);
 
 }  // namespace Factory
+
+#pragma GCC visibility pop

@@ -3,6 +3,8 @@
 
 #include <string>
 
+#pragma GCC visibility push(default)
+
 namespace FactoryReporter {
 
 /// Has all reports from here on appended to this file, each once. A file that cannot be written
@@ -16,3 +18,5 @@ void ReportClass(const std::string& name);
 void ReportLibrary(const std::string& name);
 
 }  // namespace FactoryReporter
+
+#pragma GCC visibility pop

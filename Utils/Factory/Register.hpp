@@ -20,6 +20,8 @@
 #include "Utils/Factory/EnableCreation.hpp"
 #include "Utils/Factory/FactoryBackbone.hpp"
 
+#pragma GCC visibility push(default)
+
 namespace Factory {
 
 /// Derived is complete only where the members are instantiated, not where it inherits this.
@@ -58,3 +60,5 @@ template <class Derived>
 const bool Register<Derived>::mDeprecated_ = RegisterDeprecatedIDs();
 
 }  // namespace Factory
+
+#pragma GCC visibility pop

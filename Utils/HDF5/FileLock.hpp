@@ -14,6 +14,8 @@
 
 #include "Utils/Process/Files.hpp"
 
+#pragma GCC visibility push(default)
+
 namespace Vexa_H5 {
 
 /// A SharedLock is a lock on a file, apart from the library's: other programs can have it at the
@@ -72,3 +74,5 @@ hid_t OpenPastLocks(const std::string& path, const std::function<hid_t(hid_t fap
 std::optional<int> SystemErrorOf(std::string_view call);
 
 }  // namespace Vexa_H5
+
+#pragma GCC visibility pop

@@ -16,6 +16,8 @@
 #include "Utils/HDF5/Handle.hpp"
 #include "Utils/Process/Files.hpp"
 
+#pragma GCC visibility push(default)
+
 namespace Vexa_H5 {
 
 /// Bounds the formats that a file may use: low is that of the 1.8 library, so that every reader
@@ -117,3 +119,5 @@ std::vector<std::string> ReadStrings(hid_t object_id, hid_t fileType, hid_t spac
 void RequirePlausibleSize(long double claimed, std::uint64_t stored, const std::string& name);
 
 }  // namespace Vexa_H5
+
+#pragma GCC visibility pop

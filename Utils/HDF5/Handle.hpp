@@ -11,6 +11,8 @@
 #include "Utils/ErrorHandling/RequireFail.hpp"
 #include "Utils/ErrorHandling/Trace.hpp"
 
+#pragma GCC visibility push(default)
+
 namespace Vexa_H5 {
 
 template <herr_t (*CloseFunction)(hid_t)>
@@ -99,3 +101,5 @@ class MuteH5Errors {
 };
 
 }  // namespace Vexa_H5
+
+#pragma GCC visibility pop

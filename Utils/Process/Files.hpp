@@ -8,6 +8,8 @@
 #include <string>
 #include <utility>
 
+#pragma GCC visibility push(default)
+
 /// Whether something is there, of whatever kind, a directory included; access rights are not
 /// checked. A symbolic link that leads nowhere does not exist.
 bool FileExists(const std::string& path);
@@ -95,3 +97,5 @@ void TakeStandardDescriptors();
 void RaiseOpenFileLimit();
 
 }  // namespace Vexa
+
+#pragma GCC visibility pop

@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <string>
 
+#pragma GCC visibility push(default)
+
 /// Writes a number without an exponent, in `precision` digits before and after the point together;
 /// digits before the point are never dropped. A precision of 5 gives 12.346, 0.0977 and 123456.
 /// Numbers that are not finite are "inf" and "nan".
@@ -28,3 +30,5 @@ std::string AsciiTime();
 
 /// Quotes a text, if it has to be, so that a shell takes it for one word.
 std::string Quoted(const std::string& word);
+
+#pragma GCC visibility pop

@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <string>
 
+#pragma GCC visibility push(default)
+
 /// Returns the resident set of this process, or 0 if the system does not tell. Allocates nothing,
 /// so that it serves when memory is exhausted.
 std::uint64_t GetCurrentRSS();
@@ -35,3 +37,5 @@ std::uint64_t MemoryLeft();
 void KeepFreedMemory();
 
 }  // namespace Vexa
+
+#pragma GCC visibility pop

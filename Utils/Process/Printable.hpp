@@ -7,6 +7,8 @@
 #include <string>
 #include <string_view>
 
+#pragma GCC visibility push(default)
+
 namespace Vexa {
 
 /// What becomes of line breaks and tabs: a text of several lines keeps them.
@@ -45,3 +47,5 @@ void PutPrintable(std::string_view text, Breaks breaks, const Put& put) {
 }
 
 }  // namespace Vexa
+
+#pragma GCC visibility pop

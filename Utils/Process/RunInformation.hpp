@@ -3,6 +3,8 @@
 
 #include <string>
 
+#pragma GCC visibility push(default)
+
 /// The working directory when the program started, which a later chdir() does not change;
 /// "." if there was none to be had.
 const std::string& RunDirectory();
@@ -17,3 +19,5 @@ std::string InfoAtLink();
 
 /// The command line, by which process and when it runs, and the version.
 std::string InfoAtRuntime(int argc, char** argv);
+
+#pragma GCC visibility pop

@@ -5,6 +5,8 @@
 #include <exception>
 #include <functional>
 
+#pragma GCC visibility push(default)
+
 class WorkerPool;
 
 namespace Vexa {
@@ -43,3 +45,5 @@ class TaskGroup {
 };
 
 }  // namespace Vexa
+
+#pragma GCC visibility pop

@@ -15,6 +15,8 @@
 #include "Utils/HDF5/H5AccessType.hpp"
 #include "Utils/Store/H5_File.hpp"
 
+#pragma GCC visibility push(default)
+
 // What a program may rely on. Once a write of the caches has returned (CachedH5FileHolder says when
 // there is one), what was appended before is in the files for every later reader, whatever ends the
 // process: a kill, an abort, _exit; but for a file that waits for another program, which is said.
@@ -152,3 +154,5 @@ class CachedH5File {
   H5AccessType mAtype;
   H5_File* mpFile = nullptr;  // the holder's; null once the cache was purged
 };
+
+#pragma GCC visibility pop

@@ -12,6 +12,8 @@
 #include "Utils/HDF5/H5AccessType.hpp"
 #include "Utils/Store/H5_File.hpp"
 
+#pragma GCC visibility push(default)
+
 /// Keeps one H5_File per real path for the life of the process, so that what is appended outlives
 /// the handles through which it was appended, and bounds what all of them hold together. There is
 /// one instance, TheCachedH5FileHolder(); on abnormal termination it is asked to write everything,
@@ -101,3 +103,5 @@ class CachedH5FileHolder : public CachedOutputObject {
 };
 
 CachedH5FileHolder& TheCachedH5FileHolder();
+
+#pragma GCC visibility pop

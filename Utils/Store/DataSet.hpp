@@ -14,6 +14,8 @@
 #include "Utils/Store/H5_Object.hpp"
 #include "Utils/Tables/Storage.hpp"
 
+#pragma GCC visibility push(default)
+
 namespace H5_Objects {
 
 /// Whether the link is in the parent group; the root "/" always is, and what has an address.
@@ -85,3 +87,5 @@ class DataSet : public H5_Object {
 };
 
 }  // namespace H5_Objects
+
+#pragma GCC visibility pop

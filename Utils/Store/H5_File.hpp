@@ -17,6 +17,8 @@
 #include "Utils/Process/Files.hpp"
 #include "Utils/Store/H5_Node.hpp"
 
+#pragma GCC visibility push(default)
+
 namespace Vexa {
 
 /// CacheStatistics counts what files have, and what of it waits in memory to be written.
@@ -191,3 +193,5 @@ class H5_File {
   std::vector<std::string> mEmptyGroups;
   std::unique_ptr<H5_Node> mpRoot;  // null only until the file was opened
 };
+
+#pragma GCC visibility pop

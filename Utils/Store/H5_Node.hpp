@@ -18,6 +18,8 @@
 #include "Utils/ErrorHandling/Trace.hpp"
 #include "Utils/Store/H5_Object.hpp"
 
+#pragma GCC visibility push(default)
+
 namespace Vexa {
 class FailedWrites;
 }
@@ -153,3 +155,5 @@ class H5_Node {
   mutable std::unique_ptr<H5_Object> mpObject;             // null until asked for
   std::unique_ptr<MyMap<std::string, H5_Node>> mpMembers;  // of groups only
 };
+
+#pragma GCC visibility pop

@@ -14,6 +14,8 @@
 
 #include "Utils/Factory/EnableCreation.hpp"
 
+#pragma GCC visibility push(default)
+
 /// Objects are made closed, then opened and closed any number of times. What is appended waits in
 /// memory, in open and closed objects alike, until WriteCache.
 class H5_Object : public Factory::EnableCreation<H5_Object, const std::string&, bool, int> {
@@ -93,3 +95,5 @@ bool MayCheckInDestructor();
 std::vector<std::string> ForeignAttributes(hid_t id, const std::string& own, int verbosity);
 
 }  // namespace Vexa
+
+#pragma GCC visibility pop

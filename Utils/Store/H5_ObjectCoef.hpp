@@ -7,6 +7,8 @@
 #include "Utils/Factory/Register.hpp"
 #include "Utils/Store/IndexedGroup.hpp"
 
+#pragma GCC visibility push(default)
+
 namespace H5_Objects {
 
 /// A Coef is a time series of coefficient vectors, whose length may change from step to step. Its
@@ -44,3 +46,5 @@ class Coef : public IndexedGroup, public Factory::Register<Coef> {
 };
 
 }  // namespace H5_Objects
+
+#pragma GCC visibility pop

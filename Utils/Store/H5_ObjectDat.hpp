@@ -17,6 +17,8 @@
 #include "Utils/Tables/RowRun.hpp"
 #include "Utils/Tables/VirtualTable.hpp"
 
+#pragma GCC visibility push(default)
+
 namespace H5_Objects {
 
 /// Returns the name under which older files carry the table of that name, or the name itself.
@@ -132,3 +134,5 @@ class Dat : public DataSet, public Factory::Register<Dat> {
 };
 
 }  // namespace H5_Objects
+
+#pragma GCC visibility pop

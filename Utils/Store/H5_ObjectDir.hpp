@@ -10,6 +10,8 @@
 #include "Utils/HDF5/H5_Utils.hpp"
 #include "Utils/Store/H5_Object.hpp"
 
+#pragma GCC visibility push(default)
+
 namespace H5_Objects {
 
 /// A Dir is a group. Its name ends in ".dir"; the root is "/".
@@ -60,3 +62,5 @@ class Dir : public H5_Object, public Factory::Register<Dir> {
 };
 
 }  // namespace H5_Objects
+
+#pragma GCC visibility pop

@@ -11,6 +11,8 @@
 #include "Utils/Tensors/Tensor.hpp"
 #include "Utils/Tensors/TensorIndexTable.hpp"
 
+#pragma GCC visibility push(default)
+
 namespace H5_Objects {
 
 /// A TensorSpec is what is the same in all steps of a Tdm, as its attribute "TensorSpec" says it:
@@ -84,3 +86,5 @@ class Tdm : public IndexedGroup, public Factory::Register<Tdm> {
 };
 
 }  // namespace H5_Objects
+
+#pragma GCC visibility pop

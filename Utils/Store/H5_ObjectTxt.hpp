@@ -10,6 +10,8 @@
 #include "Utils/Store/InsideStore.hpp"
 #include "Utils/Store/StringDataSet.hpp"
 
+#pragma GCC visibility push(default)
+
 namespace H5_Objects {
 
 /// A Txt is text. New text is appended with <<, waits in memory, and becomes one further string of
@@ -67,3 +69,5 @@ class Txt : public StringDataSet, public Factory::Register<Txt> {
 };
 
 }  // namespace H5_Objects
+
+#pragma GCC visibility pop

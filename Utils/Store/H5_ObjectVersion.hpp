@@ -9,6 +9,8 @@
 #include "Utils/Factory/Register.hpp"
 #include "Utils/Store/StringDataSet.hpp"
 
+#pragma GCC visibility push(default)
+
 namespace H5_Objects {
 
 /// A Version tells the version of the format that a writer used, and the history of how that format
@@ -62,3 +64,5 @@ class Version : public StringDataSet, public Factory::Register<Version> {
 };
 
 }  // namespace H5_Objects
+
+#pragma GCC visibility pop

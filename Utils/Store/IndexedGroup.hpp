@@ -19,6 +19,8 @@
 #include "Utils/Store/H5_ObjectDat.hpp"
 #include "Utils/Store/H5_ObjectDir.hpp"
 
+#pragma GCC visibility push(default)
+
 namespace H5_Objects {
 
 /// A Step is a row of an index table: the step has values [mBegin, mEnd).
@@ -160,3 +162,5 @@ class IndexedGroup : public H5_Object {
 };
 
 }  // namespace H5_Objects
+
+#pragma GCC visibility pop

@@ -5,6 +5,8 @@
 
 #include <atomic>
 
+#pragma GCC visibility push(default)
+
 namespace Vexa {
 
 /// Every operation that a program calls holds one while it lasts. Operations may call each other.
@@ -46,3 +48,5 @@ class InsideStore {
 };
 
 }  // namespace Vexa
+
+#pragma GCC visibility pop

@@ -11,6 +11,8 @@
 #include "Utils/HDF5/Handle.hpp"
 #include "Utils/Store/DataSet.hpp"
 
+#pragma GCC visibility push(default)
+
 namespace H5_Objects {
 
 class StringDataSet : public DataSet {
@@ -63,3 +65,5 @@ class StringDataSet : public DataSet {
 };
 
 }  // namespace H5_Objects
+
+#pragma GCC visibility pop

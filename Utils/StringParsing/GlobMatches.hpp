@@ -5,6 +5,8 @@
 
 #include "Utils/Containers/MyVector.hpp"
 
+#pragma GCC visibility push(default)
+
 /// True if the whole text matches the glob. '*' matches any run of characters, '/' included, and
 /// '?' exactly one; every other character matches only itself. There is no escape and no character
 /// class. A '*' that is not the glob's last character needs at least one character of text at its
@@ -20,3 +22,5 @@ bool GlobMatches(const std::string& glob, const std::string& text);
 
 /// True if at least one of the globs matches; false for an empty list.
 bool AnyGlobMatches(const MyVector<std::string>& globs, const std::string& text);
+
+#pragma GCC visibility pop

@@ -4,6 +4,8 @@
 
 #include <string>
 
+#pragma GCC visibility push(default)
+
 namespace GlobalFlags {
 
 /// Sets the flag, or replaces its value.
@@ -13,3 +15,5 @@ bool IsSet(const std::string& name);
 const std::string& Get(const std::string& name);
 
 }  // namespace GlobalFlags
+
+#pragma GCC visibility pop

@@ -18,6 +18,8 @@
 #include "Utils/Containers/MyMap.hpp"
 #include "Utils/Containers/MyVector.hpp"
 
+#pragma GCC visibility push(default)
+
 /// Every report but that of a failed conversion goes to MyErr; then a CodeError with an empty
 /// message is thrown. Reading is safe from several threads at once; a key counts as used when any
 /// of them has read it.
@@ -90,3 +92,5 @@ class OptionParser {
   mutable MyMap<std::string, std::atomic<bool>> mKeyWasUsed;
   mutable std::atomic<bool> mErrorThrown = false;
 };
+
+#pragma GCC visibility pop

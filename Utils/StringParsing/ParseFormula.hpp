@@ -3,6 +3,8 @@
 
 #include <string>
 
+#pragma GCC visibility push(default)
+
 /// The value of a formula: numbers with a decimal point and an exponent, + - * / ^, parentheses,
 /// the constant Pi, the functions
 ///   abs fabs sign sqrt cbrt exp exp2 expm1 ln log (both natural) log2 log10 log1p logb
@@ -18,3 +20,5 @@
 /// separated by commas; text that is too long (over 20000 characters); and a value that is not
 /// finite, as of 1/0.
 double ParseFormula(const std::string& formula, const std::string& context);
+
+#pragma GCC visibility pop

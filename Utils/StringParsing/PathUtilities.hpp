@@ -5,6 +5,8 @@
 
 #include "Utils/Process/SystemError.hpp"
 
+#pragma GCC visibility push(default)
+
 /// The part after the last '/', trailing ones aside: "a/b/" gives "b". "/" for a path that is
 /// empty or made of '/' only.
 std::string GetFilenameFromPath(const std::string& path);
@@ -18,3 +20,5 @@ std::string GetDirectoryFromPath(const std::string& path);
 std::string Realpath(const std::string& path);
 
 bool PathIsAbsolute(const std::string& path);
+
+#pragma GCC visibility pop

@@ -7,6 +7,8 @@
 #include "Utils/Containers/MyVector.hpp"
 #include "Utils/StringParsing/SplitStrings.hpp"
 
+#pragma GCC visibility push(default)
+
 /// True for "1", "yes", "true", false for "0", "no", "false"; the words in any case, nothing
 /// trimmed. Anything else throws std::range_error("ParseBool"), so that a caller can add context.
 bool ParseBool(const std::string& text);
@@ -45,3 +47,5 @@ void SimpleConvert(const std::string& text, const std::string& context, MyVector
     SimpleConvert(pieces[i], context, out[i]);
   }
 }
+
+#pragma GCC visibility pop

@@ -8,6 +8,8 @@
 
 #include "Utils/Containers/MyVector.hpp"
 
+#pragma GCC visibility push(default)
+
 /// The pieces between the delimiters at depth 0, not trimmed: one more than there are delimiters,
 /// so one empty piece for an empty text. An unclosed '(' hides the delimiters after it. A ')'
 /// without its '(' fails as in FindWhileParsing.
@@ -60,3 +62,5 @@ bool CaseInsensitiveEqual(const std::string& a, const std::string& b);
 /// The text without the prefix or suffix; the text as it is if it has none.
 std::string RemovePrefix(const std::string& text, const std::string& prefix);
 std::string RemoveSuffix(const std::string& text, const std::string& suffix);
+
+#pragma GCC visibility pop

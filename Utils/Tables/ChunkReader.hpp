@@ -17,6 +17,8 @@
 #include "Utils/Tables/Columns.hpp"
 #include "Utils/Tables/Target.hpp"
 
+#pragma GCC visibility push(default)
+
 namespace Tables {
 
 class PendingReads;
@@ -64,3 +66,5 @@ void StartReadingChunks(const OpenTable& table, Target target, PendingReads& rea
 void RequireSoundStorage(hid_t dataset_id, long double claimed, const std::string& name);
 
 }  // namespace Tables
+
+#pragma GCC visibility pop

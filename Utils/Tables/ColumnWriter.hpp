@@ -14,6 +14,8 @@
 #include "Utils/Tables/Columns.hpp"
 #include "Utils/Tables/PendingReads.hpp"
 
+#pragma GCC visibility push(default)
+
 namespace Tables {
 
 /// Writes the few rows that a simulation adds to a table between two flushes: whole rows, each with
@@ -103,3 +105,5 @@ class ColumnWriter {
 };
 
 }  // namespace Tables
+
+#pragma GCC visibility pop

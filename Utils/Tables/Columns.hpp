@@ -16,6 +16,8 @@
 #include "Utils/Tables/RowRun.hpp"
 #include "Utils/Tables/VirtualTable.hpp"
 
+#pragma GCC visibility push(default)
+
 namespace Tables {
 
 /// Rows and columns to move: [mFirstRow, mFirstRow + mRows) of [mFirstColumn, ... + mColumns).
@@ -78,3 +80,5 @@ void StartReading(const OpenTable& table, std::uint64_t column, std::span<const 
                   double* values, PendingReads& reads);
 
 }  // namespace Tables
+
+#pragma GCC visibility pop

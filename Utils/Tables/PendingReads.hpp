@@ -15,6 +15,8 @@
 #include "Utils/Tables/ChunkReader.hpp"
 #include "Utils/Tables/Columns.hpp"
 
+#pragma GCC visibility push(default)
+
 namespace Tables {
 
 /// What is to be known of a table when values arrive, though it may be closed by then.
@@ -79,3 +81,5 @@ class PendingReads {
 };
 
 }  // namespace Tables
+
+#pragma GCC visibility pop

@@ -5,6 +5,8 @@
 
 #include "Utils/Tables/Columns.hpp"
 
+#pragma GCC visibility push(default)
+
 namespace Tables {
 
 /// Counts the rows of the first columns of a table that come before the first of which a value
@@ -14,3 +16,5 @@ namespace Tables {
 std::uint64_t CountReadableRows(const OpenTable& table, std::uint64_t columns, std::string& reason);
 
 }  // namespace Tables
+
+#pragma GCC visibility pop

@@ -2,6 +2,8 @@
 
 #include <cstdint>
 
+#pragma GCC visibility push(default)
+
 namespace Tables {
 
 /// Rows [mFirst, mOnePastLast) of one table.
@@ -13,3 +15,5 @@ struct RowRun {
 };
 
 }  // namespace Tables
+
+#pragma GCC visibility pop

@@ -9,6 +9,8 @@
 
 #include "Utils/ChunkCodec/Filters.hpp"
 
+#pragma GCC visibility push(default)
+
 namespace Tables {
 
 /// The filters of a dataset, whose creation list this is.
@@ -38,3 +40,5 @@ Storage ReadStorage(hid_t dataset_id);
 void RequireOwnStorage(hid_t cparms_id, const std::string& name);
 
 }  // namespace Tables
+
+#pragma GCC visibility pop

@@ -5,6 +5,8 @@
 #include <span>
 #include <vector>
 
+#pragma GCC visibility push(default)
+
 namespace Tables {
 
 /// Rows of a table that follow one another, and where the values of the first wanted column go.
@@ -32,3 +34,5 @@ void Transpose(const double* rowMajor, std::uint64_t rowLength, const RowSlice& 
                const Target& target);
 
 }  // namespace Tables
+
+#pragma GCC visibility pop

@@ -11,6 +11,8 @@
 #include "Utils/ErrorHandling/Trace.hpp"
 #include "Utils/Tables/RowRun.hpp"
 
+#pragma GCC visibility push(default)
+
 namespace Tables {
 
 /// Rows of a virtual table that are rows of a table in another file.
@@ -53,3 +55,5 @@ class OpenVirtualTables {
 };
 
 }  // namespace Tables
+
+#pragma GCC visibility pop

@@ -8,6 +8,8 @@
 #include "Utils/Containers/MyVector.hpp"
 #include "Utils/Tensors/Mesh.hpp"
 
+#pragma GCC visibility push(default)
+
 class DataMesh {
  public:
   using value_type = double;
@@ -51,3 +53,5 @@ class DataMesh {
   ::Mesh mMesh;
   MyVector<double> mValues;
 };
+
+#pragma GCC visibility pop

@@ -6,6 +6,8 @@
 
 #include "Utils/Containers/MyVector.hpp"
 
+#pragma GCC visibility push(default)
+
 /// Extents are often read from a file, so the constructor checks them before anything is made of
 /// them. A mesh holds no values: making one is cheap, whatever its number of points.
 class Mesh {
@@ -37,3 +39,5 @@ class Mesh {
 /// The grid indices of the point at an offset. Fails if the mesh has no such point: "Offset ... is
 /// not within a mesh of extents (...)".
 MyVector<int> GetMeshIndexFromOffset(std::ptrdiff_t offset, const MyVector<int>& extents);
+
+#pragma GCC visibility pop

@@ -12,6 +12,8 @@
 #include "Utils/ErrorHandling/RequireFail.hpp"
 #include "Utils/Tensors/TensorIndexTable.hpp"
 
+#pragma GCC visibility push(default)
+
 template <class T>
 class Tensor {
  public:
@@ -63,3 +65,5 @@ class Tensor {
   std::shared_ptr<const TensorStructure> mpStructure;
   MyVector<T> mComponents;
 };
+
+#pragma GCC visibility pop

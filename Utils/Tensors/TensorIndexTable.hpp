@@ -11,6 +11,8 @@
 
 #include "Utils/Containers/MyVector.hpp"
 
+#pragma GCC visibility push(default)
+
 /// A table is immutable once built, so tensors of the same shape share one; see
 /// FindTensorIndexTable().
 ///
@@ -107,3 +109,5 @@ class TensorIndexTableHolder {
 /// The calling thread's table for (dim, symm): one and the same on every call. Whoever keeps the
 /// pointer keeps the table, also beyond the end of the thread.
 std::shared_ptr<const TensorIndexTable> FindTensorIndexTable(int dim, const std::string& symm);
+
+#pragma GCC visibility pop

@@ -1,5 +1,6 @@
 // Makes the file given as argument with one table of one row, or checks that the file holds it.
 // Compiles with the headers of today and with those from before the store was divided.
+#include "Utils/ErrorHandling/CodeError.hpp"
 #include "Utils/Process/Files.hpp"
 #ifdef OLD_NAMES
 #include "Utils/H5/CachedH5File.hpp"
@@ -23,4 +24,10 @@ int main(int, char** argv) {
   auto& table = file.GetObjectForWrite<H5_Objects::Dat>("/Run.dir/energy.dat");
   table.Initialize({"time", "energy"}, /*compress=*/true, /*chunkRows=*/16);
   table.Append({0.5, 2});
+  try {
+    table.Append({0.75});
+  } catch (const CodeError&) {  // thrown in the library
+    return 0;
+  }
+  return 1;
 }
