@@ -16,7 +16,10 @@ target_compile_definitions(Vexa_vexa PUBLIC H5_USE_18_API)
 target_include_directories(Vexa_vexa INTERFACE $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>
                            $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/Vexa>)
 target_link_libraries(Vexa_vexa PUBLIC hdf5::hdf5)
-target_link_options(Vexa_vexa PRIVATE -Wl,-z,defs INTERFACE -rdynamic)
+if(NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize")    # of whose functions the program has those of all
+  target_link_options(Vexa_vexa PRIVATE -Wl,-z,defs)
+endif()
+target_link_options(Vexa_vexa INTERFACE -rdynamic)
 set_target_properties(Vexa_vexa PROPERTIES LINKER_LANGUAGE CXX OUTPUT_NAME vexa EXPORT_NAME vexa
                       VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
 install(TARGETS Vexa_vexa EXPORT VexaTargets
