@@ -16,6 +16,12 @@ install(FILES README.md CHANGELOG.md LICENSE DESTINATION ${VEXA_DOCDIR} COMPONEN
 install(FILES docs/cluster.md docs/design.md docs/file-format.md docs/install.md docs/json.md
               docs/kelmor.schema.json docs/library.md docs/plan.svg docs/python.md
         DESTINATION ${VEXA_DOCDIR}/docs COMPONENT Runtime)
+# For `module load kelmor`, after `module use <prefix>/share/modulefiles`.
+set(modules ${CMAKE_INSTALL_DATADIR}/modulefiles/kelmor)
+string(REGEX REPLACE "[^/]+" ".." VEXA_PREFIX_FROM_MODULES ${modules})
+configure_file(cmake/modulefile.in ${PROJECT_BINARY_DIR}/modulefile @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/modulefile DESTINATION ${modules} RENAME ${PROJECT_VERSION}
+        COMPONENT Runtime)
 include(cmake/Reference.cmake)
 
 set(VEXA_PACKAGE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/Vexa)
