@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "Utils/ErrorHandling/FirstFailure.hpp"
+#include "Utils/ErrorHandling/Handlers.hpp"
 #include "Utils/ErrorHandling/MyAbort.hpp"
 #include "Utils/ErrorHandling/ParallelRuntime.hpp"
 
@@ -43,7 +44,8 @@ bool Install(int signal, void (*handler)(int)) {
   return sigaction(signal, &action, nullptr) == 0;
 }
 
-[[maybe_unused]] const bool sHandlerInstalled = Install(SIGUSR2, NoteRequest);
+[[maybe_unused]] const bool sHandlerInstalled =
+    Vexa::LeavesHandlers() || Install(SIGUSR2, NoteRequest);
 
 // Whoever waits for the process sees by which signal it ended. The signal may be blocked in this
 // thread, since another one can have received it.
@@ -109,6 +111,10 @@ void CachedOutput::FlushIfRequested() {
   if (isEndRequested) {
     EndBySIGTERM();
   }
+}
+
+void CachedOutput::FlushOnSIGUSR2() {
+  Install(SIGUSR2, NoteRequest);
 }
 
 void CachedOutput::FlushAndEndOnSIGTERM() {

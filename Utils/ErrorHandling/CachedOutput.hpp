@@ -46,6 +46,10 @@ void FlushCachedOutputOnAllProcessors();
 /// flush, nor while the process is ending through MyAbort.
 void FlushIfRequested();
 
+/// From this call on, SIGUSR2 asks for a flush at the next safe point. A static initialiser calls
+/// it, unless the process's handlers are to be left alone.
+void FlushOnSIGUSR2();
+
 /// From this call on, SIGTERM ends the process at the next safe point rather than at once.
 /// Schedulers send it some time before they kill. A program whose loop neither gets objects for
 /// writing nor lets handles go calls FlushIfRequested() in it. A failure to write is reported, and

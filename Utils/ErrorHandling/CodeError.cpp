@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "Utils/ErrorHandling/Backtrace.hpp"
+#include "Utils/ErrorHandling/Handlers.hpp"
 #include "Utils/ErrorHandling/MyErr.hpp"
 #include "Utils/ErrorHandling/TerminateHandler.hpp"
 
@@ -18,7 +19,9 @@ CodeError* spNewest = nullptr;
 CodeError::CodeError(std::string message, bool withBacktrace, std::string reason,
                      std::string context)
     : mMessage(std::move(message)), mReason(std::move(reason)), mContext(std::move(context)) {
-  Vexa::InstallTerminateHandler();
+  if (!Vexa::LeavesHandlers()) {
+    Vexa::InstallTerminateHandler();
+  }
   if (withBacktrace) {
     mMessage += "\n" + Backtrace(1);
   }

@@ -10,7 +10,8 @@
 class CodeError {
  public:
   /// With a backtrace, a newline and Backtrace(1) follow the message. `reason` is what the message
-  /// says without its frame, `context` what it is about. Installs TerminateHandler.
+  /// says without its frame, `context` what it is about. Installs TerminateHandler,
+  /// unless the process's handlers are to be left alone.
   CodeError(std::string message, bool withBacktrace, std::string reason = "",
             std::string context = "");
   CodeError(const CodeError& other);

@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "Utils/ErrorHandling/CachedOutput.hpp"
+#include "Utils/ErrorHandling/Handlers.hpp"
 #include "Utils/ErrorHandling/MyErr.hpp"
 #include "Utils/ErrorHandling/ParallelRuntime.hpp"
 #include "Utils/ErrorHandling/Signals.hpp"
@@ -25,7 +26,8 @@ thread_local bool sIsEndingProcess = false;
 
 // Nobody calls the signal handlers, so a linker would leave their object in the archive. Every way
 // to fail leads here: whatever program can fail has the handlers, too.
-[[maybe_unused]] const bool sSignalsAreLinked = Vexa::EnableSignalBacktraces();
+[[maybe_unused]] const bool sSignalsAreLinked =
+    Vexa::LeavesHandlers() || Vexa::EnableSignalBacktraces();
 
 // Gives the other processes their time to write, and says who is not known to have done so.
 void WaitForOthers(const Vexa::ParallelRuntime& runtime) {

@@ -2,9 +2,11 @@
 
 #include <optional>
 #include <ostream>
+#include <utility>
 
 #include "Utils/ErrorHandling/CachedOutput.hpp"
 #include "Utils/ErrorHandling/MyAbort.hpp"
+#include "Utils/ErrorHandling/OnFailure.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/HDF5/ExternalFiles.hpp"
 #include "Utils/Process/Files.hpp"
@@ -105,6 +107,15 @@ CachedH5File::~CachedH5File() {
     mpFile->CloseSilently();
   }
   mpFile->SetHandle(nullptr);
+}
+
+void CachedH5File::LetGo() {
+  const Vexa::InsideStore inside;
+  H5_File* const file = std::exchange(mpFile, nullptr);
+  file->SetHandle(nullptr);
+  const OnFailure close([file] { file->CloseSilently(); });
+  TheCachedH5FileHolder().CheckForEmergencyWriteCache();
+  file->CloseFile();
 }
 
 std::map<std::string, std::string> CachedH5File::ExternalFiles() const {

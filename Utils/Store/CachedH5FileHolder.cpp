@@ -235,6 +235,27 @@ void CachedH5FileHolder::WriteCache() const {
   failure.Throw();
 }
 
+bool CachedH5FileHolder::WriteCache(const std::string& fullPath) {
+  const Vexa::InsideStore inside;
+  H5_File* const file = mFiles.Find(fullPath);
+  if (file == nullptr || file->CummulativeCacheSize() == 0) {
+    return true;
+  }
+  const Vexa::CacheStatistics data = file->Statistics();
+  const bool isWritten = WriteFile(*file, LockWait::None());
+  if (isWritten) {
+    const std::uint64_t others = H5_File::TotalCacheSize();
+    mWriteLog.push_back({1, data.mObjectsWithCache, data.mTimeSteps, data.mBytes, others});
+  }
+  return isWritten;
+}
+
+std::uint64_t CachedH5FileHolder::CacheSize(const std::string& fullPath) const {
+  const Vexa::InsideStore inside;
+  const H5_File* const file = mFiles.Find(fullPath);
+  return file == nullptr ? 0 : file->CummulativeCacheSize();
+}
+
 void CachedH5FileHolder::PurgeCache() {
   const Vexa::InsideStore inside;
   // The files are written before they are destroyed, so that a failure ends in a report, not in a

@@ -60,6 +60,11 @@ class CachedH5FileHolder : public CachedOutputObject {
   /// that cannot be written does not keep the others from being written; the first failure is
   /// thrown on.
   void WriteCache() const override;
+  /// Does so for the file of that real path alone, if it is known. False if what it holds has to
+  /// wait.
+  bool WriteCache(const std::string& fullPath);
+  /// Returns what that file holds.
+  std::uint64_t CacheSize(const std::string& fullPath) const;
   /// Whether rows are left in memory after a write, because another program or thread is in the
   /// way.
   bool HoldsBack() const override { return H5_File::TotalCacheSize() != 0; }

@@ -32,6 +32,10 @@ void Coef::Initialize(const std::string& timeDescription, const std::string& dat
 }
 
 void Coef::Append(double time, const MyVector<double>& coefs) {
+  Append_(time, std::span(coefs.data(), coefs.size()));
+}
+
+void Coef::Append_(double time, std::span<const double> coefs) {
   const Vexa::InsideStore inside;
   REQUIRE(mCoefs.IsInitialized(), "Must initialize H5_PluginsCoef before appending data");
   std::copy(coefs.begin(), coefs.end(), AppendStep(time, {}, coefs.size()).begin());

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <iosfwd>
+#include <span>
 #include <string>
 
 #include "Utils/Containers/MyVector.hpp"
@@ -30,6 +31,7 @@ class Coef : public IndexedGroup, public Factory::Register<Coef> {
 
   /// Adds a step to the cache. Fails with "Must initialize H5_PluginsCoef before appending data".
   void Append(double time, const MyVector<double>& coefs);
+  void Append_(double time, std::span<const double> coefs);
 
   /// Reads all steps in the file: times[i] is the time of data[i].
   void RetrieveData(MyVector<double>& times, MyVector<MyVector<double>>& data) const;

@@ -138,14 +138,21 @@ void Dat::Append(const MyVector<double>& data) {
             "data being appended inconsistent with Extents\n"
                 << "Name=" << mName << ", Extents=" << mExtents << ", data.Size()=" << data.Size());
   }
-  if (mCachedData.empty()) {
-    mNumberOfColumnsPerRow = data.size();
-  } else {
-    REQUIRE(mNumberOfColumnsPerRow==data.size(),
+  Append_(std::span(data.data(), data.size()), data.size());
+}
+
+void Dat::Append_(std::span<const double> rows, std::uint64_t columns) {
+  const Vexa::InsideStore inside;
+  REQUIRE(!AreAttributesKnown() || mExtents[1]==columns,
+          "A row of " << columns << " columns was to be appended to a table of " << mExtents[1]
+                      << "\nName=" << mName);
+  if (!mCachedData.empty()) {
+    REQUIRE(mNumberOfColumnsPerRow==columns,
             "data being appended must be consistent with previously appended data");
   }
-  mCachedData.insert(mCachedData.end(), data.begin(), data.end());
-  mTrace.Line(6, "Dat::Append sizeof(double)*data.Size()=", sizeof(double) * data.size());
+  mCachedData.insert(mCachedData.end(), rows.begin(), rows.end());
+  mNumberOfColumnsPerRow = columns;
+  mTrace.Line(6, "Dat::Append sizeof(double)*data.Size()=", sizeof(double) * rows.size());
   ReportCacheSize();
 }
 

@@ -56,6 +56,8 @@ class Dat : public DataSet, public Factory::Register<Dat> {
 
   /// Adds one row to the cache: one value per column in legend order, the time first.
   void Append(const MyVector<double>& row);
+  /// Adds whole rows of so many columns, one after the other: all of them or, on failure, none.
+  void Append_(std::span<const double> rows, std::uint64_t columns);
 
   /// Writes all waiting rows to the open table. If that fails, the table is as long as before.
   void WriteCache() override;

@@ -133,12 +133,24 @@ void Tdm::Append(double time, const Tensor<DataMesh>& data) {
   for (const DataMesh* it = data.begin(); it != data.end(); ++it) {
     REQUIRE(it->Size()==mesh.Size(), "inconsistent sizes in the components of the tensor");
   }
-  const std::vector<double> extents(mesh.Extents().begin(), mesh.Extents().end());
-  double* values =
-      AppendStep(time, extents, static_cast<std::uint64_t>(data.Size() * mesh.Size())).data();
+  double* values = AppendStep(time, mesh);
   for (const DataMesh& component : data) {
     values = std::copy(component.begin(), component.end(), values);
   }
+}
+
+void Tdm::Append_(double time, const Mesh& mesh, const double* values) {
+  const Vexa::InsideStore inside;
+  REQUIRE(IsInitialized(), "Must initialize H5_PluginsTdm before appending data");
+  REQUIRE(mDataMeshDim==mesh.Dim(), "Tdm::Append dimension of DataMesh inconsistent");
+  std::copy_n(values, mpStructure->NumberOfComponents() * mesh.Size(), AppendStep(time, mesh));
+}
+
+double* Tdm::AppendStep(double time, const Mesh& mesh) {
+  const std::vector<double> extents(mesh.Extents().begin(), mesh.Extents().end());
+  const auto count = static_cast<std::uint64_t>(mpStructure->NumberOfComponents()) *
+                     static_cast<std::uint64_t>(mesh.Size());
+  return IndexedGroup::AppendStep(time, extents, count).data();
 }
 
 const TensorStructure& Tdm::GetStructure() const {

@@ -56,6 +56,8 @@ class Tdm : public IndexedGroup, public Factory::Register<Tdm> {
   /// Adds a step to the cache. All components lie on meshes of the same size. Fails if the tensor
   /// is not of the structure and mesh dimension of the series.
   void Append(double time, const Tensor<DataMesh>& data);
+  /// Adds a step whose values are in memory as they are on disk: component after component.
+  void Append_(double time, const Mesh& mesh, const double* values);
 
   /// Fails with "Must call Initialize or OpenObject first".
   const TensorStructure& GetStructure() const;
@@ -78,6 +80,7 @@ class Tdm : public IndexedGroup, public Factory::Register<Tdm> {
   std::uint64_t ExtraColumns() const override { return static_cast<std::uint64_t>(mDataMeshDim); }
 
  private:
+  double* AppendStep(double time, const Mesh& mesh);
   Mesh CheckedMesh(const Step& step, std::uint64_t number) const;
   Tensor<DataMesh> MakeTensor(const Mesh& mesh, const double* values) const;
 

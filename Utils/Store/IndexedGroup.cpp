@@ -117,6 +117,16 @@ void IndexedGroup::DropIds() {
 std::span<double> IndexedGroup::AppendStep(double time, std::span<const double> extras,
                                            std::uint64_t count) {
   const std::size_t begin = mCachedValues.size();
+  const std::size_t steps = mCachedSteps.Size();
+  // Where memory ends in between, the index must not disagree with the values.
+  const OnFailure takeBack([&] {
+    mCachedValues.resize(begin);
+    mCachedSteps.mTimes.resize(steps);
+    mCachedSteps.mEnds.resize(steps);
+    for (std::vector<double>& column : mCachedSteps.mExtras) {
+      column.resize(std::min(column.size(), steps));
+    }
+  });
   mCachedValues.resize(begin + count);
   mCachedSteps.mTimes.push_back(time);
   mCachedSteps.mEnds.push_back(mCachedValues.size());
