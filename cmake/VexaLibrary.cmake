@@ -21,6 +21,15 @@ function(vexa_own_code target)
   vexa_harden(${target})
 endfunction()
 
+# Programs in C are there to show and to test that ours is C, of 1999 at that.
+function(vexa_own_c_code target)
+  set_target_properties(${target} PROPERTIES C_STANDARD 99 C_STANDARD_REQUIRED ON C_EXTENSIONS OFF)
+  target_compile_options(${target} PRIVATE -Wall -Wextra -pedantic)
+  if(VEXA_WARNINGS_AS_ERRORS)
+    target_compile_options(${target} PRIVATE -Werror)
+  endif()
+endfunction()
+
 # What Debian asks of its packages and more, for builds that optimise: the stack is watched, lengths
 # are checked where the compiler knows them, addresses are drawn by lot, and tables of functions are
 # read-only once a program runs.

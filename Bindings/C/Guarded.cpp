@@ -1,0 +1,97 @@
+#include "Bindings/C/Guarded.hpp"
+
+#include <cstdlib>
+#include <exception>
+#include <new>
+#include <stdexcept>
+#include <string>
+
+#include "Utils/ErrorHandling/CodeError.hpp"
+#include "Utils/ErrorHandling/MyErr.hpp"
+#include "Utils/ErrorHandling/Require.hpp"
+#include "Utils/Store/CachedH5FileHolder.hpp"
+
+namespace {
+
+bool sHasEnded = false;
+
+struct Report {
+  std::string mText;
+  const char* mpShown = "";  // the text, or a literal where there was no memory for one
+};
+
+// The report that this thread is lent. Destroyed with the thread, so only used from calls of it.
+Report& LastReport() {
+  static thread_local Report report;
+  return report;
+}
+
+// The line about what is being worked on goes with the reason; the frame of a report on standard
+// error and its backtrace do not.
+std::string TextOf(const CodeError& error) {
+  if (error.Reason().empty()) {
+    return error.Message();
+  }
+  const bool needsBreak = !error.Context().empty() && !error.Reason().ends_with('\n');
+  return error.Reason() + (needsBreak ? "\n" : "") + error.Context();
+}
+
+int Keep(const std::string& text) {
+  LastReport().mText = text;
+  LastReport().mpShown = LastReport().mText.c_str();
+  return VEXA_FAILED;
+}
+
+int KeepException() {
+  try {
+    throw;
+  } catch (const CodeError& error) {
+    return Keep(TextOf(error));
+  } catch (const std::bad_alloc&) {
+    throw;
+  } catch (const std::length_error&) {
+    throw std::bad_alloc();  // more than any memory has was asked for
+  } catch (const std::exception& error) {
+    return Keep(error.what());
+  } catch (...) {
+    return Keep("An exception of an unknown type was thrown");
+  }
+}
+
+void WriteAtEnd() {
+  sHasEnded = true;
+  // What failed is not tried again, so that the second time clears away what is left.
+  for (int attempt = 0; attempt < 2; ++attempt) {
+    try {
+      TheCachedH5FileHolder().PurgeCache();
+      return;
+    } catch (...) {
+      Vexa::C::KeepReport();
+      MyErr << "At the end of the process: " << vexa_last_error() << '\n';
+    }
+  }
+}
+
+}  // namespace
+
+const char* vexa_last_error() {
+  return LastReport().mpShown;
+}
+
+int Vexa::C::KeepReport() noexcept {
+  try {
+    return KeepException();
+  } catch (...) {
+    LastReport().mpShown = "There is not enough memory";
+    return VEXA_NO_MEMORY;
+  }
+}
+
+void Vexa::C::RequireRunning() {
+  REQUIRE(!sHasEnded, "The process is ending, and all files have been written");
+}
+
+void Vexa::C::ArrangeEnd() {
+  TheCachedH5FileHolder();  // made first, so that it is destroyed after what is arranged here
+  [[maybe_unused]] static const int isArranged = std::atexit(WriteAtEnd);
+}
