@@ -102,7 +102,7 @@ CachedH5File::VersionHistory History(const vexa_version* history, std::size_t en
 void KeepLimit() {
   CachedH5FileHolder& holder = TheCachedH5FileHolder();
   for (std::uint64_t before = H5_File::TotalCacheSize(); before > holder.MaxCacheSize();) {
-    holder.CheckForEmergencyWriteCache();
+    holder.CheckForEmergencyWriteCache(/*warns=*/false);
     const std::uint64_t now = H5_File::TotalCacheSize();
     if (now >= before) {
       return;  // the rest waits for other programs
@@ -174,17 +174,16 @@ void ShapeTable(Dat& table, const MyVector<std::string>& legend, bool compress,
 }
 
 // Pieces of what is appended, small enough that memory stays within the limit.
-std::size_t RowsPerPiece(std::size_t count, std::size_t columns) {
+std::size_t RowsPerPiece(std::size_t columns) {
   const std::uint64_t limit = TheCachedH5FileHolder().MaxCacheSize();
   const std::uint64_t held = H5_File::TotalCacheSize();
   const std::uint64_t room = limit > held ? (limit - held) / sizeof(double) : 0;
-  const std::uint64_t all = columns == 0 ? 1 : std::max<std::uint64_t>(room, limit / 16) / columns;
-  return std::clamp<std::uint64_t>(all, 1, count);
+  return std::max<std::uint64_t>(std::max(room, limit / 16) / columns, 1);
 }
 
 void AppendRows(Dat& table, std::span<const double> rows, std::size_t columns) {
   while (!rows.empty()) {
-    const std::size_t piece = columns * RowsPerPiece(rows.size() / columns, columns);
+    const std::size_t piece = std::min(columns * RowsPerPiece(columns), rows.size());
     table.Append_(rows.first(piece), columns);
     rows = rows.subspan(piece);
     KeepLimit();
@@ -284,7 +283,9 @@ int vexa_table_append_rows(vexa_table* table, const double* rows, size_t count, 
     object.Append_({}, columns);  // checks, even if there is no row
     const bool fitsMemory = columns == 0 || count <= SIZE_MAX / sizeof(double) / columns;
     REQUIRE(fitsMemory, count << " rows of " << columns << " columns exceed any memory");
-    AppendRows(object, Array(rows, count * columns, "rows"), columns);
+    if (columns > 0) {
+      AppendRows(object, Array(rows, count * columns, "rows"), columns);
+    }
   });
 }
 

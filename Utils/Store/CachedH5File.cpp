@@ -114,7 +114,7 @@ void CachedH5File::LetGo() {
   H5_File* const file = std::exchange(mpFile, nullptr);
   file->SetHandle(nullptr);
   const OnFailure close([file] { file->CloseSilently(); });
-  TheCachedH5FileHolder().CheckForEmergencyWriteCache();
+  TheCachedH5FileHolder().CheckForEmergencyWriteCache(false);
   file->CloseFile();
 }
 

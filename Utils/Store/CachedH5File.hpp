@@ -71,8 +71,8 @@ class CachedH5File {
   /// exception passes, the file is only closed, and nothing is reported: whoever catches the
   /// exception can go on with a new handle.
   ~CachedH5File();
-  /// Does what the destructor does, but throws what fails, which there would end the process. The
-  /// handle is of no use any more.
+  /// Does what the destructor does, but throws what fails, which there would end the process, and
+  /// does not warn of twice the limit. The handle is of no use any more.
   void LetGo();
 
   /// Returns the real path of the file.

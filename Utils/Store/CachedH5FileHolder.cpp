@@ -104,7 +104,7 @@ H5_File& CachedH5FileHolder::GetH5_File(const std::string& fullPath, H5AccessTyp
   return *ptr;
 }
 
-void CachedH5FileHolder::CheckForEmergencyWriteCache() {
+void CachedH5FileHolder::CheckForEmergencyWriteCache(bool warns) {
   const Vexa::InsideStore inside;
   CachedOutput::FlushIfRequested();
   const std::uint64_t total = H5_File::TotalCacheSize();
@@ -114,7 +114,7 @@ void CachedH5FileHolder::CheckForEmergencyWriteCache() {
   const Clock::time_point begin = Clock::now();
   std::vector<const H5_File*> tried;
   while (H5_File* const file = FullestFile(tried)) {
-    if (tried.empty() && ExceedsTwiceTheLimit(total)) {
+    if (warns && tried.empty() && ExceedsTwiceTheLimit(total)) {
       WarnOfTwiceTheLimit();
     }
     if (Relieve(*file)) {

@@ -51,7 +51,8 @@ class CachedH5FileHolder : public CachedOutputObject {
   /// What a file holds that another program has open waits, and the next one is written. Once more
   /// than twice the limit waits, a file that others only read is written nevertheless; one that
   /// another program writes to is waited for, and then is a failure.
-  void CheckForEmergencyWriteCache();
+  /// Without `warns`, nothing is said about twice the limit.
+  void CheckForEmergencyWriteCache(bool warns = true);
 
   /// Writes the caches of all files, but for those that are incomplete or that another program has
   /// open. When a parallel job aborts, the latter are waited for during half of the time that its
