@@ -30,6 +30,16 @@ function(vexa_own_c_code target)
   endif()
 endfunction()
 
+function(vexa_own_fortran_code target)
+  if(CMAKE_Fortran_COMPILER_ID STREQUAL GNU)
+    target_compile_options(${target} PRIVATE -std=f2008 -Wall -Wextra -pedantic
+                           -Wno-function-elimination)
+    if(VEXA_WARNINGS_AS_ERRORS)
+      target_compile_options(${target} PRIVATE -Werror)
+    endif()
+  endif()
+endfunction()
+
 # What Debian asks of its packages and more, for builds that optimise: the stack is watched, lengths
 # are checked where the compiler knows them, addresses are drawn by lot, and tables of functions are
 # read-only once a program runs.

@@ -1,0 +1,32 @@
+# cmake -DWRITERS="a;b" [-DSAME="x.h5,y.h5"] -DFOLDER=folder -P SameFiles.cmake
+#
+# Runs each writer with an empty folder of its own. Each must leave the same files there as the first,
+# byte for byte, and the files named by SAME must be the same, too.
+function(require_same one other)
+  execute_process(COMMAND ${CMAKE_COMMAND} -E compare_files ${one} ${other} RESULT_VARIABLE status)
+  if(NOT status EQUAL 0)
+    message(FATAL_ERROR "${one} and ${other} differ")
+  endif()
+endfunction()
+
+file(REMOVE_RECURSE ${FOLDER})
+set(number 0)
+foreach(writer IN LISTS WRITERS)
+  file(MAKE_DIRECTORY ${FOLDER}/${number})
+  execute_process(COMMAND ${writer} ${FOLDER}/${number} COMMAND_ERROR_IS_FATAL ANY)
+  file(GLOB files RELATIVE ${FOLDER}/${number} ${FOLDER}/${number}/*.h5)
+  if(number EQUAL 0)
+    set(expected ${files})
+  endif()
+  if(NOT files OR NOT files STREQUAL expected)
+    message(FATAL_ERROR "${writer} wrote '${files}', not '${expected}'")
+  endif()
+  foreach(file IN LISTS expected)
+    require_same(${FOLDER}/0/${file} ${FOLDER}/${number}/${file})
+  endforeach()
+  math(EXPR number "${number} + 1")
+endforeach()
+if(SAME)
+  string(REPLACE "," ";${FOLDER}/0/" same ${FOLDER}/0/${SAME})
+  require_same(${same})
+endif()
