@@ -1,7 +1,7 @@
 # What `cmake --install` puts in place beyond the programs and the libraries, which install
 # themselves: man pages and completions, the documents, the CMake package that find_package(Vexa)
 # loads, and the same for pkg-config. The component Runtime is for those who join files,
-# Development for those who write them, Parallel for those who do so under MPI.
+# Development for those who write them, Parallel for those who do so under MPI, Fortran for those who do so in Fortran.
 include(CMakePackageConfigHelpers)
 include(GNUInstallDirs)
 
@@ -13,7 +13,7 @@ foreach(program Kelmor KelmorInfo kelmor-run)
           COMPONENT Runtime)
 endforeach()
 install(FILES README.md CHANGELOG.md LICENSE DESTINATION ${VEXA_DOCDIR} COMPONENT Runtime)
-install(FILES docs/cluster.md docs/design.md docs/file-format.md docs/install.md docs/json.md
+install(FILES docs/c.md docs/cluster.md docs/design.md docs/file-format.md docs/install.md docs/json.md
               docs/kelmor.schema.json docs/library.md docs/plan.svg docs/python.md
         DESTINATION ${VEXA_DOCDIR}/docs COMPONENT Runtime)
 # For `module load kelmor`, after `module use <prefix>/share/modulefiles`.

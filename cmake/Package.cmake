@@ -1,6 +1,7 @@
 # `cpack` makes the Debian packages: kelmor with the programs, their man pages, completions, samples and
-# documents, libvexa-dev with what a simulation needs to write such files, libvexa0 with the shared library
-# if there is one, and libvexa-mpi-dev with what a simulation needs besides under MPI, if that was found. `cpack -G TGZ` makes one archive of it all.
+# documents, libvexa-dev with what a simulation needs to write such files, libvexa0 with the shared
+# library if there is one, libvexa-mpi-dev with what a simulation needs besides under MPI, if that was
+# found, and libvexa-fortran-dev with what it needs in Fortran. `cpack -G TGZ` makes one archive of it all.
 # scripts/package builds for that; any other build can be packed as well.
 set(VEXA_PACKAGE_CONTACT "Vexa maintainers <maintainers@vexa.invalid>" CACHE STRING
     "Who looks after the packages")
@@ -78,5 +79,15 @@ Vexa keeps tables, sets of coefficients, tensor series, texts and version
 records in HDF5 files, which Kelmor joins. This package has the library
 through which the processes of an MPI job write what they hold when one of
 them fails.")
+
+set(CPACK_DEBIAN_FORTRAN_PACKAGE_NAME libvexa-fortran-dev)
+set(CPACK_DEBIAN_FORTRAN_PACKAGE_SECTION libdevel)
+# A module file is read by the compiler that wrote it, and by few of its other versions.
+set(CPACK_DEBIAN_FORTRAN_PACKAGE_DEPENDS "libvexa-dev (= ${PROJECT_VERSION}), gfortran")
+set(CPACK_COMPONENT_FORTRAN_DESCRIPTION
+"store through which simulations write HDF5 files, for Fortran
+Vexa keeps tables, sets of coefficients, tensor series, texts and version
+records in HDF5 files, which Kelmor joins. This package has the module
+through which programs in Fortran 2008 write them.")
 
 include(CPack)

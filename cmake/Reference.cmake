@@ -1,6 +1,6 @@
 # The reference of the library, made by Doxygen where it is at hand from the installed headers and the
 # pages for programmers. The headers are the manual: cmake/Doxyfile.in adds nothing to them.
-install(FILES docs/library.md docs/design.md docs/file-format.md docs/python.md
+install(FILES docs/library.md docs/c.md docs/design.md docs/file-format.md docs/python.md
         DESTINATION ${VEXA_LIBRARY_DOCDIR} COMPONENT Development)
 
 find_program(VEXA_DOXYGEN doxygen)
