@@ -1,6 +1,6 @@
-// What a row costs through the library for C beyond what it costs in C++, and how fast many rows are
-// taken in one call. Prints the medians of ten rounds: nanoseconds per row of ten columns in C++ and in
-// C, then GB/s of memcpy() and of 10^6 rows in one call.
+// What a row costs through the library for C beyond what it costs in C++, and how fast many rows
+// are taken in one call. Prints the medians of ten rounds: nanoseconds per row of ten columns in
+// C++ and in C, then GB/s of memcpy() and of 10^6 rows in one call.
 //
 //   AppendsC folder
 #include <algorithm>
@@ -84,8 +84,8 @@ int main(int argc, char** argv) {
     });
     TheCachedH5FileHolder().WriteCache();
     memory[round] = Seconds([&] { std::memcpy(copy.data(), rows.data(), 8 * rows.size()); });
-    many[round] = Seconds(
-        [&] { Check(vexa_table_append_rows(table, rows.data(), sManyRows, sColumns)); });
+    many[round] =
+        Seconds([&] { Check(vexa_table_append_rows(table, rows.data(), sManyRows, sColumns)); });
     Check(vexa_flush(file));
   }
   const double bytes = 8e-9 * static_cast<double>(rows.size());

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <malloc.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -10,6 +11,7 @@
 #include <cstdio>
 #include <fstream>
 #include <map>
+#include <memory>
 #include <sstream>
 
 #include "Utils/Process/Files.hpp"
@@ -130,6 +132,14 @@ std::uint64_t Vexa::MemoryLeft() {
     }
   }
   return left;
+}
+
+void Vexa::AskForLargePages(void* memory, std::size_t bytes) noexcept {
+  constexpr std::size_t sLargePage = std::size_t{1} << 21;
+  void* begin = memory;
+  if (std::align(sLargePage, sLargePage, begin, bytes) != nullptr) {
+    madvise(begin, bytes / sLargePage * sLargePage, MADV_HUGEPAGE);
+  }
 }
 
 void Vexa::KeepFreedMemory() {

@@ -1,6 +1,7 @@
 // How much memory the process and the machine use. All sizes are in bytes.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -35,6 +36,10 @@ std::uint64_t MemoryLeft();
 /// of giving it back to the system at once. For programs that go through large buffers one after
 /// the other: fresh pages cost more than what is done with them.
 void KeepFreedMemory();
+
+/// Asks the system for large pages in fresh memory that will be filled at once: to be given a page
+/// of 4 KiB costs more than to fill it. Nothing happens where there are none.
+void AskForLargePages(void* memory, std::size_t bytes) noexcept;
 
 }  // namespace Vexa
 

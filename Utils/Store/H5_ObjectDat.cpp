@@ -7,6 +7,7 @@
 #include "Utils/ErrorHandling/OnFailure.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/HDF5/H5_Utils.hpp"
+#include "Utils/Process/Memory.hpp"
 #include "Utils/Store/InsideStore.hpp"
 #include "Utils/Tables/ReadableRows.hpp"
 
@@ -15,6 +16,8 @@ template struct Factory::Register<H5_Objects::Dat>;
 namespace H5_Objects {
 
 namespace {
+
+constexpr std::size_t sManyValues = std::size_t{1} << 20;  // in one call, which fill large pages
 
 std::uint64_t Characters(const MyVector<std::string>& strings) {
   std::uint64_t characters = 0;
@@ -138,6 +141,10 @@ void Dat::Append(const MyVector<double>& data) {
             "data being appended inconsistent with Extents\n"
                 << "Name=" << mName << ", Extents=" << mExtents << ", data.Size()=" << data.Size());
   }
+  if (!mCachedData.empty()) {
+    REQUIRE(mNumberOfColumnsPerRow==data.size(),
+            "data being appended must be consistent with previously appended data");
+  }
   Append_(std::span(data.data(), data.size()), data.size());
 }
 
@@ -146,9 +153,12 @@ void Dat::Append_(std::span<const double> rows, std::uint64_t columns) {
   REQUIRE(!AreAttributesKnown() || mExtents[1]==columns,
           "A row of " << columns << " columns was to be appended to a table of " << mExtents[1]
                       << "\nName=" << mName);
-  if (!mCachedData.empty()) {
-    REQUIRE(mNumberOfColumnsPerRow==columns,
-            "data being appended must be consistent with previously appended data");
+  if (const std::size_t needed = mCachedData.size() + rows.size();
+      needed > mCachedData.capacity() && rows.size() >= sManyValues) {
+    // Room for a large page more, so that the end is in one, too.
+    mCachedData.reserve(std::max(needed, 2 * mCachedData.capacity()) + sManyValues / 4);
+    double* const fresh = mCachedData.data() + mCachedData.size();
+    Vexa::AskForLargePages(fresh, sizeof(double) * (mCachedData.capacity() - mCachedData.size()));
   }
   mCachedData.insert(mCachedData.end(), rows.begin(), rows.end());
   mNumberOfColumnsPerRow = columns;
