@@ -58,17 +58,23 @@ int KeepException() {
   }
 }
 
+template <class Work>
+bool Reported(const Work& work) {
+  try {
+    work();
+    return true;
+  } catch (...) {
+    Vexa::C::KeepReport();
+    MyErr << "At the end of the process: " << vexa_last_error() << '\n';
+    return false;
+  }
+}
+
+// What failed is not tried again by anybody: the files of the program's own come after this.
 void WriteAtEnd() {
   sHasEnded = true;
-  // What failed is not tried again, so that the second time clears away what is left.
-  for (int attempt = 0; attempt < 2; ++attempt) {
-    try {
-      TheCachedH5FileHolder().PurgeCache();
-      return;
-    } catch (...) {
-      Vexa::C::KeepReport();
-      MyErr << "At the end of the process: " << vexa_last_error() << '\n';
-    }
+  if (!Reported([] { TheCachedH5FileHolder().PurgeCache(); })) {
+    Reported([] { TheCachedH5FileHolder().GiveUp(); });
   }
 }
 

@@ -12,9 +12,11 @@
  * Memory and files. What is appended waits in memory until vexa_flush(), vexa_close() or the end of
  * the process (exit(), or the return of main) writes it, or until what waits in all files together
  * exceeds the cache limit, which the append that exceeds it puts right by writing. Between calls no
- * file is open. Where another program has a file open, its rows wait until it is closed, and
- * vexa_waiting() counts them. A file that cannot be written at the end of the process is reported on
- * standard error; who needs a status calls vexa_flush_all() before that.
+ * file is open. Where another program has a file open, or this one by calls of HDF5 of its own, the
+ * rows wait until it is closed, and vexa_waiting() counts them. A file that cannot be written at the
+ * end of the process is reported on standard error and given up; who needs a status calls
+ * vexa_flush_all() before that. Room that many rows at once have filled, up to 128 MiB, is kept for
+ * the next ones.
  *
  * Ownership. vexa_close() frees a file's handle and those of all objects that were opened through
  * it; nothing else is to be freed. Arrays and texts that are passed in are copied. A file may be

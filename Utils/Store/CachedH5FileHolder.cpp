@@ -264,6 +264,16 @@ void CachedH5FileHolder::PurgeCache() {
   mFiles.clear();
 }
 
+void CachedH5FileHolder::GiveUp() {
+  const Vexa::InsideStore inside;
+  for (auto [path, file] : mFiles) {
+    SayWhatIsLost(file);
+    file.CloseSilently();
+    file.Root()->DropCache();
+  }
+  mFiles.clear();
+}
+
 // Writes and closes the files that can be written at once, then those that others have open. The
 // first failure is thrown when all had their turn.
 void CachedH5FileHolder::WriteAtLast(bool includesIncomplete) {

@@ -73,6 +73,8 @@ class CachedH5FileHolder : public CachedOutputObject {
   /// Writes everything, closes and forgets all files. Handles that are alive are of no use any
   /// more.
   void PurgeCache();
+  /// Closes and forgets all files without writing what they still hold, and says what is lost.
+  void GiveUp();
 
   /// Returns one record per write that the holder started: {files written, objects that held data,
   /// time steps, bytes, bytes that stay held in other files}.

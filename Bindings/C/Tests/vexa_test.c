@@ -1,11 +1,13 @@
 /* A program in C that uses the library as programs in C may: one process per case, in a folder of its
  * own. What is in the files is looked at by plain HDF5, after the process that wrote has ended. */
-#define _POSIX_C_SOURCE 200809L
+#define _DEFAULT_SOURCE
+#include <fcntl.h>
 #include <hdf5.h>
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -199,11 +201,17 @@ static void test_failures(void) {
   CHECK(vexa_table_append_rows(open_table("full.h5", &full), many, 4000, 2) == VEXA_OK);
   leave_open("own.h5");
   append(table, 1);
-  exit(0); /* while full.h5 cannot be written still */
+  append(open_table("locked.h5", &copy), 1);
+  CHECK(vexa_flush(copy) == VEXA_OK);
+  append(open_table("locked.h5", &copy), 1);
+  CHECK(flock(open("locked.h5", O_RDONLY), LOCK_EX) == 0);
+  CHECK(vexa_set_lock_patience(0.1) == VEXA_OK);
+  exit(0); /* while these two cannot be written still */
 }
 
 static void verify_failures(void) {
   CHECK(rows_in_file("a.h5", "/Run.dir/x.dat") == 3);
+  CHECK(rows_in_file("locked.h5", "/Run.dir/x.dat") == 1);
   check_left_open("own.h5");
 }
 
