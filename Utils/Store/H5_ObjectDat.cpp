@@ -18,6 +18,27 @@ namespace H5_Objects {
 namespace {
 
 constexpr std::size_t sManyValues = std::size_t{1} << 20;  // in one call, which fill large pages
+constexpr std::size_t sMostSpare = std::size_t{1} << 24;   // values
+
+// Room that a table with many values gave up: to fill it again takes less than to be given other.
+// It is never destroyed, since the last tables are written when the process ends.
+std::vector<double>& Spare() {
+  static auto& spare = *new std::vector<double>;
+  return spare;
+}
+
+// Makes room for so many values in all, which are about to be filled.
+void MakeRoom(std::vector<double>& values, std::size_t needed) {
+  if (Spare().capacity() >= needed) {
+    Spare().assign(values.begin(), values.end());
+    values = std::exchange(Spare(), {});
+    return;
+  }
+  // A large page more, so that the end is in one, too.
+  values.reserve(std::max(needed, 2 * values.capacity()) + sManyValues / 4);
+  double* const fresh = values.data() + values.size();
+  Vexa::AskForLargePages(fresh, sizeof(double) * (values.capacity() - values.size()));
+}
 
 std::uint64_t Characters(const MyVector<std::string>& strings) {
   std::uint64_t characters = 0;
@@ -155,10 +176,7 @@ void Dat::Append_(std::span<const double> rows, std::uint64_t columns) {
                       << "\nName=" << mName);
   if (const std::size_t needed = mCachedData.size() + rows.size();
       needed > mCachedData.capacity() && rows.size() >= sManyValues) {
-    // Room for a large page more, so that the end is in one, too.
-    mCachedData.reserve(std::max(needed, 2 * mCachedData.capacity()) + sManyValues / 4);
-    double* const fresh = mCachedData.data() + mCachedData.size();
-    Vexa::AskForLargePages(fresh, sizeof(double) * (mCachedData.capacity() - mCachedData.size()));
+    MakeRoom(mCachedData, needed);
   }
   mCachedData.insert(mCachedData.end(), rows.begin(), rows.end());
   mNumberOfColumnsPerRow = columns;
@@ -185,6 +203,11 @@ void Dat::WriteCache() {
 }
 
 void Dat::DropCache() {
+  const std::size_t room = mCachedData.capacity();
+  if (room >= sManyValues && room <= sMostSpare && room > Spare().capacity()) {
+    mCachedData.swap(Spare());
+    Spare().clear();
+  }
   std::vector<double>().swap(mCachedData);
   mNumberOfColumnsPerRow = 1;
   mLegendCharacters = 0;  // or a table that cannot be created would wait for ever
