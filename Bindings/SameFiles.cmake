@@ -1,6 +1,6 @@
 # cmake -DWRITERS="a;b" [-DSAME="x.h5,y.h5"] -DFOLDER=folder -P SameFiles.cmake
 #
-# Runs each writer with an empty folder of its own. Each must leave the same files there as the first,
+# Runs each writer, whose words are joined by "|", with an empty folder of its own. Each must leave the same files there as the first,
 # byte for byte, and the files named by SAME must be the same, too.
 function(require_same one other)
   execute_process(COMMAND ${CMAKE_COMMAND} -E compare_files ${one} ${other} RESULT_VARIABLE status)
@@ -13,6 +13,7 @@ file(REMOVE_RECURSE ${FOLDER})
 set(number 0)
 foreach(writer IN LISTS WRITERS)
   file(MAKE_DIRECTORY ${FOLDER}/${number})
+  string(REPLACE "|" ";" writer "${writer}")
   execute_process(COMMAND ${writer} ${FOLDER}/${number} COMMAND_ERROR_IS_FATAL ANY)
   file(GLOB files RELATIVE ${FOLDER}/${number} ${FOLDER}/${number}/*.h5)
   if(number EQUAL 0)

@@ -1,0 +1,352 @@
+"""Files that a simulation writes."""
+
+from __future__ import annotations
+
+import ctypes
+import os
+import struct
+import weakref
+from typing import Any, ClassVar, Iterable, Sequence, TypeVar
+
+import numpy as np
+from numpy.typing import ArrayLike
+
+from . import _library
+from ._errors import Error
+from ._library import History, call, lock, number, text, whole
+from ._tensors import components_of
+
+_FLOAT64 = np.dtype(np.float64)
+_Kind = TypeVar("_Kind", bound="_Object")
+
+
+def _doubles(values: ArrayLike) -> np.ndarray:
+    """An array of doubles in C order: the one that is given, if it is such a one."""
+    if np.ma.is_masked(values):
+        raise Error("Masked values cannot be written; NaN can")
+    try:
+        array = np.asarray(values)
+    except ValueError as error:
+        raise Error(f"What is appended is no array: {error}") from None
+    if array.size == 0 and array.dtype == object:
+        array = array.astype(np.float64)
+    if not np.can_cast(array.dtype, _FLOAT64, "same_kind"):
+        raise Error(f"Numbers are expected, not values of the type {array.dtype}")
+    return np.require(array, _FLOAT64, "CA")
+
+
+def _pointers(texts: Sequence[str]) -> Any:
+    return (ctypes.c_char_p * len(texts))(*map(text, texts))
+
+
+class _Object:
+    """An object in a file that is written. Its length is what the file has and what waits."""
+
+    _KIND: ClassVar[str]
+
+    def __init__(self, file: File, name: str, *arguments: Any) -> None:
+        self.name = name
+        self._file = file
+        handle = ctypes.c_void_p()
+        call(f"{self._KIND}_open", file._opened(), text(name), *arguments, ctypes.byref(handle))
+        self._handle: int | None = handle.value
+
+    def _call(self, name: str, *arguments: Any) -> None:
+        call(name, self._opened(), *arguments)
+
+    def _opened(self) -> int:
+        if self._handle is None:
+            raise self._closed()
+        return self._handle
+
+    def _closed(self) -> Error:
+        return Error(f"'{self.name}' belongs to '{self._file.path}', which is closed")
+
+    def __len__(self) -> int:
+        return number(f"{self._KIND}_size", self._opened())
+
+
+class Table(_Object):
+    """A table: a named column per quantity, the first of them the time."""
+
+    _KIND = "table"
+
+    def __init__(self, file: File, name: str, legend: Sequence[str], compress: bool,
+                 chunk_rows: int) -> None:
+        self._legend = list(legend)
+        super().__init__(file, name, _pointers(self._legend), len(self._legend), compress, chunk_rows)
+        self._append_row = _library.function("table_append")
+        self._columns = self.shape[1]
+        row = (ctypes.c_double * self._columns)()
+        self._address = ctypes.addressof(row)
+        self._row = memoryview(row).cast("B").cast("d")
+        self._pack = struct.Struct(f"{self._columns}d").pack_into
+
+    def append(self, rows: ArrayLike) -> None:
+        """Appends a row, or many: an array of rows and columns, or a frame with the same columns.
+
+        Many rows in a C-contiguous array of float64 are taken as they lie in memory.
+        """
+        with lock:
+            if self._handle is None:
+                raise self._closed()
+            if not self._fills_row(rows):
+                self._append_rows(rows)
+            elif self._append_row(self._handle, self._address, self._columns) != 0:
+                raise _library.last_report()
+
+    def _fills_row(self, rows: Any) -> bool:
+        """Copies a row of one of the usual types, which to look at closely would take longer."""
+        try:
+            if type(rows) is np.ndarray and rows.ndim == 1:
+                self._row[:] = rows
+                return True
+            if type(rows) is list or type(rows) is tuple:
+                self._pack(self._row, 0, *rows)
+                return True
+        except (TypeError, ValueError, struct.error):
+            pass
+        return False
+
+    def _append_rows(self, rows: Any) -> None:
+        self._require_columns(rows)
+        array = _doubles(rows)
+        if array.ndim not in (1, 2):
+            raise Error(f"'{self.name}': rows have one dimension or two, not {array.ndim}")
+        shape = array.shape if array.ndim == 2 else (1, len(array))
+        self._call("table_append_rows", array.ctypes.data, *shape)
+
+    def _require_columns(self, rows: Any) -> None:
+        columns = getattr(rows, "columns", None)
+        if columns is not None and self._legend and list(columns) != self._legend:
+            raise Error(f"'{self.name}' has the columns {self._legend}, not {list(columns)}")
+
+    @property
+    def shape(self) -> tuple[int, int]:
+        columns = ctypes.c_uint64()
+        rows = ctypes.c_uint64()
+        self._call("table_size", ctypes.byref(rows), ctypes.byref(columns))
+        return rows.value, columns.value
+
+    def __len__(self) -> int:
+        return self.shape[0]
+
+
+class Coefs(_Object):
+    """A series of coefficients: a time and any number of values in each step."""
+
+    _KIND = "coefs"
+
+    def append(self, time: ArrayLike, values: Any) -> None:
+        """Appends a step, or many: an array of times, and values for each of them."""
+        times = _doubles(time)
+        if times.ndim == 0:
+            one = _doubles(values)
+            if one.ndim != 1:
+                raise Error(f"'{self.name}': the values of a step have one dimension, not {one.ndim}")
+            self._call("coefs_append", float(times), one.ctypes.data, one.size)
+            return
+        steps = [_doubles(step) for step in values]
+        if times.ndim != 1 or len(times) != len(steps) or any(step.ndim != 1 for step in steps):
+            raise Error(f"'{self.name}': many steps are an array of times and as many arrays of values")
+        counts = np.array([len(step) for step in steps], dtype=np.uintp)
+        flat = np.concatenate(steps) if steps else np.empty(0)
+        self._call("coefs_append_steps", len(times), times.ctypes.data, counts.ctypes.data,
+                   flat.ctypes.data)
+
+
+class Tensors(_Object):
+    """A series of tensors, whose components are values on a mesh."""
+
+    _KIND = "tensors"
+
+    def __init__(self, file: File, name: str, time_name: str, values_name: str, dim: int,
+                 symmetry: str, mesh_dim: int, *form: int) -> None:
+        self._mesh_dim = mesh_dim
+        super().__init__(file, name, text(time_name), text(values_name), dim, text(symmetry), mesh_dim,
+                         *form)
+        #: The lists of indices that the independent components have, in their order.
+        self.components = components_of(dim, symmetry)
+
+    def append(self, time: ArrayLike, values: ArrayLike) -> None:
+        """Appends the step values[component, i, j, ...], or values[i, j, ...] of a scalar.
+
+        Many steps are an array of times, and values with one more axis in front. Values whose mesh
+        lies in memory with the first index varying fastest are not copied.
+        """
+        times = _doubles(time)
+        array = np.asarray(values)
+        axes = times.ndim + self._mesh_dim
+        if array.ndim == axes and len(self.components) == 1:
+            array = np.expand_dims(array, times.ndim)
+        if times.ndim > 1 or array.ndim != axes + 1:
+            raise Error(f"'{self.name}': values of {axes + 1} dimensions are expected, not {array.ndim}")
+        expected = times.shape + (len(self.components),)
+        if array.shape[:times.ndim + 1] != expected:
+            raise Error(f"'{self.name}': values begin with the axes {expected}, not {array.shape}")
+        first = times.ndim + 1
+        in_file = _doubles(array.transpose(*range(first), *range(array.ndim - 1, first - 1, -1)))
+        extents = (ctypes.c_int * self._mesh_dim)(*(whole(size, 31) for size in array.shape[first:]))
+        self._call("tensors_append_steps", times.size, times.ctypes.data, extents, in_file.ctypes.data)
+
+
+class Text(_Object):
+    """A text."""
+
+    _KIND = "text"
+
+    def append(self, characters: str | bytes) -> None:
+        encoded = text(characters)
+        self._call("text_append", encoded, len(encoded))
+
+
+class File:
+    """A file that is written, or written on. What is appended to it waits in memory.
+
+    It is written by flush(), close() and the end of the process, and by the append that exceeds the
+    cache limit. A new file gets the history, if there is one, as its version record. Between calls
+    the file is not open; while others have it open, with h5py in this process or in another one,
+    its rows wait.
+
+    >>> with File("first.h5", history=[("3f2a91c", "First format.")]) as file:
+    ...     energy = file.table("Run.dir/energy.dat", ["time", "kinetic", "total"])
+    ...     energy.append([0.0, 0.5, 1.0])
+    ...     energy.append(np.array([[0.1, 0.4, 1.0], [0.2, 0.3, 1.0]]))
+    ...     file.append("Run.dir/log.txt", "did 3 steps\\n")
+    ...     len(energy), file.waiting > 0
+    (3, True)
+    """
+
+    def __init__(self, path: str | os.PathLike[str], history: History = ()) -> None:
+        self._objects: weakref.WeakSet[_Object] = weakref.WeakSet()
+        self._named: dict[str, Any] = {}  # to which append() goes
+        self.path = os.fspath(path)
+        handle = ctypes.c_void_p()
+        call("open", text(os.fsencode(self.path)), *_library.versions(history), ctypes.byref(handle))
+        self._handle: int | None = handle.value
+        self._closing = weakref.finalize(self, call, "close", handle.value)
+
+    def _opened(self) -> int:
+        if self._handle is None:
+            raise Error(f"'{self.path}' is closed")
+        return self._handle
+
+    def _keep(self, made: _Kind) -> _Kind:
+        self._objects.add(made)
+        return made
+
+    def table(self, name: str, legend: Iterable[str] = (), *, compress: bool = True,
+              chunk_rows: int = 1024) -> Table:
+        """Opens a table. One that does not exist yet needs a legend, the names of its columns."""
+        return self._keep(Table(self, name, list(legend), bool(compress), whole(chunk_rows)))
+
+    def coefs(self, name: str, *, time_name: str = "time", values_name: str = "coefficients",
+              compress: bool = True, index_chunk_rows: int = 1024,
+              values_chunk_rows: int = 4096) -> Coefs:
+        """Opens a series of coefficients."""
+        return self._keep(Coefs(self, name, text(time_name), text(values_name), bool(compress),
+                                whole(index_chunk_rows), whole(values_chunk_rows)))
+
+    def tensors(self, name: str, dim: int, symmetry: str, mesh_dim: int, *, time_name: str = "time",
+                values_name: str = "values", compress: bool = True, index_chunk_rows: int = 64,
+                values_chunk_rows: int = 16384) -> Tensors:
+        """Opens a series of tensors, whose indices are less than `dim`.
+
+        The symmetry has a character per index, and indices with the same one may be exchanged: "11"
+        is a symmetric matrix, "12" any matrix, "" a scalar.
+        """
+        return self._keep(Tensors(self, name, time_name, values_name, whole(dim, 31), symmetry,
+                                  whole(mesh_dim, 31), bool(compress), whole(index_chunk_rows),
+                                  whole(values_chunk_rows)))
+
+    def text(self, name: str) -> Text:
+        """Opens a text."""
+        return self._keep(Text(self, name))
+
+    def version(self, name: str, history: History) -> None:
+        """Writes a version record besides that of the file; fails if it exists."""
+        call("version_create", self._opened(), text(name), *_library.versions(history))
+
+    def version_size(self, name: str) -> int:
+        """The number of entries of a version record."""
+        return number("version_size", self._opened(), text(name))
+
+    def append(self, name: str, *data: Any, **form: Any) -> None:
+        """Appends to the object of that name, whose end says what it is, as its append() does.
+
+        What it takes to open the object is given along the first time: the legend of a new table
+        (unless a frame has it), dim, symmetry and mesh_dim of tensors.
+        """
+        openers = {".dat": self.table, ".coef": self.coefs, ".tdm": self.tensors, ".txt": self.text}
+        ending = os.path.splitext(name)[1]
+        if ending == ".ver":
+            self.version(name, *data)
+            return
+        if ending not in openers:
+            raise Error(f"The end of the name '{name}' is none of {', '.join(openers)} and .ver")
+        if form or name not in self._named:
+            if ending == ".dat" and data and hasattr(data[0], "columns"):
+                form.setdefault("legend", data[0].columns)
+            self._named[name] = openers[ending](name, **form)
+        self._named[name].append(*data)
+
+    def flush(self) -> None:
+        """Writes what waits, unless others have the file open: then `waiting` stays above 0."""
+        call("flush", self._opened())
+
+    @property
+    def waiting(self) -> int:
+        """The bytes that wait to be written."""
+        return number("waiting", self._opened())
+
+    def close(self) -> None:
+        """Flushes and frees the file; its objects can be used no more."""
+        self._handle = None
+        for made in self._objects:
+            made._handle = None
+        self._closing()
+
+    def __enter__(self) -> File:
+        return self
+
+    def __exit__(self, *_: object) -> None:
+        self.close()
+
+
+def flush_all() -> None:
+    """Writes what waits in all files."""
+    call("flush_all")
+
+
+def waiting() -> int:
+    """The bytes that wait in all files."""
+    return number("waiting", None)
+
+
+def cache_limit() -> int:
+    """How many bytes may wait in all files together.
+
+    >>> set_cache_limit(50_000_000)
+    >>> cache_limit()
+    50000000
+    """
+    return number("get_cache_limit")
+
+
+def set_cache_limit(limit: int) -> None:
+    call("set_cache_limit", whole(limit))
+
+
+def set_lock_patience(seconds: float) -> None:
+    """Sets how long a file is waited for that others have open and that must be written."""
+    call("set_lock_patience", seconds)
+
+
+def install_handlers() -> None:
+    """Installs the handlers of signals that programs of C++ have."""
+    call("install_handlers")
+
+
+def library_version() -> str:
+    """The version of the library that writes."""
+    return _library.function("library_version")().decode()
