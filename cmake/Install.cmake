@@ -1,7 +1,8 @@
 # What `cmake --install` puts in place beyond the programs and the libraries, which install
 # themselves: man pages and completions, the documents, the CMake package that find_package(Vexa)
 # loads, and the same for pkg-config. The component Runtime is for those who join files,
-# Development for those who write them, Parallel for those who do so under MPI, Fortran for those who do so in Fortran.
+# Development for those who write them, Parallel for those who do so under MPI, Fortran for those who do
+# so in Fortran, Python for those who do either in Python.
 include(CMakePackageConfigHelpers)
 include(GNUInstallDirs)
 

@@ -1,7 +1,8 @@
 # `cpack` makes the Debian packages: kelmor with the programs, their man pages, completions, samples and
 # documents, libvexa-dev with what a simulation needs to write such files, libvexa0 with the shared
 # library if there is one, libvexa-mpi-dev with what a simulation needs besides under MPI, if that was
-# found, and libvexa-fortran-dev with what it needs in Fortran. `cpack -G TGZ` makes one archive of it all.
+# found, libvexa-fortran-dev with what it needs in Fortran, and python3-vexa with all that Python needs.
+# `cpack -G TGZ` makes one archive of it all.
 # scripts/package builds for that; any other build can be packed as well.
 set(VEXA_PACKAGE_CONTACT "Vexa maintainers <maintainers@vexa.invalid>" CACHE STRING
     "Who looks after the packages")
@@ -12,7 +13,8 @@ set(CPACK_PACKAGE_NAME kelmor)
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")
 set(CPACK_PACKAGE_CONTACT ${VEXA_PACKAGE_CONTACT})
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
-set(CPACK_COMPONENTS_ALL Runtime Development ${VEXA_OPTIONAL_LIBRARIES})
+get_property(packaged GLOBAL PROPERTY VEXA_PACKAGED)
+set(CPACK_COMPONENTS_ALL Runtime Development ${VEXA_OPTIONAL_LIBRARIES} ${packaged})
 if(BUILD_SHARED_LIBS)
   list(APPEND CPACK_COMPONENTS_ALL Shared)
 endif()
@@ -89,5 +91,17 @@ set(CPACK_COMPONENT_FORTRAN_DESCRIPTION
 Vexa keeps tables, sets of coefficients, tensor series, texts and version
 records in HDF5 files, which Kelmor joins. This package has the module
 through which programs in Fortran 2008 write them.")
+
+set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-vexa)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "python3:any, python3-h5py, python3-numpy")
+set(CPACK_DEBIAN_PYTHON_PACKAGE_RECOMMENDS "kelmor, python3-pandas, python3-xarray")
+set(CPACK_COMPONENT_PYTHON_DESCRIPTION
+"files of simulations for Python: written, and read across segments
+Vexa keeps tables, sets of coefficients, tensor series, texts and version
+records in HDF5 files, which Kelmor joins. This package writes them from
+NumPy's arrays, and reads them as frames and arrays, of one file or of all
+segments of a run as if they were joined.")
 
 include(CPack)

@@ -17,6 +17,7 @@ root = work / "root"
 hasMpi = (build / "Utils/Parallel").exists()
 hasShared = (build / "libvexa.so").exists()
 hasFortran = (build / "Bindings/Fortran").exists()
+hasPython = (build / "Bindings/Python").exists()
 
 
 def run(*command, **options):
@@ -46,7 +47,8 @@ class TestPackage(unittest.TestCase):
     def test_holds_programs_here_and_headers_there(self):
         self.assertEqual(sorted(self.packages),
                          ["kelmor", "libvexa-dev", *["libvexa-fortran-dev"] * hasFortran,
-                          *["libvexa-mpi-dev"] * hasMpi, *["libvexa0"] * hasShared])
+                          *["libvexa-mpi-dev"] * hasMpi, *["libvexa0"] * hasShared,
+                          *["python3-vexa"] * hasPython])
         for name, package in self.packages.items():
             headers = set()
             for line in run("dpkg-deb", "-c", package).splitlines():
@@ -189,6 +191,22 @@ class TestPackage(unittest.TestCase):
             run("cmake", "--build", folder)
             self.use(folder, "Consumer", "OldConsumer", *["SharedConsumer"] * hasShared)
         self.assertEqual((work / "cmake-OFF/ParallelConsumer").exists(), hasMpi)
+
+    @unittest.skipUnless(hasPython, "the package for Python is not built")
+    def test_serves_python(self):
+        folder = work / "python"
+        folder.mkdir()
+        environment = dict(os.environ, PYTHONPATH=str(root / "usr/lib/python3/dist-packages"), PYTHONDONTWRITEBYTECODE="1")
+        if subprocess.run(["/usr/bin/python3", "-c", "import h5py, numpy"], check=False).returncode != 0:
+            self.skipTest("/usr/bin/python3 has no h5py, which the package depends on")
+        run("/usr/bin/python3", root / "usr/share/doc/libvexa-dev/examples/write_segments.py", folder, env=environment)
+        self.assertEqual(len(list(folder.glob("*.h5"))), 3)
+        found = run("/usr/bin/python3", "-c", "from importlib.metadata import entry_points as points, version; "
+                    "print(version('vexa'), *(point.value for point in points(group='xarray.backends')))", env=environment)
+        self.assertEqual(found.split()[0], field(self.packages["python3-vexa"], "Version"))
+        self.assertIn("vexa.xarray_backend:VexaBackendEntrypoint", found)
+        symbols = run("nm", "-D", "--defined-only", root / "usr/lib/python3/dist-packages/vexa/libvexa_c.so")
+        self.assertEqual({line.split()[2].partition("_")[0] for line in symbols.splitlines()}, {"vexa"})
 
     def test_serves_pkg_config(self):
         folder = work / "pkg-config"
