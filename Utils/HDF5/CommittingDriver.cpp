@@ -1,9 +1,5 @@
 #include "Utils/HDF5/CommittingDriver.hpp"
 
-#if H5_VERSION_GE(1, 14, 0)
-#include <H5FDdevelop.h>
-#endif
-
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -15,11 +11,9 @@
 #include <utility>
 #include <vector>
 
-#include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/HDF5/FilePieces.hpp"
-#include "Utils/HDF5/Handle.hpp"
-#include "Utils/HDF5/Library.hpp"
 #include "Utils/HDF5/LittleEndian.hpp"
+#include "Utils/HDF5/StackedDriver.hpp"
 
 using namespace Vexa_H5;
 
@@ -76,17 +70,37 @@ void ClearWriteMark(FilePieces::Bytes& beginning) {
   }
 }
 
-// A file as this driver knows it. Below is the file of the library's own driver, whose functions
-// are called past the library's interface: that would clear the stack of errors and print it twice.
-class File : public H5FD_t {
+// A file as this driver knows it.
+class CommittingFile : public StackedFile {
  public:
-  explicit File(H5FD_t* below) : H5FD_t{}, mpBelow(below), mEnd(FileEnd()), mCommittedEnd(mEnd) {}
+  static constexpr const char* sName = "committing";
+  [[maybe_unused]] static constexpr int sValue = 77;  // since HDF5 1.14
 
-  H5FD_t* Below() const { return mpBelow; }
+  explicit CommittingFile(H5FD_t* below)
+      : StackedFile(below), mEnd(FileEnd()), mCommittedEnd(mEnd) {}
+
+  static H5FD_t* Open(const char* name, unsigned flags, hid_t, haddr_t maxAddress) {
+    // The library truncates a file before it asks for its lock. Only an empty file is made a new
+    // one here; that it is empty still is seen when something is written to it.
+    const bool mustBeEmpty = (flags & H5F_ACC_TRUNC) != 0;
+    const unsigned harmless = flags & ~(H5F_ACC_TRUNC | H5F_ACC_CREAT);
+    H5FD_t* const below = OpenPosixFile(name, mustBeEmpty ? harmless : flags, maxAddress);
+    if (below == nullptr) {
+      return nullptr;
+    }
+    const bool isEmpty = below->cls->get_eof(below, H5FD_MEM_DEFAULT) == 0;
+    H5FD_t* const file =
+        mustBeEmpty && !isEmpty ? nullptr : new (std::nothrow) CommittingFile(below);
+    if (file == nullptr) {
+      H5FDclose(below);
+    }
+    return file;
+  }
+
   haddr_t End(H5FD_mem_t) { return mEnd; }
 
   herr_t Read(H5FD_mem_t type, hid_t dxpl_id, haddr_t address, std::size_t size, void* buffer) {
-    const herr_t err = mpBelow->cls->read(mpBelow, type, dxpl_id, address, size, buffer);
+    const herr_t err = ReadBelow(type, dxpl_id, address, size, buffer);
     if (err >= 0 && !mPending.IsEmpty()) {
       mPending.Overlay(address, static_cast<unsigned char*>(buffer), size);
     }
@@ -109,19 +123,19 @@ class File : public H5FD_t {
       const bool isTooMuch = mPending.Size() > sMostPendingBytes && HasContent();
       return isTooMuch && EmitEarly(dxpl_id) < 0 && isRaw ? -1 : 0;
     }
-    const herr_t err = mpBelow->cls->write(mpBelow, type, dxpl_id, address, size, bytes);
+    const herr_t err = WriteBelow(type, dxpl_id, address, size, bytes);
     // The library's metadata already lead to what is missing, a chunk with earlier rows among it.
     mLacksBytes = mLacksBytes || err < 0;
     return err;
   }
 
   herr_t Truncate(hid_t, hbool_t) {
-    mEnd = mpBelow->cls->get_eoa(mpBelow, H5FD_MEM_DEFAULT);
+    mEnd = Below()->cls->get_eoa(Below(), H5FD_MEM_DEFAULT);
     mPending.Cut(mEnd);
     return 0;
   }
 
-  herr_t Commit(hid_t dxpl_id, hbool_t isClosing) {
+  herr_t Flush(hid_t dxpl_id, hbool_t isClosing) {
     if (DiscardUnflushed::IsActive()) {
       mHasFailed = true;
       return 0;
@@ -131,9 +145,9 @@ class File : public H5FD_t {
   }
 
   // Commits what the library wrote after its last flush, as it does while it closes a file.
-  herr_t CommitRest() {
+  herr_t Finish() {
     return mHasFailed || (mPending.IsEmpty() && mEnd == mCommittedEnd) ? 0
-                                                                       : Commit(H5P_DEFAULT, true);
+                                                                       : Flush(H5P_DEFAULT, true);
   }
 
  private:
@@ -151,13 +165,13 @@ class File : public H5FD_t {
     }
     FilePieces fresh = mPending.TakeFrom(mCommittedEnd);
     if (TakeRoom() < 0 || Emit(fresh, dxpl_id) < 0 ||
-        (FileEnd() < mEnd && mpBelow->cls->truncate(mpBelow, dxpl_id, isClosing) < 0) ||
+        (FileEnd() < mEnd && Below()->cls->truncate(Below(), dxpl_id, isClosing) < 0) ||
         Emit(mPending, dxpl_id) < 0 ||
-        (FileEnd() > mEnd && mpBelow->cls->truncate(mpBelow, dxpl_id, isClosing) < 0)) {
+        (FileEnd() > mEnd && Below()->cls->truncate(Below(), dxpl_id, isClosing) < 0)) {
       return -1;
     }
     mCommittedEnd = mEnd;
-    return mpBelow->cls->flush == nullptr ? 0 : mpBelow->cls->flush(mpBelow, dxpl_id, isClosing);
+    return Below()->cls->flush == nullptr ? 0 : Below()->cls->flush(Below(), dxpl_id, isClosing);
   }
 
   // Reserves disk space for the new part of the file, also where nothing is written yet: a later
@@ -177,13 +191,6 @@ class File : public H5FD_t {
     return isFull ? -1 : 0;
   }
 
-  // Returns the descriptor of the file below, or -1 if it has none.
-  int Descriptor() const {
-    void* handle = nullptr;
-    const herr_t err = mpBelow->cls->get_handle(mpBelow, H5P_DEFAULT, &handle);
-    return err < 0 ? -1 : *static_cast<const int*>(handle);
-  }
-
   // Writes all that is held in one piece, the unused end of the file included, or nothing of it.
   herr_t CommitFirst(hid_t dxpl_id) {
     FilePieces::Bytes all(mEnd);
@@ -200,9 +207,6 @@ class File : public H5FD_t {
     return err < 0 && ftruncate(descriptor, 0) != 0 ? -1 : err;
   }
 
-  // The end of the file on disk.
-  haddr_t FileEnd() const { return mpBelow->cls->get_eof(mpBelow, H5FD_MEM_DEFAULT); }
-
   // When too much is held, what lies beyond the old end goes first, where it does no harm.
   herr_t EmitEarly(hid_t dxpl_id) {
     FilePieces fresh = mPending.TakeFrom(mCommittedEnd);
@@ -214,16 +218,15 @@ class File : public H5FD_t {
   // first, so that the writes follow one another closely.
   herr_t Emit(FilePieces& pieces, hid_t dxpl_id) {
     const auto read = [&](haddr_t address, FilePieces::Bytes& bytes) {
-      return mpBelow->cls->read(mpBelow, H5FD_MEM_DEFAULT, dxpl_id, address, bytes.size(),
-                                bytes.data()) >= 0;
+      return ReadBelow(H5FD_MEM_DEFAULT, dxpl_id, address, bytes.size(), bytes.data()) >= 0;
     };
     bool isFine = pieces.Gather(read);
     if (FilePieces::Bytes* const beginning = pieces.Find(0)) {
       ClearWriteMark(*beginning);
     }
     for (const auto& [address, bytes] : pieces.All()) {
-      isFine = isFine && mpBelow->cls->write(mpBelow, H5FD_MEM_DEFAULT, dxpl_id, address,
-                                             bytes.size(), bytes.data()) >= 0;
+      isFine =
+          isFine && WriteBelow(H5FD_MEM_DEFAULT, dxpl_id, address, bytes.size(), bytes.data()) >= 0;
     }
     if (isFine) {
       pieces.Clear();
@@ -235,7 +238,6 @@ class File : public H5FD_t {
     return isFine ? 0 : -1;
   }
 
-  H5FD_t* mpBelow;
   haddr_t mEnd;              // of the file as the library sees it
   haddr_t mCommittedEnd;     // of the file as a reader sees it: 0 while it has no content
   bool mLacksBytes = false;  // some that the library wrote since the last flush
@@ -243,123 +245,8 @@ class File : public H5FD_t {
   FilePieces mPending;
 };
 
-File& FileOf(const H5FD_t* file) {
-  return *static_cast<File*>(const_cast<H5FD_t*>(file));
-}
-
-H5FD_t* BelowOf(const H5FD_t* file) {
-  return FileOf(file).Below();
-}
-
-// Makes a function of a driver of a member of File. No exception may pass through the library.
-template <auto Member>
-struct OfFile;
-
-template <class Result, class... Arguments, Result (File::*Member)(Arguments...)>
-struct OfFile<Member> {
-  template <class AnyFile>
-  static Result Call(AnyFile* file, Arguments... arguments) {
-    try {
-      return (FileOf(file).*Member)(arguments...);
-    } catch (...) {
-      return static_cast<Result>(-1);
-    }
-  }
-};
-
-// Makes a function of this driver of the one that the library's own driver has.
-template <auto Member>
-struct Forwarded;
-
-template <class Result, class AnyFile, class... Arguments,
-          Result (*H5FD_class_t::*Member)(AnyFile*, Arguments...)>
-struct Forwarded<Member> {
-  static Result Call(AnyFile* file, Arguments... arguments) {
-    H5FD_t* const below = BelowOf(file);
-    return (below->cls->*Member)(below, arguments...);
-  }
-};
-
-H5FD_t* OpenBelow(const char* name, unsigned flags, haddr_t maxAddress) {
-  // The library prints its errors once more on the way up.
-  const MuteH5Errors mute;
-  static KeptId list;
-  const hid_t below_id = list.Get([] {
-    PropertyListHandle made(H5Pcreate(H5P_FILE_ACCESS));
-    return made >= 0 && H5Pset_fapl_sec2(made) >= 0 ? made.Release() : -1;
-  });
-  return below_id < 0 ? nullptr : H5FDopen(name, flags, below_id, maxAddress);
-}
-
-H5FD_t* Open(const char* name, unsigned flags, hid_t, haddr_t maxAddress) {
-  // The library truncates a file before it asks for its lock. Only an empty file is made a new one
-  // here; that it is empty still is seen when something is written to it.
-  const bool mustBeEmpty = (flags & H5F_ACC_TRUNC) != 0;
-  const unsigned harmless = flags & ~(H5F_ACC_TRUNC | H5F_ACC_CREAT);
-  H5FD_t* const below = OpenBelow(name, mustBeEmpty ? harmless : flags, maxAddress);
-  if (below == nullptr) {
-    return nullptr;
-  }
-  const bool isEmpty = below->cls->get_eof(below, H5FD_MEM_DEFAULT) == 0;
-  H5FD_t* const file = mustBeEmpty && !isEmpty ? nullptr : new (std::nothrow) File(below);
-  if (file == nullptr) {
-    H5FDclose(below);
-  }
-  return file;
-}
-
-herr_t Close(H5FD_t* file) {
-  // What is held after a failed flush is not whole, and goes no further.
-  const herr_t rest = OfFile<&File::CommitRest>::Call(file);
-  // A call of the library's interface clears its stack of errors, which is put back.
-  const hid_t errors_id = H5Eget_current_stack();
-  const herr_t err = std::min(H5FDclose(BelowOf(file)), rest);
-  delete &FileOf(file);
-  H5Eset_current_stack(errors_id);
-  return err;
-}
-
-H5FD_class_t MakeClass() {
-  H5FD_class_t driver{};
-#ifdef H5FD_CLASS_VERSION
-  driver.version = H5FD_CLASS_VERSION;
-  driver.value = static_cast<H5FD_class_value_t>(H5_VFD_RESERVED + 77);
-#endif
-  driver.name = "committing";
-  driver.maxaddr = (haddr_t{1} << 63) - 1;  // of an off_t
-  driver.fc_degree = H5F_CLOSE_WEAK;
-  driver.open = Open;
-  driver.close = Close;
-  driver.cmp = [](const H5FD_t* a, const H5FD_t* b) {
-    return BelowOf(a)->cls->cmp(BelowOf(a), BelowOf(b));
-  };
-  driver.query = [](const H5FD_t* file, unsigned long* flags) {
-    return file == nullptr ? H5FDdriver_query(H5FD_SEC2, flags)
-                           : BelowOf(file)->cls->query(BelowOf(file), flags);
-  };
-  driver.get_eoa = Forwarded<&H5FD_class_t::get_eoa>::Call;
-  driver.set_eoa = Forwarded<&H5FD_class_t::set_eoa>::Call;
-  driver.get_eof = OfFile<&File::End>::Call;
-  driver.get_handle = Forwarded<&H5FD_class_t::get_handle>::Call;
-  driver.read = OfFile<&File::Read>::Call;
-  driver.write = OfFile<&File::Write>::Call;
-  driver.flush = OfFile<&File::Commit>::Call;
-  driver.truncate = OfFile<&File::Truncate>::Call;
-  driver.lock = Forwarded<&H5FD_class_t::lock>::Call;
-  driver.unlock = Forwarded<&H5FD_class_t::unlock>::Call;
-  // Room that is given up is reused as under the driver below.
-  const H5FD_mem_t map[] = H5FD_FLMAP_DICHOTOMY;
-  std::ranges::copy(map, driver.fl_map);
-  return driver;
-}
-
 }  // namespace
 
 void Vexa_H5::SetCommittingDriver(hid_t fapl_id) {
-  static const H5FD_class_t driver = MakeClass();
-  static KeptId registered;
-  const hid_t driver_id = registered.Get([] { return H5FDregister(&driver); });
-  REQUIRE(driver_id>=0, "H5FDregister failed");
-  const herr_t err = H5Pset_driver(fapl_id, driver_id, nullptr);
-  REQUIRE(err>=0, "H5Pset_driver failed");
+  SetStackedDriver<CommittingFile>(fapl_id);
 }
