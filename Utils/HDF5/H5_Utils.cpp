@@ -16,9 +16,11 @@
 #include "Utils/HDF5/Handle.hpp"
 #include "Utils/HDF5/Library.hpp"
 #include "Utils/HDF5/LittleEndian.hpp"
+#include "Utils/HDF5/OutputDriver.hpp"
 #include "Utils/HDF5/StoredChunks.hpp"
 #include "Utils/Process/Files.hpp"
 #include "Utils/Process/SystemError.hpp"
+#include "Utils/Process/WorkerPool.hpp"
 
 using namespace Vexa_H5;
 using Vexa::IsRegularFile;  // its call stands in a report as it is written
@@ -137,6 +139,8 @@ hid_t FileAccess(H5AccessType access, bool staysReadable) {
     REQUIRE(err>=0, "H5Pset_evict_on_close failed: " << err);
     if (staysReadable && access == ReadWrite) {
       SetCommittingDriver(fapl_id);
+    } else if (access == ReadWrite && Vexa::NumberOfThreads() > 1) {
+      SetOutputDriver(fapl_id);
     }
     return fapl_id.Release();
   });

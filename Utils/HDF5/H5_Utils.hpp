@@ -37,7 +37,9 @@ hid_t GroupAccess();
 hid_t DatasetAccess();
 
 /// Creates a file, and fails with "H5Fcreate(<path>, ...) failed" and the reason where anything has
-/// the name, be it a symbolic link that leads nowhere. What fails leaves no file behind.
+/// the name, be it a symbolic link that leads nowhere. What fails leaves no file behind. A file
+/// that stays readable goes through the committing driver (CommittingDriver.hpp), another one
+/// through the output driver (OutputDriver.hpp) if there may be more than one thread.
 hid_t CreateFile(const std::string& path, int verbosity, bool staysReadable);
 
 /// Returns the size that a file of ours had when it was closed, by its own words; none if it does
