@@ -1,10 +1,16 @@
 #include "Bindings/C/Guarded.hpp"
 
+#include <hdf5.h>
+
+#include <algorithm>
 #include <cstdlib>
 #include <exception>
+#include <filesystem>
 #include <new>
 #include <stdexcept>
 #include <string>
+#include <system_error>
+#include <vector>
 
 #include "Utils/ErrorHandling/CodeError.hpp"
 #include "Utils/ErrorHandling/MyErr.hpp"
@@ -70,9 +76,39 @@ bool Reported(const Work& work) {
   }
 }
 
+// Returns the real path of an open file, or nothing if it has none any more.
+std::string RealPath(hid_t file_id) {
+  std::string name(static_cast<std::size_t>(std::max<ssize_t>(H5Fget_name(file_id, nullptr, 0), 0)),
+                   0);
+  H5Fget_name(file_id, name.data(), name.size() + 1);
+  std::error_code ignored;
+  return std::filesystem::canonical(name, ignored);
+}
+
+// A file that the program itself has left open is in the way of the rows that wait for it; HDF5
+// would close it a little later.
+void CloseWhatIsInTheWay() {
+  const ssize_t count = H5Fget_obj_count(H5F_OBJ_ALL, H5F_OBJ_FILE);
+  std::vector<hid_t> files(static_cast<std::size_t>(std::max<ssize_t>(count, 1)), -1);
+  H5Fget_obj_ids(H5F_OBJ_ALL, H5F_OBJ_FILE, files.size(), files.data());
+  for (const hid_t file_id : files) {
+    if (H5Iis_valid(file_id) <= 0 || TheCachedH5FileHolder().CacheSize(RealPath(file_id)) == 0) {
+      continue;
+    }
+    constexpr unsigned objects = H5F_OBJ_ALL & ~static_cast<unsigned>(H5F_OBJ_FILE);
+    hid_t left = -1;
+    while (H5Fget_obj_ids(file_id, objects | H5F_OBJ_LOCAL, 1, &left) > 0 &&
+           H5Idec_ref(left) >= 0) {
+    }
+    H5Fclose(file_id);
+  }
+}
+
 // What failed is not tried again by anybody: the files of the program's own come after this.
 void WriteAtEnd() {
   sHasEnded = true;
+  Reported([] { TheCachedH5FileHolder().WriteCache(); });
+  Reported(CloseWhatIsInTheWay);
   if (!Reported([] { TheCachedH5FileHolder().PurgeCache(); })) {
     Reported([] { TheCachedH5FileHolder().GiveUp(); });
   }
