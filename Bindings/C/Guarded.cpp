@@ -10,6 +10,7 @@
 #include <stdexcept>
 #include <string>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include "Utils/ErrorHandling/CodeError.hpp"
@@ -21,16 +22,18 @@ namespace {
 
 bool sHasEnded = false;
 
-struct Report {
-  std::string mText;
-  const char* mpShown = "";  // the text, or a literal where there was no memory for one
-};
+// The report that this thread is lent: the text, or a literal where there was no memory for one.
+constinit thread_local const char* spShown = "";
+constinit thread_local std::string* spText = nullptr;
 
-// The report that this thread is lent. Destroyed with the thread, so only used from calls of it.
-Report& LastReport() {
-  static thread_local Report report;
-  return report;
-}
+// Takes the text along when its thread ends. The main thread does so before the process ends, when
+// reports are still made.
+struct TextOwner {
+  ~TextOwner() {
+    delete std::exchange(spText, nullptr);
+    spShown = "";
+  }
+};
 
 // The line about what is being worked on goes with the reason; the frame of a report on standard
 // error and its backtrace do not.
@@ -43,8 +46,12 @@ std::string TextOf(const CodeError& error) {
 }
 
 int Keep(const std::string& text) {
-  LastReport().mText = text;
-  LastReport().mpShown = LastReport().mText.c_str();
+  static thread_local const TextOwner owner;
+  if (spText == nullptr) {
+    spText = new std::string;
+  }
+  *spText = text;
+  spShown = spText->c_str();
   return VEXA_FAILED;
 }
 
@@ -117,14 +124,14 @@ void WriteAtEnd() {
 }  // namespace
 
 const char* vexa_last_error() {
-  return LastReport().mpShown;
+  return spShown;
 }
 
 int Vexa::C::KeepReport() noexcept {
   try {
     return KeepException();
   } catch (...) {
-    LastReport().mpShown = "There is not enough memory";
+    spShown = "There is not enough memory";
     return VEXA_NO_MEMORY;
   }
 }
