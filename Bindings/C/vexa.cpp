@@ -32,7 +32,7 @@ using Vexa::C::Guarded;
 
 extern "C" const char vexa_leaves_handlers;
 
-namespace {
+namespace Vexa::C {
 
 // An object of a file, which the store lends until the process ends.
 struct Opened {
@@ -50,7 +50,10 @@ struct OpenedAs : Opened {
   Kind& mObject;
 };
 
-}  // namespace
+}  // namespace Vexa::C
+
+using Vexa::C::Opened;
+using Vexa::C::OpenedAs;
 
 struct vexa_table : OpenedAs<Dat> {
   using OpenedAs::OpenedAs;
