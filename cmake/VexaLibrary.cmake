@@ -73,6 +73,28 @@ function(vexa_for_plugins library)
   endif()
 endfunction()
 
+# A source that includes its own header first shows already that this compiles alone; the target
+# all_verify_interface_header_sets tries the others.
+function(vexa_add_headers library)
+  cmake_parse_arguments(ARG "" "" "HEADERS;SOURCES" ${ARGN})
+  file(RELATIVE_PATH folder ${PROJECT_SOURCE_DIR} ${CMAKE_CURRENT_SOURCE_DIR})
+  set(includedFirst)
+  foreach(source IN LISTS ARG_SOURCES)
+    file(STRINGS ${source} first REGEX "^#include" LIMIT_COUNT 1)
+    string(REGEX REPLACE "cpp$" "hpp" header ${source})
+    if(header IN_LIST ARG_HEADERS AND "${first}" STREQUAL "#include \"${folder}/${header}\"")
+      list(APPEND includedFirst ${header})
+    endif()
+  endforeach()
+  if(includedFirst)
+    list(REMOVE_ITEM ARG_HEADERS ${includedFirst})
+  endif()
+  target_sources(${library} PUBLIC
+                 FILE_SET HEADERS BASE_DIRS ${PROJECT_SOURCE_DIR} FILES ${ARG_HEADERS}
+                 FILE_SET includedFirst TYPE HEADERS BASE_DIRS ${PROJECT_SOURCE_DIR} FILES ${includedFirst})
+  set_target_properties(${library} PROPERTIES INTERFACE_HEADER_SETS_TO_VERIFY HEADERS)
+endfunction()
+
 # vexa_add_library(<name> [REGISTERS] [OPTIONAL] SOURCES ... HEADERS ... [DEPENDS ...]
 #                  [PRIVATE_DEPENDS ...] [TESTS ...] [TEST_DEPENDS ...])
 #
@@ -96,8 +118,7 @@ function(vexa_add_library name)
   add_library(Vexa::${exported} ALIAS ${library})
   vexa_own_code(${library})
   vexa_for_plugins(${library})
-  target_sources(${library} PUBLIC FILE_SET HEADERS BASE_DIRS ${PROJECT_SOURCE_DIR}
-                                   FILES ${ARG_HEADERS})
+  vexa_add_headers(${library} HEADERS ${ARG_HEADERS} SOURCES ${ARG_SOURCES})
   list(TRANSFORM ARG_HEADERS PREPEND ${CMAKE_CURRENT_SOURCE_DIR}/ OUTPUT_VARIABLE headers)
   set_property(GLOBAL APPEND PROPERTY VEXA_HEADERS ${headers})
   target_include_directories(${library} INTERFACE
@@ -113,7 +134,8 @@ function(vexa_add_library name)
   endif()
   install(TARGETS ${library} EXPORT ${export}
           ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT ${component}
-          FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/Vexa COMPONENT ${component})
+          FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/Vexa COMPONENT ${component}
+          FILE_SET includedFirst DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/Vexa COMPONENT ${component})
 
   # For the link line of pkg-config. What is linked whole is a single word, so that nothing can be
   # sorted out of its brackets.
