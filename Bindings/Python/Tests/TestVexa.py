@@ -61,9 +61,13 @@ class TestWriting(unittest.TestCase):
                 with self.assertRaises(vexa.Error, msg=repr(given)):
                     table.append(given)
             self.assertEqual(table.shape, (15, 2))
-            for wrong in ("x.dat\0", "x.xyz", "/no/x.dat"):
-                with self.assertRaises(vexa.Error):
-                    file.append(wrong, rows)
+            for wrong in (("x.dat\0", rows), ("x.xyz", rows), ("/no/x.dat", rows), ("x.txt", None),
+                          ("x.txt", "\ud800"), ("c.coef", [0, 1], 5.0), ("y.ver", [("a",)])):
+                with self.assertRaises(vexa.Error, msg=repr(wrong)):
+                    file.append(*wrong)
+            with self.assertRaisesRegex(vexa.Error, "Masked"):
+                masked = np.ma.masked_all((1, 2))
+                file.append("m.tdm", 0.0, masked, dim=1, symmetry="", mesh_dim=1)
             with self.assertRaisesRegex(vexa.Error, r"(?s)3 columns.*x\.dat.*layout\.h5"):
                 table.append([1, 2, 3])
         self.assertEqual(rows_of("layout.h5", "x.dat"), rows.tolist() * 5)

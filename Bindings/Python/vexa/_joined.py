@@ -19,7 +19,7 @@ Files = Union[Path, Iterable[Path]]
 
 
 def _paths(files: Files) -> list[Path]:
-    return [files] if isinstance(files, (str, os.PathLike)) else list(files)
+    return [files] if isinstance(files, (str, bytes, os.PathLike)) else list(files)
 
 
 def _document(files: Files, skip: str, delta_t: float | None, no_wipe: bool) -> Any:
@@ -28,7 +28,7 @@ def _document(files: Files, skip: str, delta_t: float | None, no_wipe: bool) -> 
         raise Error("KelmorInfo, which plans a join, is not on PATH; VEXA_KELMORINFO can name it")
     options = [*(["-skip", skip] if skip else []), *(["-NoWipe"] if no_wipe else []),
                *(["-DeltaT", repr(float(delta_t))] if delta_t is not None else [])]
-    names = [os.fspath(file) for file in _paths(files)]
+    names = [os.fsdecode(file) for file in _paths(files)]
     if not names:
         raise Error("There are no files to join")
     given = [os.path.join(os.curdir, name) if name.startswith("-") else name for name in names]

@@ -90,7 +90,12 @@ def number(name: str, *arguments: Any) -> int:
 
 
 def text(value: str | bytes) -> bytes:
-    encoded = value if isinstance(value, bytes) else value.encode("utf-8", "surrogateescape")
+    if not isinstance(value, (str, bytes)):
+        raise Error(f"A text is expected, not {value!r}")
+    try:
+        encoded = value if isinstance(value, bytes) else value.encode("utf-8", "surrogateescape")
+    except UnicodeEncodeError as error:
+        raise Error(f"{value!r} cannot be written: {error}") from None
     if b"\0" in encoded:
         raise Error(f"{value!r} holds a null character")
     return encoded
@@ -104,5 +109,9 @@ def whole(value: int, bits: int = 63) -> int:
 
 
 def versions(history: History) -> tuple[Any, int]:
-    entries = [Version(text(commit), text(change)) for commit, change in history]
+    try:
+        pairs = [(commit, change) for commit, change in history]
+    except (TypeError, ValueError):
+        raise Error(f"A history is a list of pairs, commit and change, not {history!r}") from None
+    entries = [Version(text(commit), text(change)) for commit, change in pairs]
     return (Version * len(entries))(*entries), len(entries)

@@ -20,14 +20,18 @@ _FLOAT64 = np.dtype(np.float64)
 _Kind = TypeVar("_Kind", bound="_Object")
 
 
-def _doubles(values: ArrayLike) -> np.ndarray:
-    """An array of doubles in C order: the one that is given, if it is such a one."""
+def _array(values: ArrayLike) -> np.ndarray:
     if np.ma.is_masked(values):
         raise Error("Masked values cannot be written; NaN can")
     try:
-        array = np.asarray(values)
+        return np.asarray(values)
     except ValueError as error:
         raise Error(f"What is appended is no array: {error}") from None
+
+
+def _doubles(values: ArrayLike) -> np.ndarray:
+    """An array of doubles in C order: the one that is given, if it is such a one."""
+    array = _array(values)
     if array.size == 0 and array.dtype == object:
         array = array.astype(np.float64)
     if not np.can_cast(array.dtype, _FLOAT64, "same_kind"):
@@ -146,7 +150,7 @@ class Coefs(_Object):
                 raise Error(f"'{self.name}': the values of a step have one dimension, not {one.ndim}")
             self._call("coefs_append", float(times), one.ctypes.data, one.size)
             return
-        steps = [_doubles(step) for step in values]
+        steps = [_doubles(step) for step in values] if np.iterable(values) else []
         if times.ndim != 1 or len(times) != len(steps) or any(step.ndim != 1 for step in steps):
             raise Error(f"'{self.name}': many steps are an array of times and as many arrays of values")
         counts = np.array([len(step) for step in steps], dtype=np.uintp)
@@ -175,7 +179,7 @@ class Tensors(_Object):
         lies in memory with the first index varying fastest are not copied.
         """
         times = _doubles(time)
-        array = np.asarray(values)
+        array = _array(values)
         axes = times.ndim + self._mesh_dim
         if array.ndim == axes and len(self.components) == 1:
             array = np.expand_dims(array, times.ndim)

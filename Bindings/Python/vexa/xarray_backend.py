@@ -35,7 +35,7 @@ class VexaBackendEntrypoint(BackendEntrypoint):
             raise Error(f"A dataset is asked for by name=, with one of {', '.join(_FORMS)} at its end; "
                         f"'{name}' has none")
         dropped = [drop_variables] if isinstance(drop_variables, str) else list(drop_variables or [])
-        return made(parts, name).drop_vars(dropped)
+        return made(parts, name).drop_vars(dropped, errors="ignore")  # as other engines do
 
     def guess_can_open(self, filename_or_obj: Any) -> bool:
         return False  # it takes a name
