@@ -6,8 +6,9 @@
  * ends the process, and no exception of C++ leaves one, with one exception that is HDF5's own: it
  * may call exit() where it finds no memory. A refused call changes nothing. Where a write to a file
  * fails, as on a full disk, the report says which objects have lost what waited in memory, and all
- * other objects and files keep what they hold. VEXA_OK of an append means that the row is held or
- * written, of vexa_flush() that the rows are in the file for whoever reads it afterwards.
+ * other objects and files keep what they hold. An append that fails because it could not write what
+ * exceeds the cache limit has taken its rows nevertheless, and is not to be repeated: they wait, or are
+ * among what the report says is lost. VEXA_OK of an append means that the row is held or written, of vexa_flush() that the rows are in the file for whoever reads it afterwards.
  *
  * Memory and files. What is appended waits in memory until vexa_flush(), vexa_close() or the end of
  * the process (exit(), or the return of main) writes it, or until what waits in all files together
