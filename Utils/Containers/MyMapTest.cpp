@@ -39,8 +39,9 @@ TEST(MyMapTest, CopiesAreDeepAndMovesLeaveNothing) {
   a.Insert("x", 1).Insert("y", 2);
   Numbers b(a);
   b["x"] = 7;
-  b = *&b;
-  b = std::move(*&b);
+  Numbers& same = b;
+  b = same;
+  b = std::move(same);
   EXPECT_EQ(Text(b), "x = 7\ny = 2\n");
   b = std::move(a);
   EXPECT_EQ(Text(b), "x = 1\ny = 2\n");

@@ -51,8 +51,9 @@ TEST(MyVectorTest, CopyAndMove) {
   MyVector<std::string> a{"x", "y"};
   MyVector<std::string> b(a);
   b[0] = "changed";
-  a = *&a;
-  a = std::move(*&a);
+  MyVector<std::string>& same = a;
+  a = same;
+  a = std::move(same);
   EXPECT_EQ(Text(a), "(x,y)");
   const std::string* storage = a.data();
   b = std::move(a);
