@@ -20,7 +20,7 @@ foreach(component IN LISTS CPACK_COMPONENTS_ALL)
   endforeach()
 
   file(REMOVE ${doc}/LICENSE)
-  configure_file(${license} ${doc}/copyright COPYONLY)
+  configure_file(${license} ${doc}/copyright COPYONLY NO_SOURCE_PERMISSIONS)
   # Reproducible where SOURCE_DATE_EPOCH is set.
   string(TIMESTAMP date "%a, %d %b %Y %H:%M:%S +0000" UTC)
   file(WRITE ${doc}/changelog
