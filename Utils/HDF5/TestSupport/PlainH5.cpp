@@ -4,6 +4,7 @@
 #include <fstream>
 #include <iterator>
 #include <ranges>
+#include <sstream>
 
 #include "Utils/ErrorHandling/TestSupport/ReportOf.hpp"
 #include "Utils/HDF5/Handle.hpp"
@@ -196,8 +197,9 @@ Dims File::Dims(const std::string& path) const {
 }
 
 std::string Bytes(const std::string& path) {
-  std::ifstream stream(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(stream), {}};
+  std::ostringstream bytes;
+  bytes << std::ifstream(path, std::ios::binary).rdbuf();
+  return bytes.str();
 }
 
 std::string ReportOf(const std::function<void()>& action) {
