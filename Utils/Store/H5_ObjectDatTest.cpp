@@ -47,6 +47,29 @@ TEST_F(DatTest, WritesTheLayoutThatOthersRead) {
   EXPECT_EQ(chunk[0], (1U << 28) + 1) << "a chunk is less than 4 GiB";
 }
 
+TEST_F(DatTest, RowsOfAllColumnsMakeTheFileThatColumnsMake) {
+  const auto bytesWith = [this](const std::string& name, const auto& fill) {
+    const PlainH5::File file = PlainH5::File::Create(mDir / name);
+    Dat dat("x.dat", false, 0);
+    dat.Initialize({"time", "x"}, false, 3);
+    dat.OpenObject(file.Id());
+    dat.WriteManyStepsImmediately_(6, fill);
+    dat.CloseObject();
+    EXPECT_EQ(file.ReadTable("x.dat"),
+              (Rows{{0, 10}, {1, 11}, {2, 12}, {3, 13}, {4, 14}, {5, 15}}));
+    H5Fflush(file.Id(), H5F_SCOPE_GLOBAL);
+    return PlainH5::Bytes(mDir / name);
+  };
+  const std::string byColumns = bytesWith("columns.h5", [](Tables::ColumnWriter& writer) {
+    writer.Append(std::vector<double>{0, 1, 2, 3, 4, 5, 10, 11, 12, 13, 14, 15});
+  });
+  const std::string byRows = bytesWith("rows.h5", [](Tables::ColumnWriter& writer) {
+    writer.WriteRows({0, 2, 0, 4}, std::vector<double>{0, 1, 2, 3, 10, 11, 12, 13}.data());
+    writer.WriteRows({0, 2, 4, 2}, std::vector<double>{4, 5, 14, 15}.data());
+  });
+  EXPECT_EQ(byRows, byColumns);
+}
+
 TEST_F(DatTest, Refusals) {
   mFile.Table("there.dat", {{0, 1}});
   Dat dat("there.dat", true, 0);

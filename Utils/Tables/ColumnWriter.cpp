@@ -1,6 +1,7 @@
 #include "Utils/Tables/ColumnWriter.hpp"
 
 #include <algorithm>
+#include <cstdlib>
 #include <span>
 #include <utility>
 
@@ -210,6 +211,33 @@ void ColumnWriter::ExchangeBuffers() {
   std::copy_n(full.mpValues.get() + encoded, rest, mpWriting->mpValues.get());
   mpWriting->mSize = rest;
   std::swap(mpFilling, mpWriting);
+}
+
+// Of zeros that nobody has touched, the system keeps a page.
+void ColumnWriter::WriteZeros() const {
+  const std::uint64_t bytes = mLongestStretch * sizeof(double);
+  const std::unique_ptr<void, decltype(&std::free)> zeros(std::calloc(mMovesChunks ? bytes : 1, 1),
+                                                          &std::free);
+  REQUIRE_FOR_CALLER(zeros!=nullptr, "No memory for a chunk of " << bytes << " bytes");
+  Stretch stretch;
+  for (std::uint64_t at = 0; mMovesChunks && at < mRows * mTable.mLayout.mColumns;
+       at += stretch.mRows) {
+    stretch = StretchAt(at);
+    if (stretch.mIsChunk) {
+      WriteStoredChunk(mTable, stretch.mRow, stretch.mColumn,
+                       {static_cast<const std::byte*>(zeros.get()), bytes});
+    }
+  }
+}
+
+void ColumnWriter::WriteRows(const ColumnBlock& block, const double* values) {
+  if (!std::exchange(mHasRows, true)) {
+    WriteZeros();
+  }
+  for (std::uint64_t c = 0; c < block.mColumns; ++c) {
+    WriteByLibrary(mTable, {block.mFirstColumn + c, 1, mFirstRow + block.mFirstRow, block.mRows},
+                   values + c * block.mRows);
+  }
 }
 
 void ColumnWriter::Finish() {

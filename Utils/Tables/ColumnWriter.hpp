@@ -54,6 +54,13 @@ class ColumnWriter {
   /// they are short, is best asked for.
   std::uint64_t BlockValues() const { return mBlockValues; }
 
+  /// Whether rows of all columns can be written instead of the stream, as nothing is encoded.
+  bool TakesRows() const { return mTable.mLayout.mFilters.empty(); }
+  /// Writes some of the new rows of all columns, which are counted from the first new one; column
+  /// after column. Chunks that are moved as a whole in the stream are made first, full of zeros, so
+  /// that they have their places in the order of the columns.
+  void WriteRows(const ColumnBlock& block, const double* values);
+
   /// Writes the rest; the stream has all values. Fails with "H5Dwrite failed".
   void Finish();
 
@@ -83,6 +90,7 @@ class ColumnWriter {
   };
 
   void Reserve(Buffer& buffer, std::uint64_t values) const;
+  void WriteZeros() const;
   // The stretch that begins there in the stream.
   Stretch StretchAt(std::uint64_t position) const;
   // Writes the buffer that is being written, has the full one encoded, and exchanges the two.
@@ -99,6 +107,7 @@ class ColumnWriter {
   std::uint64_t mLongestStretch;  // rows that go out together
   std::uint64_t mBlockValues;     // a buffer goes out before it holds more
   std::uint64_t mEncoded = 0;     // values of the stream that have been made outgoing
+  bool mHasRows = false;          // instead of the stream
   Buffer mBuffers[2];
   Buffer* mpFilling = &mBuffers[0];
   Buffer* mpWriting = &mBuffers[1];
