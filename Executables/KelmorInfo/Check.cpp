@@ -308,7 +308,8 @@ class Checker {
   // series comes in pieces that end where chunks of its files end. So either inflates a chunk once.
   void CompareRows(SteppedSeries& series, SteppedSeries& joined) {
     const auto readJoined = [&](const SteppedSeries::Room& room) {
-      joined.ReadAll(sBlockValues, room);
+      const bool areRows = series.ShouldReadRows(sBlockValues) && joined.CanReadRows(sBlockValues);
+      areRows ? joined.ReadRows(sBlockValues, room) : joined.ReadAll(sBlockValues, room);
     };
     ForEachPiece(readJoined, [&](const PieceOfRows& there) {
       const auto readSame = [&](const SteppedSeries::Room& room) {

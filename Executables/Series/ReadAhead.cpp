@@ -168,6 +168,12 @@ void ReadAhead::Reach(std::size_t dataset) {
   }
 }
 
+void ReadAhead::Approach(const Rows& rows) {
+  if (mpWork != nullptr) {
+    mpWork->Approach(rows);
+  }
+}
+
 void ReadAhead::LeaveOut(std::size_t file) {
   if (mpWork != nullptr) {
     mpWork->LeaveOut(file);

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <string>
 #include <vector>
@@ -15,8 +16,8 @@
 ///
 /// If all of the files is needed and they fit in half of the memory that is left, they are read
 /// from front to back. Else only what is needed of the datasets is read, those together that fit in
-/// an eighth of the memory, in the order of the files, and two such groups at most beyond the
-/// dataset that the run has come to.
+/// an eighth of the memory, in the order of the files, and two such groups at most beyond what the
+/// run has come to. A table that is larger is read in such groups of its chunks.
 ///
 /// It reads nothing where that would not help: files that are in memory already, which is told by
 /// the time that probes take, as the system tells only the owner; files of systems that keep
@@ -55,6 +56,20 @@ class ReadAhead {
   /// The run has come to this dataset of the plan, and needs no more of those before.
   void Reach(std::size_t dataset);
 
+  /// What the run reads next of the dataset that it has come to: these columns of a file from a row
+  /// on, and then the same of the files that follow.
+  struct Rows {
+    std::size_t mFile = 0;
+    std::uint64_t mFirstColumn = 0;
+    std::uint64_t mEndColumn = 1;  // times come first
+    std::uint64_t mRow = 0;
+    std::uint64_t mEndRow = std::numeric_limits<std::uint64_t>::max();  // in this file
+  };
+  void Approach(const Rows& rows);
+  /// Whether a plan is followed because the files do not fit in memory, so that what is read twice
+  /// is fetched twice.
+  bool IsMemoryShort() const { return mIsMemoryShort && HasPlan(); }
+
   /// Reads no more of a file, because the run needs little of it.
   void LeaveOut(std::size_t file);
 
@@ -65,6 +80,7 @@ class ReadAhead {
     /// What each thread does.
     virtual void Run() = 0;
     virtual void Reach(std::size_t /*dataset*/) {}
+    virtual void Approach(const Rows& /*rows*/) {}
     virtual void LeaveOut(std::size_t file) = 0;
     virtual bool Reads(std::size_t /*file*/) const { return true; }
     virtual void End() = 0;

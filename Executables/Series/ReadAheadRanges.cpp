@@ -1,6 +1,7 @@
 #include "Executables/Series/ReadAheadRanges.hpp"
 
 #include <algorithm>
+#include <map>
 #include <utility>
 
 #include "Utils/Process/Memory.hpp"
@@ -10,6 +11,8 @@ namespace {
 constexpr std::size_t sFilesKeptOpen = 64;
 constexpr std::uint64_t sPageBytes = 4096;
 constexpr std::uint64_t sMostGap = 64 * 1024;
+// To have the system forget less takes longer than to read it.
+constexpr std::uint64_t sLeastToForget = 4 * sPageBytes;
 // The run waits for the first group; larger ones than the largest are read no faster.
 constexpr std::uint64_t sFirstGroupBytes = std::uint64_t{4} << 20;
 // In memory for less, what is read ahead is lost again, and what the run needs with it.
@@ -57,6 +60,7 @@ ReadAheadRanges::ReadAheadRanges(const std::vector<std::string>& paths, ReadAhea
                                  Vexa_H5::WantedValues wanted, bool isMemoryShort)
     : mFiles(paths.size()),
       mDatasets(plan.size()),
+      mMostParts(GroupBytes() / sizeof(ReadAheadPasses::Part)),
       mWanted(wanted),
       mIsMemoryShort(isMemoryShort),
       mGroupBytes(std::min(sFirstGroupBytes, GroupBytes())) {
@@ -84,7 +88,21 @@ void ReadAheadRanges::Run() {
 
 void ReadAheadRanges::Reach(std::size_t dataset) {
   const std::lock_guard lock(mMutex);
-  mReached = dataset;
+  mReached = {dataset};
+  mApproached = {};
+  LeaveBehind();
+}
+
+void ReadAheadRanges::Approach(const ReadAhead::Rows& rows) {
+  const std::lock_guard lock(mMutex);
+  mReached.mPass += ReadAheadPasses::GoesOn(mApproached, rows) ? 0 : 1;
+  mReached.mFile = rows.mFile;
+  mReached.mRow = rows.mRow;
+  mApproached = rows;
+  LeaveBehind();
+}
+
+void ReadAheadRanges::LeaveBehind() {
   while (!mGroups.empty() && mGroups.front().mEnd <= mReached) {
     const std::vector<Piece>& pieces = mGroups.front().mToForget;
     mToRelease.insert(mToRelease.end(), pieces.begin(), pieces.end());
@@ -126,7 +144,7 @@ std::optional<ReadAheadRanges::Task> ReadAheadRanges::Next() {
 std::optional<ReadAheadRanges::Task> ReadAheadRanges::NextLookUp() {
   for (; mNext < mDatasets.size() && mUngroupedBytes < 2 * mGroupBytes; ++mNext) {
     Dataset& dataset = mDatasets[mNext];
-    if (mNext < mReached) {
+    if (mNext < mReached.mDataset) {
       dataset.mPlaces.clear();
     }
     if (!dataset.mPlaces.empty()) {
@@ -139,24 +157,90 @@ std::optional<ReadAheadRanges::Task> ReadAheadRanges::NextLookUp() {
   return {};
 }
 
-bool ReadAheadRanges::MakeGroup() {
+// Counts the next datasets as long as they fit in a group. A long one waits until it is the next to
+// be grouped.
+void ReadAheadRanges::TakeKnown() {
   for (; mKnown < mDatasets.size() && mDatasets[mKnown].IsKnown() && mKnownBytes < mGroupBytes;
        ++mKnown) {
-    mKnownBytes += mDatasets[mKnown].mBytes;
+    Dataset& dataset = mDatasets[mKnown];
+    if (!dataset.mIsLong && dataset.mBytes > mGroupBytes && dataset.mBytes > 2 * GroupBytes() &&
+        !dataset.mPasses.Parts().empty()) {
+      dataset.mIsLong = true;
+      dataset.mPasses.Begin();
+      mUngroupedBytes -= dataset.mBytes;
+    }
+    if (dataset.mIsLong) {
+      return;
+    }
+    mKnownBytes += dataset.mBytes;
   }
-  const bool isFull = mKnownBytes >= mGroupBytes || mKnown == mDatasets.size();
+}
+
+bool ReadAheadRanges::MakeGroup() {
+  TakeKnown();
+  const bool isLong = mKnown < mDatasets.size() && mDatasets[mKnown].mIsLong;
+  const bool isFull = isLong || mKnownBytes >= mGroupBytes || mKnown == mDatasets.size();
+  if (isLong && mKnown == mUngrouped) {
+    return MakeGroupOfLong();
+  }
   if (mKnown == mUngrouped || !isFull || mGroups.size() >= sMostGroups) {
     return false;
   }
   std::vector<Piece> pieces;
   for (; mUngrouped < mKnown; ++mUngrouped) {
-    const std::vector<Piece> ofDataset = std::exchange(mDatasets[mUngrouped].mPieces, {});
-    if (mUngrouped >= mReached) {
+    std::vector<Piece> ofDataset = std::exchange(mDatasets[mUngrouped].mPieces, {});
+    ReadAheadPasses passes = std::exchange(mDatasets[mUngrouped].mPasses, {});
+    for (const auto& [file, bytes] : passes.Parts()) {
+      ofDataset.push_back({file, bytes.mBegin, bytes.mEnd});
+    }
+    if (mUngrouped >= mReached.mDataset) {
       pieces.insert(pieces.end(), ofDataset.begin(), ofDataset.end());
     }
   }
+  mUngroupedBytes -= std::exchange(mKnownBytes, 0);
+  AddGroup({mUngrouped}, std::move(pieces));
+  return true;
+}
+
+// What is not of the table itself, an index or a legend, is needed before it. Nobody waits until
+// the run has left that behind.
+bool ReadAheadRanges::MakeGroupOfLong() {
+  Dataset& dataset = mDatasets[mUngrouped];
+  const bool isReached = mReached.mDataset == mUngrouped;
+  if (mReached.mDataset > mUngrouped || (isReached && dataset.mPasses.IsDone())) {
+    dataset.mPasses = {};
+    mKnown = ++mUngrouped;
+    return true;
+  }
+  std::erase_if(mGroups, [this](const Group& group) {
+    return group.mEnd == Position{mUngrouped + 1} && group.mToRead.empty();
+  });
+  if (mGroups.size() >= sMostGroups) {
+    return false;
+  }
+  if (!dataset.mPieces.empty()) {
+    AddGroup({mUngrouped + 1}, std::exchange(dataset.mPieces, {}));
+    return true;
+  }
+  const std::uint64_t pass = isReached ? mReached.mPass : 0;
+  dataset.mPasses.MoveTo(pass, isReached ? mApproached : ReadAhead::Rows());
+  std::vector<Piece> pieces;
+  Position end{mUngrouped, pass};
+  for (const auto& [file, bytes] : dataset.mPasses.Next(mGroupBytes)) {
+    pieces.push_back({file, bytes.mBegin, bytes.mEnd});
+    end.mFile = file;
+    end.mRow = bytes.mRow + 1;
+  }
+  if (pieces.empty()) {
+    return isReached && dataset.mPasses.IsDone();
+  }
+  AddGroup(end, std::move(pieces));
+  return true;
+}
+
+void ReadAheadRanges::AddGroup(const Position& end, std::vector<Piece> pieces) {
   pieces = Merged(std::move(pieces), true);
-  Group group{mUngrouped, {}, {}};
+  Group group{end, {}, {}};
   std::uint64_t room = 2 * mGroupBytes;
   for (const Piece& piece : pieces) {
     for (std::uint64_t at = piece.mBegin; at < piece.mEnd && room > 0;) {
@@ -168,15 +252,15 @@ bool ReadAheadRanges::MakeGroup() {
     }
   }
   if (mIsMemoryShort) {
+    std::erase_if(pieces,
+                  [](const Piece& piece) { return piece.mEnd - piece.mBegin < sLeastToForget; });
     group.mToForget = std::move(pieces);
   }
   mGroups.push_back(std::move(group));
-  mUngroupedBytes -= std::exchange(mKnownBytes, 0);
   const std::uint64_t most = GroupBytes();
   mGroupBytes = std::min(mGroupBytes * 4, most);
   mHasEnded = mHasEnded || most < sLeastGroupBytes;
   mChanged.notify_all();
-  return true;
 }
 
 std::shared_ptr<const ReadAheadSource> ReadAheadRanges::SourceOf(std::size_t number) {
@@ -204,25 +288,34 @@ std::shared_ptr<const ReadAheadSource> ReadAheadRanges::SourceOf(std::size_t num
 
 void ReadAheadRanges::LookUp(const Task& task) {
   const std::size_t file = task.mPiece.mFile;
-  std::vector<Piece> pieces;
+  std::vector<Vexa_H5::ByteRange> ranges;
   const auto source = SourceOf(file);
   if (!mFiles[file].mIsLeftOut) {
     const auto read = [&source](std::uint64_t at, std::uint64_t count) {
       return source->Bytes(at, count);
     };
-    for (const auto& [begin, end] :
-         Vexa_H5::StoredRanges(task.mPiece.mBegin, mFiles[file].mBytes, read, mWanted)) {
-      pieces.push_back({file, begin, end});
-    }
-    pieces = Merged(std::move(pieces), false);
+    ranges = Vexa_H5::StoredRanges(task.mPiece.mBegin, mFiles[file].mBytes, read, mWanted);
   }
+  std::map<std::uint32_t, std::uint64_t> bytesOfTables;
+  for (const Vexa_H5::ByteRange& range : ranges) {
+    bytesOfTables[range.mTable] += range.mEnd - range.mBegin;
+  }
+  const auto longest =
+      std::ranges::max_element(bytesOfTables, {}, &decltype(bytesOfTables)::value_type::second);
   const std::lock_guard lock(mMutex);
   Dataset& dataset = mDatasets[task.mDataset];
-  for (const Piece& piece : pieces) {
-    dataset.mBytes += piece.mEnd - piece.mBegin;
-    mUngroupedBytes += piece.mEnd - piece.mBegin;
+  for (const Vexa_H5::ByteRange& range : ranges) {
+    std::vector<ReadAheadPasses::Part>& parts = dataset.mPasses.Parts();
+    if (range.mTable != longest->first) {
+      dataset.mPieces.push_back({file, range.mBegin, range.mEnd});
+    } else if (parts.size() < mMostParts) {
+      parts.push_back({file, range});
+    }
   }
-  dataset.mPieces.insert(dataset.mPieces.end(), pieces.begin(), pieces.end());
+  for (const auto& [table, bytes] : bytesOfTables) {
+    dataset.mBytes += bytes;
+    mUngroupedBytes += bytes;
+  }
   --dataset.mOnTheirWay;
   mChanged.notify_all();
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <compare>
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
@@ -12,6 +13,7 @@
 #include <vector>
 
 #include "Executables/Series/ReadAhead.hpp"
+#include "Executables/Series/ReadAheadPasses.hpp"
 #include "Executables/Series/ReadAheadSource.hpp"
 #include "Utils/HDF5/StoredRanges.hpp"
 
@@ -25,6 +27,7 @@ class ReadAheadRanges : public ReadAhead::Work {
 
   void Run() override;
   void Reach(std::size_t dataset) override;
+  void Approach(const ReadAhead::Rows& rows) override;
   void LeaveOut(std::size_t file) override { mFiles[file].mIsLeftOut = true; }
   bool Reads(std::size_t file) const override { return !mHasEnded && !mFiles[file].mIsLeftOut; }
   void End() override;
@@ -49,10 +52,20 @@ class ReadAheadRanges : public ReadAhead::Work {
     std::size_t mOnTheirWay = 0;            // places that threads are looking up
     std::uint64_t mBytes = 0;
     std::vector<Piece> mPieces;
+    ReadAheadPasses mPasses;  // over the longest table of each file
+    bool mIsLong = false;     // too long for one group
     bool IsKnown() const { return mPlaces.empty() && mOnTheirWay == 0; }
   };
+  // How far the run has come.
+  struct Position {
+    std::size_t mDataset = 0;
+    std::uint64_t mPass = 0;  // over a long table
+    std::size_t mFile = 0;
+    std::uint64_t mRow = 0;
+    auto operator<=>(const Position&) const = default;
+  };
   struct Group {
-    std::size_t mEnd;              // one past its last dataset
+    Position mEnd;                 // the run leaves it behind there
     std::deque<Piece> mToRead;     // what of it is not on its way yet
     std::vector<Piece> mToForget;  // all of it, if memory is short
   };
@@ -64,7 +77,12 @@ class ReadAheadRanges : public ReadAhead::Work {
 
   std::optional<Task> Next();
   std::optional<Task> NextLookUp();
+  void LeaveBehind();
+  // Each returns whether it has changed anything.
   bool MakeGroup();
+  bool MakeGroupOfLong();
+  void TakeKnown();
+  void AddGroup(const Position& end, std::vector<Piece> pieces);
   std::shared_ptr<const ReadAheadSource> SourceOf(std::size_t file);
   void LookUp(const Task& task);
   void Read(const Piece& piece);
@@ -78,7 +96,9 @@ class ReadAheadRanges : public ReadAhead::Work {
   std::size_t mUngrouped = 0;         // the first dataset that is in no group yet
   std::uint64_t mKnownBytes = 0;      // of those that are looked up and in no group
   std::uint64_t mUngroupedBytes = 0;  // of all in no group, as far as they are looked up
-  std::size_t mReached = 0;
+  std::size_t mMostParts;             // of tables, that are known of a dataset
+  Position mReached;
+  ReadAhead::Rows mApproached;
   std::deque<Group> mGroups;     // that the run has not left behind
   std::deque<Piece> mToRelease;  // of those that it has
   Vexa_H5::WantedValues mWanted;

@@ -7,8 +7,10 @@
 #include <optional>
 #include <utility>
 
+#include "Executables/Series/Pieces.hpp"
 #include "Utils/ErrorHandling/OnFailure.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
+#include "Utils/Process/Memory.hpp"
 
 using H5_Objects::Dat;
 using Place = Tables::ColumnWriter::Place;
@@ -18,8 +20,13 @@ using Tables::RowRun;
 namespace {
 
 constexpr std::uint64_t sSmallTableBytes = 1024 * 1024;
+// Of blocks of rows of all columns.
+constexpr std::uint64_t sRowBlockValues = 1024 * 1024;
 // At most so many times of a table are in memory together, unless they are planned with.
 constexpr std::uint64_t sMostTimes = 32 * 1024 * 1024;
+
+// Values that are read together where others are read ahead meanwhile.
+constexpr std::uint64_t sWindowValues = 512 * 1024;
 
 constexpr std::size_t sMostMappings = 10000;
 
@@ -93,11 +100,35 @@ void SteppedSeries::TakeTimes(const Input& input, const Dat& table, Depth depth)
       mReads.Drop();
       mTimes.pop_back();
     });
-    table.RetrieveColumns_({0, 1, 0, times.size()}, times.data(), mReads);
+    RetrieveTimes(input, table, times);
     // Chunks of several columns would take memory until then.
     if (depth == Depth::TimesIfReadable || !input.HasColumnsApart()) {
       mReads.Finish();
     }
+  }
+}
+
+bool SteppedSeries::IsReadAhead(const Input& input) const {
+  const ReadAhead& ahead = mRun.mInputs.Ahead();
+  return ahead.HasPlan() && ahead.Reads(static_cast<std::size_t>(input.mFile));
+}
+
+void SteppedSeries::Approach(const Input& input, const ColumnBlock& columns, const RowRun& rows) {
+  mRun.mInputs.Ahead().Approach({static_cast<std::size_t>(input.mFile), columns.mFirstColumn,
+                                 columns.mFirstColumn + columns.mColumns, rows.mFirst,
+                                 rows.mOnePastLast});
+}
+
+void SteppedSeries::RetrieveTimes(const Input& input, const Dat& table, MyVector<double>& times) {
+  const RowRun all{0, times.size()};
+  if (!IsReadAhead(input)) {
+    table.RetrieveColumns_({0, 1, 0, all.Size()}, times.data(), mReads);
+    return;
+  }
+  for (const Runs& pass : Passes(input, {all}, 1, sWindowValues)) {
+    const RowRun& rows = pass.front();
+    Approach(input, {0, 1}, {rows.mFirst, all.mOnePastLast});
+    table.RetrieveColumns_({0, 1, rows.mFirst, rows.Size()}, times.data() + rows.mFirst, mReads);
   }
 }
 
@@ -122,6 +153,7 @@ SteppedSeries::Runs SteppedSeries::SelectIn(std::size_t i, StepSelection& select
     for (std::size_t pass = passes.size(); pass-- > 0;) {
       const RowRun& rows = passes[pass].front();
       times.resize(rows.Size());
+      Approach(mInputs[i], {0, 1}, rows);
       dat.RetrieveColumns_({0, 1, rows.mFirst, rows.Size()}, times.data());
       selection.Take(times, rows.mFirst);
     }
@@ -232,11 +264,17 @@ void SteppedSeries::Read(const ColumnBlock& block, std::uint64_t most, const Roo
     const bool isTime = mHasTimeColumn && lastColumn == 0 && HoldsTimes(i);
     const bool isInMemory =
         isTime || (input.Has(block.mFirstColumn, runs) && input.Has(lastColumn, runs));
-    const bool isOnePass = whole && (isInMemory || input.HasColumnsApart() || mMixedRows > 0);
+    const bool isAtOnce = whole && (isInMemory || input.HasColumnsApart() || mMixedRows > 0);
+    const bool isOnePass = isAtOnce && (isInMemory || !IsReadAhead(input));
+    const std::uint64_t window =
+        isAtOnce || IsReadAhead(input) ? std::min(most, sWindowValues) : most;
     const auto fetch = [&](const Dat* pTable) {
       for (const Runs& pass :
-           isOnePass ? std::vector<Runs>(1, runs) : Passes(input, runs, block.mColumns, most)) {
+           isOnePass ? std::vector<Runs>(1, runs) : Passes(input, runs, block.mColumns, window)) {
         const std::uint64_t rows = CountRows(pass);
+        if (pTable != nullptr) {
+          Approach(input, block, {pass.front().mFirst, input.mKept.back().mOnePastLast});
+        }
         Fetch(i, pTable, block, pass, most,
               whole ? Place{whole->mpValues + (keptRow - block.mFirstRow), whole->mReads}
                     : room({block.mFirstColumn, block.mColumns, keptRow, rows}));
@@ -321,10 +359,42 @@ void SteppedSeries::ReadAll(std::uint64_t most, const Room& room) {
     return;
   }
   const std::uint64_t columns = mInputs.front().mLayout.mColumns;
-  const std::uint64_t together = std::clamp<std::uint64_t>(most / mKeptRows, 1, columns);
+  const std::uint64_t together = ColumnsTogether(most);
   for (std::uint64_t first = 0; first < columns; first += together) {
     Read({first, std::min(together, columns - first), 0, mKeptRows}, most, room);
   }
+}
+
+// Whoever takes columns may have two such blocks, and what one of them is encoded to.
+std::uint64_t SteppedSeries::ColumnsTogether(std::uint64_t most) const {
+  if (mRun.mInputs.Ahead().IsMemoryShort() &&
+      std::ranges::any_of(mInputs, [this](const Input& input) { return IsReadAhead(input); })) {
+    const std::uint64_t limit = std::min(mRun.mOptions.mCacheSize, Vexa::MemoryLeft() / 2);
+    most = std::max(most, limit / sizeof(double) / 3);
+  }
+  return std::clamp<std::uint64_t>(most / mKeptRows, 1, mInputs.front().mLayout.mColumns);
+}
+
+void SteppedSeries::ReadRows(std::uint64_t most, const Room& room) {
+  const std::uint64_t columns = mInputs.front().mLayout.mColumns;
+  const std::uint64_t rows = std::max<std::uint64_t>(most / columns, 1);
+  for (std::uint64_t first = 0; first < mKeptRows; first += rows) {
+    Read({0, columns, first, std::min(rows, mKeptRows - first)}, most, room);
+  }
+}
+
+bool SteppedSeries::CanReadRows(std::uint64_t most) const {
+  constexpr std::uint64_t least = 8;  // chunks in a block
+  return std::ranges::all_of(mInputs, [most](const Input& input) {
+    const Tables::TableLayout& layout = input.mLayout;
+    return input.HasColumnsApart() &&
+           (layout.mFilters.empty() || least * layout.mChunkRows * layout.mColumns <= most);
+  });
+}
+
+bool SteppedSeries::ShouldReadRows(std::uint64_t most) const {
+  return mKeptRows > 0 && ColumnsTogether(most) < mInputs.front().mLayout.mColumns &&
+         mRun.mInputs.Ahead().IsMemoryShort() && CanReadRows(most);
 }
 
 std::uint64_t SteppedSeries::LongestChunk() const {
@@ -340,6 +410,13 @@ bool SteppedSeries::HasColumnsApart() const {
 }
 
 void SteppedSeries::WriteRows(Tables::ColumnWriter& writer) {
+  if (writer.TakesRows() && ShouldReadRows(sRowBlockValues)) {
+    const auto read = [this](const Room& room) { ReadRows(sRowBlockValues, room); };
+    ForEachPiece(read, [&writer](const PieceOfRows& rows) {
+      writer.WriteRows(rows.mWhere, rows.mValues.get());
+    });
+    return;
+  }
   ReadAll(writer.BlockValues(), [&writer](const ColumnBlock& piece) {
     return writer.Room(piece.mColumns * piece.mRows);
   });

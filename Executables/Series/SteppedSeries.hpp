@@ -56,8 +56,16 @@ class SteppedSeries : public Series {
   /// file. They are there when the reads that come with the room have finished.
   using Room = std::function<Tables::ColumnWriter::Place(const Tables::ColumnBlock& piece)>;
   void Read(const Tables::ColumnBlock& block, std::uint64_t most, const Room& room);
-  /// Reads all of that table in such pieces, as many columns together as `most` values make.
+  /// Reads all of that table in such pieces, as many columns together as `most` values make; of
+  /// files that do not fit in memory, as many as do.
   void ReadAll(std::uint64_t most, const Room& room);
+  /// Reads all of that table in blocks of rows of about `most` values, so that files are read once
+  /// in which the columns of some rows lie side by side.
+  void ReadRows(std::uint64_t most, const Room& room);
+  /// Whether that inflates hardly any chunk twice.
+  bool CanReadRows(std::uint64_t most) const;
+  /// Whether ReadAll() would read from files again what ReadRows() reads once.
+  bool ShouldReadRows(std::uint64_t most) const;
 
   /// "step 3 (t = 0.5)": what stands in the row of a file's table.
   virtual std::string RowText(std::size_t i, std::uint64_t row) const = 0;
@@ -159,6 +167,11 @@ class SteppedSeries : public Series {
                            std::uint64_t most) const;
   void Fetch(std::size_t i, const H5_Objects::Dat* pTable, const Tables::ColumnBlock& columns,
              const Runs& runs, std::uint64_t most, Tables::ColumnWriter::Place place);
+  // Whether what is read of the input is read ahead, bit by bit.
+  bool IsReadAhead(const Input& input) const;
+  void Approach(const Input& input, const Tables::ColumnBlock& columns, const Tables::RowRun& rows);
+  void RetrieveTimes(const Input& input, const H5_Objects::Dat& table, MyVector<double>& times);
+  std::uint64_t ColumnsTogether(std::uint64_t most) const;
   Tables::ColumnBlock NextWindow(const Input& input, const Tables::ColumnBlock& wanted,
                                  std::uint64_t most) const;
   void TellProgress(const Input& input, const Tables::ColumnBlock& block, std::uint64_t rows) const;

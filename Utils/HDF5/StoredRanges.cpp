@@ -1,5 +1,6 @@
 #include "Utils/HDF5/StoredRanges.hpp"
 
+#include <algorithm>
 #include <utility>
 
 namespace Vexa_H5 {
@@ -14,6 +15,8 @@ constexpr unsigned sAttribute = 0x0C;
 constexpr unsigned sSymbolTable = 0x11;
 constexpr std::uint64_t sHeapCollectionBytes = 4096;
 constexpr std::uint64_t sUsualNodeBytes = 4096;
+// What is longer is told in parts, if it is known which rows they hold.
+constexpr std::uint64_t sPartBytes = std::uint64_t{1} << 20;
 // No object of ours has more, and what is damaged may seem to have any number.
 constexpr std::size_t sMostRanges = std::size_t{1} << 22;
 
@@ -35,7 +38,8 @@ class Finder {
     while (!mObjects.empty() && MayGoOn()) {
       const std::uint64_t object = mObjects.back();
       mObjects.pop_back();
-      mColumns = 1;
+      mRows = mColumns = 1;
+      ++mTable;
       mMessages.ForEach(object, [this](std::uint64_t type, FileBytes data) { Take(type, data); });
       while (!mNodes.empty() && MayGoOn()) {
         const Node node = mNodes.back();
@@ -71,6 +75,7 @@ class Finder {
     if (type == sDataspace) {
       const std::size_t dimsAt = NumberAt(data, 0, 1) == 1 ? 8 : 4;
       const std::uint64_t rank = NumberAt(data, 1, 1);
+      mRows = NumberAt(data, dimsAt, sNumberBytes);
       mColumns = rank == 2 ? NumberAt(data, dimsAt + sNumberBytes, sNumberBytes) : 1;
     } else if (type == sLayout) {
       TakeLayout(data);
@@ -89,9 +94,14 @@ class Finder {
     constexpr unsigned contiguous = 1;
     constexpr unsigned chunked = 2;
     if (mWantsAll && (version == 3 || version == 4) && layout == contiguous) {
-      Add(NumberAt(data, 2, sNumberBytes), NumberAt(data, 10, sNumberBytes));
+      const std::uint64_t size = NumberAt(data, 10, sNumberBytes);
+      AddRows({0, 0, 0, 0, Narrow(mColumns), mTable}, NumberAt(data, 2, sNumberBytes), size, mRows);
     } else if (version == 3 && layout == chunked) {
       const std::size_t dimensions = NumberAt(data, 2, 1);  // and one for the bytes of an element
+      const std::size_t dimsAt = 3 + sNumberBytes;
+      mChunkRows = NumberAt(data, dimsAt, 4);
+      mChunkColumns = dimensions > 2 ? NumberAt(data, dimsAt + 4, 4) : 1;
+      mElementBytes = NumberAt(data, dimsAt + 4 * (dimensions - 1), 4);
       mNodes.push_back({NumberAt(data, 3, sNumberBytes), 8 + 8 * dimensions});
     }
   }
@@ -158,7 +168,7 @@ class Finder {
       if (isLeaf && hasChunks) {
         const std::uint64_t column = NumberAt(bytes, at + 8 + sNumberBytes, sNumberBytes);
         if (mWantsAll || (mColumns > 1 && column == 0)) {
-          Add(address, NumberAt(bytes, at, 4));
+          AddChunk(address, NumberAt(bytes, at, 4), NumberAt(bytes, at + 8, sNumberBytes), column);
         }
       } else {
         mNodes.push_back({address, node.mKeyBytes});
@@ -178,15 +188,55 @@ class Finder {
     }
   }
 
+  bool IsInFile(std::uint64_t address, std::uint64_t size) const {
+    return address < mMessages.mFileSize && size <= mMessages.mFileSize - address && size > 0;
+  }
+
   void Add(std::uint64_t address, std::uint64_t size) {
-    if (address < mMessages.mFileSize && size <= mMessages.mFileSize - address && size > 0) {
-      mRanges.push_back({address, address + size});
+    if (IsInFile(address, size)) {
+      mRanges.push_back({.mBegin = address, .mEnd = address + size});
     }
+  }
+
+  void AddChunk(std::uint64_t address, std::uint64_t size, std::uint64_t row,
+                std::uint64_t column) {
+    const bool isPlain = size == mChunkRows * mChunkColumns * mElementBytes;
+    AddRows({0, 0, row, Narrow(column), Narrow(column + mChunkColumns), mTable}, address, size,
+            isPlain ? mChunkRows : 0);
+  }
+
+  // Adds what holds rows, of the columns and from the row that `first` tells: so many, one after
+  // the other, or 0 if it is not known where they are.
+  void AddRows(ByteRange first, std::uint64_t address, std::uint64_t size, std::uint64_t rows) {
+    const std::uint64_t rowBytes = rows > 0 ? size / rows : 0;
+    const std::uint64_t rowsOfPart =
+        rowBytes > 0 ? std::max<std::uint64_t>(sPartBytes / rowBytes, 1) : 0;
+    while (rowsOfPart > 0 && size > rowsOfPart * rowBytes && IsInFile(address, size) && MayGoOn()) {
+      first.mBegin = address;
+      first.mEnd = address += rowsOfPart * rowBytes;
+      mRanges.push_back(first);
+      first.mRow += rowsOfPart;
+      size -= rowsOfPart * rowBytes;
+    }
+    if (IsInFile(address, size)) {
+      first.mBegin = address;
+      first.mEnd = address + size;
+      mRanges.push_back(first);
+    }
+  }
+
+  static std::uint32_t Narrow(std::uint64_t column) {
+    return static_cast<std::uint32_t>(std::min<std::uint64_t>(column, ByteRange().mEndColumn));
   }
 
   const ReadBytes& mRead;
   bool mWantsAll;
-  std::uint64_t mColumns = 1;  // of the object
+  std::uint32_t mTable = 0;  // counts objects
+  std::uint64_t mRows = 1;   // of the object
+  std::uint64_t mColumns = 1;
+  std::uint64_t mChunkRows = 0;
+  std::uint64_t mChunkColumns = 1;
+  std::uint64_t mElementBytes = 0;
   std::uint64_t mBytesLeft;
   HeaderMessages mMessages;
   std::vector<std::uint64_t> mObjects;

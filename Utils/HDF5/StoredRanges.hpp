@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <limits>
 #include <vector>
 
 #include "Utils/HDF5/HeaderMessages.hpp"
@@ -12,6 +13,11 @@ namespace Vexa_H5 {
 struct ByteRange {
   std::uint64_t mBegin;
   std::uint64_t mEnd;
+  // Of a chunk of a table, its first row and its columns; the tables of a group are counted.
+  std::uint64_t mRow = 0;
+  std::uint32_t mFirstColumn = 0;
+  std::uint32_t mEndColumn = std::numeric_limits<std::uint32_t>::max();
+  std::uint32_t mTable = 0;
 };
 
 /// Reads some bytes of a file, or as many of them as it has.

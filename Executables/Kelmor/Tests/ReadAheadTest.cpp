@@ -18,6 +18,7 @@
 #include <set>
 #include <string>
 
+#include "Executables/Series/ReadAheadPasses.hpp"
 #include "Utils/HDF5/TestSupport/PlainH5.hpp"
 
 namespace {
@@ -200,6 +201,37 @@ Written Write(hid_t parent, const std::string& name, hsize_t values, hsize_t chu
   H5Pclose(list);
   H5Sclose(space);
   return written;
+}
+
+// Two files of three chunks of ten rows for each of two columns, which lie a kilobyte apart.
+TEST(ReadAheadPassesTest, HandsOutWhatAPassNeedsFromWhereTheRunIs) {
+  ReadAheadPasses passes;
+  for (const std::size_t file : {1, 0}) {
+    for (const std::uint32_t column : {0, 1}) {
+      for (const std::uint64_t row : {0, 10, 20}) {
+        const std::uint64_t at = 200000 * (row + column);
+        passes.Parts().push_back({file, {at, at + 100000, row, column, column + 1, 1}});
+      }
+    }
+  }
+  passes.Begin();
+  using Places = std::vector<std::tuple<std::size_t, std::uint64_t, std::uint32_t>>;
+  const auto next = [&passes](std::uint64_t bytes) {
+    Places places;
+    for (const auto& [file, chunk] : passes.Next(bytes)) {
+      places.emplace_back(file, chunk.mRow, chunk.mFirstColumn);
+    }
+    return places;
+  };
+  passes.MoveTo(0, {});
+  EXPECT_EQ(next(150000), (Places{{0, 0, 0}, {0, 10, 0}}));
+  passes.MoveTo(0, {1, 0, 1, 15});  // in the middle of a chunk
+  EXPECT_EQ(next(1000000), (Places{{1, 10, 0}, {1, 20, 0}}));
+  EXPECT_FALSE(passes.IsDone()) << "the second column is still to come";
+  EXPECT_FALSE(ReadAheadPasses::GoesOn({1, 0, 1, 15}, {0, 1, 2, 10, 20}));
+  passes.MoveTo(1, {0, 1, 2, 10, 20});
+  EXPECT_EQ(next(1000000), (Places{{0, 10, 1}, {1, 0, 1}, {1, 10, 1}, {1, 20, 1}}));
+  EXPECT_TRUE(passes.IsDone());
 }
 
 TEST_F(ReadAheadTest, FollowsThePlan) {
