@@ -8,22 +8,58 @@ namespace {
 // To read so much takes no longer than another request.
 constexpr std::uint64_t sBytesWorthARequest = 64 * 1024;
 
+bool AreTimes(const Vexa_H5::ByteRange& chunk) {
+  return chunk.mFirstColumn == 0 && chunk.mEndColumn == 1;
+}
+
+// Joins those that touch and are read together.
+void Join(std::deque<Vexa_H5::ByteRange>& chunks) {
+  std::ranges::sort(chunks, {}, &Vexa_H5::ByteRange::mBegin);
+  std::size_t count = 0;
+  for (const Vexa_H5::ByteRange& chunk : chunks) {
+    Vexa_H5::ByteRange* const pLast = count > 0 ? &chunks[count - 1] : nullptr;
+    if (pLast != nullptr && chunk.mBegin == pLast->mEnd && AreTimes(chunk) == AreTimes(*pLast) &&
+        chunk.mEnd - pLast->mBegin <= sBytesWorthARequest) {
+      pLast->mEnd = chunk.mEnd;
+      pLast->mRow = std::min(pLast->mRow, chunk.mRow);
+      pLast->mFirstColumn = std::min(pLast->mFirstColumn, chunk.mFirstColumn);
+      pLast->mEndColumn = std::max(pLast->mEndColumn, chunk.mEndColumn);
+    } else {
+      chunks[count++] = chunk;
+    }
+  }
+  chunks.resize(count);
+}
+
 auto PlaceOf(const ReadAheadPasses::Part& part) {
   return std::tuple(part.mFile, part.mBytes.mRow);
 }
 
 }  // namespace
 
+void ReadAheadPasses::Add(std::size_t file, std::deque<Vexa_H5::ByteRange> chunks) {
+  std::uint64_t columns = 0;
+  std::uint64_t bytes = 0;
+  for (const Vexa_H5::ByteRange& chunk : chunks) {
+    columns = std::max<std::uint64_t>(columns, chunk.mEndColumn);
+    bytes += chunk.mEnd - chunk.mBegin;
+  }
+  mColumns = std::max(mColumns, columns);
+  if (!chunks.empty() && bytes / chunks.size() * columns <= sBytesWorthARequest) {
+    Join(chunks);
+  } else {
+    mReadsAlong = false;
+  }
+  mParts.reserve(mParts.size() + chunks.size());
+  for (const Vexa_H5::ByteRange& chunk : chunks) {
+    mParts.push_back({file, chunk});
+  }
+}
+
 void ReadAheadPasses::Begin() {
   std::ranges::sort(mParts, {}, [](const Part& part) {
     return std::tuple(part.mFile, part.mBytes.mRow, part.mBytes.mBegin);
   });
-  std::uint64_t bytes = 0;
-  for (const Part& part : mParts) {
-    mColumns = std::max<std::uint64_t>(mColumns, part.mBytes.mEndColumn);
-    bytes += part.mBytes.mEnd - part.mBytes.mBegin;
-  }
-  mReadsAlong = bytes / mParts.size() * mColumns <= sBytesWorthARequest;
 }
 
 bool ReadAheadPasses::GoesOn(const ReadAhead::Rows& before, const ReadAhead::Rows& now) {

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <vector>
 
 #include "Executables/Series/ReadAhead.hpp"
@@ -17,8 +18,11 @@ class ReadAheadPasses {
     Vexa_H5::ByteRange mBytes;
   };
 
-  /// The chunks, in any order until Begin(), which needs one at least.
-  std::vector<Part>& Parts() { return mParts; }
+  /// Adds chunks of a file, in any order. Short ones that touch become one part, but for those of
+  /// times, which are read alone as well.
+  void Add(std::size_t file, std::deque<Vexa_H5::ByteRange> chunks);
+  const std::vector<Part>& Parts() const { return mParts; }
+  /// All are added, one at least.
   void Begin();
 
   /// Whether the run is still in its pass.
@@ -35,7 +39,7 @@ class ReadAheadPasses {
 
   std::vector<Part> mParts;
   std::uint64_t mColumns = 0;
-  bool mReadsAlong = false;  // chunks of other columns that lie between
+  bool mReadsAlong = true;  // chunks of other columns that lie between
   ReadAhead::Rows mNow;
   std::uint64_t mPass = 0;
   std::size_t mNext = 0;  // all parts before it are handed out, or not wanted

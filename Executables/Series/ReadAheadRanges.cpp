@@ -54,13 +54,19 @@ std::uint64_t GroupBytes() {
   return std::min(Vexa::MemoryLeft() / 8, sMostGroupBytes);
 }
 
+// What is known of files takes memory, too.
+std::size_t MostRanges() {
+  constexpr std::uint64_t most = std::uint64_t{1} << 22;
+  return std::min(Vexa::MemoryLeft() / 32 / sizeof(ReadAheadPasses::Part), most);
+}
+
 }  // namespace
 
 ReadAheadRanges::ReadAheadRanges(const std::vector<std::string>& paths, ReadAhead::Plan plan,
                                  Vexa_H5::WantedValues wanted, bool isMemoryShort)
     : mFiles(paths.size()),
       mDatasets(plan.size()),
-      mMostParts(GroupBytes() / sizeof(ReadAheadPasses::Part)),
+      mMostRanges(MostRanges()),
       mWanted(wanted),
       mIsMemoryShort(isMemoryShort),
       mGroupBytes(std::min(sFirstGroupBytes, GroupBytes())) {
@@ -142,7 +148,11 @@ std::optional<ReadAheadRanges::Task> ReadAheadRanges::Next() {
 }
 
 std::optional<ReadAheadRanges::Task> ReadAheadRanges::NextLookUp() {
-  for (; mNext < mDatasets.size() && mUngroupedBytes < 2 * mGroupBytes; ++mNext) {
+  // Of the first that is not known, the places in all files are needed before it can be grouped.
+  const auto isWanted = [this] {
+    return mNext <= mKnown || (mUngroupedBytes < 2 * mGroupBytes && mRanges < mMostRanges);
+  };
+  for (; mNext < mDatasets.size() && isWanted(); ++mNext) {
     Dataset& dataset = mDatasets[mNext];
     if (mNext < mReached.mDataset) {
       dataset.mPlaces.clear();
@@ -188,14 +198,14 @@ bool ReadAheadRanges::MakeGroup() {
   }
   std::vector<Piece> pieces;
   for (; mUngrouped < mKnown; ++mUngrouped) {
-    std::vector<Piece> ofDataset = std::exchange(mDatasets[mUngrouped].mPieces, {});
-    ReadAheadPasses passes = std::exchange(mDatasets[mUngrouped].mPasses, {});
-    for (const auto& [file, bytes] : passes.Parts()) {
-      ofDataset.push_back({file, bytes.mBegin, bytes.mEnd});
-    }
+    Dataset& dataset = mDatasets[mUngrouped];
     if (mUngrouped >= mReached.mDataset) {
-      pieces.insert(pieces.end(), ofDataset.begin(), ofDataset.end());
+      pieces.insert(pieces.end(), dataset.mPieces.begin(), dataset.mPieces.end());
+      for (const auto& [file, bytes] : dataset.mPasses.Parts()) {
+        pieces.push_back({file, bytes.mBegin, bytes.mEnd});
+      }
     }
+    Forget(dataset);
   }
   mUngroupedBytes -= std::exchange(mKnownBytes, 0);
   AddGroup({mUngrouped}, std::move(pieces));
@@ -208,7 +218,7 @@ bool ReadAheadRanges::MakeGroupOfLong() {
   Dataset& dataset = mDatasets[mUngrouped];
   const bool isReached = mReached.mDataset == mUngrouped;
   if (mReached.mDataset > mUngrouped || (isReached && dataset.mPasses.IsDone())) {
-    dataset.mPasses = {};
+    Forget(dataset);
     mKnown = ++mUngrouped;
     return true;
   }
@@ -219,6 +229,7 @@ bool ReadAheadRanges::MakeGroupOfLong() {
     return false;
   }
   if (!dataset.mPieces.empty()) {
+    mRanges -= dataset.mPieces.size();
     AddGroup({mUngrouped + 1}, std::exchange(dataset.mPieces, {}));
     return true;
   }
@@ -236,6 +247,12 @@ bool ReadAheadRanges::MakeGroupOfLong() {
   }
   AddGroup(end, std::move(pieces));
   return true;
+}
+
+void ReadAheadRanges::Forget(Dataset& dataset) {
+  mRanges -= dataset.mPieces.size() + dataset.mPasses.Parts().size();
+  dataset.mPieces = {};
+  dataset.mPasses = {};
 }
 
 void ReadAheadRanges::AddGroup(const Position& end, std::vector<Piece> pieces) {
@@ -288,13 +305,14 @@ std::shared_ptr<const ReadAheadSource> ReadAheadRanges::SourceOf(std::size_t num
 
 void ReadAheadRanges::LookUp(const Task& task) {
   const std::size_t file = task.mPiece.mFile;
-  std::vector<Vexa_H5::ByteRange> ranges;
+  std::deque<Vexa_H5::ByteRange> ranges;
   const auto source = SourceOf(file);
   if (!mFiles[file].mIsLeftOut) {
     const auto read = [&source](std::uint64_t at, std::uint64_t count) {
       return source->Bytes(at, count);
     };
-    ranges = Vexa_H5::StoredRanges(task.mPiece.mBegin, mFiles[file].mBytes, read, mWanted);
+    ranges =
+        Vexa_H5::StoredRanges(task.mPiece.mBegin, mFiles[file].mBytes, read, mWanted, mMostRanges);
   }
   std::map<std::uint32_t, std::uint64_t> bytesOfTables;
   for (const Vexa_H5::ByteRange& range : ranges) {
@@ -304,13 +322,16 @@ void ReadAheadRanges::LookUp(const Task& task) {
       std::ranges::max_element(bytesOfTables, {}, &decltype(bytesOfTables)::value_type::second);
   const std::lock_guard lock(mMutex);
   Dataset& dataset = mDatasets[task.mDataset];
-  for (const Vexa_H5::ByteRange& range : ranges) {
-    std::vector<ReadAheadPasses::Part>& parts = dataset.mPasses.Parts();
-    if (range.mTable != longest->first) {
-      dataset.mPieces.push_back({file, range.mBegin, range.mEnd});
-    } else if (parts.size() < mMostParts) {
-      parts.push_back({file, range});
+  if (mRanges < mMostRanges) {
+    mRanges -= dataset.mPieces.size() + dataset.mPasses.Parts().size();
+    for (const Vexa_H5::ByteRange& range : ranges) {
+      if (range.mTable != longest->first) {
+        dataset.mPieces.push_back({file, range.mBegin, range.mEnd});
+      }
     }
+    std::erase_if(ranges, [longest](const auto& range) { return range.mTable != longest->first; });
+    dataset.mPasses.Add(file, std::move(ranges));
+    mRanges += dataset.mPieces.size() + dataset.mPasses.Parts().size();
   }
   for (const auto& [table, bytes] : bytesOfTables) {
     dataset.mBytes += bytes;

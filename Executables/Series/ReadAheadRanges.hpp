@@ -82,6 +82,7 @@ class ReadAheadRanges : public ReadAhead::Work {
   bool MakeGroup();
   bool MakeGroupOfLong();
   void TakeKnown();
+  void Forget(Dataset& dataset);
   void AddGroup(const Position& end, std::vector<Piece> pieces);
   std::shared_ptr<const ReadAheadSource> SourceOf(std::size_t file);
   void LookUp(const Task& task);
@@ -96,7 +97,8 @@ class ReadAheadRanges : public ReadAhead::Work {
   std::size_t mUngrouped = 0;         // the first dataset that is in no group yet
   std::uint64_t mKnownBytes = 0;      // of those that are looked up and in no group
   std::uint64_t mUngroupedBytes = 0;  // of all in no group, as far as they are looked up
-  std::size_t mMostParts;             // of tables, that are known of a dataset
+  std::size_t mRanges = 0;            // of those, that are in memory
+  std::size_t mMostRanges;
   Position mReached;
   ReadAhead::Rows mApproached;
   std::deque<Group> mGroups;     // that the run has not left behind

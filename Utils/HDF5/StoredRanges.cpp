@@ -17,23 +17,21 @@ constexpr std::uint64_t sHeapCollectionBytes = 4096;
 constexpr std::uint64_t sUsualNodeBytes = 4096;
 // What is longer is told in parts, if it is known which rows they hold.
 constexpr std::uint64_t sPartBytes = std::uint64_t{1} << 20;
-// No object of ours has more, and what is damaged may seem to have any number.
-constexpr std::size_t sMostRanges = std::size_t{1} << 22;
-
 std::uint64_t Padded(std::uint64_t size) {
   return (size + 7) / 8 * 8;
 }
 
 class Finder {
  public:
-  Finder(std::uint64_t fileSize, const ReadBytes& read, WantedValues wanted)
+  Finder(std::uint64_t fileSize, const ReadBytes& read, WantedValues wanted, std::size_t most)
       : mRead(read),
+        mMost(most),
         mWantsAll(wanted == WantedValues::All),
         mBytesLeft(fileSize),
         mMessages{sNumberBytes, sNumberBytes, fileSize, Budgeted()} {}
 
   // Members of groups wait their turn, so that nothing is deep.
-  std::vector<ByteRange> Find(std::uint64_t address) {
+  std::deque<ByteRange> Find(std::uint64_t address) {
     mObjects.push_back(address);
     while (!mObjects.empty() && MayGoOn()) {
       const std::uint64_t object = mObjects.back();
@@ -57,7 +55,7 @@ class Finder {
   };
 
   bool MayGoOn() const {
-    return mBytesLeft > 0 && mRanges.size() + mNodes.size() + mObjects.size() < sMostRanges;
+    return mBytesLeft > 0 && mRanges.size() + mNodes.size() + mObjects.size() < mMost;
   }
 
   ReadBytes Budgeted() {
@@ -230,6 +228,7 @@ class Finder {
   }
 
   const ReadBytes& mRead;
+  std::size_t mMost;  // what is damaged may seem to have any number
   bool mWantsAll;
   std::uint32_t mTable = 0;  // counts objects
   std::uint64_t mRows = 1;   // of the object
@@ -241,7 +240,7 @@ class Finder {
   HeaderMessages mMessages;
   std::vector<std::uint64_t> mObjects;
   std::vector<Node> mNodes;
-  std::vector<ByteRange> mRanges;
+  std::deque<ByteRange> mRanges;  // not a vector, which would hold them twice while it grows
 };
 
 }  // namespace
@@ -256,9 +255,9 @@ bool HasKnownAddresses(const ReadBytes& read) {
          NumberAt(superblock, sizesAt + 1, 1) == sNumberBytes;
 }
 
-std::vector<ByteRange> StoredRanges(std::uint64_t address, std::uint64_t fileSize,
-                                    const ReadBytes& read, WantedValues wanted) {
-  return Finder(fileSize, read, wanted).Find(address);
+std::deque<ByteRange> StoredRanges(std::uint64_t address, std::uint64_t fileSize,
+                                   const ReadBytes& read, WantedValues wanted, std::size_t most) {
+  return Finder(fileSize, read, wanted, most).Find(address);
 }
 
 }  // namespace Vexa_H5

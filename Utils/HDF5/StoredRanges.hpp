@@ -1,7 +1,9 @@
 // Where in its file an object lies, found out without the library, so that any thread can.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <limits>
 #include <vector>
 
@@ -34,7 +36,8 @@ enum class WantedValues { All, Times };
 /// attributes; of a group, those of its members. Headers and indices are read for that, and are not
 /// told. What it does not understand is left out: newer indices than the tree of version 1, large
 /// groups. So is what is damaged, and whatever it says, no more is read than the file has bytes.
-std::vector<ByteRange> StoredRanges(std::uint64_t address, std::uint64_t fileSize,
-                                    const ReadBytes& read, WantedValues wanted);
+/// Ends when about `most` places are found.
+std::deque<ByteRange> StoredRanges(std::uint64_t address, std::uint64_t fileSize,
+                                   const ReadBytes& read, WantedValues wanted, std::size_t most);
 
 }  // namespace Vexa_H5

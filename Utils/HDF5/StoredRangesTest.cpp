@@ -16,7 +16,7 @@ class StoredRangesTest : public testing::Test {
   PlainH5::TempDir mDir;
   PlainH5::File mFile = PlainH5::File::Create(mDir / "t.h5", true);
 
-  std::vector<Vexa_H5::ByteRange> Ranges(const std::string& name, WantedValues wanted) {
+  std::deque<Vexa_H5::ByteRange> Ranges(const std::string& name, WantedValues wanted) {
     H5Fflush(mFile.Id(), H5F_SCOPE_GLOBAL);
     const std::string bytes = PlainH5::Bytes(mDir / "t.h5");
     const auto read = [&bytes](std::uint64_t at, std::uint64_t count) {
@@ -29,7 +29,7 @@ class StoredRangesTest : public testing::Test {
     H5Oget_info_by_name(mFile.Id(), name.c_str(), &info, H5P_DEFAULT);
     // In a file as small as this one it would soon have read as many bytes as there are.
     constexpr std::uint64_t fileSize = 1 << 22;
-    return Vexa_H5::StoredRanges(info.addr, fileSize, read, wanted);
+    return Vexa_H5::StoredRanges(info.addr, fileSize, read, wanted, 1000);
   }
 
   // Where the values of a dataset are in the file, in its order.

@@ -215,13 +215,14 @@ void ColumnWriter::ExchangeBuffers() {
 
 // Of zeros that nobody has touched, the system keeps a page.
 void ColumnWriter::WriteZeros() const {
+  if (!mMovesChunks) {
+    return;
+  }
   const std::uint64_t bytes = mLongestStretch * sizeof(double);
-  const std::unique_ptr<void, decltype(&std::free)> zeros(std::calloc(mMovesChunks ? bytes : 1, 1),
-                                                          &std::free);
+  const std::unique_ptr<void, decltype(&std::free)> zeros(std::calloc(bytes, 1), &std::free);
   REQUIRE_FOR_CALLER(zeros!=nullptr, "No memory for a chunk of " << bytes << " bytes");
   Stretch stretch;
-  for (std::uint64_t at = 0; mMovesChunks && at < mRows * mTable.mLayout.mColumns;
-       at += stretch.mRows) {
+  for (std::uint64_t at = 0; at < mRows * mTable.mLayout.mColumns; at += stretch.mRows) {
     stretch = StretchAt(at);
     if (stretch.mIsChunk) {
       WriteStoredChunk(mTable, stretch.mRow, stretch.mColumn,

@@ -207,12 +207,14 @@ Written Write(hid_t parent, const std::string& name, hsize_t values, hsize_t chu
 TEST(ReadAheadPassesTest, HandsOutWhatAPassNeedsFromWhereTheRunIs) {
   ReadAheadPasses passes;
   for (const std::size_t file : {1, 0}) {
+    std::deque<Vexa_H5::ByteRange> chunks;
     for (const std::uint32_t column : {0, 1}) {
       for (const std::uint64_t row : {0, 10, 20}) {
         const std::uint64_t at = 200000 * (row + column);
-        passes.Parts().push_back({file, {at, at + 100000, row, column, column + 1, 1}});
+        chunks.push_back({at, at + 100000, row, column, column + 1, 1});
       }
     }
+    passes.Add(file, chunks);
   }
   passes.Begin();
   using Places = std::vector<std::tuple<std::size_t, std::uint64_t, std::uint32_t>>;
