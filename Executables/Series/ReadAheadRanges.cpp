@@ -13,6 +13,8 @@ constexpr std::uint64_t sPageBytes = 4096;
 constexpr std::uint64_t sMostGap = 64 * 1024;
 // To have the system forget less takes longer than to read it.
 constexpr std::uint64_t sLeastToForget = 4 * sPageBytes;
+// Each thread would keep for itself what so many have taken.
+constexpr std::size_t sRangesWorthReturning = 4096;
 // The run waits for the first group; larger ones than the largest are read no faster.
 constexpr std::uint64_t sFirstGroupBytes = std::uint64_t{4} << 20;
 // In memory for less, what is read ahead is lost again, and what the run needs with it.
@@ -304,6 +306,13 @@ std::shared_ptr<const ReadAheadSource> ReadAheadRanges::SourceOf(std::size_t num
 }
 
 void ReadAheadRanges::LookUp(const Task& task) {
+  if (TakeIn(task) > sRangesWorthReturning) {
+    Vexa::ReturnFreedMemory();
+  }
+}
+
+// Returns how many ranges that is.
+std::size_t ReadAheadRanges::TakeIn(const Task& task) {
   const std::size_t file = task.mPiece.mFile;
   std::deque<Vexa_H5::ByteRange> ranges;
   const auto source = SourceOf(file);
@@ -318,6 +327,7 @@ void ReadAheadRanges::LookUp(const Task& task) {
   for (const Vexa_H5::ByteRange& range : ranges) {
     bytesOfTables[range.mTable] += range.mEnd - range.mBegin;
   }
+  const std::size_t count = ranges.size();
   const auto longest =
       std::ranges::max_element(bytesOfTables, {}, &decltype(bytesOfTables)::value_type::second);
   const std::lock_guard lock(mMutex);
@@ -339,6 +349,7 @@ void ReadAheadRanges::LookUp(const Task& task) {
   }
   --dataset.mOnTheirWay;
   mChanged.notify_all();
+  return count;
 }
 
 void ReadAheadRanges::Read(const Piece& piece) {

@@ -86,6 +86,7 @@ class ReadAheadRanges : public ReadAhead::Work {
   void AddGroup(const Position& end, std::vector<Piece> pieces);
   std::shared_ptr<const ReadAheadSource> SourceOf(std::size_t file);
   void LookUp(const Task& task);
+  std::size_t TakeIn(const Task& task);
   void Read(const Piece& piece);
 
   std::vector<File> mFiles;

@@ -142,6 +142,12 @@ void Vexa::AskForLargePages(void* memory, std::size_t bytes) noexcept {
   }
 }
 
+void Vexa::ReturnFreedMemory() {
+#if defined(__GLIBC__)
+  malloc_trim(0);
+#endif
+}
+
 void Vexa::KeepFreedMemory() {
 #if defined(__GLIBC__)
   mallopt(M_MMAP_THRESHOLD, 16 << 20);
