@@ -45,11 +45,11 @@ foreach(component IN LISTS CPACK_COMPONENTS_ALL)
   # What lintian finds and we explain, and what lists the documents of the system.
   if(EXISTS ${CMAKE_CURRENT_LIST_DIR}/lintian/${package})
     configure_file(${CMAKE_CURRENT_LIST_DIR}/lintian/${package}
-                   ${root}/share/lintian/overrides/${package} COPYONLY)
+                   ${root}/share/lintian/overrides/${package} COPYONLY NO_SOURCE_PERMISSIONS)
   endif()
   if(EXISTS ${doc}/html)
     configure_file(${CMAKE_CURRENT_LIST_DIR}/${package}.doc-base
-                   ${root}/share/doc-base/${package} COPYONLY)
+                   ${root}/share/doc-base/${package} COPYONLY NO_SOURCE_PERMISSIONS)
   endif()
 
   # Shells and scripts of the system look in places of their own.
