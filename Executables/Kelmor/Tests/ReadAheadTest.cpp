@@ -236,6 +236,19 @@ TEST(ReadAheadPassesTest, HandsOutWhatAPassNeedsFromWhereTheRunIs) {
   EXPECT_TRUE(passes.IsDone());
 }
 
+TEST(ReadAheadPassesTest, ShortNeighboursAreOnePartButForTimes) {
+  ReadAheadPasses passes;
+  passes.Add(0, {{100, 200, 5, 0, 1}, {400, 500, 0, 2, 3}, {300, 400, 5, 1, 2}, {0, 100, 0, 0, 1}});
+  passes.Begin();
+  ASSERT_EQ(passes.Parts().size(), 2U);
+  passes.MoveTo(0, {});
+  const auto times = passes.Next(1000);
+  ASSERT_EQ(times.size(), 1U);
+  EXPECT_EQ(times[0].mBytes.mEnd, 200U);
+  passes.MoveTo(1, {0, 2, 3, 3});
+  EXPECT_EQ(passes.Next(1000).size(), 2U) << "times lie between, and rows before are in the part";
+}
+
 TEST_F(ReadAheadTest, FollowsThePlan) {
   const std::string huge = Fill("huge", 0);
   ASSERT_EQ(truncate(huge.c_str(), off_t{1} << 42), 0);
