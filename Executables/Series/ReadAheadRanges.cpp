@@ -14,7 +14,7 @@ constexpr std::uint64_t sMostGap = 64 * 1024;
 // To have the system forget less takes longer than to read it.
 constexpr std::uint64_t sLeastToForget = 4 * sPageBytes;
 // Each thread would keep for itself what so many have taken.
-constexpr std::size_t sRangesWorthReturning = 4096;
+constexpr std::size_t sRangesWorthReturning = 1024;
 // The run waits for the first group; larger ones than the largest are read no faster.
 constexpr std::uint64_t sFirstGroupBytes = std::uint64_t{4} << 20;
 // In memory for less, what is read ahead is lost again, and what the run needs with it.

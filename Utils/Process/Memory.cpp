@@ -16,6 +16,7 @@
 
 #include "Utils/Process/Files.hpp"
 #include "Utils/Process/Formatting.hpp"
+#include "Utils/Process/WorkerPool.hpp"
 
 namespace {
 
@@ -152,5 +153,6 @@ void Vexa::KeepFreedMemory() {
 #if defined(__GLIBC__)
   mallopt(M_MMAP_THRESHOLD, 16 << 20);
   mallopt(M_TRIM_THRESHOLD, 128 << 20);
+  mallopt(M_ARENA_MAX, static_cast<int>(NumberOfThreads()) + 1);
 #endif
 }

@@ -34,7 +34,8 @@ std::uint64_t MemoryLeft();
 
 /// Lets the process keep memory that it has freed, up to 128 MiB in blocks of up to 16 MiB, instead
 /// of giving it back to the system at once. For programs that go through large buffers one after
-/// the other: fresh pages cost more than what is done with them.
+/// the other: fresh pages cost more than what is done with them. Threads beyond NumberOfThreads(),
+/// which only wait for files, share one such store.
 void KeepFreedMemory();
 
 /// Asks the system for large pages in fresh memory that will be filled at once: to be given a page
