@@ -307,9 +307,24 @@ class Checker {
   // The joined table comes in pieces that end where its chunks end. For each of them, the other
   // series comes in pieces that end where chunks of its files end. So either inflates a chunk once.
   void CompareRows(SteppedSeries& series, SteppedSeries& joined) {
+    const bool isMemoryShort = mInputs.Ahead().IsMemoryShort() || mJoined.Ahead().IsMemoryShort();
+    try {
+      CompareRows(series, joined, !isMemoryShort);
+    } catch (...) {
+      // What is told of several differences does not depend on the memory.
+      if (isMemoryShort) {
+        CompareRows(series, joined, true);
+      }
+      throw;
+    }
+  }
+
+  void CompareRows(SteppedSeries& series, SteppedSeries& joined, bool isOrderFixed) {
     const auto readJoined = [&](const SteppedSeries::Room& room) {
-      const bool areRows = series.ShouldReadRows(sBlockValues) && joined.CanReadRows(sBlockValues);
-      areRows ? joined.ReadRows(sBlockValues, room) : joined.ReadAll(sBlockValues, room);
+      const bool areRows =
+          !isOrderFixed && series.ShouldReadRows(sBlockValues) && joined.CanReadRows(sBlockValues);
+      areRows ? joined.ReadRows(sBlockValues, room)
+              : joined.ReadAll(sBlockValues, room, isOrderFixed);
     };
     ForEachPiece(readJoined, [&](const PieceOfRows& there) {
       const auto readSame = [&](const SteppedSeries::Room& room) {

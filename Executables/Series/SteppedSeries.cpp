@@ -354,20 +354,20 @@ void SteppedSeries::TellProgress(const Input& input, const ColumnBlock& block,
                          input.mLayout.mColumns * (isWiped ? 1 : input.mKeptRows));
 }
 
-void SteppedSeries::ReadAll(std::uint64_t most, const Room& room) {
+void SteppedSeries::ReadAll(std::uint64_t most, const Room& room, bool isOrderFixed) {
   if (mKeptRows == 0) {
     return;
   }
   const std::uint64_t columns = mInputs.front().mLayout.mColumns;
-  const std::uint64_t together = ColumnsTogether(most);
+  const std::uint64_t together = ColumnsTogether(most, isOrderFixed);
   for (std::uint64_t first = 0; first < columns; first += together) {
     Read({first, std::min(together, columns - first), 0, mKeptRows}, most, room);
   }
 }
 
 // Whoever takes columns may have two such blocks, and what one of them is encoded to.
-std::uint64_t SteppedSeries::ColumnsTogether(std::uint64_t most) const {
-  if (mRun.mInputs.Ahead().IsMemoryShort() &&
+std::uint64_t SteppedSeries::ColumnsTogether(std::uint64_t most, bool isOrderFixed) const {
+  if (!isOrderFixed && mRun.mInputs.Ahead().IsMemoryShort() &&
       std::ranges::any_of(mInputs, [this](const Input& input) { return IsReadAhead(input); })) {
     const std::uint64_t limit = std::min(mRun.mOptions.mCacheSize, Vexa::MemoryLeft() / 2);
     most = std::max(most, limit / sizeof(double) / 3);

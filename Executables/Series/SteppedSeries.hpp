@@ -57,8 +57,8 @@ class SteppedSeries : public Series {
   using Room = std::function<Tables::ColumnWriter::Place(const Tables::ColumnBlock& piece)>;
   void Read(const Tables::ColumnBlock& block, std::uint64_t most, const Room& room);
   /// Reads all of that table in such pieces, as many columns together as `most` values make; of
-  /// files that do not fit in memory, as many as do.
-  void ReadAll(std::uint64_t most, const Room& room);
+  /// files that do not fit in memory, as many as do, unless the order is to be the same always.
+  void ReadAll(std::uint64_t most, const Room& room, bool isOrderFixed = false);
   /// Reads all of that table in blocks of rows of about `most` values, so that files are read once
   /// in which the columns of some rows lie side by side.
   void ReadRows(std::uint64_t most, const Room& room);
@@ -171,7 +171,7 @@ class SteppedSeries : public Series {
   bool IsReadAhead(const Input& input) const;
   void Approach(const Input& input, const Tables::ColumnBlock& columns, const Tables::RowRun& rows);
   void RetrieveTimes(const Input& input, const H5_Objects::Dat& table, MyVector<double>& times);
-  std::uint64_t ColumnsTogether(std::uint64_t most) const;
+  std::uint64_t ColumnsTogether(std::uint64_t most, bool isOrderFixed = false) const;
   Tables::ColumnBlock NextWindow(const Input& input, const Tables::ColumnBlock& wanted,
                                  std::uint64_t most) const;
   void TellProgress(const Input& input, const Tables::ColumnBlock& block, std::uint64_t rows) const;
