@@ -16,7 +16,9 @@ TABLE, COEF, TDM, TEXT, RECORD = "A.dir/a.dat", "c.coef", "m.tdm", "l.txt", "v.v
 INDEX, COEFS, TDM_INDEX, DATA = (COEF + "/index.dat", COEF + "/coefs.dat", TDM + "/index.dat",
                                  TDM + "/data.dat")
 MANY, UNLIMITED, JOINS = 1 << 40, h5py.h5f.UNLIMITED, None
-LEAST_CHECKS = 81  # distinct conditions that the reports of all these inputs name together
+# Some damage HDF5 finds itself since 1.14, when it opens a dataset.
+IS_STRICT = h5py.version.hdf5_version_tuple >= (1, 14, 0)
+LEAST_CHECKS = 80 if IS_STRICT else 81  # distinct conditions that the reports of all these inputs name together
 CHECK = re.compile(r"^#### (.*  violated\n#### \w+) |^=+ (OptionParser: .*?) =+$", re.MULTILINE)
 
 
@@ -175,11 +177,13 @@ FILES = [  # that are no segments
         3.5).tobytes(), -12), b"\7")),
     ("has 5 characters instead of 2130706436", overwritten(TEXT, first_chunk, LENGTH)),
     ("has 1 characters instead of 2130706436", overwritten(RECORD, first_chunk, LENGTH)),
-    ("neither strings nor", overwritten(TEXT, behind(STRING, 4), (1 << 20).to_bytes(4, "little"))),
+    ("H5Dopen2 failed" if IS_STRICT else "neither strings nor",
+     overwritten(TEXT, behind(STRING, 4), (1 << 20).to_bytes(4, "little"))),
     ("neither strings nor characters", overwritten(RECORD, behind(STRING, 1), b"\x08")),
     ("that it does not take: deflate 10", overwritten(TABLE, behind(b"deflate\0"), b"\x0a")),
     (JOINS, overwritten(TABLE, behind(FLOAT, 1 - len(FLOAT)), b"\x21")),
-    (NUMBERS, overwritten(TABLE, behind(FLOAT, 2 - len(FLOAT)), b"\x40")),
+    ("Opening of dataset a.dat failed" if IS_STRICT else NUMBERS,
+     overwritten(TABLE, behind(FLOAT, 2 - len(FLOAT)), b"\x40")),
     (DAMAGED, overwritten(TABLE, behind(FLOAT, 4 - len(FLOAT)), b"\x10")),
     ("Damaged header: an attribute of", overwritten(RECORD, behind(b"Version\0", -13), b"\x7f")),
     ("Damaged header: the values", overwritten(RECORD, behind(b"Version\0", 26), b"\x01")),
