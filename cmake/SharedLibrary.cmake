@@ -14,7 +14,9 @@ vexa_harden(Vexa_vexa)
 target_compile_features(Vexa_vexa PUBLIC cxx_std_20)
 target_compile_definitions(Vexa_vexa PUBLIC H5_USE_18_API)
 target_include_directories(Vexa_vexa INTERFACE $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>
-                           $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/Vexa>)
+                           $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/Bindings/C>
+                           $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/Vexa>
+                           $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
 target_link_libraries(Vexa_vexa PUBLIC hdf5::hdf5)
 if(NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize")    # of whose functions the program has those of all
   target_link_options(Vexa_vexa PRIVATE -Wl,-z,defs)

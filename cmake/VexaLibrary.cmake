@@ -117,6 +117,7 @@ function(vexa_add_library name)
   add_library(${library} STATIC ${ARG_SOURCES})
   add_library(Vexa::${exported} ALIAS ${library})
   vexa_own_code(${library})
+  target_compile_definitions(${library} PRIVATE VEXA_LIBRARY)    # Handlers.hpp tells programs from it
   vexa_for_plugins(${library})
   vexa_add_headers(${library} HEADERS ${ARG_HEADERS} SOURCES ${ARG_SOURCES})
   list(TRANSFORM ARG_HEADERS PREPEND ${CMAKE_CURRENT_SOURCE_DIR}/ OUTPUT_VARIABLE headers)

@@ -30,8 +30,6 @@ using H5_Objects::Tdm;
 using H5_Objects::Txt;
 using Vexa::C::Guarded;
 
-extern "C" const char vexa_leaves_handlers;
-
 namespace Vexa::C {
 
 // An object of a file, which the store lends until the process ends.
@@ -212,7 +210,6 @@ int vexa_install_handlers() {
 
 int vexa_open(const char* path, const vexa_version* history, size_t entries, vexa_file** file) {
   return Guarded([&] {
-    [[maybe_unused]] const volatile char isLinked = vexa_leaves_handlers;
     vexa_file*& result = Checked(file, "file");
     result = nullptr;
     auto made = std::make_unique<vexa_file>();

@@ -8,7 +8,8 @@
  * fails, as on a full disk, the report says which objects have lost what waited in memory, and all
  * other objects and files keep what they hold. An append that fails because it could not write what
  * exceeds the cache limit has taken its rows nevertheless, and is not to be repeated: they wait, or are
- * among what the report says is lost. VEXA_OK of an append means that the row is held or written, of vexa_flush() that the rows are in the file for whoever reads it afterwards.
+ * among what the report says is lost. VEXA_OK of an append means that the row is held or written, of
+ * vexa_flush() that the rows are in the file for whoever reads it afterwards.
  *
  * Memory and files. What is appended waits in memory until vexa_flush(), vexa_close() or the end of
  * the process (exit(), or the return of main) writes it, or until what waits in all files together

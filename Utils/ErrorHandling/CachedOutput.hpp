@@ -6,6 +6,8 @@
 // store, such points are where an object is got for writing and where a handle goes.
 #pragma once
 
+#include "Utils/ErrorHandling/Handlers.hpp"
+
 #pragma GCC visibility push(default)
 
 /// An object is registered from its construction to its destruction.

@@ -3,6 +3,8 @@
 #include <string>
 #include <thread>
 
+#include "Utils/ErrorHandling/Handlers.hpp"
+
 #pragma GCC visibility push(default)
 
 /// CodeError is the one exception of this system: a report that ends the run unless somebody

@@ -1,6 +1,8 @@
 // The end of every run that failed.
 #pragma once
 
+#include "Utils/ErrorHandling/Handlers.hpp"
+
 #pragma GCC visibility push(default)
 
 /// Has cached output written and ends the whole job with status 255, by exit(), so that destructors

@@ -7,6 +7,7 @@
 #include <streambuf>
 
 #include "Utils/ErrorHandling/ErrorFile.hpp"
+#include "Utils/ErrorHandling/Handlers.hpp"
 
 #pragma GCC visibility push(default)
 

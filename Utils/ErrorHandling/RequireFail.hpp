@@ -9,6 +9,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "Utils/ErrorHandling/Handlers.hpp"
 #include "Utils/Process/Printable.hpp"
 
 #pragma GCC visibility push(default)
