@@ -57,12 +57,8 @@ set(VEXA_REQUIRES muparser zlib)
 if(VEXA_WITH_LIBDEFLATE)
   list(APPEND VEXA_REQUIRES libdeflate)
 endif()
-# Debian has several builds of HDF5 side by side, and the plain name means any of them.
-if("${HDF5_C_INCLUDE_DIRS};${HDF5_INCLUDE_DIRS}" MATCHES "hdf5/serial")
-  list(PREPEND VEXA_REQUIRES hdf5-serial)
-else()
-  list(PREPEND VEXA_REQUIRES hdf5)
-endif()
+# Elsewhere than in Debian there is the plain name, which means any of its builds there.
+list(PREPEND VEXA_REQUIRES hdf5${hdf5_flavour})
 string(REGEX REPLACE "[^/]+" ".." VEXA_PREFIX_FROM_PKGCONFIG ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
 # vexa_install_pc(<name> <library that is required> ...): uses VEXA_PC_LIBS.
