@@ -128,7 +128,9 @@ class Judge:
                 "Kelmor/Kelmor", "KelmorInfo/KelmorInfo", "KelmorRun/kelmor-run",
                 "Kelmor/Tests/Stress/Simulate"))
         self.kept = settings.build / "faults"
-        self.is_sanitized = b"__asan_init" in self.program.read_bytes()
+        program = self.program.read_bytes()
+        self.is_sanitized = b"__asan_init" in program
+        self.is_parallel = b"libhdf5_mpi" in program or b"libhdf5_openmpi" in program
         self.shim, self.trace = (pathlib.Path(scratch, name) for name in (
             "faults.so", f"trace{os.getpid()}"))
         self.folder = pathlib.Path(tempfile.mkdtemp(prefix="judge", dir=scratch))
