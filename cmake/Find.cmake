@@ -16,6 +16,9 @@ endmacro()
 # folder of the system.
 function(vexa_find_at_run_time)
   foreach(library IN LISTS ARGN)
+    if(TARGET ${library})
+      get_target_property(library ${library} LOCATION)
+    endif()
     file(REAL_PATH ${library} file)    # what Debian has in a folder per flavour are links
     get_filename_component(folder ${file} DIRECTORY)
     if(file MATCHES "[.]so[.0-9]*$" AND
