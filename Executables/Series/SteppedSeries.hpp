@@ -161,6 +161,7 @@ class SteppedSeries : public Series {
   // steps are selected, and when they are written.
   bool CanHoldTimes(const H5_Objects::Dat& table, Depth depth) const;
   void FinishTimes();
+  static std::uint64_t CountRows(const Runs& runs);
   Runs SelectIn(std::size_t i, StepSelection& selection);
   Runs KeptWithin(const Input& input, const Tables::ColumnBlock& block) const;
   std::vector<Runs> Passes(const Input& input, const Runs& runs, std::uint64_t columns,
