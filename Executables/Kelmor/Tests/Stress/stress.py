@@ -6,6 +6,7 @@
 import argparse
 import ast
 import collections
+import concurrent.futures
 import ctypes
 import functools
 import io
@@ -265,8 +266,8 @@ def run_case(group, case):
 def run_group(pool, group, cases):
     begin, faults = time.monotonic(), []
     statuses, notes = collections.Counter(), collections.Counter()
-    for task in [pool.apply_async(run_case, (group, case)) for case in cases]:
-        more_statuses, more_notes, more_faults = task.get()
+    for task in [pool.submit(run_case, group, case) for case in cases]:
+        more_statuses, more_notes, more_faults = task.result()
         statuses, notes, faults = statuses + more_statuses, notes + more_notes, faults + more_faults
     runs, most = sum(statuses.values()), MOST_LIBRARY_CRASHES.get(group, 0)
     checks = {note for note in notes if note.startswith("check ")}
@@ -296,7 +297,10 @@ def main():
     with tempfile.TemporaryDirectory(prefix="stress", dir=memory) as scratch:
         subprocess.run(["cc", "-shared", "-fPIC", "-O2", "-o", f"{scratch}/faults.so",
                         pathlib.Path(__file__).with_name("faults.c"), "-ldl"], check=True)
-        with multiprocessing.Pool(len(os.sched_getaffinity(0)), prepare, (settings, scratch)) as pool:
+        # A case that its worker does not survive ends all of it, rather than being waited for.
+        with concurrent.futures.ProcessPoolExecutor(
+                len(os.sched_getaffinity(0)), multiprocessing.get_context("fork"), prepare,
+                (settings, scratch)) as pool:
             if settings.case:
                 group, _, case = settings.case.partition("(")
                 return run_group(pool, group, [ast.literal_eval("(" + case)]) > 0
