@@ -18,7 +18,6 @@ std::string RunJob(const std::string& options, const char* what) {
   setenv("OMPI_ALLOW_RUN_AS_ROOT", "1", 1);
   setenv("OMPI_ALLOW_RUN_AS_ROOT_CONFIRM", "1", 1);
   setenv("OMPI_MCA_rmaps_base_oversubscribe", "1", 1);
-  setenv("PRTE_MCA_rmaps_default_mapping_policy", ":oversubscribe", 1);
   // Nor has MPI to say what it misses of the machine's network and description.
   setenv("OMPI_MCA_btl", "^tcp", 1);
   setenv("HWLOC_HIDE_ERRORS", "2", 1);
@@ -51,8 +50,11 @@ TEST(MpiEnvironmentTest, AllWriteWhoCanAndTheOthersAreNamed) {
       {"-np 6", "wait",
        "255\nErrors005.txt:giving up\n[^\n]*\n  did not answer: ranks 0, 2, 4\n"
        "[^\n]*\nflushed1:;flushed3:;flushed5:;output:.+"}};
+  // This release's name for the setting above is deprecated in the next one.
+  const bool isOpenMpi = RunJob("--version", "").find("Open MPI") != std::string::npos;
+  const std::string host = isOpenMpi ? "--host localhost:6 --bind-to none " : "";
   for (const auto& [options, what, ended] : cases) {
-    EXPECT_THAT(RunJob(options, what), testing::MatchesRegex(ended)) << what;
+    EXPECT_THAT(RunJob(host + options, what), testing::MatchesRegex(ended)) << what;
   }
 }
 
