@@ -3,6 +3,7 @@
 #include <hdf5.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <exception>
 #include <filesystem>
@@ -17,10 +18,11 @@
 #include "Utils/ErrorHandling/MyErr.hpp"
 #include "Utils/ErrorHandling/Require.hpp"
 #include "Utils/Store/CachedH5FileHolder.hpp"
+#include "Utils/Store/InsideStore.hpp"
 
 namespace {
 
-bool sHasEnded = false;
+constinit std::atomic<bool> sHasEnded = false;
 
 // The report that this thread is lent: the text, or a literal where there was no memory for one.
 constinit thread_local const char* spShown = "";
@@ -114,6 +116,9 @@ void CloseWhatIsInTheWay() {
 // What failed is not tried again by anybody: the files of the program's own come after this.
 void WriteAtEnd() {
   sHasEnded = true;
+  if (!Vexa::InsideStore::TakeForGood()) {
+    return;
+  }
   Reported([] { TheCachedH5FileHolder().WriteCache(); });
   Reported(CloseWhatIsInTheWay);
   if (!Reported([] { TheCachedH5FileHolder().PurgeCache(); })) {

@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "Bindings/C/vexa.h"
+#include "Utils/Store/InsideStore.hpp"
 
 namespace Vexa::C {
 
@@ -17,6 +18,7 @@ template <class Work>
 int Guarded(const Work& work) noexcept {
   try {
     RequireRunning();
+    const InsideStore inside;  // for the whole of a call, which changes handles, too
     work();
     return VEXA_OK;
   } catch (...) {

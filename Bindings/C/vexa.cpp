@@ -230,8 +230,13 @@ int vexa_flush_all() {
 }
 
 int vexa_close(vexa_file* file) {
-  const std::unique_ptr<vexa_file> owner(file);
-  return owner == nullptr ? VEXA_OK : vexa_flush(file);
+  if (file == nullptr) {
+    return VEXA_OK;
+  }
+  return Guarded([file] {
+    const std::unique_ptr<vexa_file> owner(file);
+    TheCachedH5FileHolder().WriteCache(owner->mPath);
+  });
 }
 
 int vexa_waiting(const vexa_file* file, uint64_t* bytes) {

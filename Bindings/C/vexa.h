@@ -86,7 +86,8 @@ VEXA_API int vexa_open(const char* path, const vexa_version* history, size_t ent
 VEXA_API int vexa_flush(vexa_file* file);
 /* Does so for all files. */
 VEXA_API int vexa_flush_all(void);
-/* Does what vexa_flush() does, and frees the handle, whatever it returns. Null is fine. */
+/* Does what vexa_flush() does, and frees the handle, whatever becomes of the write. A call that is
+ * refused, since another thread is inside or the process is ending, frees nothing. Null is fine. */
 VEXA_API int vexa_close(vexa_file* file);
 /* The bytes that wait in the file, or in all files if it is null. */
 VEXA_API int vexa_waiting(const vexa_file* file, uint64_t* bytes);

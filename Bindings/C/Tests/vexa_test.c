@@ -3,6 +3,7 @@
 #define _DEFAULT_SOURCE
 #include <fcntl.h>
 #include <hdf5.h>
+#include <pthread.h>
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -287,6 +288,49 @@ static void verify_many(void) {
   CHECK(rows_in_file("many.h5", "/v.ver") == 2);
 }
 
+/* Calls of two threads at once do not come between each other's parts. */
+static vexa_file* shared;
+static volatile int has_ended;
+static uint64_t appended[2];
+static const char* const appended_to[] = {"/a.dat", "/b.dat"};
+
+static void* append_in_thread(void* counted) {
+  static const double rows[2000];
+  const char* const name = appended_to[(uint64_t*)counted - appended];
+  vexa_table* table;
+  while (!has_ended) {
+    if (vexa_table_open(shared, name, legend, 2, 1, 16, &table) == VEXA_OK &&
+        vexa_table_append_rows(table, rows, 1000, 2) == VEXA_OK) {
+      *(uint64_t*)counted += 1000;
+    }
+  }
+  return NULL;
+}
+
+static void test_threads(void) {
+  uint64_t rows, columns;
+  pthread_t threads[2];
+  vexa_table* table;
+  int i;
+  CHECK(vexa_set_cache_limit(2000) == VEXA_OK);
+  CHECK(vexa_open("a.h5", NULL, 0, &shared) == VEXA_OK);
+  for (i = 0; i < 2; ++i) {
+    CHECK(pthread_create(&threads[i], NULL, append_in_thread, &appended[i]) == 0);
+  }
+  usleep(300000);
+  has_ended = 1;
+  CHECK(pthread_join(threads[0], NULL) == 0 && pthread_join(threads[1], NULL) == 0);
+  for (i = 0; i < 2; ++i) {
+    CHECK(vexa_table_open(shared, appended_to[i], legend, 2, 1, 16, &table) == VEXA_OK);
+    CHECK(vexa_table_size(table, &rows, &columns) == VEXA_OK && rows == appended[i]);
+  }
+  exit(0);
+}
+
+static void verify_threads(void) {
+  CHECK(rows_in_file("a.h5", "/a.dat") % 1000 == 0);
+}
+
 int main(int argc, char** argv) {
   static const struct {
     const char* name;
@@ -296,7 +340,8 @@ int main(int argc, char** argv) {
                {"life_of_hdf5", test_life_of_hdf5, verify_life_of_hdf5},
                {"limit", test_limit, verify_limit},
                {"failures", test_failures, verify_failures},
-               {"many", test_many, verify_many}};
+               {"many", test_many, verify_many},
+               {"threads", test_threads, verify_threads}};
   char folder[] = "/tmp/vexa_test_XXXXXX";
   char command[64];
   size_t i;
