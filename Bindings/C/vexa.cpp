@@ -88,6 +88,9 @@ std::string Text(const char* text, const char* what) {
 // An array may be null if it has no elements.
 template <class T>
 std::span<const T> Array(const T* values, std::size_t count, const char* what) {
+  const bool fitsMemory = count <= PTRDIFF_MAX / sizeof(T);
+  REQUIRE(fitsMemory, "The argument '" << Vexa::Verbatim(what) << "' cannot have " << count
+          << " elements, which exceed any memory");
   return count == 0 ? std::span<const T>() : std::span(&Checked(values, what), count);
 }
 
@@ -191,11 +194,24 @@ void AppendRows(Dat& table, std::span<const double> rows, std::size_t columns) {
   }
 }
 
+// Returns the sum, or the largest number if that is less.
+std::size_t Sum(std::span<const std::size_t> counts) {
+  std::size_t sum = 0;
+  for (const std::size_t count : counts) {
+    sum += std::min(count, SIZE_MAX - sum);
+  }
+  return sum;
+}
+
 Mesh MeshOf(const Tdm& tensors, const int* extents) {
   const auto dim = static_cast<std::size_t>(tensors.GetDataMeshDim());
   MyVector<int> whole{MV::Size(dim)};
   std::ranges::copy(Array(extents, dim, "extents"), whole.begin());
-  return Mesh(whole);
+  const Mesh mesh(whole);
+  const std::ptrdiff_t most = PTRDIFF_MAX / static_cast<std::ptrdiff_t>(sizeof(double));
+  const bool fitsMemory = mesh.Size() <= most / tensors.GetStructure().NumberOfComponents();
+  REQUIRE(fitsMemory, "A tensor on a mesh of extents " << whole << " exceeds any memory");
+  return mesh;
 }
 
 }  // namespace
@@ -297,8 +313,9 @@ int vexa_table_append_rows(vexa_table* table, const double* rows, size_t count, 
 int vexa_table_size(const vexa_table* table, uint64_t* rows, uint64_t* columns) {
   return Guarded([&] {
     const MyVector<unsigned long long> extents = Checked(table, "table").mObject.GetExtents();
-    Checked(rows, "rows") = extents[0];
+    std::uint64_t& rowCount = Checked(rows, "rows");
     Checked(columns, "columns") = extents[1];
+    rowCount = extents[0];
   });
 }
 
@@ -324,10 +341,9 @@ int vexa_coefs_append_steps(vexa_coefs* coefs, size_t steps, const double* times
   return AppendTo(coefs, [&](Coef& object) {
     const std::span<const double> allTimes = Array(times, steps, "times");
     const std::span<const size_t> allCounts = Array(counts, steps, "counts");
-    for (std::size_t step = 0, begin = 0; step < steps; begin += allCounts[step++]) {
-      const std::size_t count = allCounts[step];
-      const double* first = count == 0 ? nullptr : &Checked(values, "values") + begin;
-      object.Append_(allTimes[step], std::span(first, count));
+    std::span<const double> next = Array(values, Sum(allCounts), "values");
+    for (std::size_t step = 0; step < steps; next = next.subspan(allCounts[step++])) {
+      object.Append_(allTimes[step], next.first(allCounts[step]));
       KeepLimit();
     }
   });

@@ -122,7 +122,8 @@ VEXA_API int vexa_coefs_open(vexa_file* file, const char* name, const char* time
                              const char* values_name, int compress, size_t index_chunk_rows,
                              size_t values_chunk_rows, vexa_coefs** coefs);
 VEXA_API int vexa_coefs_append(vexa_coefs* coefs, double time, const double* values, size_t count);
-/* Appends many steps: counts[i] values at times[i], those of all steps one after the other. */
+/* Appends many steps: counts[i] values at times[i], those of all steps one after the other. Where a
+ * write fails or memory ends in between, the steps before are kept. */
 VEXA_API int vexa_coefs_append_steps(vexa_coefs* coefs, size_t steps, const double* times,
                                      const size_t* counts, const double* values);
 VEXA_API int vexa_coefs_size(const vexa_coefs* coefs, uint64_t* steps);
@@ -146,7 +147,8 @@ VEXA_API int vexa_tensors_component(const vexa_tensors* tensors, const int* indi
  * index varies fastest: values[c * points + i0 + extents[0] * (i1 + extents[1] * i2)]. */
 VEXA_API int vexa_tensors_append(vexa_tensors* tensors, double time, const int* extents,
                                  const double* values);
-/* Appends many steps on the same mesh, their values one after the other. */
+/* Appends many steps on the same mesh, their values one after the other, as vexa_coefs_append_steps()
+ * does. */
 VEXA_API int vexa_tensors_append_steps(vexa_tensors* tensors, size_t steps, const double* times,
                                        const int* extents, const double* values);
 VEXA_API int vexa_tensors_size(const vexa_tensors* tensors, uint64_t* steps);

@@ -169,7 +169,10 @@ static void verify_limit(void) {
 
 static void refuse(vexa_file* file, vexa_table* table) {
   const double row[] = {1, 2, 3};
-  const int extents[] = {2, -1};
+  const int extents[] = {2, -1}, huge[] = {1 << 30, 1 << 28};
+  const size_t counts[] = {1, 3};
+  vexa_coefs* coefs;
+  uint64_t steps;
   const char* const other[] = {"t", "y"};
   vexa_table* no_table;
   vexa_tensors* tensors;
@@ -184,6 +187,12 @@ static void refuse(vexa_file* file, vexa_table* table) {
   CHECK_FAILS(vexa_table_open(file, "/x.txt", legend, 2, 1, 16, &no_table), "x.txt", "'dat'");
   CHECK(vexa_tensors_open(file, "/m.tdm", "t", "m", 3, "11", 2, 1, 16, 16, &tensors) == VEXA_OK);
   CHECK_FAILS(vexa_tensors_append(tensors, 0, extents, row), "negative", "m.tdm");
+  CHECK_FAILS(vexa_tensors_append(tensors, 0, huge, row), "exceeds", "m.tdm");
+  CHECK(vexa_coefs_open(file, "/c.coef", "t", "c", 1, 16, 16, &coefs) == VEXA_OK);
+  CHECK(vexa_coefs_append(coefs, 0, row, 3) == VEXA_OK);
+  CHECK_FAILS(vexa_coefs_append(coefs, 0, row, SIZE_MAX), "exceed", "c.coef");
+  CHECK_FAILS(vexa_coefs_append_steps(coefs, 2, row, counts, NULL), "null pointer", "c.coef");
+  CHECK(vexa_coefs_size(coefs, &steps) == VEXA_OK && steps == 1);
   CHECK_FAILS(vexa_tensors_open(file, "/m.tdm", "t", "m", 3, "12", 2, 1, 16, 16, &tensors),
               "m.tdm", "'12'");
   CHECK(vexa_text_open(file, "/log.txt", &text) == VEXA_OK);
