@@ -136,6 +136,19 @@ void WithFile(vexa_file& file, const Work& work) {
   opened.LetGo();
 }
 
+// Refuses a name that the store would refuse when it has made some of its groups already.
+void RequireName(std::string_view name, std::string_view kind) {
+  std::string_view ending = kind;
+  for (std::string_view rest = name.substr(0, name.find_last_not_of('/') + 1); !rest.empty();) {
+    const std::string_view part = rest.substr(rest.rfind('/') + 1);
+    const bool isNamed = part.empty() || part == ".." || part.ends_with(ending);
+    REQUIRE(isNamed, "'" << part << "' in the name '" << name << "' does not end in '" << ending
+            << "'");
+    rest.remove_suffix(std::min(part.size() + 1, rest.size()));
+    ending = ".dir";
+  }
+}
+
 // Gets the object of that name, has it shaped or compared, and keeps a handle on it.
 template <class Handle, class Shape>
 int OpenObject(vexa_file* file, const char* name, Handle** handle, const Shape& shape) noexcept {
@@ -144,9 +157,10 @@ int OpenObject(vexa_file* file, const char* name, Handle** handle, const Shape& 
     result = nullptr;
     vexa_file& owner = Checked(file, "file");
     const std::string path = Text(name, "name");
+    const Vexa::ReportContext context(path, owner.mPath);
+    RequireName(path, "." + Handle::Object::ClassID());
     WithFile(owner, [&](CachedH5File& opened) {
       auto& object = opened.GetObjectForWrite<typename Handle::Object>(path);
-      const Vexa::ReportContext context(path, owner.mPath);
       shape(object);
       std::unique_ptr<Opened>& slot = owner.mObjects[opened.Path(path)];
       if (slot == nullptr) {
@@ -434,7 +448,10 @@ int vexa_version_create(vexa_file* file, const char* name, const vexa_version* h
                         size_t entries) {
   return Guarded([&] {
     const CachedH5File::VersionHistory pairs = History(history, entries);
+    const bool hasEntries = entries > 0;
+    REQUIRE(hasEntries, "A version record needs an entry");
     const std::string path = Text(name, "name");
+    RequireName(path, ".ver");
     WithFile(Checked(file, "file"), [&](CachedH5File& opened) {
       const bool exists = opened.Exists(path);
       REQUIRE(!exists, "There is a record '" << path << "' in file " << opened.Filename());

@@ -5,11 +5,14 @@
  * vexa_last_error() has the report. What it gives is written through the last pointer. No function
  * ends the process, and no exception of C++ leaves one, with one exception that is HDF5's own: it
  * may call exit() where it finds no memory. A refused call changes nothing. Where a write to a file
- * fails, as on a full disk, the report says which objects have lost what waited in memory, and all
- * other objects and files keep what they hold. An append that fails because it could not write what
- * exceeds the cache limit has taken its rows nevertheless, and is not to be repeated: they wait, or are
- * among what the report says is lost. VEXA_OK of an append means that the row is held or written, of
- * vexa_flush() that the rows are in the file for whoever reads it afterwards.
+ * fails, as on a full disk, the report names the file and what could not be written first; other
+ * objects of the file that could not be written, and whether the file stays as it was before, are
+ * told on standard error. These have lost what waited in memory, and all other objects and files keep
+ * what they hold. HDF5 prints its own messages there, unless it is told not to by H5Eset_auto2(). An
+ * append that fails because it could not write what exceeds the cache limit has taken its rows
+ * nevertheless, and is not to be repeated: they wait, or are among what is lost. VEXA_OK of an append
+ * means that the row is held or written, of vexa_flush() that the rows are in the file for whoever
+ * reads it afterwards.
  *
  * Memory and files. What is appended waits in memory until vexa_flush(), vexa_close() or the end of
  * the process (exit(), or the return of main) writes it, or until what waits in all files together
@@ -159,8 +162,8 @@ VEXA_API int vexa_text_open(vexa_file* file, const char* name, vexa_text** text)
 VEXA_API int vexa_text_append(vexa_text* text, const char* characters, size_t length);
 VEXA_API int vexa_text_size(const vexa_text* text, uint64_t* strings);
 
-/* Makes a version record (.ver) besides that of vexa_open(). A record is written once: fails if it
- * exists. */
+/* Makes a version record (.ver), of at least one entry, besides that of vexa_open(). A record is
+ * written once: fails if it exists. */
 VEXA_API int vexa_version_create(vexa_file* file, const char* name, const vexa_version* history,
                                  size_t entries);
 /* The number of its entries. */

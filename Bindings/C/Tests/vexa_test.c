@@ -184,7 +184,9 @@ static void refuse(vexa_file* file, vexa_table* table) {
   CHECK_FAILS(vexa_table_open(file, "/Run.dir/x.dat", other, 2, 1, 16, &no_table), "x.dat", "(t,y)");
   CHECK(no_table == NULL);
   CHECK_FAILS(vexa_table_open(file, "/new.dat", NULL, 0, 1, 16, &no_table), "new.dat", "legend");
-  CHECK_FAILS(vexa_table_open(file, "/x.txt", legend, 2, 1, 16, &no_table), "x.txt", "'dat'");
+  CHECK_FAILS(vexa_table_open(file, "/x.txt", legend, 2, 1, 16, &no_table), "x.txt", "'.dat'");
+  CHECK_FAILS(vexa_table_open(file, "/a.dir/./x.dat", legend, 2, 1, 16, &no_table), "'.'", "a.h5");
+  CHECK_FAILS(vexa_version_create(file, "/v.ver", NULL, 0), "needs an entry", "");
   CHECK(vexa_tensors_open(file, "/m.tdm", "t", "m", 3, "11", 2, 1, 16, 16, &tensors) == VEXA_OK);
   CHECK_FAILS(vexa_tensors_append(tensors, 0, extents, row), "negative", "m.tdm");
   CHECK_FAILS(vexa_tensors_append(tensors, 0, huge, row), "exceeds", "m.tdm");
