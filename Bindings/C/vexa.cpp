@@ -137,16 +137,18 @@ void WithFile(vexa_file& file, const Work& work) {
 }
 
 // Refuses a name that the store would refuse when it has made some of its groups already.
-void RequireName(std::string_view name, std::string_view kind) {
-  std::string_view ending = kind;
-  for (std::string_view rest = name.substr(0, name.find_last_not_of('/') + 1); !rest.empty();) {
+void RequireName(std::string_view name, std::string_view ending) {
+  std::string_view rest = name.substr(0, name.find_last_not_of('/') + 1);
+  bool isGroup = false;
+  do {
     const std::string_view part = rest.substr(rest.rfind('/') + 1);
-    const bool isNamed = part.empty() || part == ".." || part.ends_with(ending);
+    const bool isNamed = part.ends_with(ending) || (isGroup && (part.empty() || part == ".."));
     REQUIRE(isNamed, "'" << part << "' in the name '" << name << "' does not end in '" << ending
             << "'");
     rest.remove_suffix(std::min(part.size() + 1, rest.size()));
     ending = ".dir";
-  }
+    isGroup = true;
+  } while (!rest.empty());
 }
 
 // Gets the object of that name, has it shaped or compared, and keeps a handle on it.
@@ -244,6 +246,8 @@ int vexa_open(const char* path, const vexa_version* history, size_t entries, vex
     result = nullptr;
     auto made = std::make_unique<vexa_file>();
     made->mPath = Text(path, "path");
+    const bool hasPath = !made->mPath.empty();
+    REQUIRE(hasPath, "The path of the file is empty");
     made->mHistory = History(history, entries);
     Vexa::C::ArrangeEnd();
     WithFile(*made, [&](const CachedH5File& opened) { made->mPath = opened.Filename(); });
