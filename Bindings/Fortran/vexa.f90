@@ -383,6 +383,10 @@ contains
   subroutine vexa_set_cache_limit(bytes, stat)
     integer(c_int64_t), intent(in) :: bytes
     integer, intent(out), optional :: stat
+    if (bytes < 0) then
+      call refuse('The cache limit is negative', stat)
+      return
+    end if
     call tell(c_set_cache_limit(bytes), stat)
   end subroutine
 
