@@ -5,9 +5,9 @@
 #include <exception>
 #include <functional>
 
-#pragma GCC visibility push(default)
+class WorkerPool;  // which the source file has
 
-class WorkerPool;
+#pragma GCC visibility push(default)
 
 namespace Vexa {
 

@@ -18,11 +18,12 @@
 #include "Utils/ErrorHandling/Trace.hpp"
 #include "Utils/Store/H5_Object.hpp"
 
+namespace Vexa {
+class FailedWrites;  // which is not installed
+}
+
 #pragma GCC visibility push(default)
 
-namespace Vexa {
-class FailedWrites;
-}
 class H5_File;
 
 class H5_Node {
