@@ -5,10 +5,10 @@
  * vexa_last_error() has the report. What it gives is written through the last pointer. No function
  * ends the process, and no exception of C++ leaves one, with one exception that is HDF5's own: it
  * may call exit() where it finds no memory. A refused call changes nothing. Where a write to a file
- * fails, as on a full disk, the report names the file and what could not be written first; other
- * objects of the file that could not be written, and whether the file stays as it was before, are
- * told on standard error. These have lost what waited in memory, and all other objects and files keep
- * what they hold. HDF5 prints its own messages there, unless it is told not to by H5Eset_auto2(). An
+ * fails, as on a full disk, the report names the file and what could not be written first, or says
+ * that the file stays as it was before; standard error has the other objects of the file that could
+ * not be written. These have lost what waited in memory, and all other objects and files keep what
+ * they hold. HDF5 prints its own messages there, unless it is told not to by H5Eset_auto2(). An
  * append that fails because it could not write what exceeds the cache limit has taken its rows
  * nevertheless, and is not to be repeated: they wait, or are among what is lost. VEXA_OK of an append
  * means that the row is held or written, of vexa_flush() that the rows are in the file for whoever

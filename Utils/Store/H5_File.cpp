@@ -215,7 +215,8 @@ void H5_File::CloseFile() {
   const ssize_t leaked = isChecked ? H5Fget_obj_count(mFile_id, kinds | H5F_OBJ_LOCAL) - 1 : 0;
   REQUIRE(leaked==0, "Internal error: " << leaked << " identifiers open while closing the file");
   herr_t err = mIsOpenForWriting && mStaysReadable ? H5Fflush(mFile_id, H5F_SCOPE_LOCAL) : 0;
-  if (err < 0) {
+  const bool isRolledBack = err < 0;
+  if (isRolledBack) {
     // A close that fails would leave the file open in the library.
     RollBack();
   } else {
@@ -224,7 +225,9 @@ void H5_File::CloseFile() {
     SetFlushed();
   }
   mSharedLock = {};
-  REQUIRE(err==0, "H5Fclose returned err=" << err);
+  const char* const isLost =
+      "\nThe file stays as it was before; what was appended to it since is lost";
+  REQUIRE(err==0, "H5Fclose returned err=" << err << Vexa::Verbatim(isRolledBack ? isLost : ""));
   Vexa_H5::CountOpenFiles(-1);
 }
 
