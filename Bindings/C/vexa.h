@@ -29,8 +29,8 @@
  *
  * Threads. The library belongs to one thread at a time. Threads may take turns that the program
  * orders; a call that comes while another thread is inside fails and touches nothing. Reports are
- * kept per thread. A thread must not be cancelled within a call. A process that was forked must not
- * use the library, and must end by _exit(), if its parent had something waiting.
+ * kept per thread. A call must not be left by longjmp() or by cancelling its thread. A process that
+ * was forked must not use the library, and must end by _exit(), if its parent had something waiting.
  *
  * The process. Handlers of signals and the terminate handler of C++ are left as they are. HDF5 may be
  * used, by the same copy of the library, before, between and after calls, and even be closed by
