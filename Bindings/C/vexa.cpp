@@ -223,7 +223,7 @@ Mesh MeshOf(const Tdm& tensors, const int* extents) {
   const auto dim = static_cast<std::size_t>(tensors.GetDataMeshDim());
   MyVector<int> whole{MV::Size(dim)};
   std::ranges::copy(Array(extents, dim, "extents"), whole.begin());
-  const Mesh mesh(whole);
+  Mesh mesh(whole);
   const std::ptrdiff_t most = PTRDIFF_MAX / static_cast<std::ptrdiff_t>(sizeof(double));
   const bool fitsMemory = mesh.Size() <= most / tensors.GetStructure().NumberOfComponents();
   REQUIRE(fitsMemory, "A tensor on a mesh of extents " << whole << " exceeds any memory");
