@@ -306,13 +306,15 @@ static uint64_t appended[2];
 static const char* const appended_to[] = {"/a.dat", "/b.dat"};
 
 static void* append_in_thread(void* counted) {
-  static const double rows[2000];
-  const char* const name = appended_to[(uint64_t*)counted - appended];
+  static const double rows[20000];
+  const int is_first = counted == appended;
+  const char* const name = appended_to[is_first];
+  const size_t count = is_first ? 10000 : 1; /* the second comes while the first is inside */
   vexa_table* table;
   while (!has_ended) {
     if (vexa_table_open(shared, name, legend, 2, 1, 16, &table) == VEXA_OK &&
-        vexa_table_append_rows(table, rows, 1000, 2) == VEXA_OK) {
-      *(uint64_t*)counted += 1000;
+        vexa_table_append_rows(table, rows, count, 2) == VEXA_OK) {
+      *(uint64_t*)counted += count;
     }
   }
   return NULL;
@@ -332,14 +334,14 @@ static void test_threads(void) {
   has_ended = 1;
   CHECK(pthread_join(threads[0], NULL) == 0 && pthread_join(threads[1], NULL) == 0);
   for (i = 0; i < 2; ++i) {
-    CHECK(vexa_table_open(shared, appended_to[i], legend, 2, 1, 16, &table) == VEXA_OK);
+    CHECK(vexa_table_open(shared, appended_to[!i], legend, 2, 1, 16, &table) == VEXA_OK);
     CHECK(vexa_table_size(table, &rows, &columns) == VEXA_OK && rows == appended[i]);
   }
   exit(0);
 }
 
 static void verify_threads(void) {
-  CHECK(rows_in_file("a.h5", "/a.dat") % 1000 == 0);
+  CHECK(rows_in_file("a.h5", "/b.dat") % 10000 == 0);
 }
 
 int main(int argc, char** argv) {
