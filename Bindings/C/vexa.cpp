@@ -181,12 +181,20 @@ int CountSteps(const Handle* handle, std::uint64_t* count) noexcept {
   });
 }
 
+// A chunk is held in memory and encoded whole, however few rows it has: one that was shortened to
+// 4 GiB would keep the first write busy for a minute.
+std::size_t ChunkRows(std::size_t rows) {
+  REQUIRE(rows <= Dat::sMostChunkRows,
+          "A chunk has at most " << Dat::sMostChunkRows << " rows, got " << rows);
+  return rows;
+}
+
 void ShapeTable(Dat& table, const MyVector<std::string>& legend, bool compress,
                 std::size_t chunkRows) {
   if (!table.IsInitialized()) {
     const bool hasLegend = !legend.empty();
     REQUIRE(hasLegend, "There is no such table, and no legend to make it with");
-    table.Initialize(legend, compress, chunkRows);
+    table.Initialize(legend, compress, ChunkRows(chunkRows));
   }
   const MyVector<std::string> existing = table.GetLegend();
   const bool isSame = legend.empty() || legend == existing;
@@ -344,7 +352,8 @@ int vexa_coefs_open(vexa_file* file, const char* name, const char* time_name,
     const std::string timeName = Text(time_name, "time_name");
     const std::string valuesName = Text(values_name, "values_name");
     if (!object.AreAttributesKnown()) {
-      object.Initialize(timeName, valuesName, compress != 0, index_chunk_rows, values_chunk_rows);
+      object.Initialize(timeName, valuesName, compress != 0, ChunkRows(index_chunk_rows),
+                        ChunkRows(values_chunk_rows));
     }
   });
 }
@@ -380,8 +389,8 @@ int vexa_tensors_open(vexa_file* file, const char* name, const char* time_name,
     const std::string valuesName = Text(values_name, "values_name");
     const TensorStructure structure(dim, Text(symmetry, "symmetry"));
     if (!object.IsInitialized()) {
-      object.Initialize(timeName, valuesName, structure, mesh_dim, compress != 0, index_chunk_rows,
-                        values_chunk_rows);
+      object.Initialize(timeName, valuesName, structure, mesh_dim, compress != 0,
+                        ChunkRows(index_chunk_rows), ChunkRows(values_chunk_rows));
     }
     const bool isSame = object.GetStructure() == structure && object.GetDataMeshDim() == mesh_dim;
     REQUIRE(isSame, "The series holds tensors of " << object.GetStructure() << " on meshes of "

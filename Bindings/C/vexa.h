@@ -105,7 +105,9 @@ VEXA_API int vexa_set_lock_patience(double seconds);
 
 /* Objects. A name is a path in the file, such as "/Run.dir/energy.dat", whose groups end in .dir and
  * are made, and whose end is that of the kind. An object that exists is gone on with. `compress` (0
- * or 1) and the lengths of chunks, in rows, are for objects that do not exist yet.
+ * or 1) and the lengths of chunks, in rows, are for objects that do not exist yet. A chunk is held in
+ * memory and encoded whole, however few rows it has: about as many as are flushed at once is a good
+ * length. One of 4 GiB or more (536870912 rows), which HDF5 refuses, is refused.
  *
  * A table (.dat) has a name per column, the first of them that of the time. Without a legend
  * (columns 0), the table must exist; with one, a table that exists must have the same. */

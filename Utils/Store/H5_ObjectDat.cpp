@@ -82,15 +82,13 @@ Dat::~Dat() {
 void Dat::Initialize(const MyVector<std::string>& legend, bool compress, std::size_t chunkRows) {
   const Vexa::InsideStore inside;
   REQUIRE(!IsInitialized(), "DataSet already initialized");
-  // A chunk is less than 4 GiB.
-  const unsigned long long longestChunk = 0xffffffffULL / sizeof(double);
   mCompress = compress;
   mLegends = legend;
   mLegendCharacters = Characters(legend);
   mExtents = {0, legend.size()};
   // Chunks of even length: one that is nearly empty takes as much as a full one.
   const unsigned long long rows = std::max<std::size_t>(chunkRows, 1);
-  const unsigned long long chunks = (rows - 1) / longestChunk + 1;
+  const unsigned long long chunks = (rows - 1) / sMostChunkRows + 1;
   mChunkRows = (rows - 1) / chunks + 1;
   ReportCacheSize();
 }

@@ -40,9 +40,12 @@ class Dat : public DataSet, public Factory::Register<Dat> {
   /// Ends the process if rows are still waiting.
   ~Dat() override;
 
+  /// The longest chunk: HDF5 accepts less than 4 GiB.
+  static constexpr unsigned long long sMostChunkRows = 0xffffffffULL / sizeof(double);
+
   /// Shapes a new table: one column per legend. `chunkRows` is the length of a chunk; 0 counts as
-  /// 1, and what exceeds HDF5's limit of 4 GiB for a chunk is divided by the least number of
-  /// chunks. Writes nothing. Fails with "DataSet already initialized".
+  /// 1, and what exceeds sMostChunkRows is divided by the least number of chunks. Writes nothing.
+  /// Fails with "DataSet already initialized".
   void Initialize(const MyVector<std::string>& legend, bool compress, std::size_t chunkRows);
   bool IsInitialized() const { return mExistsInFile || !mExtents.empty(); }
   /// Has the new table, which is created when it is opened, consist of rows that stay in other
