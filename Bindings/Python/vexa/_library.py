@@ -4,7 +4,6 @@ from __future__ import annotations
 
 import ctypes
 import functools
-import operator
 import os
 import pathlib
 from ctypes import POINTER, c_char_p, c_double, c_int, c_size_t, c_uint64, c_void_p
@@ -13,7 +12,8 @@ from typing import Any, Iterable, Tuple
 # Whoever calls HDF5 in this process takes this lock of h5py's, which a thread can take again.
 from h5py._objects import phil as lock
 
-from ._errors import Error
+from ._errors import Error, Refused
+from ._given import text
 
 History = Iterable[Tuple[str, str]]
 _LIBRARY = pathlib.Path(__file__).with_name("libvexa_c.so")
@@ -89,29 +89,10 @@ def number(name: str, *arguments: Any) -> int:
     return result.value
 
 
-def text(value: str | bytes) -> bytes:
-    if not isinstance(value, (str, bytes)):
-        raise Error(f"A text is expected, not {value!r}")
-    try:
-        encoded = value if isinstance(value, bytes) else value.encode("utf-8", "surrogateescape")
-    except UnicodeEncodeError as error:
-        raise Error(f"{value!r} cannot be written: {error}") from None
-    if b"\0" in encoded:
-        raise Error(f"{value!r} holds a null character")
-    return encoded
-
-
-def whole(value: int, bits: int = 63) -> int:
-    """The value, if it is a whole number that is not negative and has no more bits."""
-    if not 0 <= operator.index(value) < 2**bits:
-        raise Error(f"{value} is out of range: 0 to {2**bits - 1} is possible")
-    return value
-
-
 def versions(history: History) -> tuple[Any, int]:
     try:
         pairs = [(commit, change) for commit, change in history]
     except (TypeError, ValueError):
-        raise Error(f"A history is a list of pairs, commit and change, not {history!r}") from None
+        raise Refused(f"A history is a list of pairs, commit and change, not {history!r}") from None
     entries = [Version(text(commit), text(change)) for commit, change in pairs]
     return (Version * len(entries))(*entries), len(entries)

@@ -3,30 +3,48 @@
 from __future__ import annotations
 
 import ctypes
+import functools
 import os
 import struct
 import weakref
-from typing import Any, ClassVar, Iterable, Sequence, TypeVar
+from typing import Any, Callable, ClassVar, Iterable, Sequence, TypeVar
 
 import numpy as np
 from numpy.typing import ArrayLike
 
 from . import _library
-from ._errors import Error
-from ._library import History, call, lock, number, text, whole
+from . import _given
+from ._errors import Error, Refused
+from ._given import text, whole
+from ._library import History, call, lock, number
 from ._tensors import components_of
 
 _FLOAT64 = np.dtype(np.float64)
 _Kind = TypeVar("_Kind", bound="_Object")
+_Work = TypeVar("_Work", bound=Callable[..., Any])
+
+
+def _tells(work: _Work) -> _Work:
+    """Says for which object of which file it was given what is refused."""
+
+    @functools.wraps(work)
+    def told(self: Any, *arguments: Any, **form: Any) -> Any:
+        try:
+            return work(self, *arguments, **form)
+        except (MemoryError, Refused) as error:
+            raise Error(f"{self._where(*arguments, **form)}: {error}") from None
+
+    return told  # type: ignore[return-value]
 
 
 def _array(values: ArrayLike) -> np.ndarray:
-    if np.ma.is_masked(values):
-        raise Error("Masked values cannot be written; NaN can")
+    parts = values if isinstance(values, (list, tuple)) else [values]
+    if any(isinstance(part, np.ma.MaskedArray) and np.ma.is_masked(part) for part in parts):
+        raise Refused("Masked values cannot be written; NaN can")
     try:
         return np.asarray(values)
     except ValueError as error:
-        raise Error(f"What is appended is no array: {error}") from None
+        raise Refused(f"What is appended is no array: {error}") from None
 
 
 def _doubles(values: ArrayLike) -> np.ndarray:
@@ -35,7 +53,7 @@ def _doubles(values: ArrayLike) -> np.ndarray:
     if array.size == 0 and array.dtype == object:
         array = array.astype(np.float64)
     if not np.can_cast(array.dtype, _FLOAT64, "same_kind"):
-        raise Error(f"Numbers are expected, not values of the type {array.dtype}")
+        raise Refused(f"Numbers are expected, not values of the type {array.dtype}")
     return np.require(array, _FLOAT64, "CA")
 
 
@@ -51,9 +69,16 @@ class _Object:
     def __init__(self, file: File, name: str, *arguments: Any) -> None:
         self.name = name
         self._file = file
+        self._handle: int | None = self._open(*arguments)
+
+    def _open(self, *arguments: Any) -> int | None:
         handle = ctypes.c_void_p()
-        call(f"{self._KIND}_open", file._opened(), text(name), *arguments, ctypes.byref(handle))
-        self._handle: int | None = handle.value
+        call(f"{self._KIND}_open", self._file._opened(), text(self.name), *arguments,
+             ctypes.byref(handle))
+        return handle.value
+
+    def _where(self, *_: object) -> str:
+        return f"'{self.name}' of '{self._file.path}'"
 
     def _call(self, name: str, *arguments: Any) -> None:
         call(name, self._opened(), *arguments)
@@ -66,6 +91,7 @@ class _Object:
     def _closed(self) -> Error:
         return Error(f"'{self.name}' belongs to '{self._file.path}', which is closed")
 
+    @_tells
     def __len__(self) -> int:
         return number(f"{self._KIND}_size", self._opened())
 
@@ -92,10 +118,10 @@ class Table(_Object):
         Many rows in a C-contiguous array of float64 are taken as they lie in memory.
         """
         with lock:
-            if self._handle is None:
-                raise self._closed()
             if not self._fills_row(rows):
                 self._append_rows(rows)
+            elif self._handle is None:
+                raise self._closed()
             elif self._append_row(self._handle, self._address, self._columns) != 0:
                 raise _library.last_report()
 
@@ -112,20 +138,31 @@ class Table(_Object):
             pass
         return False
 
+    @_tells
     def _append_rows(self, rows: Any) -> None:
         self._require_columns(rows)
         array = _doubles(rows)
         if array.ndim not in (1, 2):
-            raise Error(f"'{self.name}': rows have one dimension or two, not {array.ndim}")
+            raise Refused(f"Rows have one dimension or two, not {array.ndim}")
         shape = array.shape if array.ndim == 2 else (1, len(array))
         self._call("table_append_rows", array.ctypes.data, *shape)
 
     def _require_columns(self, rows: Any) -> None:
-        columns = getattr(rows, "columns", None)
-        if columns is not None and self._legend and list(columns) != self._legend:
-            raise Error(f"'{self.name}' has the columns {self._legend}, not {list(columns)}")
+        """Fails if a frame, or a row of one, names other columns, or these in another order."""
+        labels = getattr(rows, "columns", getattr(rows, "index", None))
+        if labels is None or callable(labels):
+            return
+        names = list(labels)
+        if not hasattr(rows, "columns") and not all(isinstance(name, str) for name in names):
+            return  # a row that is numbered
+        if not self._legend:
+            self._open(_pointers(names), len(names), True, 1)  # compares them
+            self._legend = names
+        if names != self._legend:
+            raise Refused(f"The table has the columns {self._legend}, not {names}")
 
     @property
+    @_tells
     def shape(self) -> tuple[int, int]:
         columns = ctypes.c_uint64()
         rows = ctypes.c_uint64()
@@ -141,18 +178,19 @@ class Coefs(_Object):
 
     _KIND = "coefs"
 
+    @_tells
     def append(self, time: ArrayLike, values: Any) -> None:
         """Appends a step, or many: an array of times, and values for each of them."""
         times = _doubles(time)
         if times.ndim == 0:
             one = _doubles(values)
             if one.ndim != 1:
-                raise Error(f"'{self.name}': the values of a step have one dimension, not {one.ndim}")
+                raise Refused(f"The values of a step have one dimension, not {one.ndim}")
             self._call("coefs_append", float(times), one.ctypes.data, one.size)
             return
         steps = [_doubles(step) for step in values] if np.iterable(values) else []
         if times.ndim != 1 or len(times) != len(steps) or any(step.ndim != 1 for step in steps):
-            raise Error(f"'{self.name}': many steps are an array of times and as many arrays of values")
+            raise Refused("Many steps are an array of times and as many arrays of values")
         counts = np.array([len(step) for step in steps], dtype=np.uintp)
         flat = np.concatenate(steps) if steps else np.empty(0)
         self._call("coefs_append_steps", len(times), times.ctypes.data, counts.ctypes.data,
@@ -172,6 +210,7 @@ class Tensors(_Object):
         #: The lists of indices that the independent components have, in their order.
         self.components = components_of(dim, symmetry)
 
+    @_tells
     def append(self, time: ArrayLike, values: ArrayLike) -> None:
         """Appends the step values[component, i, j, ...], or values[i, j, ...] of a scalar.
 
@@ -184,10 +223,10 @@ class Tensors(_Object):
         if array.ndim == axes and len(self.components) == 1:
             array = np.expand_dims(array, times.ndim)
         if times.ndim > 1 or array.ndim != axes + 1:
-            raise Error(f"'{self.name}': values of {axes + 1} dimensions are expected, not {array.ndim}")
+            raise Refused(f"Values of {axes + 1} dimensions are expected, not {array.ndim}")
         expected = times.shape + (len(self.components),)
         if array.shape[:times.ndim + 1] != expected:
-            raise Error(f"'{self.name}': values begin with the axes {expected}, not {array.shape}")
+            raise Refused(f"Values begin with the axes {expected}, not {array.shape}")
         first = times.ndim + 1
         in_file = _doubles(array.transpose(*range(first), *range(array.ndim - 1, first - 1, -1)))
         extents = (ctypes.c_int * self._mesh_dim)(*(whole(size, 31) for size in array.shape[first:]))
@@ -199,6 +238,7 @@ class Text(_Object):
 
     _KIND = "text"
 
+    @_tells
     def append(self, characters: str | bytes) -> None:
         encoded = text(characters)
         self._call("text_append", encoded, len(encoded))
@@ -224,9 +264,9 @@ class File:
     def __init__(self, path: str | os.PathLike[str], history: History = ()) -> None:
         self._objects: weakref.WeakSet[_Object] = weakref.WeakSet()
         self._named: dict[str, Any] = {}  # to which append() goes
-        self.path = os.fspath(path)
+        self.path = _given.path(path)
         handle = ctypes.c_void_p()
-        call("open", text(os.fsencode(self.path)), *_library.versions(history), ctypes.byref(handle))
+        call("open", os.fsencode(self.path), *_library.versions(history), ctypes.byref(handle))
         self._handle: int | None = handle.value
         self._closing = weakref.finalize(self, call, "close", handle.value)
 
@@ -235,15 +275,20 @@ class File:
             raise Error(f"'{self.path}' is closed")
         return self._handle
 
+    def _where(self, name: str = "", *_: object, **__: object) -> str:
+        return f"'{name}' of '{self.path}'"
+
     def _keep(self, made: _Kind) -> _Kind:
         self._objects.add(made)
         return made
 
+    @_tells
     def table(self, name: str, legend: Iterable[str] = (), *, compress: bool = True,
               chunk_rows: int = 1024) -> Table:
         """Opens a table. One that does not exist yet needs a legend, the names of its columns."""
         return self._keep(Table(self, name, list(legend), bool(compress), whole(chunk_rows)))
 
+    @_tells
     def coefs(self, name: str, *, time_name: str = "time", values_name: str = "coefficients",
               compress: bool = True, index_chunk_rows: int = 1024,
               values_chunk_rows: int = 4096) -> Coefs:
@@ -251,6 +296,7 @@ class File:
         return self._keep(Coefs(self, name, text(time_name), text(values_name), bool(compress),
                                 whole(index_chunk_rows), whole(values_chunk_rows)))
 
+    @_tells
     def tensors(self, name: str, dim: int, symmetry: str, mesh_dim: int, *, time_name: str = "time",
                 values_name: str = "values", compress: bool = True, index_chunk_rows: int = 64,
                 values_chunk_rows: int = 16384) -> Tensors:
@@ -263,46 +309,54 @@ class File:
                                   whole(mesh_dim, 31), bool(compress), whole(index_chunk_rows),
                                   whole(values_chunk_rows)))
 
+    @_tells
     def text(self, name: str) -> Text:
         """Opens a text."""
         return self._keep(Text(self, name))
 
+    @_tells
     def version(self, name: str, history: History) -> None:
         """Writes a version record besides that of the file; fails if it exists."""
         call("version_create", self._opened(), text(name), *_library.versions(history))
 
+    @_tells
     def version_size(self, name: str) -> int:
         """The number of entries of a version record."""
         return number("version_size", self._opened(), text(name))
 
+    @_tells
     def append(self, name: str, *data: Any, **form: Any) -> None:
         """Appends to the object of that name, whose end says what it is, as its append() does.
 
         What it takes to open the object is given along the first time: the legend of a new table
         (unless a frame has it), dim, symmetry and mesh_dim of tensors.
         """
+        name = _given.name(name)
         openers = {".dat": self.table, ".coef": self.coefs, ".tdm": self.tensors, ".txt": self.text}
         ending = os.path.splitext(name)[1]
         if ending == ".ver":
             self.version(name, *data)
             return
         if ending not in openers:
-            raise Error(f"The end of the name '{name}' is none of {', '.join(openers)} and .ver")
+            raise Refused(f"The end of the name is none of {', '.join(openers)} and .ver")
         if form or name not in self._named:
             if ending == ".dat" and data and hasattr(data[0], "columns"):
                 form.setdefault("legend", data[0].columns)
             self._named[name] = openers[ending](name, **form)
         self._named[name].append(*data)
 
+    @_tells
     def flush(self) -> None:
         """Writes what waits, unless others have the file open: then `waiting` stays above 0."""
         call("flush", self._opened())
 
     @property
+    @_tells
     def waiting(self) -> int:
         """The bytes that wait to be written."""
         return number("waiting", self._opened())
 
+    @_tells
     def close(self) -> None:
         """Flushes and frees the file; its objects can be used no more."""
         self._handle = None
@@ -343,7 +397,7 @@ def set_cache_limit(limit: int) -> None:
 
 def set_lock_patience(seconds: float) -> None:
     """Sets how long a file is waited for that others have open and that must be written."""
-    call("set_lock_patience", seconds)
+    call("set_lock_patience", float(seconds))
 
 
 def install_handlers() -> None:
