@@ -24,15 +24,16 @@ _Kind = TypeVar("_Kind", bound="_Object")
 _Work = TypeVar("_Work", bound=Callable[..., Any])
 
 
-def _tells(work: _Work) -> _Work:
-    """Says for which object of which file it was given what is refused."""
+def _in_turn(work: _Work) -> _Work:
+    """Keeps other threads from closing what is worked with, and says for what was given what is refused."""
 
     @functools.wraps(work)
     def told(self: Any, *arguments: Any, **form: Any) -> Any:
-        try:
-            return work(self, *arguments, **form)
-        except (MemoryError, Refused) as error:
-            raise Error(f"{self._where(*arguments, **form)}: {error}") from None
+        with lock:
+            try:
+                return work(self, *arguments, **form)
+            except (MemoryError, Refused) as error:
+                raise Error(f"{self._where(*arguments, **form)}: {error}") from None
 
     return told  # type: ignore[return-value]
 
@@ -91,7 +92,7 @@ class _Object:
     def _closed(self) -> Error:
         return Error(f"'{self.name}' belongs to '{self._file.path}', which is closed")
 
-    @_tells
+    @_in_turn
     def __len__(self) -> int:
         return number(f"{self._KIND}_size", self._opened())
 
@@ -138,7 +139,7 @@ class Table(_Object):
             pass
         return False
 
-    @_tells
+    @_in_turn
     def _append_rows(self, rows: Any) -> None:
         self._require_columns(rows)
         array = _doubles(rows)
@@ -162,7 +163,7 @@ class Table(_Object):
             raise Refused(f"The table has the columns {self._legend}, not {names}")
 
     @property
-    @_tells
+    @_in_turn
     def shape(self) -> tuple[int, int]:
         columns = ctypes.c_uint64()
         rows = ctypes.c_uint64()
@@ -178,7 +179,7 @@ class Coefs(_Object):
 
     _KIND = "coefs"
 
-    @_tells
+    @_in_turn
     def append(self, time: ArrayLike, values: Any) -> None:
         """Appends a step, or many: an array of times, and values for each of them."""
         times = _doubles(time)
@@ -210,7 +211,7 @@ class Tensors(_Object):
         #: The lists of indices that the independent components have, in their order.
         self.components = components_of(dim, symmetry)
 
-    @_tells
+    @_in_turn
     def append(self, time: ArrayLike, values: ArrayLike) -> None:
         """Appends the step values[component, i, j, ...], or values[i, j, ...] of a scalar.
 
@@ -238,7 +239,7 @@ class Text(_Object):
 
     _KIND = "text"
 
-    @_tells
+    @_in_turn
     def append(self, characters: str | bytes) -> None:
         encoded = text(characters)
         self._call("text_append", encoded, len(encoded))
@@ -282,13 +283,13 @@ class File:
         self._objects.add(made)
         return made
 
-    @_tells
+    @_in_turn
     def table(self, name: str, legend: Iterable[str] = (), *, compress: bool = True,
               chunk_rows: int = 1024) -> Table:
         """Opens a table. One that does not exist yet needs a legend, the names of its columns."""
         return self._keep(Table(self, name, list(legend), bool(compress), whole(chunk_rows)))
 
-    @_tells
+    @_in_turn
     def coefs(self, name: str, *, time_name: str = "time", values_name: str = "coefficients",
               compress: bool = True, index_chunk_rows: int = 1024,
               values_chunk_rows: int = 4096) -> Coefs:
@@ -296,7 +297,7 @@ class File:
         return self._keep(Coefs(self, name, text(time_name), text(values_name), bool(compress),
                                 whole(index_chunk_rows), whole(values_chunk_rows)))
 
-    @_tells
+    @_in_turn
     def tensors(self, name: str, dim: int, symmetry: str, mesh_dim: int, *, time_name: str = "time",
                 values_name: str = "values", compress: bool = True, index_chunk_rows: int = 64,
                 values_chunk_rows: int = 16384) -> Tensors:
@@ -309,22 +310,22 @@ class File:
                                   whole(mesh_dim, 31), bool(compress), whole(index_chunk_rows),
                                   whole(values_chunk_rows)))
 
-    @_tells
+    @_in_turn
     def text(self, name: str) -> Text:
         """Opens a text."""
         return self._keep(Text(self, name))
 
-    @_tells
+    @_in_turn
     def version(self, name: str, history: History) -> None:
         """Writes a version record besides that of the file; fails if it exists."""
         call("version_create", self._opened(), text(name), *_library.versions(history))
 
-    @_tells
+    @_in_turn
     def version_size(self, name: str) -> int:
         """The number of entries of a version record."""
         return number("version_size", self._opened(), text(name))
 
-    @_tells
+    @_in_turn
     def append(self, name: str, *data: Any, **form: Any) -> None:
         """Appends to the object of that name, whose end says what it is, as its append() does.
 
@@ -345,18 +346,18 @@ class File:
             self._named[name] = openers[ending](name, **form)
         self._named[name].append(*data)
 
-    @_tells
+    @_in_turn
     def flush(self) -> None:
         """Writes what waits, unless others have the file open: then `waiting` stays above 0."""
         call("flush", self._opened())
 
     @property
-    @_tells
+    @_in_turn
     def waiting(self) -> int:
         """The bytes that wait to be written."""
         return number("waiting", self._opened())
 
-    @_tells
+    @_in_turn
     def close(self) -> None:
         """Flushes and frees the file; its objects can be used no more."""
         self._handle = None
