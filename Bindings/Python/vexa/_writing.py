@@ -106,12 +106,14 @@ class Table(_Object):
                  chunk_rows: int) -> None:
         self._legend = list(legend)
         super().__init__(file, name, _pointers(self._legend), len(self._legend), compress, chunk_rows)
-        self._append_row = _library.function("table_append")
-        self._columns = self.shape[1]
-        row = (ctypes.c_double * self._columns)()
-        self._address = ctypes.addressof(row)
+        columns = self.shape[1]
+        row = (ctypes.c_double * columns)()
         self._row = memoryview(row).cast("B").cast("d")
-        self._pack = struct.Struct(f"{self._columns}d").pack_into
+        self._pack = struct.Struct(f"{columns}d").pack_into
+        # Arguments that have their types already are passed faster than those that get them per call.
+        self._append_row = functools.partial(
+            _library.library()["vexa_table_append"], ctypes.c_void_p(self._handle),
+            ctypes.c_void_p(ctypes.addressof(row)), ctypes.c_size_t(columns))
 
     def append(self, rows: ArrayLike) -> None:
         """Appends a row, or many: an array of rows and columns, or a frame with the same columns.
@@ -123,7 +125,7 @@ class Table(_Object):
                 self._append_rows(rows)
             elif self._handle is None:
                 raise self._closed()
-            elif self._append_row(self._handle, self._address, self._columns) != 0:
+            elif self._append_row() != 0:
                 raise _library.last_report()
 
     def _fills_row(self, rows: Any) -> bool:
