@@ -62,7 +62,15 @@ def _pointers(texts: Sequence[str]) -> Any:
     return (ctypes.c_char_p * len(texts))(*map(text, texts))
 
 
-class _Object:
+class _Handled:
+    """What is in the hands of the library."""
+
+    def __reduce__(self) -> Any:
+        # A copy would use what closing the other has freed.
+        raise TypeError(f"A {type(self).__name__} that is written cannot be copied or pickled")
+
+
+class _Object(_Handled):
     """An object in a file that is written. Its length is what the file has and what waits."""
 
     _KIND: ClassVar[str]
@@ -247,7 +255,7 @@ class Text(_Object):
         self._call("text_append", encoded, len(encoded))
 
 
-class File:
+class File(_Handled):
     """A file that is written, or written on. What is appended to it waits in memory.
 
     It is written by flush(), close() and the end of the process, and by the append that exceeds the
