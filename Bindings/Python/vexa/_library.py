@@ -2,10 +2,12 @@
 
 from __future__ import annotations
 
+import atexit
 import ctypes
 import functools
 import os
 import pathlib
+import threading
 from ctypes import POINTER, c_char_p, c_double, c_int, c_size_t, c_uint64, c_void_p
 from typing import Any, Iterable, Tuple
 
@@ -52,6 +54,14 @@ _SIGNATURES = {
     "version_create": (c_void_p, c_char_p, POINTER(Version), c_size_t),
     "version_size": (c_void_p, c_char_p, POINTER(c_uint64)),
 }
+
+
+@atexit.register
+def _keep_lock() -> None:
+    # Python stops daemon threads for good where they wait to go on: one that has taken the lock by
+    # then would never give it back, and h5py needs it as its objects go.
+    if any(thread.daemon for thread in threading.enumerate()):
+        lock.acquire()
 
 
 @functools.lru_cache(maxsize=None)

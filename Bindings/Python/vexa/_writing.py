@@ -255,6 +255,14 @@ class Text(_Object):
         self._call("text_append", encoded, len(encoded))
 
 
+def _close(handle: int, objects: Iterable[_Object]) -> None:
+    # At the end of the process, other threads may go on appending.
+    with lock:
+        for made in objects:
+            made._handle = None
+        call("close", handle)
+
+
 class File(_Handled):
     """A file that is written, or written on. What is appended to it waits in memory.
 
@@ -278,11 +286,11 @@ class File(_Handled):
         self.path = _given.path(path)
         handle = ctypes.c_void_p()
         call("open", os.fsencode(self.path), *_library.versions(history), ctypes.byref(handle))
-        self._handle: int | None = handle.value
-        self._closing = weakref.finalize(self, call, "close", handle.value)
+        self._handle = handle.value
+        self._closing = weakref.finalize(self, _close, handle.value, self._objects)
 
-    def _opened(self) -> int:
-        if self._handle is None:
+    def _opened(self) -> int | None:
+        if not self._closing.alive:
             raise Error(f"'{self.path}' is closed")
         return self._handle
 
@@ -370,9 +378,6 @@ class File(_Handled):
     @_in_turn
     def close(self) -> None:
         """Flushes and frees the file; its objects can be used no more."""
-        self._handle = None
-        for made in self._objects:
-            made._handle = None
         self._closing()
 
     def __enter__(self) -> File:
