@@ -8,7 +8,8 @@ import shutil
 import subprocess
 from typing import TYPE_CHECKING, Any, Iterable, Iterator, Mapping, Union
 
-from ._errors import Error
+from . import _given
+from ._errors import Error, Missing
 from ._reading import Part, Path, read_parts
 
 if TYPE_CHECKING:
@@ -18,19 +19,22 @@ if TYPE_CHECKING:
 Files = Union[Path, Iterable[Path]]
 
 
-def _paths(files: Files) -> list[Path]:
-    return [files] if isinstance(files, (str, bytes, os.PathLike)) else list(files)
+def _paths(files: Files) -> list[str]:
+    # An open file could be iterated over too: its lines are no paths.
+    is_one = not hasattr(files, "__iter__") or hasattr(files, "read")
+    is_one = is_one or isinstance(files, (str, bytes, os.PathLike))
+    paths = [_given.path(path) for path in ([files] if is_one else files)]
+    if not paths:
+        raise Error("There are no files to join")
+    return paths
 
 
-def _document(files: Files, skip: str, delta_t: float | None, no_wipe: bool) -> Any:
+def _document(names: list[str], skip: str, delta_t: float | None, no_wipe: bool) -> Any:
     program = os.environ.get("VEXA_KELMORINFO") or shutil.which("KelmorInfo")
     if program is None:
         raise Error("KelmorInfo, which plans a join, is not on PATH; VEXA_KELMORINFO can name it")
-    options = [*(["-skip", skip] if skip else []), *(["-NoWipe"] if no_wipe else []),
+    options = [*(["-skip", os.fsdecode(_given.text(skip))] if skip else []), *(["-NoWipe"] if no_wipe else []),
                *(["-DeltaT", repr(float(delta_t))] if delta_t is not None else [])]
-    names = [os.fsdecode(file) for file in _paths(files)]
-    if not names:
-        raise Error("There are no files to join")
     given = [os.path.join(os.curdir, name) if name.startswith("-") else name for name in names]
     result = subprocess.run([program, "-json", "-plan", *options, *given], stdin=subprocess.DEVNULL,
                             stdout=subprocess.PIPE, stderr=subprocess.PIPE, check=False)
@@ -41,7 +45,14 @@ def _document(files: Files, skip: str, delta_t: float | None, no_wipe: bool) -> 
         raise Error(f"KelmorInfo ended with status {result.returncode}: {report}") from None
     if document["format"] != 1:
         raise Error(f"KelmorInfo writes format {document['format']}, and 1 is known here")
+    if not document["joins"]:
+        raise Error(f"The files cannot be joined: {'; '.join(map(_reason, document['disagreements']))}")
     return document
+
+
+def _reason(disagreement: Any) -> str:
+    named = [item["name"] for item in disagreement["datasets"][:3] + disagreement["files"][:3]]
+    return f"{', '.join(named)}: {disagreement['reason']}"
 
 
 def plan(files: Files, *, skip: str = "", delta_t: float | None = None,
@@ -49,12 +60,12 @@ def plan(files: Files, *, skip: str = "", delta_t: float | None = None,
     """Says what a join of the files keeps: a row for each piece of a dataset in a file.
 
     A piece is neighbouring steps that are all kept or all wiped: [first, end) of its file. A text or
-    a version record has no steps, and a row for each file.
+    a version record has no steps, and a row for each file. Fails where a join would be refused.
     """
     import pandas
 
     rows = [[dataset["name"], dataset["kind"], file["name"], *piece]
-            for dataset in _document(files, skip, delta_t, no_wipe)["datasets"]
+            for dataset in _document(_paths(files), skip, delta_t, no_wipe)["datasets"]
             for file in dataset["files"] for piece in _pieces(file)]
     frame = pandas.DataFrame(rows, columns=["dataset", "kind", "file", "first", "end", "is_wiped",
                                             "from", "to"])
@@ -79,14 +90,19 @@ class Joined(Mapping[str, Any]):
     Nothing is read but what is asked for, and in the form in which read() gives it.
     """
 
-    def __init__(self, parts: dict[str, list[Part]]) -> None:
+    def __init__(self, paths: list[str], parts: dict[str, list[Part]]) -> None:
+        self._paths = paths
         self._parts = parts
 
     def _key(self, name: str) -> str:
         return name if name.startswith("/") else f"/{name}"
 
     def parts(self, name: str) -> list[Part]:
-        return self._parts[self._key(name)]
+        key = self._key(_given.name(name))
+        if key not in self._parts:
+            others = f" and {len(self._paths) - 3} more" if len(self._paths) > 3 else ""
+            raise Missing(f"There is no '{name}' in {', '.join(map(repr, self._paths[:3]))}{others}")
+        return self._parts[key]
 
     def __getitem__(self, name: str) -> Any:
         return read_parts(self.parts(name), self._key(name))
@@ -122,16 +138,13 @@ def open_joined(files: Files, *, skip: str = "", delta_t: float | None = None,
     """
     paths = _paths(files)
     document = _document(paths, skip, delta_t, no_wipe)
-    if not document["joins"]:
-        reasons = "; ".join(disagreement["reason"] for disagreement in document["disagreements"])
-        raise Error(f"The files cannot be joined: {reasons}")
     # Names are told with bytes replaced that are no UTF-8, in the order in which they were given.
-    real: dict[str, Path] = {}
-    for path, file in zip(paths, document["files"]):
+    real: dict[str, str] = {}
+    for path, file in zip(map(os.path.abspath, paths), document["files"]):
         if real.setdefault(file["name"], path) != path:
             raise Error(f"Two files are shown by the same name, '{file['name']}'")
-    return Joined({dataset["name"]: [Part(real[file["name"]], _kept(file)) for file in dataset["files"]]
-                   for dataset in document["datasets"]})
+    return Joined(paths, {dataset["name"]: [Part(real[file["name"]], _kept(file)) for file in dataset["files"]]
+                          for dataset in document["datasets"]})
 
 
 def _kept(file: Any) -> list[tuple[int, int]] | None:

@@ -12,7 +12,8 @@ from typing import (TYPE_CHECKING, Any, Callable, Iterable, Iterator, List, Name
 import h5py
 import numpy as np
 
-from ._errors import Error
+from . import _given
+from ._errors import Error, Missing
 from ._tensors import components_of
 
 if TYPE_CHECKING:
@@ -219,15 +220,28 @@ _READERS = {".dat": _read_table, ".coef": _read_coefs, ".tdm": _read_tensors, ".
             ".ver": _read_versions}
 
 
+@contextlib.contextmanager
+def _opened(path: Path) -> Iterator[h5py.File]:
+    """A file; what fails as it is opened names it."""
+    try:
+        file = h5py.File(path, "r")
+    except OSError as error:
+        if error.errno is None:  # of HDF5 itself
+            raise Error(f"'{os.fspath(path)}' cannot be opened: {error}") from None
+        raise OSError(error.errno, os.strerror(error.errno), os.fspath(path)) from error
+    with file:
+        yield file
+
+
 def _nodes(parts: Sequence[Part], name: str, current: list[_Node]) -> Iterator[_Node]:
     for part in parts:
         current.clear()
-        with h5py.File(part.path, "r") as file:
+        with _opened(part.path) as file:
             try:
                 current.append(_Node(file, name, part))
             except KeyError:
                 reason = f"has no '{name}', or a link to what is missing"
-                raise Error(f"'{os.fspath(part.path)}' {reason}") from None
+                raise Missing(f"'{os.fspath(part.path)}' {reason}") from None
             yield current[0]
 
 
@@ -240,6 +254,8 @@ def read_parts(parts: Sequence[Part], name: str, reader: Optional[Callable[..., 
     with contextlib.closing(_nodes(parts, name, current)) as nodes:
         try:
             return (reader or _READERS[ending])(nodes, name)
+        except Error:
+            raise
         except (AttributeError, IndexError, KeyError, OSError, TypeError, ValueError) as error:
             if not current:  # it is about a file that cannot be opened
                 raise
@@ -265,4 +281,4 @@ def read(path: Path, name: str) -> Any:
     >>> times.tolist(), [step.tolist() for step in values]
     ([0.0, 1.0, 2.0], [[1.0, 0.5], [1.0], [2.0, 3.0]])
     """
-    return read_parts([Part(path)], name)
+    return read_parts([Part(_given.path(path))], _given.name(name))
