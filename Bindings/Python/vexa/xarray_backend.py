@@ -9,6 +9,7 @@ import numpy as np
 import xarray
 from xarray.backends import BackendEntrypoint
 
+from . import _given
 from ._errors import Error
 from ._joined import open_joined
 from ._reading import CoefSteps, Part, read_parts, read_tensors
@@ -25,15 +26,18 @@ class VexaBackendEntrypoint(BackendEntrypoint):
     open_dataset_parameters = ("filename_or_obj", "drop_variables", "name")
 
     def open_dataset(self, filename_or_obj: Any, *, drop_variables: str | Iterable[str] | None = None,
-                     name: str = "") -> xarray.Dataset:
-        if isinstance(filename_or_obj, (str, os.PathLike)):
-            parts = [Part(filename_or_obj)]
-        else:
-            parts = open_joined(filename_or_obj).parts(name)
-        made = _FORMS.get(os.path.splitext(name)[1])
+                     name: str = "", mask_and_scale: Any = None, decode_times: Any = None,
+                     concat_characters: Any = None, decode_coords: Any = None, use_cftime: Any = None,
+                     decode_timedelta: Any = None) -> xarray.Dataset:
+        # What xarray asks every engine to decode is not encoded here.
+        made = _FORMS.get(os.path.splitext(_given.name(name))[1])
         if made is None:
             raise Error(f"A dataset is asked for by name=, with one of {', '.join(_FORMS)} at its end; "
                         f"'{name}' has none")
+        if isinstance(filename_or_obj, (str, bytes, os.PathLike)):
+            parts = [Part(_given.path(filename_or_obj))]
+        else:
+            parts = open_joined(filename_or_obj).parts(name)
         dropped = [drop_variables] if isinstance(drop_variables, str) else list(drop_variables or [])
         return made(parts, name).drop_vars(dropped, errors="ignore")  # as other engines do
 
