@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import contextlib
 import functools
+import math
 import os
 import pathlib
 from typing import (TYPE_CHECKING, Any, Callable, Iterable, Iterator, List, NamedTuple, Optional, Sequence,
@@ -13,7 +14,7 @@ import h5py
 import numpy as np
 
 from . import _given
-from ._errors import Error, Missing
+from ._errors import Error, Missing, Refused
 from ._tensors import components_of
 
 if TYPE_CHECKING:
@@ -81,13 +82,23 @@ class _Node:
 
     def member(self, name: str = "") -> h5py.Dataset:
         """The dataset, or the one of that name in the group, whose values are all there."""
-        dataset = self.item[name] if name else self.item
+        dataset = self.item[name] if name and isinstance(self.item, h5py.Group) else self.item
+        if not isinstance(dataset, h5py.Dataset) or (dataset is self.item) == bool(name):
+            raise self.error(f"{name or 'it'} is no dataset in the file")
         sources = dataset.virtual_sources() if dataset.is_virtual else ()
         folder = pathlib.Path(self._file.filename).parent
-        if not dataset.is_virtual and dataset.nbytes > _MOST_DEFLATED * dataset.id.get_storage_size() + 2**20:
+        size = math.prod(dataset.shape or (0,)) * dataset.dtype.itemsize
+        if not dataset.is_virtual and size > _MOST_DEFLATED * dataset.id.get_storage_size() + 2**20:
             raise self.error("it is larger than what is stored of it can be")
         for source in sources:
             _require_source(os.fspath(folder / source.file_name.replace("%%", "%")), source.dset_name)
+        return dataset
+
+    def numbers(self, name: str = "") -> h5py.Dataset:
+        """The dataset, or the one in the group, if it has rows of numbers."""
+        dataset = self.member(name)
+        if len(dataset.shape or ()) != 2 or not np.can_cast(dataset.dtype, np.float64, "same_kind"):
+            raise self.error(f"it has no rows of numbers, but {dataset.dtype} of the shape {dataset.shape}")
         return dataset
 
     def ranges(self, steps: int) -> Ranges:
@@ -99,7 +110,7 @@ class _Node:
 
     def steps(self, data: h5py.Dataset) -> Iterator[tuple[np.ndarray, np.ndarray]]:
         """The row of the index and the values of each step that counts."""
-        index = self.member("index.dat")[:]
+        index = self.numbers("index.dat")[:]
         ends = index[:, 1]
         begins = np.concatenate([[0.0], ends[:-1]])
         if not (np.all(begins <= ends) and np.all(ends == np.floor(ends)) and np.all(ends <= len(data))):
@@ -145,7 +156,7 @@ def _read_table(nodes: Iterable[_Node], _: str) -> pandas.DataFrame:
     legend: list[str] = []
     rows = []
     for node in nodes:
-        table = node.member()
+        table = node.numbers()
         # A join takes the first legend that somebody gave.
         if not legend or legend[0] == "undefined":
             legend = _legend(table)
@@ -160,7 +171,7 @@ def _read_table(nodes: Iterable[_Node], _: str) -> pandas.DataFrame:
 def _read_coefs(nodes: Iterable[_Node], _: str) -> CoefSteps:
     times, values = [], []
     for node in nodes:
-        for row, step in node.steps(node.member("coefs.dat")):
+        for row, step in node.steps(node.numbers("coefs.dat")):
             times.append(row[0])
             values.append(step)
     return CoefSteps(np.array(times), values)
@@ -181,9 +192,10 @@ def read_tensors(nodes: Iterable[_Node], name: str) -> TensorSteps:
     for node in nodes:
         dim, symmetry, mesh_dim = _structure(node)
         components = components_of(dim, symmetry)
-        for row, step in node.steps(node.member("data.dat")):
+        for row, step in node.steps(node.numbers("data.dat")):
             extents = tuple(map(int, row[2:2 + mesh_dim]))
-            if len(extents) != mesh_dim or step.size != len(components) * np.prod(extents, dtype=float):
+            is_whole = all(extent >= 0 for extent in extents) and np.array_equal(extents, row[2:2 + mesh_dim])
+            if not is_whole or len(extents) != mesh_dim or step.size != len(components) * np.prod(extents, dtype=float):
                 raise node.error(f"a step has {step.size} values, not those of a mesh of {extents}")
             mesh = step.reshape(len(components), *extents[::-1])
             values.append(mesh.transpose(0, *range(mesh_dim, 0, -1)))
@@ -200,6 +212,8 @@ def _read_text(nodes: Iterable[_Node], _: str) -> str:
     for node in nodes:
         dataset = node.member()
         if h5py.check_string_dtype(dataset.dtype) is None:  # as old files have it
+            if dataset.dtype.kind != "i":
+                raise node.error(f"it has no characters, but {dataset.dtype}")
             texts.append(dataset[()].astype(np.int8).tobytes().decode("utf-8", "surrogateescape"))
         else:
             texts += np.atleast_1d(dataset.asstr("utf-8", "surrogateescape")[()]).tolist()
@@ -239,7 +253,7 @@ def _nodes(parts: Sequence[Part], name: str, current: list[_Node]) -> Iterator[_
         with _opened(part.path) as file:
             try:
                 current.append(_Node(file, name, part))
-            except KeyError:
+            except (KeyError, RuntimeError):
                 reason = f"has no '{name}', or a link to what is missing"
                 raise Missing(f"'{os.fspath(part.path)}' {reason}") from None
             yield current[0]
@@ -254,9 +268,10 @@ def read_parts(parts: Sequence[Part], name: str, reader: Optional[Callable[..., 
     with contextlib.closing(_nodes(parts, name, current)) as nodes:
         try:
             return (reader or _READERS[ending])(nodes, name)
-        except Error:
-            raise
-        except (AttributeError, IndexError, KeyError, OSError, TypeError, ValueError) as error:
+        except Error as error:
+            raise (current[0].error(str(error)) if isinstance(error, Refused) else error) from None
+        except (AttributeError, IndexError, KeyError, MemoryError, OSError, RuntimeError, TypeError,
+                ValueError) as error:
             if not current:  # it is about a file that cannot be opened
                 raise
             raise current[0].error(f"cannot be read: {error}") from error

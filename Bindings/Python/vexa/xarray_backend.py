@@ -50,7 +50,7 @@ def _of_table(parts: list[Part], name: str) -> xarray.Dataset:
     columns = list(frame.columns[1:])
     if len(set(columns) | {"time"}) <= len(columns):
         raise Error(f"'{name}' has two columns of one name: {', '.join(columns)}")
-    variables = {column: ("time", frame[column].to_numpy()) for column in columns}
+    variables = {column: ("time", frame.iloc[:, place].to_numpy()) for place, column in enumerate(columns, 1)}
     return xarray.Dataset(variables, coords={"time": frame.iloc[:, 0].to_numpy()})
 
 
