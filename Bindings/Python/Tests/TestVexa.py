@@ -4,6 +4,7 @@ h5py, what is read of several by their join.
     TestVexa.py KELMOR KELMORINFO WRITE_SEGMENTS
 """
 
+import copy
 import doctest
 import os
 import pathlib
@@ -52,14 +53,20 @@ class TestWriting(unittest.TestCase):
         frame = pd.DataFrame(rows, columns=["t", "x"])
         like = [rows.copy("F"), np.repeat(rows, 2, axis=0)[::2], rows.astype(">f8"), rows.astype("i2"), frame]
         bad = [frame[["x", "t"]], rows + 1j, [["0", "1"]], [[0], [1, 2]], rows[:, :1], [0.0], 0.0, rows[None],
-               np.ma.masked_greater(rows, 2), None]
+               np.ma.masked_greater(rows, 2), [np.ma.masked_greater(row, 2) for row in rows], None,
+               frame[["x", "t"]].iloc[0]]
         with vexa.File("layout.h5") as file:
             table = file.table("x.dat", ["t", "x"])
             for given in like:
                 table.append(given)
             for given in bad:
-                with self.assertRaises(vexa.Error, msg=repr(given)):
+                with self.assertRaisesRegex(vexa.Error, r"(?s)x\.dat.*layout\.h5", msg=repr(given)):
                     table.append(given)
+            with self.assertRaisesRegex(vexa.Error, "columns"):
+                file.table("x.dat").append(bad[0])
+            with self.assertRaisesRegex(vexa.Error, "at most"):
+                file.table("long.dat", ["t"], chunk_rows=2**62)
+            self.assertRaises(TypeError, copy.copy, table)
             self.assertEqual(table.shape, (15, 2))
             for wrong in (("x.dat\0", rows), ("x.xyz", rows), ("/no/x.dat", rows), ("x.txt", None),
                           ("x.txt", "\ud800"), ("c.coef", [0, 1], 5.0), ("y.ver", [("a",)])):
@@ -119,6 +126,22 @@ class TestWriting(unittest.TestCase):
             self.assertIn("left", own)
 
 
+    def test_ends_while_a_thread_appends(self):
+        script = """if True:
+            import threading, vexa
+            file = vexa.File("thread.h5")
+            file.append("x.dat", [0.0], legend=["t"])
+            started = threading.Event()
+            def work():
+                while True:
+                    file.append("x.dat", [1.0])
+                    started.set()
+            threading.Thread(target=work, daemon=True).start()
+            started.wait()"""
+        subprocess.run([sys.executable, "-c", script], check=True, stderr=subprocess.DEVNULL, timeout=60)
+        self.assertGreater(len(rows_of("thread.h5", "x.dat")), 1)
+
+
 class TestReading(unittest.TestCase):
     def same(self, one, other):
         if isinstance(one, pd.DataFrame):
@@ -149,8 +172,12 @@ class TestReading(unittest.TestCase):
             file.append("Run.dir/energy.dat", [0.0, 1.0], legend=["time", "x"])
         with self.assertRaisesRegex(vexa.Error, "(?s)joined: .*energy.*columns|Version"):
             vexa.open([*SEGMENTS, "other.h5"])
-        with self.assertRaises(KeyError):
+        with self.assertRaisesRegex(KeyError, "none.dat' in 'segment1.h5', 'segment2.h5'"):
             run["Run.dir/none.dat"]
+        with open("junk.h5", "w+", encoding="ascii") as junk:
+            for refuses in (lambda: vexa.open(junk), lambda: vexa.plan(["junk.h5"]),
+                            lambda: vexa.read("junk.h5", "x.dat")):
+                self.assertRaisesRegex(vexa.Error, "junk.h5", refuses)
         subprocess.run([KELMORINFO, "-view", "view.h5", *SEGMENTS[:2]], check=True)
         self.same(vexa.read("view.h5", "Run.dir/energy.dat"), run["Run.dir/energy.dat"])
         os.rename(SEGMENTS[1], "away.h5")
@@ -180,7 +207,16 @@ class TestReading(unittest.TestCase):
             damage(put("c.coef/index.dat", 0, 1, value), "c.coef", "where steps end")
         damage(put("m.tdm/index.dat", 0, 2, 7), "m.tdm", "not those of a mesh")
         damage(lambda file: file["c.coef/coefs.dat"].resize(10**13, 0), "c.coef", "larger than")
-        damage(lambda file: file["m.tdm"].attrs.create("TensorSpec", ["TensorDim=x"]), "m.tdm", "TensorSpec")
+        damage(put("m.tdm/index.dat", 0, 2, 2.5), "m.tdm", "not those of a mesh")
+        symmetry = "1" * 3000
+        for spec, reason in (("x", "TensorSpec"), (f"2;TensorSymm={symmetry};DataMeshDim=1", "at most")):
+            damage(lambda file, spec=spec: file["m.tdm"].attrs.create("TensorSpec", [f"TensorDim={spec}"]),
+                   "m.tdm", reason)
+
+        def make_complex(file):
+            del file["c.coef/coefs.dat"]
+            file["c.coef/coefs.dat"] = np.ones((2, 1)) * 1j
+        damage(make_complex, "c.coef", "no rows of numbers")
 
     @unittest.skipIf(xarray is None, "xarray is not installed")
     def test_gives_arrays_of_xarray(self):
@@ -194,6 +230,12 @@ class TestReading(unittest.TestCase):
         self.assertEqual([step.sizes["x0"] for step in vexa.read("ragged.h5", "m.tdm")], [2, 3])
         energy = xarray.open_dataset(SEGMENTS[0], engine="vexa", name="Run.dir/energy.dat")
         self.assertEqual(set(energy), {"kinetic", "potential", "total"})
+        for given in (SEGMENTS, SEGMENTS[0]):
+            with self.assertRaisesRegex(vexa.Error, "segment1.h5.*none.dat|none.dat.*segment1.h5"):
+                xarray.open_dataset(given, engine="vexa", name="none.dat")
+        plain = xarray.open_dataset(SEGMENTS[0], engine="vexa", name="Run.dir/energy.dat", decode_times=False,
+                                    mask_and_scale=False, decode_coords="all", drop_variables="total")
+        self.assertEqual(set(plain), {"kinetic", "potential"})
         self.assertEqual(energy.sel(time=0.125).total, vexa.read(SEGMENTS[0], "Run.dir/energy.dat").total[1])
 
 
