@@ -237,6 +237,8 @@ _READERS = {".dat": _read_table, ".coef": _read_coefs, ".tdm": _read_tensors, ".
 @contextlib.contextmanager
 def _opened(path: Path) -> Iterator[h5py.File]:
     """A file; what fails as it is opened names it."""
+    if os.path.exists(path) and not os.path.isfile(path):  # a pipe would be waited for
+        raise Error(f"'{os.fspath(path)}' is not a regular file")
     try:
         file = h5py.File(path, "r")
     except OSError as error:
