@@ -1,13 +1,28 @@
+# vexa_find_generator(): the program that the presets build with.
+function(vexa_find_generator)
+  if(CMAKE_GENERATOR MATCHES Ninja)
+    find_program(CMAKE_MAKE_PROGRAM NAMES ninja-build ninja samu)
+    if(NOT CMAKE_MAKE_PROGRAM)
+      message(FATAL_ERROR "Ninja was not found: install ninja-build, or configure with -G \"Unix Makefiles\"")
+    endif()
+  endif()
+endfunction()
+
+# vexa_not_found(<package> <what to install>): says in a line what the build cannot do without.
+function(vexa_not_found package what)
+  set(found)
+  if(${package}_VERSION)
+    set(found " (but ${${package}_VERSION} was)")
+  endif()
+  message(FATAL_ERROR "${package} was not found${found}: install ${what}")
+endfunction()
+
 # vexa_find(<package> <what to install> ...): find_package(), whose further arguments these are, for
-# what the build cannot do without. What is missing is said in a line.
+# such a package.
 macro(vexa_find package what)
   find_package(${package} ${ARGN} QUIET)
   if(NOT ${package}_FOUND)
-    set(found)
-    if(${package}_VERSION)
-      set(found " (but ${${package}_VERSION} was)")
-    endif()
-    message(FATAL_ERROR "${package} was not found${found}: install ${what}")
+    vexa_not_found(${package} "${what}")
   endif()
 endmacro()
 
