@@ -31,7 +31,7 @@ endmacro()
 # folder of the system.
 function(vexa_find_at_run_time)
   foreach(library IN LISTS ARGN)
-    if(TARGET ${library})
+    if(TARGET ${library})    # an HDF5 that brings a CMake package is known by its targets
       get_target_property(library ${library} LOCATION)
     endif()
     file(REAL_PATH ${library} file)    # what Debian has in a folder per flavour are links
