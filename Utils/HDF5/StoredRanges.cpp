@@ -17,6 +17,7 @@ constexpr std::uint64_t sHeapCollectionBytes = 4096;
 constexpr std::uint64_t sUsualNodeBytes = 4096;
 // What is longer is told in parts, if it is known which rows they hold.
 constexpr std::uint64_t sPartBytes = std::uint64_t{1} << 20;
+
 std::uint64_t Padded(std::uint64_t size) {
   return (size + 7) / 8 * 8;
 }

@@ -42,7 +42,7 @@ void KeepFreedMemory();
 /// of 4 KiB costs more than to fill it. Nothing happens where there are none.
 void AskForLargePages(void* memory, std::size_t bytes) noexcept;
 
-/// Gives back to the system what all threads have freed, also below that limit.
+/// Gives back to the system what all threads have freed, also what KeepFreedMemory() has kept.
 void ReturnFreedMemory();
 
 }  // namespace Vexa
