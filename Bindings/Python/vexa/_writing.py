@@ -7,10 +7,9 @@ import functools
 import os
 import struct
 import weakref
-from typing import Any, Callable, ClassVar, Iterable, Sequence, TypeVar
+from typing import TYPE_CHECKING, Any, Callable, ClassVar, Iterable, Sequence, TypeVar
 
 import numpy as np
-from numpy.typing import ArrayLike
 
 from . import _library
 from . import _given
@@ -18,6 +17,9 @@ from ._errors import Error, Refused
 from ._given import text, whole
 from ._library import History, call, lock, number
 from ._tensors import components_of
+
+if TYPE_CHECKING:
+    from numpy.typing import ArrayLike
 
 _FLOAT64 = np.dtype(np.float64)
 _Kind = TypeVar("_Kind", bound="_Object")
