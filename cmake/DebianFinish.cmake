@@ -34,7 +34,8 @@ foreach(component IN LISTS CPACK_COMPONENTS_ALL)
     run(strip --strip-debug --remove-section=.comment --enable-deterministic-archives ${library})
   endforeach()
 
-  file(GLOB programs ${root}/bin/* ${root}/lib/kelmor/examples/* ${root}/lib/*/*.so.*.*.*)
+  file(GLOB programs ${root}/bin/* ${root}/lib/kelmor/examples/* ${root}/lib/*/*.so.*.*.*
+       ${root}/lib/python3/dist-packages/*/*.so)
   foreach(program ${programs})
     file(READ ${program} start LIMIT 4 HEX)
     if(start STREQUAL "7f454c46")

@@ -63,7 +63,11 @@ pkg-config need to find them.")
 set(CPACK_DEBIAN_SHARED_PACKAGE_NAME libvexa${PROJECT_VERSION_MAJOR})
 set(CPACK_DEBIAN_SHARED_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_SHARED_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_SHARED_PACKAGE_GENERATE_SHLIBS ON)
+# Under 1.0, a program runs with the very version that it was linked with.
+set(control ${PROJECT_BINARY_DIR}/debian)
+file(WRITE ${control}/shlibs "libvexa ${PROJECT_VERSION_MAJOR} ${CPACK_DEBIAN_SHARED_PACKAGE_NAME} (= ${PROJECT_VERSION})\n")
+file(WRITE ${control}/triggers "activate-noawait ldconfig\n")
+set(CPACK_DEBIAN_SHARED_PACKAGE_CONTROL_EXTRA ${control}/shlibs ${control}/triggers)
 set(CPACK_COMPONENT_SHARED_DESCRIPTION
 "store through which simulations write HDF5 files, shared library
 Vexa keeps tables, sets of coefficients, tensor series, texts and version
