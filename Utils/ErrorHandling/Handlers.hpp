@@ -11,7 +11,7 @@
 extern "C" {
 [[gnu::weak]] extern const char vexa_wants_handlers;
 #ifndef VEXA_LIBRARY
-const char vexa_wants_handlers = 1;
+const char vexa_wants_handlers = 1;  // NOLINT(misc-definitions-in-headers): it is weak
 #endif
 }
 
