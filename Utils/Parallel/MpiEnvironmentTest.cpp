@@ -50,7 +50,7 @@ TEST(MpiEnvironmentTest, AllWriteWhoCanAndTheOthersAreNamed) {
       {"-np 6", "wait",
        "255\nErrors005.txt:giving up\n[^\n]*\n  did not answer: ranks 0, 2, 4\n"
        "[^\n]*\nflushed1:;flushed3:;flushed5:;output:.+"}};
-  // This release's name for the setting above is deprecated in the next one.
+  // Later releases of Open MPI each have another name for the setting above, but not for an option.
   const bool isOpenMpi = RunJob("--version", "").find("Open MPI") != std::string::npos;
   const std::string host = isOpenMpi ? "--host localhost:6 --bind-to none " : "";
   for (const auto& [options, what, ended] : cases) {
